@@ -1,0 +1,93 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "platform/CFRunLoop.hpp"
+#include "platform/IOReturn.hpp"
+
+namespace platform {
+
+class IOCFPlugInInterface;
+
+inline constexpr const char* kIOServicePlane = "IOService";
+inline constexpr const char* kIOServiceMatched = "IOServiceMatched";
+inline constexpr const char* kIOUSBDeviceClassName = "IOUSBDevice";
+
+/// Registry class plus the properties that must all be equal, each a signed 32-bit number.
+struct MatchingDictionary {
+    std::string className;
+    std::map<std::string, std::int32_t> properties;
+};
+
+/// A matching dictionary for one registry class, with no property yet.
+inline MatchingDictionary IOServiceMatching(std::string className) {
+    return {std::move(className), {}};
+}
+
+/// What a plug-in is asked for.
+enum class IOUserClientType { kIOUSBDeviceUserClientTypeID, kIOUSBInterfaceUserClientTypeID };
+
+/// One entry of the device registry: a device, or an interface of one. Releasing it (destruction) leaves the device as
+/// it is. Any thread, one at a time.
+class IOService {
+  public:
+    virtual ~IOService() = default;
+
+    /// The entry's path in the named plane, stable for one port. Fails with kIOReturnNotFound for another plane, and
+    /// with kIOReturnNoDevice when the entry has gone.
+    virtual IOReturn IORegistryEntryGetPath(const std::string& plane, std::string& path) = 0;
+
+    /// The entry's id: 64 bits, never used twice while the system is up.
+    virtual IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) = 0;
+
+    /// The access object of the wanted kind.
+    /// @return kIOReturnNoDevice when the entry has gone, kIOReturnUnsupported for a kind that does not fit the entry
+    virtual IOReturn IOCreatePlugInInterfaceForService(IOUserClientType type,
+                                                       std::unique_ptr<IOCFPlugInInterface>& plugIn) = 0;
+};
+
+/// A list of entries, taken one by one.
+class IOIterator {
+  public:
+    virtual ~IOIterator() = default;
+    virtual std::unique_ptr<IOService> IOIteratorNext() = 0;  ///< null at the end
+};
+
+/// Carries notifications to one run loop.
+class IONotificationPort {
+  public:
+    virtual ~IONotificationPort() = default;  ///< no call-back runs after this; owner thread only
+    virtual std::shared_ptr<CFRunLoopSource> IONotificationPortGetRunLoopSource() = 0;
+};
+
+/// Call-back of a matching notification: the entries that have just matched.
+using IOServiceMatchingCallback = void (*)(void* refCon, IOIterator& iterator);
+
+/// The registry of attached devices. Any thread.
+class IORegistry {
+  public:
+    virtual ~IORegistry() = default;
+
+    /// Every present match, in enumeration order.
+    virtual IOReturn IOServiceGetMatchingServices(const MatchingDictionary& matching,
+                                                  std::unique_ptr<IOIterator>& iterator) = 0;
+
+    virtual std::unique_ptr<IONotificationPort> IONotificationPortCreate() = 0;
+
+    /// Arms a notification: from now on the call-back runs, on the loop that the port's source was added to, for each
+    /// group of entries that newly match. What is present now comes back in the iterator; nothing falls between the two
+    /// and nothing is in both. The notification lives as long as the port.
+    /// @param type  kIOServiceMatched; anything else is refused with kIOReturnUnsupported
+    virtual IOReturn IOServiceAddMatchingNotification(IONotificationPort& port, const std::string& type,
+                                                      const MatchingDictionary& matching,
+                                                      IOServiceMatchingCallback callback, void* refCon,
+                                                      std::unique_ptr<IOIterator>& iterator) = 0;
+
+    /// The entry at a path as IORegistryEntryGetPath gave it; null when there is none now.
+    virtual std::unique_ptr<IOService> IORegistryEntryFromPath(const std::string& path) = 0;
+};
+
+}  // namespace platform

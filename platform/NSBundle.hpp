@@ -1,0 +1,31 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/PropertyList.hpp"
+
+namespace platform {
+
+/// The application's resources: its information dictionary and its string tables. Any thread.
+class NSBundle {
+  public:
+    virtual ~NSBundle() = default;
+
+    /// "CFBundleIdentifier"; empty when the bundle has none.
+    virtual std::string bundleIdentifier() const = 0;
+
+    /// The dictionary of Info.plist; empty when there is none.
+    virtual const PropertyList::Dictionary& infoDictionary() const = 0;
+
+    /// The string under the key in the user's language, else in English, else `value`, else the key itself.
+    /// @param table  name without extension; empty for the default table
+    virtual std::string localizedStringForKey(const std::string& key, const std::string& value,
+                                              const std::string& table) const = 0;
+
+    /// Path of a resource file; empty when there is none.
+    virtual std::optional<std::string> pathForResource(const std::string& name, const std::string& type,
+                                                       const std::string& folder) const = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace platform {
+
+class Clock;
+class CFRunLoop;
+class CFRunLoops;
+class DispatchQueue;
+class FileAttributes;
+class IORegistry;
+class MainQueue;
+class NSBundle;
+class NSExceptionHandler;
+class NSUserDefaults;
+class ScriptRunner;
+class WallClock;
+
+/// The process-wide objects of the operating system, as the composition root picked them. None is owned. What stays
+/// null has a harmless stand-in where the accessor below says so, and must be set before use elsewhere.
+struct Platform {
+    Clock* clock = nullptr;                          ///< stand-in: the machine's clock
+    CFRunLoops* runLoops = nullptr;                  ///< must be set
+    IORegistry* masterPort = nullptr;                ///< must be set
+    MainQueue* mainQueue = nullptr;                  ///< must be set
+    DispatchQueue* globalQueue = nullptr;            ///< must be set
+    NSBundle* mainBundle = nullptr;                  ///< stand-in: an empty bundle
+    NSUserDefaults* standardUserDefaults = nullptr;  ///< stand-in: no preferences
+    ScriptRunner* scriptRunner = nullptr;            ///< must be set
+    NSExceptionHandler* exceptionHandler = nullptr;  ///< must be set
+    WallClock* wallClock = nullptr;                  ///< stand-in: the machine's time of day
+    FileAttributes* fileAttributes = nullptr;        ///< stand-in: the system's
+    void (*log)(const std::string& line) = nullptr;  ///< stand-in: standard error
+};
+
+/// Installs a Platform for the life of this object and puts the one before back at its end. `main` makes one before any
+/// other thread runs and destroys it after they have ended; a test's fixture does the same.
+class PlatformScope {
+  public:
+    explicit PlatformScope(const Platform& platform);
+    ~PlatformScope();
+    PlatformScope(const PlatformScope&) = delete;
+    PlatformScope& operator=(const PlatformScope&) = delete;
+
+  private:
+    Platform mPrevious;
+};
+
+/// The platform's own accessors. Any thread, while a PlatformScope lives.
+Clock& SystemClock();
+IORegistry& kIOMasterPortDefault();
+std::shared_ptr<CFRunLoop> CFRunLoopGetCurrent();
+MainQueue& dispatch_get_main_queue();
+DispatchQueue& dispatch_get_global_queue();
+NSBundle& mainBundle();
+NSUserDefaults& standardUserDefaults();
+ScriptRunner& scriptRunner();
+NSExceptionHandler& defaultExceptionHandler();
+WallClock& wallClock();
+FileAttributes& fileAttributes();
+
+/// Now, by the process's clock.
+double CFAbsoluteTimeGetCurrent();
+
+/// Writes one line to the system log, printf style. Never throws. Any thread.
+void NSLog(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// A fresh globally unique id as text, upper-case hexadecimal in the usual five groups. Any thread.
+std::string CFUUIDCreateString();
+
+}  // namespace platform

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace platform {
+
+/// A property-list value: what bundle information, string tables and preferences are made of. A plain value; copying
+/// is deep. Dates and unique ids are kept as they came, so that a file written back loses nothing.
+struct PropertyList {
+    using Data = std::vector<unsigned char>;
+    using Array = std::vector<PropertyList>;
+    using Dictionary = std::map<std::string, PropertyList>;
+    struct Date {
+        std::int32_t seconds = 0;  ///< since 2001-01-01 00:00:00 UTC
+        std::int32_t microseconds = 0;
+        bool operator==(const Date&) const = default;
+    };
+    struct Uid {
+        std::uint64_t value = 0;
+        bool operator==(const Uid&) const = default;
+    };
+    using Value = std::variant<std::string, bool, std::int64_t, double, Data, Date, Uid, Array, Dictionary>;
+
+    Value value;
+
+    bool operator==(const PropertyList&) const = default;
+
+    const Dictionary* dictionary() const { return std::get_if<Dictionary>(&value); }
+    const std::string* string() const { return std::get_if<std::string>(&value); }
+    /// The entry under a key; null when this is no dictionary or has no such key.
+    const PropertyList* find(const std::string& key) const {
+        const Dictionary* entries = dictionary();
+        if (!entries) return nullptr;
+        const auto it = entries->find(key);
+        return it == entries->end() ? nullptr : &it->second;
+    }
+};
+
+/// Reads an XML property list; empty when the bytes are none, hold a zero character, nest more than 256 containers or
+/// are more than 16 MB. Binary lists are not read. Any thread.
+std::optional<PropertyList> parsePropertyList(const std::string& bytes);
+
+/// Writes an XML property list, keys in order. Any thread.
+std::string formatPropertyList(const PropertyList& list);
+
+}  // namespace platform

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "platform/CFRunLoop.hpp"
+
+namespace platform {
+
+/// Watches one descriptor for one mode of an AsioRunLoop; destroying it ends the watch and leaves the descriptor open.
+/// Owner thread only.
+class DescriptorWatch {
+  public:
+    virtual ~DescriptorWatch() = default;
+};
+
+/// A run loop on Boost.Asio: one io_context for each mode that holds something, made at its first use and dropped with
+/// the last source, timer, block or run in it. A mode costs descriptors (epoll and its wake-up) only once a descriptor
+/// is watched in it, and a thousand modes used one after the other leave nothing behind. Timers are kept here and bound
+/// the wait: they cost no descriptor either and follow the process's clock.
+///
+/// Belongs to the thread that made it (AsioRunLoops makes one for each thread that asks); shared, because other threads
+/// post to it. End() is its stop: it is called as the thread ends.
+///
+/// To end a thread that may be inside a nested run, post a block to the default mode that calls CFRunLoopStop: the
+/// block is served by the outer run only, whereas a bare CFRunLoopStop from elsewhere ends whichever run is innermost.
+class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<AsioRunLoop> {
+  public:
+    AsioRunLoop();
+    ~AsioRunLoop() override;
+    AsioRunLoop(const AsioRunLoop&) = delete;
+    AsioRunLoop& operator=(const AsioRunLoop&) = delete;
+
+    CFRunLoopRunResult CFRunLoopRunInMode(std::string_view mode, CFTimeInterval seconds,
+                                          bool returnAfterSourceHandled) override;
+    void CFRunLoopRun() override;
+    void CFRunLoopStop() override;
+    void CFRunLoopPerformBlock(std::string_view mode, std::function<void()> block) override;
+    void CFRunLoopAddSource(const std::shared_ptr<CFRunLoopSource>& source, std::string_view mode) override;
+    void CFRunLoopRemoveSource(const std::shared_ptr<CFRunLoopSource>& source) override;
+    std::unique_ptr<CFRunLoopTimer> CFRunLoopAddTimer(std::string_view mode, CFAbsoluteTime fireDate,
+                                                      CFTimeInterval interval, std::function<void()> handler) override;
+
+    /// Calls the handler from a run of the mode whenever the descriptor is readable: level, not edge. What the handler
+    /// throws leaves the run, and the watch goes on.
+    /// @param descriptor  must stay open for as long as the watch lives; regular files can't be watched
+    /// Owner thread only.
+    std::unique_ptr<DescriptorWatch> WatchReadable(std::string_view mode, int descriptor,
+                                                   std::function<void()> handler);
+
+    /// Takes every source, timer and block out; blocks are destroyed unrun. Later posts are destroyed at once.
+    /// Owner thread only, outside any run.
+    void End();
+
+    /// How many modes hold something. Any thread.
+    std::size_t ModeCount() const;
+
+  private:
+    struct Mode;
+    struct Frame;
+    struct TimerState;
+    struct WatchState;
+    class ModeUse;
+    class Timer;
+    class Watch;
+    struct ScheduledSource;
+
+    std::shared_ptr<Mode> ModeNamed(std::string_view name);  // mMutex held
+    void Leave(Mode& mode);
+    void ServeBlock(Mode& mode);
+    bool ServeDueTimer(Mode& mode);
+    void ServeOne(Mode& mode, double secondsLeft);
+    CFRunLoopRunResult Run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled);
+    void AssertOwner() const;
+
+    const std::thread::id mOwner = std::this_thread::get_id();
+    std::atomic<bool> mEnded = false;
+    std::size_t mServed = 0;                // owner thread: blocks, timers and watches served so far
+    std::vector<ScheduledSource> mSources;  // owner thread
+
+    mutable std::mutex mMutex;
+    std::map<std::string, std::shared_ptr<Mode>, std::less<>> mModes;  // mMutex
+    std::vector<Frame*> mFrames;                                       // mMutex; runs under way, innermost last
+    bool mStopNextRun = false;                                         // mMutex
+};
+
+/// Gives each thread its AsioRunLoop. All instances give the same loops. Any thread.
+class AsioRunLoops final : public CFRunLoops {
+  public:
+    std::shared_ptr<CFRunLoop> CFRunLoopGetCurrent() override;
+};
+
+}  // namespace platform

@@ -1,0 +1,149 @@
+#include "platform/linux/CrashHandler.hpp"
+
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstring>
+#include <ctime>
+
+namespace platform {
+namespace {
+
+constexpr int kFrames = 128;
+
+/// Everything that the handler touches, prepared beforehand: it can neither allocate nor lock.
+struct Prepared {
+    char filePath[4096] = {};      ///< the prefix; the handler appends the rest in place
+    std::size_t prefixLength = 0;  ///< 0 for no file
+    char version[512] = {};
+    const char* const* blackBox = nullptr;   ///< where the program publishes its text; null if it does not
+    alignas(16) char stack[64 * 1024] = {};  ///< for the handler, on the main thread
+};
+constinit Prepared gPrepared;  // at hand before any constructor has run
+std::atomic_flag gIsReporting = ATOMIC_FLAG_INIT;
+static_assert(std::atomic<const char*>::is_always_lock_free);
+
+/// Text in a buffer of fixed size; what does not fit is dropped.
+class SafeText {
+  public:
+    SafeText(char* buffer, std::size_t size, std::size_t length = 0) : mBuffer(buffer), mSize(size), mLength(length) {}
+
+    SafeText& operator<<(const char* text) {
+        while (*text && mLength + 1 < mSize) mBuffer[mLength++] = *text++;
+        mBuffer[mLength] = 0;
+        return *this;
+    }
+    SafeText& operator<<(unsigned long number) {
+        char digits[24] = {};
+        std::size_t at = sizeof digits - 1;
+        do {
+            digits[--at] = static_cast<char>('0' + number % 10);
+            number /= 10;
+        } while (number > 0);
+        return *this << digits + at;
+    }
+
+  private:
+    char* mBuffer;
+    std::size_t mSize;
+    std::size_t mLength;
+};
+
+void write(int descriptor, const char* text) {
+    std::size_t left = std::strlen(text);
+    while (left > 0) {
+        const ssize_t count = ::write(descriptor, text, left);
+        if (count <= 0) return;
+        text += count;
+        left -= static_cast<std::size_t>(count);
+    }
+}
+
+const char* signalName(int signal) {
+    switch (signal) {
+        case SIGILL:
+            return "SIGILL";
+        case SIGSEGV:
+            return "SIGSEGV";
+        case SIGABRT:
+            return "SIGABRT";
+        case SIGBUS:
+            return "SIGBUS";
+        case SIGFPE:
+            return "SIGFPE";
+        default:
+            return "?";
+    }
+}
+
+void report(int descriptor, int signal, void* const* frames, int count) {
+    char line[64] = {};
+    SafeText(line, sizeof line) << "\nSignal " << static_cast<unsigned long>(signal) << " (" << signalName(signal)
+                                << ")\nBlack box:\n";
+    write(descriptor, gPrepared.version);
+    write(descriptor, line);
+    if (gPrepared.blackBox && *gPrepared.blackBox) write(descriptor, *gPrepared.blackBox);
+    write(descriptor, "\nStack:\n");
+    backtrace_symbols_fd(frames, count, descriptor);
+}
+
+void handle(int signal) {
+    // The first one's end of the process ends the others too.
+    while (gIsReporting.test_and_set()) ::pause();
+
+    void* frames[kFrames];
+    const int count = backtrace(frames, kFrames);
+    report(STDERR_FILENO, signal, frames, count);
+    if (gPrepared.prefixLength > 0) {
+        timespec now{};
+        ::clock_gettime(CLOCK_REALTIME, &now);
+        SafeText(gPrepared.filePath, sizeof gPrepared.filePath, gPrepared.prefixLength)
+            << "-" << static_cast<unsigned long>(now.tv_sec) << "-" << static_cast<unsigned long>(::getpid())
+            << ".crash";
+        const int file = ::open(gPrepared.filePath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (file >= 0) {
+            report(file, signal, frames, count);
+            ::close(file);
+        }
+    }
+
+    struct sigaction standard {};
+    standard.sa_handler = SIG_DFL;
+    ::sigaction(signal, &standard, nullptr);
+    ::raise(signal);  // blocked until this returns; also right where somebody sent the signal and nothing would repeat
+}
+
+}  // namespace
+
+void InstallCrashHandler(const std::string& filePrefix, const std::string& versionText) {
+    gPrepared.prefixLength = filePrefix.copy(gPrepared.filePath, 3900);
+    versionText.copy(gPrepared.version, 500);
+    gPrepared.blackBox = static_cast<const char* const*>(dlsym(RTLD_DEFAULT, "__crashreporter_info__"));
+
+    // The first capture loads the unwinder, which a handler must not do.
+    void* frame = nullptr;
+    backtrace(&frame, 1);
+
+    stack_t current{};
+    if (::sigaltstack(nullptr, &current) == 0 && (current.ss_flags & SS_DISABLE) != 0) {
+        stack_t own{};
+        own.ss_sp = gPrepared.stack;
+        own.ss_size = sizeof gPrepared.stack;
+        ::sigaltstack(&own, nullptr);
+    }
+
+    struct sigaction action {};
+    action.sa_handler = handle;
+    action.sa_flags = SA_ONSTACK;
+    sigemptyset(&action.sa_mask);
+    const int signals[] = {SIGILL, SIGSEGV, SIGABRT, SIGBUS, SIGFPE};
+    for (const int signal : signals) sigaddset(&action.sa_mask, signal);
+    for (const int signal : signals) ::sigaction(signal, &action, nullptr);
+}
+
+}  // namespace platform

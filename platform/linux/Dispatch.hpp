@@ -1,0 +1,59 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "platform/CFRunLoop.hpp"
+#include "platform/Dispatch.hpp"
+
+namespace platform {
+
+/// The main queue where there is no window: the default mode of the run loop of the thread that makes it, which is the
+/// main thread from then on and has to run that loop. A block that is still waiting when that thread ends is destroyed,
+/// and a dispatch_sync that waits for it returns.
+class RunLoopMainQueue final : public MainQueue {
+  public:
+    explicit RunLoopMainQueue(CFRunLoops& runLoops);
+
+    void dispatch_async(std::function<void()> block) override;
+    void dispatch_sync(const std::function<void()>& block) override;
+    std::shared_ptr<NSTimer> scheduledTimerWithTimeInterval(CFTimeInterval seconds, bool repeats,
+                                                            std::function<void()> handler) override;
+
+  private:
+    const std::shared_ptr<CFRunLoop> mLoop;  // shared: a timer may be destroyed after the queue
+    const std::thread::id mMainThread = std::this_thread::get_id();
+};
+
+/// The global concurrent queue: each block gets a thread at once, an idle one if there is one. Idle threads sleep
+/// without waking. The destructor lets every block come to its end and joins the threads.
+class GlobalQueue final : public DispatchQueue {
+  public:
+    GlobalQueue() = default;
+    ~GlobalQueue() override;  ///< blocks until the blocks have run; not from one of them
+    GlobalQueue(const GlobalQueue&) = delete;
+    GlobalQueue& operator=(const GlobalQueue&) = delete;
+
+    void dispatch_async(std::function<void()> block) override;
+
+    /// Runs the block on the calling thread: nothing in a concurrent queue has to be waited for.
+    void dispatch_sync(const std::function<void()>& block) override;
+
+  private:
+    void Work();
+
+    std::mutex mMutex;
+    std::condition_variable mWake;
+    std::deque<std::function<void()>> mBlocks;  // mMutex
+    std::vector<std::thread> mThreads;          // mMutex
+    std::size_t mIdle = 0;                      // mMutex
+    bool mStopping = false;                     // mMutex
+};
+
+}  // namespace platform

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace platform {
+
+/// Owns one file descriptor. Move-only.
+class FileDescriptor {
+  public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) : mDescriptor(descriptor) {}
+    ~FileDescriptor() { reset(); }
+    FileDescriptor(FileDescriptor&& other) noexcept : mDescriptor(std::exchange(other.mDescriptor, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        if (this != &other) {
+            reset();
+            mDescriptor = std::exchange(other.mDescriptor, -1);
+        }
+        return *this;
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    int get() const { return mDescriptor; }
+    explicit operator bool() const { return mDescriptor >= 0; }
+    void reset() {
+        if (mDescriptor >= 0) ::close(std::exchange(mDescriptor, -1));
+    }
+
+  private:
+    int mDescriptor = -1;
+};
+
+}  // namespace platform

@@ -1,0 +1,174 @@
+#include "platform/linux/LibusbDevice.hpp"
+
+#include <utility>
+#include <vector>
+
+#include "platform/Platform.hpp"
+#include "platform/linux/IOServiceList.hpp"
+#include "platform/linux/LibusbInterface.hpp"
+#include "platform/linux/OpenFailure.hpp"
+#include "platform/linux/UsbConnection.hpp"
+#include "platform/linux/UsbErrors.hpp"
+#include "platform/linux/UsbServices.hpp"
+
+namespace platform {
+namespace {
+
+struct FreeConfiguration {
+    void operator()(libusb_config_descriptor* descriptor) const { libusb_free_config_descriptor(descriptor); }
+};
+using Configuration = std::unique_ptr<libusb_config_descriptor, FreeConfiguration>;
+
+/// The way to an interface's access object.
+class UsbInterfacePlugIn final : public IOCFPlugInInterface {
+  public:
+    UsbInterfacePlugIn(std::shared_ptr<UsbConnection> connection, UsbInterfaceDescription description)
+        : mConnection(std::move(connection)), mDescription(std::move(description)) {}
+    IOReturn QueryInterface(std::unique_ptr<IOUSBDeviceInterface>&) override { return kIOReturnUnsupported; }
+    IOReturn QueryInterface(std::unique_ptr<IOUSBInterfaceInterface>& interface) override {
+        interface = std::make_unique<LibusbInterface>(mConnection, mDescription);
+        return kIOReturnSuccess;
+    }
+
+  private:
+    const std::shared_ptr<UsbConnection> mConnection;
+    const UsbInterfaceDescription mDescription;
+};
+
+/// An interface of an opened device. Its path is the one that sysfs would give it; it has no id of its own.
+class UsbInterfaceService final : public IOService {
+  public:
+    UsbInterfaceService(std::shared_ptr<UsbConnection> connection, UsbInterfaceDescription description)
+        : mConnection(std::move(connection)), mDescription(std::move(description)) {}
+    IOReturn IORegistryEntryGetPath(const std::string& plane, std::string& path) override {
+        if (plane != kIOServicePlane) return kIOReturnNotFound;
+        path = mDescription.path;
+        return kIOReturnSuccess;
+    }
+    IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t&) override { return kIOReturnUnsupported; }
+    IOReturn IOCreatePlugInInterfaceForService(IOUserClientType type,
+                                               std::unique_ptr<IOCFPlugInInterface>& plugIn) override {
+        if (type != IOUserClientType::kIOUSBInterfaceUserClientTypeID) return kIOReturnUnsupported;
+        plugIn = std::make_unique<UsbInterfacePlugIn>(mConnection, mDescription);
+        return kIOReturnSuccess;
+    }
+
+  private:
+    const std::shared_ptr<UsbConnection> mConnection;
+    const UsbInterfaceDescription mDescription;
+};
+
+bool Fits(std::uint16_t wanted, std::uint8_t value) {
+    return wanted == kIOUSBFindInterfaceDontCare || wanted == value;
+}
+
+UsbInterfaceDescription Describe(const std::string& devicePath, int configurationValue,
+                                 const libusb_interface_descriptor& interface) {
+    UsbInterfaceDescription description;
+    description.number = interface.bInterfaceNumber;
+    const std::string name = devicePath.substr(devicePath.rfind('/') + 1);
+    description.path = devicePath + "/" + name + ":" + std::to_string(configurationValue) + "." +
+                       std::to_string(interface.bInterfaceNumber);
+    for (int i = 0; i < interface.bNumEndpoints; ++i) {
+        const libusb_endpoint_descriptor& endpoint = interface.endpoint[i];
+        PipeProperties pipe;
+        pipe.direction = endpoint.bEndpointAddress & LIBUSB_ENDPOINT_IN ? kUSBIn : kUSBOut;
+        pipe.number = endpoint.bEndpointAddress & LIBUSB_ENDPOINT_ADDRESS_MASK;
+        pipe.transferType = endpoint.bmAttributes & LIBUSB_TRANSFER_TYPE_MASK;
+        pipe.maxPacketSize = endpoint.wMaxPacketSize & 0x07FF;  // above: extra transactions of a microframe
+        pipe.interval = endpoint.bInterval;
+        description.pipes.push_back(pipe);
+    }
+    return description;
+}
+
+}  // namespace
+
+LibusbDevice::LibusbDevice(std::string registryPath, std::uint64_t entryId)
+    : mPath(std::move(registryPath)), mEntryId(entryId) {}
+LibusbDevice::~LibusbDevice() = default;
+
+IOReturn LibusbDevice::USBDeviceOpen() {
+    if (mConnection) return kIOReturnExclusiveAccess;
+    const auto present = UsbDeviceService::AtPath(mPath);
+    const std::string node = present && present->EntryId() == mEntryId ? DeviceNodeOfPath(mPath) : std::string();
+    const IOReturn result = node.empty() ? kIOReturnNoDevice : UsbConnection::Open(node, mConnection);
+    if (result != kIOReturnSuccess) NSLog("%s\n", DescribeOpenFailure(mPath, result).c_str());
+    return result;
+}
+
+IOReturn LibusbDevice::USBDeviceClose() {
+    if (!mConnection) return kIOReturnNotOpen;
+    mConnection.reset();
+    return kIOReturnSuccess;
+}
+
+IOReturn LibusbDevice::GetConfigurationDescriptorPtr(std::uint8_t index, IOUSBConfigurationDescriptor& descriptor) {
+    if (!mConnection) return kIOReturnNotOpen;
+    libusb_config_descriptor* found = nullptr;
+    const int result = libusb_get_config_descriptor(mConnection->Device(), index, &found);
+    const Configuration configuration(found);
+    if (result < 0) return IOReturnOfLibusb(result);
+    descriptor = {configuration->bConfigurationValue, configuration->bNumInterfaces};
+    return kIOReturnSuccess;
+}
+
+IOReturn LibusbDevice::SetConfiguration(std::uint8_t configurationValue) {
+    if (!mConnection) return kIOReturnNotOpen;
+    // Also done where the configuration is active already: it clears what halted an endpoint in an earlier session.
+    const IOReturn result = mConnection->SetConfiguration(configurationValue);
+    if (result != kIOReturnSuccess) NSLog("%s\n", DescribeOpenFailure(mPath, result).c_str());
+    return result;
+}
+
+IOReturn LibusbDevice::GetDeviceVendor(std::uint16_t& vendor) {
+    if (!mConnection) return kIOReturnNotOpen;
+    libusb_device_descriptor descriptor{};
+    const int result = libusb_get_device_descriptor(mConnection->Device(), &descriptor);
+    if (result == LIBUSB_SUCCESS) vendor = descriptor.idVendor;
+    return IOReturnOfLibusb(result);
+}
+
+IOReturn LibusbDevice::GetDeviceProduct(std::uint16_t& product) {
+    if (!mConnection) return kIOReturnNotOpen;
+    libusb_device_descriptor descriptor{};
+    const int result = libusb_get_device_descriptor(mConnection->Device(), &descriptor);
+    if (result == LIBUSB_SUCCESS) product = descriptor.idProduct;
+    return IOReturnOfLibusb(result);
+}
+
+IOReturn LibusbDevice::GetDeviceReleaseNumber(std::uint16_t& release) {
+    if (!mConnection) return kIOReturnNotOpen;
+    libusb_device_descriptor descriptor{};
+    const int result = libusb_get_device_descriptor(mConnection->Device(), &descriptor);
+    if (result == LIBUSB_SUCCESS) release = descriptor.bcdDevice;
+    return IOReturnOfLibusb(result);
+}
+
+IOReturn LibusbDevice::CreateInterfaceIterator(const IOUSBFindInterfaceRequest& request,
+                                               std::unique_ptr<IOIterator>& iterator) {
+    if (!mConnection) return kIOReturnNotOpen;
+    libusb_config_descriptor* found = nullptr;
+    const int result = libusb_get_active_config_descriptor(mConnection->Device(), &found);
+    const Configuration configuration(found);
+    if (result < 0) return IOReturnOfLibusb(result);
+
+    std::vector<std::unique_ptr<IOService>> interfaces;
+    for (int i = 0; i < configuration->bNumInterfaces; ++i) {
+        if (configuration->interface[i].num_altsetting < 1) continue;
+        // Alternate setting 0, the one that a configuration starts with.
+        const libusb_interface_descriptor& interface = configuration->interface[i].altsetting[0];
+        if (!Fits(request.bInterfaceClass, interface.bInterfaceClass) ||
+            !Fits(request.bInterfaceSubClass, interface.bInterfaceSubClass) ||
+            !Fits(request.bInterfaceProtocol, interface.bInterfaceProtocol) ||
+            !Fits(request.bAlternateSetting, interface.bAlternateSetting)) {
+            continue;
+        }
+        interfaces.push_back(std::make_unique<UsbInterfaceService>(
+            mConnection, Describe(mPath, configuration->bConfigurationValue, interface)));
+    }
+    iterator = std::make_unique<IOServiceList>(std::move(interfaces));
+    return kIOReturnSuccess;
+}
+
+}  // namespace platform

@@ -1,0 +1,106 @@
+#include "platform/linux/UsbConnection.hpp"
+
+#include <poll.h>
+#include <sys/epoll.h>
+
+#include <cerrno>
+
+#include "platform/linux/UsbErrors.hpp"
+#include "platform/linux/UsbNode.hpp"
+
+namespace platform {
+namespace {
+
+void Add(int epoll, int descriptor, short events) {
+    epoll_event event{};
+    if (events & POLLIN) event.events |= EPOLLIN;
+    if (events & POLLOUT) event.events |= EPOLLOUT;
+    event.data.fd = descriptor;
+    ::epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event);
+}
+
+}  // namespace
+
+IOReturn UsbConnection::Open(const std::string& node, std::shared_ptr<UsbConnection>& connection) {
+    // make_shared can't reach the constructor.
+    std::shared_ptr<UsbConnection> made(new UsbConnection);
+    const IOReturn result = made->Attach(node);
+    if (result == kIOReturnSuccess) connection = std::move(made);
+    return result;
+}
+
+IOReturn UsbConnection::Attach(const std::string& node) {
+    IOReturn result = OpenUsbNode(node, mNode);
+    if (result != kIOReturnSuccess) return result;
+    mEpoll = FileDescriptor(::epoll_create1(EPOLL_CLOEXEC));
+    if (!mEpoll) return IOReturnOfErrno(errno);
+
+    // The registry is libudev's business: without discovery a context neither scans the bus nor starts a thread.
+    // Once: the option holds for all contexts to come, and libusb sets it without a lock.
+    static const int withoutDiscovery = libusb_set_option(nullptr, LIBUSB_OPTION_NO_DEVICE_DISCOVERY);
+    if (withoutDiscovery != LIBUSB_SUCCESS) return IOReturnOfLibusb(withoutDiscovery);
+    libusb_context* context = nullptr;
+    result = IOReturnOfLibusb(libusb_init(&context));
+    if (result != kIOReturnSuccess) return result;
+    mContext.reset(context);
+
+    libusb_device_handle* handle = nullptr;
+    result = IOReturnOfLibusb(libusb_wrap_sys_device(context, mNode.get(), &handle));
+    if (result != kIOReturnSuccess) return result;
+    mHandle.reset(handle);
+    libusb_set_auto_detach_kernel_driver(handle, 1);
+    WatchEvents();
+    return kIOReturnSuccess;
+}
+
+void UsbConnection::WatchEvents() {
+    libusb_set_pollfd_notifiers(
+        mContext.get(),
+        [](int descriptor, short events, void* self) {
+            Add(static_cast<UsbConnection*>(self)->mEpoll.get(), descriptor, events);
+        },
+        [](int descriptor, void* self) {
+            ::epoll_ctl(static_cast<UsbConnection*>(self)->mEpoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+        },
+        this);
+    const libusb_pollfd** descriptors = libusb_get_pollfds(mContext.get());
+    if (!descriptors) return;
+    for (const libusb_pollfd** entry = descriptors; *entry; ++entry) Add(mEpoll.get(), (*entry)->fd, (*entry)->events);
+    libusb_free_pollfds(descriptors);
+}
+
+UsbConnection::~UsbConnection() {
+    if (!mHandle) return;
+    for (const int interface : mDetached) libusb_attach_kernel_driver(mHandle.get(), interface);
+    mHandle.reset();
+    libusb_set_pollfd_notifiers(mContext.get(), nullptr, nullptr, nullptr);
+}
+
+IOReturn UsbConnection::SetConfiguration(int configurationValue) {
+    int result = libusb_set_configuration(mHandle.get(), configurationValue);
+    if (result == LIBUSB_ERROR_BUSY && DetachKernelDrivers() == kIOReturnSuccess) {
+        result = libusb_set_configuration(mHandle.get(), configurationValue);
+    }
+    return IOReturnOfLibusb(result);
+}
+
+/// The kernel refuses a configuration while a driver, or another program, holds one of the interfaces. A program is
+/// left alone: it makes the second try fail as well.
+IOReturn UsbConnection::DetachKernelDrivers() {
+    libusb_config_descriptor* configuration = nullptr;
+    const int result = libusb_get_active_config_descriptor(Device(), &configuration);
+    if (result < 0) return IOReturnOfLibusb(result);
+    for (int i = 0; i < configuration->bNumInterfaces; ++i) {
+        const int number = configuration->interface[i].altsetting[0].bInterfaceNumber;
+        if (libusb_detach_kernel_driver(mHandle.get(), number) == LIBUSB_SUCCESS) mDetached.insert(number);
+    }
+    libusb_free_config_descriptor(configuration);
+    return kIOReturnSuccess;
+}
+
+bool UsbConnection::HandleEvents(std::chrono::milliseconds wait) {
+    timeval limit{wait.count() / 1000, wait.count() % 1000 * 1000};
+    return libusb_handle_events_timeout_completed(mContext.get(), &limit, nullptr) == LIBUSB_SUCCESS;
+}
+
+}  // namespace platform

@@ -1,0 +1,140 @@
+#include "platform/linux/UsbTransfers.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <new>
+#include <utility>
+
+#include "platform/Platform.hpp"
+#include "platform/linux/UsbErrors.hpp"
+
+namespace platform {
+namespace {
+
+constexpr unsigned kNoTimeout = 0;
+constexpr std::chrono::seconds kTakeBackLimit{5};  // the kernel cancels at once; only a broken one reaches this
+
+}  // namespace
+
+IOReturn UsbTransfers::Submit(std::uint8_t address, std::uint8_t type, std::span<const unsigned char> bytes,
+                              const Completion& completion) {
+    if (mIdle.empty()) {
+        Transfer& made = mIdle.emplace_back();
+        made.libusb.reset(libusb_alloc_transfer(0));
+        made.owner = this;
+        made.self = mIdle.begin();
+        if (!made.libusb) {
+            mIdle.clear();
+            return kIOReturnNoMemory;
+        }
+    }
+    Transfer& transfer = mIdle.front();
+    transfer.data.assign(bytes.begin(), bytes.end());
+    if (address & LIBUSB_ENDPOINT_IN) transfer.data.resize(completion.destination.size());
+    transfer.completion = completion;
+    libusb_fill_bulk_transfer(transfer.libusb.get(), mConnection->Handle(), address, transfer.data.data(),
+                              static_cast<int>(transfer.data.size()), &Ended, &transfer, kNoTimeout);
+    transfer.libusb->type = type;
+    const int result = libusb_submit_transfer(transfer.libusb.get());
+    if (result == LIBUSB_SUCCESS) mInFlight.splice(mInFlight.end(), mIdle, transfer.self);
+    return IOReturnOfLibusb(result);
+}
+
+void UsbTransfers::Ended(libusb_transfer* transfer) {
+    auto& ended = *static_cast<Transfer*>(transfer->user_data);
+    UsbTransfers& self = *ended.owner;
+    self.mDone.splice(self.mDone.end(), self.mInFlight, ended.self);
+    if (!self.mInLibusb || self.mThrown) return;
+    try {
+        self.Report();
+    } catch (...) {
+        self.mThrown = std::current_exception();  // libusb is C: nothing may be thrown through it
+    }
+}
+
+void UsbTransfers::HandleEvents() {
+    const auto self = shared_from_this();  // a completion may let go of the interface
+    mInLibusb = true;
+    mConnection->HandleEvents();
+    mInLibusb = false;
+    if (mClosed) Release();
+    if (!mThrown) return;
+    if (!mDone.empty()) ReportLater();
+    std::rethrow_exception(std::exchange(mThrown, nullptr));
+}
+
+void UsbTransfers::Abort(std::uint8_t address) {
+    for (auto& transfer : mInFlight) {
+        // One that has ended in the meantime is not found, which is as good.
+        if (transfer.libusb->endpoint == address) libusb_cancel_transfer(transfer.libusb.get());
+    }
+}
+
+void UsbTransfers::TakeBack() {
+    for (auto& transfer : mInFlight) libusb_cancel_transfer(transfer.libusb.get());
+    const auto deadline = std::chrono::steady_clock::now() + kTakeBackLimit;
+    while (!mInFlight.empty() && std::chrono::steady_clock::now() < deadline) {
+        if (!mConnection->HandleEvents(std::chrono::milliseconds(100))) break;
+    }
+    mIdle.splice(mIdle.end(), mDone);
+    if (mInFlight.empty()) return;
+    // The kernel may still write into them: memory is given up rather than taken back from under it.
+    NSLog("%zu USB transfers did not come back and are left behind.\n", mInFlight.size());
+    new std::list<Transfer>(std::move(mInFlight));
+    mInFlight.clear();
+}
+
+void UsbTransfers::Close() {
+    mClosed = true;
+    Unschedule();
+    if (!mInLibusb) Release();
+}
+
+void UsbTransfers::Release() {
+    if (std::exchange(mReleased, true)) return;
+    TakeBack();
+    libusb_release_interface(mConnection->Handle(), mInterface);
+}
+
+void UsbTransfers::Schedule(const std::shared_ptr<AsioRunLoop>& loop, std::string_view mode) {
+    if (mClosed) return;
+    mLoop = loop;
+    mMode = mode;
+    mWatch = loop->WatchReadable(mode, mConnection->EventDescriptor(), [this] { HandleEvents(); });
+    if (!mDone.empty()) ReportLater();
+}
+
+void UsbTransfers::Unschedule() {
+    mWatch.reset();
+    mLoop.reset();
+}
+
+/// For what is done already: no descriptor will announce it again.
+void UsbTransfers::ReportLater() {
+    if (!mLoop) return;
+    mLoop->CFRunLoopPerformBlock(mMode, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self) return;
+        try {
+            self->Report();
+        } catch (...) {
+            if (!self->mDone.empty()) self->ReportLater();
+            throw;
+        }
+    });
+}
+
+void UsbTransfers::Report() {
+    while (mLoop && !mDone.empty()) {
+        Transfer& transfer = mDone.front();
+        const Completion completion = transfer.completion;
+        const std::size_t length = static_cast<std::size_t>(std::max(transfer.libusb->actual_length, 0));
+        const IOReturn result = IOReturnOfTransfer(transfer.libusb->status);
+        std::copy_n(transfer.data.begin(), std::min(length, completion.destination.size()),
+                    completion.destination.begin());
+        mIdle.splice(mIdle.begin(), mDone, transfer.self);
+        completion.callback(completion.refCon, result, reinterpret_cast<void*>(length));
+    }
+}
+
+}  // namespace platform

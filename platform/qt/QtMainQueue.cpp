@@ -1,0 +1,144 @@
+#include "platform/qt/QtMainQueue.hpp"
+
+#include <QObject>
+#include <QPointer>
+#include <QThread>
+#include <QTimer>
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <limits>
+#include <mutex>
+#include <utility>
+
+#include "platform/Platform.hpp"
+
+namespace platform {
+namespace {
+
+/// A block or a handler is a boundary: what it throws ends there.
+void runGuarded(const std::function<void()>& block) {
+    try {
+        block();
+    } catch (...) {
+        NSLog("Unknown exception caught at %s, %d\n", "QtMainQueue", __LINE__);
+    }
+}
+
+int millisecondsOf(CFTimeInterval seconds) {
+    return static_cast<int>(std::clamp(seconds * 1000.0, 0.0, static_cast<double>(std::numeric_limits<int>::max())));
+}
+
+}  // namespace
+
+/// The way to the main thread, for as long as the queue lives.
+class QtMainThread {
+  public:
+    /// Has the work run on the main thread. Once the queue has gone the work is destroyed, not run. Any thread.
+    void post(std::function<void()> work) {
+        const std::lock_guard lock(mMutex);
+        if (mReceiver) QMetaObject::invokeMethod(mReceiver.get(), std::move(work), Qt::QueuedConnection);
+    }
+
+    bool isCurrent() {
+        const std::lock_guard lock(mMutex);
+        return mReceiver && mReceiver->thread() == QThread::currentThread();
+    }
+
+    /// What timers are children of. Main thread only, while the queue lives.
+    QObject& receiver() { return *mReceiver; }
+
+    bool isOpen() {
+        const std::lock_guard lock(mMutex);
+        return mReceiver != nullptr;
+    }
+
+    /// Drops what waits. Main thread only.
+    void close() {
+        std::unique_ptr<QObject> receiver;
+        {
+            const std::lock_guard lock(mMutex);
+            receiver = std::move(mReceiver);
+        }
+    }
+
+  private:
+    std::mutex mMutex;
+    std::unique_ptr<QObject> mReceiver = std::make_unique<QObject>();  ///< behind mMutex
+};
+
+namespace {
+
+/// Shared by the caller's handle and by the timer on the main thread.
+struct TimerState {
+    std::atomic<bool> valid = true;
+    QPointer<QTimer> timer;  ///< main thread only
+};
+
+class QtTimer final : public NSTimer {
+  public:
+    QtTimer(std::shared_ptr<QtMainThread> mainThread, std::shared_ptr<TimerState> state)
+        : mMainThread(std::move(mainThread)), mState(std::move(state)) {}
+    ~QtTimer() override { invalidate(); }
+    QtTimer(const QtTimer&) = delete;
+    QtTimer& operator=(const QtTimer&) = delete;
+
+    bool isValid() const override { return mState->valid && mMainThread->isOpen(); }
+
+    void invalidate() override {
+        // The flag alone keeps the handler from running; the timer is taken off the loop where it lives.
+        if (mState->valid.exchange(false)) mMainThread->post([state = mState] { delete state->timer; });
+    }
+
+  private:
+    std::shared_ptr<QtMainThread> mMainThread;
+    std::shared_ptr<TimerState> mState;
+};
+
+}  // namespace
+
+QtMainQueue::QtMainQueue() : mMainThread(std::make_shared<QtMainThread>()) {}
+QtMainQueue::~QtMainQueue() {
+    mMainThread->close();
+}
+
+void QtMainQueue::dispatch_async(std::function<void()> block) {
+    mMainThread->post([block = std::move(block)] { runGuarded(block); });
+}
+
+void QtMainQueue::dispatch_sync(const std::function<void()>& block) {
+    if (mMainThread->isCurrent()) return runGuarded(block);
+    // A block that is dropped breaks the promise, which ends the wait as well.
+    auto done = std::make_shared<std::promise<void>>();
+    const std::future<void> future = done->get_future();
+    mMainThread->post([&block, done = std::move(done)] {
+        runGuarded(block);
+        done->set_value();
+    });
+    future.wait();
+}
+
+std::shared_ptr<NSTimer> QtMainQueue::scheduledTimerWithTimeInterval(CFTimeInterval seconds, bool repeats,
+                                                                     std::function<void()> handler) {
+    auto state = std::make_shared<TimerState>();
+    // A raw pointer: the work runs only while the receiver, and with it the queue's share, is there.
+    mMainThread->post([mainThread = mMainThread.get(), state, seconds, repeats, handler = std::move(handler)] {
+        if (!state->valid) return;
+        auto* const timer = new QTimer(&mainThread->receiver());  // owned by the receiver
+        state->timer = timer;
+        timer->setTimerType(Qt::PreciseTimer);
+        timer->setSingleShot(!repeats);
+        QObject::connect(timer, &QTimer::timeout, timer, [timer, state, repeats, handler] {
+            if (!state->valid) return;
+            if (!repeats) {
+                state->valid = false;
+                timer->deleteLater();
+            }
+            runGuarded(handler);
+        });
+        timer->start(millisecondsOf(seconds));
+    });
+    return std::make_shared<QtTimer>(mMainThread, std::move(state));
+}
+
+}  // namespace platform
