@@ -1,0 +1,112 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <ios>
+#include <string>
+
+#include "BIN/BIN_iostream.hpp"
+#include "FIL/FIL_File.hpp"
+#include "GLO/GLO_NonCopyable.hpp"
+
+namespace bin {
+
+/// A file being read. An open or a read that fails sets the bad bit and throws nothing. Unlike the other streams, a
+/// read of 0 bytes sets the fail bit, as does any read while no file is open; callers depend on it.
+class ifstream : public glo::NonCopyable_t, public istream {
+  public:
+    ifstream() = default;
+    explicit ifstream(const std::wstring& path, fil::ShareMode_t share = fil::ShareMode_t::DenyNone);
+    ~ifstream() override;
+
+    /// Closes, clears the state and opens. An empty file sets the end bit at once.
+    void open(const std::wstring& path, fil::ShareMode_t share = fil::ShareMode_t::DenyNone);
+    void close();
+    unsigned long size();
+
+    void ignore(unsigned long n) override;
+    void ignore_string() override;
+    int peek() override;
+    void seekg(unsigned long position) override;
+    virtual void seekg(long offset, std::ios_base::seekdir from);
+    unsigned long tellg() override;
+    void BinInput(void* destination, unsigned long n) override;
+    unsigned long RemainingSize() override;
+    void StringInput(std::string& text) override;
+
+  private:
+    fil::File_t mFile;
+};
+
+/// A file being written, from empty. A failure sets the bad bit and throws nothing.
+class ofstream : public glo::NonCopyable_t, public ostream {
+  public:
+    ofstream() = default;
+    explicit ofstream(const std::wstring& path, fil::ShareMode_t share = fil::ShareMode_t::DenyNone);
+    ~ofstream() override;
+
+    void open(const std::wstring& path, fil::ShareMode_t share = fil::ShareMode_t::DenyNone);
+    void close();
+
+    void seekp(unsigned long position) override;
+    unsigned long tellp() override;
+    void BinOutput(const void* source, unsigned long n) override;
+    virtual void seekp(long offset, std::ios_base::seekdir from);
+    /// Appends n copies of a byte to the file; the write position stays.
+    virtual void expand(unsigned long n, unsigned char byte);
+
+  private:
+    fil::File_t mFile;
+};
+
+/// A file open both ways, with a position for each and a read-ahead of 1024 bytes. Reads while no file is open do
+/// nothing and set no bit. A write past the end clears the end bit where it gives the reader something to read.
+class fstream : public iostream {
+  public:
+    fstream() = default;
+    fstream(const std::wstring& path, std::ios_base::openmode mode,
+            fil::ShareMode_t share = fil::ShareMode_t::DenyNone);
+    ~fstream() override;
+
+    /// Closes, clears the state and opens. A combination of modes that has no meaning sets the bad bit.
+    void open(const std::wstring& path, std::ios_base::openmode mode,
+              fil::ShareMode_t share = fil::ShareMode_t::DenyNone);
+    bool isopen() const { return mFile.IsOpen(); }
+    void close();
+    unsigned long size();
+
+    void ignore(unsigned long n) override;
+    void ignore_string() override;
+    int peek() override;
+    void seekg(unsigned long position) override;
+    virtual void seekg(long offset, std::ios_base::seekdir from);
+    unsigned long tellg() override;
+    void BinInput(void* destination, unsigned long n) override;
+    unsigned long RemainingSize() override;
+    void StringInput(std::string& text) override;
+
+    void seekp(unsigned long position) override;
+    unsigned long tellp() override;
+    void BinOutput(const void* source, unsigned long n) override;
+    virtual void seekp(long offset, std::ios_base::seekdir from);
+    /// Appends n copies of a byte to the file; the write position stays.
+    virtual void expand(unsigned long n, unsigned char byte);
+
+  private:
+    static constexpr std::uint64_t gcNoBuffer = ~std::uint64_t{0};
+
+    void Fetch(void* destination, unsigned long n);
+
+    fil::File_t mFile;
+    std::uint64_t mWritePosition = 0;
+    std::uint64_t mReadPosition = 0;
+    std::array<unsigned char, 1024> mReadAhead{};
+    std::uint64_t mReadAheadOffset = gcNoBuffer;  ///< in the file; all ones while the contents are not valid
+    std::size_t mReadAheadLength = 0;
+};
+
+/// The file object's mode for a combination of the standard open modes; `ate` and `binary` do not matter.
+/// @return false when the combination has no meaning
+bool FileOpenMode(std::ios_base::openmode mode, fil::OpenMode_t& fileMode);
+
+}  // namespace bin

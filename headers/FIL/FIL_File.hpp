@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "GLO/GLO_NonCopyable.hpp"
+
+namespace fil {
+
+/// How a file is opened. The numbers are those that bin::fstream's table of modes speaks of.
+enum class OpenMode_t {
+    Read = 0,             ///< must exist
+    Write = 1,            ///< made or emptied
+    Append = 2,           ///< made if need be; every write goes to the end
+    ReadWrite = 3,        ///< must exist
+    ReadWriteCreate = 4,  ///< made or emptied
+    ReadAppend = 5,       ///< made if need be; every write goes to the end
+};
+
+/// What others may do with the file meanwhile. Advisory: it binds those who open the file through this class.
+enum class ShareMode_t {
+    DenyNone,   ///< takes no lock
+    DenyWrite,  ///< a reader shares with other such readers; a writer has the file alone
+    DenyAll,    ///< has the file alone
+};
+
+/// An open file with a position of its own. Owns the descriptor. One thread at a time.
+class File_t : public glo::NonCopyable_t {
+  public:
+    enum class From_t { Begin, Current, End };
+
+    File_t() = default;
+    ~File_t();
+
+    /// Opens a file, after closing the one that is open.
+    /// @throws glo::FileError_t  it can't be opened, it is a folder, or another one's share mode forbids it; closed
+    void Open(const std::wstring& path, OpenMode_t mode, ShareMode_t share = ShareMode_t::DenyNone);
+    void Close();
+    bool IsOpen() const { return mDescriptor >= 0; }
+
+    /// Reads from the position on.
+    /// @return bytes read; fewer than asked for only at the end of the file
+    /// @throws glo::FileError_t  not open, or the system reported a failure; the position is then undefined
+    /// Blocks.
+    std::size_t Read(void* destination, std::size_t size);
+
+    /// Writes all bytes at the position, or at the end in the append modes.
+    /// @throws glo::FileError_t  not open, or the system reported a failure; part may have been written
+    /// Blocks.
+    void Write(const void* source, std::size_t size);
+
+    /// Moves the position and answers the new one. A position past the end is allowed.
+    /// @throws glo::FileError_t  not open, or before the beginning; the position stays
+    std::uint64_t Seek(std::int64_t offset, From_t from);
+
+    /// @throws glo::FileError_t  not open
+    std::uint64_t Position() const;
+    std::uint64_t Size() const;
+
+    static bool Exists(const std::wstring& path);
+
+  private:
+    [[noreturn]] void Fail(unsigned short line, int error) const;
+
+    int mDescriptor = -1;
+    std::wstring mPath;
+};
+
+}  // namespace fil

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "GLO/GLO_Assert.hpp"
+
+namespace glo {
+
+/// Base of an object that carries its own reference count, for SmartPtr_t. A copy starts with a count of its own. The
+/// count is atomic: frames cross threads, and their payload may be let go on any of them.
+class RefCounter_t {
+  public:
+    RefCounter_t(const RefCounter_t&) {}
+    RefCounter_t& operator=(const RefCounter_t&) { return *this; }
+
+    /// Any thread that holds a reference already, or has just made the object.
+    void AddReference() const { mCount.fetch_add(1, std::memory_order_relaxed); }
+
+    /// @return true when this was the last reference: the caller deletes the object. Any thread.
+    bool ReleaseReference() const {
+        // The only holder needs no atomic change: nobody else could take a new reference meanwhile.
+        if (mCount.load(std::memory_order_acquire) == 1) return true;
+        return mCount.fetch_sub(1, std::memory_order_acq_rel) == 1;
+    }
+
+  protected:
+    RefCounter_t() = default;
+    ~RefCounter_t() = default;
+
+  private:
+    mutable std::atomic<std::uint32_t> mCount{0};
+};
+
+/// Shared owner of an object derived from RefCounter_t. The object is deleted, as a T, with its last pointer. Different
+/// pointers to one object may be used by different threads; one pointer belongs to one thread at a time.
+template <typename T>
+class SmartPtr_t {
+  public:
+    SmartPtr_t() = default;
+    SmartPtr_t(std::nullptr_t) {}
+    explicit SmartPtr_t(T* object) : mObject(object) {
+        if (mObject) mObject->AddReference();
+    }
+    SmartPtr_t(const SmartPtr_t& other) : SmartPtr_t(other.mObject) {}
+    SmartPtr_t(SmartPtr_t&& other) noexcept : mObject(std::exchange(other.mObject, nullptr)) {}
+    template <typename U>
+    SmartPtr_t(const SmartPtr_t<U>& other) : SmartPtr_t(static_cast<T*>(other.get())) {}
+    SmartPtr_t& operator=(SmartPtr_t other) noexcept {
+        std::swap(mObject, other.mObject);
+        return *this;
+    }
+    ~SmartPtr_t() {
+        if (mObject && mObject->ReleaseReference()) delete mObject;
+    }
+
+    T& operator*() const { return *operator->(); }
+    T* operator->() const {
+        Assert(mObject != nullptr, "../GLO/GLO_SmartPtr.hpp", 104);  // a stable identifier that crash reports carry
+        return mObject;
+    }
+
+    T* get() const { return mObject; }
+    explicit operator bool() const { return mObject != nullptr; }
+    bool operator==(const SmartPtr_t& other) const = default;
+
+  private:
+    T* mObject = nullptr;
+};
+
+}  // namespace glo

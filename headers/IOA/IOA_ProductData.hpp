@@ -1,0 +1,53 @@
+#pragma once
+
+#include "IOL/IOL_Packet.hpp"
+
+#include <string>
+#include <vector>
+
+namespace ioa {
+
+/// Which device this is.
+///
+/// Frame 255, device to host:
+///
+/// | Offset | Width | Field |
+/// |---|---|---|
+/// | 0 | 2 | product id: the model's number |
+/// | 2 | 2 | software version, signed: 202 stands for 2.02 |
+/// | 4 | rest | descriptions: UTF-8 texts, each closed by a 0 byte |
+class ProductData_t : public iol::Packet_t {
+  public:
+    static constexpr unsigned short gcId = 255;
+
+    ProductData_t();
+
+    /// Appends to the descriptions; a text without its closing 0 is dropped.
+    /// @throws iol::BadFrame_t  too short for the two numbers
+    void AcceptFrame(iol::Frame_t const& frame) override;
+    iol::Frame_t ProduceFrame() const override;
+
+    /// What to call the model in front of a person: the first description up to its software version.
+    std::wstring DisplayName() const;
+
+    unsigned short productId = 0;
+    short softwareVersion = 0;
+    std::vector<std::wstring> descriptions;
+};
+
+/// Further description lines. Devices that have none don't send it, so an empty record is valid.
+/// Frame 248, device to host: zero or more UTF-8 texts, each closed by a 0 byte.
+class ProductDataExt_t : public iol::Packet_t {
+  public:
+    static constexpr unsigned short gcId = 248;
+
+    ProductDataExt_t();
+
+    /// Appends to the descriptions; a text without its closing 0 is dropped.
+    void AcceptFrame(iol::Frame_t const& frame) override;
+    iol::Frame_t ProduceFrame() const override;
+
+    std::vector<std::wstring> descriptions;
+};
+
+}  // namespace ioa

@@ -1,0 +1,117 @@
+#pragma once
+
+#include "IOL/IOL_Packet.hpp"
+
+#include <cstddef>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace ioa {
+
+/// One capability of a device: a protocol or a data type.
+struct Protocol_t {
+    char tag = 0;  ///< 'P' physical, 'L' link, 'A' application protocol, 'D' data type; others are kept, never matched
+    unsigned short number = 0;
+
+    /// The tag and the number in at least three digits, as in A010.
+    std::string Str() const;
+
+    bool operator==(Protocol_t const&) const = default;
+};
+
+/// What a device speaks, in its own order: each 'A' entry is followed by the 'D' entries of the data types that the
+/// protocol uses, in the protocol's order.
+///
+/// Frame 253, device to host; records until fewer than 3 bytes remain, no count, no padding:
+///
+/// | Offset | Width | Field |
+/// |---|---|---|
+/// | 0 | 1 | tag |
+/// | 1 | 2 | number, little-endian |
+class Protocols_t : public iol::Packet_t {
+  public:
+    static constexpr unsigned short gcId = 253;
+
+    using const_iterator = std::vector<Protocol_t>::const_iterator;
+
+    /// A list of data-type sets, one for each data type that a protocol uses.
+    using TypeSets_t = std::vector<std::set<unsigned short>>;
+
+    Protocols_t();
+
+    /// Appends the frame's records to the list; a trailing fragment of a record is ignored. Never throws for bad data.
+    void AcceptFrame(iol::Frame_t const& frame) override;
+    iol::Frame_t ProduceFrame() const override;
+
+    void push_back(Protocol_t const& protocol) { mProtocols.push_back(protocol); }
+    void clear() { mProtocols.clear(); }
+    bool empty() const { return mProtocols.empty(); }
+    std::size_t size() const { return mProtocols.size(); }
+    Protocol_t const& operator[](std::size_t index) const { return mProtocols[index]; }
+    const_iterator begin() const { return mProtocols.begin(); }
+    const_iterator end() const { return mProtocols.end(); }
+
+    /// The first equal entry, or end().
+    const_iterator find(Protocol_t const& protocol) const;
+
+    /// Tells whether the device has the protocol and uses it with data types of the given sets: the entries that follow
+    /// its first occurrence must be 'D' entries, each in its set.
+    /// @throws ioa::Exception_t  the list ends, or breaks off with another entry, before every set has had its turn: a
+    ///                           malformed list is an error, not a "no"
+    bool Contains(Protocol_t const& protocol, TypeSets_t const& dataTypes) const;
+
+    // What the device can do. Each asks Contains(), and throws what it throws.
+    bool SupportsPCP() const;
+    bool SupportsCommands() const;
+    bool SupportsWaypointTransfer() const;
+    bool SupportsProxWaypointTransfer() const;
+    bool SupportsRouteTransfer() const;
+    bool SupportsTrackTransfer() const;
+    bool SupportsTimeTransfer() const;
+    bool SupportsNaming() const;
+    bool SupportsFlightTransfer() const;
+    bool SupportsPVT() const;
+    bool SupportsSV() const;
+    bool SupportsBaseStationMode() const;
+    bool SupportsMapInstallation() const;
+    bool SupportsIDReporting() const;
+    bool SupportsAutoRouting() const;
+    bool SupportsDEM() const;
+    bool SupportsCompressedMaps() const;
+    bool SupportsInitFix() const;
+    bool SupportsAVDInfo() const;
+    bool SupportsTawsInfo() const;
+    bool SupportsImageTransfer() const;
+    bool SupportsRegionSizeQuery() const;
+    bool SupportsRegionChecksums() const;
+    bool SupportsCustomPoiTransfer() const;
+    bool SupportsProductInventory() const;
+    bool SupportsSendingNmea() const;
+    bool SupportsReceivingNmea() const;
+    bool SupportsDeviceDisconnectTimeout() const;
+
+    // Fitness devices. The numbers in the names are generations of devices, told apart by their data types only.
+    bool SupportsSendActivityGoals() const;
+    bool SupportsCalorieBurnDataTransfer() const;
+    bool SupportsWorkoutTransfer() const;
+    bool SupportsWorkoutSend() const;
+    bool SupportsUserProfileTransfer() const;
+    bool Supports305UserProfileTransfer() const;
+    bool SupportsUserProfileSend() const;
+    bool Supports405UserProfileSend() const;
+    bool SupportsFitnessCourseTransfer() const;
+    bool Supports305FitnessCourseTransfer() const;
+    bool SupportsFitnessCourseSend() const;
+    bool Supports405FitnessCourseSend() const;
+    bool SupportsFitnessHistoryTransfer() const;
+    bool Supports201FitnessHistoryTransfer() const;
+    bool Supports301FitnessHistoryTransfer() const;
+    bool Supports305FitnessHistoryTransfer() const;
+    bool Supports405FitnessHistoryTransfer() const;
+
+  private:
+    std::vector<Protocol_t> mProtocols;
+};
+
+}  // namespace ioa

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "GLO/GLO_SmartPtr.hpp"
+
+#include <iosfwd>
+#include <utility>
+#include <vector>
+
+namespace iol {
+
+class FrameStream_t;
+
+/// What a link carries: a 16-bit packet id and an opaque run of payload bytes. A value: built once, copied freely.
+/// Copies share the payload, which never changes after construction and goes with the last frame that holds it. Owner
+/// thread only, like the link that the frame came from.
+class Frame_t {
+  public:
+    /// The shared payload. It carries its own reference count.
+    class Data_t : public glo::RefCounter_t {
+      public:
+        explicit Data_t(std::vector<unsigned char> payload) : bytes(std::move(payload)) {}
+
+        std::vector<unsigned char> bytes;
+    };
+
+    /// Copies the bytes.
+    /// @param bytes  may be null when count is 0
+    Frame_t(unsigned short id, unsigned char const* bytes, unsigned int count);
+
+    /// Takes the bytes over without copying them.
+    /// @throws iol::Exception_t  more than 4294967295 bytes
+    Frame_t(unsigned short id, std::vector<unsigned char> bytes);
+
+    /// Takes every byte that can still be read from the stream, which is left with its end bit set; a stream that has
+    /// nothing to read, or that has failed, gives an empty payload and is left failed.
+    /// @throws iol::Exception_t  more than 4294967295 bytes
+    Frame_t(unsigned short id, FrameStream_t& stream);
+
+    unsigned short Id() const { return mId; }
+    unsigned char const* Data() const { return mData->bytes.data(); }
+    unsigned int Size() const { return static_cast<unsigned int>(mData->bytes.size()); }
+    std::vector<unsigned char> const& Bytes() const { return mData->bytes; }
+
+    /// The payload itself, for whoever has to outlive this frame.
+    glo::SmartPtr_t<Data_t> const& Payload() const { return mData; }
+
+    /// Writes the dump that diagnostics show: a heading, the id in decimal, the payload as a hex dump.
+    void Write(std::wostream& stream) const;
+
+  private:
+    unsigned short mId;
+    glo::SmartPtr_t<Data_t> mData;  ///< never empty
+};
+
+}  // namespace iol

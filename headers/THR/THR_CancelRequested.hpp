@@ -1,0 +1,82 @@
+#pragma once
+
+#include "GLO/GLO_AutoPtr.hpp"
+#include "WIN/WIN_Duration.hpp"
+
+#include <atomic>
+#include <vector>
+
+namespace thr {
+
+/// What a functor can be bound to. Implemented by the library's thread objects; owned here so that a cancellation test
+/// knows nothing of threads and message ports.
+class CancelSourceIntf_t {
+  public:
+    virtual ~CancelSourceIntf_t() = default;
+
+    /// Tells whether the operations of this object should stop. May run code: a thread object handles the messages that
+    /// wait for the calling thread.
+    virtual bool CancelRequested() const = 0;
+};
+
+/// The cancellation test that every long or blocking operation is handed. The operation asks it between steps and
+/// throws glo::Terminate_t when it answers true.
+class CancelRequested_t {
+  public:
+    virtual ~CancelRequested_t();
+
+    virtual void Clear() = 0;
+
+    /// A test that watches the same thing and may be set and cleared.
+    virtual glo::AutoPtr<CancelRequested_t> Clone() = 0;
+
+    /// A test that watches the same thing and may only be asked.
+    virtual glo::AutoPtr<CancelRequested_t> Clone() const = 0;
+
+    virtual void Set() = 0;
+
+    /// Sleeps for the duration, in milliseconds.
+    /// @return 1 after the full time, 0 when cancelled during it
+    /// Blocks.
+    virtual int Wait(win::Duration_t duration) const = 0;
+    virtual int Wait(std::vector<int> const& handles, win::Duration_t duration) const = 0;
+
+    virtual bool operator()() const = 0;
+};
+
+/// The one real cancellation test: a free-standing flag, or bound to an object whose request it latches.
+/// Asked on the thread that runs the operation. Set() and Clear() may come from any thread; they are seen at some later
+/// test, without any other ordering.
+class CancelRequestedFunctor_t : public CancelRequested_t {
+  public:
+    /// @param source  the object to watch, none for a free-standing flag; borrowed, must outlive the functor
+    explicit CancelRequestedFunctor_t(CancelSourceIntf_t const* source = nullptr) : mSource(source) {}
+    CancelRequestedFunctor_t(CancelRequestedFunctor_t const& other);
+    CancelRequestedFunctor_t& operator=(CancelRequestedFunctor_t const& other);
+    ~CancelRequestedFunctor_t() override;
+
+    void Clear() override;
+
+    /// Bound: a test that forwards to this functor, which must outlive it. Free-standing: a new free-standing functor
+    /// with its flag cleared; a pending request is deliberately not inherited.
+    /// A clone can't be cloned again, and one made from a constant can't be set or cleared: both are assertions.
+    glo::AutoPtr<CancelRequested_t> Clone() override;
+    glo::AutoPtr<CancelRequested_t> Clone() const override;
+
+    void Set() override;
+
+    /// Sleeps for the duration, in milliseconds, by the process's clock, and returns 1. The flag is not looked at
+    /// meanwhile; the list of handles is ignored.
+    /// Blocks.
+    int Wait(win::Duration_t duration) const override;
+    int Wait(std::vector<int> const& handles, win::Duration_t duration) const override;
+
+    /// Once true it stays true until Clear().
+    bool operator()() const override;
+
+  private:
+    CancelSourceIntf_t const* mSource;
+    mutable std::atomic<bool> mRequested{false};
+};
+
+}  // namespace thr

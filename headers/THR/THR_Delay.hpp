@@ -1,0 +1,13 @@
+#pragma once
+
+namespace thr {
+
+class CancelRequested_t;
+
+/// Sleeps, through the cancellation test's own wait.
+/// @param milliseconds  0 returns at once
+/// @throws glo::Terminate_t  cancelled during the delay
+/// Blocks. Any thread.
+void Delay(unsigned int milliseconds, CancelRequested_t const& cancel);
+
+}  // namespace thr

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "GLO/GLO_Exception.hpp"
+
+namespace thr {
+
+/// A threading failure.
+class Exception_t : public glo::Exception_t {
+  public:
+    Exception_t(const char* file, unsigned short line, const std::wstring& message)
+        : glo::Exception_t(file, line, message, std::string()) {}
+};
+
+/// A thread is told to stop.
+class AbortThread_t : public Exception_t {
+  public:
+    AbortThread_t(const char* file, unsigned short line) : Exception_t(file, line, std::wstring()) {}
+};
+
+/// The argument stack of a call from another thread is malformed.
+class BadStackException_t : public Exception_t {
+  public:
+    using Exception_t::Exception_t;
+};
+
+}  // namespace thr

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "GLO/GLO_AutoPtr.hpp"
+#include "GLO/GLO_NonCopyable.hpp"
+#include "THR/THR_LocalReference.hpp"
+#include "THR/THR_MessagePort.hpp"
+#include "THR/THR_ObjectId.hpp"
+
+namespace thr {
+
+/// A thread's receiving port, with the objects of the thread that others may call. Made at its first use; a thread that
+/// StartThread() started releases it as it ends. Calls run on the thread, in the order of their arrival, whenever it
+/// serves its run loop. Owner thread only.
+class LocalPort_t : public MessageHandlerIntf_t, private glo::NonCopyable_t {
+  public:
+    /// The calling thread's port.
+    /// @throws thr::Exception_t  it could not be made
+    static LocalPort_t& GetLocalPort();
+    static LocalPort_t* FindLocalPort();  ///< null when the thread has none
+    static void ReleaseLocalPort();
+
+    LocalPort_t();
+    ~LocalPort_t() override;
+
+    /// Ids 100 and 200, see the header of the port.
+    /// @throws thr::Exception_t  any other id, or no such object
+    void ProcessMessage(Stack_t& stack, std::int32_t id, std::wstring const& name) override;
+
+    void InvokeAsync(Stack_t& stack);
+
+    /// Runs the call and sends its outcome to the caller's port:
+    ///
+    ///     id 300, pushed last   id of the object
+    ///             pushed first  the result
+    ///     id 400, pushed last   id of the object, then message, line in 2 bytes and file of the exception
+    ///
+    /// @throws thr::Exception_t  the caller is gone
+    void InvokeSync(Stack_t& stack, std::wstring const& replyTo);
+
+    /// Pops an object's id and finds its reference. Shared, since the call that is about to run may take it out.
+    /// @throws thr::Exception_t  no such object here
+    std::shared_ptr<LocalReference_t> GetReference(Stack_t& stack) const;
+
+    void AddReference(glo::AutoPtr<LocalReference_t> reference);
+    void RemoveReference(ObjectId_t id);
+
+    /// Pushes the port's name, for MessagePort_t to connect to.
+    void Push(Stack_t& stack) const;
+
+    std::wstring const& Name() const { return mPort.Name(); }
+
+  private:
+    std::map<ObjectId_t, std::shared_ptr<LocalReference_t>> mReferences;
+    MessagePort_t mPort;  ///< last: it goes before what its messages use
+};
+
+/// Pushes the port's name.
+Stack_t& operator<<(Stack_t& stack, LocalPort_t const& port);
+
+}  // namespace thr

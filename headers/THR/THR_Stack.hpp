@@ -1,0 +1,85 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace thr {
+
+class Stack_t;
+
+/// A value type that knows its own layout on a stack.
+template <typename T>
+concept StackValue = requires(T const& constant, T& value, Stack_t& stack) {
+    constant.Push(stack);
+    value.Pop(stack);
+};
+
+/// A number or an address, which goes onto a stack as its bytes.
+template <typename T>
+concept StackScalar =
+    (std::is_arithmetic_v<T> && !std::is_same_v<T, bool>) || std::is_enum_v<T> || std::is_pointer_v<T>;
+
+/// The arguments of a call to another thread of this process, packed into bytes. Last in, first out: values are popped
+/// in the opposite order of their pushes.
+///
+///     number, address   its bytes, in host order
+///     narrow string     the bytes, then their count in 8 bytes
+///     wide string       4 bytes a character, then the count of characters in 8 bytes
+///
+/// A plain value, one thread at a time.
+class Stack_t {
+  public:
+    Stack_t() = default;
+    explicit Stack_t(std::vector<unsigned char> bytes) : mBytes(std::move(bytes)) {}
+
+    void Push(void const* source, std::size_t count);
+
+    /// Takes the last bytes off.
+    /// @param file, line  the caller's position, for the exception
+    /// @throws thr::BadStackException_t  fewer bytes are left; the stack is unchanged
+    void Pop(void* destination, std::size_t count, char const* file, unsigned short line);
+
+    bool IsEmpty() const { return mBytes.empty(); }
+    std::vector<unsigned char> const& Bytes() const { return mBytes; }
+
+  private:
+    std::vector<unsigned char> mBytes;
+};
+
+template <StackScalar T>
+Stack_t& operator<<(Stack_t& stack, T const& value) {
+    stack.Push(&value, sizeof value);
+    return stack;
+}
+
+template <StackValue T>
+Stack_t& operator<<(Stack_t& stack, T const& value) {
+    value.Push(stack);
+    return stack;
+}
+
+Stack_t& operator<<(Stack_t& stack, std::string const& text);
+Stack_t& operator<<(Stack_t& stack, std::wstring const& text);
+
+/// Each takes what its counterpart above pushed.
+/// @throws thr::BadStackException_t  too few bytes; the value is unchanged
+template <StackScalar T>
+Stack_t& operator>>(Stack_t& stack, T& value) {
+    stack.Pop(&value, sizeof value, "headers/THR/THR_Stack", __LINE__);
+    return stack;
+}
+
+template <StackValue T>
+Stack_t& operator>>(Stack_t& stack, T& value) {
+    value.Pop(stack);
+    return stack;
+}
+
+Stack_t& operator>>(Stack_t& stack, std::string& text);
+Stack_t& operator>>(Stack_t& stack, std::wstring& text);
+
+}  // namespace thr

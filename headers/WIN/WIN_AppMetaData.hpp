@@ -1,0 +1,80 @@
+#pragma once
+
+#include <string>
+
+#include "GLO/GLO_AutoPtr.hpp"
+#include "GLO/GLO_NonCopyable.hpp"
+#include "GLO/GLO_Optional.hpp"
+#include "WIN/WIN_Version.hpp"
+
+namespace win {
+
+/// What the library knows of the application that it runs in.
+struct AppMetaDataContainer_t {
+    std::wstring mProductName;
+    std::wstring mInternalName;
+    Version_t mVersion;
+    std::wstring mPartNumber;
+    std::wstring mBetaEmail;
+    std::wstring mBuildDate;  ///< "Mar  2 2017", the day padded to two characters
+    std::wstring mBuildTime;  ///< "hh:mm:ss"
+    std::wstring mBuildUserId;
+    std::wstring mClassNameGuid;
+    std::wstring mBuildType;  ///< "Release", "Beta", "Alpha" or "Internal"
+    std::wstring mCopyright;
+};
+
+/// The application's metadata. Never changes once made. Any thread.
+class AppMetaData_t : public glo::NonCopyable_t {
+  public:
+    explicit AppMetaData_t(glo::AutoPtr<AppMetaDataContainer_t> container) : mContainer(std::move(container)) {}
+
+    std::wstring const& ProductName() const { return mContainer->mProductName; }
+    std::wstring const& InternalName() const { return mContainer->mInternalName; }
+    Version_t const& Version() const { return mContainer->mVersion; }
+    std::wstring const& PartNumber() const { return mContainer->mPartNumber; }
+    std::wstring const& BetaEmail() const { return mContainer->mBetaEmail; }
+    std::wstring const& BuildDate() const { return mContainer->mBuildDate; }
+    std::wstring const& BuildTime() const { return mContainer->mBuildTime; }
+    std::wstring const& BuildUserId() const { return mContainer->mBuildUserId; }
+    std::wstring const& ClassNameGuid() const { return mContainer->mClassNameGuid; }
+    std::wstring const& BuildType() const { return mContainer->mBuildType; }
+    std::wstring const& Copyright() const { return mContainer->mCopyright; }
+
+    /// Three parts of the version for a release; else all four and the build type: "2.0.1.7 Alpha".
+    std::wstring FormattedVersion() const;
+
+    /// Build date and time; known for internal and alpha builds only.
+    glo::Optional_t<std::wstring> FormattedDateTime() const;
+
+    /// The build account in parentheses; known for internal builds only.
+    glo::Optional_t<std::wstring> FormattedUserId() const;
+
+    bool IsBeta() const;
+
+    /// A release that the release account "SQA" built. A release of any other account deliberately doesn't count.
+    bool IsRelease() const;
+
+    static bool IsReleaseBuildType(std::wstring const& type) { return type == L"Release"; }
+
+  private:
+    glo::AutoPtr<AppMetaDataContainer_t> mContainer;
+};
+
+/// The process's metadata, made at the first call from the container that was handed over before, else from the bundle.
+/// Any thread.
+AppMetaData_t const& AppMetaData();
+
+/// Hands a container over for the first AppMetaData() call; after that call it is kept and ignored.
+/// @param container  owned by the library from here on
+/// Any thread.
+void SetAppMetaDataContainer(AppMetaDataContainer_t* container);
+
+/// Makes a container from the bundle's information dictionary and the build's own values. A version whose second word
+/// is no build type is a mistake of whoever made the bundle and stops the process. Any thread.
+glo::AutoPtr<AppMetaDataContainer_t> CreateAppMetaData();
+
+/// The running bundle's identifier; empty when it has none. Any thread.
+std::wstring MainBundleIdentifier();
+
+}  // namespace win

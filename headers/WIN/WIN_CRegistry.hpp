@@ -1,0 +1,76 @@
+#pragma once
+
+#include <string>
+
+#include "GLO/GLO_NonCopyable.hpp"
+#include "WIN/WIN_MacRegistryStore.hpp"
+#include "WIN/WIN_TXString.hpp"
+
+/// The registry's roots. Both open paths in the one tree; the number never selects another one.
+inline constexpr int gcRegistryCurrentUser = 1;
+inline constexpr int gcRegistryLocalMachine = 2;
+
+/// One open key of the emulated registry. Failures come back as results. One thread at a time.
+///
+///     string    a property-list string
+///     integer   data of 4 bytes, in host order; a number is read too
+///     binary    data
+///
+/// Names and paths are made of keys with a backslash between them.
+class CRegistry : public glo::NonCopyable_t {
+  public:
+    static constexpr unsigned int gcAbsent = 0xFFFFFFFF;
+
+    /// @param root  one of the two numbers above
+    explicit CRegistry(int root);
+
+    /// Has the store saved when something was written or removed. A failure of that ends the process.
+    ~CRegistry();
+
+    /// @param create  makes the keys that are missing; without it a path with a missing key fails and makes nothing
+    /// @return false when there is no such path, or when it leads through a value
+    bool OpenKeyPath(TXString const& path, bool create);
+    void CloseKeyPath() { mOpenKey.reset(); }
+
+    bool Read(TXString const& name, TXString& value) const;
+    bool Read(TXString const& name, int& value) const;
+
+    /// @param buffer  filled only when the data fits; may be null
+    /// @param size    of the buffer, in bytes
+    /// @return gcAbsent for no such value or no open key, 0 for one that is no data, else the length of the data
+    unsigned int Read(TXString const& name, void* buffer, unsigned int size) const;
+
+    bool Write(TXString const& name, TXString const& value);
+    bool Write(TXString const& name, int value);
+    bool Write(TXString const& name, void const* data, unsigned int size);
+    bool Remove(TXString const& name);
+
+    /// Removes the key that the path ends with from its parent. The path starts at the root, not at the open key.
+    bool RemoveTerminalNodeOfPath(TXString const& path);
+
+    /// Values and subkeys are counted apart, each in one order that changes only with the entries.
+    int ValueCount() const { return CountOf(false); }
+    int SubKeyCount() const { return CountOf(true); }
+    bool ValueName(int index, TXString& name) const { return NameOf(index, false, name); }
+    bool SubKeyName(int index, TXString& name) const { return NameOf(index, true, name); }
+
+  private:
+    using Subkey_t = win::RegistryDictionary_t::Subkey_t;
+
+    enum class UserScope_t { CurrentUser, AnyUser };
+    enum class HostScope_t { CurrentHost, AnyHost };
+
+    Subkey_t Walk(std::string const& path, bool create) const;
+    platform::PropertyList const* Find(TXString const& name) const;
+    bool Store(TXString const& name, platform::PropertyList value);
+    int CountOf(bool subkeys) const;
+    bool NameOf(int index, bool subkeys, TXString& name) const;
+
+    TXString const mStoreName = L"RegistryRoot";
+    Subkey_t mOpenKey;
+    bool mIsDirty = false;
+    // What the platform would be asked for; with one file for each user they make no difference.
+    UserScope_t const mUserScope;
+    HostScope_t const mHostScope;
+    std::wstring const mBundleIdentifier;
+};

@@ -1,0 +1,125 @@
+#pragma once
+
+#include <fstream>
+#include <string>
+#include <type_traits>
+
+#include "GLO/GLO_AutoPtr.hpp"
+#include "GLO/GLO_DebugOutput.hpp"
+#include "GLO/GLO_NonCopyable.hpp"
+#include "WIN/WIN_Duration.hpp"
+
+namespace glo {
+class Exception_t;
+}
+
+namespace win {
+
+class CriticalSection_t;
+
+/// A trace file: text is appended, every line starts with the time of day and every run with a banner. Switched on or
+/// off for its whole life; switched off, each print costs one test and no file is ever made.
+///
+/// One print is written at a time, whatever server it goes to. A print that comes while another one is under way, from
+/// another thread or from an exception raised by the print itself, is dropped and not delayed: tracing may lose lines
+/// but never waits and never recurses.
+///
+/// Prints never throw and never wait for one another. Any thread.
+class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t {
+  public:
+    /// Computes the file's path, for which the folder is made when it is missing. The file comes with the first print.
+    /// @param name  file name without the ".log" that is appended; empty for the product's name
+    DebugServer_t(std::wstring const& name, bool enabled);
+
+    /// The product's own trace, switched on by the setting "ShowDebug".
+    DebugServer_t();
+    ~DebugServer_t() override;
+
+    /// Writes text. A text with a line end in it flushes the file and lets the next print start a new line.
+    void PrintStr(char const* text) {
+        if (mIsEnabled) WriteText(text);
+    }
+    void PrintStr(wchar_t const* text) {
+        if (mIsEnabled) WriteText(text);
+    }
+
+    /// Writes one value as a standard stream would; never ends the line, never flushes. An enumeration goes out as its
+    /// number. Instances exist for float, char, int, unsigned int, unsigned short, long, unsigned long, std::string and
+    /// win::Duration_t.
+    template <typename Value_t>
+    void PrintData(Value_t const& value) {
+        if (!mIsEnabled) return;
+        if constexpr (std::is_enum_v<Value_t>) {
+            WriteData(static_cast<unsigned int>(value));
+        } else {
+            WriteData(value);
+        }
+    }
+
+    /// Writes the line of an exception: "Error: ", file, line, " SubId: ", sub-identifier, what(). The second form
+    /// appends two spaces and the context.
+    void PrintException(glo::Exception_t const& exception) override;
+    void PrintException(glo::Exception_t const& exception, std::string const& context);
+
+    /// Writes the line's time stamp if it is due. Called within a print.
+    virtual void PrintTime();
+
+    /// Opens the file for appending and writes the banner of a run. A file that can't be opened loses all output.
+    /// Called within a print.
+    void PrintNewRun();
+
+    /// Moves the file aside to its name plus ".previous", over one that is there.
+    void Reset();
+
+    std::wstring const& FilePath() const { return mFilePath; }
+    bool IsEnabled() const { return mIsEnabled; }
+
+    /// A server that is off, has no path and touches nothing.
+    struct SwitchedOff_t {};
+    explicit DebugServer_t(SwitchedOff_t);
+
+  private:
+    template <typename Write_t>
+    void Print(Write_t write) noexcept;
+    void WriteText(char const* text);
+    void WriteText(wchar_t const* text);
+    template <typename Value_t>
+    void WriteData(Value_t const& value);
+
+    bool const mIsEnabled;
+    glo::AutoPtr<std::ofstream> mOutput;  ///< empty until the first print
+    bool mIsMidLine = false;              ///< the time stamp of the current line has been written
+    bool mIsNewRunPending = true;
+    std::wstring const mFilePath;
+
+    static bool mIsPrinting;  ///< of all servers and threads; only through std::atomic_ref
+};
+
+extern template void DebugServer_t::WriteData(float const&);
+extern template void DebugServer_t::WriteData(char const&);
+extern template void DebugServer_t::WriteData(int const&);
+extern template void DebugServer_t::WriteData(unsigned int const&);
+extern template void DebugServer_t::WriteData(unsigned short const&);
+extern template void DebugServer_t::WriteData(long const&);
+extern template void DebugServer_t::WriteData(unsigned long const&);
+extern template void DebugServer_t::WriteData(std::string const&);
+extern template void DebugServer_t::WriteData(Duration_t const&);
+
+/// Serialises the prints of all servers. Entered alone, never with another lock.
+CriticalSection_t& DebugServerCriticalSection();
+
+/// The process's general trace, made at the first call. While the settings and metadata that it is made from are
+/// themselves being read, a switched-off stand-in answers: an exception raised there has nowhere to announce itself.
+DebugServer_t& DebugServer();
+
+/// The setting "ShowDebug" is there and true.
+bool DefaultDebugToOn();
+
+/// Folder of the trace files, with a "/" at its end: "Trovik" in the user's caches folder.
+std::wstring DebugFileDirectory();
+
+/// Path of a trace file, whose folder is made when it is missing (its parents are not).
+/// @param suffix  appended to the product's name when `name` is empty
+std::wstring DebugFilePath(std::wstring const& suffix, std::wstring const& name);
+
+}  // namespace win

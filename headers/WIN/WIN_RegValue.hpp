@@ -1,0 +1,100 @@
+#pragma once
+
+#include <string>
+
+#include "GLO/GLO_Optional.hpp"
+#include "GLO/GLO_Time.hpp"
+#include "WIN/WIN_Error.hpp"
+#include "WIN/WIN_RegKey.hpp"
+
+namespace win {
+
+/// How a type is kept: a boolean as 1 byte, a time span as the 8 bytes of its seconds, a wide string as a string. Data
+/// of any other length is unknown.
+/// @throws win::RegError_t  the value is there and of another kind
+template <typename Value_t>
+glo::Optional_t<Value_t> ReadRegValue(RegKey_t const& key, std::wstring const& name);
+template <typename Value_t>
+void WriteRegValue(RegKey_t const& key, std::wstring const& name, Value_t const& value);
+
+template <>
+glo::Optional_t<bool> ReadRegValue(RegKey_t const& key, std::wstring const& name);
+template <>
+glo::Optional_t<glo::TimeSpan_t> ReadRegValue(RegKey_t const& key, std::wstring const& name);
+template <>
+glo::Optional_t<std::wstring> ReadRegValue(RegKey_t const& key, std::wstring const& name);
+template <>
+void WriteRegValue(RegKey_t const& key, std::wstring const& name, bool const& value);
+template <>
+void WriteRegValue(RegKey_t const& key, std::wstring const& name, glo::TimeSpan_t const& value);
+template <>
+void WriteRegValue(RegKey_t const& key, std::wstring const& name, std::wstring const& value);
+
+/// A typed value of the registry, as it was last read. One thread at a time.
+template <typename Value_t>
+class ConstRegValue_t {
+  public:
+    /// Unknown until the first Refresh().
+    ConstRegValue_t(RegKey_t const& key, std::wstring const& name) : mKey(key), mName(name) {}
+
+    /// Reads it again; unknown when it isn't there.
+    /// @throws win::RegError_t  it is there and of another kind; unchanged
+    void Refresh() {
+        if (mKey.ValueExists(mName))
+            mCurrent.Assign(ReadRegValue<Value_t>(mKey, mName));
+        else
+            mCurrent.MakeUnknown();
+    }
+
+    bool IsKnown() const { return mCurrent.IsKnown(); }
+
+    /// @throws win::RegException_t  it is unknown
+    Value_t const& Get() const {
+        if (!mCurrent.IsKnown()) throw RegException_t("headers/WIN/WIN_RegValue", __LINE__, L'\\' + mName);
+        return mCurrent.Value();
+    }
+
+    RegKey_t const& Key() const { return mKey; }
+    std::wstring const& Name() const { return mName; }
+
+  protected:
+    RegKey_t mKey;
+    std::wstring mName;
+    glo::Optional_t<Value_t> mCurrent;
+};
+
+/// A value that can be set. Reads itself when it is made; a value of another kind counts as unknown then.
+template <typename Value_t>
+class RegValue_t : public ConstRegValue_t<Value_t> {
+  public:
+    RegValue_t(RegKey_t const& key, std::wstring const& name, glo::Optional_t<Value_t> const& defaultValue = {})
+        : ConstRegValue_t<Value_t>(key, name), mDefault(defaultValue) {
+        try {
+            this->Refresh();
+        } catch (RegException_t const&) {
+            this->mCurrent.MakeUnknown();
+        }
+    }
+
+    void Set(Value_t const& value) {
+        this->mCurrent.Value(value);
+        Flush();
+    }
+
+    /// Writes it if it is known.
+    void Flush() {
+        if (this->mCurrent.IsKnown()) WriteRegValue(this->mKey, this->mName, this->mCurrent.Value());
+    }
+
+    /// Without a default it is forgotten and deleted.
+    void SetToDefault() {
+        if (mDefault.IsKnown()) return Set(mDefault.Value());
+        this->mCurrent.MakeUnknown();
+        this->mKey.Delete(this->mName);
+    }
+
+  private:
+    glo::Optional_t<Value_t> mDefault;
+};
+
+}  // namespace win

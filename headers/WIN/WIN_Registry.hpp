@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "GLO/GLO_NonCopyable.hpp"
+#include "WIN/WIN_RegValue.hpp"
+
+namespace win {
+
+/// The library's own switches, below the settings key. A switch whose byte is neither 0 nor 1 goes back to its default
+/// when this is made. One thread at a time.
+class Registry_t : public glo::NonCopyable_t {
+  public:
+    explicit Registry_t(RegKey_t const& key);
+
+    RegValue_t<bool>& UseLocalTime() { return mUseLocalTime; }
+    RegValue_t<glo::TimeSpan_t>& UserUtcOffset() { return mUserUtcOffset; }
+    RegValue_t<std::wstring>& UserTimeZoneId() { return mUserTimeZoneId; }
+    RegValue_t<bool>& ShowDebug() { return mShowDebug; }
+    RegValue_t<bool>& ShowUsbDebug() { return mShowUsbDebug; }
+
+  private:
+    RegValue_t<bool> mUseLocalTime;
+    RegValue_t<glo::TimeSpan_t> mUserUtcOffset;
+    RegValue_t<std::wstring> mUserTimeZoneId;
+    RegValue_t<bool> mShowDebug;
+    RegValue_t<bool> mShowUsbDebug;
+};
+
+/// The process's switches, made on the settings key at the first call. Any thread.
+Registry_t& Registry();
+
+}  // namespace win

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <string>
+
+namespace thr {
+class Stack_t;
+}
+
+namespace win {
+
+/// The library's version number of four parts. A plain value. Any thread.
+class Version_t {
+  public:
+    Version_t() = default;
+    Version_t(std::uint16_t majorPart, std::uint16_t minorPart, std::uint16_t thirdPart, std::uint16_t fourthPart)
+        : mMajor(majorPart), mMinor(minorPart), mThird(thirdPart), mFourth(fourthPart) {}
+
+    /// Reads the numbers between the dots. What is no number is skipped and the following ones move up: "5.x.7" is
+    /// 5.7.0.0. StringToVersion() deliberately reads it otherwise.
+    explicit Version_t(std::wstring const& text);
+
+    std::uint16_t Major() const { return mMajor; }
+    std::uint16_t Minor() const { return mMinor; }
+    std::uint16_t Third() const { return mThird; }
+    std::uint16_t Fourth() const { return mFourth; }
+
+    std::wstring Str() const;               ///< all four parts: "1.2.0.0"
+    std::wstring MajorMinorString() const;  ///< "3.7"
+    std::wstring DeviceString() const;      ///< as devices show it, two digits of minor at least: "3.07"
+
+    bool LessThan(Version_t const& other) const { return *this < other; }
+    auto operator<=>(Version_t const&) const = default;
+
+    void Push(thr::Stack_t& stack) const;
+
+    /// @throws thr::BadStackException_t  too few bytes; this version is unchanged
+    void Pop(thr::Stack_t& stack);
+
+  private:
+    std::uint16_t mMajor = 0;
+    std::uint16_t mMinor = 0;
+    std::uint16_t mThird = 0;
+    std::uint16_t mFourth = 0;
+};
+
+/// Reads the first four pieces between the dots, each by its leading digits: 0 where there are none, cut to 16 bits.
+/// "5.x.7" is 5.0.7.0; "1.2.3 Beta" is 1.2.3.0. Any thread.
+Version_t StringToVersion(std::string const& text);
+
+}  // namespace win

@@ -1,0 +1,159 @@
+#include "FIL/FIL_File.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+#include "GLO/GLO_Exception.hpp"
+#include "GLO/GLO_String.hpp"
+
+namespace fil {
+namespace {
+
+constexpr mode_t gcNewFileMode = 0666;  // the user's mask takes away what it wants
+
+int OpenFlags(OpenMode_t mode) {
+    switch (mode) {
+        case OpenMode_t::Read:
+            return O_RDONLY;
+        case OpenMode_t::Write:
+            return O_WRONLY | O_CREAT;
+        case OpenMode_t::Append:
+            return O_WRONLY | O_CREAT | O_APPEND;
+        case OpenMode_t::ReadWrite:
+            return O_RDWR;
+        case OpenMode_t::ReadWriteCreate:
+            return O_RDWR | O_CREAT;
+        case OpenMode_t::ReadAppend:
+            return O_RDWR | O_CREAT | O_APPEND;
+    }
+    return O_RDONLY;
+}
+
+bool Empties(OpenMode_t mode) {
+    return mode == OpenMode_t::Write || mode == OpenMode_t::ReadWriteCreate;
+}
+
+/// The advisory lock that a share mode takes; 0 for none.
+int LockOperation(OpenMode_t mode, ShareMode_t share) {
+    switch (share) {
+        case ShareMode_t::DenyNone:
+            return 0;
+        case ShareMode_t::DenyWrite:
+            return (mode == OpenMode_t::Read ? LOCK_SH : LOCK_EX) | LOCK_NB;
+        case ShareMode_t::DenyAll:
+            return LOCK_EX | LOCK_NB;
+    }
+    return 0;
+}
+
+int Whence(File_t::From_t from) {
+    switch (from) {
+        case File_t::From_t::Begin:
+            return SEEK_SET;
+        case File_t::From_t::Current:
+            return SEEK_CUR;
+        case File_t::From_t::End:
+            return SEEK_END;
+    }
+    return SEEK_SET;
+}
+
+std::string Narrow(const std::wstring& path) {
+    return glo::string(path, glo::gcUtf8Encoding);
+}
+
+}  // namespace
+
+File_t::~File_t() {
+    Close();
+}
+
+void File_t::Open(const std::wstring& path, OpenMode_t mode, ShareMode_t share) {
+    Close();
+    mPath = path;
+    do {
+        mDescriptor = ::open(Narrow(path).c_str(), OpenFlags(mode) | O_CLOEXEC, gcNewFileMode);
+    } while (mDescriptor < 0 && errno == EINTR);
+    if (mDescriptor < 0) Fail(__LINE__, errno);
+
+    // A file that others hold must not be emptied, so that comes after the lock.
+    int error = 0;
+    struct stat status {};
+    const int lock = LockOperation(mode, share);
+    if (::fstat(mDescriptor, &status) != 0)
+        error = errno;
+    else if (S_ISDIR(status.st_mode))
+        error = EISDIR;
+    else if (lock != 0 && ::flock(mDescriptor, lock) != 0)
+        error = errno;
+    else if (Empties(mode) && S_ISREG(status.st_mode) && ::ftruncate(mDescriptor, 0) != 0)
+        error = errno;
+    if (error != 0) {
+        Close();
+        Fail(__LINE__, error);
+    }
+}
+
+void File_t::Close() {
+    // Not tried again when interrupted: the descriptor is gone all the same.
+    if (mDescriptor >= 0) ::close(std::exchange(mDescriptor, -1));
+}
+
+std::size_t File_t::Read(void* destination, std::size_t size) {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t count = ::read(mDescriptor, static_cast<char*>(destination) + done, size - done);
+        if (count == 0) break;
+        if (count > 0)
+            done += static_cast<std::size_t>(count);
+        else if (errno != EINTR)
+            Fail(__LINE__, errno);
+    }
+    return done;
+}
+
+void File_t::Write(const void* source, std::size_t size) {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t count = ::write(mDescriptor, static_cast<const char*>(source) + done, size - done);
+        if (count >= 0)
+            done += static_cast<std::size_t>(count);
+        else if (errno != EINTR)
+            Fail(__LINE__, errno);
+    }
+}
+
+std::uint64_t File_t::Seek(std::int64_t offset, From_t from) {
+    const off_t position = ::lseek(mDescriptor, offset, Whence(from));
+    if (position < 0) Fail(__LINE__, errno);
+    return static_cast<std::uint64_t>(position);
+}
+
+std::uint64_t File_t::Position() const {
+    const off_t position = ::lseek(mDescriptor, 0, SEEK_CUR);
+    if (position < 0) Fail(__LINE__, errno);
+    return static_cast<std::uint64_t>(position);
+}
+
+std::uint64_t File_t::Size() const {
+    struct stat status {};
+    if (::fstat(mDescriptor, &status) != 0) Fail(__LINE__, errno);
+    return static_cast<std::uint64_t>(status.st_size);
+}
+
+bool File_t::Exists(const std::wstring& path) {
+    return ::access(Narrow(path).c_str(), F_OK) == 0;
+}
+
+void File_t::Fail(unsigned short line, int error) const {
+    const std::string reason = std::generic_category().message(error) + ". ";
+    throw glo::FileError_t("libs/FIL/FIL_File", line, glo::wstring(reason, glo::gcUtf8Encoding), mPath);
+}
+
+}  // namespace fil

@@ -1,0 +1,17 @@
+#include "GLO/GLO_Assert.hpp"
+
+#include <string>
+
+#include "GLO/GLO_Blackbox.hpp"
+#include "GLO/GLO_Exception.hpp"
+
+namespace glo {
+
+void AssertFailed(const char* file, unsigned short line) {
+    // Made for its announcement only: it is never thrown, and it is never deleted because nothing is cleaned up.
+    static_cast<void>(new Assert_t(file, line));
+    Blackbox().Add("\nFile: " + std::string(file) + " Line: " + std::to_string(line));
+    __builtin_trap();
+}
+
+}  // namespace glo

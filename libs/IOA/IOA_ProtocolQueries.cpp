@@ -1,0 +1,277 @@
+#include "IOA/IOA_Protocols.hpp"
+
+// What a device can do, by what it says it speaks. Each list of data-type sets is built at the first question.
+// Sending and receiving the same kind of record may ask for different protocols; that is how the devices are.
+
+namespace ioa {
+namespace {
+
+using Types_t = std::set<unsigned short>;
+
+Protocols_t::TypeSets_t const kNoTypes;
+
+constexpr Protocol_t Application(unsigned short number) {
+    return {'A', number};
+}
+constexpr Protocol_t DataType(unsigned short number) {
+    return {'D', number};
+}
+
+Types_t const& WaypointTypes() {
+    static Types_t const types{100, 101, 102, 103, 104, 105, 106, 107, 108,
+                               109, 110, 150, 151, 152, 154, 155, 400, 403};
+    return types;
+}
+
+Types_t const& RouteHeaderTypes() {
+    static Types_t const types{200, 201, 202};
+    return types;
+}
+
+Types_t const& RouteLinkTypes() {
+    static Types_t const types{210};
+    return types;
+}
+
+Types_t const& TrackHeaderTypes() {
+    static Types_t const types{310, 311, 312};
+    return types;
+}
+
+Types_t const& TrackPointTypes() {
+    static Types_t const types{300, 301, 302, 303, 304};
+    return types;
+}
+
+}  // namespace
+
+bool Protocols_t::SupportsPCP() const {
+    return Contains(Application(1), kNoTypes);
+}
+
+bool Protocols_t::SupportsCommands() const {
+    return Contains(Application(10), kNoTypes);
+}
+
+bool Protocols_t::SupportsWaypointTransfer() const {
+    static TypeSets_t const types100{WaypointTypes()};
+    return Contains(Application(100), types100);
+}
+
+bool Protocols_t::SupportsProxWaypointTransfer() const {
+    static TypeSets_t const types400{WaypointTypes()};
+    return Contains(Application(400), types400);
+}
+
+bool Protocols_t::SupportsRouteTransfer() const {
+    static TypeSets_t const types200{RouteHeaderTypes(), WaypointTypes()};
+    static TypeSets_t const types201{RouteHeaderTypes(), WaypointTypes(), RouteLinkTypes()};
+    return Contains(Application(200), types200) || Contains(Application(201), types201);
+}
+
+bool Protocols_t::SupportsTrackTransfer() const {
+    static TypeSets_t const types300{TrackPointTypes()};
+    static TypeSets_t const types301{TrackHeaderTypes(), TrackPointTypes()};
+    static TypeSets_t const types302{TrackHeaderTypes(), TrackPointTypes()};
+    return Contains(Application(300), types300) || Contains(Application(301), types301) ||
+           Contains(Application(302), types302);
+}
+
+bool Protocols_t::SupportsTimeTransfer() const {
+    return Contains(Application(600), kNoTypes);
+}
+
+bool Protocols_t::SupportsNaming() const {
+    return Contains(Application(601), kNoTypes);
+}
+
+bool Protocols_t::SupportsFlightTransfer() const {
+    return Contains(Application(650), kNoTypes) && Contains(DataType(650), kNoTypes);
+}
+
+bool Protocols_t::SupportsPVT() const {
+    return Contains(Application(800), kNoTypes);
+}
+
+bool Protocols_t::SupportsSV() const {
+    return Contains(Application(801), kNoTypes);
+}
+
+bool Protocols_t::SupportsBaseStationMode() const {
+    return Contains(Application(1100), kNoTypes);
+}
+
+bool Protocols_t::SupportsMapInstallation() const {
+    return Contains(Application(900), kNoTypes);
+}
+
+bool Protocols_t::SupportsIDReporting() const {
+    return Contains(Application(903), kNoTypes);
+}
+
+bool Protocols_t::SupportsAutoRouting() const {
+    return Contains(Application(904), kNoTypes);
+}
+
+bool Protocols_t::SupportsDEM() const {
+    return Contains(Application(914), kNoTypes);
+}
+
+bool Protocols_t::SupportsCompressedMaps() const {
+    return Contains(Application(916), kNoTypes);
+}
+
+bool Protocols_t::SupportsInitFix() const {
+    return Contains(Application(921), kNoTypes);
+}
+
+bool Protocols_t::SupportsAVDInfo() const {
+    static TypeSets_t const types901{{901, 902}};
+    return Contains(Application(901), types901);
+}
+
+bool Protocols_t::SupportsTawsInfo() const {
+    static TypeSets_t const types901{{902}};
+    return Contains(Application(901), types901);
+}
+
+bool Protocols_t::SupportsImageTransfer() const {
+    static TypeSets_t const types907{{907, 908, 909, 910}};
+    return Contains(Application(907), types907);
+}
+
+bool Protocols_t::SupportsRegionSizeQuery() const {
+    return Contains(Application(908), kNoTypes);
+}
+
+bool Protocols_t::SupportsRegionChecksums() const {
+    static TypeSets_t const types912{{912}};
+    return Contains(Application(912), types912);
+}
+
+bool Protocols_t::SupportsCustomPoiTransfer() const {
+    static TypeSets_t const types917{{917}};
+    return Contains(Application(917), types917);
+}
+
+bool Protocols_t::SupportsProductInventory() const {
+    return Contains(Application(918), kNoTypes) && Contains(DataType(918), kNoTypes);
+}
+
+bool Protocols_t::SupportsSendingNmea() const {
+    return Contains(Application(1010), kNoTypes);
+}
+
+bool Protocols_t::SupportsReceivingNmea() const {
+    return Contains(Application(1011), kNoTypes);
+}
+
+bool Protocols_t::SupportsDeviceDisconnectTimeout() const {
+    return Contains(Application(1015), kNoTypes);
+}
+
+bool Protocols_t::SupportsSendActivityGoals() const {
+    return Contains(Application(1014), kNoTypes) && Contains(DataType(1017), kNoTypes);
+}
+
+bool Protocols_t::SupportsCalorieBurnDataTransfer() const {
+    static TypeSets_t const types1013{{1014}};
+    return Contains(Application(1013), types1013);
+}
+
+bool Protocols_t::SupportsWorkoutTransfer() const {
+    static TypeSets_t const types1002{{1002, 1008}};
+    static TypeSets_t const types1003{{1003}};
+    static TypeSets_t const types1005{{1005}};
+    return Contains(Application(1002), types1002) && Contains(Application(1003), types1003) &&
+           Contains(Application(1005), types1005);
+}
+
+bool Protocols_t::SupportsWorkoutSend() const {
+    static TypeSets_t const types1017{{1002, 1008}};
+    static TypeSets_t const types1003{{1003}};
+    static TypeSets_t const types1005{{1005}};
+    return Contains(Application(1017), types1017) && Contains(Application(1003), types1003) &&
+           Contains(Application(1005), types1005);
+}
+
+bool Protocols_t::SupportsUserProfileTransfer() const {
+    return Supports305UserProfileTransfer();
+}
+
+bool Protocols_t::Supports305UserProfileTransfer() const {
+    static TypeSets_t const types1004{{1004}};
+    return Contains(Application(1004), types1004);
+}
+
+bool Protocols_t::SupportsUserProfileSend() const {
+    return Supports405UserProfileSend();
+}
+
+bool Protocols_t::Supports405UserProfileSend() const {
+    static TypeSets_t const types1016{{1016}};
+    return Contains(Application(1016), types1016);
+}
+
+bool Protocols_t::SupportsFitnessCourseTransfer() const {
+    return Supports305FitnessCourseTransfer();
+}
+
+bool Protocols_t::Supports305FitnessCourseTransfer() const {
+    static TypeSets_t const types1006{{1006}};
+    static TypeSets_t const types1007{{1007}};
+    static TypeSets_t const types302{{311}, {304}};
+    static TypeSets_t const types1008{{1012}};
+    return Contains(Application(1006), types1006) && Contains(Application(1007), types1007) &&
+           Contains(Application(302), types302) && Contains(Application(1008), types1008);
+}
+
+bool Protocols_t::SupportsFitnessCourseSend() const {
+    return Supports405FitnessCourseSend();
+}
+
+bool Protocols_t::Supports405FitnessCourseSend() const {
+    static TypeSets_t const types1018{{1006}};
+    static TypeSets_t const types1007{{1007}};
+    static TypeSets_t const types302{{311}, {1018}};
+    static TypeSets_t const types1008{{1012}};
+    return Contains(Application(1018), types1018) && Contains(Application(1007), types1007) &&
+           Contains(Application(302), types302) && Contains(Application(1008), types1008);
+}
+
+bool Protocols_t::SupportsFitnessHistoryTransfer() const {
+    return Supports201FitnessHistoryTransfer() || Supports301FitnessHistoryTransfer() ||
+           Supports305FitnessHistoryTransfer() || Supports405FitnessHistoryTransfer();
+}
+
+bool Protocols_t::Supports201FitnessHistoryTransfer() const {
+    static TypeSets_t const types906{{906}};
+    static TypeSets_t const types302{{311}, {301}};
+    return Contains(Application(906), types906) && Contains(Application(302), types302);
+}
+
+bool Protocols_t::Supports301FitnessHistoryTransfer() const {
+    static TypeSets_t const types1000{{1000, 1010}};
+    static TypeSets_t const types906{{1001}};
+    static TypeSets_t const types302{{311}, {303}};
+    return Contains(Application(1000), types1000) && Contains(Application(906), types906) &&
+           Contains(Application(302), types302);
+}
+
+bool Protocols_t::Supports305FitnessHistoryTransfer() const {
+    static TypeSets_t const types1000{{1009}};
+    static TypeSets_t const types906{{1011, 1015}};
+    static TypeSets_t const types302{{311}, {304}};
+    return Contains(Application(1000), types1000) && Contains(Application(906), types906) &&
+           Contains(Application(302), types302);
+}
+
+bool Protocols_t::Supports405FitnessHistoryTransfer() const {
+    static TypeSets_t const types1000{{1009}};
+    static TypeSets_t const types906{{1011, 1015}};
+    static TypeSets_t const types302{{311}, {1018}};
+    return Contains(Application(1000), types1000) && Contains(Application(906), types906) &&
+           Contains(Application(302), types302);
+}
+
+}  // namespace ioa

@@ -1,0 +1,64 @@
+#include "IOA/IOA_Protocols.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <utility>
+
+#include "IOA/IOA_Exception.hpp"
+
+namespace ioa {
+namespace {
+
+constexpr std::size_t kRecordSize = 3;
+
+}  // namespace
+
+std::string Protocol_t::Str() const {
+    char digits[8];
+    std::snprintf(digits, sizeof digits, "%03u", static_cast<unsigned int>(number));
+    return tag + std::string(digits);
+}
+
+Protocols_t::Protocols_t() : iol::Packet_t(gcId) {}
+
+// The records are taken from, and put into, the payload as a whole: one pass, and no more entries than the frame holds.
+
+void Protocols_t::AcceptFrame(iol::Frame_t const& frame) {
+    iol::Packet_t::AcceptFrame(frame);
+    unsigned char const* record = frame.Data();
+    std::size_t const count = frame.Size() / kRecordSize;
+    mProtocols.reserve(mProtocols.size() + count);
+    for (std::size_t i = 0; i < count; ++i, record += kRecordSize) {
+        mProtocols.push_back({static_cast<char>(record[0]), static_cast<unsigned short>(record[1] | record[2] << 8)});
+    }
+}
+
+iol::Frame_t Protocols_t::ProduceFrame() const {
+    std::vector<unsigned char> payload(mProtocols.size() * kRecordSize);
+    unsigned char* record = payload.data();
+    for (Protocol_t const& protocol : mProtocols) {
+        record[0] = static_cast<unsigned char>(protocol.tag);
+        record[1] = static_cast<unsigned char>(protocol.number & 0xFF);
+        record[2] = static_cast<unsigned char>(protocol.number >> 8);
+        record += kRecordSize;
+    }
+    return iol::Frame_t(Id(), std::move(payload));
+}
+
+Protocols_t::const_iterator Protocols_t::find(Protocol_t const& protocol) const {
+    return std::find(mProtocols.begin(), mProtocols.end(), protocol);
+}
+
+bool Protocols_t::Contains(Protocol_t const& protocol, TypeSets_t const& dataTypes) const {
+    const_iterator entry = find(protocol);
+    if (entry == mProtocols.end()) return false;
+    for (std::set<unsigned short> const& types : dataTypes) {
+        ++entry;
+        if (entry == mProtocols.end() || entry->tag != 'D') throw Exception_t("libs/IOA/IOA_Protocols", __LINE__);
+        if (!types.contains(entry->number)) return false;
+    }
+    return true;
+}
+
+}  // namespace ioa

@@ -1,0 +1,95 @@
+#include "IOA/IOA_Records.hpp"
+
+#include <utility>
+
+#include "IOA/IOA_FrameFields.hpp"
+#include "WIN/WIN_Encoding.hpp"
+
+namespace ioa {
+namespace {
+
+constexpr char kSource[] = "libs/IOA/IOA_Records";
+
+}  // namespace
+
+UnitIdPacket_t::UnitIdPacket_t() : iol::Packet_t(gcId) {}
+
+void UnitIdPacket_t::AcceptFrame(iol::Frame_t const& frame) {
+    iol::Packet_t::AcceptFrame(frame);
+    ReadFields(frame, kSource, __LINE__, unitId);
+}
+
+iol::Frame_t UnitIdPacket_t::ProduceFrame() const {
+    return WriteFields(gcId, unitId);
+}
+
+DeviceDisconnectTimeout_t::DeviceDisconnectTimeout_t() : iol::Packet_t(gcId) {}
+
+void DeviceDisconnectTimeout_t::AcceptFrame(iol::Frame_t const& frame) {
+    iol::Packet_t::AcceptFrame(frame);
+    ReadFields(frame, kSource, __LINE__, timeout);
+}
+
+iol::Frame_t DeviceDisconnectTimeout_t::ProduceFrame() const {
+    return WriteFields(gcId, timeout);
+}
+
+UnitNamePacket_t::UnitNamePacket_t(std::wstring unitName) : iol::Packet_t(gcId), name(std::move(unitName)) {}
+
+void UnitNamePacket_t::AcceptFrame(iol::Frame_t const& frame) {
+    iol::Packet_t::AcceptFrame(frame);
+    iol::FrameStream_t stream(frame);
+    stream.encodingg(win::Utf8Encoding());
+    stream >> name;
+    if (stream.fail()) throw iol::BadFrame_t(frame, kSource, __LINE__);
+}
+
+iol::Frame_t UnitNamePacket_t::ProduceFrame() const {
+    iol::FrameStream_t stream;
+    stream.encodingp(win::Utf8Encoding());
+    stream << name;
+    glo::Assert(!stream.fail(), kSource, __LINE__);
+    return iol::Frame_t(gcId, stream);
+}
+
+TimeData_t::TimeData_t() : iol::Packet_t(gcId) {}
+
+void TimeData_t::AcceptFrame(iol::Frame_t const& frame) {
+    iol::Packet_t::AcceptFrame(frame);
+    ReadFields(frame, kSource, __LINE__, month, day, year, hour, minute, second);
+}
+
+iol::Frame_t TimeData_t::ProduceFrame() const {
+    return WriteFields(gcId, month, day, year, hour, minute, second);
+}
+
+DataRqst_t::DataRqst_t(std::set<Rqst_t> initial) : iol::Packet_t(gcId), requests(std::move(initial)) {}
+
+void DataRqst_t::AcceptFrame(iol::Frame_t const& frame) {
+    iol::Packet_t::AcceptFrame(frame);
+    unsigned short bits = 0;
+    ReadFields(frame, kSource, __LINE__, bits);
+    requests.clear();
+    for (unsigned int bit = 0; bit < 16; ++bit) {
+        if (bits >> bit & 1) requests.insert(static_cast<Rqst_t>(bit));
+    }
+}
+
+iol::Frame_t DataRqst_t::ProduceFrame() const {
+    unsigned int bits = 0;
+    for (Rqst_t const request : requests) bits |= 1U << (request % 32);
+    return WriteFields(gcId, static_cast<unsigned short>(bits & 0xFFFF));
+}
+
+RgnSize_t::RgnSize_t() : iol::Packet_t(gcId) {}
+
+void RgnSize_t::AcceptFrame(iol::Frame_t const& frame) {
+    iol::Packet_t::AcceptFrame(frame);
+    ReadFields(frame, kSource, __LINE__, size, status);
+}
+
+iol::Frame_t RgnSize_t::ProduceFrame() const {
+    return WriteFields(gcId, size, status);
+}
+
+}  // namespace ioa

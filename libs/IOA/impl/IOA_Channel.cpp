@@ -1,0 +1,46 @@
+#include "IOA/IOA_Channel.hpp"
+
+#include "GLO/GLO_Exception.hpp"
+#include "IOA/IOA_Exception.hpp"
+#include "IOA_ChannelIds.hpp"
+
+// The identification exchange.
+
+namespace ioa {
+namespace {
+
+constexpr unsigned short kNoProtocolsLine = 86;  // a stable identifier that support knows, not this file's line
+
+}  // namespace
+
+win::Duration_t const Channel_t::mPcpTimeout{1000};
+
+Channel_t::Channel_t(iol::Link_t& link) : mLink(link) {
+    Identify();
+}
+
+Channel_t::~Channel_t() = default;
+
+void Channel_t::Identify() {
+    SendPacket(iol::Packet_t(gcProductDataRequestId));
+    GetPacket(mProductData);
+    GetOptionalPacket(mProtocols);
+    if (mProtocols.empty()) {
+        SynthesizeMissingPcp(mProductData, mProtocols);
+    } else {
+        AppendMissingProtocols(mProductData, mProtocols);
+    }
+    if (mProtocols.empty()) throw InvalidProtocolInformation_t("libs/IOA/impl/IOA_Channel", kNoProtocolsLine);
+    GetOptionalPacket(mProductDataExt);
+    CmndAsyncOff();
+}
+
+void Channel_t::GetOptionalPacket(iol::Packet_t& packet) const {
+    try {
+        mLink.GetPacket(packet, mPcpTimeout);
+    } catch (glo::Timeout_t const&) {
+        // Older devices don't send it.
+    }
+}
+
+}  // namespace ioa

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "WIN/WIN_DebugServer.hpp"
+
+namespace iol {
+
+/// Where all links trace their packet exchange: one server for the process, named "IoLinkDebug.txt", made at the first
+/// call and switched on then by win::DefaultDebugToOn(). Any thread.
+win::DebugServer_t& DebugServer();
+
+}  // namespace iol

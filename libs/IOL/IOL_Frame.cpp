@@ -1,0 +1,44 @@
+#include "IOL/IOL_Frame.hpp"
+
+#include <cstdint>
+#include <limits>
+#include <ostream>
+#include <utility>
+
+#include "GLO/GLO_HexValueDump.hpp"
+#include "IOL/IOL_Exception.hpp"
+#include "IOL/IOL_FrameStream.hpp"
+
+namespace iol {
+namespace {
+
+constexpr unsigned short kTooLongLine = 36;  // a stable identifier that support knows, not this file's line
+
+void CheckLength(std::uint64_t length) {
+    if (length > std::numeric_limits<std::uint32_t>::max()) {
+        throw Exception_t("libs/IOL/IOL_Frame", kTooLongLine, std::wstring());
+    }
+}
+
+std::vector<unsigned char> TakeRest(FrameStream_t& stream) {
+    CheckLength(stream.RemainingSize());
+    return stream.TakeRemaining();
+}
+
+}  // namespace
+
+Frame_t::Frame_t(unsigned short id, unsigned char const* bytes, unsigned int count)
+    : mId(id),
+      mData(new Data_t(count == 0 ? std::vector<unsigned char>() : std::vector<unsigned char>(bytes, bytes + count))) {}
+
+Frame_t::Frame_t(unsigned short id, std::vector<unsigned char> bytes)
+    : mId(id), mData((CheckLength(bytes.size()), new Data_t(std::move(bytes)))) {}
+
+Frame_t::Frame_t(unsigned short id, FrameStream_t& stream) : mId(id), mData(new Data_t(TakeRest(stream))) {}
+
+void Frame_t::Write(std::wostream& stream) const {
+    stream << L"Frame: (ID,DATA)\nID: " << mId << L"\n";
+    glo::HexValueDump(Data(), Data() + Size(), stream, true);
+}
+
+}  // namespace iol

@@ -1,0 +1,85 @@
+#include "IOL/IOL_Link.hpp"
+
+#include <algorithm>
+
+#include "GLO/GLO_Assert.hpp"
+#include "GLO/GLO_Exception.hpp"
+#include "IOL/IOL_Packet.hpp"
+#include "IOL_DebugServer.hpp"
+#include "WIN/WIN_Timer.hpp"
+
+namespace iol {
+namespace {
+
+constexpr char kSource[] = "libs/IOL/IOL_Link";
+
+// Stable identifiers that support knows, not lines of this file.
+constexpr unsigned short kPacketTimedOutLine = 51;
+constexpr unsigned short kEmptyListLine = 77;
+constexpr unsigned short kNullPacketLine = 80;
+constexpr unsigned short kListTimedOutLine = 89;
+
+bool IsOver(win::Timer_t const& stopwatch, win::Duration_t timeout) {
+    return timeout != win::gcDurationInfinite && stopwatch.ElapsedTime() > timeout;
+}
+
+}  // namespace
+
+Link_t::~Link_t() = default;
+
+void Link_t::SendPacket(Packet_t const& packet, win::Duration_t timeout) {
+    SendFrameWithTimeout(packet.ProduceFrame(), timeout);
+}
+
+void Link_t::GetPacket(Packet_t& packet, win::Duration_t timeout) {
+    win::DebugServer_t& trace = DebugServer();
+    win::Timer_t const stopwatch;
+    auto const traceTime = [&](char const* text, char const* end) {
+        if (!trace.IsEnabled()) return;
+        trace.PrintStr(text);
+        trace.PrintData(win::Duration_t(stopwatch.ElapsedTime()));
+        trace.PrintStr(end);
+    };
+
+    trace.PrintStr("\n");
+    trace.PrintStr("iol::Link_t: Entering Get Packet looking for packet id: ");
+    trace.PrintData(packet.Id());
+    trace.PrintStr(": Timeout = ");
+    trace.PrintData(timeout);
+    trace.PrintStr("\n");
+    for (;;) {
+        traceTime("iol::Link_t: Start receive frame loop at time: ", "\n");
+        if (IsOver(stopwatch, timeout)) break;
+        traceTime("iol::Link_t: Start GetFrame with timeout at time ", "\n");
+        Frame_t const frame = GetFrameWithTimeout(timeout);
+        traceTime("iol::Link_t: End GetFrame with timeout at time ", " found Frame id: ");
+        trace.PrintData(frame.Id());
+        trace.PrintStr("\n");
+        if (frame.Id() == packet.Id()) {
+            trace.PrintStr("iol::Link_t: Found the frame we were looking for start accept frame\n");
+            packet.AcceptFrame(frame);
+            trace.PrintStr("iol::Link_t: End accept frame\n");
+            return;
+        }
+        trace.PrintStr("iol::Link_t: Wrong frame repeat loop\n");
+    }
+    traceTime("iol::Link_t: Timed out trying to get packet ", "\n");
+    throw glo::Timeout_t(kSource, kPacketTimedOutLine);
+}
+
+std::size_t Link_t::GetPacket(std::vector<Packet_t*> const& packets, win::Duration_t timeout) {
+    glo::Assert(!packets.empty(), kSource, kEmptyListLine);
+    glo::Assert(std::find(packets.begin(), packets.end(), nullptr) == packets.end(), kSource, kNullPacketLine);
+    win::Timer_t const stopwatch;
+    for (;;) {
+        if (IsOver(stopwatch, timeout)) throw glo::Timeout_t(kSource, kListTimedOutLine);
+        Frame_t const frame = GetFrameWithTimeout(timeout);
+        auto const match = std::find_if(packets.begin(), packets.end(),
+                                        [&frame](Packet_t const* packet) { return packet->Id() == frame.Id(); });
+        if (match == packets.end()) continue;
+        (*match)->AcceptFrame(frame);
+        return static_cast<std::size_t>(match - packets.begin());
+    }
+}
+
+}  // namespace iol

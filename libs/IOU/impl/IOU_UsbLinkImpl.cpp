@@ -1,0 +1,11 @@
+#include "libs/IOU/impl/IOU_UsbLinkImpl.hpp"
+
+namespace iou {
+
+UsbLinkImpl_t::UsbLinkImpl_t(std::string const& registryPath, UsbLink_t::PacketCheckingMode_t /*mode*/,
+                             UsbLink_t& owner)
+    : mSession(registryPath, owner.DefaultTimeout()) {}
+
+UsbLinkImpl_t::~UsbLinkImpl_t() = default;
+
+}  // namespace iou

@@ -1,0 +1,147 @@
+#include "libs/IOU/mac/IOU_Device.hpp"
+
+#include "libs/IOU/mac/IOU_InPipe.hpp"
+#include "libs/IOU/mac/IOU_OutPipe.hpp"
+#include "libs/IOU/mac/IOU_Session.hpp"
+#include "platform/CFRunLoop.hpp"
+#include "platform/IORegistry.hpp"
+#include "platform/IOUSB.hpp"
+#include "platform/Platform.hpp"
+#include "platform/VendorId.hpp"
+
+namespace iou {
+namespace {
+
+constexpr char gcFile[] = "libs/IOU/mac/IOU_Device";
+
+// Stable identifiers of the steps that can fail, known to support; not this file's lines.
+constexpr std::uint16_t gcPlugInLine = 51;
+constexpr std::uint16_t gcDeviceInterfaceLine = 69;
+constexpr std::uint16_t gcDeviceOpenLine = 81;
+constexpr std::uint16_t gcConfigurationLine = 91;
+constexpr std::uint16_t gcSetConfigurationLine = 101;
+constexpr std::uint16_t gcVendorLine = 109;
+constexpr std::uint16_t gcProductLine = 117;
+constexpr std::uint16_t gcReleaseLine = 126;
+constexpr std::uint16_t gcIdentityLine = 134;
+constexpr std::uint16_t gcInterfaceIteratorLine = 153;
+constexpr std::uint16_t gcNoInterfaceLine = 160;
+constexpr std::uint16_t gcInterfacePlugInLine = 194;
+constexpr std::uint16_t gcInterfaceOpenLine = 203;
+constexpr std::uint16_t gcEventSourceLine = 217;
+
+constexpr std::uint16_t gcProduct = 0x0003;
+constexpr std::uint16_t gcRelease = 0x0001;
+
+}  // namespace
+
+Device_t::Device_t(std::string const& registryPath, Session_t& session) : mSession(session) {
+    try {
+        Open(registryPath);
+    } catch (...) {
+        Cleanup();
+        throw;
+    }
+}
+
+Device_t::~Device_t() {
+    Cleanup();
+}
+
+void Device_t::WriteAsync(unsigned char const* bytes, long length) {
+    mOutPipe->WriteAsync(bytes, length);
+}
+
+void Device_t::Open(std::string const& registryPath) {
+    OpenDevice(registryPath);
+    CheckIdentity();
+    OpenInterface();
+    mInPipe = std::make_unique<InPipe_t>(mSession, platform::kUSBInterrupt, *mInterface);
+    mOutPipe = std::make_unique<OutPipe_t>(mSession, platform::kUSBBulk, *mInterface);
+
+    std::shared_ptr<platform::CFRunLoopSource> source;
+    Require(mInterface->CreateInterfaceAsyncEventSource(source), gcEventSourceLine);
+    mSession.RunLoop().CFRunLoopAddSource(source, mSession.RunLoopMode());
+    mEventSource = std::move(source);
+    mInPipe->ReadAsync();
+}
+
+void Device_t::OpenDevice(std::string const& registryPath) {
+    std::unique_ptr<platform::IOCFPlugInInterface> plugIn;
+    {
+        const auto service = platform::kIOMasterPortDefault().IORegistryEntryFromPath(registryPath);
+        Require(service ? service->IOCreatePlugInInterfaceForService(
+                              platform::IOUserClientType::kIOUSBDeviceUserClientTypeID, plugIn)
+                        : platform::kIOReturnNoDevice,
+                gcPlugInLine);
+    }
+    Require(plugIn->QueryInterface(mDevice), gcDeviceInterfaceLine);
+    plugIn.reset();
+
+    Require(mDevice->USBDeviceOpen(), gcDeviceOpenLine);
+    mDeviceIsOpen = true;
+    platform::IOUSBConfigurationDescriptor configuration;
+    Require(mDevice->GetConfigurationDescriptorPtr(0, configuration), gcConfigurationLine);
+    Require(mDevice->SetConfiguration(configuration.bConfigurationValue), gcSetConfigurationLine);
+}
+
+/// What stands at the path may have changed since discovery saw it.
+void Device_t::CheckIdentity() {
+    std::uint16_t vendor = 0;
+    std::uint16_t product = 0;
+    std::uint16_t release = 0;
+    Require(mDevice->GetDeviceVendor(vendor), gcVendorLine);
+    Require(mDevice->GetDeviceProduct(product), gcProductLine);
+    Require(mDevice->GetDeviceReleaseNumber(release), gcReleaseLine);
+    if (vendor == platform::kTrovikVendorId && product == gcProduct && release == gcRelease) return;
+    mSession.ReportErrorWithCode(0, gcFile, gcIdentityLine);
+    throw gcDeviceUnusable;
+}
+
+std::unique_ptr<platform::IOService> Device_t::FirstInterface() {
+    std::unique_ptr<platform::IOIterator> interfaces;
+    Require(mDevice->CreateInterfaceIterator(platform::IOUSBFindInterfaceRequest{}, interfaces),
+            gcInterfaceIteratorLine);
+    auto first = interfaces->IOIteratorNext();
+    if (first) return first;
+    mSession.ReportError(gcFile, gcNoInterfaceLine);
+    throw gcDeviceUnusable;
+}
+
+void Device_t::OpenInterface() {
+    const auto service = FirstInterface();
+    std::unique_ptr<platform::IOCFPlugInInterface> plugIn;
+    Require(
+        service->IOCreatePlugInInterfaceForService(platform::IOUserClientType::kIOUSBInterfaceUserClientTypeID, plugIn),
+        gcInterfacePlugInLine);
+    Require(plugIn->QueryInterface(mInterface), gcInterfacePlugInLine);
+    Require(mInterface->USBInterfaceOpen(), gcInterfaceOpenLine);
+    mInterfaceIsOpen = true;
+}
+
+/// The loop is not run in here: what the aborts complete is dropped when the interface closes, and so no completion
+/// ever meets a pipe that has gone.
+void Device_t::Cleanup() {
+    mOutPipe.reset();
+    mInPipe.reset();
+    if (mInterfaceIsOpen) {
+        if (mEventSource) mSession.RunLoop().CFRunLoopRemoveSource(mEventSource);
+        mInterface->USBInterfaceClose();
+        mInterfaceIsOpen = false;
+    }
+    mInterface.reset();
+    if (mDeviceIsOpen) {
+        mDevice->USBDeviceClose();
+        mDeviceIsOpen = false;
+    }
+    mDevice.reset();
+    mEventSource.reset();
+}
+
+void Device_t::Require(platform::IOReturn result, std::uint16_t line) {
+    if (result == platform::kIOReturnSuccess) return;
+    mSession.ReportErrorWithCode(result, gcFile, line);
+    throw gcDeviceUnusable;
+}
+
+}  // namespace iou

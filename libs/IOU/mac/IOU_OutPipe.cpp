@@ -1,0 +1,83 @@
+#include "libs/IOU/mac/IOU_OutPipe.hpp"
+
+#include <limits>
+
+#include "GLO/GLO_Exception.hpp"
+#include "IOU/IOU_DebugServer.hpp"
+#include "libs/IOU/mac/IOU_PipeFinder.hpp"
+#include "libs/IOU/mac/IOU_Session.hpp"
+#include "platform/IOUSB.hpp"
+
+namespace iou {
+namespace {
+
+constexpr char gcFile[] = "libs/IOU/mac/IOU_OutPipe";
+
+// Stable identifiers of the places that report an error, known to support; not this file's lines.
+constexpr PipeFailureLines_t gcFinderLines{.endpointCount = 40, .properties = 59, .noPipe = 71};
+constexpr std::uint16_t gcWriteRefusedLine = 110;
+constexpr std::uint16_t gcWriteFailedLine = 126;
+constexpr std::uint16_t gcByteCountLine = 153;
+
+}  // namespace
+
+OutPipe_t::OutPipe_t(Session_t& session, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface)
+    : mSession(session), mInterface(interface) {
+    DebugServer().PrintStr("Constructing Out Pipe.\n");
+    const FoundPipe_t found = FindPipe(session, interface, {transferType, platform::kUSBOut}, gcFile, gcFinderLines);
+    mPipeRef = found.pipeRef;
+    mMaxPacketSize = found.maxPacketSize;
+    DebugServer().PrintStr("Out Pipe Constructed.\n");
+}
+
+OutPipe_t::~OutPipe_t() {
+    AbortPipe();
+    DebugServer().PrintStr("Out Pipe Destructed.\n");
+}
+
+void OutPipe_t::WriteAsync(unsigned char const* bytes, long length) {
+    const platform::IOReturn result = mInterface.WritePipeAsync(mPipeRef, {bytes, static_cast<std::size_t>(length)},
+                                                                &OutPipe_t::OutPipeHandler, this);
+    win::DebugServer_t& trace = DebugServer();
+    trace.PrintStr("Out WriteAsync Bytes: ");
+    trace.PrintData(length);
+    trace.PrintStr(" IOResult: ");
+    trace.PrintData(static_cast<int>(result));
+    trace.PrintStr("\n");
+    if (result != platform::kIOReturnSuccess) mSession.ReportErrorWithCode(result, gcFile, gcWriteRefusedLine);
+}
+
+void OutPipe_t::AbortPipe() {
+    DebugServer().PrintStr("Out AbortPipe\n");
+    mInterface.AbortPipe(mPipeRef);
+}
+
+void OutPipe_t::OutPipeHandler(void* pipe, platform::IOReturn result, void* bytes) {
+    const auto count = reinterpret_cast<std::uintptr_t>(bytes);
+    if (count > std::numeric_limits<std::uint32_t>::max())
+        throw glo::OutOfRange_t(gcFile, gcByteCountLine, L"Byte count of a write");
+    static_cast<OutPipe_t*>(pipe)->CompleteWriteAsyncOfSize(static_cast<std::uint32_t>(count), result);
+}
+
+void OutPipe_t::CompleteWriteAsyncOfSize(std::uint32_t bytes, platform::IOReturn result) {
+    win::DebugServer_t& trace = DebugServer();
+    trace.PrintStr("Out CompleteWriteAsyncOfSize Bytes: ");
+    trace.PrintData(static_cast<unsigned int>(bytes));
+    trace.PrintStr(" IOReturn: ");
+    trace.PrintData(static_cast<int>(result));
+    trace.PrintStr("\n");
+
+    if (result != platform::kIOReturnSuccess && result != platform::kIOReturnAborted) {
+        mSession.ReportErrorWithCode(result, gcFile, gcWriteFailedLine);
+        return;
+    }
+    // A descriptor may claim a packet size of 0; nothing is an exact multiple of that.
+    const bool fillsLastPacket = bytes != 0 && mMaxPacketSize != 0 && bytes % mMaxPacketSize == 0;
+    if (fillsLastPacket) {
+        WriteAsync(nullptr, 0);
+    } else {
+        mSession.CompleteWrite();
+    }
+}
+
+}  // namespace iou

@@ -1,0 +1,220 @@
+#include "libs/IOU/mac/IOU_Session.hpp"
+
+#include <algorithm>
+
+#include "GLO/GLO_Assert.hpp"
+#include "GLO/GLO_Exception.hpp"
+#include "IOU/IOU_DebugServer.hpp"
+#include "IOU/IOU_Exception.hpp"
+#include "libs/IOU/IOU_UsbPacket.hpp"
+#include "libs/IOU/mac/IOU_Device.hpp"
+#include "platform/Platform.hpp"
+
+namespace iou {
+namespace {
+
+constexpr char gcFile[] = "libs/IOU/mac/IOU_Session";
+
+// Stable identifiers of the raise sites, known to support; not this file's lines.
+constexpr std::uint16_t gcStartTimeoutLine = 116;
+constexpr std::uint16_t gcSendTimeoutLine = 230;
+constexpr std::uint16_t gcReceiveTimeoutLine = 258;
+
+constexpr platform::CFTimeInterval gcOneYear = 31536000;  ///< seconds
+constexpr platform::CFTimeInterval gcSlice = 0.2;         ///< seconds; longest run of the loop between two looks
+constexpr win::Duration_t gcStartAttempt{500};            ///< each half of an attempt
+constexpr std::uint32_t gcDefaultMaxPacketSize = 255;     ///< of a device that does not tell
+constexpr std::size_t gcKeepingPerPacket = 64;            ///< bytes a queued packet counts for besides its own
+
+std::size_t queuedSize(std::vector<unsigned char> const& packet) {
+    return packet.size() + gcKeepingPerPacket;
+}
+
+}  // namespace
+
+platform::CFAbsoluteTime ConvertDurationToAbsoluteTime(win::Duration_t duration) {
+    return platform::CFAbsoluteTimeGetCurrent() +
+           (duration == win::gcDurationInfinite ? gcOneYear : duration.Seconds());
+}
+
+/// Holds the timer of one wait, so that none is left in the loop however the wait ends.
+class Session_t::Wait_t : private glo::NonCopyable_t {
+  public:
+    Wait_t(Session_t& session, win::Duration_t timeout) : mSession(session) { mSession.StartTimer(timeout); }
+    ~Wait_t() { mSession.StopTimer(); }
+
+  private:
+    Session_t& mSession;
+};
+
+Session_t::Session_t(std::string const& registryPath, win::Duration_t timeout)
+    : mRunLoop(platform::CFRunLoopGetCurrent()), mRunLoopMode(platform::CFUUIDCreateString()) {
+    DebugServer().PrintStr("Constructing Session\n");
+    try {
+        Start(registryPath, timeout);
+    } catch (...) {
+        Abandon();
+        throw;
+    }
+    DebugServer().PrintStr("Session constructed.\n");
+}
+
+Session_t::~Session_t() {
+    AssertOwnerThread();
+    mDevice.reset();
+    StopTimer();
+    DebugServer().PrintStr("Session ended.\n");
+}
+
+void Session_t::Start(std::string const& registryPath, win::Duration_t timeout) {
+    platform::CFAbsoluteTime const deadline = ConvertDurationToAbsoluteTime(timeout);
+    mDevice = std::make_unique<Device_t>(registryPath, *this);
+    CheckForError();
+
+    bool isStarted = false;
+    do {
+        isStarted = TryToStart();
+    } while (!isStarted && platform::CFAbsoluteTimeGetCurrent() < deadline);
+    if (!isStarted) {
+        DebugServer().PrintStr("iou::Session_t::Session_t timed out waiting for start session response\n");
+        throw glo::Timeout_t(gcFile, gcStartTimeoutLine);
+    }
+    LearnMaxPacketSize(timeout);
+}
+
+/// One attempt looks at one packet: whatever was left over from an earlier session costs an attempt each.
+bool Session_t::TryToStart() {
+    try {
+        SendFrameWithTimeout(iol::Frame_t(gcPacketIdStartSession, nullptr, 0), Layer_t::UsbProtocol, gcStartAttempt);
+        WaitForFrameWithTimeout(gcStartAttempt);
+    } catch (glo::Timeout_t const&) {
+        return false;
+    }
+    if (mReceived.empty()) return false;
+    auto const bytes = TakePacket();
+    auto const packet = MakeUsbPacket(bytes);
+    auto const unitId = packet ? packet->ControlValue(gcPacketIdSessionStarted) : std::nullopt;
+    if (unitId) mUnitId = *unitId;
+    return unitId.has_value();
+}
+
+void Session_t::LearnMaxPacketSize(win::Duration_t timeout) {
+    SendFrameWithTimeout(iol::Frame_t(gcPacketIdAskMaxPacketSize, nullptr, 0), Layer_t::UsbProtocol, timeout);
+    WaitForFrameWithTimeout(timeout);
+    if (!mReceived.empty()) {
+        auto const bytes = TakePacket();
+        auto const packet = MakeUsbPacket(bytes);
+        auto const size = packet ? packet->ControlValue(gcPacketIdMaxPacketSize) : std::nullopt;
+        // A size that leaves no room behind the header is no answer.
+        if (size && *size > gcUsbPacketHeaderSize)
+            mMaxPacketSize = *size - static_cast<std::uint32_t>(gcUsbPacketHeaderSize);
+    }
+    if (mMaxPacketSize == 0) mMaxPacketSize = gcDefaultMaxPacketSize;
+}
+
+/// The exception that ends construction may say no more than "1", so what was reported goes to the system log.
+void Session_t::Abandon() {
+    DebugServer().PrintStr("iou::Session_t::Session_t - Failed\n");
+    mDevice.reset();
+    StopTimer();
+    if (mErrorOccurred)
+        platform::NSLog("The USB device can't be used: %s (0x%08X) at %s, %d\n",
+                        mErrorCode == 0 ? "not fit for it" : platform::IOReturnText(mErrorCode),
+                        static_cast<unsigned>(mErrorCode), mErrorFile, mErrorLine);
+}
+
+void Session_t::SendFrameWithTimeout(iol::Frame_t const& frame, Layer_t layer, win::Duration_t timeout) {
+    AssertOwnerThread();
+    CheckForError();
+    WriteUsbPacket(layer, frame.Id(), frame.Bytes(), mOutgoing);
+    mWriteIsPending = true;
+    mDevice->WriteAsync(mOutgoing.data(), static_cast<long>(mOutgoing.size()));
+    WaitWhile([this] { return mWriteIsPending; }, timeout);
+    CheckForError();
+    win::DebugServer_t& trace = DebugServer();
+    if (mWriteIsPending) {
+        trace.PrintStr("iou::Session_t::SendFrameWithTimeout - Timed out waiting to send frame\n");
+        throw glo::Timeout_t(gcFile, gcSendTimeoutLine);
+    }
+    trace.PrintStr("SendFrameWithTimeout complete. Layer: ");
+    trace.PrintData(layer);
+    trace.PrintStr(" Id: ");
+    trace.PrintData(frame.Id());
+    trace.PrintStr(" Size: ");
+    trace.PrintData(frame.Size());
+    trace.PrintStr("\n");
+}
+
+iol::Frame_t Session_t::GetFrameWithTimeout(win::Duration_t timeout) {
+    WaitForFrameWithTimeout(timeout);
+    win::DebugServer_t& trace = DebugServer();
+    if (mReceived.empty()) {
+        trace.PrintStr("Session_t::GetFrameWithTimeout - Timed out waiting to receive frame\n");
+        throw glo::Timeout_t(gcFile, gcReceiveTimeoutLine);
+    }
+    auto bytes = TakePacket();
+    auto const packet = MakeUsbPacket(bytes);
+    glo::Assert(packet.has_value(), gcFile, __LINE__);  // the pipes queue nothing that has not passed
+    std::uint16_t const id = packet->id;
+    bytes.erase(bytes.begin(), bytes.begin() + gcUsbPacketHeaderSize);  // the packet's own storage becomes the frame's
+    iol::Frame_t frame(id, std::move(bytes));
+    trace.PrintStr("GetFrameWithTimeout complete. Id: ");
+    trace.PrintData(frame.Id());
+    trace.PrintStr(" Size: ");
+    trace.PrintData(frame.Size());
+    trace.PrintStr("\n");
+    return frame;
+}
+
+void Session_t::WaitForFrameWithTimeout(win::Duration_t timeout) {
+    AssertOwnerThread();
+    WaitWhile([this] { return mReceived.empty(); }, timeout);
+    CheckForError();
+}
+
+void Session_t::CheckForError() const {
+    if (mErrorOccurred) throw BadUsbDevice_t(mErrorFile, mErrorLine);
+}
+
+void Session_t::SavePacket(std::vector<unsigned char> const& packet) {
+    if (mQueuedBytes + queuedSize(packet) > gcMaxQueuedBytes) {
+        DebugServer().PrintStr("Packet discarded!\nNobody fetches what has been received\n");
+        return;
+    }
+    mReceived.push_back(packet);
+    mQueuedBytes += queuedSize(packet);
+}
+
+std::vector<unsigned char> Session_t::TakePacket() {
+    auto packet = std::move(mReceived.front());
+    mReceived.pop_front();
+    mQueuedBytes -= queuedSize(packet);
+    return packet;
+}
+
+void Session_t::ReportErrorWithCode(platform::IOReturn code, char const* file, std::uint16_t line) {
+    if (mErrorOccurred) return;
+    mErrorOccurred = true;
+    mErrorCode = code;
+    mErrorFile = file;
+    mErrorLine = line;
+}
+
+void Session_t::StartTimer(win::Duration_t duration) {
+    // The handler has nothing to do: a one-shot timer that has fired is no longer valid, and that ends the wait.
+    mTimer = mRunLoop->CFRunLoopAddTimer(mRunLoopMode, ConvertDurationToAbsoluteTime(duration), 0, [] {});
+}
+
+template <typename IsPending>
+void Session_t::WaitWhile(IsPending isPending, win::Duration_t timeout) {
+    if (mErrorOccurred || !isPending()) return;  // nothing to wait for: no timer either
+    Wait_t const wait(*this, timeout);
+    while (!mErrorOccurred && isPending() && TimerIsRunning())
+        mRunLoop->CFRunLoopRunInMode(mRunLoopMode, gcSlice, true);
+}
+
+void Session_t::AssertOwnerThread() const {
+    glo::Assert(std::this_thread::get_id() == mOwner, gcFile, __LINE__);
+}
+
+}  // namespace iou

@@ -1,0 +1,120 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "GLO/GLO_NonCopyable.hpp"
+#include "IOL/IOL_Frame.hpp"
+#include "IOU/IOU_Layer.hpp"
+#include "WIN/WIN_Duration.hpp"
+#include "platform/CFRunLoop.hpp"
+#include "platform/IOReturn.hpp"
+
+namespace iou {
+
+class Device_t;
+
+/// What opening a device throws when it fails, once the failure has been reported to the session.
+inline constexpr int gcDeviceUnusable = 1;
+
+/// The moment at which a wait of that length, begun now, ends; win::gcDurationInfinite lasts a year.
+platform::CFAbsoluteTime ConvertDurationToAbsoluteTime(win::Duration_t duration);
+
+/// One session with one opened device: frames to USB packets and back, and the waiting for either direction.
+///
+/// It belongs to the thread that constructed it. It waits by running that thread's loop in a mode of its own, so that
+/// the device's completions are delivered inside these waits and nowhere else, and nothing else is delivered in them.
+/// An error that a pipe reports stays: from then on every operation throws it.
+class Session_t : private glo::NonCopyable_t {
+  public:
+    /// What may lie received and not yet fetched. Each packet counts its bytes and 64 more for its keeping. A device
+    /// that talks and is not listened to loses its newest packets beyond this.
+    static constexpr std::size_t gcMaxQueuedBytes = std::size_t{4} << 20;
+
+    /// Opens the device and starts the session, asking again each 500 ms until the time is up.
+    /// @param timeout  milliseconds, for the start, and again for each step after it
+    /// @throws glo::Timeout_t       the device does not answer the start of the session
+    /// @throws iou::BadUsbDevice_t  a pipe reported an error
+    /// @throws int                  gcDeviceUnusable: the device could not be opened
+    /// Blocks. The calling thread becomes the owner thread.
+    Session_t(std::string const& registryPath, win::Duration_t timeout);
+    ~Session_t();
+
+    /// Sends one frame and waits until the device has taken it.
+    /// @param timeout  milliseconds; win::gcDurationInfinite waits until the write completes
+    /// @throws glo::Timeout_t       not written in time; part of it may have left, the session stays usable
+    /// @throws iou::BadUsbDevice_t  a pipe reported an error, now or earlier
+    /// Blocks. Owner thread only.
+    void SendFrameWithTimeout(iol::Frame_t const& frame, Layer_t layer, win::Duration_t timeout);
+
+    /// Takes the oldest packet received, of whichever layer, or waits for one.
+    /// @param timeout  milliseconds; win::gcDurationInfinite waits for a year
+    /// @throws glo::Timeout_t       nothing came in time; the session stays usable
+    /// @throws iou::BadUsbDevice_t  a pipe reported an error, now or earlier, whatever has been received
+    /// Blocks. Owner thread only.
+    iol::Frame_t GetFrameWithTimeout(win::Duration_t timeout);
+
+    /// Waits until a packet is there or the time is up.
+    /// @throws iou::BadUsbDevice_t  a pipe reported an error, now or earlier
+    /// Blocks. Owner thread only.
+    void WaitForFrameWithTimeout(win::Duration_t timeout);
+
+    std::uint32_t UnitId() const { return mUnitId; }
+    std::uint32_t MaxPacketSize() const { return mMaxPacketSize; }  ///< bytes of payload
+
+    /// @throws iou::BadUsbDevice_t  an error has been reported
+    void CheckForError() const;
+    bool ErrorOccurred() const { return mErrorOccurred; }
+
+    // For the device and its pipes, inside this session's waits.
+
+    /// Queues a packet that MakeUsbPacket has passed.
+    void SavePacket(std::vector<unsigned char> const& packet);
+    void CompleteWrite() { mWriteIsPending = false; }
+
+    /// Records an error. The first one stays: later ones are its consequences.
+    /// @param file  a text that lives as long as the process
+    void ReportError(char const* file, std::uint16_t line) { ReportErrorWithCode(0, file, line); }
+    void ReportErrorWithCode(platform::IOReturn code, char const* file, std::uint16_t line);
+
+    std::string const& RunLoopMode() const { return mRunLoopMode; }
+    platform::CFRunLoop& RunLoop() const { return *mRunLoop; }
+
+  private:
+    class Wait_t;
+
+    void Start(std::string const& registryPath, win::Duration_t timeout);
+    bool TryToStart();
+    void LearnMaxPacketSize(win::Duration_t timeout);
+    void Abandon();
+    void StartTimer(win::Duration_t duration);
+    void StopTimer() { mTimer.reset(); }
+    bool TimerIsRunning() const { return mTimer && mTimer->CFRunLoopTimerIsValid(); }
+    template <typename IsPending>
+    void WaitWhile(IsPending isPending, win::Duration_t timeout);
+    std::vector<unsigned char> TakePacket();
+    void AssertOwnerThread() const;
+
+    std::thread::id const mOwner = std::this_thread::get_id();
+    std::shared_ptr<platform::CFRunLoop> const mRunLoop;  ///< the owner thread's
+    std::string const mRunLoopMode;                       ///< this session's alone
+    std::uint32_t mMaxPacketSize = 0;
+    std::uint32_t mUnitId = 0;
+    std::deque<std::vector<unsigned char>> mReceived;  ///< oldest first; each a whole USB packet that has been checked
+    std::size_t mQueuedBytes = 0;                      ///< what mReceived counts for
+    std::vector<unsigned char> mOutgoing;              ///< the packet being sent; its storage is kept
+    bool mWriteIsPending = false;
+    std::unique_ptr<platform::CFRunLoopTimer> mTimer;  ///< of the wait under way
+    bool mErrorOccurred = false;
+    platform::IOReturn mErrorCode = 0;  ///< 0 when none was given
+    std::uint16_t mErrorLine = 0;
+    char const* mErrorFile = "";
+    std::unique_ptr<Device_t> mDevice;
+};
+
+}  // namespace iou

@@ -1,0 +1,16 @@
+#include "THR/THR_Delay.hpp"
+
+#include "GLO/GLO_Assert.hpp"
+#include "GLO/GLO_Exception.hpp"
+#include "THR/THR_CancelRequested.hpp"
+
+namespace thr {
+
+void Delay(unsigned int milliseconds, CancelRequested_t const& cancel) {
+    constexpr char kSource[] = "libs/THR/THR_Delay";
+    int const result = cancel.Wait(win::Duration_t(milliseconds));
+    if (result == 0) throw glo::Terminate_t(kSource, __LINE__);
+    glo::Assert(result == 1, kSource, __LINE__);
+}
+
+}  // namespace thr

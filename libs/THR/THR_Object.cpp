@@ -1,0 +1,56 @@
+#include "THR/THR_Object.hpp"
+
+#include <utility>
+
+#include "THR/THR_Exception.hpp"
+#include "THR/THR_LocalPort.hpp"
+#include "THR/THR_Stack.hpp"
+#include "THR/THR_Thread.hpp"
+
+namespace thr {
+
+Object_t::~Object_t() {
+    if (LocalPort_t* port = LocalPort_t::FindLocalPort()) port->RemoveReference(mId);
+}
+
+std::uint32_t Object_t::Release() {
+    if (mRetainCount == 0) throw Exception_t("libs/THR/THR_Object", __LINE__, std::wstring());
+    return --mRetainCount;
+}
+
+void Object_t::RequestCancel() const {
+    mIsCancelRequested = true;
+    Canceled();
+}
+
+bool Object_t::CancelRequested() const {
+    mIsCancelRequested = false;
+    ProcessMessageWithNoWait();
+    return mIsCancelRequested || mRetainCount == 0;
+}
+
+void Object_t::ResetCancel() const {
+    mCancel = CancelRequestedFunctor_t(this);
+}
+
+void Object_t::RunLoop() const {
+    do {
+        try {
+            ProcessMessageWithInfiniteWait();
+        } catch (AbortThread_t const&) {
+            return;
+        } catch (...) {
+            // One bad call must not end the loop that serves all others.
+        }
+    } while (mRetainCount > 0);
+}
+
+void Object_t::PushOnStack(Stack_t& stack) const {
+    stack << LocalPort_t::GetLocalPort() << mId;
+}
+
+void Object_t::AddReference(glo::AutoPtr<LocalReference_t> reference) const {
+    LocalPort_t::GetLocalPort().AddReference(std::move(reference));
+}
+
+}  // namespace thr

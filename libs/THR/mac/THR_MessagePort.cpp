@@ -1,0 +1,69 @@
+#include "THR/THR_MessagePort.hpp"
+
+#include <utility>
+
+#include "GLO/GLO_Exception.hpp"
+#include "GLO/GLO_String.hpp"
+#include "THR/THR_Exception.hpp"
+#include "THR/THR_Stack.hpp"
+#include "WIN/WIN_Encoding.hpp"
+#include "platform/CFMessagePort.hpp"
+#include "platform/CFRunLoop.hpp"
+#include "platform/Platform.hpp"
+
+namespace thr {
+namespace {
+
+constexpr char cFile[] = "libs/THR/mac/THR_MessagePort";
+constexpr char cApplicationGroup[] = "TEAMID0000.Trovik";
+constexpr double cSendTimeout = 0.1;  // seconds
+
+}  // namespace
+
+MessagePort_t::MessagePort_t(MessageHandlerIntf_t* handler) {
+    std::string const name = std::string(cApplicationGroup) + '.' + platform::CFUUIDCreateString();
+    mPort = platform::CFMessagePort::CFMessagePortCreateLocal(
+        name, [handler](std::int32_t id, platform::CFData const& data) { HandlePortMessage(id, data, handler); });
+    if (!mPort) throw Exception_t(cFile, __LINE__, std::wstring());
+    mName = glo::wstring(name, win::Utf8Encoding());
+    mPort->CFRunLoopAddSource();
+}
+
+MessagePort_t::MessagePort_t(std::wstring const& name)
+    : mPort(platform::CFMessagePort::CFMessagePortCreateRemote(glo::string(name, win::Utf8Encoding()))), mName(name) {}
+
+MessagePort_t::~MessagePort_t() = default;
+
+void MessagePort_t::SendStack(std::int32_t id, Stack_t& stack, std::wstring const& name) {
+    if (stack.IsEmpty()) throw Exception_t(cFile, __LINE__, std::wstring());
+    stack << name;
+    for (;;) {
+        std::int32_t const result = mPort ? mPort->CFMessagePortSendRequest(id, stack.Bytes(), cSendTimeout)
+                                          : platform::kCFMessagePortIsInvalid;
+        if (result == platform::kCFMessagePortSuccess) return;
+        if (result != platform::kCFMessagePortSendTimeout) {
+            throw Exception_t(cFile, __LINE__, L"CFMessagePortSendRequest ReturnCode = " + std::to_wstring(result));
+        }
+        platform::CFRunLoopGetCurrent()->CFRunLoopRunInMode(platform::kCFRunLoopDefaultMode, cSendTimeout, false);
+    }
+}
+
+void MessagePort_t::WhenInvalid(std::function<void()> block) {
+    if (mPort) mPort->CFMessagePortSetInvalidationCallBack(std::move(block));
+}
+
+void MessagePort_t::HandlePortMessage(std::int32_t id, std::vector<unsigned char> const& data,
+                                      MessageHandlerIntf_t* handler) {
+    try {
+        if (!handler) return platform::NSLog("Error: No message handler at %s, %d\n", cFile, __LINE__);
+        if (data.empty()) return;
+        Stack_t stack(data);
+        std::wstring name;
+        stack >> name;
+        handler->ProcessMessage(stack, id, name);
+    } catch (...) {
+        glo::LogCaughtException(cFile, __LINE__);
+    }
+}
+
+}  // namespace thr

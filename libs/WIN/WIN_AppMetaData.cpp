@@ -1,0 +1,129 @@
+#include "WIN/WIN_AppMetaData.hpp"
+
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "GLO/GLO_Assert.hpp"
+#include "GLO/GLO_String.hpp"
+#include "WIN/WIN_BuildInfo.hpp"
+#include "WIN/WIN_Encoding.hpp"
+#include "libs/WIN/impl/WIN_FirstUse.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/NSUserDefaults.hpp"
+#include "platform/Platform.hpp"
+
+namespace win {
+namespace {
+
+/// The container that waits for the first AppMetaData() call.
+struct Pending_t {
+    std::mutex mMutex;
+    glo::AutoPtr<AppMetaDataContainer_t> mContainer;  ///< locked by mMutex
+};
+
+Pending_t& Pending() {
+    static Pending_t pending;
+    return pending;
+}
+
+std::string BundleText(platform::PropertyList::Dictionary const& info, char const* key) {
+    auto const it = info.find(key);
+    std::string const* text = it == info.end() ? nullptr : it->second.string();
+    return text ? *text : std::string();
+}
+
+std::vector<std::wstring> Words(std::wstring const& text) {
+    std::vector<std::wstring> words(1);
+    for (wchar_t const character : text) {
+        if (character == L' ')
+            words.emplace_back();
+        else
+            words.back() += character;
+    }
+    return words;
+}
+
+std::wstring Ascii(char const* text) {
+    return glo::wstring(text, AsciiEncoding());
+}
+std::wstring Wide(std::string const& text) {
+    return glo::wstring(text, Utf8Encoding());
+}
+
+}  // namespace
+
+std::wstring AppMetaData_t::FormattedVersion() const {
+    Version_t const& version = Version();
+    std::wstring const text = version.MajorMinorString() + L'.' + std::to_wstring(version.Third());
+    if (IsReleaseBuildType(BuildType())) return text;
+    return text + L'.' + std::to_wstring(version.Fourth()) + L' ' + BuildType();
+}
+
+glo::Optional_t<std::wstring> AppMetaData_t::FormattedDateTime() const {
+    if (BuildType() != L"Internal" && BuildType() != L"Alpha") return {};
+    return BuildDate() + L' ' + BuildTime();
+}
+
+glo::Optional_t<std::wstring> AppMetaData_t::FormattedUserId() const {
+    if (BuildType() != L"Internal") return {};
+    return L'(' + BuildUserId() + L')';
+}
+
+bool AppMetaData_t::IsBeta() const {
+    return BuildType() == L"Beta";
+}
+
+bool AppMetaData_t::IsRelease() const {
+    return IsReleaseBuildType(BuildType()) && glo::EqualNoCase(BuildUserId(), L"SQA");
+}
+
+AppMetaData_t const& AppMetaData() {
+    static AppMetaData_t const metaData([] {
+        FirstUseScope_t const firstUse;
+        glo::AutoPtr<AppMetaDataContainer_t> container;
+        {
+            std::lock_guard const lock(Pending().mMutex);
+            container = std::move(Pending().mContainer);
+        }
+        return container ? std::move(container) : CreateAppMetaData();
+    }());
+    return metaData;
+}
+
+void SetAppMetaDataContainer(AppMetaDataContainer_t* container) {
+    glo::AutoPtr<AppMetaDataContainer_t> owned(container);
+    std::lock_guard const lock(Pending().mMutex);
+    Pending().mContainer = std::move(owned);
+}
+
+glo::AutoPtr<AppMetaDataContainer_t> CreateAppMetaData() {
+    glo::AutoPtr<AppMetaDataContainer_t> container(new AppMetaDataContainer_t);
+    container->mBuildDate = Ascii(BuildDate());
+    container->mBuildTime = Ascii(BuildTime());
+    container->mBuildUserId =
+        platform::standardUserDefaults().boolForKey("AppTestReleaseBuild") ? L"SQA" : Ascii(BuildUserId());
+
+    auto const& info = platform::mainBundle().infoDictionary();
+    container->mProductName = Wide(BundleText(info, "CFBundleName"));
+    container->mInternalName = Wide(BundleText(info, "CFBundleExecutable"));
+    container->mPartNumber = Wide(BundleText(info, "TrovikPartNumber"));
+    container->mCopyright = Wide(BundleText(info, "NSHumanReadableCopyright"));
+
+    std::string const version = BundleText(info, "CFBundleVersion");
+    container->mVersion = StringToVersion(version);
+    auto const words = Words(Wide(version));
+    std::wstring& type = container->mBuildType;
+    if (words.size() >= 2) type = words[1];
+    if (type != L"Internal" && type != L"Alpha" && type != L"Beta") {
+        glo::Assert(type.empty() && words.size() == 1, "libs/WIN/WIN_AppMetaData", __LINE__);
+        type = L"Release";
+    }
+    return container;
+}
+
+std::wstring MainBundleIdentifier() {
+    return Wide(platform::mainBundle().bundleIdentifier());
+}
+
+}  // namespace win

@@ -1,0 +1,31 @@
+#include "WIN/WIN_CriticalSection.hpp"
+
+#include "WIN/WIN_Error.hpp"
+
+namespace win {
+
+CriticalSection_t::~CriticalSection_t() = default;
+
+void CriticalSection_t::Enter() {
+    // The line is a stable identifier that support knows.
+    if (!mIsDisabled && mMutex.Lock() != 0) throw Error_t("../WIN/WIN_CriticalSection.hpp", 54);
+}
+
+void CriticalSection_t::Leave() {
+    if (!mIsDisabled) mMutex.Unlock();
+}
+
+}  // namespace win
+
+namespace glo {
+
+AutoPtr<LockIntf_t> NewLock() {
+    return AutoPtr<LockIntf_t>(new win::CriticalSection_t);
+}
+
+LockIntf_t& SingletonCriticalSection() {
+    static win::CriticalSection_t sCriticalSection;
+    return sCriticalSection;
+}
+
+}  // namespace glo

@@ -1,0 +1,158 @@
+#include "WIN/WIN_DebugServer.hpp"
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "GLO/GLO_Exception.hpp"
+#include "GLO/GLO_String.hpp"
+#include "GLO/GLO_Time.hpp"
+#include "WIN/WIN_AppMetaData.hpp"
+#include "WIN/WIN_CriticalSection.hpp"
+#include "WIN/WIN_Encoding.hpp"
+#include "WIN/WIN_Registry.hpp"
+#include "libs/WIN/impl/WIN_FirstUse.hpp"
+#include "libs/WIN/impl/WIN_TimeStamp.hpp"
+
+namespace win {
+namespace {
+
+std::string Utf8(std::wstring const& text) {
+    return glo::string(text, Utf8Encoding());
+}
+
+}  // namespace
+
+bool DebugServer_t::mIsPrinting = false;
+
+std::string TimeStampText(glo::Time_t moment, glo::Time_t::DateFlag_t date) {
+    std::wstring const text = moment.LocalText(date);
+    return text.empty() ? "00:00:00  " : Utf8(text);
+}
+
+/// One print: drops itself while another one is under way, else holds the shared lock, opens the file and stamps the
+/// line where that is due. Swallows everything, so that a trace never disturbs what it traces.
+template <typename Write_t>
+void DebugServer_t::Print(Write_t write) noexcept {
+    std::atomic_ref<bool> const isPrinting(mIsPrinting);
+    if (isPrinting.exchange(true, std::memory_order_relaxed)) return;
+    CriticalSection_t* section = nullptr;
+    try {
+        section = &DebugServerCriticalSection();
+        section->Enter();
+    } catch (...) {
+        isPrinting.store(false, std::memory_order_relaxed);
+        return;
+    }
+    try {
+        if (mIsNewRunPending) {
+            PrintNewRun();
+            mIsNewRunPending = false;
+        }
+        PrintTime();
+        write(*mOutput);
+    } catch (...) {
+        // Lost, like all that can't be written.
+    }
+    isPrinting.store(false, std::memory_order_relaxed);
+    section->Leave();
+}
+
+DebugServer_t::DebugServer_t(std::wstring const& name, bool enabled)
+    : mIsEnabled(enabled), mFilePath(DebugFilePath(std::wstring(), name)) {}
+
+DebugServer_t::DebugServer_t() : DebugServer_t(std::wstring(), DefaultDebugToOn()) {}
+
+DebugServer_t::DebugServer_t(SwitchedOff_t) : mIsEnabled(false) {}
+
+DebugServer_t::~DebugServer_t() = default;
+
+void DebugServer_t::WriteText(char const* text) {
+    Print([&](std::ofstream& output) {
+        output << text;
+        if (!std::strchr(text, '\n')) return;
+        output.flush();
+        mIsMidLine = false;
+    });
+}
+
+void DebugServer_t::WriteText(wchar_t const* text) {
+    WriteText(Utf8(text).c_str());
+}
+
+template <typename Value_t>
+void DebugServer_t::WriteData(Value_t const& value) {
+    Print([&](std::ofstream& output) { output << value; });
+}
+
+template void DebugServer_t::WriteData(float const&);
+template void DebugServer_t::WriteData(char const&);
+template void DebugServer_t::WriteData(int const&);
+template void DebugServer_t::WriteData(unsigned int const&);
+template void DebugServer_t::WriteData(unsigned short const&);
+template void DebugServer_t::WriteData(long const&);
+template void DebugServer_t::WriteData(unsigned long const&);
+template void DebugServer_t::WriteData(std::string const&);
+template void DebugServer_t::WriteData(Duration_t const&);
+
+void DebugServer_t::PrintException(glo::Exception_t const& exception) {
+    if (mIsEnabled) WriteText(glo::ExceptionLine(exception).c_str());
+}
+
+void DebugServer_t::PrintException(glo::Exception_t const& exception, std::string const& context) {
+    if (mIsEnabled) WriteText(glo::ExceptionLine(exception, context).c_str());
+}
+
+void DebugServer_t::PrintTime() {
+    if (!mIsEnabled || mIsMidLine || !mOutput) return;
+    *mOutput << TimeStampText(glo::Time_t::Now(), glo::Time_t::DateFlag_t::NoDate) << ": ";
+    mIsMidLine = true;
+}
+
+void DebugServer_t::PrintNewRun() {
+    mOutput.reset(new std::ofstream(Utf8(mFilePath), std::ios::app));
+    AppMetaData_t const& application = AppMetaData();
+    *mOutput << TimeStampText(glo::Time_t::Now(), glo::Time_t::DateFlag_t::WithDate)
+             << " ***************** New Run ****************************\n"
+             << "Application Version: " << Utf8(application.Version().Str() + L' ' + application.BuildType()) << '\n';
+}
+
+void DebugServer_t::Reset() {
+    std::string const path = Utf8(mFilePath);
+    std::string const previous = path + ".previous";
+    std::remove(previous.c_str());
+    std::rename(path.c_str(), previous.c_str());
+}
+
+// This lock and the server below are never destroyed: a thread that is still at work while the process ends may raise
+// an exception, which prints.
+CriticalSection_t& DebugServerCriticalSection() {
+    static CriticalSection_t& section = *new CriticalSection_t;
+    return section;
+}
+
+DebugServer_t& DebugServer() {
+    static DebugServer_t& off = *new DebugServer_t(DebugServer_t::SwitchedOff_t{});
+    if (FirstUseScope_t::IsInside()) return off;
+    static DebugServer_t& server = [&]() -> DebugServer_t& {
+        FirstUseScope_t const firstUse;
+        return *new DebugServer_t;
+    }();
+    return server;
+}
+
+bool DefaultDebugToOn() {
+    auto const& showDebug = Registry().ShowDebug();
+    return showDebug.IsKnown() && showDebug.Get();
+}
+
+}  // namespace win
+
+namespace glo {
+
+DebugOutputIntf_t& DefaultDebugOutput() {
+    return win::DebugServer();
+}
+
+}  // namespace glo

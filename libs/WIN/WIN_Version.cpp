@@ -1,0 +1,80 @@
+#include "WIN/WIN_Version.hpp"
+
+#include <algorithm>
+#include <array>
+#include <boost/tokenizer.hpp>
+#include <cstdio>
+#include <limits>
+#include <locale>
+#include <sstream>
+#include <string_view>
+
+#include "THR/THR_Stack.hpp"
+
+namespace win {
+namespace {
+
+/// The platform's conversion of a text to an integer: blanks, a sign, digits; what doesn't fit stays at the limit.
+int IntValue(std::string_view text) {
+    constexpr std::int64_t cLimit = std::numeric_limits<int>::max();
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+    bool const isNegative = text.starts_with('-');
+    if (isNegative || text.starts_with('+')) text.remove_prefix(1);
+    std::int64_t value = 0;
+    for (char const character : text) {
+        if (character < '0' || character > '9') break;
+        value = std::min(value * 10 + (character - '0'), isNegative ? cLimit + 1 : cLimit);
+    }
+    return static_cast<int>(isNegative ? -value : value);
+}
+
+}  // namespace
+
+Version_t::Version_t(std::wstring const& text) {
+    using Tokenizer_t = boost::tokenizer<boost::char_separator<wchar_t>, std::wstring::const_iterator, std::wstring>;
+    std::array<std::uint16_t*, 4> const parts{&mMajor, &mMinor, &mThird, &mFourth};
+    std::size_t count = 0;
+    for (std::wstring const& piece : Tokenizer_t(text, boost::char_separator<wchar_t>(L"."))) {
+        std::wistringstream stream(piece);
+        stream.imbue(std::locale::classic());
+        std::uint16_t number = 0;
+        if (!(stream >> number)) continue;
+        *parts[count++] = number;
+        if (count == parts.size()) break;
+    }
+}
+
+Version_t StringToVersion(std::string const& text) {
+    std::array<std::uint16_t, 4> parts{};
+    std::string_view rest = text;
+    for (auto& part : parts) {
+        auto const dot = std::min(rest.find('.'), rest.size());
+        part = static_cast<std::uint16_t>(IntValue(rest.substr(0, dot)));
+        rest.remove_prefix(std::min(dot + 1, rest.size()));
+    }
+    return {parts[0], parts[1], parts[2], parts[3]};
+}
+
+std::wstring Version_t::Str() const {
+    return MajorMinorString() + L'.' + std::to_wstring(mThird) + L'.' + std::to_wstring(mFourth);
+}
+
+std::wstring Version_t::MajorMinorString() const {
+    return std::to_wstring(mMajor) + L'.' + std::to_wstring(mMinor);
+}
+
+std::wstring Version_t::DeviceString() const {
+    return std::to_wstring(mMajor) + (mMinor < 10 ? L".0" : L".") + std::to_wstring(mMinor);
+}
+
+void Version_t::Push(thr::Stack_t& stack) const {
+    stack << mMajor << mMinor << mThird << mFourth;
+}
+
+void Version_t::Pop(thr::Stack_t& stack) {
+    Version_t popped;
+    stack >> popped.mFourth >> popped.mThird >> popped.mMinor >> popped.mMajor;
+    *this = popped;
+}
+
+}  // namespace win

@@ -1,0 +1,24 @@
+#include <sys/stat.h>
+
+#include "GLO/GLO_String.hpp"
+#include "WIN/WIN_AppMetaData.hpp"
+#include "WIN/WIN_DebugServer.hpp"
+#include "WIN/WIN_Encoding.hpp"
+#include "platform/Directories.hpp"
+
+namespace win {
+
+std::wstring DebugFileDirectory() {
+    std::string const caches = platform::cachesDirectory();
+    return caches.empty() ? std::wstring() : glo::wstring(caches, Utf8Encoding()) + L"/Trovik/";
+}
+
+std::wstring DebugFilePath(std::wstring const& suffix, std::wstring const& name) {
+    std::wstring const directory = DebugFileDirectory();
+    if (directory.empty()) return {};  // a user without a home folder: the file can't be opened and traces are lost
+    // Fails where the caches folder itself is missing; the traces are lost then as well.
+    mkdir(glo::string(directory, Utf8Encoding()).c_str(), S_IRWXU);
+    return directory + (name.empty() ? AppMetaData().ProductName() + suffix : name) + L".log";
+}
+
+}  // namespace win

@@ -1,0 +1,83 @@
+#include "WIN/WIN_MacRegistryStore.hpp"
+
+#include <utility>
+
+#include "libs/WIN/impl/WIN_FirstUse.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/NSUserDefaults.hpp"
+#include "platform/Platform.hpp"
+
+namespace win {
+namespace {
+
+using platform::PropertyList;
+using Subkey_t = RegistryDictionary_t::Subkey_t;
+
+constexpr char cStoreName[] = "RegistryRoot";
+constexpr Duration_t cSaveDelay = 1;
+
+Subkey_t TreeFrom(PropertyList::Dictionary const& dictionary) {
+    auto key = std::make_shared<RegistryDictionary_t>();
+    for (auto const& [name, value] : dictionary) {
+        if (auto const* subkey = value.dictionary())
+            key->mEntries.emplace(name, TreeFrom(*subkey));
+        else
+            key->mEntries.emplace(name, value);
+    }
+    return key;
+}
+
+PropertyList ListFrom(RegistryDictionary_t const& key) {
+    PropertyList::Dictionary dictionary;
+    for (auto const& [name, entry] : key.mEntries) {
+        auto const* subkey = std::get_if<Subkey_t>(&entry);
+        dictionary.emplace(name, subkey ? ListFrom(**subkey) : std::get<PropertyList>(entry));
+    }
+    return {std::move(dictionary)};
+}
+
+}  // namespace
+
+MacRegistryStore_t::MacRegistryStore_t() {
+    auto const saved = platform::standardUserDefaults().objectForKey(cStoreName);
+    auto const* dictionary = saved ? saved->dictionary() : nullptr;
+    mRoot = TreeFrom(dictionary ? *dictionary : PropertyList::Dictionary());
+    SetHandler(*this);
+}
+
+MacRegistryStore_t::~MacRegistryStore_t() = default;
+
+void MacRegistryStore_t::Save() {
+    std::lock_guard const lock(mTimerMutex);
+    Stop();
+    Start(cSaveDelay);
+}
+
+void MacRegistryStore_t::HandleTimeout() {
+    // Stopped before the tree is copied: what another thread writes from here on starts the timer again.
+    {
+        std::lock_guard const lock(mTimerMutex);
+        Stop();
+    }
+    PropertyList root;
+    {
+        std::lock_guard const lock(mTreeMutex);
+        root = ListFrom(*mRoot);
+    }
+    auto& defaults = platform::standardUserDefaults();
+    std::string const domainName = platform::mainBundle().bundleIdentifier();
+    auto domain = defaults.persistentDomainForName(domainName);
+    domain.insert_or_assign(cStoreName, std::move(root));
+    defaults.setPersistentDomain(domain, domainName);
+}
+
+MacRegistryStore_t& MacRegistryStore() {
+    static MacRegistryStore_t& store = []() -> MacRegistryStore_t& {
+        FirstUseScope_t const firstUse;
+        static MacRegistryStore_t made;
+        return made;
+    }();
+    return store;
+}
+
+}  // namespace win

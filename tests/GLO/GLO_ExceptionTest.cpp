@@ -1,0 +1,199 @@
+#include "GLO/GLO_Exception.hpp"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+
+#include "ANT/ANT_Exception.hpp"
+#include "GLO/GLO_CallStack.hpp"
+#include "GLO/GLO_ErrorReport.hpp"
+#include "THR/THR_Exception.hpp"
+#include "WIN/WIN_Error.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
+#include "platform/ScriptRunner.hpp"
+
+namespace {
+
+class Output : public glo::DebugOutputIntf_t {
+  public:
+    void PrintException(const glo::Exception_t& e) override {
+        lines += glo::ExceptionLine(e);
+        if (fails) throw std::runtime_error("disk full");
+    }
+    std::string lines;
+    bool fails = false;
+};
+
+class Bundle : public platform::NSBundle {
+  public:
+    std::string bundleIdentifier() const override { return {}; }
+    const platform::PropertyList::Dictionary& infoDictionary() const override { return mInfo; }
+    std::string localizedStringForKey(const std::string& key, const std::string& value,
+                                      const std::string& table) const override {
+        return table + "/" + key + "/" + value + "\xC3\xA9";
+    }
+    std::optional<std::string> pathForResource(const std::string& name, const std::string& type,
+                                               const std::string& folder) const override {
+        return script.empty() || folder != "Scripts" || name + "." + type != "ErrorReport.scpt" ? std::nullopt
+                                                                                                : std::optional(script);
+    }
+    std::string script;
+
+  private:
+    platform::PropertyList::Dictionary mInfo;
+};
+
+class Scripts : public platform::ScriptRunner {
+  public:
+    bool executeAndReturnError(const std::string& source) override {
+        run += source;
+        return false;
+    }
+    int system(const std::string&) override { return -1; }
+    std::string run;
+};
+
+std::string gLog;
+void Log(const std::string& line) {
+    gLog += line;
+}
+
+/// The first handler of the application's order that an exception meets.
+template <typename T>
+std::string Handler(const T& thrown) {
+    try {
+        throw thrown;
+    } catch (const glo::Timeout_t&) {
+        return "time-out";
+    } catch (const ant::AuthenticateReject_t&) {
+        return "rejected";
+    } catch (const glo::CommunicationsError_t&) {
+        return "communications";
+    } catch (const glo::Exception_t&) {
+        return "library";
+    } catch (...) {
+        return "unknown";
+    }
+}
+
+}  // namespace
+
+TEST(Exception, IsCaughtByTheHandlersOfItsPlaceInTheTree) {
+    EXPECT_EQ(Handler(glo::Timeout_t("f", 1)), "time-out");
+    EXPECT_EQ(Handler(ant::AuthenticateReject_t("f", 1)), "rejected");
+    EXPECT_EQ(Handler(ant::Exception_t("f", 1, L"")), "communications");
+    EXPECT_EQ(Handler(thr::BadStackException_t("f", 1, L"")), "library");
+    EXPECT_EQ(Handler(win::RegError_t("f", 1, L"")), "library");
+    EXPECT_EQ(Handler(glo::Terminate_t("f", 1)), "library");
+    EXPECT_EQ(Handler(glo::ExitThread_t()), "unknown");
+}
+
+TEST(Exception, AnnouncesItselfOnceAndItsCopiesDoNot) {
+    Output output;
+    const glo::Exception_t e(output, "libs/X/X_File", 65535, L"caf\x00E9", "id", true);
+    const glo::Exception_t copy(e);
+    EXPECT_EQ(output.lines, "Error: libs/X/X_File 65535 SubId: id caf\xE9\n");
+    EXPECT_EQ(glo::ExceptionLine(copy, "while idle"), "Error: libs/X/X_File 65535 SubId: id caf\xE9  while idle\n");
+    EXPECT_EQ(copy.StackTrace(), e.StackTrace());
+    EXPECT_NE(e.StackTrace(), L"");
+
+    output.lines.clear();
+    EXPECT_EQ(glo::Timeout_t(output, "f", 1).StackTrace(), L"");
+    EXPECT_EQ(output.lines, "Error: f 1 SubId:  \n");
+}
+
+TEST(Exception, FailureToAnnounceIsSwallowed) {
+    Output output;
+    output.fails = true;
+    const glo::CommunicationsError_t e(output, "f", 1, L"message");
+    EXPECT_EQ(output.lines, "Error: f 1 SubId:  message\n");
+    EXPECT_EQ(e.Message(), L"message");
+}
+
+TEST(Exception, WhatSharesOneTextAmongAllExceptions) {
+    glo::Exception_t first("f", 1, "fir\x80", "");
+    EXPECT_EQ(first.Message(), L"fir\x20AC");
+    first.AppendToWhat(L"st");
+    const char* text = first.what();
+    EXPECT_STREQ(text, "fir\x80st");
+    const glo::FileError_t second("f", 2, L"Gone", L"/tmp/x");
+    EXPECT_STREQ(second.what(), "GonePath: /tmp/x");
+    EXPECT_STREQ(text, "GonePath: /tmp/x");
+    EXPECT_EQ(glo::FileError_t("f", 1, L"/tmp/x").Message(), L"Path: /tmp/x");
+    EXPECT_EQ(glo::LocaleDoesNotExist_t("f", 1, "x\xE9").Message(), L"x\xE9");
+    EXPECT_EQ(glo::Exception_t::ErrString(4294967295U), "4294967295");
+    EXPECT_STREQ(glo::Exception_t().what(), "");
+}
+
+TEST(Exception, UserTextOfInvalidInputComesFromTheNamedTable) {
+    Bundle bundle;
+    platform::PlatformScope scope({.mainBundle = &bundle});
+    const struct {
+        const wchar_t* table;
+        const wchar_t* text;
+    } cases[] = {{L"cRl", L"CRL_Common/key/\xE9"}, {L"Units2", L"UNITS2/key/\xE9"}, {L"", L"/key/\xE9"}};
+    for (const auto& c : cases) {
+        const glo::InvalidInput_t e(c.table, L"key", "f", 81);
+        EXPECT_EQ(e.UserText(), c.text);
+        EXPECT_EQ(e.Message(), L"");
+        EXPECT_EQ(e.Line(), 81);
+    }
+}
+
+TEST(Exception, BoundaryLogsWhatItCaughtInTheFixedForm) {
+    platform::PlatformScope scope({.log = Log});
+    gLog.clear();
+    try {
+        throw glo::Terminate_t("libs/X/X_File", 7);
+    } catch (...) {
+        glo::LogCaughtException("libs/Y/Y_Port", 8);
+    }
+    try {
+        throw 1;
+    } catch (...) {
+        glo::LogCaughtException("libs/Y/Y_Port", 9);
+    }
+    EXPECT_EQ(gLog,
+              "Exception thrown at libs/X/X_File, 7; caught at libs/Y/Y_Port, 8\n"
+              "Unknown exception caught at libs/Y/Y_Port, 9\n");
+}
+
+TEST(CallStack, LinesAreDemangledWhereTheyHoldAName) {
+    const struct {
+        const char* raw;
+        const char* text;
+    } cases[] = {
+        {"3   tool   0x01 _ZN3glo3FooEi + 12", "3   tool   0x01 glo::Foo(int) + 12"},
+        {"/a_b/tool(_ZN3glo3FooEi+0x1f) [0x5]", "/a_b/tool(glo::Foo(int)+0x1f) [0x5]"},
+        {"/a_b/tool(_start+0x1f) [0x5]", "/a_b/tool(_start+0x1f) [0x5]"},
+        {"tool(+0x1f) [0x5]", "tool(+0x1f) [0x5]"},
+        {"+_ZN3glo3FooEi", "+_ZN3glo3FooEi"},
+        {"no name", "no name"},
+        {"", ""},
+    };
+    for (const auto& c : cases) EXPECT_EQ(glo::DemangledStackLine(c.raw), c.text);
+    EXPECT_NE(glo::CallStack().find(L"glo::CallStack"), std::wstring::npos);
+}
+
+TEST(ErrorReport, CallsTheSubroutineOfTheBundlesScript) {
+    Bundle bundle;
+    Scripts scripts;
+    platform::PlatformScope scope({.mainBundle = &bundle, .scriptRunner = &scripts, .log = Log});
+    const auto send = [] { glo::sendErrorReport(L"a", L"b\"\\", L"\xE9", L"", -1, L"e"); };
+    send();  // no script, no report
+    gLog.clear();
+    bundle.script = testing::TempDir() + "no such script";
+    send();
+    EXPECT_NE(gLog.find("no such script"), std::string::npos);
+    EXPECT_EQ(scripts.run, "");
+
+    bundle.script = testing::TempDir() + "ErrorReport.scpt";
+    std::ofstream(bundle.script) << "on error_report(a)";
+    send();
+    std::filesystem::remove(bundle.script);
+    EXPECT_EQ(scripts.run, "on error_report(a)\nerror_report(\"a\", \"b\\\"\\\\\", \"\xC3\xA9\", \"\", -1, \"e\")\n");
+}

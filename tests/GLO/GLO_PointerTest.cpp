@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "GLO/GLO_AutoPtr.hpp"
+#include "GLO/GLO_Optional.hpp"
+#include "GLO/GLO_SmartPtr.hpp"
+#include "GLO/GLO_Time.hpp"
+
+namespace {
+
+int gLiving = 0;
+
+struct Base {
+    Base() { ++gLiving; }
+    Base(const Base&) { ++gLiving; }
+    virtual ~Base() { --gLiving; }
+};
+struct Derived : Base {};
+
+struct Counted : glo::RefCounter_t, Base {};
+
+template <typename T>
+bool IsInPlace() {
+    return std::is_base_of_v<glo::OptionalInternalStorageBase_t<T>, glo::Optional_t<T>>;
+}
+
+}  // namespace
+
+TEST(AutoPtr, OwnsOneObjectAtATime) {
+    {
+        glo::AutoPtr<Base> pointer(new Base);
+        pointer.reset(pointer.get());
+        EXPECT_EQ(gLiving, 1) << "the held object is not deleted for itself";
+        pointer.reset(new Derived);
+        EXPECT_EQ(gLiving, 1);
+        glo::AutoPtr<Derived> other(new Derived);
+        pointer = std::move(other);
+        EXPECT_EQ(gLiving, 1);
+        EXPECT_FALSE(other);
+        delete pointer.release();
+        EXPECT_EQ(gLiving, 0);
+        pointer = glo::AutoPtr<Base>(new Base);
+    }
+    EXPECT_EQ(gLiving, 0);
+}
+
+TEST(SmartPtr, DeletesTheObjectWithTheLastOfItsPointers) {
+    {
+        glo::SmartPtr_t<Counted> first(new Counted);
+        glo::SmartPtr_t<Counted> second(first);
+        glo::SmartPtr_t<Counted> third(second.get());
+        EXPECT_TRUE(first == third);
+        first = nullptr;
+        second = std::move(third);
+        EXPECT_FALSE(third);
+        EXPECT_EQ(gLiving, 1);
+        glo::SmartPtr_t<Counted> copied(new Counted(*second));
+        EXPECT_EQ(gLiving, 2);
+        copied = second;
+        EXPECT_EQ(gLiving, 1);
+        const auto& itself = second;
+        second = itself;
+    }
+    EXPECT_EQ(gLiving, 0);
+}
+
+TEST(SmartPtr, CountsAcrossThreads) {
+    {
+        const glo::SmartPtr_t<Counted> shared(new Counted);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([mine = shared] {
+                for (int n = 0; n < 1000; ++n) glo::SmartPtr_t<Counted> copy(mine);
+            });
+        }
+        for (auto& thread : threads) thread.join();
+        EXPECT_EQ(gLiving, 1);
+    }
+    EXPECT_EQ(gLiving, 0);
+}
+
+template <typename T>
+class Optional : public testing::Test {};
+using StorageForms = testing::Types<unsigned int, unsigned long>;
+TYPED_TEST_SUITE(Optional, StorageForms);
+
+TYPED_TEST(Optional, KeepsItsStateThroughCopyAndAssignment) {
+    using Value = glo::Optional_t<TypeParam>;
+    const Value unknown;
+    EXPECT_FALSE(unknown.IsKnown());
+    Value value(TypeParam{5});
+    Value copy(value);
+    value.Value(6);
+    value.Assign(value);
+    EXPECT_EQ(value.Value(), 6U);
+    EXPECT_EQ(copy.Value(), 5U) << "a copy is deep";
+    copy = value;
+    EXPECT_EQ(copy.Value(), 6U);
+    copy.Assign(unknown);
+    EXPECT_FALSE(copy.IsKnown());
+    EXPECT_FALSE(Value(copy).IsKnown());
+    value.MakeUnknown();
+    EXPECT_FALSE(value.IsKnown());
+    value.Value(7);
+    EXPECT_EQ(value.Value(), 7U);
+}
+
+TEST(OptionalStorage, IsPickedByTheValueType) {
+    EXPECT_TRUE(IsInPlace<unsigned char>() && IsInPlace<unsigned short>() && IsInPlace<unsigned int>() &&
+                IsInPlace<float>() && IsInPlace<double>() && IsInPlace<glo::Time_t>());
+    EXPECT_FALSE(IsInPlace<bool>() || IsInPlace<wchar_t>() || IsInPlace<unsigned long>() || IsInPlace<std::wstring>() ||
+                 IsInPlace<glo::TimeSpan_t>());
+}
+
+TEST(EmptyUse, StopsTheProcessAtItsOwnLine) {
+    const struct {
+        void (*use)();
+        const char* place;
+    } cases[] = {
+        {[] { static_cast<void>(*glo::AutoPtr<int>()); }, "GLO_AutoPtr.hpp Line: 138\n"},
+        {[] { static_cast<void>(glo::AutoPtr<int>().operator->()); }, "GLO_AutoPtr.hpp Line: 151\n"},
+        {[] { static_cast<void>(glo::SmartPtr_t<Counted>().operator->()); }, "GLO_SmartPtr.hpp Line: 104\n"},
+        {[] { static_cast<void>(glo::Optional_t<bool>().Value()); }, "GLO_Optional.hpp Line: 105\n"},
+        {[] { static_cast<void>(glo::Optional_t<float>().Value()); }, "GLO_Optional.hpp Line: 581\n"},
+    };
+    for (const auto& c : cases) EXPECT_EXIT(c.use(), testing::KilledBySignal(SIGILL), c.place);
+}

@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <sstream>
+#include <vector>
+
+#include "GLO/GLO_HexValueDump.hpp"
+#include "GLO/GLO_String.hpp"
+#include "GLO/GLO_Time.hpp"
+
+namespace {
+
+std::wstring Dump(const std::string& bytes, bool withText) {
+    std::wostringstream stream;
+    const auto* begin = reinterpret_cast<const unsigned char*>(bytes.data());
+    glo::HexValueDump(begin, begin + bytes.size(), stream, withText);
+    return stream.str();
+}
+
+}  // namespace
+
+TEST(CodePage, Utf8ReadsWhatIsWellFormedAndReplacesWhatIsNot) {
+    const struct {
+        std::string bytes;
+        std::wstring text;
+    } cases[] = {
+        {std::string("a\0\x7F", 3), std::wstring(L"a\0\x7F", 3)},
+        {"\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF", L"\x80\x7FF\x800\xFFFF"},
+        {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", L"\x10000\x10FFFF"},
+        {"\xC3", L"\xFFFD"},  // cut
+        {"\xE2\x82"
+         "a",
+         L"\xFFFD"
+         L"a"},                                             // cut by another character
+        {"\x80", L"\xFFFD"},                                // no lead
+        {"\xC0\x80", L"\xFFFD\xFFFD"},                      // overlong
+        {"\xE0\x9F\xBF", L"\xFFFD\xFFFD\xFFFD"},            // overlong
+        {"\xF0\x8F\xBF\xBF", L"\xFFFD\xFFFD\xFFFD\xFFFD"},  // overlong
+        {"\xED\xA0\x80", L"\xFFFD\xFFFD\xFFFD"},            // surrogate
+        {"\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},  // beyond Unicode
+        {"\xF5\xFF", L"\xFFFD\xFFFD"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(glo::wstring(c.bytes, glo::gcUtf8Encoding), c.text);
+        if (c.text.find(L'\xFFFD') != std::wstring::npos) continue;
+        EXPECT_EQ(glo::string(c.text, glo::gcUtf8Encoding), c.bytes);
+    }
+    EXPECT_EQ(glo::string(std::wstring{0xD800, 0x110000, static_cast<wchar_t>(-1)}, glo::gcUtf8Encoding),
+              "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST(CodePage, Windows1252TakesEveryByteBothWays) {
+    std::string all;
+    for (int i = 0; i < 256; ++i) all += static_cast<char>(i);
+    EXPECT_EQ(glo::gcErrStdEncoding(), 0x0500U);
+    EXPECT_EQ(glo::string(glo::wstring(all, glo::gcErrStdEncoding()), glo::gcErrStdEncoding()), all);
+    EXPECT_EQ(glo::wstring("\x80\x9F\xA0\xFF", 0x0500), L"\x20AC\x178\xA0\xFF");
+    EXPECT_EQ(glo::string(L"\x20AC\x4E00\x80\x1F600", 0x0500), "\x80???");
+    EXPECT_EQ(glo::string(L"a\xE9", glo::gcAsciiEncoding), "a?");
+    EXPECT_EQ(glo::wstring("a\xE9", glo::gcAsciiEncoding), L"a\xFFFD");
+}
+
+TEST(CodePage, OnlyCharactersThatShowArePrintable) {
+    const struct {
+        unsigned char byte;
+        bool ascii;
+        bool windows;
+    } cases[] = {{0x1F, false, false}, {' ', true, true},    {'~', true, true},   {0x7F, false, false},
+                 {0x80, false, true},  {0x81, false, false}, {0xA0, false, true}, {0xFF, false, true}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(glo::IsPrintable(c.byte, glo::gcAsciiEncoding), c.ascii) << int{c.byte};
+        EXPECT_EQ(glo::IsPrintable(c.byte, glo::gcWindows1252Encoding), c.windows) << int{c.byte};
+    }
+}
+
+TEST(HexValueDump, LaysOutRowsAndKeepsTheExtraLineAfterAFullOne) {
+    const std::string sixteen = "0123456789abcdef";
+    const std::wstring row = L"0000: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66   ";
+    EXPECT_EQ(Dump("", true), L"  \n");
+    EXPECT_EQ(Dump("", false), L"");
+    EXPECT_EQ(Dump(sixteen, true), row + L"0123456789abcdef\n  \n");
+    EXPECT_EQ(Dump(sixteen, false), row + L"\n");
+    EXPECT_EQ(Dump(sixteen + std::string("\xAE\0", 2), true),
+              row + L"0123456789abcdef\n0010: ae 00 " + std::wstring(3 * 14, L' ') + L"  ..\n");
+}
+
+TEST(Time, CountsFromTheGpsEpochAndShowsLocalTime) {
+    ASSERT_EQ(::setenv("TZ", "XXX-01:30", 1), 0);
+    ::tzset();
+    EXPECT_EQ(glo::Time_t::GpsEpoch().UnixTime(), 315964800);
+    const glo::Time_t time = glo::Time_t::GpsEpoch() + 86399;
+    EXPECT_EQ(time.LocalText(glo::Time_t::DateFlag_t::WithDate), L"1980-01-07 01:29:59");
+    EXPECT_EQ(time.LocalText(glo::Time_t::DateFlag_t::NoDate), L"01:29:59");
+    EXPECT_EQ(glo::Time_t::FromUnixTime(0).SecondsSinceGpsEpoch(), -315964800);
+    EXPECT_EQ(glo::Time_t(std::int64_t{1} << 60).LocalText(glo::Time_t::DateFlag_t::WithDate), L"");
+}

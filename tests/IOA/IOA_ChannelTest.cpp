@@ -1,0 +1,180 @@
+#include "IOA/IOA_Channel.hpp"
+
+#include <gtest/gtest.h>
+
+#include "FTX/FTX_Channel.hpp"
+#include "GLO/GLO_Exception.hpp"
+#include "IOA/IOA_Exception.hpp"
+#include "IOA_Support.hpp"
+#include "platform/Platform.hpp"
+#include "tests/support/ScriptedLink.hpp"
+
+namespace {
+
+using support::Bytes;
+using support::SiteOf;
+using support::WireFrame;
+using Timeouts = std::vector<win::Duration_t>;
+
+WireFrame const kRequest{254, {}};
+WireFrame const kAsyncOff{28, {0, 0}};
+
+struct Channel : testing::Test {
+    support::ManualClock clock;
+    platform::PlatformScope scope{{.clock = &clock}};
+    support::ScriptedLink link{clock};
+
+    support::ScriptedLink& ProductArrives(int product, int version, std::uint64_t delay = 0) {
+        ioa::ProductData_t data;
+        data.productId = static_cast<unsigned short>(product);
+        data.softwareVersion = static_cast<short>(version);
+        data.descriptions = {L"Model Software Version 2.02"};
+        return link.Arrives(255, data.ProduceFrame().Bytes(), delay);
+    }
+
+    support::ScriptedLink& ProtocolsArrive(std::string const& text, std::uint64_t delay = 0) {
+        return link.Arrives(253, ProtocolsFrom(text).ProduceFrame().Bytes(), delay);
+    }
+
+    /// A channel after its identification, with the record of that exchange cleared.
+    std::unique_ptr<ftx::Channel_t> Identified(std::string const& protocols = "A001") {
+        ProductArrives(7, 202);
+        ProtocolsArrive(protocols).Arrives(248);
+        auto channel = std::make_unique<ftx::Channel_t>(link);
+        link.sent.clear();
+        link.receiveTimeouts.clear();
+        return channel;
+    }
+};
+
+TEST_F(Channel, IdentificationAsksOnceTakesThreeAnswersAndSwitchesUnaskedDataOff) {
+    ProductArrives(7, 202, 2999);
+    ProtocolsArrive("P000 A010", 999).Arrives(248, {'x', 0}, 999);
+    ftx::Channel_t const channel(link);
+    EXPECT_EQ(channel.Product().softwareVersion, 202);
+    EXPECT_EQ(channel.ProductExt().descriptions, (std::vector<std::wstring>{L"x"}));
+    EXPECT_EQ(TextOf(channel.Protocols()), "P000 A010 A001");
+    EXPECT_EQ(link.sent, (std::vector{kRequest, kAsyncOff}));
+    EXPECT_EQ(link.sendTimeouts, (Timeouts{3000, 3000}));
+    EXPECT_EQ(link.receiveTimeouts, (Timeouts{3000, 1000, 1000}));
+}
+
+TEST_F(Channel, ProtocolListIsMendedByProductAndVersion) {
+    std::vector<std::tuple<int, int, std::string, std::string>> const cases = {
+        {7, 0, "", "L001 A010 A100 D100 A200 D200 D100 A500 D500 P000 A000 A600 D600 A700 D700"},
+        {22, 0, "A010", "A010 A903 A001"},
+        {22, 0, "A903 A001", "A903 A001"},
+        {118, 203, "A001", "A001 A900"},
+        {118, 204, "A010", "A010 A001"},
+        {60000, 1, "A001 A010", "A001 A010"},
+    };
+    for (auto const& [product, version, sent, mended] : cases) {
+        ProductArrives(product, version);
+        ProtocolsArrive(sent).Arrives(248);
+        EXPECT_EQ(TextOf(ioa::Channel_t(link).Protocols()), mended);
+    }
+}
+
+TEST_F(Channel, OptionalAnswersThatStayAwayCostOneSecondEach) {
+    ProductArrives(1344, 0);
+    double const start = clock.CFAbsoluteTimeGetCurrent();
+    ioa::Channel_t const channel(link);
+    EXPECT_NEAR(clock.CFAbsoluteTimeGetCurrent() - start, 2.0, 0.001);
+    EXPECT_EQ(TextOf(channel.Protocols()), "L001 A010 P000 A000 A600 D600 A700 D700");
+    EXPECT_EQ(link.sent, (std::vector{kRequest, kAsyncOff}));
+}
+
+TEST_F(Channel, FailuresOfTheIdentificationPassThrough) {
+    auto const open = [this] { ioa::Channel_t{link}; };
+    auto const terminate = [] { throw glo::Terminate_t("tests", 1); };
+    EXPECT_THROW(open(), glo::Timeout_t);
+    link.Arrives(255, {1, 2, 3});
+    EXPECT_THROW(open(), iol::BadFrame_t);
+    ProductArrives(7, 0).Fails(terminate);
+    EXPECT_THROW(open(), glo::Terminate_t);
+    ProductArrives(7, 0);
+    ProtocolsArrive("A001").Fails(terminate);
+    EXPECT_THROW(open(), glo::Terminate_t);
+    link.sent.clear();
+    for (auto const& [product, version] : {std::pair(60000, 100), {1201, -1}}) {
+        ProductArrives(product, version);
+        EXPECT_EQ(SiteOf<ioa::InvalidProtocolInformation_t>(open), "libs/IOA/impl/IOA_Channel 86");
+    }
+    EXPECT_EQ(link.sent, (std::vector{kRequest, kRequest}));
+}
+
+struct Operation {
+    std::vector<WireFrame> answers;
+    std::function<void(ioa::Channel_t&)> run;
+    std::vector<WireFrame> sent;
+    Timeouts waits;
+};
+
+template <typename Record>
+std::function<void(ioa::Channel_t&)> Fills(void (ioa::Channel_t::*get)(Record&)) {
+    return [get](ioa::Channel_t& channel) {
+        Record record(700);
+        (channel.*get)(record);
+        EXPECT_EQ(record.data, Bytes{1});
+    };
+}
+
+// clang-format off
+TEST_F(Channel, OperationsSendAndAwaitTheirPackets) {
+    using C = ioa::Channel_t;
+    std::vector<Operation> const operations = {
+        {{}, [](C& c) { c.SendIopCommand(10, {0xAE, 0x00}); }, {{10, {0xAE, 0x00}}}, {}},
+        {{}, [](C& c) { c.SendIopCommand(113, {}); }, {{113, {}}}, {}},
+        {{}, [](C& c) { c.SendCommand(0x0102); }, {{10, {2, 1}}}, {}},
+        {{{38, {4, 3, 2, 1}}}, [](C& c) { EXPECT_EQ(c.GetUnitID(), 0x01020304U); }, {{10, {14, 0}}}, {3000}},
+        {{{525, {'u', 0}}}, [](C& c) { EXPECT_EQ(c.GetUnitName(), L"u"); }, {{526, {}}}, {3000}},
+        {{}, [](C& c) { c.SetUnitName(L"n"); }, {{525, {'n', 0}}}, {}},
+        {{{14, {1, 2, 3, 0, 4, 0, 5, 6}}}, [](C& c) { EXPECT_EQ(c.GetTimeData().second, 6); }, {{10, {5, 0}}}, {3000}},
+        {{}, [](C& c) { c.SetTimeData(ioa::TimeData_t()); }, {{14, Bytes(8)}, {47, {0, 0}}}, {}},
+        {{}, [](C& c) { c.SendKeepAlive(); }, {{10, {0xAC, 0x02}}}, {}},
+        {{{1523, {9, 0, 0, 0}}}, [](C& c) { EXPECT_EQ(c.GetDeviceDisconnectTimeout(), 9U); }, {{10, {0xAD, 2}}}, {3000}},
+        {{}, [](C& c) { c.CmndAsyncOff(); }, {kAsyncOff}, {}},
+        {{{12, {7, 0}}}, [](C& c) { EXPECT_EQ(c.GetXferCmplt(7), 7); }, {}, {3000}},
+        {{{12, {8, 0}}}, [](C& c) { EXPECT_EQ(SiteOf<ioa::Exception_t>([&] { c.GetXferCmplt(7); }),
+                                              "libs/IOA/IOA_Channel 554"); }, {}, {3000}},
+        {{}, [](C& c) { c.SendTransferComplete(7); }, {{12, {7, 0}}}, {}},
+        {{{248, {'e', 0}}}, [](C& c) { EXPECT_EQ(c.ProductDataExt().descriptions.size(), 1U); }, {kRequest}, {1000}},
+        {{}, [](C& c) { EXPECT_TRUE(c.ProductDataExt().descriptions.empty()); }, {kRequest}, {1000}},
+        {{{51, Bytes(64)}}, [](C& c) { EXPECT_EQ(c.GetPvt().softwareVersion, 202); }, {}, {3000}},
+        {{{700, {1}}}, Fills(&C::GetInitFixData), {{10, {0x84, 0x02}}}, {3000}},
+        {{{700, {1}}}, Fills(&C::GetProductInventory), {{10, {151, 0}}}, {3000}},
+        {{{700, {1}}}, Fills(&C::GetGmapRgnInfo), {{10, {63, 0}}}, {3000}},
+        {{{981, {0, 1, 0, 0, 0, 0, 0, 0, 9}}}, [](C& c) { EXPECT_EQ(c.GetRgnSize(255), 256); }, {{980, {255}}}, {3000}},
+        {{{981, Bytes(9, 0xFF)}}, [](C& c) { EXPECT_EQ(c.GetRgnSize(0), 0); }, {{980, {0}}}, {3000}},
+        {{}, [](C& c) { EXPECT_THROW(c.GetRgnSize(256), glo::OutOfRange_t); }, {}, {}},
+        {{}, [](C& c) { c.DelayForUnit(); }, {}, {}}};
+    // clang-format on
+    auto const channel = Identified();
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+        SCOPED_TRACE(i);
+        for (WireFrame const& answer : operations[i].answers) link.Arrives(answer.id, answer.payload);
+        operations[i].run(*channel);
+        EXPECT_EQ(std::exchange(link.sent, {}), operations[i].sent);
+        EXPECT_EQ(std::exchange(link.receiveTimeouts, {}), operations[i].waits);
+        EXPECT_EQ(link.Pending(), 0U);
+    }
+    EXPECT_EQ(link.sendTimeouts, Timeouts(link.sendTimeouts.size(), 3000));
+    EXPECT_TRUE(channel->ProductExt().descriptions.empty()) << "the stored record is not refreshed";
+    ASSERT_EQ(clock.Sleeps().size(), 1U);
+    EXPECT_NEAR(clock.Sleeps()[0], 0.2, 1e-9);
+}
+
+TEST_F(Channel, DisplayNameIsTheOwnersElseTheModelsWithTheExtraText) {
+    auto const unnamed = Identified("A001");
+    EXPECT_EQ(unnamed->DisplayName(L"x"), L"Model (x)");
+    EXPECT_TRUE(link.sent.empty());
+    auto const named = Identified("A001 A601");
+    link.Arrives(525, {'m', 'y', 0}).Arrives(525, {0}).Arrives(525, {'c', 'u', 't'}).Fails([] { throw 1; });
+    EXPECT_EQ(named->DisplayName(L"x"), L"my");
+    EXPECT_EQ(named->DisplayName(L"x"), L"Model (x)") << "an empty name";
+    EXPECT_EQ(named->DisplayName(L""), L"Model") << "a bad frame";
+    EXPECT_EQ(named->DisplayName(L""), L"Model") << "not even an exception of the library";
+    EXPECT_EQ(named->DisplayName(L""), L"Model") << "no answer at all";
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+#include "IOA/IOA_Protocols.hpp"
+
+#include <gtest/gtest.h>
+
+#include "IOA/IOA_Exception.hpp"
+#include "IOA_Support.hpp"
+
+namespace {
+
+using P = ioa::Protocols_t;
+using Bytes = std::vector<unsigned char>;
+using Query = bool (P::*)() const;
+
+TEST(Protocols, AnyPayloadIsAListAndATrailingFragmentIsIgnored) {
+    P protocols = ProtocolsFrom("P000");
+    protocols.AcceptFrame(iol::Frame_t(253, Bytes{'A', 0x0A, 0x00, 'D', 0xFA, 0x03, 'L'}));
+    EXPECT_EQ(TextOf(protocols), "P000 A010 D1018");
+    EXPECT_EQ(protocols.ProduceFrame().Bytes(), (Bytes{'P', 0, 0, 'A', 0x0A, 0x00, 'D', 0xFA, 0x03}));
+    P odd;
+    odd.AcceptFrame(iol::Frame_t(253, Bytes(100000, 0xFF)));
+    ASSERT_EQ(odd.size(), 33333U);
+    EXPECT_EQ(odd[0], (ioa::Protocol_t{static_cast<char>(0xFF), 0xFFFF}));
+    EXPECT_FALSE(odd.SupportsPCP());
+}
+
+// clang-format off
+/// For each query a list that just satisfies it.
+std::vector<std::pair<Query, std::string>> const kSatisfied = {
+    {&P::SupportsPCP, "A001"}, {&P::SupportsCommands, "A010"}, {&P::SupportsWaypointTransfer, "A100 D403"},
+    {&P::SupportsProxWaypointTransfer, "A400 D155"}, {&P::SupportsRouteTransfer, "A200 D202 D100"},
+    {&P::SupportsRouteTransfer, "A201 D200 D110 D210"}, {&P::SupportsTrackTransfer, "A300 D304"},
+    {&P::SupportsTrackTransfer, "A301 D310 D300"}, {&P::SupportsTrackTransfer, "A302 D312 D303"},
+    {&P::SupportsTimeTransfer, "A600"}, {&P::SupportsNaming, "A601"}, {&P::SupportsFlightTransfer, "A650 D650"},
+    {&P::SupportsPVT, "A800"}, {&P::SupportsSV, "A801"}, {&P::SupportsBaseStationMode, "A1100"},
+    {&P::SupportsMapInstallation, "A900"}, {&P::SupportsIDReporting, "A903"}, {&P::SupportsAutoRouting, "A904"},
+    {&P::SupportsDEM, "A914"}, {&P::SupportsCompressedMaps, "A916"}, {&P::SupportsInitFix, "A921"},
+    {&P::SupportsAVDInfo, "A901 D901"}, {&P::SupportsTawsInfo, "A901 D902"},
+    {&P::SupportsImageTransfer, "A907 D910"}, {&P::SupportsRegionSizeQuery, "A908"},
+    {&P::SupportsRegionChecksums, "A912 D912"}, {&P::SupportsCustomPoiTransfer, "A917 D917"},
+    {&P::SupportsProductInventory, "A918 D918"}, {&P::SupportsSendingNmea, "A1010"},
+    {&P::SupportsReceivingNmea, "A1011"}, {&P::SupportsDeviceDisconnectTimeout, "A1015"},
+    {&P::SupportsSendActivityGoals, "A1014 D1017"}, {&P::SupportsCalorieBurnDataTransfer, "A1013 D1014"},
+    {&P::SupportsWorkoutTransfer, "A1002 D1008 A1003 D1003 A1005 D1005"},
+    {&P::SupportsWorkoutSend, "A1017 D1002 A1003 D1003 A1005 D1005"},
+    {&P::SupportsUserProfileTransfer, "A1004 D1004"}, {&P::Supports305UserProfileTransfer, "A1004 D1004"},
+    {&P::SupportsUserProfileSend, "A1016 D1016"}, {&P::Supports405UserProfileSend, "A1016 D1016"},
+    {&P::SupportsFitnessCourseTransfer, "A1006 D1006 A1007 D1007 A302 D311 D304 A1008 D1012"},
+    {&P::Supports305FitnessCourseTransfer, "A1006 D1006 A1007 D1007 A302 D311 D304 A1008 D1012"},
+    {&P::SupportsFitnessCourseSend, "A1018 D1006 A1007 D1007 A302 D311 D1018 A1008 D1012"},
+    {&P::Supports405FitnessCourseSend, "A1018 D1006 A1007 D1007 A302 D311 D1018 A1008 D1012"},
+    {&P::SupportsFitnessHistoryTransfer, "A1000 D1009 A906 D1015 A302 D311 D1018"},
+    {&P::Supports201FitnessHistoryTransfer, "A906 D906 A302 D311 D301"},
+    {&P::Supports301FitnessHistoryTransfer, "A1000 D1010 A906 D1001 A302 D311 D303"},
+    {&P::Supports305FitnessHistoryTransfer, "A1000 D1009 A906 D1011 A302 D311 D304"},
+    {&P::Supports405FitnessHistoryTransfer, "A1000 D1009 A906 D1015 A302 D311 D1018"},
+};
+// clang-format on
+
+/// "yes", "no", or "bad" for a malformed list.
+std::string Ask(P const& protocols, Query query) {
+    try {
+        return (protocols.*query)() ? "yes" : "no";
+    } catch (ioa::Exception_t const&) {
+        return "bad";
+    }
+}
+
+TEST(ProtocolQueries, EachAsksForExactlyItsEntries) {
+    for (auto const& [query, list] : kSatisfied) {
+        SCOPED_TRACE(list);
+        P const whole = ProtocolsFrom("P000 L001 " + list);
+        EXPECT_EQ(Ask(whole, query), "yes");
+        // Without any one of the entries, or with a data type that no set knows, the answer is another.
+        for (std::size_t i = 2; i < whole.size(); ++i) {
+            P without;
+            P unknownType;
+            for (std::size_t k = 0; k < whole.size(); ++k) {
+                if (k != i) without.push_back(whole[k]);
+                unknownType.push_back(k == i ? ioa::Protocol_t{whole[k].tag, 9999} : whole[k]);
+            }
+            EXPECT_NE(Ask(without, query), "yes") << "without " << whole[i].Str();
+            EXPECT_NE(Ask(unknownType, query), "yes") << "9999 for " << whole[i].Str();
+        }
+    }
+}
+
+// clang-format off
+TEST(ProtocolQueries, AnswersOfListsAtTheEdge) {
+    std::vector<std::tuple<Query, std::string, std::string>> const answers = {
+        {&P::SupportsWaypointTransfer, "A100 D999", "no"},
+        {&P::SupportsWaypointTransfer, "A001 A100", "bad"},
+        {&P::SupportsWaypointTransfer, "A100 A200 D200 D100", "bad"},
+        {&P::SupportsWaypointTransfer, "A100 D999 A100 D108", "no"},  // only the first one counts
+        {&P::SupportsWaypointTransfer, "D100 L100", "no"},
+        {&P::SupportsRouteTransfer, "A200 D200 A201 D201 D100 D210", "bad"},
+        {&P::SupportsRouteTransfer, "A200 D999 A201 D201 D100 D210", "yes"},
+        {&P::SupportsTrackTransfer, "A300 D310 A301 D310 D310 A302 D311 D301", "yes"},
+        {&P::SupportsWorkoutTransfer, "A1005 A1003 A1017 D1002", "no"},  // the others are not asked
+        {&P::SupportsFitnessHistoryTransfer, "A906 D906 A302 D311 D301", "yes"},
+        {&P::SupportsFitnessHistoryTransfer, "A1000 D1000 A906 D1001 A302 D311 D303", "yes"},
+        {&P::SupportsFitnessHistoryTransfer, "A1000 D1009 A906 D1015 A302 D311 D304", "yes"}};
+    for (auto const& [query, list, answer] : answers) EXPECT_EQ(Ask(ProtocolsFrom(list), query), answer) << list;
+}
+
+TEST(ProtocolQueries, TypeSetsHoldTheirMembersAndNoOthers) {
+    std::vector<std::tuple<Query, std::string, std::string, std::string>> const cases = {
+        {&P::SupportsWaypointTransfer, "A100", "",
+         " 100 101 102 103 104 105 106 107 108 109 110 150 151 152 154 155 400 403"},
+        {&P::SupportsRouteTransfer, "A200", " D100", " 200 201 202"},
+        {&P::SupportsTrackTransfer, "A301", " D300", " 310 311 312"},
+        {&P::SupportsTrackTransfer, "A302 D310", "", " 300 301 302 303 304"},
+        {&P::SupportsImageTransfer, "A907", "", " 907 908 909 910"},
+        {&P::SupportsAVDInfo, "A901", "", " 901 902"},
+        {&P::SupportsWorkoutTransfer, "A1003 D1003 A1005 D1005 A1002", "", " 1002 1008"},
+        {&P::Supports301FitnessHistoryTransfer, "A906 D1001 A302 D311 D303 A1000", "", " 1000 1010"},
+        {&P::Supports405FitnessHistoryTransfer, "A1000 D1009 A302 D311 D1018 A906", "", " 1011 1015"}};
+    for (auto const& [query, before, after, members] : cases) {
+        std::string found;
+        for (int number = 0; number < 1100; ++number) {
+            std::string const text = std::to_string(number);
+            if (Ask(ProtocolsFrom(before + " D" + text + after), query) == "yes") found += " " + text;
+        }
+        EXPECT_EQ(found, members);
+    }
+}
+// clang-format on
+
+}  // namespace

@@ -1,0 +1,95 @@
+#include "IOL/IOL_Link.hpp"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "IOL/IOL_Exception.hpp"
+#include "IOL/IOL_Packet.hpp"
+#include "platform/Platform.hpp"
+#include "tests/support/ScriptedLink.hpp"
+
+namespace {
+
+using support::Bytes;
+using support::SiteOf;
+using Timeouts = std::vector<win::Duration_t>;
+
+/// Keeps the payload; refuses an empty one.
+struct Probe : iol::Packet_t {
+    using iol::Packet_t::Packet_t;
+    void AcceptFrame(iol::Frame_t const& frame) override {
+        if (frame.Size() == 0) throw iol::BadFrame_t(frame, "tests/Probe", 1);
+        payload = frame.Bytes();
+    }
+    iol::Frame_t ProduceFrame() const override { return iol::Frame_t(Id(), payload); }
+    Bytes payload;
+};
+
+struct Link : testing::Test {
+    support::ManualClock clock;
+    platform::PlatformScope scope{{.clock = &clock}};
+    support::ScriptedLink link{clock};
+    Probe packet{10};
+    Probe other{11};
+};
+using LinkDeathTest = Link;
+
+TEST_F(Link, SentPacketGoesOutAsItsFrameWithTheGivenTimeout) {
+    packet.payload = {1, 2};
+    link.SendPacket(packet, 1234);
+    EXPECT_EQ(link.sent, (std::vector<support::WireFrame>{{10, {1, 2}}}));
+    EXPECT_EQ(link.sendTimeouts, Timeouts{1234});
+}
+
+TEST_F(Link, OtherFramesAreLostAndEachReceiveGetsTheWholeTimeout) {
+    link.Arrives(12, {9}, 900).Arrives(10, {1}, 950).Arrives(10, {2});
+    link.GetPacket(packet, 1000);
+    EXPECT_EQ(packet.payload, Bytes{1});
+    EXPECT_EQ(link.receiveTimeouts, (Timeouts{1000, 1000}));
+    EXPECT_EQ(link.Pending(), 1U);
+}
+
+TEST_F(Link, LimitIsLookedAtBeforeEachReceiveAndStrictly) {
+    // Exactly at the limit one more receive is made, one millisecond past it none.
+    link.Arrives(12, {}, 1000).Arrives(12, {}, 1).Arrives(12, {}, 1000).Arrives(12, {}, 1).Arrives(10, {1});
+    EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket(packet, 1000); }), "libs/IOL/IOL_Link 51");
+    EXPECT_EQ(link.Pending(), 3U);
+    EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket({&other, &packet}, 1000); }), "libs/IOL/IOL_Link 89");
+    link.GetPacket(packet, 0);
+    EXPECT_EQ(packet.payload, Bytes{1}) << "a time-out of 0 still receives once";
+}
+
+TEST_F(Link, TransportsOwnTimeoutPassesThroughUntouched) {
+    EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket(packet, 500); }), "tests/support/ScriptedLink 1");
+    EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket({&packet}, 500); }), "tests/support/ScriptedLink 1");
+}
+
+TEST_F(Link, InfiniteTimeoutNeverGivesUpByItself) {
+    for (int i = 0; i < 3; ++i) link.Arrives(12, {}, 4294967295U);
+    link.Arrives(10, {1}).Arrives(12, {}, 4294967295U).Arrives(12, {}, 4294967295U).Arrives(11, {1});
+    link.GetPacket(packet, win::gcDurationInfinite);
+    EXPECT_EQ(link.GetPacket({&packet, &other}, win::gcDurationInfinite), 1U);
+}
+
+TEST_F(Link, ListGivesTheFrameToItsFirstPacketOfThatId) {
+    Probe twin(10);
+    link.Arrives(12).Arrives(10, {7});
+    EXPECT_EQ(link.GetPacket({&other, &packet, &twin}, 1000), 1U);
+    EXPECT_EQ(packet.payload, Bytes{7});
+    EXPECT_TRUE(twin.payload.empty());
+}
+
+TEST_F(Link, PayloadThatDoesNotFitIsThePacketsExceptionAndConsumesTheFrame) {
+    link.Arrives(10).Arrives(10);
+    EXPECT_THROW(link.GetPacket(packet, 1000), iol::BadFrame_t);
+    EXPECT_THROW(link.GetPacket({&packet}, 1000), iol::BadFrame_t);
+    EXPECT_EQ(link.Pending(), 0U);
+}
+
+TEST_F(LinkDeathTest, EmptyListOrNullEntryStopsTheProgram) {
+    EXPECT_EXIT(link.GetPacket(std::vector<iol::Packet_t*>(), 0), testing::KilledBySignal(SIGILL), "");
+    EXPECT_EXIT(link.GetPacket({&packet, nullptr}, 0), testing::KilledBySignal(SIGILL), "");
+}
+
+}  // namespace

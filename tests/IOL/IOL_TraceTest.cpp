@@ -1,0 +1,79 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "IOL/IOL_Packet.hpp"
+#include "platform/NSUserDefaults.hpp"
+#include "platform/Platform.hpp"
+#include "tests/support/ScriptedLink.hpp"
+
+// A program of its own: the trace is switched on or off once in the life of a process.
+namespace {
+
+using platform::PropertyList;
+
+/// Preferences whose settings tree has the debug switch on.
+struct ShowDebugOn final : platform::NSUserDefaults {
+    std::optional<PropertyList> objectForKey(std::string const&) const override {
+        PropertyList tree{PropertyList::Dictionary{{"ShowDebug", PropertyList{PropertyList::Data{1}}}}};
+        for (char const* element : {"Settings", "Trovik", "Software"}) {
+            tree = PropertyList{PropertyList::Dictionary{{element, tree}}};
+        }
+        return tree;
+    }
+    bool boolForKey(std::string const&) const override { return false; }
+    std::int64_t integerForKey(std::string const&) const override { return 0; }
+    PropertyList::Dictionary persistentDomainForName(std::string const&) const override { return {}; }
+    bool setPersistentDomain(PropertyList::Dictionary const&, std::string const&) override { return false; }
+};
+
+constexpr char kExpected[] = R"(
+iol::Link_t: Entering Get Packet looking for packet id: 10: Timeout = 20
+iol::Link_t: Start receive frame loop at time: 0
+iol::Link_t: Start GetFrame with timeout at time 0
+iol::Link_t: End GetFrame with timeout at time 20 found Frame id: 12
+iol::Link_t: Wrong frame repeat loop
+iol::Link_t: Start receive frame loop at time: 20
+iol::Link_t: Start GetFrame with timeout at time 20
+iol::Link_t: End GetFrame with timeout at time 31 found Frame id: 12
+iol::Link_t: Wrong frame repeat loop
+iol::Link_t: Start receive frame loop at time: 31
+iol::Link_t: Timed out trying to get packet 31
+
+iol::Link_t: Entering Get Packet looking for packet id: 10: Timeout = 20
+iol::Link_t: Start receive frame loop at time: 0
+iol::Link_t: Start GetFrame with timeout at time 0
+iol::Link_t: End GetFrame with timeout at time 2 found Frame id: 10
+iol::Link_t: Found the frame we were looking for start accept frame
+iol::Link_t: End accept frame
+)";
+
+TEST(LinkTrace, SwitchedOnTellsEveryStepOfTheExchangeInOrder) {
+    std::string folder = testing::TempDir() + "iol_trace_XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.c_str(), 1), 0);
+    support::ManualClock clock;
+    ShowDebugOn defaults;
+    platform::PlatformScope const scope({.clock = &clock, .standardUserDefaults = &defaults});
+    support::ScriptedLink link(clock);
+    iol::Packet_t packet(10);
+    link.Arrives(12, {}, 20).Arrives(12, {}, 11).Arrives(10, {}, 2);
+    EXPECT_THROW(link.GetPacket(packet, 20), glo::Timeout_t);
+    link.GetPacket(packet, 20);
+    link.SendPacket(packet, 20);
+    EXPECT_THROW(link.GetPacket({&packet}, 5), glo::Timeout_t);
+
+    std::ifstream file(folder + "/Trovik/IoLinkDebug.txt.log");
+    std::string line;
+    for (int banner = 0; banner < 2; ++banner) std::getline(file, line);
+    std::ostringstream text;
+    while (std::getline(file, line)) text << std::regex_replace(line, std::regex("^[0-9:]+ *: "), "") << '\n';
+    EXPECT_EQ(text.str(), kExpected);
+    std::filesystem::remove_all(folder);
+}
+
+}  // namespace

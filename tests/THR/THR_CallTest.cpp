@@ -1,0 +1,325 @@
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <thread>
+
+#include "GLO/GLO_Exception.hpp"
+#include "THR/THR_Exception.hpp"
+#include "THR/THR_LocalPort.hpp"
+#include "THR/THR_Object.hpp"
+#include "THR/THR_RemoteReference.hpp"
+#include "THR/THR_Stack.hpp"
+#include "THR/THR_Thread.hpp"
+#include "WIN/WIN_Version.hpp"
+#include "platform/CFRunLoop.hpp"
+#include "platform/Platform.hpp"
+#include "platform/linux/AsioRunLoop.hpp"
+
+namespace thr {
+namespace {
+
+std::mutex gLogMutex;
+std::vector<std::string> gLog;  // gLogMutex
+
+class CallTest : public ::testing::Test {
+  protected:
+    platform::AsioRunLoops runLoops;
+    const platform::PlatformScope scope{[this] {
+        platform::Platform platform;
+        platform.runLoops = &runLoops;
+        platform.log = [](const std::string& line) {
+            const std::lock_guard lock(gLogMutex);
+            gLog.push_back(line);
+        };
+        return platform;
+    }()};
+
+    ~CallTest() override { LocalPort_t::ReleaseLocalPort(); }
+};
+
+/// File, line and message of what the action throws.
+std::wstring Raised(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const Exception_t& raised) {
+        const std::string place = raised.File() + ' ' + std::to_string(raised.Line()) + ' ';
+        return std::wstring(place.begin(), place.end()) + raised.Message();
+    }
+    return L"nothing";
+}
+
+template <typename... Values>
+Stack_t Stack(const Values&... values) {
+    Stack_t stack;
+    (stack << ... << values);
+    return stack;
+}
+
+template <typename T>
+T Pop(Stack_t& stack) {
+    T value{};
+    stack >> value;
+    return value;
+}
+
+// What the tests call across threads: an object that counts, and remembers the other side.
+class Counter_t : public Object_t {
+  public:
+    Counter_t() { AddReference(glo::AutoPtr<LocalReference_t>(new LocalReference_t(*this))); }
+
+    int mCount = 0;
+    mutable int mCanceled = 0;
+    glo::AutoPtr<RemoteReference_t> mPeer;
+
+    static Counter_t& From(Object_t& object) { return static_cast<Counter_t&>(object); }
+
+    static void Add(Object_t& object, Stack_t& arguments, Stack_t& result) {
+        result << (From(object).mCount += Pop<int>(arguments));
+    }
+    static void Cancel(Object_t& object, Stack_t&, Stack_t&) { object.RequestCancel(); }
+    static void Finish(Object_t& object, Stack_t&, Stack_t&) {
+        LocalPort_t::GetLocalPort().RemoveReference(object.Id());
+    }
+    static void Hold(Object_t&, Stack_t& arguments, Stack_t&) {
+        Pop<std::promise<void>*>(arguments)->get_future().wait();
+    }
+    static void Throw(Object_t&, Stack_t&, Stack_t&) { throw glo::Exception_t("some/File", 77, L"why", "sub"); }
+    static void ThrowInteger(Object_t&, Stack_t&, Stack_t&) { throw 1; }
+
+    /// Calls the peer back and adds twice what it answers: a call within a call.
+    static void AddThroughPeer(Object_t& object, Stack_t& arguments, Stack_t& result) {
+        Stack_t answer = From(object).mPeer->CallSync(Add, std::move(arguments));
+        result << (From(object).mCount += 2 * Pop<int>(answer));
+    }
+
+  protected:
+    void Canceled() const override { ++mCanceled; }
+};
+
+/// Runs when a thread has ended but for this: its port is released by then.
+struct AtThreadEnd {
+    std::function<void()> action;
+    ~AtThreadEnd() {
+        if (action) action();
+    }
+};
+thread_local AtThreadEnd gAtThreadEnd;
+
+/// A thread that serves a Counter_t, whose peer is the counter that the arguments name, until it is told to finish.
+class Server {
+  public:
+    explicit Server(Counter_t& peer) {
+        Stack_t arguments;
+        peer.PushOnStack(arguments);
+        arguments << this;
+        StartThread(Entry, arguments);
+        Stack_t address = mAddress.get_future().get();
+        reference.reset(new RemoteReference_t(address));
+    }
+    ~Server() {
+        if (reference) reference->CallAsync(Counter_t::Finish, {});
+        mEnded->get_future().wait();
+    }
+
+    int Call(Method_t method, int number) {
+        Stack_t answer = reference->CallSync(method, Stack(number));
+        return Pop<int>(answer);
+    }
+
+    glo::AutoPtr<RemoteReference_t> reference;
+
+  private:
+    static void Entry(Stack_t& arguments) {
+        auto* const server = Pop<Server*>(arguments);
+        gAtThreadEnd.action = [ended = server->mEnded] { ended->set_value(); };
+        Counter_t counter;
+        counter.mPeer.reset(new RemoteReference_t(arguments));
+        Stack_t address;
+        counter.PushOnStack(address);
+        server->mAddress.set_value(address);
+        counter.RunLoop();
+    }
+
+    std::promise<Stack_t> mAddress;
+    std::shared_ptr<std::promise<void>> mEnded = std::make_shared<std::promise<void>>();  // outlives this object
+};
+
+TEST(Stack, ValuesComeBackLastInFirstOut) {
+    const ObjectId_t id = ObjectId_t::Next();
+    Stack_t stack = Stack(std::string("narrow\0x", 8), std::wstring(L"wide \x1F600"), id, win::Version_t(1, 2, 3, 4),
+                          -5, 2.5, std::wstring());
+    std::string narrow;
+    std::wstring wide, empty = L"x";
+    ObjectId_t popped;
+    win::Version_t version;
+    int number = 0;
+    double real = 0;
+    stack >> empty >> real >> number >> version >> popped >> wide >> narrow;
+    EXPECT_EQ(
+        std::tie(empty, real, number, version, popped, wide, narrow),
+        std::make_tuple(L"", 2.5, -5, win::Version_t(1, 2, 3, 4), id, L"wide \x1F600", std::string("narrow\0x", 8)));
+    EXPECT_TRUE(stack.IsEmpty());
+    EXPECT_NE(id, ObjectId_t::Next());
+}
+
+TEST(Stack, PoppingMoreThanIsThereThrowsWithADumpAndTakesNothing) {
+    Stack_t stack({0x41, 0x42, 0x00});
+    int value = 0;
+    EXPECT_THAT(
+        Raised([&] { stack.Pop(&value, sizeof value, "some/File", 123); }),
+        ::testing::StartsWith(L"some/File 123 Requested Data Size: 4\nStack Size: 3\nStack Contents:\n0000: 41 42 00"));
+    EXPECT_EQ(stack.Bytes().size(), 3u);
+    for (const std::uint64_t count :
+         {std::uint64_t{4}, std::uint64_t{1} << 62, ~std::uint64_t{0}}) {  // counts that lie
+        Stack_t narrow = Stack('a', 'b', 'c', count), wide = Stack('a', count);
+        std::string text = "before";
+        std::wstring wideText = L"before";
+        EXPECT_THROW(narrow >> text, BadStackException_t);
+        EXPECT_THROW(wide >> wideText, BadStackException_t);
+        EXPECT_EQ(text + std::string(wideText.begin(), wideText.end()), "beforebefore");
+    }
+}
+
+TEST_F(CallTest, APortRefusesWhatIsNoCallAndLogsWhatItCantDeliver) {
+    Stack_t stack = Stack(1);
+    for (const int id : {0, 150, gcSyncReply, gcSyncFailure}) {
+        EXPECT_THROW(LocalPort_t::GetLocalPort().ProcessMessage(stack, id, L""), Exception_t) << id;
+    }
+    MessagePort_t deaf(nullptr);
+    EXPECT_EQ(deaf.Name().find(L"TEAMID0000.Trovik."), 0u);
+    MessagePort_t(deaf.Name()).SendStack(gcAsyncCall, stack, L"");
+    Stack_t unknownObject = Stack(1, ObjectId_t::Next());
+    MessagePort_t(LocalPort_t::GetLocalPort().Name()).SendStack(gcAsyncCall, unknownObject, L"");
+    ProcessMessageWithNoWait();
+    ASSERT_EQ(gLog.size(), 2u);
+    EXPECT_EQ(gLog[0].find("Error: No message handler at libs/THR/mac/THR_MessagePort, "), 0u);
+    EXPECT_EQ(gLog[1].find("Exception thrown at libs/THR/THR_LocalPort, "), 0u);
+
+    Stack_t empty;
+    EXPECT_THROW(deaf.SendStack(gcAsyncCall, empty, L"name"), Exception_t);
+    EXPECT_THAT(Raised([&] { MessagePort_t(L"nobody").SendStack(gcAsyncCall, stack, L""); }),
+                ::testing::EndsWith(L" CFMessagePortSendRequest ReturnCode = -3"));
+}
+
+TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswer) {
+    Counter_t mine;
+    Server server(mine);
+    for (int i = 1; i <= 20; ++i) server.reference->CallAsync(Counter_t::Add, Stack(i));
+    EXPECT_EQ(server.Call(Counter_t::Add, 1000), 1210);
+    // The server calls this thread back while this thread waits for the server.
+    EXPECT_EQ(server.Call(Counter_t::AddThroughPeer, 5), 1220);
+    EXPECT_EQ(mine.mCount, 5);
+}
+
+TEST_F(CallTest, WhatASynchronousCallThrowsIsRaisedAtTheCaller) {
+    Counter_t mine;
+    Server server(mine);
+    EXPECT_EQ(Raised([&] { server.reference->CallSync(Counter_t::Throw, {}); }), L"some/File 77 why");
+    EXPECT_THROW(server.reference->CallSync(Counter_t::ThrowInteger, {}), Exception_t);
+    EXPECT_THROW(server.reference->CallSync(Counter_t::Add, {}), Exception_t) << "an argument is missing";
+    EXPECT_EQ(server.Call(Counter_t::Add, 3), 3) << "the thread still serves";
+}
+
+TEST_F(CallTest, TheEndOfTheCalledThreadEndsAWaitingCall) {
+    Counter_t mine;
+    Server server(mine);
+    std::promise<void> mayEnd;
+    server.reference->CallAsync(Counter_t::Hold, Stack(&mayEnd));
+    server.reference->CallAsync(Counter_t::Finish, {});
+    // Served once the call waits for its answer; the thread then ends with the call still in its queue.
+    platform::CFRunLoopGetCurrent()->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode,
+                                                           [&] { mayEnd.set_value(); });
+    EXPECT_THAT(Raised([&] { server.reference->CallSync(Counter_t::Add, Stack(1)); }),
+                ::testing::EndsWith(L" The called thread has ended."));
+    server.reference.reset();
+}
+
+TEST_F(CallTest, TwoThreadsWithFullQueuesThatCallEachOtherGetOn) {
+    constexpr int cCalls = 3 * 5 + 2;  // more than the queues of both sides take
+    Counter_t mine;
+    Server server(mine);
+    static const Method_t callBackOften = [](Object_t& object, Stack_t&, Stack_t&) {
+        for (int i = 0; i < cCalls; ++i) Counter_t::From(object).mPeer->CallAsync(Counter_t::Add, Stack(1));
+    };
+    server.reference->CallAsync(callBackOften, {});
+    for (int i = 0; i < cCalls; ++i) server.reference->CallAsync(Counter_t::Add, Stack(1));
+    while (mine.mCount < cCalls) ProcessMessageWithInfiniteWait();
+    EXPECT_EQ(server.Call(Counter_t::Add, 0), cCalls);
+}
+
+TEST_F(CallTest, ABoundFunctorSeesTheCancelOfAnotherThread) {
+    Counter_t mine;
+    mine.ResetCancel();
+    const CancelRequestedFunctor_t& canceled = mine.CancelFunctor();
+    EXPECT_FALSE(canceled());
+    Stack_t address;
+    mine.PushOnStack(address);
+    std::thread other([&] { RemoteReference_t(address).CallAsync(Counter_t::Cancel, {}); });
+    while (!canceled()) std::this_thread::yield();  // a long operation that asks between its steps
+    other.join();
+    EXPECT_EQ(mine.mCanceled, 1);
+    EXPECT_TRUE(canceled()) << "sticky";
+    EXPECT_FALSE(mine.CancelRequested()) << "the object itself forgets";
+    mine.ResetCancel();
+    EXPECT_FALSE(canceled());
+
+    LocalPort_t::GetLocalPort().RemoveReference(mine.Id());
+    EXPECT_TRUE(canceled()) << "nothing retains the object";
+    EXPECT_THROW(mine.Release(), Exception_t);
+    mine.Retain();
+    mine.Retain();
+    EXPECT_EQ(mine.Release(), 1u);
+}
+
+TEST_F(CallTest, TheRunLoopEndsByAbortAndByTheLastReleaseAndByNothingElse) {
+    Counter_t mine;
+    const auto post = [](std::function<void()> block) {
+        platform::CFRunLoopGetCurrent()->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode, std::move(block));
+    };
+    int served = 0;
+    post([&] { ++served, throw 1; });
+    post([&] { ++served, throw Exception_t("x", 1, L""); });
+    post([&] { ++served, throw AbortThread_t("x", 1); });
+    post([&] { ++served, LocalPort_t::GetLocalPort().RemoveReference(mine.Id()); });
+    post([&] { ++served; });
+    mine.RunLoop();
+    EXPECT_EQ(served, 3);
+    mine.RunLoop();
+    EXPECT_EQ(served, 4);
+    ProcessMessageWithNoWait();
+    EXPECT_EQ(served, 5);
+}
+
+TEST_F(CallTest, ProcessMessageUntilServesUntilTheMomentAndNotInThePast) {
+    bool isServed = false;
+    platform::CFRunLoopGetCurrent()->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode, [&] { isServed = true; });
+    ProcessMessageUntil(platform::CFAbsoluteTimeGetCurrent() - 1);
+    EXPECT_FALSE(isServed);
+    const double until = platform::CFAbsoluteTimeGetCurrent() + 0.002;
+    ProcessMessageUntil(until);
+    EXPECT_TRUE(isServed);
+    EXPECT_GE(platform::CFAbsoluteTimeGetCurrent(), until);
+}
+
+TEST_F(CallTest, WhatAThreadsEntryThrowsIsLoggedAndItsPortReleased) {
+    std::promise<std::wstring> name;
+    Stack_t arguments = Stack(&name);
+    StartThread(
+        [](Stack_t& stack) {
+            Stack_t pushed;
+            pushed << LocalPort_t::GetLocalPort();
+            gAtThreadEnd.action = [name = Pop<std::wstring>(pushed),
+                                   promise = Pop<std::promise<std::wstring>*>(stack)] { promise->set_value(name); };
+            throw 1;
+        },
+        arguments);
+    Stack_t message = Stack(1);
+    EXPECT_THROW(MessagePort_t(name.get_future().get()).SendStack(gcAsyncCall, message, L""), Exception_t);
+    ASSERT_EQ(gLog.size(), 1u);
+    EXPECT_EQ(gLog[0].find("Unknown exception caught at libs/THR/mac/THR_Thread, "), 0u);
+}
+
+}  // namespace
+}  // namespace thr

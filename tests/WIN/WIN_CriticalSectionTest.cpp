@@ -1,0 +1,41 @@
+#include "WIN/WIN_CriticalSection.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+TEST(CriticalSection, IsRecursiveAndKeepsOtherThreadsOut) {
+    win::CriticalSection_t section;
+    int counter = 0;  // plain: the thread sanitizer sees a lock that does not lock
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int n = 0; n < 500; ++n) {
+                const win::SmartCriticalSection_t outer(section);
+                const int before = counter;
+                {
+                    const glo::SmartLock_t inner(section);
+                    ++counter;
+                }
+                // Still held: leaving once is not leaving twice.
+                std::this_thread::yield();
+                ASSERT_EQ(counter, before + 1);
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(counter, 2000);
+}
+
+TEST(CriticalSection, DummyAndDisabledOnesNeverBlock) {
+    win::DummyCriticalSection_t dummy;
+    win::CriticalSection_t disabled(true);
+    const win::SmartCriticalSection_t outer(dummy);
+    const win::SmartCriticalSection_t alsoOuter(disabled);
+    std::thread([&] {
+        const win::SmartCriticalSection_t inner(dummy);
+        const win::SmartCriticalSection_t alsoInner(disabled);
+    }).join();
+}

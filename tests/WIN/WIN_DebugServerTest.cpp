@@ -1,0 +1,157 @@
+#include "WIN/WIN_DebugServer.hpp"
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <thread>
+
+#include "GLO/GLO_Exception.hpp"
+#include "WIN/WIN_Registry.hpp"
+#include "libs/WIN/impl/WIN_TimeStamp.hpp"
+#include "tests/WIN/WIN_Support.hpp"
+
+namespace win {
+namespace {
+
+using ::testing::MatchesRegex;
+
+constexpr char kBanner[] =
+    "[0-9]+-[0-9]+-[0-9]+ [0-9]+:[0-9]+:[0-9]+ \\*{17} New Run \\*{28}\n"
+    "Application Version: 1\\.2\\.3\\.4 Beta\n";
+constexpr char kStamp[] = "[0-9]{2}:[0-9]{2}:[0-9]{2}: ";
+
+class DebugServerTest : public SettingsTest {
+  protected:
+    DebugServerTest() {
+        info = {{"CFBundleName", {std::string("Product")}}, {"CFBundleVersion", {std::string("1.2.3.4 Beta")}}};
+    }
+
+    std::string Traced(const std::string& name) const { return support::ReadFile(caches / ("Trovik/" + name)); }
+};
+
+/// Does something in the middle of each of its prints.
+class BusyServer_t : public DebugServer_t {
+  public:
+    using DebugServer_t::DebugServer_t;
+    std::function<void()> mInside;
+    void PrintTime() override {
+        DebugServer_t::PrintTime();
+        if (mInside) mInside();
+    }
+};
+
+TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStamp) {
+    {
+        DebugServer_t server(L"Name.txt", true);
+        EXPECT_EQ(Traced("Name.txt.log"), "") << "no file before the first print";
+        server.PrintStr("a");
+        server.PrintStr(L"b\u00E4\nc");
+        server.PrintStr("next");
+        server.PrintStr(" line\n");
+    }
+    const std::string run = std::string(kBanner) + kStamp + "ab\xC3\xA4\nc" + kStamp + "next line\n";
+    EXPECT_THAT(Traced("Name.txt.log"), MatchesRegex(run));
+    DebugServer_t(L"Name.txt", true).PrintStr("\n");
+    EXPECT_THAT(Traced("Name.txt.log"), MatchesRegex(run + kBanner + kStamp + "\n")) << "a run is appended";
+}
+
+TEST_F(DebugServerTest, ValuesAreWrittenAsAStreamWritesThemAndNeverEndALine) {
+    enum class Layer : unsigned char { Application = 20 };
+    DebugServer_t server(L"Data", true);
+    const auto print = [&](const auto&... values) { (server.PrintData(values), ...); };
+    print(1.5F, 'c', -3, 4000000000U, static_cast<unsigned short>(65535), -5L, 6UL, std::string("text\n"),
+          Duration_t(3000), gcDurationInfinite, Layer::Application);
+    server.PrintStr("|\n");
+    EXPECT_THAT(Traced("Data.log"), MatchesRegex(std::string(kBanner) + kStamp + "1\\.5c-34000000000" +
+                                                 "65535-56text\n" + "3000429496729520\\|\n"));
+}
+
+TEST_F(DebugServerTest, AServerThatIsOffMakesNoFileButItsFolder) {
+    DebugServer_t server(L"Off", false);
+    server.PrintStr("x\n");
+    server.PrintStr(L"x\n");
+    server.PrintData(1);
+    server.PrintTime();
+    server.PrintException(glo::Timeout_t("f", 1));
+    EXPECT_FALSE(DebugServer().IsEnabled()) << "\"ShowDebug\" is absent";
+    EXPECT_TRUE(std::filesystem::is_empty(caches.path() / "Trovik"));
+    EXPECT_EQ(DebugServer().FilePath(), DebugFileDirectory() + L"Product.log");
+    EXPECT_EQ(DebugFilePath(L"-x", L"") + DebugFilePath(L"-x", L"n"),
+              DebugFileDirectory() + L"Product-x.log" + DebugFileDirectory() + L"n.log");
+}
+
+TEST_F(DebugServerTest, ExceptionsAnnounceThemselvesWhenShowDebugIsOn) {
+    StoreSettings({{"ShowDebug", {List::Data{1}}}});
+    const glo::Timeout_t timeout("libs/X", 7);
+    DebugServer().PrintException(timeout, "context");
+    EXPECT_THAT(Traced("Product.log"), MatchesRegex(std::string(kBanner) + kStamp + "Error: libs/X 7 SubId:  \n" +
+                                                    kStamp + "Error: libs/X 7 SubId:    context\n"));
+}
+
+// Reading the switch raises an exception, which announces itself on the server that asks for the switch. Without care
+// the first use of either would wait for itself for ever.
+TEST_F(DebugServerTest, AnExceptionRaisedWhileTheServerIsMadeDoesNotComeBackToIt) {
+    StoreSettings({{"ShowDebug", {std::string("not a flag")}}});
+    EXPECT_FALSE(DebugServer().IsEnabled());
+}
+
+TEST_F(DebugServerTest, AnExceptionRaisedWhileTheSwitchesAreReadDoesNotComeBackToThem) {
+    StoreSettings({{"ShowDebug", {std::string("not a flag")}}});
+    EXPECT_FALSE(Registry().ShowDebug().IsKnown());
+}
+
+TEST_F(DebugServerTest, APrintWithinAPrintIsDropped) {
+    StoreSettings({{"ShowDebug", {List::Data{1}}}});
+    DebugServer_t other(L"Other", true);
+    BusyServer_t server(L"Busy", true);
+    server.mInside = [&] {
+        const glo::Timeout_t announcesItself("libs/X", 7);
+        server.PrintStr("nested\n");
+        std::thread([&] { other.PrintStr("another thread, another server\n"); }).join();
+    };
+    server.PrintStr("text\n");
+    server.mInside = [] { throw 1; };
+    server.PrintStr("lost\n");
+    server.mInside = nullptr;
+    server.PrintStr("after\n");
+    EXPECT_THAT(Traced("Busy.log"), MatchesRegex(std::string(kBanner) + kStamp + "text\n" + kStamp + "after\n"));
+    EXPECT_EQ(Traced("Other.log") + Traced("Product.log"), "");
+}
+
+TEST_F(DebugServerTest, ManyThreadsTearNoLine) {
+    DebugServer_t server(L"Shared", true);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int line = 0; line < 200; ++line) server.PrintStr("whole line\n");
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_THAT(Traced("Shared.log"), MatchesRegex(std::string(kBanner) + "(" + kStamp + "whole line\n)+"));
+}
+
+TEST_F(DebugServerTest, ResetMovesTheFileAsideOverThePreviousOne) {
+    support::WriteFile(caches / "Trovik/R.log.previous", "older");
+    DebugServer_t(L"R", true).PrintStr("text\n");
+    DebugServer_t(L"R", true).Reset();
+    EXPECT_FALSE(std::filesystem::exists(caches / "Trovik/R.log"));
+    EXPECT_THAT(Traced("R.log.previous"), MatchesRegex(std::string(kBanner) + kStamp + "text\n"));
+}
+
+TEST_F(DebugServerTest, OutputThatCantBeWrittenIsLostSilently) {
+    setenv("XDG_CACHE_HOME", (caches / "missing/parent").c_str(), 1);
+    DebugServer_t(L"X", true).PrintStr("lost\n");
+    EXPECT_TRUE(std::filesystem::is_empty(caches.path())) << "missing parents are not made";
+    setenv("XDG_CACHE_HOME", caches.path().c_str(), 1);
+    std::filesystem::create_directories(caches / "Trovik/Y.log");
+    DebugServer_t(L"Y", true).PrintStr("lost\n");
+}
+
+TEST(TimeStamp, AMomentWithoutACalendarDateHasAStandIn) {
+    using Flag = glo::Time_t::DateFlag_t;
+    EXPECT_EQ(TimeStampText(glo::Time_t(std::int64_t{1} << 62), Flag::NoDate), "00:00:00  ");
+    EXPECT_EQ(TimeStampText(glo::Time_t(0), Flag::NoDate).size(), 8u);
+}
+
+}  // namespace
+}  // namespace win

@@ -1,0 +1,145 @@
+#include <gtest/gtest.h>
+
+#include "THR/THR_Exception.hpp"
+#include "THR/THR_Stack.hpp"
+#include "WIN/WIN_AppMetaData.hpp"
+#include "WIN/WIN_BuildInfo.hpp"
+#include "WIN/WIN_Version.hpp"
+#include "app/LegacyIOConfig.hpp"
+#include "tests/WIN/WIN_Support.hpp"
+
+namespace win {
+namespace {
+
+TEST(Version, TheTwoParsersDifferOnPurpose) {
+    const struct {
+        const char* text;
+        Version_t wide, platform;
+    } cases[] = {
+        {"", {0, 0, 0, 0}, {0, 0, 0, 0}},
+        {"1.2", {1, 2, 0, 0}, {1, 2, 0, 0}},
+        {"5.x.7", {5, 7, 0, 0}, {5, 0, 7, 0}},
+        {"1..2...3", {1, 2, 3, 0}, {1, 0, 2, 0}},
+        {"1.2.3.4.5", {1, 2, 3, 4}, {1, 2, 3, 4}},
+        {"1.2.3 Beta", {1, 2, 3, 0}, {1, 2, 3, 0}},
+        {"x1. 2.3y", {2, 3, 0, 0}, {0, 2, 3, 0}},
+        {"65535.65536.7", {65535, 7, 0, 0}, {65535, 0, 7, 0}},
+        {"-1.99999999999.-99999999999", {65535, 0, 0, 0}, {65535, 65535, 0, 0}},
+    };
+    for (const auto& c : cases) {
+        const std::string text = c.text;
+        EXPECT_EQ(Version_t(std::wstring(text.begin(), text.end())).Str(), c.wide.Str()) << text;
+        EXPECT_EQ(StringToVersion(text).Str(), c.platform.Str()) << text;
+    }
+}
+
+TEST(Version, TextsAndOrder) {
+    EXPECT_EQ(Version_t(1, 2, 0, 0).Str(), L"1.2.0.0");
+    EXPECT_EQ(Version_t(3, 7, 1, 1).MajorMinorString(), L"3.7");
+    EXPECT_EQ(Version_t(3, 7, 1, 1).DeviceString(), L"3.07");
+    EXPECT_EQ(Version_t(3, 0, 1, 1).DeviceString(), L"3.00");
+    EXPECT_EQ(Version_t(3, 123, 1, 1).DeviceString(), L"3.123");
+    const Version_t ascending[] = {{0, 9, 9, 9}, {1, 2, 3, 4}, {1, 2, 3, 5}, {1, 2, 4, 0}, {1, 3, 0, 0}, {2, 0, 0, 0}};
+    for (const auto& a : ascending) {
+        for (const auto& b : ascending) EXPECT_EQ(a.LessThan(b), &a < &b) << a.Major() << b.Major();
+    }
+    thr::Stack_t stack;
+    stack << ascending[1];
+    Version_t popped;
+    stack >> popped;
+    EXPECT_EQ(popped, ascending[1]);
+    stack << std::uint16_t{1};
+    EXPECT_THROW(stack >> popped, thr::BadStackException_t);
+    EXPECT_EQ(popped, ascending[1]);
+}
+
+class MetaData : public SettingsTest {
+  protected:
+    AppMetaData_t Of(const std::string& version) {
+        info["CFBundleVersion"] = {version};
+        return AppMetaData_t(CreateAppMetaData());
+    }
+};
+
+TEST_F(MetaData, TheBuildTypeIsTheSecondWordOfTheBundlesVersion) {
+    const struct {
+        const char* version;
+        const wchar_t *type, *formatted;
+        bool hasDate, hasUser;
+    } cases[] = {
+        {"2.0.1", L"Release", L"2.0.1", false, false},
+        {"2.0.1.7", L"Release", L"2.0.1", false, false},
+        {"2.0.1.7 Alpha", L"Alpha", L"2.0.1.7 Alpha", true, false},
+        {"1.2.3.4 Beta", L"Beta", L"1.2.3.4 Beta", false, false},
+        {"1.2.3 Internal rest", L"Internal", L"1.2.3.0 Internal", true, true},
+        {"", L"Release", L"0.0.0", false, false},
+    };
+    for (const auto& c : cases) {
+        const AppMetaData_t made = Of(c.version);
+        EXPECT_EQ(made.BuildType(), c.type);
+        EXPECT_EQ(made.FormattedVersion(), c.formatted);
+        EXPECT_EQ(made.IsBeta(), c.type == std::wstring(L"Beta"));
+        ASSERT_EQ(made.FormattedDateTime().IsKnown(), c.hasDate) << c.version;
+        ASSERT_EQ(made.FormattedUserId().IsKnown(), c.hasUser) << c.version;
+        EXPECT_TRUE(!c.hasDate || made.FormattedDateTime().Value() == made.BuildDate() + L' ' + made.BuildTime());
+        EXPECT_TRUE(!c.hasUser || made.FormattedUserId().Value() == L'(' + made.BuildUserId() + L')');
+    }
+}
+
+TEST_F(MetaData, AnUnknownSecondWordStopsTheProcess) {
+    for (const char* version : {"1.2.3 Release", "1.2.3 beta", "1.2.3 ", "1.2.3  Beta", " Gamma"}) {
+        EXPECT_DEATH(Of(version), "File: libs/WIN/WIN_AppMetaData Line: ") << version;
+    }
+}
+
+TEST_F(MetaData, OnlyTheReleaseAccountMakesARelease) {
+    EXPECT_FALSE(Of("2.0.1").IsRelease());
+    Store("AppTestReleaseBuild", {true});
+    EXPECT_TRUE(Of("2.0.1").IsRelease());
+    EXPECT_FALSE(Of("2.0.1 Beta").IsRelease());
+    glo::AutoPtr<AppMetaDataContainer_t> container(new AppMetaDataContainer_t);
+    container->mBuildType = L"Release";
+    container->mBuildUserId = L"sQa";
+    EXPECT_TRUE(AppMetaData_t(std::move(container)).IsRelease());
+}
+
+TEST_F(MetaData, WhatTheBundleSaysIsTakenAndWhatItDoesntSayIsEmpty) {
+    info = {{"CFBundleName", {std::string("N\xC3\xA4me")}},
+            {"TrovikPartNumber", {std::string("006")}},
+            {"CFBundleExecutable", {std::int64_t{1}}},
+            {"CFBundleVersion", {std::string("1.2.3 Beta")}}};
+    const AppMetaData_t& metaData = AppMetaData();
+    EXPECT_EQ(metaData.ProductName(), L"N\u00E4me");
+    EXPECT_EQ(metaData.PartNumber(), L"006");
+    EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail() + metaData.ClassNameGuid(), L"");
+    EXPECT_EQ(metaData.Version(), Version_t(1, 2, 3, 0));
+    EXPECT_EQ(std::string(BuildDate()).size(), 11u);
+    EXPECT_EQ(std::string(BuildTime()).size(), 8u);
+    SetAppMetaDataContainer(new AppMetaDataContainer_t);
+    EXPECT_EQ(AppMetaData().PartNumber(), L"006") << "handed over too late";
+}
+
+TEST_F(MetaData, TheApplicationsOwnWinOverTheBundlesAndTheLastHandedOverCounts) {
+    info = {{"CFBundleName", {std::string("Tool")}},
+            {"CFBundleShortVersionString", {std::string("3.4")}},
+            {"CFBundleVersion", {std::string("9 Beta")}}};
+    SetAppMetaDataContainer(new AppMetaDataContainer_t);
+    LegacyIOConfig::configureMetaData();
+    const AppMetaData_t& metaData = AppMetaData();
+    EXPECT_EQ(metaData.ProductName(), L"Tool");
+    EXPECT_EQ(metaData.Version(), Version_t(3, 4, 0, 0));
+    EXPECT_EQ(metaData.PartNumber(), L"006-B0000-00");
+    EXPECT_EQ(metaData.BuildUserId(), L"Trovik");
+    EXPECT_EQ(metaData.BuildType(), L"Release");
+    EXPECT_EQ(metaData.BuildDate().size(), 11u);
+    EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail() + metaData.ClassNameGuid(), L"");
+}
+
+TEST_F(MetaData, ABundleThatSaysNothingGivesTheApplicationsStandIns) {
+    LegacyIOConfig::configureMetaData();
+    EXPECT_EQ(AppMetaData().ProductName(), L"Trovik App");
+    EXPECT_EQ(AppMetaData().Version(), Version_t(1, 0, 0, 0));
+}
+
+}  // namespace
+}  // namespace win

@@ -1,0 +1,237 @@
+#include "WIN/WIN_Registry.hpp"
+
+#include <cstring>
+#include <limits>
+
+#include "WIN/WIN_AppMetaData.hpp"
+#include "WIN/WIN_CRegistry.hpp"
+#include "WIN/WIN_RegistryUtils.hpp"
+#include "tests/WIN/WIN_Support.hpp"
+
+namespace win {
+namespace {
+
+using platform::PropertyList;
+using Utils = RegistryUtils;
+
+class RegistryTest : public SettingsTest {};
+
+PropertyList Bytes(std::initializer_list<unsigned char> bytes) {
+    return {PropertyList::Data(bytes)};
+}
+
+TEST_F(RegistryTest, BothRootsOpenTheOneTree) {
+    ASSERT_TRUE(Utils::SetRegistryValue(1, L"Software\\A", L"n", std::wstring(L"\u00E4 text")));
+    std::wstring wide;
+    std::string narrow;
+    EXPECT_TRUE(Utils::GetRegistryValue(2, L"Software/A", L"n", wide));
+    EXPECT_TRUE(Utils::GetRegistryValue(2, L"Software\\A\\", L"n", narrow));
+    EXPECT_EQ(wide, L"\u00E4 text");
+    EXPECT_EQ(narrow, "\xC3\xA4 text");
+}
+
+TEST_F(RegistryTest, OpeningMakesKeysOnlyWhenToldToAndNeverPassesThroughAValue) {
+    CRegistry registry(1);
+    EXPECT_FALSE(registry.OpenKeyPath(L"A\\B", false));
+    EXPECT_FALSE(Utils::PathExists(1, L"A"));
+    EXPECT_TRUE(registry.OpenKeyPath(L"A\\B", true));
+    EXPECT_TRUE(Utils::PathExists(1, L"A\\B"));
+    for (const wchar_t* root : {L"", L"/", L"\\"}) EXPECT_TRUE(Utils::PathExists(2, root)) << root;
+    EXPECT_FALSE(Utils::PathExists(1, L"A\\\\B")) << "an empty name is a name";
+    EXPECT_TRUE(registry.Write(L"value", 1));
+    EXPECT_FALSE(registry.OpenKeyPath(L"A\\B\\value\\C", true));
+    EXPECT_FALSE(registry.OpenKeyPath(L"A\\B\\value", false));
+    EXPECT_EQ(registry.ValueCount(), 1) << "a path that can't be opened leaves the open key open";
+}
+
+TEST_F(RegistryTest, IntegersAreFourBytesOrANumber) {
+    StoreSettings({{"four", Bytes({1, 0, 0, 0x80})},
+                   {"two", Bytes({1, 0})},
+                   {"none", Bytes({})},
+                   {"number", {std::int64_t{-7}}},
+                   {"wide", {std::int64_t{0x1'0000'0005}}},
+                   {"real", {2.9}},
+                   {"huge", {1e300}},
+                   {"text", {std::string("5")}},
+                   {"true", {true}},
+                   {"key", {PropertyList::Dictionary()}}});
+    int expected = 0;
+    std::memcpy(&expected, "\1\0\0\x80", 4);
+    const struct {
+        const wchar_t* name;
+        bool isRead;
+        int value;
+    } cases[] = {{L"four", true, expected}, {L"two", false, 0}, {L"none", false, 0},  {L"number", true, -7},
+                 {L"wide", true, 5},        {L"real", true, 2}, {L"huge", false, 0},  {L"text", false, 0},
+                 {L"true", false, 0},       {L"key", false, 0}, {L"absent", false, 0}};
+    for (const auto& c : cases) {
+        int value = 0;
+        EXPECT_EQ(Utils::GetRegistryValue(1, L"Software\\Trovik\\Settings", c.name, value), c.isRead) << c.name;
+        EXPECT_EQ(value, c.value) << c.name;
+    }
+    unsigned int number = 0;
+    bool truth = false;
+    ASSERT_TRUE(Utils::SetRegistryValue(1, L"A", L"n", 0xFFFFFFFEU));
+    EXPECT_TRUE(Utils::GetRegistryValue(1, L"A", L"n", number) && Utils::GetRegistryValue(1, L"A", L"n", truth));
+    EXPECT_EQ(number, 0xFFFFFFFEU);
+    EXPECT_TRUE(truth);
+}
+
+TEST_F(RegistryTest, BinaryDataComesBackOnlyWhenTheBufferHoldsIt) {
+    const unsigned char data[] = {1, 2, 3};
+    ASSERT_TRUE(Utils::SetRegistryValue(1, L"A", L"data", data, 3));
+    ASSERT_TRUE(Utils::SetRegistryValue(1, L"A", L"text", std::string("x")));
+    ASSERT_TRUE(Utils::SetRegistryValue(1, L"A\\key", L"x", 1U));
+    EXPECT_FALSE(Utils::SetRegistryValue(1, L"A", L"bad", nullptr, 3));
+    EXPECT_FALSE(Utils::SetRegistryValue(1, L"A", L"bad", data, -1));
+    const struct {
+        const wchar_t* name;
+        int size;
+        unsigned int count;
+        bool isCopied;
+    } cases[] = {{L"data", 3, 3, true},
+                 {L"data", 8, 3, true},
+                 {L"data", 2, 3, false},
+                 {L"data", 0, 3, false},
+                 {L"text", 8, 0, false},
+                 {L"key", 8, 0, false},
+                 {L"absent", 8, 0xFFFFFFFF, false},
+                 {L"bad", 8, 0xFFFFFFFF, false}};
+    for (const auto& c : cases) {
+        unsigned char buffer[8] = {9, 9, 9};
+        EXPECT_EQ(Utils::GetRegistryValue(1, L"A", c.name, buffer, c.size), c.count) << c.name;
+        EXPECT_EQ(std::memcmp(buffer, data, 3) == 0, c.isCopied) << c.name << c.size;
+        EXPECT_EQ(Utils::KeyExists(1, L"A", c.name), c.count != 0xFFFFFFFF) << c.name;
+    }
+    EXPECT_EQ(Utils::GetRegistryValue(1, L"nowhere", L"x", nullptr, 0), 0xFFFFFFFF);
+    CRegistry closed(1);
+    std::wstring text;
+    EXPECT_FALSE(closed.Write(L"x", 1) || closed.Remove(L"x") || closed.Read(L"x", text) || closed.ValueName(0, text));
+    EXPECT_EQ(closed.Read(L"x", nullptr, 0), 0xFFFFFFFF);
+}
+
+TEST_F(RegistryTest, ValuesAndSubkeysAreEnumeratedAndRemovedApart) {
+    const RegKey_t key(1, L"A");
+    EXPECT_EQ(key.ValueCount() + key.SubKeyCount(), 0);
+    for (const wchar_t* name : {L"v1", L"v2"}) ASSERT_TRUE(key.SetStringValue(name, L"x"));
+    for (const wchar_t* name : {L"k1", L"k2", L"k3"}) ASSERT_TRUE(RegKey_t(key, name).SetStringValue(L"deep", L"x"));
+    EXPECT_EQ(key.ValueCount(), 2);
+    EXPECT_EQ(key.SubKeyCount(), 3);
+    EXPECT_EQ(key.ValueName(0) + key.ValueName(1), L"v1v2");
+    EXPECT_EQ(key.SubKeyName(0) + key.SubKeyName(2), L"k1k3");
+    EXPECT_EQ(RegKey_t(key, 1).Path(), L"A\\k2");
+    EXPECT_THROW(key.ValueName(2), RegException_t);
+    EXPECT_THROW(key.SubKeyName(-1), RegException_t);
+    EXPECT_THROW(RegKey_t(key, 3), RegException_t);
+
+    CRegistry open(1);
+    ASSERT_TRUE(open.OpenKeyPath(L"A\\k2", false));
+    EXPECT_TRUE(key.Delete(L"v1") && key.DeleteSubKey(L"k1") && key.DeleteSubKey(0));
+    EXPECT_FALSE(key.Delete(L"v1") || key.DeleteSubKey(L"k1") || Utils::RemoveTerminlNodeOfPath(1, L"x\\y"));
+    EXPECT_EQ(key.ValueName(0) + key.SubKeyName(0), L"v2k3");
+    EXPECT_EQ(open.ValueCount(), 1) << "an open key outlives its removal";
+    EXPECT_TRUE(Utils::RemoveTerminlNodeOfPath(2, L"A"));
+    EXPECT_FALSE(Utils::PathExists(1, L"A"));
+}
+
+TEST_F(RegistryTest, ManyWritesEndInOneWriteBesideWhatOthersKeepThere) {
+    Store("logLevel", {std::int64_t{7}});
+    for (unsigned int i = 0; i < 50; ++i) Utils::SetRegistryValue(1, L"A\\B", L"n" + std::to_wstring(i), i);
+    RunMainLoop(0);
+    EXPECT_EQ(writes, 0) << "not before a millisecond has passed";
+    RunMainLoop(1);
+    RunMainLoop(100);
+    EXPECT_EQ(writes, 1);
+    EXPECT_EQ(Stored().at("logLevel"), PropertyList{std::int64_t{7}});
+    EXPECT_EQ(Stored().at("RegistryRoot").find("A")->find("B")->dictionary()->size(), 50u);
+    int value = 0;
+    EXPECT_TRUE(Utils::GetRegistryValue(1, L"A\\B", L"n7", value));
+    EXPECT_FALSE(Utils::RemoveRegistryKeyAndValue(1, L"A\\B", L"absent"));
+    RunMainLoop(100);
+    EXPECT_EQ(writes, 1) << "nothing was changed";
+    EXPECT_TRUE(Utils::RemoveRegistryKeyAndValue(1, L"A\\B", L"n7"));
+    RunMainLoop(1);
+    EXPECT_EQ(writes, 2);
+}
+
+TEST_F(RegistryTest, TheWellKnownKeysKeepTheirUnequalPaths) {
+    EXPECT_EQ(TrovikCurrentUserKey().Path(), L"Software\\Trovik");
+    EXPECT_EQ(TrovikLocalMachineKey().Path(), L"HKEY_LOCAL_MACHINE\\Software\\Trovik");
+    EXPECT_EQ(SettingsKey().Path() + DataKey().Path(), L"Software\\Trovik\\SettingsSoftware\\Trovik\\Data");
+    EXPECT_EQ(CommonCurrentUserKey().Path(), L"Software\\Trovik\\Common");
+    EXPECT_EQ(SharedSettingsKey().Path(), L"Software\\Trovik\\SharedSettings");
+    EXPECT_EQ(CurrentUserKey().Path() + LocalMachineKey().Path(), L"HKEY_CURRENT_USERHKEY_LOCAL_MACHINE");
+    EXPECT_EQ(TrovikLocalMachineKey().Root() * 10 + SettingsKey().Root(), 21u);
+    info["CFBundleExecutable"] = {std::string("Tool")};
+    EXPECT_FALSE(TrovikCurrentUserKeyExists() || TrovikLocalMachineKeyExists() || AppLocalMachineKeyExists());
+    TrovikLocalMachineKey().SetStringValue(L"x", L"x");
+    EXPECT_FALSE(TrovikLocalMachineKeyExists());
+    RegKey_t(TrovikCurrentUserKey(), L"Tool").SetStringValue(L"x", L"x");
+    EXPECT_TRUE(TrovikCurrentUserKeyExists() && TrovikLocalMachineKeyExists() && AppLocalMachineKeyExists());
+}
+
+TEST_F(RegistryTest, TypedValuesReadWriteAndGoBackToTheirDefault) {
+    StoreSettings({{"text as flag", {std::string("x")}}, {"long flag", Bytes({1, 1})}, {"known", Bytes({1})}});
+    const RegKey_t& key = SettingsKey();
+    RegValue_t<glo::TimeSpan_t> span(key, L"span", glo::TimeSpan_t(1.5));
+    EXPECT_FALSE(span.IsKnown());
+    span.SetToDefault();
+    RegValue_t<std::wstring> text(key, L"text");
+    try {
+        text.Get();
+        FAIL();
+    } catch (const RegException_t& exception) {
+        EXPECT_EQ(exception.Message(), L"\\text");
+    }
+    text.Set(L"written");
+    ConstRegValue_t<std::wstring> other(key, L"text");
+    EXPECT_FALSE(other.IsKnown());
+    other.Refresh();
+    EXPECT_EQ(other.Get(), L"written");
+    text.SetToDefault();
+    other.Refresh();
+    EXPECT_FALSE(text.IsKnown() || other.IsKnown() || key.ValueExists(L"text"));
+    RunMainLoop(1);
+    const double seconds = 1.5;
+    PropertyList::Data bytes(sizeof seconds);
+    std::memcpy(bytes.data(), &seconds, sizeof seconds);
+    EXPECT_EQ(StoredSettings().at("span"), PropertyList{bytes});
+
+    EXPECT_TRUE(RegValue_t<bool>(key, L"known").Get());
+    EXPECT_FALSE(RegValue_t<bool>(key, L"long flag").IsKnown());
+    EXPECT_FALSE(RegValue_t<bool>(key, L"text as flag", true).IsKnown());
+    ConstRegValue_t<bool> flag(key, L"text as flag");
+    try {
+        flag.Refresh();
+        FAIL();
+    } catch (const RegError_t& exception) {
+        EXPECT_EQ(exception.Message(), L"text as flag");
+    }
+}
+
+TEST_F(RegistryTest, SwitchesThatAreNeitherOffNorOnGoBackToTheirDefault) {
+    StoreSettings({{"UseLocalTime", Bytes({7})},
+                   {"ShowDebug", Bytes({2})},
+                   {"ShowUsbDebug", Bytes({1})},
+                   {"UserTimeZoneId", {std::string("Z")}}});
+    Registry_t& registry = Registry();
+    EXPECT_TRUE(registry.UseLocalTime().Get());
+    EXPECT_FALSE(registry.ShowDebug().IsKnown());
+    EXPECT_TRUE(registry.ShowUsbDebug().Get());
+    EXPECT_FALSE(registry.UserUtcOffset().IsKnown());
+    EXPECT_EQ(registry.UserTimeZoneId().Get(), L"Z");
+    RunMainLoop(1);
+    EXPECT_EQ(writes, 1);
+    EXPECT_EQ(StoredSettings(),
+              (PropertyList::Dictionary{
+                  {"UseLocalTime", Bytes({1})}, {"ShowUsbDebug", Bytes({1})}, {"UserTimeZoneId", {std::string("Z")}}}));
+}
+
+TEST_F(RegistryTest, ATreeThatIsNoDictionaryStartsEmpty) {
+    Store("RegistryRoot", {std::string("x")});
+    EXPECT_FALSE(Registry().ShowDebug().IsKnown());
+    EXPECT_EQ(Utils::ValueCount(1, L"") + Utils::SubKeyCount(1, L""), 0);
+}
+
+}  // namespace
+}  // namespace win
