@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include "GLO/GLO_Exception.hpp"
+#include "libs/IOU/mac/IOU_InPipe.hpp"
+#include "libs/IOU/mac/IOU_Session.hpp"
+#include "tests/support/UsbWorld.hpp"
+
+namespace {
+
+using namespace support;
+
+constexpr std::uint8_t kInterrupt = ScriptedUsb::kInterruptIn;
+constexpr std::uint8_t kBulk = ScriptedUsb::kBulkIn;
+
+using Frames = std::vector<std::pair<int, std::size_t>>;  ///< id and size
+
+/// A started session on a scripted device.
+class Pipes : public ScriptedDevice, public testing::Test {
+  protected:
+    void announces() { usb.brings(kInterrupt, packet(0, 2, {1, 0, 0, 0})); }
+
+    /// Everything that comes out of the link until nothing has come for a second.
+    Frames frames() {
+        Frames got;
+        try {
+            for (;;) {
+                auto const frame = link.GetFrameWithTimeout(1000);
+                got.emplace_back(frame.Id(), frame.Size());
+            }
+        } catch (glo::Timeout_t const&) {
+            return got;
+        }
+    }
+
+    iou::UsbLink_t link{(startsSession(), openLink())};
+};
+
+TEST_F(Pipes, PacketGoesOnAsLongAsReadsComeBackFull) {
+    for (std::size_t const size : {20UL, 4095UL, 4096UL, 4097UL, 4116UL, 8192UL, 12288UL + 64UL}) {
+        usb.bringsPacket(kInterrupt, packet(20, 30, Bytes(size - 12, 7)));
+        EXPECT_EQ(frames(), (Frames{{30, size - 12}})) << size;
+    }
+}
+
+TEST_F(Pipes, BulkIsReadFromAnAnnouncementUntilItRunsDry) {
+    EXPECT_EQ(usb.readsPending(kBulk), 0U);
+    announces();
+    EXPECT_TRUE(frames().empty()) << "an announcement is for the transport alone";
+    EXPECT_EQ(usb.readsPending(kBulk), 1U);
+    usb.bringsPacket(kBulk, packet(20, 1));
+    usb.bringsPacket(kBulk, packet(20, 2, Bytes(5000, 0)));
+    EXPECT_EQ(frames().size(), 2U);
+    EXPECT_EQ(usb.readsPending(kBulk), 1U) << "goes on reading";
+    usb.brings(kBulk, {});
+    usb.brings(kInterrupt, {});
+    EXPECT_TRUE(frames().empty());
+    EXPECT_EQ(usb.readsPending(kBulk), 0U) << "an empty read ends the run";
+    EXPECT_EQ(usb.readsPending(kInterrupt), 1U) << "and means nothing on the interrupt pipe";
+}
+
+TEST_F(Pipes, AnnouncementBeforeTheLastRunHasEndedIsNotLost) {
+    announces();
+    usb.bringsPacket(kBulk, packet(20, 1));
+    announces();  // overtakes the empty transfer below
+    EXPECT_EQ(frames().size(), 1U);
+    EXPECT_EQ(usb.readsPending(kBulk), 2U);
+    usb.brings(kBulk, {});
+    usb.bringsPacket(kBulk, packet(20, 2));
+    EXPECT_EQ(frames(), (Frames{{2, 0}}));
+}
+
+TEST_F(Pipes, FloodOfAnnouncementsKeepsFewReadsUnderWayAndLosesNone) {
+    constexpr int cRuns = 100;
+    for (int i = 0; i < cRuns; ++i) announces();
+    EXPECT_TRUE(frames().empty());
+    EXPECT_EQ(usb.readsPending(kBulk), iou::InPipe_t::gcMaxReads);
+    for (int i = 0; i < cRuns; ++i) {
+        usb.bringsPacket(kBulk, packet(20, 1));
+        usb.brings(kBulk, {});
+    }
+    EXPECT_EQ(frames().size(), static_cast<std::size_t>(cRuns));
+    EXPECT_EQ(usb.readsPending(kBulk), 0U);
+    EXPECT_EQ(usb.scriptLeft(), 0U);
+}
+
+TEST_F(Pipes, WhatIsNoPacketIsDroppedAndTheNextOneTaken) {
+    announces();
+    for (auto const pipe : {kInterrupt, kBulk}) {
+        usb.brings(pipe, Bytes(11, 0));
+        usb.brings(pipe, packet(1, 10));
+        Bytes claimsFive = packet(20, 10, {1, 2, 3, 4});
+        claimsFive[8] = 5;
+        usb.brings(pipe, claimsFive);
+        usb.bringsPacket(pipe, Bytes(9000, 0xFF));
+        usb.brings(pipe, packet(20, 10, {1}));
+    }
+    usb.brings(kBulk, packet(0, 2));  // an announcement on the bulk pipe announces nothing
+    usb.brings(kBulk, packet(0, 9));  // a control packet that the session doesn't know comes out like any other
+    EXPECT_EQ(frames(), (Frames{{10, 1}, {10, 1}, {9, 0}}));
+}
+
+TEST_F(Pipes, PacketWithoutEndIsDroppedAtItsEndAndHoldsNoMemory) {
+    Bytes endless = packet(20, 10, Bytes(iou::InPipe_t::gcMaxPacket + 8192, 0));
+    usb.bringsPacket(kInterrupt, endless);
+    usb.bringsPacket(kInterrupt, packet(20, 11, Bytes(iou::InPipe_t::gcMaxPacket - 12, 0)));
+    EXPECT_EQ(frames(), (Frames{{11, iou::InPipe_t::gcMaxPacket - 12}}));
+}
+
+TEST_F(Pipes, TalkThatNobodyFetchesIsBounded) {
+    std::size_t const room = iou::Session_t::gcMaxQueuedBytes / (12 + 2000 + 64);
+    for (std::size_t i = 0; i < room + 100; ++i)
+        usb.brings(kInterrupt, packet(20, static_cast<std::uint16_t>(i), Bytes(2000)));
+    usb.endsWrite({.delay = milliseconds(10)});
+    link.SendFrameWithTimeout(iol::Frame_t(10, nullptr, 0), 3000);
+    auto const got = frames();
+    EXPECT_EQ(got.size(), room);
+    EXPECT_EQ(got.front().first, 0) << "the oldest are kept";
+    usb.brings(kInterrupt, packet(20, 5));
+    EXPECT_EQ(frames().size(), 1U) << "and there is room again";
+}
+
+TEST_F(Pipes, AbortedReadsAndWritesAreNoError) {
+    usb.brings(kInterrupt, {}, platform::kIOReturnAborted);
+    usb.brings(kInterrupt, packet(20, 10));
+    EXPECT_EQ(frames().size(), 1U);
+    usb.endsWrite({.result = platform::kIOReturnAborted});
+    EXPECT_NO_THROW(link.SendFrameWithTimeout(iol::Frame_t(10, nullptr, 0), 3000));
+}
+
+TEST_F(Pipes, ImpossibleByteCountIsOutOfRange) {
+    usb.bringsCount(kInterrupt, 0x100000000);
+    EXPECT_EQ(raisedAt<glo::OutOfRange_t>([&] { link.GetFrameWithTimeout(1000); }), "libs/IOU/mac/IOU_InPipe 161");
+    usb.endsWrite({.count = 0x100000000});
+    EXPECT_EQ(raisedAt<glo::OutOfRange_t>([&] { link.SendFrameWithTimeout(iol::Frame_t(10, nullptr, 0), 1000); }),
+              "libs/IOU/mac/IOU_OutPipe 153");
+}
+
+TEST_F(Pipes, OutPipeThatClaimsPacketsOfNoSizeStillWrites) {
+    ScriptedDevice other;
+    other.usb.pipes[2].maxPacketSize = 0;
+    other.startsSession();
+    auto second = other.openLink();
+    EXPECT_NO_THROW(second.SendFrameWithTimeout(iol::Frame_t(10, nullptr, 0), 1000));
+}
+
+}  // namespace

@@ -1,0 +1,223 @@
+#include <gtest/gtest.h>
+
+#include "GLO/GLO_Exception.hpp"
+#include "IOU/IOU_Exception.hpp"
+#include "libs/IOU/mac/IOU_Session.hpp"
+#include "tests/support/UsbWorld.hpp"
+
+namespace {
+
+using namespace support;
+using simulator::Fault;
+using simulator::FaultKind;
+
+constexpr char kSessionFile[] = "libs/IOU/mac/IOU_Session";
+constexpr win::Duration_t kLimit{3000};
+
+iol::Frame_t frameOf(std::uint16_t id, std::size_t size) {
+    return {id, std::vector<unsigned char>(size, 0x5A)};
+}
+
+TEST(Session, StartLearnsUnitIdAndPacketSizeAndLeavesNothingBehind) {
+    SimulatedDevice world;
+    {
+        auto link = world.openLink();
+        EXPECT_EQ(link.UnitId(), 3812345678U);
+        EXPECT_EQ(link.MaxPacketSize(), 4096U);
+        auto const traffic = world.received(0);
+        ASSERT_EQ(traffic.size(), 2U);
+        EXPECT_EQ(traffic[0], (simulator::UsbPacket{0, 5, {}}));
+        EXPECT_EQ(traffic[1], (simulator::UsbPacket{0, 16, {}}));
+        EXPECT_EQ(world.bus.openDevices(), 1U);
+    }
+    EXPECT_TRUE(world.isUntouched());
+    EXPECT_FALSE(world.loops.hasReadyBlocks());
+    EXPECT_FALSE(world.clock.nextDue());
+    EXPECT_TRUE(world.log().empty());
+}
+
+TEST(Session, StartIsAskedForEachHalfSecondUntilAnsweredOrTheTimeIsUp) {
+    struct {
+        unsigned unanswered;
+        long long milliseconds;
+        bool starts;
+    } const cases[] = {{0, 0, true}, {1, 500, true}, {5, 2500, true}, {6, 3000, false}, {100, 3000, false}};
+    for (auto const& c : cases) {
+        SimulatedDevice world;
+        if (c.unanswered > 0) world.addFault(Fault::onPacket(5, FaultKind::Ignore).onLayer(0).committed(c.unanswered));
+        std::string raised;
+        EXPECT_EQ(world.timed([&] { raised = raisedAt<glo::Timeout_t>([&] { world.openLink(); }); }), c.milliseconds);
+        EXPECT_EQ(raised, c.starts ? "" : std::string(kSessionFile) + " 116") << c.unanswered;
+        EXPECT_TRUE(world.isUntouched());
+    }
+}
+
+TEST(Session, OtherPacketsBeforeTheStartCostAnAttemptEach) {
+    ScriptedDevice world;
+    world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(20, 6, {9, 9, 9, 9}));  // not the session's layer
+    world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(0, 6, {9, 9, 9}));      // not four bytes
+    world.startsSession();
+    auto link = world.openLink();
+    EXPECT_EQ(link.UnitId(), 0x04030201U);
+    EXPECT_EQ(world.usb.writes().size(), 4U);  // three starts and the question for the size
+}
+
+TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
+    struct {
+        char const* what;
+        std::optional<Bytes> answer;
+        std::uint32_t size;
+        long long waited;
+    } const cases[] = {
+        {"as sent", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 0},
+        {"no answer", std::nullopt, 255, 3000},
+        {"header alone", ScriptedDevice::packet(0, 17, {12, 0, 0, 0}), 255, 0},
+        {"less than a header", ScriptedDevice::packet(0, 17, {4, 0, 0, 0}), 255, 0},
+        {"largest number", ScriptedDevice::packet(0, 17, {255, 255, 255, 255}), 4294967283, 0},
+        {"too short", ScriptedDevice::packet(0, 17, {12, 16}), 255, 0},
+        {"another packet", ScriptedDevice::packet(20, 17, {12, 16, 0, 0}), 255, 0},
+    };
+    for (auto const& c : cases) {
+        ScriptedDevice world;
+        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(0, 6, {1, 2, 3, 4}));
+        if (c.answer) world.usb.brings(ScriptedUsb::kInterruptIn, *c.answer);
+        EXPECT_EQ(world.timed([&] { EXPECT_EQ(world.openLink().MaxPacketSize(), c.size) << c.what; }), c.waited)
+            << c.what;
+    }
+}
+
+TEST(Session, AnswersAndWritesCountUpToTheLimitAndNotBeyond) {
+    struct {
+        long long delay;
+        bool inTime;
+    } const cases[] = {{2999, true}, {3000, true}, {3001, false}};
+    for (auto const& c : cases) {
+        ScriptedDevice world;
+        world.startsSession();
+        auto link = world.openLink();
+
+        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(20, 10), 0, milliseconds(c.delay));
+        std::string raised;
+        EXPECT_EQ(world.timed([&] {
+            raised = raisedAt<glo::Timeout_t>([&] { EXPECT_EQ(link.GetFrameWithTimeout(kLimit).Id(), 10); });
+        }),
+                  std::min(c.delay, 3000LL));
+        EXPECT_EQ(raised, c.inTime ? "" : std::string(kSessionFile) + " 258");
+        if (!c.inTime) {
+            EXPECT_EQ(link.GetFrameWithTimeout(kLimit).Id(), 10) << "the session stays usable";
+        }
+
+        world.usb.endsWrite({.delay = milliseconds(c.delay)});
+        raised = raisedAt<glo::Timeout_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); });
+        EXPECT_EQ(raised, c.inTime ? "" : std::string(kSessionFile) + " 230");
+    }
+}
+
+TEST(Session, WithoutALimitWaitsForAYear) {
+    ScriptedDevice world;
+    world.startsSession();
+    auto link = world.openLink();
+    EXPECT_NEAR(iou::ConvertDurationToAbsoluteTime(win::gcDurationInfinite),
+                world.clock.CFAbsoluteTimeGetCurrent() + 31536000, 1e-3);
+    world.usb.endsWrite({.delay = std::chrono::hours(1)});
+    EXPECT_EQ(world.timed([&] { link.SendFrameWithTimeout(frameOf(10, 2), win::gcDurationInfinite); }), 3600000);
+    world.usb.brings(ScriptedUsb::kBulkIn, {}, platform::kIOReturnIOError);  // nobody reads there
+    EXPECT_EQ(raisedAt<glo::Timeout_t>([&] { link.GetFrameWithTimeout(0); }), std::string(kSessionFile) + " 258");
+}
+
+TEST(Session, FramesOfEverySizeReachTheDeviceWhole) {
+    SimulatedDevice world;
+    auto link = world.openLink();
+    std::vector<std::size_t> const sizes = {0, 1, 51, 52, 53, 116, 4084, 4096};  // 52, 116, 4084 fill the last packet
+    for (auto const size : sizes) link.SendFrameWithTimeout(frameOf(2000, size), kLimit);
+    auto const packets = world.received(20);
+    ASSERT_EQ(packets.size(), sizes.size());
+    for (std::size_t i = 0; i < sizes.size(); ++i) EXPECT_EQ(packets[i].data, Bytes(sizes[i], 0x5A));
+}
+
+TEST(Session, WriteThatFillsItsLastPacketEndsWithTheEmptyOne) {
+    ScriptedDevice world;
+    world.startsSession();
+    auto link = world.openLink();
+    auto const before = world.usb.writes().size();
+    world.usb.endsWrite({});
+    world.usb.endsWrite({.delay = milliseconds(700)});
+    EXPECT_EQ(world.timed([&] { link.SendFrameWithTimeout(frameOf(10, 52), kLimit); }), 700);
+    ASSERT_EQ(world.usb.writes().size(), before + 2);
+    EXPECT_EQ(world.usb.writes()[before].size(), 64U);
+    EXPECT_TRUE(world.usb.writes()[before + 1].empty());
+}
+
+TEST(Session, ReportedErrorStaysWhateverHasBeenReceived) {
+    struct {
+        simulator::Pipe pipe;
+        std::string raised;
+    } const cases[] = {
+        {simulator::Pipe::InterruptIn, "libs/IOU/mac/IOU_InPipe 178"},
+        {simulator::Pipe::BulkIn, "libs/IOU/mac/IOU_InPipe 178"},
+        {simulator::Pipe::BulkOut, "libs/IOU/mac/IOU_OutPipe 126"},
+    };
+    for (auto const& c : cases) {
+        auto profile = simulator::Profile::instant();
+        profile.endsBulkRuns = false;  // so that the bulk pipe, once read, goes on being read
+        SimulatedDevice world(profile);
+        auto link = world.openLink();
+        world.device().send({20, 77, Bytes(200, 1)},
+                            world.clock.now());  // too long for the interrupt pipe: announced and sent on the bulk pipe
+        world.addFault(Fault::onPacket(10, FaultKind::Stall).withPipe(c.pipe));
+        auto const raised = raisedAt<iou::BadUsbDevice_t>([&] {
+            link.SendFrameWithTimeout(frameOf(10, 2), kLimit);  // halts the pipe
+            link.SendFrameWithTimeout(frameOf(10, 2), kLimit);
+            for (;;) link.GetFrameWithTimeout(kLimit);
+        });
+        EXPECT_EQ(raised, c.raised);
+        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.GetFrameWithTimeout(kLimit); }), c.raised);
+        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); }), c.raised);
+        EXPECT_EQ(world.timed([&] { raisedAt<glo::Exception_t>([&] { link.GetFrameWithTimeout(kLimit); }); }), 0);
+    }
+}
+
+TEST(Session, UnplugAtAnyMomentEndsWithAnErrorAndNothingOpen) {
+    // The device goes when the n-th packet of the host reaches it, or while its answer is awaited.
+    for (unsigned packet = 1; packet <= 3; ++packet) {
+        for (auto const delay : {milliseconds(0), milliseconds(100)}) {
+            SimulatedDevice world;
+            Fault gone;
+            gone.step.occurrence = packet;
+            gone.kind = FaultKind::Unplug;
+            world.addFault(gone.withDelay(delay));
+            gone.kind = FaultKind::Ignore;
+            world.addFault(gone);
+            auto const raised = raisedAt<iou::BadUsbDevice_t>([&] {
+                auto link = world.openLink();
+                link.SendFrameWithTimeout(frameOf(10, 2), kLimit);
+                link.GetFrameWithTimeout(kLimit);
+            });
+            EXPECT_TRUE(raised.starts_with("libs/IOU/mac/IOU_")) << packet << ", " << raised;
+            EXPECT_FALSE(world.bus.isAttached(0));
+            EXPECT_TRUE(world.isUntouched());
+        }
+    }
+}
+
+TEST(Session, RefusedWriteIsAnErrorAtOnce) {
+    SimulatedDevice world;
+    auto link = world.openLink();
+    world.addFault(Fault::onOperation(simulator::BusOperation::WritePipeAsync, platform::kIOReturnNoMemory));
+    EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); }),
+              "libs/IOU/mac/IOU_OutPipe 110");
+}
+
+TEST(Session, EndedWithTransfersUnderWayTakesThemBack) {
+    ScriptedDevice world;
+    world.startsSession();
+    {
+        auto link = world.openLink();
+        world.usb.endsWrite({.ends = false});
+        EXPECT_THROW(link.SendFrameWithTimeout(frameOf(10, 2), kLimit), glo::Timeout_t);
+        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(20, 10));  // completed, never delivered
+    }
+    EXPECT_TRUE(world.usb.isIdle());
+}
+
+}  // namespace

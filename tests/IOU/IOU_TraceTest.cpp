@@ -1,0 +1,78 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "GLO/GLO_Exception.hpp"
+#include "tests/support/UsbWorld.hpp"
+
+// A program of its own: the trace is switched on or off once in the life of a process.
+namespace {
+
+using namespace support;
+
+TEST(Trace, SwitchedOnTellsTheWholeSessionInOrder) {
+    std::string folder = testing::TempDir() + "iou_trace_XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    {
+        ScriptedDevice world;
+        ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.c_str(), 1), 0);
+        world.defaults.values["ShowUsbDebug"].value = true;
+        world.startsSession();
+        auto link = world.openLink();
+        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(1, 9));
+        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(20, 9, {0x41}));
+        link.GetFrameWithTimeout(1000);
+        link.SendFrameWithTimeout(iol::Frame_t(10, Bytes(52)), 1000);
+        EXPECT_THROW(link.GetFrameWithTimeout(1), glo::Timeout_t);
+    }
+    char const* const expected[] = {
+        "Constructing Session",
+        "Constructing Out Pipe.",
+        "Out Pipe Constructed.",
+        "Interrupt ReadPipeAsync IOResult: 0",
+        "Out WriteAsync Bytes: 12 IOResult: 0",
+        "Interrupt CompleteReadOfSize Bytes: 16 IOResult: 0",
+        "Interrupt ReadPipeAsync IOResult: 0",
+        "Out CompleteWriteAsyncOfSize Bytes: 12 IOReturn: 0",
+        "SendFrameWithTimeout complete. Layer: 0 Id: 5 Size: 0",
+        "Out WriteAsync Bytes: 12 IOResult: 0",
+        "Interrupt CompleteReadOfSize Bytes: 16 IOResult: 0",
+        "Interrupt ReadPipeAsync IOResult: 0",
+        "Out CompleteWriteAsyncOfSize Bytes: 12 IOReturn: 0",
+        "SendFrameWithTimeout complete. Layer: 0 Id: 16 Size: 0",
+        "Session constructed.",
+        "Interrupt CompleteReadOfSize Bytes: 12 IOResult: 0",
+        "Packet discarded!",
+        "Bad layer: 1",
+        "Bad packet:",
+        "0000: 01 00 00 00 09 00 00 00 00 00 00 00               ............",
+        "Interrupt ReadPipeAsync IOResult: 0",
+        "Interrupt CompleteReadOfSize Bytes: 13 IOResult: 0",
+        "Interrupt ReadPipeAsync IOResult: 0",
+        "GetFrameWithTimeout complete. Id: 9 Size: 1",
+        "Out WriteAsync Bytes: 64 IOResult: 0",
+        "Out CompleteWriteAsyncOfSize Bytes: 64 IOReturn: 0",
+        "Out WriteAsync Bytes: 0 IOResult: 0",
+        "Out CompleteWriteAsyncOfSize Bytes: 0 IOReturn: 0",
+        "SendFrameWithTimeout complete. Layer: 20 Id: 10 Size: 52",
+        "Session_t::GetFrameWithTimeout - Timed out waiting to receive frame",
+        "Out AbortPipe",
+        "Out Pipe Destructed.",
+        "Interrupt AbortPipe",
+        "Bulk AbortPipe",
+        "Session ended.",
+    };
+
+    std::ifstream file(folder + "/Trovik/IouUsbDebug.log");
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    constexpr std::size_t cBanner = 2;
+    ASSERT_EQ(lines.size(), cBanner + std::size(expected));
+    for (std::size_t i = 0; i < std::size(expected); ++i)
+        EXPECT_TRUE(lines[cBanner + i].ends_with(std::string(": ") + expected[i])) << lines[cBanner + i];
+    std::filesystem::remove_all(folder);
+}
+
+}  // namespace

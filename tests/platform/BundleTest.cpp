@@ -1,0 +1,87 @@
+#include "platform/linux/Bundle.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "tests/support/TemporaryFolder.hpp"
+
+namespace platform {
+namespace {
+
+using Languages = std::vector<std::string>;
+
+class BundleTest : public ::testing::Test {
+  protected:
+    support::TemporaryFolder folder;
+
+    void Table(const std::string& path, const PropertyList::Dictionary& entries) {
+        support::WriteFile(folder / path, formatPropertyList({entries}));
+    }
+};
+
+TEST_F(BundleTest, TextsComeInTheWantedLanguageThenInEnglishThenAsTheValueThenAsTheKey) {
+    Table("en.lproj/Localizable.strings", {{"a", {std::string("a-en")}}, {"b", {std::string("b-en")}}});
+    Table("en.lproj/Other.strings", {{"a", {std::string("other-en")}}});
+    Table("de.lproj/Localizable.strings", {{"a", {std::string("a-de")}}, {"b", {std::int64_t{7}}}});
+    Table("de_AT.lproj/Localizable.strings", {});
+    support::WriteFile(folder / "fr.lproj/Localizable.strings", "damaged");
+    const struct {
+        Languages languages;
+        const char *key, *value, *table, *text;
+    } cases[] = {
+        {{"de_AT", "de"}, "a", "", "", "a-de"},
+        {{"de"}, "b", "", "", "b-en"},  // a number is no text
+        {{"de"}, "a", "", "Other", "other-en"},
+        {{"fr"}, "a", "", "", "a-en"},
+        {{}, "a", "", "Localizable", "a-en"},
+        {{"xx"}, "a", "", "", "a-en"},
+        {{"en", "de"}, "a", "", "", "a-en"},
+        {{"de"}, "c", "value", "", "value"},
+        {{"de"}, "c", "", "", "c"},
+        {{"de"}, "a", "", "Nowhere", "a"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Bundle(folder.path(), c.languages).localizedStringForKey(c.key, c.value, c.table), c.text)
+            << c.key << ' ' << c.table;
+    }
+}
+
+TEST_F(BundleTest, LanguagesFollowTheEnvironment) {
+    const struct {
+        const char *lcAll, *lcMessages, *lang, *language;
+        Languages expected;
+    } cases[] = {
+        {"", "", "de_AT.UTF-8@euro", "", {"de_AT", "de"}},
+        {"", "fr_FR", "de_DE", "", {"fr_FR", "fr"}},
+        {"es_ES", "fr_FR", "de_DE", "", {"es_ES", "es"}},
+        {"", "", "de_DE", "pt_BR:fr", {"pt_BR", "pt", "fr", "de_DE", "de"}},
+        {"C.UTF-8", "", "de_DE", "fr", {}},
+        {"", "", "", "", {}},
+        {"", "", "POSIX", "", {}},
+        {"", "", "../../etc", "", {}},
+    };
+    for (const auto& c : cases) {
+        setenv("LC_ALL", c.lcAll, 1);
+        setenv("LC_MESSAGES", c.lcMessages, 1);
+        setenv("LANG", c.lang, 1);
+        setenv("LANGUAGE", c.language, 1);
+        EXPECT_EQ(Bundle::userLanguages(), c.expected) << c.lcAll << c.lcMessages << c.lang << c.language;
+    }
+}
+
+TEST_F(BundleTest, InformationAndResourcesAreThoseOfTheFolder) {
+    Table("Info.plist", {{"CFBundleIdentifier", {std::string("org.example.App")}}, {"n", {std::int64_t{3}}}});
+    support::WriteFile(folder / "Scripts/ErrorReport.scpt", "x");
+    support::WriteFile(folder / "de.lproj/page.html", "x");
+    const Bundle bundle(folder.path(), {"de"});
+    EXPECT_EQ(bundle.bundleIdentifier(), "org.example.App");
+    EXPECT_EQ(bundle.infoDictionary().at("n"), PropertyList{std::int64_t{3}});
+    EXPECT_EQ(bundle.pathForResource("ErrorReport", "scpt", "Scripts"), folder / "Scripts/ErrorReport.scpt");
+    EXPECT_EQ(bundle.pathForResource("page", "html", ""), folder / "de.lproj/page.html");
+    EXPECT_FALSE(bundle.pathForResource("ErrorReport", "txt", "Scripts"));
+    EXPECT_EQ(Bundle(folder / "nowhere", {}).bundleIdentifier(), "");
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,81 @@
+#include "platform/linux/TerminateExceptionHandler.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <stdexcept>
+#include <thread>
+
+namespace platform {
+namespace {
+
+struct OddException {};
+
+/// Prints what it is told of; the process ends, so that standard error is all that is left.
+class Printing final : public NSExceptionHandlerDelegate {
+  public:
+    bool exceptionHandlerShouldLogException(const NSException& exception, std::uint32_t mask) override {
+        std::fprintf(stderr, "name %s reason '%s' mask %u frames %s\n", exception.name.c_str(),
+                     exception.reason.c_str(), mask, exception.callStackSymbols.size() > 1 ? "some" : "none");
+        if (throws) throw 1;
+        return true;
+    }
+    bool exceptionHandlerShouldHandleException(const NSException&, std::uint32_t) override {
+        std::fputs("asked twice\n", stderr);
+        return true;
+    }
+    bool throws = false;
+};
+
+/// Raises where nobody catches: gtest would on the test's own thread.
+template <typename E>
+void RaiseUncaught(const E& exception) {
+    std::thread([&] { throw exception; }).join();
+}
+
+class TerminateExceptionHandlerDeathTest : public ::testing::Test {
+  protected:
+    TerminateExceptionHandlerDeathTest() {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        handler.setDelegate(&delegate);
+        handler.setExceptionHandlingMask(255);
+    }
+    TerminateExceptionHandler handler;
+    Printing delegate;
+};
+
+TEST_F(TerminateExceptionHandlerDeathTest, UncaughtExceptionIsReportedBeforeTheProcessAborts) {
+    EXPECT_EXIT(RaiseUncaught(std::out_of_range("too far")), ::testing::KilledBySignal(SIGABRT),
+                "name std::out_of_range reason 'too far' mask 255 frames some\nasked twice\n");
+    EXPECT_EXIT(RaiseUncaught(OddException()), ::testing::KilledBySignal(SIGABRT), "OddException reason '' mask 255");
+}
+
+TEST_F(TerminateExceptionHandlerDeathTest, DelegateThatThrowsDoesNotHideTheEnd) {
+    delegate.throws = true;
+    EXPECT_EXIT(RaiseUncaught(std::runtime_error("x")), ::testing::KilledBySignal(SIGABRT), "name std::runtime_error");
+}
+
+TEST_F(TerminateExceptionHandlerDeathTest, WithoutMaskOrDelegateNobodyIsAsked) {
+    handler.setExceptionHandlingMask(0);
+    EXPECT_EXIT(RaiseUncaught(std::runtime_error("x")), ::testing::KilledBySignal(SIGABRT),
+                ::testing::Not(::testing::HasSubstr("name std")));
+    handler.setExceptionHandlingMask(255);
+    handler.setDelegate(nullptr);
+    EXPECT_EXIT(RaiseUncaught(std::runtime_error("x")), ::testing::KilledBySignal(SIGABRT),
+                ::testing::Not(::testing::HasSubstr("name std")));
+}
+
+TEST(TerminateExceptionHandlerTest, CallStackNamesItsCallersAndTheOldHandlerComesBack) {
+    const auto before = std::get_terminate();
+    {
+        TerminateExceptionHandler handler;
+        EXPECT_NE(std::get_terminate(), before);
+        EXPECT_GT(handler.callStackSymbols().size(), 2U);
+    }
+    EXPECT_EQ(std::get_terminate(), before);
+}
+
+}  // namespace
+}  // namespace platform

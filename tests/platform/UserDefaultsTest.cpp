@@ -1,0 +1,235 @@
+#include "platform/linux/UserDefaults.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "platform/Platform.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+
+namespace platform {
+namespace {
+
+using Dictionary = PropertyList::Dictionary;
+
+constexpr const char* kDomain = "org.example.App";
+const std::string kBig(100'000, 'x');  // takes more than one page of the file
+
+std::vector<std::string> gLog;
+
+class UserDefaultsTest : public ::testing::Test {
+  protected:
+    support::TemporaryFolder home;
+    const std::string folder = home / "a/Trovik";
+    const std::string file = folder + "/org.example.App.plist";
+    UserDefaults defaults{kDomain, folder};
+
+    UserDefaultsTest() { gLog.clear(); }
+
+    std::ptrdiff_t FilesInFolder() const {
+        return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
+    }
+
+    /// What another run of the program finds.
+    Dictionary Stored() const { return UserDefaults(kDomain, folder).persistentDomainForName(kDomain); }
+
+    template <typename Body>
+    static pid_t Child(Body body) {
+        const pid_t child = fork();
+        if (child == 0) _exit(body() ? 0 : 1);
+        return child;
+    }
+
+    const PlatformScope scope{[] {
+        Platform platform;
+        platform.log = [](const std::string& line) { gLog.push_back(line); };
+        return platform;
+    }()};
+};
+
+TEST_F(UserDefaultsTest, ValuesAreReadByTheNextRunAndByTheirType) {
+    const struct {
+        PropertyList value;
+        bool truth;
+        std::int64_t number;
+    } cases[] = {{{std::string("\xC3\xA4")}, false, 0},
+                 {{std::string("yEs")}, true, 0},
+                 {{std::string(" 12 x")}, false, 12},
+                 {{true}, true, 1},
+                 {{std::int64_t{7}}, true, 7},
+                 {{std::int64_t{0}}, false, 0},
+                 {{2.9}, true, 2},
+                 {{1e300}, true, INT64_MAX},
+                 {{PropertyList::Data{1}}, false, 0}};
+    Dictionary all;
+    for (const auto& c : cases) all[std::to_string(all.size())] = c.value;
+    ASSERT_TRUE(defaults.setPersistentDomain(all, kDomain));
+    const UserDefaults next(kDomain, folder);
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        EXPECT_EQ(next.objectForKey(std::to_string(i)), cases[i].value);
+        EXPECT_EQ(next.boolForKey(std::to_string(i)), cases[i].truth) << i;
+        EXPECT_EQ(next.integerForKey(std::to_string(i)), cases[i].number) << i;
+    }
+    EXPECT_FALSE(next.objectForKey("missing") || next.boolForKey("missing") || next.integerForKey("missing"));
+    EXPECT_EQ(FilesInFolder(), 1);
+}
+
+TEST_F(UserDefaultsTest, TheFolderIsThatOfTheUsersConfiguration) {
+    setenv("XDG_CONFIG_HOME", home.path().c_str(), 1);
+    ASSERT_TRUE(UserDefaults(kDomain).setPersistentDomain({{"a", {true}}}, kDomain));
+    EXPECT_TRUE(std::filesystem::exists(home / "Trovik/org.example.App.plist"));
+    for (const char* domain : {"", "../App", "/App"}) EXPECT_FALSE(defaults.setPersistentDomain({}, domain)) << domain;
+}
+
+TEST_F(UserDefaultsTest, WhatAnotherProcessWroteMeanwhileIsKept) {
+    const auto text = [](const char* value) { return PropertyList{std::string(value)}; };
+    ASSERT_TRUE(defaults.setPersistentDomain(
+        {{"mine", text("1")}, {"theirs", text("1")}, {"both", text("1")}, {"dropped", text("1")}}, kDomain));
+    Dictionary mine = defaults.persistentDomainForName(kDomain);
+    UserDefaults other(kDomain, folder);
+    ASSERT_TRUE(other.setPersistentDomain(
+        {{"mine", text("1")}, {"theirs", text("2")}, {"both", text("2")}, {"dropped", text("1")}, {"new", text("2")}},
+        kDomain));
+    mine["mine"] = text("3");
+    mine["both"] = text("3");
+    mine.erase("dropped");
+    for (int round = 0; round < 2; ++round) {  // again, without reading in between
+        ASSERT_TRUE(defaults.setPersistentDomain(mine, kDomain));
+        EXPECT_EQ(Stored(),
+                  (Dictionary{{"mine", text("3")}, {"theirs", text("2")}, {"both", text("3")}, {"new", text("2")}}));
+    }
+    ASSERT_TRUE(UserDefaults(kDomain, folder).setPersistentDomain({}, kDomain)) << "never read: replaced whole";
+    EXPECT_EQ(Stored(), Dictionary{});
+}
+
+TEST_F(UserDefaultsTest, AFileThatIsNoPropertyListIsSetAsideOnceAndNeverLost) {
+    for (const char* damage : {"first damage", "<plist><array/></plist>", ""}) {
+        support::WriteFile(file, damage);
+        EXPECT_FALSE(defaults.boolForKey("a"));
+        EXPECT_FALSE(defaults.boolForKey("a"));
+    }
+    support::WriteFile(file, "met while writing");
+    EXPECT_TRUE(defaults.setPersistentDomain({{"a", {true}}}, kDomain));
+    EXPECT_TRUE(defaults.boolForKey("a"));
+    EXPECT_EQ(gLog.size(), 4u);
+    EXPECT_EQ(support::ReadFile(file + ".damaged-1"), "first damage");
+    EXPECT_EQ(support::ReadFile(file + ".damaged-4"), "met while writing");
+    EXPECT_EQ(FilesInFolder(), 5);
+}
+
+TEST_F(UserDefaultsTest, WhatCantBeReadOrWrittenStaysAsItIs) {
+    std::filesystem::create_directories(file);  // a folder in its place: readable by nobody, root included
+    EXPECT_FALSE(defaults.boolForKey("a"));
+    EXPECT_FALSE(defaults.setPersistentDomain({{"a", {true}}}, kDomain));
+    EXPECT_TRUE(std::filesystem::is_directory(file));
+    EXPECT_EQ(FilesInFolder(), 1);
+    support::WriteFile(home / "plain", "");
+    EXPECT_FALSE(UserDefaults(kDomain, home / "plain/Trovik").setPersistentDomain({{"a", {true}}}, kDomain));
+    // What could not be read back is not written either.
+    EXPECT_FALSE(defaults.setPersistentDomain({{"a", {std::string(17u << 20, 'x')}}}, "org.example.Large"));
+    EXPECT_EQ(FilesInFolder(), 1);
+}
+
+TEST_F(UserDefaultsTest, ASymbolicLinkStaysOneAndThePermissionsStay) {
+    support::WriteFile(home / "kept/settings", formatPropertyList({Dictionary{{"a", {false}}}}));
+    std::filesystem::permissions(home / "kept/settings", std::filesystem::perms(0640));
+    std::filesystem::create_directories(folder);
+    std::filesystem::create_symlink(home / "kept/settings", file);
+    ASSERT_TRUE(defaults.setPersistentDomain({{"a", {true}}}, kDomain));
+    EXPECT_TRUE(std::filesystem::is_symlink(file));
+    EXPECT_EQ(std::filesystem::status(home / "kept/settings").permissions(), std::filesystem::perms(0640));
+    EXPECT_TRUE(defaults.boolForKey("a"));
+}
+
+TEST_F(UserDefaultsTest, AFullDiskLeavesTheOldFile) {
+    ASSERT_TRUE(defaults.setPersistentDomain({{"a", {std::string("old")}}}, kDomain));
+    const std::string before = support::ReadFile(file);
+    rlimit unlimited{};
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    const auto onSignal = std::signal(SIGXFSZ, SIG_IGN);
+    for (const rlim_t size : {0u, 1u, 4096u, 50'000u}) {
+        rlimit limit = unlimited;
+        limit.rlim_cur = size;
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const bool isWritten = defaults.setPersistentDomain({{"a", {kBig}}}, kDomain);
+        setrlimit(RLIMIT_FSIZE, &unlimited);
+        EXPECT_FALSE(isWritten) << size;
+        EXPECT_EQ(support::ReadFile(file), before) << size;
+    }
+    std::signal(SIGXFSZ, onSignal);
+    EXPECT_EQ(FilesInFolder(), 1) << "a part of a file was left behind";
+    EXPECT_TRUE(defaults.setPersistentDomain({{"a", {kBig}}}, kDomain));
+}
+
+// The child is stopped at the beginning and at the end of each system call of one save in turn, and killed there.
+TEST_F(UserDefaultsTest, AKillAtAnySystemCallOfASaveLeavesTheOldOrTheNewFileWhole) {
+    const Dictionary contents[] = {{{"a", {kBig}}}, {{"a", {kBig + "new"}}}};
+    int killedBefore = 0, killedAfter = 0;
+    for (int stops = 0;; ++stops) {
+        ASSERT_LT(stops, 100'000);
+        ASSERT_TRUE(defaults.setPersistentDomain(contents[0], kDomain));
+        const pid_t child = Child([&] {
+            ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+            raise(SIGSTOP);
+            return defaults.setPersistentDomain(contents[1], kDomain);
+        });
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFSTOPPED(status)) << "this system doesn't let a process trace its child";
+        for (int i = 0; i < stops && WIFSTOPPED(status); ++i) {
+            ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+            waitpid(child, &status, 0);
+        }
+        const bool hasEnded = !WIFSTOPPED(status);
+        if (!hasEnded) {
+            kill(child, SIGKILL);
+            waitpid(child, &status, 0);
+        }
+        const Dictionary stored = Stored();
+        ASSERT_TRUE(stored == contents[0] || stored == contents[1]) << "after " << stops << " stops";
+        if (hasEnded) {
+            EXPECT_TRUE(WIFEXITED(status));
+            EXPECT_EQ(stored, contents[1]);
+            break;
+        }
+        (stored == contents[0] ? killedBefore : killedAfter) += 1;
+    }
+    EXPECT_GT(killedBefore, 10);
+    EXPECT_GT(killedAfter, 2);
+    EXPECT_TRUE(gLog.empty());
+    ASSERT_TRUE(defaults.setPersistentDomain({}, kDomain));
+    EXPECT_EQ(FilesInFolder(), 1) << "the next save takes over what a killed one left";
+}
+
+TEST_F(UserDefaultsTest, TwoProcessesThatWriteAllTheTimeLoseNothing) {
+    constexpr std::int64_t kRounds = 60;
+    ASSERT_TRUE(defaults.setPersistentDomain({}, kDomain));
+    pid_t children[2];
+    for (int i = 0; i < 2; ++i) {
+        children[i] = Child([&] {
+            UserDefaults own(kDomain, folder);
+            for (std::int64_t round = 1; round <= kRounds; ++round) {
+                Dictionary domain = own.persistentDomainForName(kDomain);
+                domain[i == 0 ? "first" : "second"] = {round};
+                domain["big"] = {kBig};
+                if (!own.setPersistentDomain(domain, kDomain)) return false;
+            }
+            return true;
+        });
+    }
+    for (const pid_t child : children) {
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    EXPECT_EQ(defaults.integerForKey("first"), kRounds);
+    EXPECT_EQ(defaults.integerForKey("second"), kRounds);
+    EXPECT_EQ(FilesInFolder(), 1) << "a file was torn and set aside, or a temporary file left";
+}
+
+}  // namespace
+}  // namespace platform

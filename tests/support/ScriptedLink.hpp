@@ -1,0 +1,103 @@
+#pragma once
+
+#include "tests/support/ManualClock.hpp"
+
+#include "GLO/GLO_Exception.hpp"
+#include "IOL/IOL_Frame.hpp"
+#include "IOL/IOL_Link.hpp"
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace support {
+
+using Bytes = std::vector<unsigned char>;
+
+/// One frame as the other side saw it, comparable and printable by the test framework.
+struct WireFrame {
+    unsigned short id = 0;
+    Bytes payload;
+    bool operator==(WireFrame const&) const = default;
+};
+
+/// Where a call raises the given exception, as "<file> <line>"; other exceptions pass.
+template <typename Error>
+std::string SiteOf(std::function<void()> const& call) {
+    try {
+        call();
+    } catch (Error const& error) {
+        return error.File() + " " + std::to_string(error.Line());
+    }
+    return "nowhere";
+}
+
+/// A link whose other side follows a script on a simulated clock: frames arrive in order, each a given time after the
+/// wait before it ended. Everything that the host does is recorded.
+class ScriptedLink : public iol::Link_t {
+  public:
+    explicit ScriptedLink(ManualClock& clock) : mClock(clock) {}
+
+    static constexpr char kSource[] = "tests/support/ScriptedLink";
+
+    /// Adds an arrival.
+    /// @param delay  milliseconds after the receive before; a receive that may not wait so long times out and the frame
+    ///               stays due for what remains
+    ScriptedLink& Arrives(unsigned short id, Bytes payload = {}, std::uint64_t delay = 0) {
+        mScript.push_back({delay, iol::Frame_t(id, std::move(payload)), {}});
+        return *this;
+    }
+
+    /// Adds a failure of the transport, thrown by the receive that reaches it.
+    ScriptedLink& Fails(std::function<void()> raise) {
+        mScript.push_back({0, std::nullopt, std::move(raise)});
+        return *this;
+    }
+
+    iol::Frame_t GetFrameWithTimeout(win::Duration_t timeout) override {
+        receiveTimeouts.push_back(timeout);
+        const bool infinite = timeout == win::gcDurationInfinite;
+        const auto limit = static_cast<std::uint64_t>(timeout);
+        if (mScript.empty() || (!infinite && mScript.front().delay > limit)) {
+            if (infinite) throw std::logic_error("an endless wait for a frame that never comes");
+            if (!mScript.empty()) mScript.front().delay -= limit;
+            mClock.Advance(limit);
+            throw glo::Timeout_t(kSource, 1);
+        }
+        Step step = std::move(mScript.front());
+        mScript.pop_front();
+        mClock.Advance(step.delay);
+        if (step.raise) step.raise();
+        return *step.frame;
+    }
+
+    void SendFrameWithTimeout(iol::Frame_t const& frame, win::Duration_t timeout) override {
+        sent.push_back({frame.Id(), frame.Bytes()});
+        sendTimeouts.push_back(timeout);
+    }
+
+    unsigned int MaxPacketSize() const override { return 255; }
+
+    /// Frames that nobody has asked for yet.
+    std::size_t Pending() const { return mScript.size(); }
+
+    std::vector<WireFrame> sent;
+    std::vector<win::Duration_t> sendTimeouts;
+    std::vector<win::Duration_t> receiveTimeouts;
+
+  private:
+    struct Step {
+        std::uint64_t delay;
+        std::optional<iol::Frame_t> frame;
+        std::function<void()> raise;
+    };
+
+    ManualClock& mClock;
+    std::deque<Step> mScript;
+};
+
+}  // namespace support

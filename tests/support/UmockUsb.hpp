@@ -1,0 +1,135 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "simulator/Device.hpp"
+#include "simulator/RealTimeDrive.hpp"
+
+typedef struct _UMockdevTestbed UMockdevTestbed;
+typedef struct _UMockdevIoctlBase UMockdevIoctlBase;
+typedef struct _UMockdevIoctlClient UMockdevIoctlClient;
+typedef struct _UMockdevIoctlData UMockdevIoctlData;
+
+namespace support {
+
+/// Simulated devices behind umockdev's sysfs, uevents and usbfs: what real libusb and libudev see is a kernel. One
+/// port a device. An attach gets the next device number, as on a real bus, and so a node of its own.
+///
+/// Make it before any other thread runs and destroy it after they have ended; one at a time in a process. The program
+/// must be linked with umockdev's preload library first (the CMake target does that); without it the constructor ends
+/// the process. A monitor that nobody reads ends it too, at the twelfth event.
+///
+/// The devices' own work is done on a thread of this object; requests from libusb come in on umockdev's. Both lock.
+class UmockUsb final : public simulator::TimedWork {
+  public:
+    /// What lies behind a device's node, and so what poll and epoll see there.
+    enum class Node {
+        Queue,     ///< a message queue: writable while there is something to reap
+        Terminal,  ///< a pseudo-terminal: the same, and hung up when the device goes, as usbfs does it
+    };
+
+    explicit UmockUsb(Node node = Node::Queue);
+    ~UmockUsb() override;
+    UmockUsb(const UmockUsb&) = delete;
+    UmockUsb& operator=(const UmockUsb&) = delete;
+
+    /// Adds a device on a new port, its cable not yet in. Returns the port's number, 0 for the first.
+    std::size_t addDevice(simulator::Profile profile = {},
+                          simulator::SettingsStore store = simulator::SettingsStore::wellUsed());
+
+    /// Puts the cable in or pulls it out and waits until the uevent is on its way.
+    void plug(std::size_t port = 0) { plug(std::vector<std::size_t>{port}); }
+    void plug(const std::vector<std::size_t>& ports);
+    void unplug(std::size_t port = 0);
+
+    /// Has udev announce a device a second time.
+    void announceAgain(std::size_t port = 0);
+
+    bool isAttached(std::size_t port = 0) const;
+    std::string registryPath(std::size_t port = 0) const;
+
+    /// When the device last began to appear, by the steady clock.
+    simulator::Time attachBegan(std::size_t port = 0) const;
+
+    /// Looks at or changes the device under the lock.
+    void withDevice(std::size_t port, const std::function<void(simulator::Device&, simulator::Time)>& action);
+
+    /// Gives the interface a kernel driver, or another program ("usbfs") that holds it. Empty for none.
+    void setDriver(std::string name, std::size_t port = 0);
+    std::string driver(std::size_t port = 0) const;
+
+    /// What the kernel was asked for, by all programs together.
+    struct Requests {
+        long submitted = 0;   ///< transfers
+        long reaped = 0;      ///< of them, given back
+        long discarded = 0;   ///< cancellations
+        long emptyReaps = 0;  ///< asked for a transfer when there was none
+        long other = 0;
+    };
+    Requests requests() const;
+
+    /// Transfers and open files that have not been given back.
+    std::size_t pendingTransfers() const;
+    std::size_t openFiles() const;
+
+    /// Waits until every open file is closed, which umockdev tells late; false after ten seconds.
+    bool waitUntilClosed();
+
+    // TimedWork, for the drive.
+    std::optional<simulator::Time> nextDue() override;
+    void run(simulator::Time now) override;
+
+  private:
+    struct Urb;
+    struct Port;
+    struct File;
+    class Backing;
+    struct Reply;
+
+    static int HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self);
+    static int HandleRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self);
+    static void ClientConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self);
+    void closed(void* client);
+    void ioctl(UMockdevIoctlClient* client);
+    void configure(Port& port, Reply& reply);
+    void connectDriver(UMockdevIoctlData* argument, Port& port, Reply& reply);
+    void submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument, Port& port, Reply& reply);
+    void discard(UMockdevIoctlData* argument, File& file, Reply& reply);
+    void reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument, File& file, Reply& reply);
+
+    void pump(Port& port);
+    bool pumpOut(Port& port, Urb& urb);
+    bool pumpIn(Port& port, Urb& urb);
+    static void finish(Port& port, Urb urb, int status);
+    void attach(std::size_t number, simulator::Time now);
+    void detach(std::size_t number, simulator::Time now);
+    simulator::Time now() { return mDrive.now(); }
+
+    const Node mNode;
+    UMockdevTestbed* mTestbed;
+    UMockdevIoctlBase* mHandler;
+    std::string mRoot;
+    std::set<std::string> mServedNodes;  // drive thread
+
+    mutable std::mutex mMutex;  // everything below
+    std::condition_variable mChanged;
+    std::vector<std::unique_ptr<Port>> mPorts;
+    std::map<void*, File> mFiles;
+    int mDeviceNumber = 1;
+    Requests mRequests;
+
+    simulator::RealTimeDrive mDrive;
+};
+
+}  // namespace support

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <stdlib.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "GLO/GLO_Exception.hpp"
+#include "IOU/IOU_UsbLink.hpp"
+#include "THR/THR_CancelRequested.hpp"
+#include "tests/support/ScriptedUsb.hpp"
+#include "tests/support/SimulatedWorld.hpp"
+
+namespace support {
+
+using simulator::Bytes;
+using std::chrono::milliseconds;
+
+/// A world from whose registry a USB link can be opened.
+class UsbWorld : public simulator::SimulatedWorld {
+  public:
+    explicit UsbWorld(simulator::Profile profile = {}) : SimulatedWorld(std::move(profile)) {
+        setenv("XDG_CACHE_HOME", "/nonexistent", 1);  // traces, where nobody switches them on, get no folder
+    }
+
+    iou::UsbLink_t open(std::string const& registryPath) {
+        return {mCancel, registryPath, iou::UsbLink_t::PacketCheckingModeDefault, iol::gcDefaultTimeout};
+    }
+
+    /// Milliseconds that an action took on the simulated clock.
+    template <typename Action>
+    long long timed(Action action) {
+        auto const start = clock.now();
+        action();
+        return std::chrono::duration_cast<milliseconds>(clock.now() - start).count();
+    }
+
+  private:
+    thr::CancelRequestedFunctor_t mCancel;
+};
+
+/// The simulated device, plugged in, on a bus that keeps USB's rules.
+class SimulatedDevice : public UsbWorld {
+  public:
+    explicit SimulatedDevice(simulator::Profile profile = simulator::Profile::instant())
+        : UsbWorld(std::move(profile)) {
+        plug();
+    }
+
+    /// The packets of one layer that reached the device.
+    std::vector<simulator::UsbPacket> received(std::uint8_t layer) {
+        std::vector<simulator::UsbPacket> packets;
+        for (auto const& bytes : device().record().received()) {
+            std::string reason;
+            auto packet = simulator::decodePacket(bytes, reason);
+            if (packet && packet->layer == layer) packets.push_back(std::move(*packet));
+        }
+        return packets;
+    }
+    bool isUntouched() const { return bus.openDevices() == 0 && bus.pendingTransfers() == 0; }
+    iou::UsbLink_t openLink() { return open(path()); }
+};
+
+/// A device that does whatever the test says.
+class ScriptedDevice : public UsbWorld {
+  public:
+    ScriptedDevice() {
+        platform::Platform setup;
+        setup.clock = &clock;
+        setup.runLoops = &loops;
+        setup.masterPort = &usb;
+        setup.standardUserDefaults = &defaults;
+        setup.log = [](std::string const&) {};
+        mScope.emplace(setup);
+    }
+
+    /// Answers the start of a session as a device does.
+    void startsSession() {
+        usb.brings(ScriptedUsb::kInterruptIn, packet(0, 6, {1, 2, 3, 4}));
+        usb.brings(ScriptedUsb::kInterruptIn, packet(0, 17, {12, 16, 0, 0}));
+    }
+    static Bytes packet(std::uint8_t layer, std::uint16_t id, Bytes data = {}) {
+        return simulator::encodePacket({layer, id, std::move(data)});
+    }
+    iou::UsbLink_t openLink() { return open(usb.path); }
+
+    ScriptedUsb usb{clock};
+
+  private:
+    std::optional<platform::PlatformScope> mScope;
+};
+
+/// "file line" of the exception of type E that the action ends with, "other, file line" of one of the library's that is
+/// no E, and empty when it ends without one.
+template <typename E, typename Action>
+std::string raisedAt(Action action) {
+    try {
+        action();
+    } catch (glo::Exception_t const& exception) {
+        std::exception const& any = exception;  // E may be the root itself
+        return (dynamic_cast<E const*>(&any) ? "" : "other, ") + exception.File() + " " +
+               std::to_string(exception.Line());
+    }
+    return {};
+}
+
+}  // namespace support
