@@ -1,0 +1,36 @@
+#include "app/Util/Logging/DDAbstractLogger.hpp"
+
+#include <utility>
+
+#include "app/Util/Logging/DDLogFormatter.hpp"
+#include "app/Util/Logging/impl/DDLogCore.hpp"
+
+DDAbstractLogger::DDAbstractLogger(std::string name)
+    : mName(std::move(name)), mLoggerQueue(std::make_shared<platform::SerialQueue>(mName)) {}
+
+DDAbstractLogger::~DDAbstractLogger() = default;
+
+void DDAbstractLogger::performOnLoggerQueue(const std::function<void()>& block) const {
+    if (isOnInternalLoggerQueue()) return block();
+    const auto onLoggerQueue = [&] { mLoggerQueue->dispatch_sync(block); };
+    if (isOnGlobalLoggingQueue()) return onLoggerQueue();
+    DDLogCore::shared().loggingQueue().dispatch_sync(onLoggerQueue);
+}
+
+std::shared_ptr<DDLogFormatter> DDAbstractLogger::logFormatter() const {
+    std::shared_ptr<DDLogFormatter> result;
+    performOnLoggerQueue([&] { result = mFormatter; });
+    return result;
+}
+
+void DDAbstractLogger::setLogFormatter(std::shared_ptr<DDLogFormatter> formatter) {
+    performOnLoggerQueue([&] { mFormatter.swap(formatter); });
+}
+
+bool DDAbstractLogger::isOnGlobalLoggingQueue() const {
+    return DDLogCore::shared().loggingQueue().isCurrent();
+}
+
+bool DDAbstractLogger::isOnInternalLoggerQueue() const {
+    return mLoggerQueue->isCurrent();
+}

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+
+#include "platform/SerialQueue.hpp"
+
+class DDLogFormatter;
+struct DDLogMessage;
+
+/// Base of every logger. Shared by the logging core, which calls it on the logger's own serial queue, and whoever made
+/// it. A derived class whose queue still works for it when it ends must put an end to that in its destructor.
+class DDAbstractLogger {
+  public:
+    /// @param name  also the label of the logger's queue; may be empty
+    explicit DDAbstractLogger(std::string name = {});
+    virtual ~DDAbstractLogger();
+    DDAbstractLogger(const DDAbstractLogger&) = delete;
+    DDAbstractLogger& operator=(const DDAbstractLogger&) = delete;
+
+    /// @name Called by the core on the logger's queue. A logger must not log, nor wait for another logger to.
+    /// @{
+    virtual void logMessage(const DDLogMessage&) {}
+    virtual void didAddLogger() {}
+    virtual void willRemoveLogger() {}
+    virtual void flush() {}  ///< hands everything to the system before it returns
+    /// @}
+
+    /// The queue that the core uses; null has the core make one.
+    virtual std::shared_ptr<platform::DispatchQueue> loggerQueue() const { return mLoggerQueue; }
+    virtual std::string loggerName() const { return mName; }
+
+    /// The formatter never changes while a message is being written: both go through the logging queue and the logger's
+    /// queue. Block. Any thread.
+    std::shared_ptr<DDLogFormatter> logFormatter() const;
+    void setLogFormatter(std::shared_ptr<DDLogFormatter> formatter);
+
+    bool isOnGlobalLoggingQueue() const;
+    bool isOnInternalLoggerQueue() const;
+
+  protected:
+    /// Runs the block on the logger's queue once the messages logged before this call are delivered; directly when on
+    /// that queue already. Blocks.
+    void performOnLoggerQueue(const std::function<void()>& block) const;
+    platform::SerialQueue& internalQueue() const { return *mLoggerQueue; }
+    DDLogFormatter* formatter() const { return mFormatter.get(); }  ///< on the logger's queue
+
+  private:
+    std::string mName;
+    std::shared_ptr<DDLogFormatter> mFormatter;  ///< on the logger's queue
+    std::shared_ptr<platform::SerialQueue> mLoggerQueue;
+};
+
+/// What a logger may also be: one that takes several messages in one call. Where every logger of a delivery can, the
+/// core hands over what waits in batches, which saves a system call per message.
+class DDBatchLogger {
+  public:
+    virtual ~DDBatchLogger() = default;
+
+    /// The same as logMessage: for each in turn, and everything is written when it returns.
+    virtual void logMessages(std::span<const DDLogMessage* const> messages) = 0;
+};

@@ -1,0 +1,252 @@
+#include "app/Util/Logging/DDFileLogger.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "app/Util/Logging/DDLogFileDefaults.hpp"
+#include "app/Util/Logging/DDLogFormatter.hpp"
+#include "app/Util/Logging/DDLogMessage.hpp"
+#include "app/Util/Logging/impl/DDLocalTime.hpp"
+#include "app/Util/Logging/impl/DDLogCore.hpp"
+#include "platform/DispatchSource.hpp"
+#include "platform/Platform.hpp"
+
+namespace {
+
+constexpr unsigned kReportedExceptions = 10;
+constexpr std::size_t kKeptCapacity = 128 * 1024;
+
+}  // namespace
+
+DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager)
+    : DDAbstractLogger("cocoa.modogriomu.fileLogger"),
+      mLogFileManager(logFileManager ? std::move(logFileManager) : std::make_shared<DDLogFileManagerDefault>()) {}
+
+DDFileLogger::~DDFileLogger() {
+    // The timer and the watch may be about to deliver; once they are cancelled on the queue they no longer can.
+    const auto end = [this] { closeLogFile(); };
+    if (isOnInternalLoggerQueue()) {
+        end();
+    } else {
+        internalQueue().dispatch_sync(end);
+    }
+}
+
+std::uint64_t DDFileLogger::maximumFileSize() const {
+    std::uint64_t result = 0;
+    performOnLoggerQueue([&] { result = mMaximumFileSize; });
+    return result;
+}
+
+void DDFileLogger::setMaximumFileSize(std::uint64_t bytes) {
+    performOnLoggerQueue([&] {
+        mMaximumFileSize = bytes;
+        maybeRollLogFileDueToSize();
+    });
+}
+
+double DDFileLogger::rollingFrequency() const {
+    double result = 0;
+    performOnLoggerQueue([&] { result = mRollingFrequency; });
+    return result;
+}
+
+void DDFileLogger::setRollingFrequency(double seconds) {
+    performOnLoggerQueue([&] {
+        mRollingFrequency = seconds;
+        maybeRollLogFileDueToAge();
+    });
+}
+
+void DDFileLogger::rollLogFileWithCompletionBlock(std::function<void()> completion) {
+    performOnLoggerQueue([&] { rollLogFileNow(); });
+    if (completion) platform::dispatch_get_main_queue().dispatch_async(std::move(completion));
+}
+
+void DDFileLogger::willRemoveLogger() {
+    rollLogFileNow();
+}
+
+bool DDFileLogger::reusable(const DDLogFileInfo& info) const {
+    if (info.isArchived()) return false;
+    if (mMaximumFileSize != 0 && info.fileSize() >= mMaximumFileSize) return false;
+    return mRollingFrequency <= 0 || platform::wallClock().now() < rollDate(info);
+}
+
+/// When the file reaches the rolling frequency. A frequency of whole days ends with a day of the calendar: with a fixed
+/// count of seconds the file of a 25-hour day would be rolled an hour before its day is over, and the new file of the
+/// same name would take all of its place.
+DDLogFileInfo::Date DDFileLogger::rollDate(const DDLogFileInfo& info) const {
+    return DDLocalTime::adding(info.creationDate(), mRollingFrequency);
+}
+
+const DDLogFileInfo& DDFileLogger::currentLogFileInfo() {
+    if (mCurrentLogFileInfo) return *mCurrentLogFileInfo;
+    std::vector<DDLogFileInfo> sorted = mLogFileManager->sortedLogFileInfos();
+    if (!sorted.empty()) {
+        DDLogFileInfo& newest = sorted.front();
+        if (reusable(newest)) return mCurrentLogFileInfo.emplace(std::move(newest));
+        newest.setIsArchived(true);
+        mLogFileManager->didArchiveLogFile(newest.filePath());
+    }
+    return mCurrentLogFileInfo.emplace(mLogFileManager->createNewLogFile());
+}
+
+int DDFileLogger::currentLogFileHandle() {
+    if (mCurrentLogFileHandle >= 0) return mCurrentLogFileHandle;
+    const DDLogFileInfo& info = currentLogFileInfo();
+    // Where the new file could not be made, an old one of its name may still be there.
+    errno = EEXIST;
+    const int handle = info.isArchived() ? -1 : ::open(info.filePath().c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    struct stat status {};
+    if (handle < 0 || ::fstat(handle, &status) != 0) {
+        const int error = errno;
+        if (handle >= 0) ::close(handle);
+        mCurrentLogFileInfo.reset();  // the next line looks for a file afresh
+        throw std::system_error(error, std::generic_category(), "open");
+    }
+    mCurrentLogFileHandle = handle;
+    mOffset = static_cast<std::uint64_t>(status.st_size);
+    scheduleTimerToRollLogFileDueToAge();
+    mCurrentLogFileVnode = platform::dispatch_source_vnode(handle, internalQueue(), [this] { rollLogFileNow(); });
+    return handle;
+}
+
+void DDFileLogger::scheduleTimerToRollLogFileDueToAge() {
+    mRollingTimer.reset();
+    if (!mCurrentLogFileInfo || mRollingFrequency <= 0) return;
+    mRollingTimer = platform::dispatch_source_timer(rollDate(*mCurrentLogFileInfo), internalQueue(),
+                                                    [this] { maybeRollLogFileDueToAge(); });
+}
+
+void DDFileLogger::maybeRollLogFileDueToAge() {
+    if (mCurrentLogFileInfo && mRollingFrequency > 0 && platform::wallClock().now() >= rollDate(*mCurrentLogFileInfo))
+        rollLogFileNow();
+    scheduleTimerToRollLogFileDueToAge();
+}
+
+void DDFileLogger::maybeRollLogFileDueToSize() {
+    if (mCurrentLogFileHandle >= 0 && mMaximumFileSize != 0 && mOffset >= mMaximumFileSize) rollLogFileNow();
+}
+
+void DDFileLogger::rollLogFileNow() {
+    if (mCurrentLogFileHandle < 0) return;
+    closeLogFile();
+    const std::string path = mCurrentLogFileInfo->filePath();
+    mCurrentLogFileInfo->setIsArchived(true);
+    mCurrentLogFileInfo.reset();
+    mLogFileManager->didRollAndArchiveLogFile(path);
+}
+
+void DDFileLogger::closeLogFile() {
+    mRollingTimer.reset();
+    mCurrentLogFileVnode.reset();  // before its descriptor goes
+    if (mCurrentLogFileHandle < 0) return;
+    ::fsync(mCurrentLogFileHandle);
+    ::close(std::exchange(mCurrentLogFileHandle, -1));
+}
+
+void DDFileLogger::logMessage(const DDLogMessage& message) {
+    const DDLogMessage* const one = &message;
+    logMessages({&one, 1});
+}
+
+void DDFileLogger::logMessages(std::span<const DDLogMessage* const> messages) {
+    for (const DDLogMessage* message : messages) {
+        try {
+            if (!appendLine(*message)) continue;
+            // The offset decides where the file ends, so it must be known before a line is counted on to fit.
+            currentLogFileHandle();
+            if (mMaximumFileSize != 0 && mOffset + mPending.size() >= mMaximumFileSize) writePending();
+        } catch (const std::exception& error) {
+            // Only this line: a file that can't be opened leaves nothing else pending.
+            mPending.clear();
+            mLineEnds.clear();
+            countException(error.what());
+        }
+    }
+    writePending();
+    if (mPending.capacity() > kKeptCapacity) mPending.shrink_to_fit();
+}
+
+/// Puts the message's line behind the pending ones.
+/// @return false for a message that is not to be written
+bool DDFileLogger::appendLine(const DDLogMessage& message) {
+    const std::size_t start = mPending.size();
+    try {
+        if (!formatter()) {
+            mPending.append(message.logMsg);
+        } else if (!formatter()->formatLogMessage(message, mPending)) {
+            mPending.resize(start);
+            return false;
+        }
+        if (mPending.size() == start || mPending.back() != '\n') mPending.push_back('\n');
+        mLineEnds.push_back(mPending.size());
+        return true;
+    } catch (const std::exception& error) {
+        mPending.resize(start);
+        countException(error.what());
+        return false;
+    }
+}
+
+/// @return how many bytes got into the file
+std::size_t DDFileLogger::writeBytes(const char* bytes, std::size_t size, int& error) {
+    std::size_t written = 0;
+    while (written < size) {
+        const ssize_t count = ::write(mCurrentLogFileHandle, bytes + written, size - written);
+        if (count > 0) {
+            written += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            error = count == 0 ? EIO : errno;
+            break;
+        }
+    }
+    return written;
+}
+
+/// Takes the beginning of a line that did not fit off the file's end again.
+void DDFileLogger::cutOff(std::size_t bytes) {
+    struct stat status {};
+    if (bytes == 0 || ::fstat(mCurrentLogFileHandle, &status) != 0) return;
+    if (::ftruncate(mCurrentLogFileHandle, status.st_size - static_cast<off_t>(bytes)) != 0) mOffset += bytes;
+}
+
+/// Writes the pending lines and rolls if that has filled the file. A line that fails is lost; those after it are tried.
+void DDFileLogger::writePending() noexcept {
+    std::size_t start = 0;
+    auto line = mLineEnds.begin();
+    while (line != mLineEnds.end()) {
+        int error = 0;
+        const std::size_t written = writeBytes(mPending.data() + start, mPending.size() - start, error);
+        const auto failed = std::upper_bound(line, mLineEnds.end(), start + written);
+        const std::size_t whole = failed == line ? start : *(failed - 1);  // the end of the last line that got through
+        mOffset += whole - start;
+        if (failed == mLineEnds.end()) break;
+        cutOff(start + written - whole);
+        countException(std::system_category().message(error).c_str());
+        start = *failed;
+        line = failed + 1;
+    }
+    mPending.clear();
+    mLineEnds.clear();
+    try {
+        maybeRollLogFileDueToSize();
+    } catch (const std::exception& error) {
+        countException(error.what());
+    }
+}
+
+void DDFileLogger::countException(const char* what) noexcept {
+    if (++mExceptionCount > kReportedExceptions) return;
+    platform::NSLog("DDFileLogger.logMessage: %s", what);
+    if (mExceptionCount == kReportedExceptions)
+        platform::NSLog("DDFileLogger.logMessage: Too many exceptions -- will not log any more of them.");
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "app/Util/Logging/DDLogFileManager.hpp"
+#include "app/Util/Logging/DDLogFormatter.hpp"
+#include "app/Util/Logging/impl/DDLocalTime.hpp"
+
+/// The manager of a file logger that was given none: "log-<yyyyMMdd-HHmmss-SSS>.txt" in a folder, at most 5 files. The
+/// tool has its own.
+class DDLogFileManagerDefault : public DDLogFileManager {
+  public:
+    /// @param logsDirectory  made if need be; empty takes "Logs" below the user's folder for what can be made again
+    explicit DDLogFileManagerDefault(std::string logsDirectory = {});
+
+    std::string logsDirectory() const override { return mLogsDirectory; }
+    bool isLogFile(const std::string& fileName) const override;
+    std::vector<std::string> unsortedLogFilePaths() const override;
+    std::vector<std::string> unsortedLogFileNames() const override;
+    std::vector<DDLogFileInfo> unsortedLogFileInfos() const override;
+    std::vector<std::string> sortedLogFilePaths() const override;
+    std::vector<std::string> sortedLogFileNames() const override;
+    std::vector<DDLogFileInfo> sortedLogFileInfos() const override;
+    std::string createNewLogFile() override;
+
+  private:
+    std::string mLogsDirectory;
+};
+
+/// "2026/11/15 18:25:03:120  Device rebooted"
+class DDLogFileFormatterDefault final : public DDLogFormatter {
+  public:
+    bool formatLogMessage(const DDLogMessage& message, std::string& text) override;
+
+  private:
+    DDLocalTime::Cache mTime;
+};

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "app/Util/Logging/DDLogFileInfo.hpp"
+
+/// Names, lists, makes and removes the log files of one file logger. Called on the logger's queue only; settings are
+/// made before the logger is added. Sorted means the newest first. No failure is reported: a file or folder that is
+/// not there simply yields nothing.
+class DDLogFileManager {
+  public:
+    virtual ~DDLogFileManager() = default;
+
+    virtual std::string logsDirectory() const = 0;
+    virtual bool isLogFile(const std::string& fileName) const = 0;
+    virtual std::vector<std::string> unsortedLogFilePaths() const = 0;
+    virtual std::vector<std::string> unsortedLogFileNames() const = 0;
+    virtual std::vector<DDLogFileInfo> unsortedLogFileInfos() const = 0;
+    virtual std::vector<std::string> sortedLogFilePaths() const = 0;
+    virtual std::vector<std::string> sortedLogFileNames() const = 0;
+    virtual std::vector<DDLogFileInfo> sortedLogFileInfos() const = 0;
+
+    /// Makes an empty file, removes what is too old by that, and answers the new file's path even when it could not be
+    /// made.
+    virtual std::string createNewLogFile() = 0;
+
+    unsigned maximumNumberOfLogFiles() const { return mMaximumNumberOfLogFiles; }  ///< 0 keeps all
+    void setMaximumNumberOfLogFiles(unsigned maximum) { mMaximumNumberOfLogFiles = maximum; }
+
+    /// @name Notifications; a manager may ignore them
+    /// @{
+    virtual void didArchiveLogFile(const std::string&) {}
+    virtual void didRollAndArchiveLogFile(const std::string&) {}
+    /// @}
+
+  protected:
+    /// Puts an empty file with that creation date into the place of whatever has the name.
+    static void replaceWithEmptyFile(const std::string& path, DDLogFileInfo::Date creationDate);
+
+    /// Removes the files after the first `maximumNumberOfLogFiles` of the list.
+    void removeFilesBeyondMaximum(const std::vector<std::string>& sortedPaths) const;
+
+  private:
+    unsigned mMaximumNumberOfLogFiles = 0;
+};

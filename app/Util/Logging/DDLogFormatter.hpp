@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+struct DDLogMessage;
+
+/// Turns a message into the text that a logger writes. Called on the logger's queue only, so it may keep state.
+class DDLogFormatter {
+  public:
+    virtual ~DDLogFormatter() = default;
+
+    /// Appends the text, without a line end; what stands in the string already is left alone.
+    /// @return false for a message that is not to be written
+    virtual bool formatLogMessage(const DDLogMessage& message, std::string& text) = 0;
+};

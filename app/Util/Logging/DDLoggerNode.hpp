@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "app/Util/Logging/DDAbstractLogger.hpp"
+
+/// One registered logger. Belongs to the logging queue.
+struct DDLoggerNode {
+    std::shared_ptr<DDAbstractLogger> logger;
+    std::shared_ptr<platform::DispatchQueue> loggerQueue;
+    std::uint32_t logLevel = 0;
+    DDBatchLogger* batchLogger = nullptr;  ///< the logger's other face, where it has one
+};

@@ -1,0 +1,183 @@
+#include "app/Util/Logging/DDTTYLogger.hpp"
+
+#include <errno.h>  // program_invocation_short_name too
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <new>
+#include <utility>
+
+#include "app/Util/Logging/DDLogFormatter.hpp"
+#include "app/Util/Logging/DDLogMessage.hpp"
+
+namespace {
+
+constexpr std::size_t kInitialProfiles = 8;
+
+unsigned printed(double component) {
+    return static_cast<unsigned>(component * 255.0);
+}
+
+}  // namespace
+
+DDTTYLoggerColorProfile::DDTTYLoggerColorProfile(const DDTTYPalette& palette, std::optional<DDTTYColor> foreground,
+                                                 std::optional<DDTTYColor> background, std::uint32_t flags,
+                                                 std::int32_t ofContext)
+    : mask(flags), context(ofContext), fg(foreground.value_or(DDTTYColor())), bg(background.value_or(DDTTYColor())) {
+    if (foreground) fgCode = palette.foregroundCode(fg);
+    if (background) bgCode = palette.backgroundCode(bg);
+    if (foreground || background) resetCode = palette.resetCode();
+}
+
+std::string DDTTYLoggerColorProfile::description() const {
+    char text[256];
+    const int length = std::snprintf(
+        text, sizeof text, "<DDTTYLoggerColorProfile: %p mask:%i ctxt:%i fg:%u,%u,%u bg:%u,%u,%u fgCode:%s bgCode:%s>",
+        static_cast<const void*>(this), static_cast<int>(mask), context, printed(fg.red), printed(fg.green),
+        printed(fg.blue), printed(bg.red), printed(bg.green), printed(bg.blue), fgCode.c_str(), bgCode.c_str());
+    return std::string(text, static_cast<std::size_t>(std::clamp<int>(length, 0, sizeof text - 1)));
+}
+
+std::shared_ptr<DDTTYLogger> DDTTYLogger::sharedInstance() {
+    // Never destroyed: it is still written to while static objects are.
+    static auto& instance =
+        *new std::shared_ptr<DDTTYLogger>(new DDTTYLogger(STDERR_FILENO, DDTTYPalette::fromEnvironment()));
+    return instance;
+}
+
+DDTTYLogger::DDTTYLogger(int descriptor, DDTTYPalette palette)
+    : DDAbstractLogger("cocoa.modogriomu.ttyLogger"),
+      mDescriptor(descriptor),
+      mPalette(std::move(palette)),
+      mAppNameAndProcess(std::string(" ") + program_invocation_short_name + "[" + std::to_string(::getpid()) + ":") {
+    mColorProfilesArray.reserve(kInitialProfiles);
+}
+
+bool DDTTYLogger::colorsEnabled() const {
+    bool result = false;
+    performOnLoggerQueue([&] { result = mColorsEnabled; });
+    return result;
+}
+
+void DDTTYLogger::setColorsEnabled(bool enabled) {
+    performOnLoggerQueue([&] { mColorsEnabled = enabled; });
+}
+
+void DDTTYLogger::setForegroundColor(std::optional<DDTTYColor> foreground, std::optional<DDTTYColor> background,
+                                     std::uint32_t mask, std::int32_t context) {
+    performOnLoggerQueue([&] {
+        DDTTYLoggerColorProfile profile(mPalette, foreground, background, mask, context);
+        for (DDTTYLoggerColorProfile& old : mColorProfilesArray)
+            if (old.mask == mask && old.context == context) return std::swap(old, profile);
+        mColorProfilesArray.push_back(std::move(profile));
+    });
+}
+
+void DDTTYLogger::setForegroundColorForTag(std::optional<DDTTYColor> foreground, std::optional<DDTTYColor> background,
+                                           const void* tag) {
+    performOnLoggerQueue([&] {
+        mColorProfilesDict.insert_or_assign(tag, DDTTYLoggerColorProfile(mPalette, foreground, background, 0, 0));
+    });
+}
+
+void DDTTYLogger::clearColors(std::uint32_t mask, std::int32_t context) {
+    performOnLoggerQueue([&] {
+        std::erase_if(mColorProfilesArray, [&](const auto& old) { return old.mask == mask && old.context == context; });
+    });
+}
+
+void DDTTYLogger::clearColorsForTag(const void* tag) {
+    performOnLoggerQueue([&] { mColorProfilesDict.erase(tag); });
+}
+
+void DDTTYLogger::clearAllColors() {
+    performOnLoggerQueue([&] {
+        mColorProfilesArray.clear();
+        mColorProfilesDict.clear();
+    });
+}
+
+const DDTTYLoggerColorProfile* DDTTYLogger::profileFor(const DDLogMessage& message) const {
+    if (!mColorsEnabled) return nullptr;
+    if (message.tag) {
+        const auto found = mColorProfilesDict.find(message.tag);
+        if (found != mColorProfilesDict.end()) return &found->second;
+    }
+    for (const DDTTYLoggerColorProfile& profile : mColorProfilesArray)
+        if ((profile.mask & message.logFlag) && profile.context == message.logContext) return &profile;
+    return nullptr;
+}
+
+void DDTTYLogger::logMessage(const DDLogMessage& message) {
+    const DDLogMessage* const one = &message;
+    logMessages({&one, 1});
+}
+
+void DDTTYLogger::logMessages(std::span<const DDLogMessage* const> messages) {
+    for (const DDLogMessage* message : messages) {
+        const std::size_t start = mPending.size();
+        try {
+            appendLine(*message);
+        } catch (const std::bad_alloc&) {
+            mPending.resize(start);  // a message that there is no memory for is dropped
+            continue;
+        }
+        if (start > 0 && mPending.size() > PIPE_BUF) {
+            write(mPending.data(), start);
+            mPending.erase(0, start);
+        }
+    }
+    write(mPending.data(), mPending.size());
+    mPending.clear();
+    if (mPending.capacity() > 4 * PIPE_BUF) mPending.shrink_to_fit();
+}
+
+void DDTTYLogger::appendLine(const DDLogMessage& message) {
+    mFormatted.clear();
+    if (formatter() && !formatter()->formatLogMessage(message, mFormatted)) return;
+    const DDTTYLoggerColorProfile* profile = profileFor(message);
+    if (profile) mPending.append(profile->fgCode).append(profile->bgCode);
+    const bool ownForm = formatter() && mFormatted != message.logMsg;
+    if (ownForm) {
+        mPending.append(mFormatted);
+    } else {
+        appendBuiltInForm(message);
+    }
+    const std::string& text = ownForm ? mFormatted : message.logMsg;
+    if (text.empty() || text.back() != '\n') mPending.push_back('\n');
+    if (profile) mPending.append(profile->resetCode);
+}
+
+void DDTTYLogger::appendBuiltInForm(const DDLogMessage& message) {
+    if (mTime.update(message.timestamp)) {
+        char date[64];
+        mTimeText.assign(date, std::strftime(date, sizeof date, "%Y-%m-%d %H:%M:%S:", &mTime.fields));
+    }
+    const int milliseconds = mTime.milliseconds;
+    const char digits[] = {static_cast<char>('0' + milliseconds / 100), static_cast<char>('0' + milliseconds / 10 % 10),
+                           static_cast<char>('0' + milliseconds % 10)};
+    char thread[16];
+    char* const end = std::to_chars(thread, thread + sizeof thread, message.machThreadID, 16).ptr;
+    mPending.append(mTimeText).append(digits, sizeof digits).append(mAppNameAndProcess).append(thread, end);
+    mPending.append("] ").append(message.logMsg);
+}
+
+void DDTTYLogger::write(const char* bytes, std::size_t size) const {
+    while (size > 0) {
+        const ssize_t count = ::write(mDescriptor, bytes, size);
+        if (count > 0) {
+            bytes += count;
+            size -= static_cast<std::size_t>(count);
+        } else if (count < 0 && errno == EAGAIN) {
+            // Whoever shares the terminal with us has made it non-blocking.
+            pollfd ready{mDescriptor, POLLOUT, 0};
+            ::poll(&ready, 1, -1);
+        } else if (count == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// The tool's log level and log folder. Class operations; any thread.
+class TrovikLogs {
+  public:
+    TrovikLogs() = delete;
+
+    /// Takes the log level from the user's setting "logLevel", where there is one.
+    static void initLogLevel();
+
+    /// The log folder: "Trovik/ResetTool" below the user's application-support folder. Found, and made if need be, once
+    /// per process; a failure to make it is ignored.
+    static const std::string& logsDirectory();
+
+    /// Paths of the log files in the order of the folder; empty when it can't be read.
+    static std::vector<std::string> unsortedLogsWithPrefix(const std::string& prefix);
+
+    /// The same, the newest day first.
+    static std::vector<std::string> sortedLogsWithPrefix(const std::string& prefix);
+
+    /// True when the name begins with the prefix, its extension is "txt" and no folder, but a file, has it in the log
+    /// folder. An empty prefix has no log files.
+    static bool isLogFile(const std::string& fileName, const std::string& prefix);
+};

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "app/Util/Logging/DDLoggerNode.hpp"
+#include "app/Util/Logging/impl/DDLogQueue.hpp"
+
+/// The state behind DDLog: the logging queue, the registered loggers, and the delivery to them. The process has one
+/// (`shared`), made at first use and never destroyed, since static objects log while they are being destroyed; its
+/// thread ends with the process. A test may own another, whose end delivers everything and lets go of the loggers.
+class DDLogCore final : private DDLogQueue::Sink {
+  public:
+    /// The process's core. Its first use registers the exit handler, and has a closed output or a file-size limit
+    /// answer with an error instead of ending the process.
+    static DDLogCore& shared();
+
+    /// @param numProcessors  with 2 or more the loggers of one delivery work at the same time
+    explicit DDLogCore(unsigned numProcessors);
+    ~DDLogCore() override;
+    DDLogCore(const DDLogCore&) = delete;
+    DDLogCore& operator=(const DDLogCore&) = delete;
+
+    DDLogQueue& loggingQueue() { return mLoggingQueue; }
+    void queueLogMessage(const DDLogDraft& draft, bool asynchronously) { mLoggingQueue.post(draft, asynchronously); }
+
+    /// Any thread. Blocks until all is flushed, except from within a delivery, after which it then happens.
+    void flushLog();
+
+    /// @name On the logging queue
+    /// @{
+    void lt_addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level);
+    void lt_removeLogger(const DDAbstractLogger* logger);
+    void lt_removeAllLoggers();
+    void lt_flush();
+    /// @}
+
+  private:
+    std::size_t batchLimit() const override;
+    void deliver(std::span<const DDLogMessage* const> messages) override;
+    void deliverToNode(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages);
+    void farewell(const DDLoggerNode& node);
+
+    const unsigned mNumProcessors;
+    std::vector<DDLoggerNode> mLoggers;           ///< on the logging queue
+    bool mOnlyBatchLoggers = true;                ///< on the logging queue
+    std::vector<const DDLogMessage*> mAdmitted;   ///< of one node's delivery; on the logging queue
+    std::vector<const DDLoggerNode*> mReceivers;  ///< of one delivery; on the logging queue
+    DDLogQueue mLoggingQueue;                     ///< last: its end still delivers to the loggers
+};

@@ -1,0 +1,246 @@
+#include "app/Util/Logging/DDFileLogger.hpp"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <semaphore>
+
+#include "app/Util/Logging/DDLogFileDefaults.hpp"
+#include "app/Util/Logging/VundLogFileManager.hpp"
+#include "platform/Dispatch.hpp"
+#include "platform/FileAttributes.hpp"
+#include "tests/app/Logging/LoggingSupport.hpp"
+
+namespace {
+
+/// Keeps the files apart by their moment, so that a roll never replaces one, and tells of each roll.
+class TellingManager final : public DDLogFileManagerDefault {
+  public:
+    using DDLogFileManagerDefault::DDLogFileManagerDefault;
+    void didArchiveLogFile(const std::string& path) override { archived.push_back(path); }
+    void didRollAndArchiveLogFile(const std::string& path) override {
+        rolled.push_back(path);
+        rolls.release();
+    }
+    std::vector<std::string> archived, rolled;
+    std::counting_semaphore<> rolls{0};
+};
+
+/// A file system without attributes.
+class NoFileAttributes final : public platform::FileAttributes {
+  public:
+    int setxattr(const std::string&, const std::string&, const std::string&) override { return ENOTSUP; }
+    int getxattr(const std::string&, const std::string&, std::string&) override { return ENOTSUP; }
+    int removexattr(const std::string&, const std::string&) override { return ENOTSUP; }
+    std::optional<std::chrono::system_clock::time_point> birthTime(const std::string&) override { return {}; }
+};
+
+/// All file logger tests run with the system's attributes and without any.
+class FileLogger : public testing::TestWithParam<bool> {
+  protected:
+    FileLogger() {
+        platform::Platform services;
+        services.log = SystemLogLines::write;
+        if (GetParam()) services.fileAttributes = &mNone;
+        mScope.emplace(services);
+        SystemLogLines::take();
+        manager->setMaximumNumberOfLogFiles(0);
+        logger.emplace(manager);
+    }
+
+    void log(const std::string& text) { deliver(*logger, text); }
+    void logBatch(const std::vector<std::string>& texts) {
+        std::vector<DDLogMessage> messages;
+        std::vector<const DDLogMessage*> pointers;
+        for (const auto& text : texts) messages.push_back(messageWithText(text));
+        for (const auto& message : messages) pointers.push_back(&message);
+        logger->loggerQueue()->dispatch_sync([&] { logger->logMessages(pointers); });
+    }
+    /// The logger goes first: it would take the end of its file for a reason to mark whatever has the name by then.
+    void startAfresh() {
+        logger.reset();
+        for (const auto& path : manager->sortedLogFilePaths()) std::filesystem::remove(path);
+    }
+    /// Text of all files, the oldest first.
+    std::vector<std::string> files() const {
+        std::vector<std::string> texts;
+        for (const auto& path : manager->sortedLogFilePaths()) texts.insert(texts.begin(), support::ReadFile(path));
+        return texts;
+    }
+    std::string newest() const { return manager->sortedLogFilePaths().at(0); }
+
+    NoFileAttributes mNone;
+    std::optional<platform::PlatformScope> mScope;
+    support::TemporaryFolder folder;
+    std::shared_ptr<TellingManager> manager = std::make_shared<TellingManager>(folder.path().string());
+    std::optional<DDFileLogger> logger;
+};
+
+using Texts = std::vector<std::string>;
+
+TEST_P(FileLogger, RollsAfterTheLineThatReachesTheMaximumAloneOrInABatch) {
+    // Ten bytes a line. The maximum is reached exactly, passed, and just not reached.
+    const std::vector<std::pair<std::uint64_t, std::size_t>> linesPerFile = {
+        {30, 3}, {29, 3}, {31, 4}, {1, 1}, {0, 12}};
+    for (const auto& [maximum, lines] : linesPerFile) {
+        for (const bool batch : {false, true}) {
+            startAfresh();
+            logger.emplace(manager);
+            logger->setMaximumFileSize(maximum);
+            Texts texts(12, "123456789"), expected;
+            texts[5] += "\n";  // has its line end already
+            for (std::size_t i = 0; i < texts.size(); ++i) {
+                if (i % lines == 0) expected.emplace_back();
+                expected.back() += "123456789\n";
+            }
+            if (batch) {
+                logBatch(texts);
+            } else {
+                for (const auto& text : texts) log(text);
+            }
+            EXPECT_EQ(files(), expected) << maximum << (batch ? " batched" : "");
+        }
+    }
+}
+
+TEST_P(FileLogger, NewestFileIsReusedOnlyBelowSizeAndAgeAndUnarchived) {
+    struct Case {
+        const char* name;
+        std::uint64_t maximumFileSize;
+        double rollingFrequency;
+        bool archived, reused;
+    };
+    for (const Case& tested : {Case{"below all", 11, 86400, false, true}, Case{"as large", 10, 86400, false, false},
+                               Case{"as old", 11, 3600, false, false}, Case{"younger", 11, 3700, false, true},
+                               Case{"archived", 11, 86400, true, false}, Case{"no limits", 0, 0, false, true},
+                               Case{"no limits, archived", 0, -1, true, false}}) {
+        startAfresh();
+        manager->archived.clear();
+        DDLogFileInfo earlier(manager->createNewLogFile());
+        support::WriteFile(earlier.filePath(), "123456789\n");
+        ASSERT_TRUE(earlier.setCreationDate(platform::wallClock().now() - std::chrono::seconds(3601)));
+        EXPECT_NEAR(earlier.age(), 3601, 60);
+        earlier.setIsArchived(tested.archived);
+        logger.emplace(manager);
+        logger->setMaximumFileSize(tested.maximumFileSize);
+        logger->setRollingFrequency(tested.rollingFrequency);
+        log("next");
+        EXPECT_EQ(support::ReadFile(earlier.filePath()), tested.reused ? "123456789\nnext\n" : "123456789\n")
+            << tested.name;
+        EXPECT_EQ(manager->archived, tested.reused ? Texts{} : Texts{earlier.filePath()}) << tested.name;
+        EXPECT_TRUE(earlier.isArchived() || tested.reused) << tested.name;
+        EXPECT_EQ(files().back(), tested.reused ? "123456789\nnext\n" : "next\n") << tested.name;
+    }
+}
+
+TEST_P(FileLogger, FileDeletedOrMovedAwayIsNotWrittenToAnyMore) {
+    for (const bool rename : {false, true}) {
+        log("lost with the file");
+        const std::string path = newest();
+        if (rename) {
+            std::filesystem::rename(path, folder / "elsewhere");
+        } else {
+            std::filesystem::remove(path);
+        }
+        manager->rolls.acquire();
+        EXPECT_EQ(manager->rolled.back(), path);
+        log("kept");
+        EXPECT_EQ(files().back(), "kept\n");
+    }
+    EXPECT_EQ(support::ReadFile(folder / "elsewhere"), "kept\nlost with the file\n");
+}
+
+TEST_P(FileLogger, FileThatGrowsTooOldIsRolledByTheTimer) {
+    logger->setRollingFrequency(0.02);
+    log("old");
+    manager->rolls.acquire();
+    log("new");
+    EXPECT_EQ(files(), (Texts{"old\n", "new\n"}));
+}
+
+TEST_P(FileLogger, RollOnRequestAndOnRemovalArchivesAndCompletes) {
+    log("first");
+    logger->rollLogFile();
+    logger->rollLogFile();  // no file is open: nothing to roll
+    log("second");
+    logger->loggerQueue()->dispatch_sync([&] { logger->willRemoveLogger(); });
+    EXPECT_EQ(manager->rolled.size(), 2U);
+    for (const auto& path : manager->rolled) EXPECT_TRUE(DDLogFileInfo(path).isArchived());
+    EXPECT_EQ(files(), (Texts{"first\n", "second\n"}));
+}
+
+TEST_P(FileLogger, FullDiskLosesLinesButLeavesNoTornOneAndEndsWithTheSpace) {
+    log("the file is there");  // and SIGXFSZ is ignored from the first use of the core on
+    logger->setMaximumFileSize(0);
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    rlimit full = before;
+    full.rlim_cur = 105;
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
+    logBatch(Texts(12, std::string(29, 'x')));
+    log(std::string(29, 'y'));
+    log("short");
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    log("space again");
+    const std::string x = std::string(29, 'x') + "\n";
+    EXPECT_EQ(files(), Texts{"the file is there\n" + x + x + "short\nspace again\n"});
+
+    const auto lines = SystemLogLines::take();
+    ASSERT_EQ(lines.size(), 11U);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "DDFileLogger.logMessage: File too large"), 10);
+    EXPECT_EQ(lines.back(), "DDFileLogger.logMessage: Too many exceptions -- will not log any more of them.");
+}
+
+TEST_P(FileLogger, FolderThatGoesAwayLosesLinesUntilItIsBack) {
+    std::filesystem::remove_all(folder.path());
+    for (int i = 0; i < 12; ++i) log("lost");
+    std::filesystem::create_directory(folder.path());
+    log("kept");
+    EXPECT_EQ(files(), Texts{"kept\n"});
+    EXPECT_EQ(SystemLogLines::take().size(), 11U);
+}
+
+TEST_P(FileLogger, MarksOfAFileFollowARenameAndGoWithTheFile) {
+    DDLogFileInfo info(manager->createNewLogFile());
+    const auto created = info.creationDate();
+    info.setIsArchived(true);
+    info.renameFile("log-renamed.txt");
+    EXPECT_EQ(info.fileName(), "log-renamed.txt");
+    EXPECT_EQ(info.creationDate(), created);
+    EXPECT_TRUE(info.isArchived());
+    info.setIsArchived(false);
+    EXPECT_FALSE(DDLogFileInfo(info.filePath()).isArchived());
+    info.setIsArchived(true);
+    // Another file that takes the name does not have the mark.
+    support::WriteFile(info.filePath() + ".new", "");
+    std::filesystem::rename(info.filePath() + ".new", info.filePath());
+    EXPECT_FALSE(info.isArchived());
+
+    EXPECT_TRUE(SystemLogLines::take().empty());
+    DDLogFileInfo missing(folder / "missing.txt");
+    missing.setIsArchived(true);
+    missing.renameFile("other.txt");
+    const auto lines = SystemLogLines::take();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].find("DDLogFileInfo: setxattr("), 0U) << lines[0];
+    EXPECT_NE(lines[0].find("): error = 2"), std::string::npos) << lines[0];
+    EXPECT_EQ(lines[1].find("DDLogFileInfo: Error renaming file (" + missing.filePath() + "): "), 0U) << lines[1];
+}
+
+INSTANTIATE_TEST_SUITE_P(Attributes, FileLogger, testing::Bool(),
+                         [](const auto& tested) { return tested.param ? "BesideTheFile" : "OnTheFile"; });
+
+TEST(DDLogFileFormatterDefaultTest, LineHasMillisecondsAndTwoSpaces) {
+    const TimeZone zone("Europe/Berlin");
+    DDLogMessage message = messageWithText("Device rebooted");
+    message.timestamp = std::chrono::system_clock::from_time_t(1795030000) + std::chrono::milliseconds(7);
+    std::string line;
+    EXPECT_TRUE(DDLogFileFormatterDefault().formatLogMessage(message, line));
+    EXPECT_EQ(line, "2026/11/18 20:26:40:007  Device rebooted");
+}
+
+}  // namespace

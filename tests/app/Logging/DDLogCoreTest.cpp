@@ -1,0 +1,367 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <barrier>
+#include <climits>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <latch>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/DDLogFormatter.hpp"
+#include "app/Util/Logging/impl/DDLogCore.hpp"
+#include "app/Util/Logging/impl/DDLogFormat.hpp"
+#include "tests/app/Logging/LoggingSupport.hpp"
+
+namespace {
+
+/// Keeps what it is given. Read it after a synchronous call or a flush.
+class RecordingLogger : public DDAbstractLogger {
+  public:
+    using DDAbstractLogger::DDAbstractLogger;
+    void logMessage(const DDLogMessage& message) override { messages.push_back(message); }
+    void didAddLogger() override { events.push_back("added"); }
+    void willRemoveLogger() override { events.push_back("removed after " + std::to_string(messages.size())); }
+    void flush() override { events.push_back("flushed after " + std::to_string(messages.size())); }
+    std::vector<std::string> texts() const {
+        std::vector<std::string> all;
+        for (const auto& message : messages) all.push_back(message.logMsg);
+        return all;
+    }
+    std::vector<DDLogMessage> messages;
+    std::vector<std::string> events;
+};
+
+class RecordingBatchLogger final : public RecordingLogger, public DDBatchLogger {
+  public:
+    void logMessages(std::span<const DDLogMessage* const> batch) override {
+        for (const DDLogMessage* message : batch) logMessage(*message);
+    }
+};
+
+/// Calls a function for each message, on the logger's queue.
+class FunctionLogger final : public DDAbstractLogger {
+  public:
+    explicit FunctionLogger(std::function<void(const DDLogMessage&)> function) : mFunction(std::move(function)) {}
+    void logMessage(const DDLogMessage& message) override { mFunction(message); }
+
+  private:
+    std::function<void(const DDLogMessage&)> mFunction;
+};
+
+class FunctionBatchLogger final : public DDAbstractLogger, public DDBatchLogger {
+  public:
+    explicit FunctionBatchLogger(std::function<void(const DDLogMessage&)> function) : mFunction(std::move(function)) {}
+    void logMessage(const DDLogMessage& message) override { mFunction(message); }
+    void logMessages(std::span<const DDLogMessage* const> batch) override {
+        for (const DDLogMessage* message : batch) mFunction(*message);
+    }
+
+  private:
+    std::function<void(const DDLogMessage&)> mFunction;
+};
+
+void add(DDLogCore& core, std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level = DDLogLevelAll) {
+    core.loggingQueue().dispatch_async([&core, logger, level] { core.lt_addLogger(logger, level); });
+}
+
+void post(DDLogCore& core, const std::string& text, bool asynchronously = true, std::uint32_t flag = 4) {
+    core.queueLogMessage({7, flag, 0, "app/Some.File.cpp", "aMethod", 12, nullptr, 0, text}, asynchronously);
+}
+
+void flush(DDLogCore& core) {
+    core.loggingQueue().dispatch_sync([&] { core.lt_flush(); });
+}
+
+class DDLogDelivery : public testing::TestWithParam<bool> {
+  protected:
+    std::shared_ptr<DDAbstractLogger> logger(std::function<void(const DDLogMessage&)> function) {
+        if (GetParam()) return std::make_shared<FunctionBatchLogger>(std::move(function));
+        return std::make_shared<FunctionLogger>(std::move(function));
+    }
+};
+
+TEST_P(DDLogDelivery, EveryLoggerGetsTheMessagesOfAllThreadsInOneOrder) {
+    constexpr int kThreads = 4;
+    const int perThread = GetParam() ? 5000 : 500;
+    std::vector<std::string> first, second;
+    {
+        DDLogCore core(2);
+        add(core, logger([&](const auto& message) { first.push_back(message.logMsg); }));
+        add(core, logger([&](const auto& message) { second.push_back(message.logMsg); }));
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t)
+            threads.emplace_back([&, t] {
+                for (int i = 0; i < perThread; ++i)
+                    post(core, std::to_string(t) + " " + std::to_string(i), i % 50 != 0);
+            });
+        for (auto& thread : threads) thread.join();
+    }
+    ASSERT_EQ(first.size(), static_cast<std::size_t>(kThreads * perThread));
+    EXPECT_EQ(first, second);
+    std::vector<int> next(kThreads, 0);
+    for (const std::string& text : first) {
+        const auto thread = static_cast<std::size_t>(text[0] - '0');
+        ASSERT_EQ(std::stoi(text.substr(2)), next[thread]++) << text;
+    }
+}
+
+TEST_P(DDLogDelivery, AThousandMessagesWaitAndTheNextCallerToo) {
+    constexpr int kMessages = 5000;
+    std::atomic<int> returned{0}, beyond{0};
+    int delivered = 0;
+    {
+        DDLogCore core(2);
+        add(core, logger([&](const auto&) {
+                // The first delivery lasts until the bound is reached, which it is with the 1000th call's return.
+                for (int seen; delivered == 0 && (seen = returned) < 1000;) returned.wait(seen);
+                if (returned > 1000 + delivered) ++beyond;
+                ++delivered;
+            }));
+        std::thread caller([&] {
+            for (int i = 0; i < kMessages; ++i) {
+                post(core, "x");
+                ++returned;
+                returned.notify_all();
+            }
+        });
+        caller.join();
+    }
+    EXPECT_EQ(beyond, 0);
+    EXPECT_EQ(delivered, kMessages);
+}
+
+TEST_P(DDLogDelivery, SynchronousCallReturnsOnlyAfterEveryLoggerHadTheMessage) {
+    DDLogCore core(2);
+    std::mutex lock;
+    std::multiset<std::string> seen;
+    for (int i = 0; i < 3; ++i)
+        add(core, logger([&](const auto& message) {
+                const std::lock_guard guard(lock);
+                seen.insert(message.logMsg);
+            }));
+    std::atomic<int> missing{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 300; ++i) {
+                const std::string text = std::to_string(t) + " " + std::to_string(i);
+                if (i % 2) post(core, "between");
+                post(core, text, false);
+                const std::lock_guard guard(lock);
+                if (seen.count(text) != 3) ++missing;
+            }
+        });
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(missing, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(OneByOneAndBatched, DDLogDelivery, testing::Bool(),
+                         [](const auto& tested) { return tested.param ? "Batched" : "OneByOne"; });
+
+TEST(DDLogCore, LevelOfALoggerIsComparedAsANumber) {
+    const std::uint32_t flags[] = {1, 2, 4, 8, 16};
+    for (const std::uint32_t level : {0U, 1U, 2U, 3U, 4U, 5U, 8U, 16U, 31U}) {
+        DDLogCore core(2);
+        const auto single = std::make_shared<RecordingLogger>();
+        const auto all = std::make_shared<RecordingBatchLogger>(), some = std::make_shared<RecordingBatchLogger>();
+        add(core, all);
+        add(core, some, level);
+        for (const std::uint32_t flag : flags) post(core, "batched", true, flag);
+        flush(core);
+        add(core, single, level);
+        for (const std::uint32_t flag : flags) post(core, "single", false, flag);
+        std::vector<std::uint32_t> expected, gotSingle, gotBatched;
+        for (const std::uint32_t flag : flags)
+            if (flag <= level) expected.push_back(flag);
+        for (const auto& message : single->messages) gotSingle.push_back(message.logFlag);
+        for (const auto& message : some->messages)
+            if (message.logMsg == "batched") gotBatched.push_back(message.logFlag);
+        EXPECT_EQ(gotSingle, expected) << level;
+        EXPECT_EQ(gotBatched, expected) << level;
+        EXPECT_EQ(all->messages.size(), 10U);
+    }
+}
+
+TEST(DDLogCore, LoggersWorkAtTheSameTimeWithTwoProcessorsAndInTurnWithOne) {
+    std::barrier meeting(2);
+    {
+        DDLogCore core(2);
+        for (int i = 0; i < 2; ++i)
+            add(core, std::make_shared<FunctionLogger>([&](auto&) { meeting.arrive_and_wait(); }));
+        post(core, "synchronous", false);
+        post(core, "asynchronous");
+    }
+    std::string order;
+    {
+        DDLogCore core(1);
+        for (const char name : {'a', 'b', 'c'})
+            add(core, std::make_shared<FunctionLogger>([&order, name](auto&) { order += name; }));
+        post(core, "synchronous", false);
+        post(core, "asynchronous");
+    }
+    EXPECT_EQ(order, "abcabc");
+}
+
+TEST(DDLogCore, LoggersComeAndGoInOrderWithTheMessages) {
+    const auto logger = std::make_shared<RecordingLogger>();
+    {
+        DDLogCore core(2);
+        post(core, "before");
+        add(core, logger);
+        post(core, "first");
+        post(core, "second");
+        flush(core);
+        core.loggingQueue().dispatch_async([&] { core.lt_removeLogger(logger.get()); });
+        post(core, "after");
+    }
+    flush(DDLogCore::shared());
+    logger->loggerQueue()->dispatch_sync([] {});
+    EXPECT_EQ(logger->texts(), (std::vector<std::string>{"first", "second"}));
+    EXPECT_EQ(logger->events, (std::vector<std::string>{"added", "flushed after 2", "removed after 2"}));
+}
+
+TEST(DDLogCore, LoggerThatThrowsOrLogsItselfStopsNobody) {
+    platform::Platform silent;
+    silent.log = SystemLogLines::write;
+    const platform::PlatformScope scope(silent);
+    const auto witness = std::make_shared<RecordingBatchLogger>();
+    {
+        DDLogCore core(1);
+        add(core, std::make_shared<FunctionBatchLogger>([&](const DDLogMessage& message) {
+                if (message.logMsg == "throw") throw std::runtime_error("no paper");
+                if (message.logMsg == "echo") post(core, "synchronous from within", false);
+            }));
+        add(core, witness);
+        post(core, "throw", false);
+        post(core, "echo", false);
+    }
+    EXPECT_EQ(witness->texts(), (std::vector<std::string>{"throw", "echo", "synchronous from within"}));
+}
+
+TEST(DDLogCore, LoggerOnItsOwnThreadMayLogAndFlushItsOwnCore) {
+    const auto witness = std::make_shared<RecordingLogger>();
+    {
+        DDLogCore core(2);
+        add(core, witness);
+        // Not the first: with two processors the others of a delivery work on the threads of their own queues.
+        add(core, std::make_shared<FunctionLogger>([&](const DDLogMessage& message) {
+                if (message.logMsg != "echo") return;
+                EXPECT_TRUE(core.loggingQueue().isCurrent());
+                post(core, "synchronous from within", false);
+                core.flushLog();
+            }));
+        post(core, "echo", false);
+    }
+    EXPECT_EQ(witness->texts(), (std::vector<std::string>{"echo", "synchronous from within"}));
+    EXPECT_EQ(witness->events.size(), 3U) << "added, flushed, removed";
+}
+
+TEST(DDLog, ApplicationCallCarriesItsPlaceAndItsThread) {
+    const auto logger = std::make_shared<RecordingLogger>();
+    DDLog::addLogger(nullptr);
+    DDLog::addLogger(logger);
+    const auto before = std::chrono::system_clock::now();
+    platform::SerialQueue queue("a caller's queue");
+    int line = 0;
+    queue.dispatch_sync([&] {
+        line = __LINE__ + 1;
+        DDLogError("%s failed: %d", std::string(600, 'x').c_str(), 42);
+    });
+    DDLog::log(false, 7, 1, 3, "a/b.c", nullptr, 1, nullptr, nullptr);
+    DDLog::removeLogger(logger);
+    DDLog::flushLog();
+    logger->loggerQueue()->dispatch_sync([] {});
+
+    ASSERT_EQ(logger->messages.size(), 1U);
+    const DDLogMessage& message = logger->messages[0];
+    EXPECT_EQ(message.logMsg, std::string(600, 'x') + " failed: 42");
+    EXPECT_EQ(message.fileName(), "DDLogCoreTest");
+    EXPECT_EQ(message.methodName(), "operator()");
+    EXPECT_EQ(message.lineNumber, line);
+    EXPECT_EQ(message.logLevel, 7U);
+    EXPECT_EQ(message.logFlag, DDLogFlagError);
+    EXPECT_EQ(message.logContext, 0);
+    EXPECT_EQ(message.queueLabel, "a caller's queue");
+    EXPECT_EQ(message.threadID(), std::to_string(::gettid()));
+    EXPECT_GE(message.timestamp, before);
+    EXPECT_LE(message.timestamp, std::chrono::system_clock::now());
+}
+
+TEST(DDLog, LevelThatIsOffLogsNothingAndEvaluatesNothing) {
+    const auto logger = std::make_shared<RecordingLogger>();
+    DDLog::addLogger(logger);
+    ddLogLevel = DDLogFlagError;
+    int evaluated = 0;
+    DDLogInfo("%d", ++evaluated);
+    DDLogWarn("%d", ++evaluated);
+    DDLogDebug("%d", ++evaluated);
+    DDLogVerbose("%d", ++evaluated);
+    DDLogError("%d", ++evaluated);
+    ddLogLevel = 7;
+    DDLog::removeAllLoggers();
+    DDLog::flushLog();
+    EXPECT_EQ(evaluated, 1);
+    EXPECT_EQ(logger->texts(), std::vector<std::string>{"1"});
+}
+
+TEST(DDLog, LevelsOfRegisteredClassesAreReachedByNameAndByClass) {
+    struct Class : DDRegisteredDynamicLogging {
+        std::uint32_t level = 3;
+        std::uint32_t ddLogLevel() const override { return level; }
+        void ddSetLogLevel(std::uint32_t to) override { level = to; }
+    } aClass;
+    DDLog::registerClass("Finder", &aClass);
+    EXPECT_EQ(DDLog::registeredClassNames(), std::vector<std::string>{"Finder"});
+    EXPECT_EQ(DDLog::logLevelForClass(DDLog::registeredClasses().at(0)), 3U);
+    DDLog::setLogLevelForClassWithName(31, "Finder");
+    DDLog::setLogLevelForClassWithName(1, "Nobody");
+    EXPECT_EQ(DDLog::logLevelForClassWithName("Finder"), 31U);
+    EXPECT_EQ(DDLog::logLevelForClassWithName("Nobody"), 0xFFFFFFFFU);
+    DDLog::unregisterClass("Finder");
+    EXPECT_TRUE(DDLog::registeredClasses().empty());
+}
+
+/// True when the quick way has taken the format on; what it made of it must be what the C library makes.
+__attribute__((format(printf, 1, 2))) bool formatsPlainly(const char* format, ...) {
+    char plain[64], reference[128];
+    std::size_t length = 0;
+    std::va_list arguments, again;
+    va_start(arguments, format);
+    va_copy(again, arguments);
+    const bool taken = ddFormatPlainly(plain, sizeof plain, length, format, arguments);
+    std::vsnprintf(reference, sizeof reference, format, again);
+    va_end(again);
+    va_end(arguments);
+    EXPECT_EQ(taken ? std::string(plain, length) : reference, reference) << format;
+    return taken;
+}
+
+TEST(DDLogFormat, QuickWayAgreesWithTheLibraryAndLeavesTheRestToIt) {
+    EXPECT_TRUE(formatsPlainly("no argument, 100%%"));
+    EXPECT_TRUE(formatsPlainly("%d %i|%u|%x|%c%s", -7, INT_MIN, UINT_MAX, 0xBEEFU, '!', "text"));
+    EXPECT_TRUE(formatsPlainly("%ld %lld %li", LONG_MIN, LLONG_MAX, -1L));
+    EXPECT_TRUE(formatsPlainly("%lu %llx %zu %zd", ULONG_MAX, ULLONG_MAX, SIZE_MAX, ssize_t{-3}));
+    EXPECT_TRUE(formatsPlainly("%s", std::string(64, 'x').c_str()));
+    EXPECT_FALSE(formatsPlainly("%s", std::string(65, 'x').c_str()));
+    EXPECT_FALSE(formatsPlainly("%s%d", std::string(64, 'x').c_str(), 1));
+    EXPECT_FALSE(formatsPlainly("%05d", 3));
+    EXPECT_FALSE(formatsPlainly("%-4s|%.2f|%p", "a", 1.5, nullptr));
+    EXPECT_FALSE(formatsPlainly("%hhx %ls", static_cast<unsigned char>(3), L"wide"));
+}
+
+TEST(DDLogMessageTest, CopiedSourceTextOutlivesItsOriginal) {
+    std::string original = "dir/Name.tail.cpp";
+    DDLogMessage message;
+    message.file = DDLogMessage::sourceText(original.c_str(), true);
+    original.assign(original.size(), '#');
+    EXPECT_EQ(message.fileName(), "Name.tail");
+}
+
+}  // namespace

@@ -1,0 +1,171 @@
+// What remains of the log when the process ends, in processes of their own.
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <regex>
+#include <thread>
+
+#include "app/Util/Logging/DDFileLogger.hpp"
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/DDTTYLogger.hpp"
+#include "app/Util/Logging/VundLogFileManager.hpp"
+#include "app/Util/Logging/VundLogFormatter.hpp"
+#include "platform/linux/FileDescriptor.hpp"
+#include "tests/app/Logging/LoggingSupport.hpp"
+
+namespace {
+
+/// The launch order of the tool.
+void setUpLogging(std::uint64_t maximumFileSize = DDFileLogger::kDefaultMaximumFileSize) {
+    auto manager = std::make_shared<VundLogFileManager>("ResetTool");
+    auto fileLogger = std::make_shared<DDFileLogger>(manager);
+    fileLogger->setLogFormatter(std::make_shared<VundLogFormatter>());
+    manager->setMaximumNumberOfLogFiles(7);
+    fileLogger->setRollingFrequency(86400.0);
+    fileLogger->setMaximumFileSize(maximumFileSize);
+    DDLog::addLogger(DDTTYLogger::sharedInstance());
+    DDLog::addLogger(fileLogger);
+}
+
+/// Each test's child is this program run anew, so its process-wide objects start afresh.
+class LoggingProcess : public testing::Test {
+  protected:
+    LoggingProcess() {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        // The child is told of its parent's folder by way of the environment.
+        if (!std::getenv("LOGGING_TEST_FOLDER")) {
+            mFolder.emplace();
+            ::setenv("LOGGING_TEST_FOLDER", mFolder->path().c_str(), 1);
+        }
+        data = std::getenv("LOGGING_TEST_FOLDER");
+        ::chmod(data.c_str(), 0755);
+        ::setenv("XDG_DATA_HOME", data.c_str(), 1);
+    }
+    ~LoggingProcess() override {
+        if (mFolder) ::unsetenv("LOGGING_TEST_FOLDER");
+    }
+
+    std::vector<std::string> logLines() const {
+        for (const auto& entry : std::filesystem::directory_iterator(data + "/Trovik/ResetTool"))
+            if (entry.path().extension() == ".txt") return linesOf(entry.path());
+        return {};
+    }
+
+    std::optional<support::TemporaryFolder> mFolder;
+    std::string data;
+};
+
+TEST_F(LoggingProcess, NormalExitWritesWhatWaitsAndLateLinesToo) {
+    struct Late {
+        ~Late() { DDLogError("from a static object's end"); }
+    };
+    EXPECT_EXIT(
+        {
+            static const Late late;
+            setUpLogging();
+            for (int i = 0; i < 500; ++i) DDLogInfo("line %d", i);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "line 499");
+    const auto lines = logLines();
+    ASSERT_EQ(lines.size(), 501U);
+    EXPECT_TRUE(lines[499].ends_with(" | I | line 499")) << lines[499];
+    EXPECT_TRUE(lines[500].ends_with(" | E | from a static object's end")) << lines[500];
+}
+
+TEST_F(LoggingProcess, OutputThatTakesNothingDoesNotHoldUpTheEnd) {
+    class Stuck final : public DDAbstractLogger {
+        void logMessage(const DDLogMessage&) override {
+            for (;;) ::pause();
+        }
+    };
+    EXPECT_EXIT(
+        {
+            DDLog::addLogger(std::make_shared<Stuck>());
+            DDLogInfo("stuck");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(LoggingProcess, KilledInTheMidstOfLoggingKeepsEveryLineThatWasAcknowledgedWhole) {
+    constexpr int kThreads = 3;
+    using Acknowledged = std::array<std::atomic<int>, kThreads>;
+    // Survives the child, as the log file does.
+    const std::string shared = data + "/acknowledged";
+    if (mFolder) support::WriteFile(shared, std::string(sizeof(Acknowledged), '\0'));
+    const platform::FileDescriptor file(::open(shared.c_str(), O_RDWR));
+    auto* const acknowledged = static_cast<Acknowledged*>(
+        ::mmap(nullptr, sizeof(Acknowledged), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0));
+    ASSERT_NE(acknowledged, MAP_FAILED);
+
+    EXPECT_EXIT(
+        {
+            setUpLogging(0);  // a roll would start the day's file afresh
+            std::vector<std::thread> threads;
+            for (int t = 0; t < kThreads; ++t)
+                threads.emplace_back([&, t] {
+                    for (int i = 1;; ++i) {
+                        for (int k = 0; k < 7; ++k) DDLogInfo("noise");
+                        DDLogError("line %d of %d %s", i, t,
+                                   std::string(static_cast<std::size_t>(i % 90), '.').c_str());
+                        (*acknowledged)[static_cast<std::size_t>(t)] = i;
+                        if (t == 0 && i == 400) ::raise(SIGKILL);
+                    }
+                });
+            for (auto& thread : threads) thread.join();
+        },
+        testing::KilledBySignal(SIGKILL), "");
+
+    std::array<int, kThreads> last{};
+    const std::string path = data + "/Trovik/ResetTool";
+    std::string text;
+    for (const auto& entry : std::filesystem::directory_iterator(path)) text += support::ReadFile(entry.path());
+    ASSERT_TRUE(text.ends_with('\n'));
+    const std::regex whole(
+        R"(\d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d \(GMT([+-]\d\d:\d\d)?\) \| \d+ \| (I \| noise|E \| line (\d+) of (\d) (\.*)))");
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::smatch parts;
+        ASSERT_TRUE(std::regex_match(line, parts, whole)) << line;
+        if (!parts[3].matched) continue;
+        const int number = std::stoi(parts[3]);
+        ASSERT_EQ(parts[5].length(), number % 90);
+        ASSERT_EQ(number, ++last.at(static_cast<std::size_t>(std::stoi(parts[4])))) << "a line is missing";
+    }
+    EXPECT_GE(last[0], 399);
+    for (std::size_t t = 0; t < kThreads; ++t) EXPECT_GE(last[t], (*acknowledged)[t]);
+    ::munmap(acknowledged, sizeof(Acknowledged));
+}
+
+TEST_F(LoggingProcess, LogFolderThatCannotBeMadeOrWrittenToIsSurvived) {
+    // A file where the folder should be; and a folder that this user may not write to.
+    for (const bool readOnly : {false, true}) {
+        std::filesystem::remove_all(data + "/Trovik");
+        if (readOnly) {
+            std::filesystem::create_directories(data + "/Trovik/ResetTool");
+            ::chmod((data + "/Trovik/ResetTool").c_str(), 0555);
+        } else {
+            support::WriteFile(data + "/Trovik", "in the way");
+        }
+        // All ten failures are reported, then their end, and no more; the console has every line.
+        EXPECT_EXIT(
+            {
+                if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) std::exit(2);
+                platform::Platform services;
+                services.log = SystemLogLines::write;
+                const platform::PlatformScope scope(services);
+                setUpLogging();
+                for (int i = 0; i < 15; ++i) DDLogError("line %d", i);
+                std::exit(SystemLogLines::take().size() == 11 ? 0 : 3);
+            },
+            testing::ExitedWithCode(0), "line 0\n(.*\n)*.*line 14\n");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,72 @@
+#include "platform/SerialQueue.hpp"
+
+#include <gtest/gtest.h>
+
+#include <latch>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using platform::SerialQueue;
+
+TEST(SerialQueue, SynchronousBlockOnAnIdleQueueRunsOnTheCallersThread) {
+    SerialQueue queue("idle");
+    std::thread::id ranOn;
+    std::string label;
+    bool inside = false;
+    queue.dispatch_sync([&] {
+        ranOn = std::this_thread::get_id();
+        label = SerialQueue::currentLabel();
+        inside = queue.isCurrent();
+    });
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
+    EXPECT_EQ(label, "idle");
+    EXPECT_TRUE(inside);
+    EXPECT_FALSE(queue.isCurrent());
+    EXPECT_STREQ(SerialQueue::currentLabel(), "");
+}
+
+TEST(SerialQueue, BlocksOfManyThreadsRunOneAtATimeAndInEachThreadsOrder) {
+    constexpr int kThreads = 4, kBlocks = 500;
+    std::vector<std::vector<int>> seen(kThreads);
+    int inside = 0, overlaps = 0;
+    {
+        SerialQueue queue("serial");
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t)
+            threads.emplace_back([&, t] {
+                for (int i = 0; i < kBlocks; ++i) {
+                    const auto block = [&, t, i] {
+                        overlaps += inside++;
+                        seen[static_cast<std::size_t>(t)].push_back(i);
+                        --inside;
+                    };
+                    if (i % 3) {
+                        queue.dispatch_async(block);
+                    } else {
+                        queue.dispatch_sync(block);
+                    }
+                }
+            });
+        for (auto& thread : threads) thread.join();
+    }  // runs what still waits
+    EXPECT_EQ(overlaps, 0);
+    for (const auto& ofThread : seen) {
+        ASSERT_EQ(ofThread.size(), static_cast<std::size_t>(kBlocks));
+        for (int i = 0; i < kBlocks; ++i) EXPECT_EQ(ofThread[static_cast<std::size_t>(i)], i);
+    }
+}
+
+TEST(SerialQueue, BlockThatThrowsOrLetsGoOfTheQueueHarmsNothing) {
+    std::latch done(1);
+    auto queue = std::make_shared<SerialQueue>("last");
+    queue->dispatch_async([] { throw std::runtime_error("left the block"); });
+    auto* raw = queue.get();
+    raw->dispatch_async([&done, queue = std::move(queue)]() mutable {
+        queue.reset();  // ends the queue on its own thread
+        done.count_down();
+    });
+    done.wait();
+}

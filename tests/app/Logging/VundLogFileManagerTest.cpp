@@ -1,0 +1,166 @@
+#include "app/Util/Logging/VundLogFileManager.hpp"
+
+#include <algorithm>
+
+#include "app/Util/Logging/DDFileLogger.hpp"
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/VundLogFormatter.hpp"
+#include "platform/NSUserDefaults.hpp"
+#include "tests/app/Logging/LoggingSupport.hpp"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+/// The tool's manager under a time of day in a zone with daylight saving. The days lie far ahead, where the system's
+/// own timers do not go off.
+class VundLogFileManagerTest : public LogFolderTest {
+  protected:
+    VundLogFileManagerTest() {
+        platform::Platform services;
+        services.wallClock = &clock;
+        services.log = SystemLogLines::write;
+        mScope.emplace(services);
+    }
+
+    std::unique_ptr<DDFileLogger> makeLogger() const {
+        auto logger = std::make_unique<DDFileLogger>(manager);
+        logger->setRollingFrequency(86400.0);
+        return logger;
+    }
+
+    /// What the day's timer does.
+    static void checkAge(DDFileLogger& logger) { logger.setRollingFrequency(86400.0); }
+
+    TimeZone zone{"Europe/Berlin"};
+    ManualWallClock clock;
+    std::optional<platform::PlatformScope> mScope;
+    std::shared_ptr<VundLogFileManager> manager = std::make_shared<VundLogFileManager>("ResetTool");
+};
+
+TEST_F(VundLogFileManagerTest, OnlyFilesThatBeginWithThePrefixAndEndInTxtAreLogFiles) {
+    for (const char* name : {"ResetTool_2026.11.15.txt", "ResetTool_2026.11.16.txt", "ResetTool.txt", "ResetTool_x.TXT",
+                             "xResetTool_2026.11.15.txt", "ResetTool_x", "ResetTool_x.txt.gz", "resettool_x.txt"})
+        support::WriteFile(inFolder(name), "");
+    std::filesystem::create_directory(inFolder("ResetTool_folder.txt"));
+    const Texts expected = {"ResetTool_2026.11.16.txt", "ResetTool_2026.11.15.txt", "ResetTool.txt"};
+    EXPECT_EQ(manager->sortedLogFileNames(), expected);
+    Texts names = manager->unsortedLogFileNames();
+    std::sort(names.begin(), names.end(), std::greater<>());
+    EXPECT_EQ(names, expected);
+    const auto infos = manager->sortedLogFileInfos();
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(manager->sortedLogFilePaths()[i], inFolder(expected[i]));
+        EXPECT_EQ(infos.at(i).filePath(), inFolder(expected[i]));
+    }
+    EXPECT_FALSE(manager->isLogFile("ResetTool_missing.txt"));
+    EXPECT_FALSE(TrovikLogs::isLogFile("ResetTool.txt", ""));
+}
+
+TEST_F(VundLogFileManagerTest, NewFileIsNamedAndDatedByTheDayAndKeepsTheNewestSeven) {
+    clock.setLocal(2035, 11, 15, 18, 25, 3);
+    for (int day = 1; day <= 8; ++day)
+        support::WriteFile(inFolder("ResetTool_2035.11.0" + std::to_string(day) + ".txt"), "");
+    manager->setMaximumNumberOfLogFiles(7);
+    EXPECT_EQ(manager->createNewLogFile(), inFolder("ResetTool_2035.11.15.txt"));
+    Texts expected = {"ResetTool_2035.11.15.txt"};
+    for (int day = 8; day >= 3; --day) expected.push_back("ResetTool_2035.11.0" + std::to_string(day) + ".txt");
+    EXPECT_EQ(manager->sortedLogFileNames(), expected);
+    EXPECT_EQ(DDLogFileInfo(inFolder(expected[0])).age(), 18 * 3600 + 25 * 60 + 3);
+}
+
+TEST_F(VundLogFileManagerTest, SecondRollOnADayStartsTheDaysFileAfresh) {
+    clock.setLocal(2035, 11, 15, 12, 0, 0);
+    const auto logger = makeLogger();
+    deliver(*logger, "morning");
+    logger->rollLogFile();
+    deliver(*logger, "noon");
+    EXPECT_EQ(linesOf(inFolder("ResetTool_2035.11.15.txt")), Texts{"noon"});
+    EXPECT_FALSE(DDLogFileInfo(inFolder("ResetTool_2035.11.15.txt")).isArchived());
+    // The next start goes on with it.
+    deliver(*makeLogger(), "restarted");
+    EXPECT_EQ(linesOf(inFolder("ResetTool_2035.11.15.txt")), (Texts{"noon", "restarted"}));
+}
+
+TEST_F(VundLogFileManagerTest, FileLastsUntilMidnightOnDaysOfAnyLength) {
+    // The day of 23 hours, the one of 25 hours, and a usual one.
+    for (const auto& [month, day] : {std::pair(3, 25), std::pair(10, 28), std::pair(11, 15)}) {
+        const auto nameOf = [this](int ofMonth, int ofDay) {
+            char name[64];
+            std::snprintf(name, sizeof name, "ResetTool_2035.%02d.%02d.txt", ofMonth, ofDay);
+            return inFolder(name);
+        };
+        clock.setLocal(2035, month, day, 0, 0, 1);
+        const auto logger = makeLogger();
+        deliver(*logger, "early");
+        clock.setLocal(2035, month, day, 23, 59, 59);
+        checkAge(*logger);
+        deliver(*logger, "late");
+        EXPECT_EQ(linesOf(nameOf(month, day)), (Texts{"early", "late"}));
+        clock.advance(std::chrono::seconds(1));
+        checkAge(*logger);
+        deliver(*logger, "next day");
+        EXPECT_EQ(linesOf(nameOf(month, day)), (Texts{"early", "late"}));
+        EXPECT_EQ(linesOf(nameOf(month, day + 1)), Texts{"next day"});
+        // A start on the same day goes on with the file, one on another day does not.
+        deliver(*makeLogger(), "same day");
+        EXPECT_EQ(linesOf(nameOf(month, day + 1)), (Texts{"next day", "same day"}));
+    }
+}
+
+TEST_F(VundLogFileManagerTest, LineHasTimeThreadLetterAndText) {
+    struct Case {
+        const char* zone;
+        std::uint32_t flag, thread;
+        const char* line;
+    };
+    VundLogFormatter formatter;
+    UILogFormatter other;
+    for (const Case& tested : {Case{"Europe/Berlin", 4, 7171, "2026-11-18 20.26.40 (GMT+01:00) | 7171 | I | Text"},
+                               Case{"UTC", 2, 1, "2026-11-18 19.26.41 (GMT) | 1 | W | Text"},
+                               Case{"Asia/Kolkata", 1, 1, "2026-11-19 00.56.42 (GMT+05:30) | 1 | E | Text"},
+                               Case{"America/St_Johns", 8, 1, "2026-11-18 15.56.43 (GMT-03:30) | 1 | V | Text"},
+                               Case{"UTC", 16, 0xFFFFFFFF, "2026-11-18 19.26.44 (GMT) | -1 | V | Text"},
+                               Case{"UTC", 7, 1, "2026-11-18 19.26.45 (GMT) | 1 | I | Text"},
+                               Case{"<+0100>-1:00:30", 3, 1, "2026-11-18 20.27.16 (GMT+01:00:30) | 1 | W | Text"}}) {
+        const TimeZone here(tested.zone);
+        static int second = 0;
+        DDLogMessage message = messageWithText("Text", tested.flag);
+        message.machThreadID = tested.thread;
+        message.timestamp = std::chrono::system_clock::from_time_t(1795030000 + second++);
+        std::string line, otherLine;
+        EXPECT_TRUE(formatter.formatLogMessage(message, line));
+        EXPECT_TRUE(other.formatLogMessage(message, otherLine));
+        EXPECT_EQ(line, tested.line);
+        EXPECT_EQ(otherLine, line);
+    }
+}
+
+TEST(TrovikLogsTest, LevelComesFromTheUsersSettingWhereThereIsOne) {
+    struct Settings final : platform::NSUserDefaults {
+        platform::PropertyList::Dictionary values;
+        std::optional<platform::PropertyList> objectForKey(const std::string& key) const override {
+            const auto found = values.find(key);
+            return found == values.end() ? std::nullopt : std::optional(found->second);
+        }
+        bool boolForKey(const std::string&) const override { return false; }
+        std::int64_t integerForKey(const std::string& key) const override {
+            return std::get<std::int64_t>(values.at(key).value);
+        }
+        platform::PropertyList::Dictionary persistentDomainForName(const std::string&) const override { return {}; }
+        bool setPersistentDomain(const platform::PropertyList::Dictionary&, const std::string&) override {
+            return false;
+        }
+    } settings;
+    platform::Platform services;
+    services.standardUserDefaults = &settings;
+    const platform::PlatformScope scope(services);
+    TrovikLogs::initLogLevel();
+    EXPECT_EQ(ddLogLevel, 7U);
+    settings.values["logLevel"] = {std::int64_t{1}};
+    TrovikLogs::initLogLevel();
+    EXPECT_EQ(ddLogLevel, 1U);
+    ddLogLevel = 7;
+}
+
+}  // namespace
