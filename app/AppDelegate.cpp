@@ -1,0 +1,315 @@
+#include "app/AppDelegate.hpp"
+
+#include <QAction>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QWidget>
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "GLO/GLO_Exception.hpp"
+#include "app/LegacyIOConfig.hpp"
+#include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
+#include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
+#include "app/Util/Alert.hpp"
+#include "app/Util/Error.hpp"
+#include "app/Util/Logging/DDFileLogger.hpp"
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/DDTTYLogger.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
+#include "app/Util/Logging/VundLogFileManager.hpp"
+#include "app/Util/Logging/VundLogFormatter.hpp"
+#include "app/Util/ViewUtilities.hpp"
+#include "platform/CFRunLoop.hpp"
+#include "platform/Dispatch.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
+#include "platform/ScriptRunner.hpp"
+
+namespace {
+
+constexpr const char* kSourceFile = "AppDelegate";  ///< what messages of a thread's boundary name
+
+constexpr const char* kLogFilePrefix = "ResetTool";
+constexpr unsigned kMaximumNumberOfLogFiles = 7;
+constexpr double kRollingFrequency = 86400.0;  ///< seconds: one file a day
+
+/// All eight flags: log and handle each kind of exception that nobody caught.
+constexpr std::uint32_t kExceptionHandlingMask = 255;
+
+constexpr std::size_t kLongestPath = 511;  ///< of a registry path, in bytes
+
+struct DeviceCommand {
+    std::uint16_t number;
+    std::vector<unsigned char> data;
+    bool awaitResponse;
+};
+
+const DeviceCommand kReboot = {10, {0xAE, 0x00}, false};
+const DeviceCommand kHoldInBootLoader = {113, {}, true};
+const DeviceCommand kClearNonvol = {10, {0x27, 0x00}, false};
+const DeviceCommand kResumeBoot = {1500, {}, false};
+
+/// Opens a device. A device that can't be opened makes the library throw a bare number, which is no exception of its
+/// own and therefore passes through the facade: here it counts as a facade that could not be made.
+std::unique_ptr<UsbTrovikModeIoLink> openDevice(const USBRegistryInfo& record) {
+    try {
+        return UsbTrovikModeIoLink::initWithPath(record.ioPath());
+    } catch (...) {
+        DDLogError("Unknown exception caught at %s, %d", kSourceFile, __LINE__);
+        return nullptr;
+    }
+}
+
+/// A command to a device that could not be opened fails without an error text.
+bool send(UsbTrovikModeIoLink* device, const DeviceCommand& command, Error& error) {
+    return device && device->sendIopCommand(command.number, command.data, command.awaitResponse, &error);
+}
+
+std::string localized(const char* key) {
+    return platform::mainBundle().localizedStringForKey(key, "", "");
+}
+
+template <typename Control>
+void setText(Control* control, const char* key) {
+    control->setText(QString::fromStdString(localized(key)));
+}
+
+void startAnimation(QProgressBar* indicator) {
+    if (indicator) indicator->setRange(0, 0);  // a range without an extent is what Qt shows as busy
+}
+
+}  // namespace
+
+AppDelegate::AppDelegate(std::function<void(int)> terminate)
+    : mTerminate(terminate ? std::move(terminate) : [](int status) { std::exit(status); }) {}
+
+AppDelegate::~AppDelegate() {
+    stopListener();
+    if (mReportsExceptions) platform::defaultExceptionHandler().setDelegate(nullptr);
+}
+
+NextAction AppDelegate::nextAction() const {
+    // atomic_ref has no form for a constant object.
+    auto& field = const_cast<std::uint32_t&>(mNextAction);
+    return static_cast<NextAction>(std::atomic_ref(field).load(std::memory_order_relaxed));
+}
+
+void AppDelegate::setNextAction(NextAction action) {
+    std::atomic_ref(mNextAction).store(static_cast<std::uint32_t>(action), std::memory_order_relaxed);
+}
+
+void AppDelegate::applicationDidFinishLaunching() {
+    TrovikLogs::initLogLevel();
+
+    auto manager = std::make_shared<VundLogFileManager>(kLogFilePrefix);
+    auto fileLogger = std::make_shared<DDFileLogger>(manager);
+    fileLogger->setLogFormatter(std::make_shared<VundLogFormatter>());
+    manager->setMaximumNumberOfLogFiles(kMaximumNumberOfLogFiles);
+    fileLogger->setRollingFrequency(kRollingFrequency);
+    DDLog::addLogger(DDTTYLogger::sharedInstance());
+    DDLog::addLogger(fileLogger);
+
+    const platform::PropertyList::Dictionary& info = platform::mainBundle().infoDictionary();
+    const auto version = info.find("CFBundleShortVersionString");
+    const std::string* const text = version == info.end() ? nullptr : version->second.string();
+    DDLogInfo("Trovik Reset Tool %s has started.", text ? text->c_str() : "");
+
+    platform::defaultExceptionHandler().setDelegate(this);
+    mReportsExceptions = true;
+    platform::defaultExceptionHandler().setExceptionHandlingMask(kExceptionHandlingMask);
+
+    LegacyIOConfig::configureMetaData();
+
+    mListener = std::thread([this] {
+        try {
+            runTrovikModeListenLoop();
+        } catch (const glo::Exception_t& e) {
+            DDLogError("Exception thrown at %s, %d; caught at %s, %d", e.File().c_str(), e.Line(), kSourceFile,
+                       __LINE__);
+        } catch (...) {
+            DDLogError("Unknown exception caught at %s, %d", kSourceFile, __LINE__);
+        }
+    });
+}
+
+void AppDelegate::awakeFromNib() {
+    mOutlets.mainWindowView->window()->setWindowTitle(QString::fromStdString(localized("TrovikResetTitle")));
+    setText(mOutlets.aboutMenuItem, "AboutTrovikReset");
+    setText(mOutlets.quitMenuItem, "QuitTrovikReset");
+    setText(mOutlets.titleText, "TrovikResetTitle");
+    setText(mOutlets.resetBodyText, "ResetInstructionsBody");
+    setText(mOutlets.resetNowButton, "ResetNow");
+    setText(mOutlets.resetInProgressText, "ResetInProgress");
+    setText(mOutlets.dontUnplugText, "DoNotUnplugDevice");
+    setText(mOutlets.resetCompleteText, "ResetCompleteTitle");
+    setText(mOutlets.resetCompleteBodyText, "ResetCompleteBody");
+    setText(mOutlets.quitButton, "Quit");
+    setText(mOutlets.mainMenuButton, "ReturnToMainMenu");
+}
+
+void AppDelegate::handleButtonClick() {
+    Alert alert;
+    alert.addButtonWithTitle(localized("ResetNow"));
+    alert.addButtonWithTitle(localized("Cancel"));
+    alert.setMessageText(localized("ConfirmResetDialogTitle"));
+    alert.setInformativeText(localized("ConfirmResetDialogBody"));
+    alert.setAlertStyle(NSAlertStyle::Critical);
+    if (alert.runModal(mOutlets.mainWindowView->window()) != NSAlertFirstButtonReturn) {
+        DDLogInfo("Reset canceled");
+        return;
+    }
+    ViewUtilities::setAndPinSubview(*mOutlets.mainWindowView, *mOutlets.inProgressView);
+    startAnimation(mOutlets.progressIndicator);
+    platform::dispatch_get_global_queue().dispatch_async([this] { resetAttachedDevice(); });
+}
+
+void AppDelegate::resetAttachedDevice() {
+    stopStation();
+    const auto records = USBTrovikModeFinderUtils::connectedPaths();
+    if (records && !records->empty()) {
+        DDLogInfo("Device found, rebooting");
+        rebootDevice(records->front());
+    } else {
+        DDLogInfo("No device found, waiting for connection");
+        setNextAction(NextAction::RebootOnAttach);
+    }
+}
+
+void AppDelegate::returnToMainMenuButtonClicked() {
+    ViewUtilities::setAndPinSubview(*mOutlets.mainWindowView, *mOutlets.notStartedView);
+}
+
+void AppDelegate::quitButtonClicked() {
+    mTerminate(EXIT_SUCCESS);
+}
+
+void AppDelegate::windowWillClose() {
+    mTerminate(EXIT_SUCCESS);
+}
+
+void AppDelegate::stopStation() {
+    platform::ScriptRunner& runner = platform::scriptRunner();
+    for (const char* const script :
+         {"tell application \"Trovik Station\" to quit", "tell application \"Trovik Station Service\" to quit"}) {
+        // The application is named after either failure: killing it takes its service along.
+        if (!runner.executeAndReturnError(script)) runner.system("/usr/bin/killall \"Trovik Station\"");
+    }
+}
+
+void AppDelegate::runTrovikModeListenLoop() {
+    const std::shared_ptr<platform::CFRunLoop> loop = platform::CFRunLoopGetCurrent();
+    const bool observing =
+        USBTrovikModeFinderUtils::observeTMDevicesForType(platform::kIOServiceMatched, trovikModeDeviceAttached, this);
+    if (!observing) DDLogInfo("Could not start observing Trovik-mode device attaches.");
+    {
+        const std::lock_guard lock(mListenLoopMutex);
+        mListenLoop = loop;
+    }
+    mListenLoopRuns.notify_all();
+    loop->CFRunLoopRun();
+}
+
+void AppDelegate::waitUntilListening() {
+    std::unique_lock lock(mListenLoopMutex);
+    mListenLoopRuns.wait(lock, [this] { return mListenLoop != nullptr; });
+}
+
+void AppDelegate::stopListener() {
+    if (!mListener.joinable()) return;
+    waitUntilListening();
+    // As a block of the mode that the body runs: it may be inside a wait of its own for a device.
+    const auto loop = mListenLoop;  // written once, before the wait ended
+    loop->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode, [loop] { loop->CFRunLoopStop(); });
+    mListener.join();
+}
+
+void trovikModeDeviceAttached(void* refCon, platform::IOIterator& iterator) {
+    std::string path;
+    std::optional<std::uint64_t> entryId;
+    while (const std::unique_ptr<platform::IOService> entry = iterator.IOIteratorNext()) {
+        std::string entryPath;
+        if (entry->IORegistryEntryGetPath(platform::kIOServicePlane, entryPath) != platform::kIOReturnSuccess) continue;
+        if (entryPath.size() > kLongestPath) continue;
+        path = std::move(entryPath);
+        std::uint64_t id = 0;
+        if (entry->IORegistryEntryGetRegistryEntryID(id) == platform::kIOReturnSuccess) entryId = id;
+    }
+    if (entryId) static_cast<AppDelegate*>(refCon)->trovikModeDeviceDetected(USBRegistryInfo(*entryId, path));
+}
+
+void AppDelegate::trovikModeDeviceDetected(const USBRegistryInfo& record) {
+    switch (nextAction()) {
+        case NextAction::ClearOnAttach:
+            return clearNonvol(record);
+        case NextAction::RebootOnAttach:
+            return rebootDevice(record);
+        case NextAction::None:
+            break;
+    }
+    DDLogInfo("Device detected but no action taken");
+}
+
+void AppDelegate::rebootDevice(const USBRegistryInfo& record) {
+    const std::unique_ptr<UsbTrovikModeIoLink> device = openDevice(record);
+    Error error;
+    if (send(device.get(), kReboot, error)) {
+        DDLogInfo("Device rebooted");
+        setNextAction(NextAction::ClearOnAttach);
+    } else {
+        DDLogInfo("Reboot failed: %s", error.description().c_str());
+        setNextAction(NextAction::RebootOnAttach);
+    }
+}
+
+void AppDelegate::clearNonvol(const USBRegistryInfo& record) {
+    struct Step {
+        const DeviceCommand& command;
+        const char* succeeded;
+        const char* failed;
+    };
+    const std::array<Step, 3> steps = {{
+        {kHoldInBootLoader, "Hold in bootloader sent", "Hold in bootloader failed"},
+        {kClearNonvol, "Nonvol cleared", "Nonvol clear failed"},
+        {kResumeBoot, "Boot resumed", "Resume boot failed"},
+    }};
+
+    std::unique_ptr<UsbTrovikModeIoLink> device = openDevice(record);
+    for (const auto& [command, succeeded, failed] : steps) {
+        Error error;
+        if (!send(device.get(), command, error)) {
+            DDLogInfo("%s: %s", failed, error.description().c_str());
+            device.reset();  // the reboot opens the device anew, which needs it free
+            return rebootDevice(record);
+        }
+        DDLogInfo("%s", succeeded);
+    }
+    device.reset();  // the next screen says that the device may be unplugged
+    setNextAction(NextAction::None);
+    platform::dispatch_get_main_queue().dispatch_async([this] {
+        if (mOutlets.mainWindowView) {
+            ViewUtilities::setAndPinSubview(*mOutlets.mainWindowView, *mOutlets.completeView);
+        }
+    });
+}
+
+bool AppDelegate::exceptionHandlerShouldLogException(const platform::NSException& exception, std::uint32_t) {
+    DDLogError("Exception: name: %s reason: %s", exception.name.c_str(), exception.reason.c_str());
+    const bool known = !exception.callStackSymbols.empty();
+    std::string stack;
+    for (const std::string& symbol :
+         known ? exception.callStackSymbols : platform::defaultExceptionHandler().callStackSymbols()) {
+        stack += symbol + "\n";
+    }
+    DDLogError("Stack:\n%s", stack.c_str());
+    return true;
+}
+
+bool AppDelegate::exceptionHandlerShouldHandleException(const platform::NSException&, std::uint32_t) {
+    return false;
+}

@@ -1,0 +1,33 @@
+#include "app/LegacyIOConfig.hpp"
+
+#include <string>
+
+#include "GLO/GLO_String.hpp"
+#include "WIN/WIN_AppMetaData.hpp"
+#include "WIN/WIN_BuildInfo.hpp"
+#include "WIN/WIN_Encoding.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
+
+namespace {
+
+std::string infoText(const char* key, const char* fallback) {
+    const auto& info = platform::mainBundle().infoDictionary();
+    const auto it = info.find(key);
+    const std::string* text = it == info.end() ? nullptr : it->second.string();
+    return text ? *text : fallback;
+}
+
+}  // namespace
+
+void LegacyIOConfig::configureMetaData() noexcept {
+    glo::AutoPtr<win::AppMetaDataContainer_t> container(new win::AppMetaDataContainer_t);
+    container->mBuildDate = glo::wstring(win::BuildDate(), win::AsciiEncoding());
+    container->mBuildTime = glo::wstring(win::BuildTime(), win::AsciiEncoding());
+    container->mBuildType = L"Release";
+    container->mBuildUserId = L"Trovik";
+    container->mPartNumber = L"006-B0000-00";
+    container->mProductName = glo::wstring(infoText("CFBundleName", "Trovik App"), win::Utf8Encoding());
+    container->mVersion = win::StringToVersion(infoText("CFBundleShortVersionString", "1.0"));
+    win::SetAppMetaDataContainer(container.release());
+}

@@ -1,0 +1,149 @@
+#include "app/MainWindow.hpp"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QDesktopServices>
+#include <QIcon>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QStringList>
+#include <QUrl>
+
+#include "app/AppDelegate.hpp"
+#include "app/MainWindowScreen.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
+#include "app/Util/ViewUtilities.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
+
+namespace {
+
+// Device-independent pixels.
+constexpr QSize kInitialSize(520, 420);
+constexpr QSize kSmallestSize(360, 240);
+
+QString localized(const char* key) {
+    return QString::fromStdString(platform::mainBundle().localizedStringForKey(key, "", ""));
+}
+
+QString infoText(const char* key) {
+    const auto& info = platform::mainBundle().infoDictionary();
+    const auto entry = info.find(key);
+    const std::string* const text = entry == info.end() ? nullptr : entry->second.string();
+    return text ? QString::fromStdString(*text) : QString();
+}
+
+QIcon applicationIcon() {
+    const auto path = platform::mainBundle().pathForResource("org.trovik.ResetTool", "svg", "");
+    return path ? QIcon(QString::fromStdString(*path)) : QIcon();
+}
+
+}  // namespace
+
+MainWindow::MainWindow(AppDelegate& controller) : mController(controller), mContainer(new QWidget) {
+    setWindowIcon(applicationIcon());
+    setMinimumSize(kSmallestSize);
+
+    // On a small or a magnified display the window is lower than its texts.
+    auto* const scroller = new QScrollArea(this);
+    scroller->setFrameShape(QFrame::NoFrame);
+    scroller->setWidgetResizable(true);
+    scroller->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scroller->setFocusPolicy(Qt::NoFocus);
+    scroller->setWidget(mContainer);
+    setCentralWidget(scroller);
+
+    makeScreens();
+    makeMenu();
+    mController.outlets().mainWindowView = mContainer;
+    mController.awakeFromNib();
+    ViewUtilities::setAndPinSubview(*mContainer, *mNotStartedView);
+    resize(kInitialSize);
+}
+
+MainWindow::~MainWindow() {
+    mController.outlets() = {};
+}
+
+void MainWindow::makeScreens() {
+    AppDelegate::Outlets& outlets = mController.outlets();
+    const QIcon picture = windowIcon();
+
+    mNotStartedView = std::make_unique<MainWindowScreen>(picture);
+    outlets.notStartedView = mNotStartedView.get();
+    outlets.titleText = mNotStartedView->heading();
+    outlets.resetBodyText = mNotStartedView->addText();
+    outlets.resetNowButton = mNotStartedView->addButton(true);
+    connect(outlets.resetNowButton, &QPushButton::clicked, this, [this] { mController.handleButtonClick(); });
+
+    mInProgressView = std::make_unique<MainWindowScreen>(picture);
+    outlets.inProgressView = mInProgressView.get();
+    outlets.resetInProgressText = mInProgressView->heading();
+    auto* const progress = new QProgressBar;
+    progress->setRange(0, 1);  // stands still until the controller starts it
+    progress->setTextVisible(false);
+    progress->setAccessibleName(localized("ProgressDescription"));
+    mInProgressView->addControl(progress);
+    outlets.progressIndicator = progress;
+    outlets.dontUnplugText = mInProgressView->addText();
+
+    mCompleteView = std::make_unique<MainWindowScreen>(picture);
+    outlets.completeView = mCompleteView.get();
+    outlets.resetCompleteText = mCompleteView->heading();
+    outlets.resetCompleteBodyText = mCompleteView->addText();
+    outlets.mainMenuButton = mCompleteView->addButton(false);
+    outlets.quitButton = mCompleteView->addButton(true);
+    connect(outlets.mainMenuButton, &QPushButton::clicked, this,
+            [this] { mController.returnToMainMenuButtonClicked(); });
+    connect(outlets.quitButton, &QPushButton::clicked, this, [this] { mController.quitButtonClicked(); });
+}
+
+void MainWindow::makeMenu() {
+    AppDelegate::Outlets& outlets = mController.outlets();
+    QMenu* const menu = menuBar()->addMenu(localized("ApplicationMenu"));
+    outlets.aboutMenuItem = menu->addAction(QString(), this, [this] { showAbout(); });
+    outlets.aboutMenuItem->setMenuRole(QAction::AboutRole);
+    outlets.mainMenuItemTwo = menu->addAction(localized("ShowLogFiles"), this, [] {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(TrovikLogs::logsDirectory())));
+    });
+    menu->addSeparator();
+    outlets.quitMenuItem = menu->addAction(QString(), this, [this] { mController.quitButtonClicked(); });
+    outlets.quitMenuItem->setShortcut(Qt::CTRL | Qt::Key_Q);
+    outlets.quitMenuItem->setMenuRole(QAction::QuitRole);
+}
+
+void MainWindow::showAbout() {
+    QMessageBox box(this);
+    box.setWindowTitle(localized("AboutTrovikReset").remove(QLatin1Char('&')));
+    box.setIconPixmap(windowIcon().pixmap(64));
+    box.setTextFormat(Qt::PlainText);
+    box.setText(infoText("CFBundleName") + QLatin1Char(' ') + infoText("CFBundleShortVersionString"));
+    box.setInformativeText(QStringList{
+        localized("AboutBody"),
+        localized("AboutLogFiles") + QLatin1Char('\n') + QString::fromStdString(TrovikLogs::logsDirectory()),
+        infoText("NSHumanReadableCopyright")}
+                               .join(QStringLiteral("\n\n")));
+    box.exec();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+    event->accept();
+    mController.windowWillClose();
+}
+
+void MainWindow::keyPressEvent(QKeyEvent* event) {
+    const bool enter = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    const auto screens = {mNotStartedView.get(), mInProgressView.get(), mCompleteView.get()};
+    for (MainWindowScreen* const screen : screens) {
+        QPushButton* const button = screen->primaryButton();
+        // A button that has the focus itself takes Enter for its own.
+        if (enter && button && button->isVisible()) return button->click();
+    }
+    QMainWindow::keyPressEvent(event);
+}

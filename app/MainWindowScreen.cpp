@@ -1,0 +1,117 @@
+#include "app/MainWindowScreen.hpp"
+
+#include <QAccessible>
+#include <QHBoxLayout>
+#include <QIcon>
+#include <QLabel>
+#include <QPushButton>
+#include <QShowEvent>
+#include <QStringList>
+#include <QVBoxLayout>
+
+namespace {
+
+// Device-independent pixels.
+constexpr int kMargin = 24;
+constexpr int kSpacing = 16;
+constexpr int kPicture = 64;
+constexpr int kColumnWidth = 600;  ///< longer lines are hard to read
+constexpr QSize kSmallestButton(120, 32);
+constexpr int kButtonPadding = 24;
+
+constexpr double kHeadingScale = 1.6;  ///< of the desktop's font
+
+/// A button with room around its text, as the desktops' own large buttons have.
+class ScreenButton final : public QPushButton {
+  public:
+    using QPushButton::QPushButton;
+    QSize sizeHint() const override {
+        return (QPushButton::sizeHint() + QSize(kButtonPadding, 0)).expandedTo(kSmallestButton);
+    }
+};
+
+QLabel* makeText(QWidget* parent) {
+    auto* const label = new QLabel(parent);
+    label->setTextFormat(Qt::PlainText);
+    label->setWordWrap(true);
+    return label;
+}
+
+}  // namespace
+
+MainWindowScreen::MainWindowScreen(const QIcon& picture) : mHeading(makeText(this)) {
+    QFont font = mHeading->font();
+    font.setPointSizeF(font.pointSizeF() * kHeadingScale);
+    font.setBold(true);
+    mHeading->setFont(font);
+
+    auto* const top = new QHBoxLayout;
+    top->setSpacing(kSpacing);
+    if (!picture.isNull()) {
+        auto* const image = new QLabel(this);
+        image->setPixmap(picture.pixmap(QSize(kPicture, kPicture), devicePixelRatioF()));
+        image->setFixedSize(kPicture, kPicture);
+        top->addWidget(image, 0, Qt::AlignTop);
+    }
+    top->addWidget(mHeading, 1, Qt::AlignVCenter);
+
+    mColumn = new QVBoxLayout;
+    mColumn->setSpacing(kSpacing);
+    mColumn->addLayout(top);
+    mButtons = new QHBoxLayout;
+    mButtons->setSpacing(kSpacing);
+    mButtons->addStretch(1);
+
+    // In a wide window the page stays as wide as its lines may be, in the middle.
+    auto* const page = new QWidget(this);
+    page->setMaximumWidth(kColumnWidth);
+    auto* const rows = new QVBoxLayout(page);
+    rows->setContentsMargins(kMargin, kMargin, kMargin, kMargin);
+    rows->setSpacing(kMargin);
+    rows->addLayout(mColumn);
+    rows->addStretch(1);
+    rows->addLayout(mButtons);
+
+    auto* const outer = new QHBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->addWidget(page);
+}
+
+QLabel* MainWindowScreen::addText() {
+    auto* const text = makeText(this);
+    mTexts.append(text);
+    mColumn->addWidget(text);
+    return text;
+}
+
+void MainWindowScreen::addControl(QWidget* control) {
+    mColumn->addWidget(control);
+}
+
+QPushButton* MainWindowScreen::addButton(bool primary) {
+    auto* const button = new ScreenButton(this);
+    button->setDefault(primary);
+    if (primary) mPrimaryButton = button;
+    mButtons->addWidget(button);
+    return button;
+}
+
+void MainWindowScreen::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    if (!event->spontaneous()) announce();
+}
+
+void MainWindowScreen::announce() {
+    QStringList texts;
+    for (const QLabel* const text : mTexts) texts.append(text->text());
+    const QString description = texts.join(QLatin1Char('\n'));
+    setAccessibleName(mHeading->text());
+    setAccessibleDescription(description);
+
+    // A screen reader speaks what takes the focus, so that has to carry the screen's texts with it.
+    QWidget* const target = mPrimaryButton ? static_cast<QWidget*>(mPrimaryButton) : mHeading;
+    target->setAccessibleDescription(mPrimaryButton ? mHeading->text() + QLatin1Char('\n') + description : description);
+    QAccessibleEvent alert(this, QAccessible::Alert);
+    QAccessible::updateAccessibility(&alert);
+    target->setFocus(Qt::OtherFocusReason);
+}

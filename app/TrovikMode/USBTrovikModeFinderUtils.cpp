@@ -1,0 +1,82 @@
+#include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
+
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "platform/CFRunLoop.hpp"
+#include "platform/Platform.hpp"
+#include "platform/VendorId.hpp"
+
+namespace {
+
+constexpr std::int32_t gcProduct = 0x0003;
+constexpr std::int32_t gcRelease = 0x0001;
+constexpr std::size_t gcPathBufferSize = 512;  ///< the terminating zero included
+
+/// What keeps a notification armed.
+struct Observation {
+    std::unique_ptr<platform::IONotificationPort> port;
+    std::shared_ptr<platform::CFRunLoopSource> source;
+    std::unique_ptr<platform::IOIterator> iterator;
+};
+
+/// Notifications stay armed until the process has ended. Nothing releases them at exit either: by then the thread that
+/// they belong to may still be running, or be gone.
+void keepForEver(Observation observation) {
+    static std::mutex mutex;
+    static auto* const kept = new std::vector<Observation>;
+    std::lock_guard const lock(mutex);
+    kept->push_back(std::move(observation));
+}
+
+}  // namespace
+
+platform::MatchingDictionary USBTrovikModeFinderUtils::createTMDeviceMatcher() {
+    auto matching = platform::IOServiceMatching(platform::kIOUSBDeviceClassName);
+    matching.properties["idVendor"] = platform::kTrovikVendorId;
+    matching.properties["idProduct"] = gcProduct;
+    matching.properties["bcdDevice"] = gcRelease;
+    return matching;
+}
+
+std::optional<std::vector<USBRegistryInfo>> USBTrovikModeFinderUtils::connectedPaths() {
+    std::unique_ptr<platform::IOIterator> iterator;
+    if (platform::kIOMasterPortDefault().IOServiceGetMatchingServices(createTMDeviceMatcher(), iterator) !=
+        platform::kIOReturnSuccess)
+        return std::nullopt;
+
+    std::vector<USBRegistryInfo> devices;
+    while (auto const entry = iterator->IOIteratorNext()) {
+        std::string path;
+        std::uint64_t entryId = 0;
+        if (entry->IORegistryEntryGetPath(platform::kIOServicePlane, path) == platform::kIOReturnSuccess &&
+            path.size() < gcPathBufferSize &&
+            entry->IORegistryEntryGetRegistryEntryID(entryId) == platform::kIOReturnSuccess)
+            devices.push_back(USBRegistryInfo::infoWithId(entryId, std::move(path)));
+    }
+    return devices;
+}
+
+bool USBTrovikModeFinderUtils::tmDeviceConnected() {
+    return connectedPaths().has_value();
+}
+
+bool USBTrovikModeFinderUtils::observeTMDevicesForType(char const* type, platform::IOServiceMatchingCallback callback,
+                                                       void* refCon) {
+    auto& registry = platform::kIOMasterPortDefault();
+    Observation observation;
+    observation.port = registry.IONotificationPortCreate();
+    observation.source = observation.port->IONotificationPortGetRunLoopSource();
+    platform::CFRunLoopGetCurrent()->CFRunLoopAddSource(observation.source, platform::kCFRunLoopDefaultMode);
+    bool const isArmed =
+        registry.IOServiceAddMatchingNotification(*observation.port, type, createTMDeviceMatcher(), callback, refCon,
+                                                  observation.iterator) == platform::kIOReturnSuccess;
+    if (isArmed) {
+        while (observation.iterator->IOIteratorNext()) {
+            // Present already: taking the entry is what arms the notification; only connectedPaths() tells of it.
+        }
+    }
+    keepForEver(std::move(observation));
+    return isArmed;
+}

@@ -1,0 +1,66 @@
+#include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
+
+#include <vector>
+
+#include "ANT/ANT_Exception.hpp"
+#include "FTX/FTX_Channel.hpp"
+#include "GLO/GLO_Exception.hpp"
+#include "IOL/IOL_Packet.hpp"
+#include "IOU/IOU_UsbLink.hpp"
+#include "THR/THR_CancelRequested.hpp"
+#include "app/TrovikMode/TrovikModeUtil.hpp"
+#include "app/Util/Logging/DDLog.hpp"
+
+namespace {
+
+constexpr char gcFile[] = "app/TrovikMode/UsbTrovikModeIoLink";
+constexpr std::uint16_t gcNoPathLine = 81;  ///< stable identifier of the raise site, known to support
+
+/// Nobody ever cancels a link of this tool. One object for all of them, since a link holds it by reference.
+thr::CancelRequested_t& noCancelSource() {
+    static thr::CancelRequestedFunctor_t functor;
+    return functor;
+}
+
+}  // namespace
+
+std::unique_ptr<UsbTrovikModeIoLink> UsbTrovikModeIoLink::initWithPath(std::optional<std::string> const& path) {
+    DDLogVerbose("New UsbTrovikModeIoLink");
+    std::unique_ptr<UsbTrovikModeIoLink> facade(new UsbTrovikModeIoLink);
+    try {
+        facade->mLink = getIolLinkForPath(path);
+    } catch (glo::Exception_t const& exception) {
+        DDLogError("Error creating UsbTrovikModeIoLink at path:%s\n%s on line %d", path ? path->c_str() : "(null)",
+                   exception.File().c_str(), exception.Line());
+        return nullptr;
+    }
+    if (path) facade->mIoPath = *path;
+    return facade;
+}
+
+glo::AutoPtr<iol::Link_t> UsbTrovikModeIoLink::getIolLinkForPath(std::optional<std::string> const& path) {
+    if (!path) throw glo::InvalidInput_t(L"USB IO Path not specified", gcFile, gcNoPathLine);
+    return glo::AutoPtr<iol::Link_t>(
+        new iou::UsbLink_t(noCancelSource(), *path, iou::UsbLink_t::PacketCheckingModeDefault, iol::gcDefaultTimeout));
+}
+
+bool UsbTrovikModeIoLink::sendIopCommand(std::uint16_t command, ByteView data, bool awaitResponse, Error* error) {
+    try {
+        ftx::Channel_t channel(*mLink);
+        channel.SendIopCommand(command, std::vector<unsigned char>(data.begin(), data.end()));
+        if (awaitResponse) {
+            iol::Packet_t response(command);
+            channel.GetPacket(response);
+        }
+        return true;
+    } catch (glo::Timeout_t const& exception) {
+        TrovikModeUtil::populateError(error, 0, "issueCommand Timeout", exception);
+    } catch (ant::AuthenticateReject_t const& exception) {
+        TrovikModeUtil::populateError(error, 0, "issueCommand Authentication Rejected", exception);
+    } catch (glo::Exception_t const& exception) {
+        TrovikModeUtil::populateError(error, 0, "issueCommand Failed", exception);
+    } catch (...) {
+        TrovikModeUtil::populateError(error, 0, "issueCommand Failed: Unknown Exception", glo::Exception_t());
+    }
+    return false;
+}

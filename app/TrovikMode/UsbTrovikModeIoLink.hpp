@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "GLO/GLO_AutoPtr.hpp"
+#include "IOL/IOL_Link.hpp"
+#include "app/Util/Error.hpp"
+
+using ByteView = std::span<const unsigned char>;
+
+/// The application's one way to a device: holds a USB link for its whole life and sends one command at a time over a
+/// channel made for that command. No exception of the device library gets past sendIopCommand.
+///
+/// It belongs to the thread that made it, its destruction included, which closes the device.
+class UsbTrovikModeIoLink {
+  public:
+    UsbTrovikModeIoLink(const UsbTrovikModeIoLink&) = delete;
+    UsbTrovikModeIoLink& operator=(const UsbTrovikModeIoLink&) = delete;
+
+    /// Opens the device at a registry path.
+    /// @param path  nothing counts as a failure of the library
+    /// @return null when the library reports a failure, which has been logged
+    /// @throws anything but a glo::Exception_t as it came: above all the integer 1 of a device that can't be opened
+    /// Blocks for some seconds at most. Owner thread only.
+    static std::unique_ptr<UsbTrovikModeIoLink> initWithPath(const std::optional<std::string>& path);
+
+    /// A new link on the device at a registry path. The caller owns it.
+    /// @throws glo::InvalidInput_t  no path; and whatever iou::UsbLink_t throws
+    /// Blocks. Owner thread only.
+    static glo::AutoPtr<iol::Link_t> getIolLinkForPath(const std::optional<std::string>& path);
+
+    /// A new link on this object's own path.
+    glo::AutoPtr<iol::Link_t> getIolLink() const { return getIolLinkForPath(mIoPath); }
+
+    /// Identifies the device anew, then sends one command.
+    /// @param command        the command's number
+    /// @param data           its argument bytes
+    /// @param awaitResponse  also wait for a packet of the command's number: 3 seconds, and up to twice that while
+    /// other
+    ///                       packets keep coming
+    /// @param error          where to describe a failure; may be null, and then nothing is logged either
+    /// @return true when the command has been sent, and answered if an answer was awaited
+    /// Never throws. Blocks. Owner thread only.
+    bool sendIopCommand(std::uint16_t command, ByteView data, bool awaitResponse, Error* error);
+
+    const std::string& ioPath() const { return mIoPath; }
+
+    /// Always 0; nothing sets it.
+    std::uint32_t unitId() const { return mUnitId; }
+
+  private:
+    UsbTrovikModeIoLink() = default;
+
+    glo::AutoPtr<iol::Link_t> mLink;
+    std::string mIoPath;
+    std::uint32_t mUnitId = 0;
+};

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <QLayout>
+#include <QSize>
+#include <memory>
+#include <vector>
+
+/// What a constraint ties together. The numbers are those that interface files use.
+enum class LayoutAttribute {
+    NotAnAttribute = 0,
+    Left = 1,
+    Right = 2,
+    Top = 3,
+    Bottom = 4,
+    Leading = 5,
+    Trailing = 6,
+    Width = 7,
+    Height = 8,
+};
+
+/// The highest priority, 1000: the constraint must hold.
+inline constexpr float kLayoutPriorityRequired = 1000.0F;
+
+/// One constraint: first.firstAttribute = second.secondAttribute * multiplier + constant. Both views are borrowed; a
+/// constraint leaves its layout when one of them leaves the container.
+struct LayoutConstraint {
+    const QWidget* firstItem = nullptr;
+    LayoutAttribute firstAttribute = LayoutAttribute::NotAnAttribute;
+    const QWidget* secondItem = nullptr;
+    LayoutAttribute secondAttribute = LayoutAttribute::NotAnAttribute;
+    double multiplier = 1.0;
+    double constant = 0.0;  ///< device-independent pixels
+    float priority = kLayoutPriorityRequired;
+};
+
+/// Keeps a container's constraint records and lays its children out by them, at every resize. Solves what pinning
+/// needs: edges of a child tied to edges of the container, leading and trailing following the text direction; where
+/// several constraints fix one edge, the highest priority wins, and the earlier among equals. A child without a
+/// constraint keeps its place. The container owns the layout. Main thread only.
+class ConstraintLayout final : public QLayout {
+  public:
+    /// The container's constraint layout, made at the first call. The container must have no layout of another kind.
+    static ConstraintLayout& of(QWidget& container);
+    /// The same, or null when the container has none.
+    static const ConstraintLayout* find(const QWidget& container);
+
+    explicit ConstraintLayout(QWidget& container);
+    ~ConstraintLayout() override;
+    ConstraintLayout(const ConstraintLayout&) = delete;
+    ConstraintLayout& operator=(const ConstraintLayout&) = delete;
+
+    /// Takes a view in as the container's first or last child. It moves here from wherever it was.
+    void addSubview(QWidget& view, bool first);
+    /// Takes a view out, with the constraints that mention it. It is hidden and has no parent afterwards: its owner
+    /// keeps it.
+    void removeSubview(QWidget& view);
+
+    void addConstraint(const LayoutConstraint& constraint);
+    /// In the order in which they were added.
+    const std::vector<LayoutConstraint>& constraints() const { return mConstraints; }
+
+    void addItem(QLayoutItem* item) override;
+    int count() const override { return static_cast<int>(mItems.size()); }
+    QLayoutItem* itemAt(int index) const override;
+    QLayoutItem* takeAt(int index) override;
+    QSize sizeHint() const override;
+    QSize minimumSize() const override;
+    bool hasHeightForWidth() const override;
+    int heightForWidth(int width) const override;
+    void setGeometry(const QRect& rectangle) override;
+
+  private:
+    QRect frameOf(const QWidget& view, const QRect& container) const;
+    template <typename Measure>
+    QSize largest(Measure measure) const;
+
+    std::vector<std::unique_ptr<QLayoutItem>> mItems;
+    std::vector<LayoutConstraint> mConstraints;
+};

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "simulator/InProcessBus.hpp"
+#include "simulator/RealTimeDrive.hpp"
+
+/// The demo's one simulated device, on a bus of its own in real time. Any thread.
+class DemoDevice {
+  public:
+    /// What a person can see of the device at one moment.
+    struct View {
+        bool isAttached = false;
+        bool cable = false;
+        simulator::BootState state = simulator::BootState::Running;
+        std::vector<simulator::SettingsStore::Entry> store;
+        std::vector<std::string> pendingFaults;
+        std::vector<std::string> news;  ///< what happened since the last look: states, faults, the host's mistakes
+    };
+
+    explicit DemoDevice(const simulator::Profile& profile);
+    ~DemoDevice();
+    DemoDevice(const DemoDevice&) = delete;
+    DemoDevice& operator=(const DemoDevice&) = delete;
+
+    simulator::InProcessBus& bus() { return mBus; }
+
+    void plug() { mBus.plug(mPort); }
+    void unplug() { mBus.unplug(mPort); }
+    void addFault(const simulator::Fault& fault);
+    void clearFaults();
+    void fillStore();
+
+    /// Main thread only: news are told once.
+    View look();
+
+  private:
+    simulator::RealTimeDrive mDrive;
+    simulator::InProcessBus mBus;
+    std::size_t mPort;
+    std::size_t mSeen = 0;  ///< entries of the device's record that were told as news
+};

@@ -1,0 +1,200 @@
+// The same window on a simulated device: to look at, to try the tool's behaviour out, and to prove it without a
+// display.
+#include <getopt.h>
+
+#include <QApplication>
+#include <QMetaObject>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/AppDelegate.hpp"
+#include "app/MainWindow.hpp"
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
+#include "app/demo/DemoDevice.hpp"
+#include "app/demo/DemoPanel.hpp"
+#include "app/demo/DemoRun.hpp"
+#include "platform/Directories.hpp"
+#include "platform/Platform.hpp"
+#include "platform/ScriptRunner.hpp"
+#include "platform/linux/AsioRunLoop.hpp"
+#include "platform/linux/Bundle.hpp"
+#include "platform/linux/Dispatch.hpp"
+#include "platform/linux/TerminateExceptionHandler.hpp"
+#include "platform/qt/QtMainQueue.hpp"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kHeightWithPanel = 560;  ///< device-independent pixels
+
+struct Options {
+    bool run = false;
+    bool slow = false;
+    std::string pictures;
+    std::vector<simulator::Fault> faults;
+};
+
+void printHelp(std::FILE* stream) {
+    std::fputs(
+        "Usage: ResetToolDemo [OPTION]...\n"
+        "The reset tool's window over a simulated device, with a panel that shows the device.\n\n"
+        "  --run            do a whole reset without a person, clicks included, and tell each step;\n"
+        "                   needs no display. Status 0: the device's settings store is empty\n"
+        "  --pictures DIR   with --run: leave pictures of the screens in DIR\n"
+        "  --slow           at a speed that eyes can follow\n"
+        "  --fault NAME     have the device do something wrong; may be repeated\n"
+        "  --help           this text\n\n"
+        "Faults, by name or by number:\n",
+        stream);
+    int number = 0;
+    for (const auto& fault : simulator::faultCatalogue()) {
+        std::fprintf(stream, "  %2d  %s\n", ++number, fault.name.c_str());
+    }
+}
+
+bool addFault(const std::string& name, std::vector<simulator::Fault>& faults) {
+    std::size_t number = 0;
+    for (const auto& fault : simulator::faultCatalogue()) {
+        if (name != fault.name && name != std::to_string(++number)) continue;
+        faults.push_back(fault);
+        return true;
+    }
+    std::fprintf(stderr, "There is no fault \"%s\"; --help lists them.\n", name.c_str());
+    return false;
+}
+
+/// Reads the command line; ends the program where that is all there is to do.
+Options readOptions(int argc, char** argv) {
+    Options options;
+    const option known[] = {{"run", no_argument, nullptr, 'r'},
+                            {"slow", no_argument, nullptr, 's'},
+                            {"pictures", required_argument, nullptr, 'p'},
+                            {"fault", required_argument, nullptr, 'f'},
+                            {"help", no_argument, nullptr, 'h'},
+                            {nullptr, 0, nullptr, 0}};
+    for (int c = 0; (c = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
+        if (c == 'r') {
+            options.run = true;
+        } else if (c == 's') {
+            options.slow = true;
+        } else if (c == 'p') {
+            options.pictures = optarg;
+        } else if (c == 'h') {
+            printHelp(stdout);
+            std::exit(EXIT_SUCCESS);
+        } else if (c != 'f' || !addFault(optarg, options.faults)) {
+            std::exit(2);
+        }
+    }
+    if (optind < argc) {
+        std::fprintf(stderr, "What is \"%s\"? --help lists the options.\n", argv[optind]);
+        std::exit(2);
+    }
+    return options;
+}
+
+bool isSet(const char* variable) {
+    const char* const value = std::getenv(variable);
+    return value && *value;
+}
+
+/// The demo leaves real programs alone.
+class NoScripts final : public platform::ScriptRunner {
+  public:
+    bool executeAndReturnError(const std::string&) override { return true; }
+    int system(const std::string&) override { return 0; }
+};
+
+simulator::Profile profileFor(const Options& options) {
+    simulator::Profile profile = simulator::Profile::handheld();
+    if (options.run && !options.slow) {
+        profile.rebootTime = milliseconds(300);
+    } else {
+        profile.answerDelay = milliseconds(150);
+        profile.rebootTime = milliseconds(4000);
+    }
+    return profile;
+}
+
+[[noreturn]] void terminate(int status) {
+    DDLog::applicationWillTerminate();
+    std::fflush(stdout);
+    std::_Exit(status);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const Options options = readOptions(argc, argv);
+    if (!isSet("QT_QPA_PLATFORM")) {
+        if (options.run) {
+            setenv("QT_QPA_PLATFORM", "offscreen", 1);
+        } else if (!isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) {
+            std::fputs("There is no display to open a window on. Try: ResetToolDemo --run\n", stderr);
+            return 2;
+        }
+    }
+    // What happens to a simulated device is no business of the tool's log files.
+    setenv("XDG_DATA_HOME", (platform::cachesDirectory() + "/trovik-reset-tool-demo").c_str(), 1);
+
+    platform::TerminateExceptionHandler exceptionHandler;
+    QApplication application(argc, argv);
+    DemoDevice device(profileFor(options));
+
+    platform::Bundle bundle;
+    platform::AsioRunLoops runLoops;
+    platform::QtMainQueue mainQueue;
+    NoScripts scriptRunner;
+    platform::GlobalQueue globalQueue;
+    platform::Platform platform;
+    platform.runLoops = &runLoops;
+    platform.masterPort = &device.bus();
+    platform.mainQueue = &mainQueue;
+    platform.globalQueue = &globalQueue;
+    platform.mainBundle = &bundle;
+    platform.scriptRunner = &scriptRunner;
+    platform.exceptionHandler = &exceptionHandler;
+    const platform::PlatformScope scope(platform);
+
+    AppDelegate controller(terminate);
+    MainWindow window(controller);
+    std::unique_ptr<DemoPanel> panel;
+    std::unique_ptr<DemoRun> run;
+    if (options.run) {
+        run = std::make_unique<DemoRun>(
+            controller, device, DemoRun::Options{QString::fromStdString(options.pictures), options.slow}, terminate);
+    } else {
+        panel = std::make_unique<DemoPanel>(device);
+        window.addDockWidget(Qt::RightDockWidgetArea, panel.get());
+        window.resize(window.width() + panel->sizeHint().width(), kHeightWithPanel);
+    }
+
+    // Changes come from any thread and in bursts; one look shows all of them.
+    std::atomic<bool> lookPending = false;
+    const auto look = [&] {
+        lookPending = false;
+        const DemoDevice::View view = device.look();
+        if (panel) panel->show(view);
+        if (run) run->show(view);
+    };
+    device.bus().setObserver([&] {
+        if (!lookPending.exchange(true)) mainQueue.dispatch_async(look);
+    });
+
+    controller.applicationDidFinishLaunching();
+    controller.waitUntilListening();
+    for (const auto& fault : options.faults) device.addFault(fault);
+    device.plug();
+    window.show();
+    if (run) {
+        std::printf("The log is in %s\n", TrovikLogs::logsDirectory().c_str());
+        run->start();
+    }
+    return QApplication::exec();
+}

@@ -1,0 +1,80 @@
+// The tool. Picks what the platform interface is made of on this system, and runs the application on it.
+#include <QApplication>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "app/AppDelegate.hpp"
+#include "app/MainWindow.hpp"
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
+#include "platform/linux/AsioRunLoop.hpp"
+#include "platform/linux/Bundle.hpp"
+#include "platform/linux/CrashHandler.hpp"
+#include "platform/linux/Dispatch.hpp"
+#include "platform/linux/SignalScriptRunner.hpp"
+#include "platform/linux/TerminateExceptionHandler.hpp"
+#include "platform/linux/UdevRegistry.hpp"
+#include "platform/linux/UserDefaults.hpp"
+#include "platform/qt/QtMainQueue.hpp"
+
+namespace {
+
+/// Ends the process at once. The worker and the listener thread may be talking to a device: static objects must not be
+/// destroyed beneath them. All that has to reach the disk is the log.
+[[noreturn]] void terminate(int status) {
+    DDLog::applicationWillTerminate();
+    std::_Exit(status);
+}
+
+/// The system log. What the platform has to say of a device (above all why it can't be opened) belongs beside the
+/// workflow's own lines, where support looks for it; the loggers' own troubles can't be told to themselves.
+void systemLog(const std::string& line) {
+    if (DDLog::isDelivering()) {
+        std::fputs((line + "\n").c_str(), stderr);
+        return;
+    }
+    const std::size_t end = line.find_last_not_of('\n');
+    DDLogInfo("%s", line.substr(0, end == std::string::npos ? 0 : end + 1).c_str());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    platform::TerminateExceptionHandler exceptionHandler;
+    QApplication::setDesktopFileName(QStringLiteral("org.trovik.ResetTool"));
+    QApplication application(argc, argv);
+
+    platform::Bundle bundle;
+    platform::UserDefaults userDefaults(bundle.bundleIdentifier());
+    platform::AsioRunLoops runLoops;
+    platform::UdevRegistry registry;
+    platform::QtMainQueue mainQueue;
+    platform::SignalScriptRunner scriptRunner;
+    platform::GlobalQueue globalQueue;
+
+    platform::Platform platform;
+    platform.runLoops = &runLoops;
+    platform.masterPort = &registry;
+    platform.mainQueue = &mainQueue;
+    platform.globalQueue = &globalQueue;
+    platform.mainBundle = &bundle;
+    platform.standardUserDefaults = &userDefaults;
+    platform.scriptRunner = &scriptRunner;
+    platform.exceptionHandler = &exceptionHandler;
+    platform.log = systemLog;
+    const platform::PlatformScope scope(platform);
+
+    const auto version = bundle.infoDictionary().find("CFBundleShortVersionString");
+    const std::string* const text = version == bundle.infoDictionary().end() ? nullptr : version->second.string();
+    platform::InstallCrashHandler(TrovikLogs::logsDirectory() + "/ResetTool",
+                                  "Trovik Reset Tool " + (text ? *text : std::string()));
+
+    AppDelegate controller(terminate);
+    MainWindow window(controller);
+    controller.applicationDidFinishLaunching();
+    window.show();
+    return QApplication::exec();
+}

@@ -1,0 +1,148 @@
+#include "tests/app/AppWorld.hpp"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTest>
+
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/DDLogMessage.hpp"
+
+namespace app_test {
+
+using simulator::Bytes;
+using simulator::UsbPacket;
+
+// ---- ControllerLog
+
+struct ControllerLog::Logger final : DDAbstractLogger {
+    void logMessage(const DDLogMessage& message) override {
+        if (message.fileName() != "AppDelegate") return;
+        const char level = message.logFlag == DDLogFlagError ? 'E' : message.logFlag == DDLogFlagInfo ? 'I' : '?';
+        const std::lock_guard lock(mutex);
+        lines.push_back(std::string(1, level) + ' ' + message.logMsg);
+    }
+    std::mutex mutex;
+    std::vector<std::string> lines;  ///< under mutex
+};
+
+ControllerLog::ControllerLog() : mLogger(std::make_shared<Logger>()) {
+    DDLog::addLogger(mLogger);
+}
+
+ControllerLog::~ControllerLog() {
+    DDLog::removeLogger(mLogger);
+    DDLog::flushLog();
+}
+
+std::vector<std::string> ControllerLog::take() {
+    DDLog::flushLog();
+    const std::lock_guard lock(mLogger->mutex);
+    return std::exchange(mLogger->lines, {});
+}
+
+// ---- the person at the window
+
+AlertAnswer::AlertAnswer(std::function<void(QMessageBox&)> answer) : mAnswer(std::move(answer)) {
+    qApp->installEventFilter(this);
+}
+
+AlertAnswer::~AlertAnswer() {
+    qApp->removeEventFilter(this);
+}
+
+bool AlertAnswer::eventFilter(QObject* object, QEvent* event) {
+    auto* const alert = qobject_cast<QMessageBox*>(object);
+    if (alert && event->type() == QEvent::WindowActivate && !mAsked) {
+        mAsked = true;
+        QMetaObject::invokeMethod(
+            alert, [this, alert] { mAnswer(*alert); }, Qt::QueuedConnection);
+    }
+    return false;
+}
+
+static QWidget* buttonOf(QMessageBox& alert, QMessageBox::ButtonRole role) {
+    for (QAbstractButton* const button : alert.buttons()) {
+        if (alert.buttonRole(button) == role) return button;
+    }
+    return nullptr;
+}
+
+QWidget* resetButtonOf(QMessageBox& alert) {
+    return buttonOf(alert, QMessageBox::DestructiveRole);
+}
+QWidget* cancelButtonOf(QMessageBox& alert) {
+    return buttonOf(alert, QMessageBox::RejectRole);
+}
+
+void click(QWidget* widget) {
+    QTest::mouseClick(widget, Qt::LeftButton);
+}
+
+// ---- AppWorld
+
+namespace {
+
+platform::Platform platformOf(simulator::SimulatedWorld& world, platform::Bundle& bundle) {
+    platform::Platform platform;
+    platform.clock = &world.clock;
+    platform.runLoops = &world.loops;
+    platform.masterPort = &world.bus;
+    platform.mainQueue = &world.mainQueue;
+    platform.globalQueue = &world.globalQueue;
+    platform.mainBundle = &bundle;
+    platform.standardUserDefaults = &world.defaults;
+    platform.scriptRunner = &world.scripts;
+    platform.exceptionHandler = &world.exceptions;
+    return platform;
+}
+
+}  // namespace
+
+AppWorld::AppWorld(simulator::Profile profile)
+    : world(std::move(profile)),
+      bundle(TROVIK_RESOURCES, {}),
+      mScope(platformOf(world, bundle)),
+      controller([this](int status) { exits.push_back(status); }),
+      window(controller) {
+    window.show();
+    QApplication::processEvents();
+    controller.runTrovikModeListenLoop();  // arms; nothing being due, it returns
+}
+
+AppWorld::~AppWorld() = default;
+
+void AppWorld::confirmReset() {
+    const AlertAnswer answer([](QMessageBox& alert) { click(resetButtonOf(alert)); });
+    click(controller.outlets().resetNowButton);
+}
+
+bool AppWorld::shows(QWidget* screen) const {
+    QApplication::processEvents();  // a new screen is laid out by then
+    const QWidget* const container = screen->parentWidget();
+    return screen->isVisible() && container && screen->geometry() == container->rect() &&
+           container->findChildren<QWidget*>(Qt::FindDirectChildrenOnly).size() == 1;
+}
+
+// ---- expected traffic
+
+const UsbPacket kReboot = {20, 10, {0xAE, 0x00}};
+const UsbPacket kHold = {20, 113, {}};
+const UsbPacket kClear = {20, 10, {0x27, 0x00}};
+const UsbPacket kResume = {20, 1500, {}};
+
+std::vector<Bytes> expectedTraffic(const std::vector<UsbPacket>& commands) {
+    std::vector<Bytes> traffic = {
+        {0, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0},   // start session
+        {0, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0},  // ask for the largest packet
+    };
+    for (const UsbPacket& command : commands) {
+        traffic.push_back({20, 0, 0, 0, 254, 0, 0, 0, 0, 0, 0, 0});       // product data, please
+        traffic.push_back({20, 0, 0, 0, 28, 0, 0, 0, 2, 0, 0, 0, 0, 0});  // nothing unasked, please
+        traffic.push_back(simulator::encodePacket(command));
+    }
+    return traffic;
+}
+
+}  // namespace app_test

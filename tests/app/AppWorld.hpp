@@ -1,0 +1,101 @@
+#pragma once
+
+#include <QObject>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/AppDelegate.hpp"
+#include "app/MainWindow.hpp"
+#include "app/Util/Logging/DDAbstractLogger.hpp"
+#include "platform/Platform.hpp"
+#include "platform/linux/Bundle.hpp"
+#include "simulator/Wire.hpp"
+#include "tests/support/SimulatedWorld.hpp"
+
+class QMessageBox;
+
+namespace app_test {
+
+/// What the controller logs while this lives, each line with its level's letter: "I Device rebooted".
+class ControllerLog {
+  public:
+    ControllerLog();
+    ~ControllerLog();
+    ControllerLog(const ControllerLog&) = delete;
+    ControllerLog& operator=(const ControllerLog&) = delete;
+
+    /// The lines since the last call.
+    std::vector<std::string> take();
+
+  private:
+    struct Logger;
+    std::shared_ptr<Logger> mLogger;
+};
+
+/// Answers the confirmation that is about to be shown, once it is on the screen.
+class AlertAnswer final : public QObject {
+  public:
+    explicit AlertAnswer(std::function<void(QMessageBox&)> answer);
+    ~AlertAnswer() override;
+    bool wasAsked() const { return mAsked; }
+
+  protected:
+    bool eventFilter(QObject* object, QEvent* event) override;
+
+  private:
+    std::function<void(QMessageBox&)> mAnswer;
+    bool mAsked = false;
+};
+
+/// The button of an alert that resets, or the one that cancels.
+QWidget* resetButtonOf(QMessageBox& alert);
+QWidget* cancelButtonOf(QMessageBox& alert);
+
+/// A left click in the middle, as the window system delivers it.
+void click(QWidget* widget);
+
+/// The tool on one thread and in simulated time: controller, window and a device whose cable is not yet in. The
+/// listener is not a thread here but armed at the start; the test decides when time goes on.
+class AppWorld {
+  public:
+    explicit AppWorld(simulator::Profile profile = {});
+    ~AppWorld();
+    AppWorld(const AppWorld&) = delete;
+    AppWorld& operator=(const AppWorld&) = delete;
+
+    /// Clicks Reset Now and confirms. The worker block waits afterwards.
+    void confirmReset();
+    /// Runs the worker block, with all the time that it takes, and nothing else.
+    void runWorker() { world.globalQueue.drain(); }
+    /// Lets time go on until nothing more happens.
+    void run() { world.runUntilQuiet(); }
+
+    bool shows(QWidget* screen) const;
+    bool storeIsEmpty() { return world.device().store().empty(); }
+    /// Nothing is pending, nothing is open.
+    bool isAtRest() const { return world.bus.pendingTransfers() == 0 && world.bus.openDevices() == 0; }
+
+    simulator::SimulatedWorld world;
+    platform::Bundle bundle;
+
+  private:
+    platform::PlatformScope mScope;
+
+  public:
+    std::vector<int> exits;  ///< statuses with which the process would have ended
+    AppDelegate controller;
+    MainWindow window;
+    ControllerLog log;
+};
+
+/// What one link to the device carries when it sends these commands: the start of the session, and before each command
+/// the identification.
+std::vector<simulator::Bytes> expectedTraffic(const std::vector<simulator::UsbPacket>& commands);
+
+extern const simulator::UsbPacket kReboot, kHold, kClear, kResume;
+
+}  // namespace app_test
