@@ -1,0 +1,80 @@
+// Start to first painted frame, and private memory at that moment: the tool beside a bare window, in turn.
+//   startup_bench TOOL BARE PRELOAD [ROUNDS]
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+struct Start {
+    double milliseconds = 0;
+    double megabytes = 0;
+};
+
+Start start(const char* program) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) std::exit(2);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    std::string name = program;
+    char* const arguments[] = {name.data(), nullptr};
+    timespec before{};
+    clock_gettime(CLOCK_MONOTONIC, &before);
+    pid_t child = 0;
+    if (posix_spawn(&child, program, &actions, nullptr, arguments, environ) != 0) std::exit(2);
+    posix_spawn_file_actions_destroy(&actions);
+    close(ends[1]);
+    std::FILE* output = fdopen(ends[0], "r");
+    char line[512];
+    long long painted = 0;
+    long kilobytes = 0;
+    while (std::fgets(line, sizeof line, output)) {
+        if (std::sscanf(line, "FRAME %lld %ld", &painted, &kilobytes) == 2) break;
+    }
+    std::fclose(output);
+    waitpid(child, nullptr, 0);
+    if (painted == 0) {
+        std::fprintf(stderr, "%s painted nothing\n", program);
+        std::exit(2);
+    }
+    const long long began = before.tv_sec * 1000000000LL + before.tv_nsec;
+    return {static_cast<double>(painted - began) / 1e6, static_cast<double>(kilobytes) / 1024};
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 4) return 2;
+    setenv("LD_PRELOAD", argv[3], 1);
+    if (!getenv("DISPLAY")) setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    const int rounds = argc > 4 ? std::atoi(argv[4]) : 15;
+    start(argv[1]), start(argv[2]);  // warms the page cache
+    std::vector<double> ratio, tool, bare, toolMemory, bareMemory;
+    for (int i = 0; i < rounds; ++i) {
+        const Start a = start(argv[1]);
+        const Start b = start(argv[2]);
+        ratio.push_back(a.milliseconds / b.milliseconds);
+        tool.push_back(a.milliseconds), bare.push_back(b.milliseconds);
+        toolMemory.push_back(a.megabytes), bareMemory.push_back(b.megabytes);
+    }
+    std::printf("first frame: tool %.1f ms, bare window %.1f ms, ratio %.3f (goal 1.15)\n", median(tool), median(bare),
+                median(ratio));
+    std::printf("memory: tool %.1f MB, bare window %.1f MB, difference %.1f MB (goal 10)\n", median(toolMemory),
+                median(bareMemory), median(toolMemory) - median(bareMemory));
+}

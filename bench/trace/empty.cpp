@@ -1,0 +1,7 @@
+#include "bench/trace/empty.hpp"
+
+namespace bench {
+
+void Empty(char const*) {}
+
+}  // namespace bench

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace fuzz {
+
+/// Reads a fuzzer's input as choices and bytes. Past its end everything is 0 and empty.
+class Input {
+  public:
+    Input(std::uint8_t const* data, std::size_t size) : mRest(data, size) {}
+
+    bool isAtEnd() const { return mRest.empty(); }
+
+    std::uint8_t byte() {
+        if (mRest.empty()) return 0;
+        std::uint8_t const value = mRest.front();
+        mRest = mRest.subspan(1);
+        return value;
+    }
+
+    std::uint16_t number() {
+        unsigned const low = byte();
+        return static_cast<std::uint16_t>(low | static_cast<unsigned>(byte()) << 8);
+    }
+
+    std::vector<unsigned char> bytes(std::size_t count) {
+        auto const taken = mRest.first(std::min(count, mRest.size()));
+        mRest = mRest.subspan(taken.size());
+        return {taken.begin(), taken.end()};
+    }
+
+    std::vector<unsigned char> rest() { return bytes(mRest.size()); }
+
+  private:
+    std::span<std::uint8_t const> mRest;
+};
+
+}  // namespace fuzz

@@ -1,0 +1,157 @@
+// Any payload under any id: every packet takes it, or throws what its header says.
+
+#include <stdlib.h>
+
+#include <cstdio>
+#include <functional>
+#include <sstream>
+
+#include "GLO/GLO_Exception.hpp"
+#include "IOA/IOA_Candidates.hpp"
+#include "IOA/IOA_Exception.hpp"
+#include "IOA/IOA_Packet.hpp"
+#include "IOA/IOA_ProductData.hpp"
+#include "IOA/IOA_Protocols.hpp"
+#include "IOA/IOA_PvtData.hpp"
+#include "IOA/IOA_RawPackets.hpp"
+#include "IOA/IOA_Records.hpp"
+#include "IOL/IOL_Exception.hpp"
+#include "IOL/IOL_Frame.hpp"
+#include "fuzz/Input.hpp"
+#include "libs/IOU/IOU_UsbPacket.hpp"
+
+namespace {
+
+using Payload = std::vector<unsigned char>;
+
+void require(bool condition, char const* what) {
+    if (condition) return;
+    std::fprintf(stderr, "%s\n", what);
+    abort();
+}
+
+/// Fills the packet; what it then produces must be a frame that another one of its kind takes.
+/// @return false when the payload does not fit
+bool accepts(iol::Packet_t& packet, iol::Packet_t& second, Payload const& payload) {
+    try {
+        packet.AcceptFrame(iol::Frame_t(packet.Id(), payload));
+    } catch (iol::BadFrame_t const&) {
+        return false;
+    }
+    second.AcceptFrame(packet.ProduceFrame());
+    require(second.ProduceFrame().Bytes() == packet.ProduceFrame().Bytes(), "a packet is not what it was written from");
+    return true;
+}
+
+template <typename Packet>
+void take(Payload const& payload) {
+    Packet packet;
+    Packet second;
+    accepts(packet, second, payload);
+}
+
+void takePvt(Payload const& payload) {
+    ioa::PvtData_t packet;
+    ioa::PvtData_t second;
+    if (!accepts(packet, second, payload) || packet.fix < 2) return;
+    packet.Position();
+    packet.Alt();
+    packet.Time();
+}
+
+/// The identification's three records, and all that is asked of them.
+void takeIdentification(Payload const& payload) {
+    fuzz::Input input(payload.data(), payload.size());
+    ioa::ProductData_t product;
+    ioa::ProductData_t otherProduct;
+    if (!accepts(product, otherProduct, input.bytes(input.byte()))) return;
+    product.DisplayName();
+
+    ioa::Protocols_t protocols;
+    ioa::Protocols_t otherProtocols;
+    accepts(protocols, otherProtocols, input.rest());
+    if (protocols.empty()) {
+        ioa::SynthesizeMissingPcp(product, protocols);
+    } else {
+        ioa::AppendMissingProtocols(product, protocols);
+    }
+    using Query = bool (ioa::Protocols_t::*)() const;
+    using P = ioa::Protocols_t;
+    static constexpr Query cQueries[] = {
+        &P::SupportsPCP,
+        &P::SupportsCommands,
+        &P::SupportsWaypointTransfer,
+        &P::SupportsProxWaypointTransfer,
+        &P::SupportsRouteTransfer,
+        &P::SupportsTrackTransfer,
+        &P::SupportsTimeTransfer,
+        &P::SupportsNaming,
+        &P::SupportsFlightTransfer,
+        &P::SupportsPVT,
+        &P::SupportsRegionSizeQuery,
+        &P::SupportsDeviceDisconnectTimeout,
+        &P::SupportsSendActivityGoals,
+        &P::SupportsWorkoutTransfer,
+        &P::SupportsUserProfileTransfer,
+        &P::Supports305UserProfileTransfer,
+        &P::Supports405UserProfileSend,
+        &P::SupportsFitnessCourseTransfer,
+        &P::SupportsFitnessHistoryTransfer,
+        &P::Supports301FitnessHistoryTransfer,
+        &P::Supports405FitnessHistoryTransfer,
+    };
+    for (Query const query : cQueries) {
+        try {
+            (protocols.*query)();
+        } catch (ioa::Exception_t const&) {
+        }
+    }
+}
+
+void takeUsbPacket(Payload const& payload) {
+    auto const packet = iou::MakeUsbPacket(payload);
+    require(!packet || packet->data.size() + iou::gcUsbPacketHeaderSize == payload.size(), "a packet of another size");
+}
+
+void dump(Payload const& payload) {
+    std::wostringstream text;
+    iol::Frame_t(1, payload).Write(text);
+}
+
+void takeRaw(Payload const& payload) {
+    ioa::IopCommandPacket_t packet(10, {});
+    ioa::IopCommandPacket_t second(10, {});
+    require(accepts(packet, second, payload) && packet.data == payload, "a raw packet keeps what it is given");
+}
+
+constexpr void (*gcTakers[])(Payload const&) = {
+    take<ioa::Packet_t<10, unsigned short>>,
+    take<ioa::Packet_t<47, short>>,
+    take<ioa::Packet_t<91, unsigned int>>,
+    take<ioa::Packet_t<980, unsigned char>>,
+    take<ioa::UnitIdPacket_t>,
+    take<ioa::DeviceDisconnectTimeout_t>,
+    take<ioa::UnitNamePacket_t>,
+    take<ioa::TimeData_t>,
+    take<ioa::DataRqst_t>,
+    take<ioa::RgnSize_t>,
+    take<ioa::ProductData_t>,
+    take<ioa::ProductDataExt_t>,
+    take<ioa::Protocols_t>,
+    takePvt,
+    takeIdentification,
+    takeUsbPacket,
+    takeRaw,
+    dump,
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+    static bool const quiet = setenv("XDG_CACHE_HOME", "/nonexistent", 1) == 0;  // no folder for traces
+    require(quiet, "no environment");
+    fuzz::Input input(data, size);
+    auto const taker = gcTakers[input.byte() % std::size(gcTakers)];
+    taker(input.rest());
+    return 0;
+}
