@@ -1,0 +1,582 @@
+"""Runs inside the virtual machine: the gadget on one side of a real kernel's USB stack, the tool on the other.
+
+Every scenario starts the tool afresh as an ordinary user under an X server, drives it by keyboard only, and is judged by
+four witnesses: what the gadget recorded, what the tool logged, what is left in the store, and the pictures of the window.
+"""
+import contextlib
+import glob
+import os
+import pathlib
+import pwd
+import queue
+import random
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+TREE = pathlib.Path(sys.argv[1])
+OUT = pathlib.Path(sys.argv[2])
+BUILD = TREE / "build/release"
+GADGET = BUILD / "simulator/gadget/trovik-gadget"
+PROBE = BUILD / "tests/e2e/link_probe"
+RULE = BUILD / "packaging/60-trovik-reset-tool.rules"
+USER = "technician"
+DISPLAY = ":7"
+PATIENCE = 60.0  # seconds that anything may take on a slow virtual machine; nothing is measured by it
+SEED = int(os.environ.get("E2E_SEED", "20261121"))
+
+
+class Failure(Exception):
+    """What a witness said against a scenario."""
+
+
+def run(*command, **options):
+    return subprocess.run(command, check=True, capture_output=True, text=True, **options).stdout
+
+
+def wait_for(what, condition, patience=PATIENCE):
+    end = time.monotonic() + patience
+    while time.monotonic() < end:
+        value = condition()
+        if value:
+            return value
+        time.sleep(0.05)
+    raise Failure(f"waited {patience:.0f} s for {what}")
+
+
+class Gadget:
+    """One simulated device on a controller of its own."""
+
+    def __init__(self, name="one", *options):
+        self.lines = []
+        self.process = subprocess.Popen([str(GADGET), "--name", name, *options], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, bufsize=1)
+        self.arrived = queue.Queue()
+        threading.Thread(target=self._read, daemon=True).start()
+        self.name = name
+        self.expect("ready on")
+
+    def _read(self):
+        for line in self.process.stdout:
+            self.lines.append(line.rstrip("\n"))
+            self.arrived.put(None)
+
+    def expect(self, text, times=1):
+        """Waits until so many lines with that beginning have come."""
+        return wait_for(f'"{text}" from the gadget {self.lines[-5:]}',
+                        lambda: [line for line in self.lines if line.startswith(text)][times - 1:times])
+
+    def order(self, *orders):
+        for order in orders:
+            self.process.stdin.write(order + "\n")
+        self.process.stdin.flush()
+
+    def record(self):
+        path = f"/tmp/record.{self.name}"
+        count = sum(line == f"recorded {path}" for line in self.lines)
+        self.order(f"record {path}")
+        self.expect(f"recorded {path}", count + 1)
+        return pathlib.Path(path).read_text(encoding="utf-8")
+
+    def entries(self):
+        """Number of entries in the store now."""
+        return int([line for line in self.lines if line.startswith("store ")][-1].split()[1])
+
+    def close(self):
+        if self.process.poll() is None:
+            self.order("quit")
+            try:
+                self.process.wait(PATIENCE)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+
+
+class Tool:
+    """The tool in a window, a person at its keyboard."""
+
+    def __init__(self, program):
+        shutil.rmtree(f"/home/{USER}", ignore_errors=True)
+        os.makedirs(f"/home/{USER}/run", mode=0o700)
+        account = pwd.getpwnam(USER)
+        for path in (f"/home/{USER}", f"/home/{USER}/run"):
+            os.chown(path, account.pw_uid, account.pw_gid)
+        environment = {"HOME": f"/home/{USER}", "XDG_RUNTIME_DIR": f"/home/{USER}/run", "DISPLAY": DISPLAY,
+                       "PATH": "/usr/bin:/bin", "LANG": "C.UTF-8", "USER": USER, "QT_ACCESSIBILITY": "0"}
+        self.errors = open("/tmp/tool.stderr", "w", encoding="utf-8")
+        self.process = subprocess.Popen(["setpriv", f"--reuid={account.pw_uid}", f"--regid={account.pw_gid}",
+                                         "--clear-groups", str(program)], env=environment, stderr=self.errors,
+                                        cwd=f"/home/{USER}")
+        self.window = wait_for("the window", self._find).split()[0]
+        self.wait_log("has started.")
+        run("xdotool", "windowfocus", "--sync", self.window, env={"DISPLAY": DISPLAY, "PATH": "/usr/bin"})
+
+    def _find(self):
+        if self.process.poll() is not None:
+            raise Failure(f"the tool ended with {self.process.returncode}: {pathlib.Path('/tmp/tool.stderr').read_text()}")
+        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--pid", str(self.process.pid)],
+                               env={"DISPLAY": DISPLAY, "PATH": "/usr/bin"}, capture_output=True, text=True)
+        return found.stdout.strip()
+
+    def log(self):
+        files = sorted(glob.glob(f"/home/{USER}/.local/share/Trovik/ResetTool/ResetTool_*.txt"))
+        return "".join(pathlib.Path(file).read_text(encoding="utf-8") for file in files)
+
+    def wait_log(self, text, times=1, patience=PATIENCE):
+        try:
+            wait_for(f'"{text}" in the log', lambda: self.log().count(text) >= times or self.gone(), patience)
+        except Failure as failure:
+            raise Failure(f"{failure}:\n{self.log()}{self.threads()}") from failure
+
+    def threads(self):
+        """Where each thread sits, in the kernel's words."""
+        text = ""
+        for task in sorted(glob.glob(f"/proc/{self.process.pid}/task/*")):
+            with contextlib.suppress(OSError):
+                name = pathlib.Path(task, "comm").read_text().strip()
+                text += f"{name}:\n{pathlib.Path(task, 'stack').read_text()}"
+        return text
+
+    def gone(self):
+        if self.process.poll() is not None:
+            raise Failure(f"the tool ended with {self.process.returncode}: {pathlib.Path('/tmp/tool.stderr').read_text()}")
+        return False
+
+    def keys(self, *keys):
+        for key in keys:
+            run("xdotool", "key", key, env={"DISPLAY": DISPLAY, "PATH": "/usr/bin"})
+
+    def alert(self):
+        """The confirmation's window, once it is there."""
+        def other():
+            return [window for window in self._find().split() if window != self.window]
+        return wait_for("the alert", other)[0]
+
+    def reset(self):
+        """Reset Now, then confirm, by keyboard."""
+        run("xdotool", "windowfocus", "--sync", self.window, env={"DISPLAY": DISPLAY, "PATH": "/usr/bin"})
+        self.keys("Return")
+        alert = self.alert()
+        run("xdotool", "windowfocus", "--sync", alert, env={"DISPLAY": DISPLAY, "PATH": "/usr/bin"})
+        self.keys("alt+r")
+        wait_for("the alert to close", lambda: len(self._find().split()) == 1)
+
+    def back_to_start(self):
+        """Return to main menu, by keyboard."""
+        self.keys("alt+m")
+
+    def picture(self, name):
+        path = OUT / "pictures" / f"{name}.png"
+        path.parent.mkdir(exist_ok=True)
+        run("import", "-window", self.window, str(path), env={"DISPLAY": DISPLAY, "PATH": "/usr/bin:/bin"})
+        colours = int(run("identify", "-format", "%k", str(path)))
+        if colours < 8:
+            raise Failure(f"the picture {name} is blank ({colours} colours)")
+        return path
+
+    def usage(self):
+        """Descriptors, threads and resident kilobytes."""
+        base = pathlib.Path(f"/proc/{self.process.pid}")
+        status = (base / "status").read_text()
+        return (len(os.listdir(base / "fd")), int(re.search(r"Threads:\s+(\d+)", status)[1]),
+                int(re.search(r"VmRSS:\s+(\d+)", status)[1]))
+
+    def close(self):
+        if self.process.poll() is None:
+            self.process.send_signal(signal.SIGTERM)
+            try:
+                self.process.wait(PATIENCE)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
+        self.errors.close()
+
+
+def same_picture(first, second):
+    """Whether two pictures of the window show the same, but for a few pixels (a blinking cursor, a focus frame)."""
+    result = subprocess.run(["compare", "-metric", "AE", "-fuzz", "5%", str(first), str(second), "null:"],
+                            capture_output=True, text=True)
+    return float(result.stderr.split()[0]) < 400
+
+
+
+def commands(record):
+    """The application commands that the device received, in order, by name."""
+    names = {"0a00": {"ae00": "reboot", "2700": "clear"}, "7100": "hold", "dc05": "resume"}
+    found = []
+    for line in record.splitlines():
+        packet = re.search(r"host -> device  (.*)", line)
+        data = bytes.fromhex(packet[1].replace(" ", "")) if packet else b""
+        if len(data) < 12 or data[0] != 20:
+            continue
+        name = names.get(data[4:6].hex())
+        if isinstance(name, dict):
+            name = name.get(data[12:14].hex())
+        if name:
+            found.append(name)
+    return found
+
+
+def nodes():
+    """Device nodes of the gadgets that are on the bus."""
+    found = []
+    for device in glob.glob("/sys/bus/usb/devices/*/idVendor"):
+        folder = pathlib.Path(device).parent
+        if pathlib.Path(device).read_text().strip() == "1209":
+            found.append(f"/dev/bus/usb/{int((folder / 'busnum').read_text()):03d}/{int((folder / 'devnum').read_text()):03d}")
+    return sorted(found)
+
+
+def expect(condition, complaint):
+    if not condition:
+        raise Failure(complaint)
+
+
+FULL = ["reboot", "hold", "clear", "resume"]
+SCENARIOS = {}
+PROGRAM = BUILD / "app/ResetTool"
+REFERENCE = {}
+
+
+def scenario(function):
+    SCENARIOS[function.__name__.replace("_", " ")] = function
+    return function
+
+
+@contextlib.contextmanager
+def the_tool(program=None):
+    tool = Tool(program or PROGRAM)
+    try:
+        yield tool
+    finally:
+        tool.close()
+
+
+@contextlib.contextmanager
+def a_gadget(*options, name="one"):
+    gadget = Gadget(name, "--reboot-time", "1000", *options)
+    try:
+        yield gadget
+    except Failure as failure:
+        said = "\n".join(gadget.lines)
+        with contextlib.suppress(OSError):
+            said += "\n" + pathlib.Path(f"/proc/{gadget.process.pid}/stack").read_text()
+        raise Failure(f"{failure}\nThe gadget said:\n{said}") from failure
+    finally:
+        gadget.close()
+
+
+def settle():
+    """Lets udev finish with what is attached."""
+    wait_for("the device on the bus", nodes)
+    run("udevadm", "settle")
+
+
+def judge_complete(name, tool, gadget, expected=None, refusals=()):
+    """The four witnesses of a reset that must have ended well."""
+    tool.wait_log("Boot resumed")
+    record = gadget.record()
+    got = commands(record)
+    expect(got[-4:] == FULL, f"the device received {got}")
+    if expected is not None:
+        expect(got == expected, f"the device received {got}, not {expected}")
+    refused = [line for line in record.splitlines() if " refused " in line and not any(word in line for word in refusals)]
+    expect(not refused, f"the device refused {refused}")
+    expect(gadget.entries() == 0, f"{gadget.entries()} entries are left in the store")
+    if "complete" in REFERENCE:
+        wait_for("the complete screen", lambda: same_picture(tool.picture(name), REFERENCE["complete"]), 20)
+    else:
+        time.sleep(2)  # the first time nobody knows yet what the screen looks like
+        tool.picture(name)
+
+
+def in_order(log, *texts):
+    position = 0
+    for text in texts:
+        found = log.find(text, position)
+        expect(found >= 0, f'"{text}" is missing, or out of order, in the log:\n{log}')
+        position = found + len(text)
+
+
+@scenario
+def happy_path():
+    with a_gadget("--reboot-time", "8000") as gadget, the_tool() as tool:  # long enough for a picture of the progress
+        settle()
+        REFERENCE["start"] = tool.picture("1 start")
+        tool.reset()
+        REFERENCE["progress"] = tool.picture("2 in progress")
+        judge_complete("3 complete", tool, gadget, FULL)
+        REFERENCE["complete"] = OUT / "pictures/3 complete.png"
+        expect(not same_picture(REFERENCE["start"], REFERENCE["complete"]), "the window did not change")
+        in_order(tool.log(), "has started.", "Device found, rebooting", "Device rebooted", "Hold in bootloader sent",
+                 "Nonvol cleared", "Boot resumed")
+        mode = os.stat(nodes()[0]).st_mode & 0o777
+        expect(mode & 0o006 in (0, 0o004), f"the device node may be written by everybody ({mode:o})")
+        tags = run("udevadm", "info", "-q", "property", "-n", nodes()[0])
+        expect(":uaccess:" in tags, f"udev did not tag the device:\n{tags}")
+
+
+@scenario
+def device_attached_after_reset_now():
+    with a_gadget("--unplugged") as gadget, the_tool() as tool:
+        tool.reset()
+        tool.wait_log("No device found, waiting for connection")
+        gadget.order("plug")
+        judge_complete("attached late", tool, gadget, FULL)
+
+
+@scenario
+def unplug_during_identification():
+    with a_gadget() as gadget, the_tool() as tool:
+        settle()
+        gadget.order("drop 254 1500")
+        tool.reset()
+        judge_complete("unplug identification", tool, gadget)
+        in_order(tool.log(), "Reboot failed:", "Device rebooted", "Boot resumed")
+
+
+@scenario
+def unplug_after_hold():
+    with a_gadget() as gadget, the_tool() as tool:
+        settle()
+        gadget.order('fault Cable out at "hold", in again after 3 s')
+        tool.reset()
+        judge_complete("unplug hold", tool, gadget)
+        in_order(tool.log(), "Hold in bootloader failed:", "Device rebooted", "Boot resumed")
+
+
+@scenario
+def unplug_after_clear():
+    with a_gadget() as gadget, the_tool() as tool:
+        settle()
+        gadget.order("fault Cable out at the clear command, in again after 3 s")
+        tool.reset()
+        judge_complete("unplug clear", tool, gadget)
+        in_order(tool.log(), "Hold in bootloader sent", "failed:", "Device rebooted", "Nonvol cleared", "Boot resumed")
+
+
+@scenario
+def hold_never_answered():
+    with a_gadget() as gadget, the_tool() as tool:
+        settle()
+        gadget.order('fault No answer to "hold in boot loader"', 'fault No answer to "hold in boot loader"')
+        tool.reset()
+        tool.wait_log("issueCommand Timeout", 2)
+        judge_complete("hold unanswered", tool, gadget)
+        in_order(tool.log(), "Hold in bootloader failed:", "Device rebooted", "Hold in bootloader failed:", "Boot resumed")
+
+
+@scenario
+def no_protocol_list():
+    with a_gadget("--profile", "old") as gadget, the_tool() as tool:
+        settle()
+        tool.reset()
+        judge_complete("no protocol list", tool, gadget, FULL)
+
+
+@scenario
+def packet_of_more_than_4096_bytes():
+    with a_gadget() as gadget, the_tool() as tool:
+        settle()
+        gadget.order('fault Answer to "hold" in 4116 bytes')
+        tool.reset()
+        judge_complete("long packet", tool, gadget, FULL)
+
+
+@scenario
+def write_of_an_exact_multiple():
+    with a_gadget() as gadget:
+        settle()
+        print(run(str(PROBE)))
+        record = gadget.record()
+        sizes = [len(bytes.fromhex(m[1].replace(" ", ""))) for m in re.finditer(r"host -> device  (.*)", record)]
+        for size in (511, 512, 513, 1024):
+            expect(size in sizes, f"no packet of {size} bytes reached the device, only {sizes}")
+
+
+@scenario
+def kernel_driver_bound():
+    run("modprobe", "usbserial", "vendor=0x1209", "product=0x0003")
+    try:
+        with a_gadget() as gadget, the_tool() as tool:
+            settle()
+            driver = "/sys/bus/usb/devices/1-1:1.0/driver"
+            wait_for("the kernel's driver", lambda: os.path.exists(driver))
+            tool.reset()
+            judge_complete("kernel driver", tool, gadget, FULL)
+            wait_for("the kernel's driver to be back", lambda: os.path.exists(driver))
+    finally:
+        run("modprobe", "-r", "usbserial")
+
+
+@contextlib.contextmanager
+def without_the_rule():
+    place = pathlib.Path("/run/udev/rules.d") / RULE.name
+    place.unlink()
+    run("udevadm", "control", "--reload")
+    try:
+        yield
+    finally:
+        shutil.copy(RULE, place)
+        run("udevadm", "control", "--reload")
+
+
+@scenario
+def access_denied_for_a_second():
+    stop = threading.Event()
+
+    def grant():
+        seen = set()
+        while not stop.is_set():
+            for node in nodes():
+                if node not in seen:
+                    seen.add(node)
+                    time.sleep(1)
+                    with contextlib.suppress(FileNotFoundError):
+                        shutil.chown(node, USER)
+            time.sleep(0.02)
+
+    with without_the_rule(), a_gadget("--unplugged") as gadget, the_tool() as tool:
+        thread = threading.Thread(target=grant)
+        thread.start()
+        try:
+            tool.reset()
+            tool.wait_log("No device found, waiting for connection")
+            gadget.order("plug")
+            judge_complete("denied for a second", tool, gadget, FULL)
+        finally:
+            stop.set()
+            thread.join()
+
+
+@scenario
+def without_the_udev_rule():
+    with without_the_rule(), a_gadget() as gadget, the_tool() as tool:
+        settle()
+        tool.reset()
+        tool.wait_log("Reboot failed:")
+        log = tool.log()
+        for word in (nodes()[0], "root", "rule"):
+            expect(word in log, f'the log does not say "{word}":\n{log}')
+        expect(gadget.entries() > 0, "the store was cleared without access")
+        expect(same_picture(tool.picture("no rule"), REFERENCE.get("progress", OUT / "pictures/no rule.png")),
+               "the window does not wait")
+
+
+@scenario
+def two_devices():
+    with a_gadget("--controller", "dummy_udc.0") as first, \
+            a_gadget("--controller", "dummy_udc.1", name="two") as second, the_tool() as tool:
+        wait_for("two devices", lambda: len(nodes()) == 2)
+        run("udevadm", "settle")
+        tool.reset()
+        tool.wait_log("Boot resumed")
+        cleared = [gadget for gadget in (first, second) if gadget.entries() == 0]
+        expect(len(cleared) == 1, f"{len(cleared)} devices were cleared")
+        untouched = second if cleared[0] is first else first
+        expect(commands(untouched.record()) == [], "the other device was touched")
+
+
+@scenario
+def package_installed_used_and_purged():
+    package = glob.glob(str(TREE / "build/package/*.deb"))[0]
+    place = pathlib.Path("/run/udev/rules.d") / RULE.name
+    place.unlink()  # the package brings its own
+    run("udevadm", "control", "--reload")
+    try:
+        run("dpkg", "-i", "--force-depends", package)
+        with a_gadget() as gadget, the_tool("/usr/bin/ResetTool") as tool:
+            settle()
+            tool.reset()
+            judge_complete("package", tool, gadget, FULL)
+        files = run("dpkg", "-L", "trovik-reset-tool").split("\n")
+        run("dpkg", "--purge", "trovik-reset-tool")
+        left = [file for file in files if file and os.path.isfile(file)]
+        expect(not left, f"left behind after purging: {left}")
+        expect(not glob.glob("/usr/share/trovik*") and not glob.glob("/usr/share/doc/trovik*"), "folders left behind")
+    finally:
+        shutil.copy(RULE, place)
+        run("udevadm", "control", "--reload")
+
+
+@scenario
+def two_hundred_resets():
+    print(f"seed {SEED}")
+    chance = random.Random(SEED)
+    usable = [line for line in run(str(GADGET), "--faults").splitlines()
+              if "denied" not in line and "holds the device" not in line and "No session at all" not in line]
+    rounds = int(os.environ.get("E2E_ROUNDS", "200"))
+    with a_gadget("--profile", "instant", "--reboot-time", "50") as gadget, the_tool() as tool:
+        settle()
+        early = None
+        for number in range(rounds):
+            if chance.random() < 0.15:
+                gadget.order("fault " + chance.choice(usable))
+            tool.reset()
+            finished, end = number + 1, time.monotonic() + PATIENCE
+            while tool.log().count("Boot resumed") < finished:
+                tool.gone()
+                if time.monotonic() > end:
+                    # Waiting for an attach is a documented end (an ignored reboot, a cable that stays out): what a
+                    # person does then is to plug the device in again.
+                    gadget.order("unplug", "plug")
+                    end = time.monotonic() + PATIENCE
+                time.sleep(0.1)
+            expect(gadget.entries() == 0, f"entries left in the store after reset {number}")
+            gadget.order("clear-faults", "refill")
+            tool.back_to_start()
+            if number == 9:
+                early = tool.usage()
+        late = tool.usage()
+        expect(late[:2] == early[:2], f"descriptors and threads went from {early} to {late}")
+        expect(late[2] - early[2] < 2048, f"memory went from {early[2]} to {late[2]} kB")
+        print(f"after 10 resets {early}, after {rounds} {late} (descriptors, threads, kB)")
+
+
+def prepare():
+    """What a booted system with one person sitting at it would have."""
+    run("useradd", "--create-home", "--shell", "/bin/bash", USER)
+    uid = pwd.getpwnam(USER).pw_uid
+    os.makedirs("/run/systemd/seats")
+    pathlib.Path("/run/systemd/seats/seat0").write_text(f"IS_SEAT0=1\nACTIVE=1\nACTIVE_UID={uid}\nUIDS={uid}\n")
+    os.makedirs("/run/udev/rules.d")
+    shutil.copy(RULE, "/run/udev/rules.d/")
+    subprocess.run(["/lib/systemd/systemd-udevd", "--daemon"], check=True)
+    run("modprobe", "libcomposite")
+    run("modprobe", "dummy_hcd", "num=2")
+    run("udevadm", "trigger", "--action=add")
+    run("udevadm", "settle")
+    subprocess.Popen(["Xvfb", DISPLAY, "-screen", "0", "1280x1024x24", "-nolisten", "tcp"], stdout=subprocess.DEVNULL,
+                     stderr=subprocess.DEVNULL)
+    wait_for("the X server", lambda: os.path.exists("/tmp/.X11-unix/X" + DISPLAY[1:]))
+
+
+def main():
+    wanted = [line for line in (OUT / "wanted").read_text().split("\n") if line]
+    prepare()
+    failed = 0
+    with open(OUT / "results", "w", encoding="utf-8", buffering=1) as results:
+        for name, function in SCENARIOS.items():
+            if wanted and name != "happy path" and not any(word in name for word in wanted):
+                continue
+            start = time.monotonic()
+            try:
+                function()
+                verdict = "passed"
+            except Exception as error:  # pylint: disable=broad-except
+                failed += 1
+                verdict = f"FAILED: {error}"
+                with contextlib.suppress(Exception):
+                    run("import", "-window", "root", str(OUT / f"failed {name}.png"),
+                        env={"DISPLAY": DISPLAY, "PATH": "/usr/bin:/bin"})
+            for log in glob.glob(f"/home/{USER}/.local/share/Trovik/ResetTool/*.txt"):
+                shutil.copy(log, OUT / f"{name}.log")
+            results.write(f"{name}: {verdict} ({time.monotonic() - start:.1f} s)\n")
+        results.write(f"{len(SCENARIOS) if not wanted else 'some'} scenarios, {failed} failed\n")
+    (OUT / "verdict").write_text("1\n" if failed else "0\n")
+
+
+main()
