@@ -35,6 +35,19 @@ struct ClassTable {
     }
 };
 
+/// Without its core (its thread can't start) logging is reduced to the standard error stream; the next call tries again.
+void queueLogMessage(const DDLogDraft& draft, bool asynchronous) noexcept {
+    DDLogCore* core = nullptr;
+    try {
+        core = &DDLogCore::shared();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%.*s (no logging: %s)\n", static_cast<int>(draft.text.size()), draft.text.data(),
+                     error.what());
+        return;
+    }
+    core->queueLogMessage(draft, asynchronous);
+}
+
 }  // namespace
 
 void DDLog::log(bool asynchronous, std::uint32_t level, std::uint32_t flag, std::int32_t context, const char* file,
@@ -73,7 +86,7 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
     }
     va_end(onceMore);
     va_end(again);
-    DDLogCore::shared().queueLogMessage(draft, asynchronous);
+    queueLogMessage(draft, asynchronous);
 }
 
 void DDLog::addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level) {
