@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/PropertyList.hpp"
 
@@ -17,6 +18,10 @@ class NSBundle {
 
     /// The dictionary of Info.plist; empty when there is none.
     virtual const PropertyList::Dictionary& infoDictionary() const = 0;
+
+    /// The languages that texts are looked up in, most wanted first, such as "pt_BR", "en". The first is the language
+    /// that the application speaks; empty when the bundle has no texts.
+    virtual std::vector<std::string> preferredLocalizations() const = 0;
 
     /// The string under the key in the user's language, else in English, else `value`, else the key itself.
     /// @param table  name without extension; empty for the default table

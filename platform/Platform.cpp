@@ -22,6 +22,7 @@ class EmptyBundle final : public NSBundle {
   public:
     std::string bundleIdentifier() const override { return {}; }
     const PropertyList::Dictionary& infoDictionary() const override { return mInfo; }
+    std::vector<std::string> preferredLocalizations() const override { return {}; }
     std::string localizedStringForKey(const std::string& key, const std::string& value,
                                       const std::string&) const override {
         return value.empty() ? key : value;

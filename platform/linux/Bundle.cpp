@@ -36,13 +36,23 @@ PropertyList::Dictionary load(const std::string& path) {
     return std::move(file.contents);
 }
 
-/// Adds "de_AT" and "de" for "de_AT.UTF-8@euro"; nothing for the C locale.
+/// The region whose texts readers of a language's other regions are glad of too; empty for none. Readers of
+/// traditional Chinese are not served by simplified one.
+std::string_view regionFor(std::string_view name, std::string_view language) {
+    if (language == "pt") return "pt_BR";
+    const auto has = [name](const char* part) { return name.find(part) != std::string_view::npos; };
+    if (language == "zh" && !has("TW") && !has("HK") && !has("MO") && !has("Hant")) return "zh_CN";
+    return {};
+}
+
+/// Adds "de_AT" and "de" for "de_AT.UTF-8@euro", "pt_PT", "pt" and "pt_BR" for "pt_PT"; nothing for the C locale.
 void addLanguage(std::vector<std::string>& languages, std::string_view locale) {
     const std::string_view name = locale.substr(0, locale.find_first_of(".@"));
     if (name.empty() || name == "C" || name == "POSIX") return;
-    for (const auto candidate : {name, name.substr(0, name.find_first_of("_-"))}) {
+    const std::string_view language = name.substr(0, name.find_first_of("_-"));
+    for (const auto candidate : {name, language, regionFor(name, language)}) {
         // A locale's name becomes part of a path, so it must not lead elsewhere.
-        if (candidate.find('/') != std::string_view::npos) return;
+        if (candidate.empty() || candidate.find('/') != std::string_view::npos) return;
         if (std::find(languages.begin(), languages.end(), candidate) == languages.end()) {
             languages.emplace_back(candidate);
         }
@@ -56,10 +66,11 @@ Bundle::Bundle(std::string resources, std::vector<std::string> languages)
     if (mFolder.empty()) return;
     mInfo = load(mFolder + "/Info.plist");
     if (std::find(languages.begin(), languages.end(), kEnglish) == languages.end()) languages.emplace_back(kEnglish);
-    for (const auto& language : languages) loadLanguage(mFolder + '/' + language + ".lproj");
+    for (const auto& language : languages) loadLanguage(language);
 }
 
-void Bundle::loadLanguage(const std::string& folder) {
+void Bundle::loadLanguage(const std::string& language) {
+    const std::string folder = mFolder + '/' + language + ".lproj";
     std::error_code error;
     fs::directory_iterator files(folder, error);
     if (error) return;
@@ -69,6 +80,7 @@ void Bundle::loadLanguage(const std::string& folder) {
         if (path.extension() == ".strings") tables.emplace(path.stem().string(), load(path.string()));
         if (error) break;
     }
+    mLocalizations.push_back(language);
     mLanguageFolders.push_back(folder);
     mTables.push_back(std::move(tables));
 }

@@ -19,6 +19,7 @@ class Bundle : public NSBundle {
 
     std::string bundleIdentifier() const override;
     const PropertyList::Dictionary& infoDictionary() const override { return mInfo; }
+    std::vector<std::string> preferredLocalizations() const override { return mLocalizations; }
     std::string localizedStringForKey(const std::string& key, const std::string& value,
                                       const std::string& table) const override;
     std::optional<std::string> pathForResource(const std::string& name, const std::string& type,
@@ -29,18 +30,20 @@ class Bundle : public NSBundle {
     static std::string findResources();
 
     /// The languages of the environment's locale (LC_ALL, LC_MESSAGES, LANG; LANGUAGE refines them), each followed by
-    /// itself without its region. Empty for the C locale.
+    /// itself without its region, and then by the region that stands for the whole language where the tool speaks only
+    /// that one. Empty for the C locale.
     static std::vector<std::string> userLanguages();
 
   private:
     using Tables = std::map<std::string, PropertyList::Dictionary>;
 
-    void loadLanguage(const std::string& folder);
+    void loadLanguage(const std::string& language);
 
     std::string mFolder;
     PropertyList::Dictionary mInfo;
-    std::vector<std::string> mLanguageFolders;  ///< those that exist, most wanted first
-    std::vector<Tables> mTables;                ///< in the order of the folders
+    std::vector<std::string> mLocalizations;    ///< those that exist, most wanted first
+    std::vector<std::string> mLanguageFolders;  ///< in the same order, as are the tables
+    std::vector<Tables> mTables;
 };
 
 }  // namespace platform

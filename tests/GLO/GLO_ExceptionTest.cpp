@@ -32,6 +32,7 @@ class Bundle : public platform::NSBundle {
   public:
     std::string bundleIdentifier() const override { return {}; }
     const platform::PropertyList::Dictionary& infoDictionary() const override { return mInfo; }
+    std::vector<std::string> preferredLocalizations() const override { return {}; }
     std::string localizedStringForKey(const std::string& key, const std::string& value,
                                       const std::string& table) const override {
         return table + "/" + key + "/" + value + "\xC3\xA9";

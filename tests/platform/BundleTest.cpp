@@ -56,6 +56,9 @@ TEST_F(BundleTest, LanguagesFollowTheEnvironment) {
         {"", "fr_FR", "de_DE", "", {"fr_FR", "fr"}},
         {"es_ES", "fr_FR", "de_DE", "", {"es_ES", "es"}},
         {"", "", "de_DE", "pt_BR:fr", {"pt_BR", "pt", "fr", "de_DE", "de"}},
+        {"", "", "pt_PT.UTF-8", "", {"pt_PT", "pt", "pt_BR"}},
+        {"", "", "en_SG.UTF-8", "zh-Hans:zh_SG", {"zh-Hans", "zh", "zh_CN", "zh_SG", "en_SG", "en"}},
+        {"", "", "zh_TW.UTF-8", "", {"zh_TW", "zh"}},
         {"C.UTF-8", "", "de_DE", "fr", {}},
         {"", "", "", "", {}},
         {"", "", "POSIX", "", {}},
@@ -76,6 +79,7 @@ TEST_F(BundleTest, InformationAndResourcesAreThoseOfTheFolder) {
     support::WriteFile(folder / "de.lproj/page.html", "x");
     const Bundle bundle(folder.path(), {"de"});
     EXPECT_EQ(bundle.bundleIdentifier(), "org.example.App");
+    EXPECT_EQ(bundle.preferredLocalizations(), Languages{"de"});
     EXPECT_EQ(bundle.infoDictionary().at("n"), PropertyList{std::int64_t{3}});
     EXPECT_EQ(bundle.pathForResource("ErrorReport", "scpt", "Scripts"), folder / "Scripts/ErrorReport.scpt");
     EXPECT_EQ(bundle.pathForResource("page", "html", ""), folder / "de.lproj/page.html");
