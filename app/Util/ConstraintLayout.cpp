@@ -16,10 +16,16 @@ LayoutAttribute resolved(LayoutAttribute attribute, Qt::LayoutDirection directio
     return attribute;
 }
 
-/// Positions count from the container's top left corner.
+/// Whether the attribute's positions count from the right: leading and trailing ones count in reading direction.
+bool isMirrored(LayoutAttribute attribute, Qt::LayoutDirection direction) {
+    return resolved(attribute, direction) != resolved(attribute, Qt::LeftToRight);
+}
+
+/// Positions count from the container's top left corner, those of leading and trailing from its leading edge.
 double valueOf(LayoutAttribute attribute, const QSize& container) {
     switch (attribute) {
         case LayoutAttribute::Right:
+        case LayoutAttribute::Trailing:
         case LayoutAttribute::Width:
             return container.width();
         case LayoutAttribute::Bottom:
@@ -29,7 +35,6 @@ double valueOf(LayoutAttribute attribute, const QSize& container) {
         case LayoutAttribute::Left:
         case LayoutAttribute::Top:
         case LayoutAttribute::Leading:
-        case LayoutAttribute::Trailing:
             return 0;
     }
     return 0;
@@ -154,11 +159,11 @@ QRect ConstraintLayout::frameOf(const QWidget& view, const QRect& container) con
         const bool viewFirst = c.firstItem == &view && c.secondItem == parent;
         const bool viewSecond = c.secondItem == &view && c.firstItem == parent && c.multiplier != 0;
         if (!viewFirst && !viewSecond) continue;
-        const LayoutAttribute first = resolved(c.firstAttribute, parent->layoutDirection());
-        const LayoutAttribute second = resolved(c.secondAttribute, parent->layoutDirection());
-        const double value = viewFirst ? valueOf(second, container.size()) * c.multiplier + c.constant
-                                       : (valueOf(first, container.size()) - c.constant) / c.multiplier;
-        auto& fixed = solution[static_cast<std::size_t>(viewFirst ? first : second)];
+        double value = viewFirst ? valueOf(c.secondAttribute, container.size()) * c.multiplier + c.constant
+                                 : (valueOf(c.firstAttribute, container.size()) - c.constant) / c.multiplier;
+        const LayoutAttribute attribute = viewFirst ? c.firstAttribute : c.secondAttribute;
+        if (isMirrored(attribute, parent->layoutDirection())) value = container.width() - value;
+        auto& fixed = solution[static_cast<std::size_t>(resolved(attribute, parent->layoutDirection()))];
         if (!fixed || fixed->priority < c.priority) fixed = Fixed{value, c.priority};
     }
     const QRect current = view.geometry().translated(-container.topLeft());

@@ -34,9 +34,10 @@ struct LayoutConstraint {
 };
 
 /// Keeps a container's constraint records and lays its children out by them, at every resize. Solves what pinning
-/// needs: edges of a child tied to edges of the container, leading and trailing following the text direction; where
-/// several constraints fix one edge, the highest priority wins, and the earlier among equals. A child without a
-/// constraint keeps its place. The container owns the layout. Main thread only.
+/// needs: edges of a child tied to edges of the container; where several constraints fix one edge, the highest priority
+/// wins, and the earlier among equals. Leading and trailing follow the text direction, their constants and multipliers
+/// included; they can be tied only to one another. A child without a constraint keeps its place. The container owns the
+/// layout. Main thread only.
 class ConstraintLayout final : public QLayout {
   public:
     /// The container's constraint layout, made at the first call. The container must have no layout of another kind.

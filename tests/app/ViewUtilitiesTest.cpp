@@ -152,9 +152,10 @@ TEST_F(ViewUtilitiesTest, HigherPriorityWinsAnEdgeAndLeadingFollowsTheTextDirect
     container.setLayoutDirection(Qt::RightToLeft);
     layout.invalidate();
     layout.activate();
-    // Positions count from the left whatever the direction; only the edge that is meant changes.
-    EXPECT_EQ(first.geometry().right() + 1, 300 + 30);
-    EXPECT_EQ(first.width(), 150);
+    EXPECT_EQ(first.geometry(), QRect(300 - 30 - 150, 7, 150, 190));
+    layout.addConstraint({&container, A::Trailing, &first, A::Trailing, 1.0, 20.0, 750.0F});
+    layout.activate();
+    EXPECT_EQ(first.geometry(), QRect(20, 7, 300 - 30 - 20, 190));
 }
 
 TEST_F(ViewUtilitiesTest, EnablingReachesEveryLeafAndNothingElse) {
