@@ -1,16 +1,19 @@
 #include "app/MainWindow.hpp"
 
 #include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
 #include <QDesktopServices>
 #include <QIcon>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLocale>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScrollArea>
 #include <QStringList>
 #include <QUrl>
@@ -32,6 +35,25 @@ QString localized(const char* key) {
     return QString::fromStdString(platform::mainBundle().localizedStringForKey(key, "", ""));
 }
 
+/// A button's or menu item's text without the mark of its key: "&About" or, in scripts without Latin letters, "(&A)".
+QString withoutKey(QString text) {
+    static const QRegularExpression mark(QStringLiteral("\\(&.\\)|&"));
+    return text.remove(mark);
+}
+
+/// A path stays one piece that reads from left to right, whatever the text around it does.
+QString isolated(const std::string& path) {
+    constexpr QChar kLeftToRightIsolate(0x2066);
+    constexpr QChar kPopDirectionalIsolate(0x2069);
+    return kLeftToRightIsolate + QString::fromStdString(path) + kPopDirectionalIsolate;
+}
+
+/// The direction of the language that the texts come in, which need not be the desktop's.
+Qt::LayoutDirection textDirection() {
+    const std::vector<std::string> languages = platform::mainBundle().preferredLocalizations();
+    return languages.empty() ? Qt::LeftToRight : QLocale(QString::fromStdString(languages.front())).textDirection();
+}
+
 QString infoText(const char* key) {
     const auto& info = platform::mainBundle().infoDictionary();
     const auto entry = info.find(key);
@@ -47,14 +69,14 @@ QIcon applicationIcon() {
 }  // namespace
 
 MainWindow::MainWindow(AppDelegate& controller) : mController(controller), mContainer(new QWidget) {
+    QApplication::setLayoutDirection(textDirection());  // of every window: alerts are windows of their own
     setWindowIcon(applicationIcon());
     setMinimumSize(kSmallestSize);
 
-    // On a small or a magnified display the window is lower than its texts.
+    // On a small or a magnified display the window is lower than its texts, and perhaps narrower than a word of them.
     auto* const scroller = new QScrollArea(this);
     scroller->setFrameShape(QFrame::NoFrame);
     scroller->setWidgetResizable(true);
-    scroller->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroller->setFocusPolicy(Qt::NoFocus);
     scroller->setWidget(mContainer);
     setCentralWidget(scroller);
@@ -120,15 +142,15 @@ void MainWindow::makeMenu() {
 
 void MainWindow::showAbout() {
     QMessageBox box(this);
-    box.setWindowTitle(localized("AboutTrovikReset").remove(QLatin1Char('&')));
+    box.setWindowTitle(withoutKey(localized("AboutTrovikReset")));
     box.setIconPixmap(windowIcon().pixmap(64));
     box.setTextFormat(Qt::PlainText);
-    box.setText(infoText("CFBundleName") + QLatin1Char(' ') + infoText("CFBundleShortVersionString"));
-    box.setInformativeText(QStringList{
-        localized("AboutBody"),
-        localized("AboutLogFiles") + QLatin1Char('\n') + QString::fromStdString(TrovikLogs::logsDirectory()),
-        infoText("NSHumanReadableCopyright")}
-                               .join(QStringLiteral("\n\n")));
+    box.setText(localized("TrovikResetTitle") + QLatin1Char(' ') + infoText("CFBundleShortVersionString"));
+    const QString logFiles =
+        localized("AboutLogFiles").replace(QLatin1String("%@"), isolated(TrovikLogs::logsDirectory()));
+    box.setInformativeText(QStringList{localized("AboutBody"), logFiles, infoText("NSHumanReadableCopyright")}.join(
+        QStringLiteral("\n\n")));
+    box.addButton(localized("OK"), QMessageBox::AcceptRole);
     box.exec();
 }
 

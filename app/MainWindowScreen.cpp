@@ -8,6 +8,7 @@
 #include <QShowEvent>
 #include <QStringList>
 #include <QVBoxLayout>
+#include <algorithm>
 
 namespace {
 
@@ -27,6 +28,39 @@ class ScreenButton final : public QPushButton {
     using QPushButton::QPushButton;
     QSize sizeHint() const override {
         return (QPushButton::sizeHint() + QSize(kButtonPadding, 0)).expandedTo(kSmallestButton);
+    }
+};
+
+/// Buttons side by side at the end of the line, or one above the other where the line is too short for them.
+class ButtonRow final : public QBoxLayout {
+  public:
+    ButtonRow() : QBoxLayout(LeftToRight) { addStretch(1); }
+
+    bool hasHeightForWidth() const override { return true; }
+    int heightForWidth(int width) const override { return sizeWith(directionFor(width)).height(); }
+    int minimumHeightForWidth(int width) const override { return heightForWidth(width); }
+    QSize sizeHint() const override { return sizeWith(LeftToRight); }
+    QSize minimumSize() const override { return {sizeWith(TopToBottom).width(), sizeWith(LeftToRight).height()}; }
+    void setGeometry(const QRect& rectangle) override {
+        setDirection(directionFor(rectangle.width()));
+        QBoxLayout::setGeometry(rectangle);
+    }
+
+  private:
+    Direction directionFor(int width) const {
+        return width < sizeWith(LeftToRight).width() ? TopToBottom : LeftToRight;
+    }
+    QSize sizeWith(Direction direction) const {
+        QSize size(0, 0);
+        for (int i = 0; i < count(); ++i) {
+            if (!itemAt(i)->widget()) continue;  // the stretch
+            const QSize button = itemAt(i)->sizeHint();
+            const int gap = size.isEmpty() ? 0 : spacing();
+            size = direction == LeftToRight
+                       ? QSize(size.width() + gap + button.width(), std::max(size.height(), button.height()))
+                       : QSize(std::max(size.width(), button.width()), size.height() + gap + button.height());
+        }
+        return size;
     }
 };
 
@@ -51,6 +85,7 @@ MainWindowScreen::MainWindowScreen(const QIcon& picture) : mHeading(makeText(thi
         auto* const image = new QLabel(this);
         image->setPixmap(picture.pixmap(QSize(kPicture, kPicture), devicePixelRatioF()));
         image->setFixedSize(kPicture, kPicture);
+        image->setObjectName(QStringLiteral("picture"));
         top->addWidget(image, 0, Qt::AlignTop);
     }
     top->addWidget(mHeading, 1, Qt::AlignVCenter);
@@ -58,9 +93,8 @@ MainWindowScreen::MainWindowScreen(const QIcon& picture) : mHeading(makeText(thi
     mColumn = new QVBoxLayout;
     mColumn->setSpacing(kSpacing);
     mColumn->addLayout(top);
-    mButtons = new QHBoxLayout;
+    mButtons = new ButtonRow;
     mButtons->setSpacing(kSpacing);
-    mButtons->addStretch(1);
 
     // In a wide window the page stays as wide as its lines may be, in the middle.
     auto* const page = new QWidget(this);

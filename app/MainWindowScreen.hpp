@@ -2,7 +2,7 @@
 
 #include <QWidget>
 
-class QHBoxLayout;
+class QBoxLayout;
 class QLabel;
 class QPushButton;
 class QVBoxLayout;
@@ -29,7 +29,7 @@ class MainWindowScreen final : public QWidget {
     void announce();
 
     QVBoxLayout* mColumn;
-    QHBoxLayout* mButtons;
+    QBoxLayout* mButtons;
     QLabel* mHeading;
     QPushButton* mPrimaryButton = nullptr;
     QList<QLabel*> mTexts;

@@ -100,9 +100,9 @@ platform::Platform platformOf(simulator::SimulatedWorld& world, platform::Bundle
 
 }  // namespace
 
-AppWorld::AppWorld(simulator::Profile profile)
+AppWorld::AppWorld(simulator::Profile profile, std::vector<std::string> languages)
     : world(std::move(profile)),
-      bundle(TROVIK_RESOURCES, {}),
+      bundle(TROVIK_RESOURCES, std::move(languages)),
       mScope(platformOf(world, bundle)),
       controller([this](int status) { exits.push_back(status); }),
       window(controller) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -58,11 +59,24 @@ QWidget* cancelButtonOf(QMessageBox& alert);
 /// A left click in the middle, as the window system delivers it.
 void click(QWidget* widget);
 
+/// The tool's own bundle, which keeps the keys that it was asked for.
+class AskedBundle final : public platform::Bundle {
+  public:
+    using Bundle::Bundle;
+    std::string localizedStringForKey(const std::string& key, const std::string& value,
+                                      const std::string& table) const override {
+        asked.insert(key);
+        return Bundle::localizedStringForKey(key, value, table);
+    }
+    mutable std::set<std::string> asked;
+};
+
 /// The tool on one thread and in simulated time: controller, window and a device whose cable is not yet in. The
 /// listener is not a thread here but armed at the start; the test decides when time goes on.
 class AppWorld {
   public:
-    explicit AppWorld(simulator::Profile profile = {});
+    /// @param languages  as of the bundle; English when left out
+    explicit AppWorld(simulator::Profile profile = {}, std::vector<std::string> languages = {});
     ~AppWorld();
     AppWorld(const AppWorld&) = delete;
     AppWorld& operator=(const AppWorld&) = delete;
@@ -80,7 +94,7 @@ class AppWorld {
     bool isAtRest() const { return world.bus.pendingTransfers() == 0 && world.bus.openDevices() == 0; }
 
     simulator::SimulatedWorld world;
-    platform::Bundle bundle;
+    AskedBundle bundle;
 
   private:
     platform::PlatformScope mScope;

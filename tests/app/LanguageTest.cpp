@@ -1,0 +1,193 @@
+// The string tables: complete, in step with the code and with one another, and short enough for the window.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QScreen>
+#include <filesystem>
+#include <map>
+
+#include "app/Util/ViewUtilities.hpp"
+#include "platform/linux/PropertyListFile.hpp"
+#include "tests/app/AppWorld.hpp"
+
+namespace app_test {
+namespace {
+
+using testing::UnorderedElementsAreArray;
+
+const std::vector<std::string> kLanguages = {"ar", "de", "en", "es", "fr", "it", "ja", "nl", "pl", "pt_BR", "zh_CN"};
+
+constexpr int kScreenWidth = 360;  ///< device-independent pixels
+constexpr double kNormal = 1.0;    ///< of the desktop's font
+constexpr double kBig = 1.5;
+constexpr int kButtonFrame = 6;  ///< what a style draws around a button's text at the least
+
+using Table = std::map<std::string, QString>;
+
+Table tableOf(const std::string& language) {
+    Table table;
+    const auto file = platform::readPropertyListFile(TROVIK_RESOURCES "/" + language + ".lproj/Localizable.strings");
+    for (const auto& [key, text] : file.contents) {
+        table[key] = QString::fromStdString(text.string() ? *text.string() : std::string());
+    }
+    return table;
+}
+
+QStringList placeholdersOf(const QString& text) {
+    static const QRegularExpression placeholder(QStringLiteral("%(\\d+|[@a-zA-Z])"));
+    QStringList found;
+    for (auto match = placeholder.globalMatch(text); match.hasNext();) found.append(match.next().captured());
+    found.sort();
+    return found;
+}
+
+QString withoutKey(QString text) {
+    return text.remove(QRegularExpression(QStringLiteral("\\(&.\\)"))).remove(QLatin1Char('&'));
+}
+
+/// What a person can't read whole in a window, or not without pulling at it.
+std::string cutOffIn(const QWidget& window) {
+    QStringList found;
+    if (window.width() > kScreenWidth) found.append(QStringLiteral("window as wide as %1").arg(window.width()));
+    for (const QWidget* const widget : window.findChildren<QWidget*>()) {
+        const auto* const label = qobject_cast<const QLabel*>(widget);
+        const auto* const button = qobject_cast<const QPushButton*>(widget);
+        const QString text = label ? label->text() : button ? button->text() : QString();
+        if (text.isEmpty() || !widget->isVisible()) continue;
+        bool fits = true;
+        if (label) {
+            const QSize least = label->minimumSizeHint();
+            const int height = label->wordWrap() ? label->heightForWidth(label->width()) : least.height();
+            fits = label->width() >= least.width() && label->height() >= height;
+        } else {
+            const QSize needed = button->fontMetrics().size(Qt::TextShowMnemonic, text);
+            fits = button->width() >= needed.width() + kButtonFrame && button->height() >= needed.height();
+        }
+        const int left = widget->mapTo(&window, QPoint()).x();
+        if (!fits || left < 0 || left + widget->width() > window.width()) found.append(text);
+    }
+    return found.join(QStringLiteral(" | ")).toStdString();
+}
+
+class LanguageTest : public testing::TestWithParam<std::string> {
+  protected:
+    ~LanguageTest() override { QApplication::setFont(mFont); }
+
+    void setFontScale(double scale) {
+        QFont font = mFont;
+        font.setPointSizeF(font.pointSizeF() * scale);
+        QApplication::setFont(font);
+    }
+
+    /// Opens the alert and the About box one after the other.
+    static void eachBox(AppWorld& app, const std::function<void(QMessageBox&)>& look) {
+        int boxes = 0;
+        const auto lookAndClose = [&](QMessageBox& box) {
+            look(box);
+            ++boxes;
+            box.close();
+        };
+        {
+            const AlertAnswer confirmation(lookAndClose);
+            click(app.controller.outlets().resetNowButton);
+        }
+        const AlertAnswer about(lookAndClose);
+        app.controller.outlets().aboutMenuItem->trigger();
+        EXPECT_EQ(boxes, 2);
+    }
+
+    const Table table = tableOf(GetParam());
+
+  private:
+    QFont mFont = QApplication::font();
+};
+
+TEST_P(LanguageTest, TableHasTheTextsThatTheToolAsksForAndNoOthers) {
+    AppWorld app({}, {GetParam()});
+    eachBox(app, [](QMessageBox&) {});
+    std::set<std::string> keys;
+    for (const auto& [key, text] : table) keys.insert(key);
+    EXPECT_EQ(keys, app.bundle.asked);
+}
+
+TEST_P(LanguageTest, TextsAgreeWithTheEnglishOnesAndWithEachOther) {
+    const bool rightToLeft = GetParam() == "ar";
+    for (const auto& [key, english] : tableOf("en")) {
+        const auto entry = table.find(key);
+        ASSERT_NE(entry, table.end()) << key;
+        const QString& text = entry->second;
+        EXPECT_EQ(placeholdersOf(text), placeholdersOf(english)) << key;
+        EXPECT_EQ(text.count(QLatin1Char('&')), english.count(QLatin1Char('&'))) << key;
+        EXPECT_EQ(text.count(QLatin1Char('\n')), english.count(QLatin1Char('\n'))) << key;
+        EXPECT_EQ(text.isRightToLeft(), rightToLeft) << key;
+        for (const char* const name : {"Trovik Reset Tool", "Trovik Station", "USB"}) {
+            EXPECT_EQ(text.contains(QLatin1String(name)), english.contains(QLatin1String(name))) << key;
+        }
+        const bool translated =
+            GetParam() != "en" && key != "OK" && withoutKey(english) != QLatin1String("Trovik Reset Tool");
+        EXPECT_FALSE(translated && text == english) << key;
+    }
+    EXPECT_TRUE(table.at("DoNotUnplugDevice").contains(withoutKey(table.at("ShowLogFiles"))));
+
+    // Keys that choose controls which are on the screen together.
+    for (const std::vector<std::string>& together :
+         std::vector<std::vector<std::string>>{{"ApplicationMenu", "ResetNow"},
+                                               {"ApplicationMenu", "Quit", "ReturnToMainMenu"},
+                                               {"AboutTrovikReset", "ShowLogFiles", "QuitTrovikReset"},
+                                               {"ResetNow", "Cancel"}}) {
+        std::set<QChar> keys;
+        for (const std::string& key : together) {
+            const QString& text = table.at(key);
+            keys.insert(text.at(text.indexOf(QLatin1Char('&')) + 1).toLower());
+        }
+        EXPECT_EQ(keys.size(), together.size()) << together.back();
+    }
+}
+
+TEST_P(LanguageTest, NothingIsCutOffOnANarrowScreenWithNormalAndBigFonts) {
+    ASSERT_EQ(QGuiApplication::primaryScreen()->size().width(), kScreenWidth);
+    for (const double scale : {kNormal, kBig}) {
+        setFontScale(scale);
+        AppWorld app({}, {GetParam()});
+        const AppDelegate::Outlets& outlets = app.controller.outlets();
+        app.window.resize(kScreenWidth, 480);
+        for (QWidget* const screen : {outlets.notStartedView, outlets.inProgressView, outlets.completeView}) {
+            ViewUtilities::setAndPinSubview(*outlets.mainWindowView, *screen);
+            QApplication::processEvents();
+            EXPECT_TRUE(app.shows(screen));
+            EXPECT_EQ(cutOffIn(app.window), "") << scale;
+            // The picture stands before the heading.
+            EXPECT_EQ(screen->isRightToLeft(), GetParam() == "ar");
+            const QPoint picture = screen->findChild<QLabel*>(QStringLiteral("picture"))->mapTo(screen, QPoint());
+            EXPECT_EQ(picture.x() > screen->width() / 2, screen->isRightToLeft());
+        }
+        ViewUtilities::setAndPinSubview(*outlets.mainWindowView, *outlets.notStartedView);
+        QAction* const menu = app.window.menuBar()->actions().front();
+        EXPECT_LE(app.window.menuBar()->actionGeometry(menu).right(), kScreenWidth) << scale;
+        const int menuWidth = menu->menu()->sizeHint().width();
+        EXPECT_TRUE(menuWidth <= kScreenWidth || scale == kBig) << menuWidth;  // a big menu has a display to itself
+        eachBox(app, [&](QMessageBox& box) { EXPECT_EQ(cutOffIn(box), "") << scale; });
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(EachLanguage, LanguageTest, testing::ValuesIn(kLanguages),
+                         [](const auto& language) { return language.param; });
+
+TEST(Languages, AreTheOnesThatTheToolIsMadeFor) {
+    std::vector<std::string> found;
+    for (const auto& entry : std::filesystem::directory_iterator(TROVIK_RESOURCES)) {
+        if (entry.path().extension() == ".lproj") found.push_back(entry.path().stem());
+    }
+    EXPECT_THAT(found, UnorderedElementsAreArray(kLanguages));
+}
+
+}  // namespace
+}  // namespace app_test
