@@ -41,11 +41,14 @@ QString withoutKey(QString text) {
     return text.remove(mark);
 }
 
-/// A path stays one piece that reads from left to right, whatever the text around it does.
-QString isolated(const std::string& path) {
+/// A text in Latin letters as a paragraph of a text that reads the window's way: it starts at the same side, and keeps
+/// its own order within.
+QString embedded(const QString& latin) {
+    if (QApplication::isLeftToRight()) return latin;
+    constexpr QChar kRightToLeftMark(0x200F);
     constexpr QChar kLeftToRightIsolate(0x2066);
     constexpr QChar kPopDirectionalIsolate(0x2069);
-    return kLeftToRightIsolate + QString::fromStdString(path) + kPopDirectionalIsolate;
+    return kRightToLeftMark + (kLeftToRightIsolate + latin) + kPopDirectionalIsolate;
 }
 
 /// The direction of the language that the texts come in, which need not be the desktop's.
@@ -146,10 +149,11 @@ void MainWindow::showAbout() {
     box.setIconPixmap(windowIcon().pixmap(64));
     box.setTextFormat(Qt::PlainText);
     box.setText(localized("TrovikResetTitle") + QLatin1Char(' ') + infoText("CFBundleShortVersionString"));
-    const QString logFiles =
-        localized("AboutLogFiles").replace(QLatin1String("%@"), isolated(TrovikLogs::logsDirectory()));
-    box.setInformativeText(QStringList{localized("AboutBody"), logFiles, infoText("NSHumanReadableCopyright")}.join(
-        QStringLiteral("\n\n")));
+    const QString logs = embedded(QString::fromStdString(TrovikLogs::logsDirectory()));
+    box.setInformativeText(QStringList{localized("AboutBody"),
+                                       localized("AboutLogFiles").replace(QLatin1String("%@"), logs),
+                                       embedded(infoText("NSHumanReadableCopyright"))}
+                               .join(QStringLiteral("\n\n")));
     box.addButton(localized("OK"), QMessageBox::AcceptRole);
     box.exec();
 }

@@ -68,6 +68,13 @@ QLabel* makeText(QWidget* parent) {
     auto* const label = new QLabel(parent);
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
+    if (label->isRightToLeft()) {
+        // The toolkit draws wrapped lines of such a text too far to the left, by the space at their end, and cuts off
+        // what gets over the edge. It does not where the text can be selected.
+        label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        label->setFocusPolicy(Qt::NoFocus);
+        label->setContextMenuPolicy(Qt::NoContextMenu);  // it would come in English
+    }
     return label;
 }
 

@@ -171,6 +171,7 @@ int main(int argc, char** argv) {
             controller, device, DemoRun::Options{QString::fromStdString(options.pictures), options.slow}, terminate);
     } else {
         panel = std::make_unique<DemoPanel>(device);
+        panel->setLayoutDirection(Qt::LeftToRight);  // it speaks English only
         window.addDockWidget(Qt::RightDockWidgetArea, panel.get());
         window.resize(window.width() + panel->sizeHint().width(), kHeightWithPanel);
     }

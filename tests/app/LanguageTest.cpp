@@ -53,6 +53,18 @@ QString withoutKey(QString text) {
     return text.remove(QRegularExpression(QStringLiteral("\\(&.\\)"))).remove(QLatin1Char('&'));
 }
 
+/// Whether the letter of a text's key is joined to a neighbour, which it loses when it is underlined.
+bool keySplitsAWord(const QString& text) {
+    const qsizetype mark = text.indexOf(QLatin1Char('&'));
+    const auto joining = [&](qsizetype i) {
+        return i >= 0 && i < text.size() ? text.at(i).joiningType() : QChar::Joining_None;
+    };
+    const auto joined = [](QChar::JoiningType left, QChar::JoiningType right) {
+        return left == QChar::Joining_Dual && (right == QChar::Joining_Dual || right == QChar::Joining_Right);
+    };
+    return mark >= 0 && (joined(joining(mark - 1), joining(mark + 1)) || joined(joining(mark + 1), joining(mark + 2)));
+}
+
 /// What a person can't read whole in a window, or not without pulling at it.
 std::string cutOffIn(const QWidget& window) {
     QStringList found;
@@ -126,6 +138,7 @@ TEST_P(LanguageTest, TextsAgreeWithTheEnglishOnesAndWithEachOther) {
         const QString& text = entry->second;
         EXPECT_EQ(placeholdersOf(text), placeholdersOf(english)) << key;
         EXPECT_EQ(text.count(QLatin1Char('&')), english.count(QLatin1Char('&'))) << key;
+        EXPECT_FALSE(keySplitsAWord(text)) << key;
         EXPECT_EQ(text.count(QLatin1Char('\n')), english.count(QLatin1Char('\n'))) << key;
         EXPECT_EQ(text.isRightToLeft(), rightToLeft) << key;
         for (const char* const name : {"Trovik Reset Tool", "Trovik Station", "USB"}) {
