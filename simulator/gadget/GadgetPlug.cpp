@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <vector>
@@ -15,6 +16,10 @@ namespace {
 std::size_t index(Pipe pipe) {
     return static_cast<std::size_t>(pipe);
 }
+
+/// Result of a transfer that was under way when the host let go of the configuration, or chose it again. Until the
+/// event that tells which, nothing new is started: it would count to the old configuration and be dropped.
+constexpr int kConfigurationGone = -ESHUTDOWN;
 
 constexpr std::array kInPipes = {Pipe::InterruptIn, Pipe::BulkIn};
 constexpr std::array kPipes = {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut};
@@ -29,6 +34,7 @@ void GadgetPlug::step(std::initializer_list<int> descriptors, const std::functio
     mDevice.advance(now());
     followWish();
     pump();
+    followWish();  // the packet just taken may have been the one at which the cable comes out
 
     std::vector<pollfd> waits = {{mAio.event(), POLLIN, 0}, {mFunction.control(), POLLIN, 0}};
     for (const int descriptor : descriptors) waits.push_back({descriptor, POLLIN, 0});
@@ -120,7 +126,7 @@ void GadgetPlug::readNext() {
     mReading = true;
     const int error = mAio.read(mFunction.endpoint(Pipe::BulkOut), properties->maxPacketSize,
                                 [this, generation = mGeneration](int result, const Bytes& data) {
-                                    if (generation != mGeneration) return;
+                                    if (generation != mGeneration || result == kConfigurationGone) return;
                                     mReading = false;
                                     if (result >= 0) mOffer = data;
                                 });
@@ -136,14 +142,16 @@ void GadgetPlug::writeNext(Pipe pipe) {
     if (mWriting[index(pipe)] || mDevice.halted(pipe) || !mDevice.hasPacket(pipe)) return;
     mWriting[index(pipe)] = true;
     const int error = mAio.write(mFunction.endpoint(pipe), mDevice.takePacket(pipe),
-                                 [this, pipe, generation = mGeneration](int, const Bytes&) {
-                                     if (generation == mGeneration) mWriting[index(pipe)] = false;
+                                 [this, pipe, generation = mGeneration](int result, const Bytes&) {
+                                     if (generation != mGeneration || result == kConfigurationGone) return;
+                                     mWriting[index(pipe)] = false;
                                  });
     if (error) mWriting[index(pipe)] = false;
 }
 
-/// A transfer in the wrong direction halts the endpoint.
+/// A transfer in the wrong direction halts the endpoint. A controller refuses that while a packet waits to go in.
 void GadgetPlug::halt(Pipe pipe) {
+    if (pipe != Pipe::BulkOut && mWriting[index(pipe)]) return;
     mHalted[index(pipe)] = true;
     char nothing = 0;
     if (pipe == Pipe::BulkOut) {

@@ -43,10 +43,10 @@ class GadgetPlug {
     Device& mDevice;
     Aio mAio;
     bool mEnabled = false;
-    unsigned mGeneration = 0;     ///< counts enablings; what completes in a later one than it began is dropped
-    bool mReading = false;        ///< a read of the out endpoint is under way
-    std::optional<Bytes> mOffer;  ///< a packet that the device has not taken yet
-    std::array<bool, 2> mWriting{};
+    unsigned mGeneration = 0;        ///< counts enablings; what completes in a later one than it began is dropped
+    bool mReading = false;           ///< a read of the out endpoint is under way
+    std::optional<Bytes> mOffer;     ///< a packet that the device has not taken yet
+    std::array<bool, 2> mWriting{};  ///< by in pipe
     std::array<bool, 3> mHalted{};
 };
 

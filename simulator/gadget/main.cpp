@@ -5,6 +5,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -33,8 +34,9 @@ const char* const kUsage =
     "  --unplugged         starts with the cable out\n"
     "  --faults            lists the faults and ends\n"
     "\n"
-    "Orders on standard input: plug, unplug, fault NAME, drop ID MS, clear-faults, refill, store, state, record FILE,\n"
-    "quit. drop takes the cable out when the host's next packet of that id arrives and puts it in again after MS.\n";
+    "Orders on standard input: plug, unplug, fault [TIMES] NAME, drop ID MS, clear-faults, refill, store, state,\n"
+    "record FILE, quit. drop takes the cable out when the host's next packet of that id arrives and puts it in again "
+    "after MS.\n";
 
 struct Options {
     std::string name = "trovik";
@@ -99,8 +101,9 @@ class Teller {
         tell(mBus, onBus ? "on the bus" : "off the bus");
         tell(mState, std::string("state ") + bootStateName(device.bootState()));
         tell(mStore, "store " + std::to_string(device.store().entries().size()));
-        for (; mFaults < device.record().faults().size(); ++mFaults)
-            std::cout << "fault " << device.record().faults()[mFaults] << std::endl;
+        const auto faults = device.record().faults();
+        if (mFaults > faults.size()) mFaults = 0;  // a new record
+        for (; mFaults < faults.size(); ++mFaults) std::cout << "fault " << faults[mFaults] << std::endl;
     }
 
   private:
@@ -122,7 +125,11 @@ bool obey(const std::string& line, Device& device) {
     if (order == "plug" || order == "unplug") {
         device.setCable(order == "plug", GadgetPlug::now());
     } else if (order == "fault") {
-        device.addFault(faultNamed(rest));
+        std::size_t digits = 0;
+        while (digits < rest.size() && std::isdigit(static_cast<unsigned char>(rest[digits]))) ++digits;
+        Fault fault = faultNamed(rest.substr(digits > 0 ? digits + 1 : 0));
+        if (digits > 0) fault.committed(static_cast<unsigned>(std::stoul(rest)));
+        device.addFault(std::move(fault));
     } else if (order == "drop") {
         std::istringstream values(rest);
         unsigned id = 0;
