@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <random>
+#include <string_view>
 #include <utility>
 
 #include "platform/CFRunLoop.hpp"
@@ -126,7 +127,7 @@ void NSLog(const char* format, ...) {
     } catch (...) {
         // Falls back to standard error: the last place to complain must not fail itself.
     }
-    std::fputs(line, stderr);
+    std::fprintf(stderr, "%s%s", line, std::string_view(line).ends_with('\n') ? "" : "\n");
 }
 
 std::string CFUUIDCreateString() {

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <system_error>
@@ -18,6 +19,7 @@
 #include <utility>
 
 #include "platform/Dispatch.hpp"
+#include "platform/Platform.hpp"
 #include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
@@ -154,7 +156,11 @@ class SourceLoop {
         if (found == mWatched.end() || !found->second.event->hasHappened()) return;
         ::epoll_ctl(mEpoll.get(), EPOLL_CTL_DEL, found->second.event->descriptor(), nullptr);
         // The lock is kept, since only it keeps the queue alive here; a queue's own lock is taken last everywhere.
-        found->second.queue->dispatch_async(std::move(found->second.block));
+        try {
+            found->second.queue->dispatch_async(std::move(found->second.block));
+        } catch (const std::exception& error) {
+            NSLog("A file or timer event is lost: %s\n", error.what());
+        }
     }
 
     FileDescriptor mEpoll;

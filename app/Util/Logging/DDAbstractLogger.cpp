@@ -12,9 +12,14 @@ DDAbstractLogger::~DDAbstractLogger() = default;
 
 void DDAbstractLogger::performOnLoggerQueue(const std::function<void()>& block) const {
     if (isOnInternalLoggerQueue()) return block();
-    const auto onLoggerQueue = [&] { mLoggerQueue->dispatch_sync(block); };
+    const auto onLoggerQueue = [&] { mLoggerQueue->dispatch_sync([&] { performWithinDelivery(block); }); };
     if (isOnGlobalLoggingQueue()) return onLoggerQueue();
     DDLogCore::shared().loggingQueue().dispatch_sync(onLoggerQueue);
+}
+
+void DDAbstractLogger::performWithinDelivery(const std::function<void()>& block) {
+    const DDLogQueue::Within within(DDLogCore::shared().loggingQueue());
+    block();
 }
 
 std::shared_ptr<DDLogFormatter> DDAbstractLogger::logFormatter() const {

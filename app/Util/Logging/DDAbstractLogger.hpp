@@ -19,7 +19,7 @@ class DDAbstractLogger {
     DDAbstractLogger(const DDAbstractLogger&) = delete;
     DDAbstractLogger& operator=(const DDAbstractLogger&) = delete;
 
-    /// @name Called by the core on the logger's queue. A logger must not log, nor wait for another logger to.
+    /// @name Called by the core on the logger's queue. What a logger logs here is queued, never waited for.
     /// @{
     virtual void logMessage(const DDLogMessage&) {}
     virtual void didAddLogger() {}
@@ -43,6 +43,10 @@ class DDAbstractLogger {
     /// Runs the block on the logger's queue once the messages logged before this call are delivered; directly when on
     /// that queue already. Blocks.
     void performOnLoggerQueue(const std::function<void()>& block) const;
+
+    /// Runs the block as a part of a delivery: a log call or a flush within it is queued, not waited for. For a block
+    /// that something else than the core has submitted to the logger's queue, since a delivery may be waiting for it.
+    static void performWithinDelivery(const std::function<void()>& block);
     platform::SerialQueue& internalQueue() const { return *mLoggerQueue; }
     DDLogFormatter* formatter() const { return mFormatter.get(); }  ///< on the logger's queue
 

@@ -115,15 +115,17 @@ int DDFileLogger::currentLogFileHandle() {
     mCurrentLogFileHandle = handle;
     mOffset = static_cast<std::uint64_t>(status.st_size);
     scheduleTimerToRollLogFileDueToAge();
-    mCurrentLogFileVnode = platform::dispatch_source_vnode(handle, internalQueue(), [this] { rollLogFileNow(); });
+    mCurrentLogFileVnode = platform::dispatch_source_vnode(
+        handle, internalQueue(), [this] { performWithinDelivery([this] { rollLogFileNow(); }); });
     return handle;
 }
 
 void DDFileLogger::scheduleTimerToRollLogFileDueToAge() {
     mRollingTimer.reset();
     if (!mCurrentLogFileInfo || mRollingFrequency <= 0) return;
-    mRollingTimer = platform::dispatch_source_timer(rollDate(*mCurrentLogFileInfo), internalQueue(),
-                                                    [this] { maybeRollLogFileDueToAge(); });
+    mRollingTimer = platform::dispatch_source_timer(rollDate(*mCurrentLogFileInfo), internalQueue(), [this] {
+        performWithinDelivery([this] { maybeRollLogFileDueToAge(); });
+    });
 }
 
 void DDFileLogger::maybeRollLogFileDueToAge() {
@@ -165,11 +167,11 @@ void DDFileLogger::logMessages(std::span<const DDLogMessage* const> messages) {
             // The offset decides where the file ends, so it must be known before a line is counted on to fit.
             currentLogFileHandle();
             if (mMaximumFileSize != 0 && mOffset + mPending.size() >= mMaximumFileSize) writePending();
-        } catch (const std::exception& error) {
+        } catch (...) {
             // Only this line: a file that can't be opened leaves nothing else pending.
             mPending.clear();
             mLineEnds.clear();
-            countException(error.what());
+            countCurrentException();
         }
     }
     writePending();
@@ -190,9 +192,9 @@ bool DDFileLogger::appendLine(const DDLogMessage& message) {
         if (mPending.size() == start || mPending.back() != '\n') mPending.push_back('\n');
         mLineEnds.push_back(mPending.size());
         return true;
-    } catch (const std::exception& error) {
+    } catch (...) {
         mPending.resize(start);
-        countException(error.what());
+        countCurrentException();
         return false;
     }
 }
@@ -239,8 +241,18 @@ void DDFileLogger::writePending() noexcept {
     mLineEnds.clear();
     try {
         maybeRollLogFileDueToSize();
+    } catch (...) {
+        countCurrentException();
+    }
+}
+
+void DDFileLogger::countCurrentException() noexcept {
+    try {
+        throw;
     } catch (const std::exception& error) {
         countException(error.what());
+    } catch (...) {
+        countException("unknown exception");
     }
 }
 

@@ -70,6 +70,7 @@ class DDFileLogger final : public DDAbstractLogger, public DDBatchLogger {
     std::size_t writeBytes(const char* bytes, std::size_t size, int& error);
     void cutOff(std::size_t bytes);
     void countException(const char* what) noexcept;
+    void countCurrentException() noexcept;
 
     const std::shared_ptr<DDLogFileManager> mLogFileManager;
 

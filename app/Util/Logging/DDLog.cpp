@@ -35,17 +35,14 @@ struct ClassTable {
     }
 };
 
-/// Without its core (its thread can't start) logging is reduced to the standard error stream; the next call tries again.
-void queueLogMessage(const DDLogDraft& draft, bool asynchronous) noexcept {
-    DDLogCore* core = nullptr;
+/// Null where the core can't be made (its thread can't start). Logging is then reduced to the standard error stream,
+/// and the next call tries again.
+DDLogCore* coreOrNull() noexcept {
     try {
-        core = &DDLogCore::shared();
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%.*s (no logging: %s)\n", static_cast<int>(draft.text.size()), draft.text.data(),
-                     error.what());
-        return;
+        return &DDLogCore::shared();
+    } catch (...) {
+        return nullptr;
     }
-    core->queueLogMessage(draft, asynchronous);
 }
 
 }  // namespace
@@ -86,35 +83,37 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
     }
     va_end(onceMore);
     va_end(again);
-    queueLogMessage(draft, asynchronous);
+    if (DDLogCore* const core = coreOrNull()) return core->queueLogMessage(draft, asynchronous);
+    std::fprintf(stderr, "%.*s\n", static_cast<int>(draft.text.size()), draft.text.data());
 }
 
 void DDLog::addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level) {
-    if (!logger) return;
-    DDLogCore& core = DDLogCore::shared();
-    core.loggingQueue().dispatch_async(
-        [&core, logger = std::move(logger), level] { core.lt_addLogger(logger, level); });
+    DDLogCore* const core = coreOrNull();
+    if (!logger || !core) return;
+    core->loggingQueue().dispatch_async(
+        [core, logger = std::move(logger), level] { core->lt_addLogger(logger, level); });
 }
 
 void DDLog::removeLogger(std::shared_ptr<DDAbstractLogger> logger) {
-    if (!logger) return;
-    DDLogCore& core = DDLogCore::shared();
-    core.loggingQueue().dispatch_async([&core, logger = std::move(logger)] { core.lt_removeLogger(logger.get()); });
+    DDLogCore* const core = coreOrNull();
+    if (!logger || !core) return;
+    core->loggingQueue().dispatch_async([core, logger = std::move(logger)] { core->lt_removeLogger(logger.get()); });
 }
 
 void DDLog::removeAllLoggers() {
-    DDLogCore& core = DDLogCore::shared();
-    core.loggingQueue().dispatch_async([&core] { core.lt_removeAllLoggers(); });
+    if (DDLogCore* const core = coreOrNull())
+        core->loggingQueue().dispatch_async([core] { core->lt_removeAllLoggers(); });
 }
 
 bool DDLog::isDelivering() {
     // A logger's queue reports an exception from its block after the block: no longer within the delivery, but on a
     // thread that the next delivery waits for.
-    return DDLogCore::shared().loggingQueue().isCurrent() || *platform::SerialQueue::currentLabel() != '\0';
+    DDLogCore* const core = coreOrNull();
+    return !core || core->loggingQueue().isCurrent() || *platform::SerialQueue::currentLabel() != '\0';
 }
 
 void DDLog::flushLog() {
-    DDLogCore::shared().flushLog();
+    if (DDLogCore* const core = coreOrNull()) core->flushLog();
 }
 
 void DDLog::applicationWillTerminate() {
@@ -123,12 +122,12 @@ void DDLog::applicationWillTerminate() {
         std::condition_variable changed;
         bool flushed = false;  ///< behind `lock`
     };
-    DDLogCore& core = DDLogCore::shared();
+    DDLogCore* const core = coreOrNull();
     // A logger that ends the process from within its delivery can't be waited for.
-    if (core.loggingQueue().isCurrent()) return;
+    if (!core || core->loggingQueue().isCurrent()) return;
     const auto progress = std::make_shared<Progress>();
-    core.loggingQueue().dispatch_async([&core, progress] {
-        core.lt_flush();
+    core->loggingQueue().dispatch_async([core, progress] {
+        core->lt_flush();
         const std::lock_guard guard(progress->lock);
         progress->flushed = true;
         progress->changed.notify_all();

@@ -122,8 +122,8 @@ void DDTTYLogger::logMessages(std::span<const DDLogMessage* const> messages) {
         const std::size_t start = mPending.size();
         try {
             appendLine(*message);
-        } catch (const std::bad_alloc&) {
-            mPending.resize(start);  // a message that there is no memory for is dropped
+        } catch (...) {
+            mPending.resize(start);  // no memory for it, or a formatter that fails: only this message is dropped
             continue;
         }
         if (start > 0 && mPending.size() > PIPE_BUF) {

@@ -9,10 +9,13 @@
 #include <cstdio>
 #include <semaphore>
 
+#include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
 #include "app/Util/Logging/VundLogFileManager.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/FileAttributes.hpp"
+#include "platform/linux/AsioRunLoop.hpp"
+#include "platform/linux/Dispatch.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
 
 namespace {
@@ -24,6 +27,7 @@ class TellingManager final : public DDLogFileManagerDefault {
     void didArchiveLogFile(const std::string& path) override { archived.push_back(path); }
     void didRollAndArchiveLogFile(const std::string& path) override {
         rolled.push_back(path);
+        DDLogError("rolled");  // a synchronous message from the logger's own queue
         rolls.release();
     }
     std::vector<std::string> archived, rolled;
@@ -45,6 +49,7 @@ class FileLogger : public testing::TestWithParam<bool> {
     FileLogger() {
         platform::Platform services;
         services.log = SystemLogLines::write;
+        services.mainQueue = &mainQueue;
         if (GetParam()) services.fileAttributes = &mNone;
         mScope.emplace(services);
         SystemLogLines::take();
@@ -73,6 +78,8 @@ class FileLogger : public testing::TestWithParam<bool> {
     }
     std::string newest() const { return manager->sortedLogFilePaths().at(0); }
 
+    platform::AsioRunLoops runLoops;
+    platform::RunLoopMainQueue mainQueue{runLoops};
     NoFileAttributes mNone;
     std::optional<platform::PlatformScope> mScope;
     support::TemporaryFolder folder;
@@ -164,8 +171,15 @@ TEST_P(FileLogger, FileThatGrowsTooOldIsRolledByTheTimer) {
 
 TEST_P(FileLogger, RollOnRequestAndOnRemovalArchivesAndCompletes) {
     log("first");
-    logger->rollLogFile();
-    logger->rollLogFile();  // no file is open: nothing to roll
+    std::vector<std::size_t> rolledAtCompletion;
+    const auto roll = [&] {
+        logger->rollLogFileWithCompletionBlock([&] { rolledAtCompletion.push_back(manager->rolled.size()); });
+    };
+    roll();
+    roll();  // no file is open: nothing to roll
+    EXPECT_TRUE(rolledAtCompletion.empty()) << "the block is for the main queue";
+    runLoops.CFRunLoopGetCurrent()->CFRunLoopRunInMode(platform::kCFRunLoopDefaultMode, 0, false);
+    EXPECT_EQ(rolledAtCompletion, (std::vector<std::size_t>{1, 1}));
     log("second");
     logger->loggerQueue()->dispatch_sync([&] { logger->willRemoveLogger(); });
     EXPECT_EQ(manager->rolled.size(), 2U);

@@ -1,5 +1,6 @@
 #include "app/Util/Logging/impl/DDLocalTime.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <mutex>
@@ -8,6 +9,7 @@ namespace DDLocalTime {
 namespace {
 
 constexpr double kSecondsPerDay = 86400;
+constexpr double kCentury = 36525 * kSecondsPerDay;  ///< more than that from now is beyond the clock's range
 
 std::time_t secondOf(Date moment) {
     return static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(moment).time_since_epoch().count());
@@ -43,6 +45,7 @@ Date startOfDay(Date moment) {
 
 Date adding(Date moment, double seconds) {
     using std::chrono::duration;
+    seconds = std::clamp(seconds, -kCentury, kCentury);
     const Date later = moment + std::chrono::round<Date::duration>(duration<double>(seconds));
     if (std::fmod(seconds, kSecondsPerDay) != 0) return later;
     return later + std::chrono::seconds(fields(moment).tm_gmtoff - fields(later).tm_gmtoff);

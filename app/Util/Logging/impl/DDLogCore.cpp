@@ -32,6 +32,11 @@ void ignoreWhereDefault(int signal) {
         ::signal(signal, SIG_IGN);
 }
 
+struct Countdown {
+    std::latch& latch;
+    ~Countdown() { latch.count_down(); }
+};
+
 bool admits(const DDLoggerNode& node, const DDLogMessage& message) {
     return message.logFlag <= node.logLevel;
 }
@@ -110,10 +115,7 @@ void DDLogCore::lt_flush() {
     const auto done = std::make_shared<std::latch>(static_cast<std::ptrdiff_t>(mLoggers.size()));
     for (const DDLoggerNode& node : mLoggers) {
         node.loggerQueue->dispatch_async([this, logger = node.logger, done] {
-            struct Countdown {
-                std::latch& latch;
-                ~Countdown() { latch.count_down(); }
-            } const countdown{*done};
+            const Countdown countdown{*done};
             const DDLogQueue::Within within(mLoggingQueue);
             logger->flush();
         });
@@ -125,6 +127,11 @@ void DDLogCore::deliverToNode(const DDLoggerNode& node, std::span<const DDLogMes
     const DDLogQueue::Within within(mLoggingQueue);
     if (node.batchLogger) return node.batchLogger->logMessages(messages);
     for (const DDLogMessage* message : messages) node.logger->logMessage(*message);
+}
+
+void DDLogCore::deliverOnItsQueue(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages) {
+    const auto delivery = [&] { deliverToNode(node, messages); };
+    node.loggerQueue->dispatch_sync([&delivery] { delivery(); });  // one reference: the function needs no heap
 }
 
 /// One message, or a batch when all loggers take batches. A logger that takes only single messages always gets a thread
@@ -140,28 +147,28 @@ void DDLogCore::deliver(std::span<const DDLogMessage* const> messages) {
         } else if (std::any_of(messages.begin(), messages.end(), admitted)) {
             mAdmitted.clear();
             std::copy_if(messages.begin(), messages.end(), std::back_inserter(mAdmitted), admitted);
-            node.loggerQueue->dispatch_sync([&] { deliverToNode(node, mAdmitted); });
+            deliverOnItsQueue(node, mAdmitted);
         }
     }
     if (mReceivers.empty()) return;
 
     const bool parallel = mNumProcessors >= 2 && (!mOnlyBatchLoggers || messages.size() >= kParallelBatch);
     const std::size_t here = parallel ? 1 : mReceivers.size();
-    std::shared_ptr<std::latch> others;
-    if (here < mReceivers.size())
-        others = std::make_shared<std::latch>(static_cast<std::ptrdiff_t>(mReceivers.size() - here));
+    // Waits for all that were started, whatever goes wrong with starting another: they read the messages.
+    struct Group {
+        std::vector<std::shared_ptr<std::latch>> members;
+        ~Group() {
+            for (const auto& member : members) member->wait();
+        }
+    } group;
+    if (here < mReceivers.size()) group.members.reserve(mReceivers.size() - here);
     for (std::size_t i = here; i < mReceivers.size(); ++i) {
-        mReceivers[i]->loggerQueue->dispatch_async([this, node = mReceivers[i], messages, others] {
-            struct Countdown {
-                std::latch& latch;
-                ~Countdown() { latch.count_down(); }
-            } const countdown{*others};
+        const auto member = std::make_shared<std::latch>(1);
+        mReceivers[i]->loggerQueue->dispatch_async([this, node = mReceivers[i], messages, member] {
+            const Countdown countdown{*member};
             deliverToNode(*node, messages);
         });
+        group.members.push_back(member);
     }
-    for (std::size_t i = 0; i < here; ++i) {
-        const DDLoggerNode& node = *mReceivers[i];
-        node.loggerQueue->dispatch_sync([&] { deliverToNode(node, messages); });
-    }
-    if (others) others->wait();
+    for (std::size_t i = 0; i < here; ++i) deliverOnItsQueue(*mReceivers[i], messages);
 }

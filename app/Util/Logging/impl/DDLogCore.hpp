@@ -40,6 +40,7 @@ class DDLogCore final : private DDLogQueue::Sink {
     std::size_t batchLimit() const override;
     void deliver(std::span<const DDLogMessage* const> messages) override;
     void deliverToNode(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages);
+    void deliverOnItsQueue(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages);
     void farewell(const DDLoggerNode& node);
 
     const unsigned mNumProcessors;

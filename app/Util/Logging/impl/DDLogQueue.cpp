@@ -75,7 +75,9 @@ DDLogQueue::Within::~Within() {
 
 void DDLogQueue::post(const DDLogDraft& draft, bool asynchronous) noexcept {
     const std::uint32_t ticket = mTail.fetch_add(1, std::memory_order_seq_cst);
-    if (ticket - mDone.load(std::memory_order_acquire) >= kPermits) waitForPermit(ticket);
+    // Within a delivery nobody may wait for the next one: there the slots beyond the permits are free to use.
+    const std::uint32_t permits = isCurrent() ? kSlots : kPermits;
+    if (ticket - mDone.load(std::memory_order_acquire) >= permits) waitForPermit(ticket, permits);
     Slot& slot = mSlots[ticket % kSlots];
     fill(slot, draft);
     // From here on the order of this store before the look at the worker's state matters, as does the worker's opposite
@@ -111,10 +113,10 @@ void DDLogQueue::fill(Slot& slot, const DDLogDraft& draft) noexcept {
     }
 }
 
-void DDLogQueue::waitForPermit(std::uint32_t ticket) {
+void DDLogQueue::waitForPermit(std::uint32_t ticket, std::uint32_t permits) {
     for (;;) {
         const std::uint32_t done = mDone.load(std::memory_order_seq_cst);
-        if (ticket - done < kPermits) return;
+        if (ticket - done < permits) return;
         const WorkerState state = mWorkerState.load(std::memory_order_seq_cst);
         if (state != WorkerState::Running) wakeWorker(state);
         mDone.wait(done, std::memory_order_acquire);

@@ -67,8 +67,8 @@ class DDLogQueue final : public platform::DispatchQueue {
     /// there can't wait for this queue.
     bool isCurrent() const;
 
-    /// Marks the calling thread as part of a delivery while it lives. A logger's queue runs its block on the thread that
-    /// drains or on its own, as it comes; both are within the delivery.
+    /// Marks the calling thread as part of a delivery while it lives. A logger's queue runs its block on the thread
+    /// that drains or on its own, as it comes; both are within the delivery.
     class Within {
       public:
         explicit Within(const DDLogQueue& queue);
@@ -97,7 +97,7 @@ class DDLogQueue final : public platform::DispatchQueue {
 
     void fill(Slot& slot, const DDLogDraft& draft) noexcept;
     void awaitDelivery(const std::function<bool()>& delivered);
-    void waitForPermit(std::uint32_t ticket);
+    void waitForPermit(std::uint32_t ticket, std::uint32_t permits);
     bool tryAcquire() { return mDraining.exchange(1, std::memory_order_seq_cst) == 0; }
     void release();
     void drain(const std::function<bool()>& enough);
