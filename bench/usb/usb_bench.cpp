@@ -30,14 +30,6 @@ using bench::Message;
 using simulator::Bytes;
 using simulator::RecordEntry;
 
-/// Answers at once, but leaves only when its host has seen the reboot command taken: a write and an unplug that are
-/// reported together count as a failed command.
-simulator::Profile AnswersAtOnce() {
-    auto profile = simulator::Profile::instant();
-    profile.leaveDelay = std::chrono::milliseconds(100);  // also on a machine with other work
-    return profile;
-}
-
 double MicrosecondsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
 }
@@ -50,7 +42,7 @@ double Median(std::vector<double> values) {
 class Bench {
   public:
     Bench() {
-        mUsb.addDevice(AnswersAtOnce());
+        mUsb.addDevice(simulator::Profile::instant());
         mServices.masterPort = &mRegistry;
         mServices.runLoops = &mLoops;
         mScope.emplace(mServices);

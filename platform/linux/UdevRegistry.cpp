@@ -120,7 +120,8 @@ class Subscription {
             const char* action = udev_device_get_action(device.get());
             const std::string path = udev_device_get_syspath(device.get());
             if (!action) continue;
-            if (std::string_view(action) == "remove") mKnown.erase(path);
+            // A removal is no reason to forget the port's entry: the list of what is there may be ahead of the events,
+            // and the entry already be that of the next attach.
             if (std::string_view(action) != "add" || !Matches(device.get(), mMatching)) continue;
             if (auto service = UsbDeviceService::AtPath(path)) matched.push_back(std::move(service));
         }

@@ -11,12 +11,12 @@
 namespace platform {
 namespace {
 
-void Add(int epoll, int descriptor, short events) {
+bool Add(int epoll, int descriptor, short events) {
     epoll_event event{};
     if (events & POLLIN) event.events |= EPOLLIN;
     if (events & POLLOUT) event.events |= EPOLLOUT;
     event.data.fd = descriptor;
-    ::epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event);
+    return ::epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
 }  // namespace
@@ -49,11 +49,10 @@ IOReturn UsbConnection::Attach(const std::string& node) {
     if (result != kIOReturnSuccess) return result;
     mHandle.reset(handle);
     libusb_set_auto_detach_kernel_driver(handle, 1);
-    WatchEvents();
-    return kIOReturnSuccess;
+    return WatchEvents();
 }
 
-void UsbConnection::WatchEvents() {
+IOReturn UsbConnection::WatchEvents() {
     libusb_set_pollfd_notifiers(
         mContext.get(),
         [](int descriptor, short events, void* self) {
@@ -64,9 +63,14 @@ void UsbConnection::WatchEvents() {
         },
         this);
     const libusb_pollfd** descriptors = libusb_get_pollfds(mContext.get());
-    if (!descriptors) return;
-    for (const libusb_pollfd** entry = descriptors; *entry; ++entry) Add(mEpoll.get(), (*entry)->fd, (*entry)->events);
+    if (!descriptors) return kIOReturnNoMemory;
+    IOReturn result = kIOReturnSuccess;
+    for (const libusb_pollfd** entry = descriptors; *entry; ++entry) {
+        // What is not watched would never wake anybody.
+        if (!Add(mEpoll.get(), (*entry)->fd, (*entry)->events)) result = IOReturnOfErrno(errno);
+    }
     libusb_free_pollfds(descriptors);
+    return result;
 }
 
 UsbConnection::~UsbConnection() {
@@ -100,7 +104,8 @@ IOReturn UsbConnection::DetachKernelDrivers() {
 
 bool UsbConnection::HandleEvents(std::chrono::milliseconds wait) {
     timeval limit{wait.count() / 1000, wait.count() % 1000 * 1000};
-    return libusb_handle_events_timeout_completed(mContext.get(), &limit, nullptr) == LIBUSB_SUCCESS;
+    const int result = libusb_handle_events_timeout_completed(mContext.get(), &limit, nullptr);
+    return result == LIBUSB_SUCCESS || result == LIBUSB_ERROR_INTERRUPTED;
 }
 
 }  // namespace platform

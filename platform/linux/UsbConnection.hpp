@@ -49,7 +49,7 @@ class UsbConnection {
 
     UsbConnection() = default;
     IOReturn Attach(const std::string& node);
-    void WatchEvents();
+    IOReturn WatchEvents();
     IOReturn DetachKernelDrivers();
 
     // In the order in which they are made; they go the other way round.

@@ -47,6 +47,15 @@ bool WaitForChange(int inotify, steady_clock::time_point deadline) {
     }
 }
 
+/// In place of WaitForChange where the user's share of inotify instances is used up; false when the time is up.
+bool Pause(steady_clock::time_point deadline) {
+    constexpr milliseconds kPause(50);
+    const auto left = ceil<milliseconds>(deadline - steady_clock::now());
+    if (left.count() <= 0) return false;
+    ::poll(nullptr, 0, static_cast<int>(std::min(left, kPause).count()));
+    return true;
+}
+
 }  // namespace
 
 int OpenReadWrite(const std::string& node) {
@@ -70,7 +79,7 @@ IOReturn OpenUsbNode(const std::string& node, FileDescriptor& descriptor, const 
                                                          IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_TO) >= 0;
     do {
         error = attempt();
-    } while (error == EACCES && watching && WaitForChange(inotify.get(), deadline));
+    } while (error == EACCES && (watching ? WaitForChange(inotify.get(), deadline) : Pause(deadline)));
     return IOReturnOfErrno(error);
 }
 

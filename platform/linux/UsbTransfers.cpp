@@ -44,7 +44,13 @@ void UsbTransfers::Ended(libusb_transfer* transfer) {
     auto& ended = *static_cast<Transfer*>(transfer->user_data);
     UsbTransfers& self = *ended.owner;
     self.mDone.splice(self.mDone.end(), self.mInFlight, ended.self);
-    if (!self.mInLibusb || self.mThrown) return;
+    if (!self.mInLibusb || self.mThrown || self.mHoldsBack) return;
+    const bool failed = transfer->status != LIBUSB_TRANSFER_COMPLETED && transfer->status != LIBUSB_TRANSFER_CANCELLED;
+    if (failed && self.mHasReported) {
+        self.mHoldsBack = true;
+        return;
+    }
+    self.mHasReported = true;
     try {
         self.Report();
     } catch (...) {
@@ -54,13 +60,13 @@ void UsbTransfers::Ended(libusb_transfer* transfer) {
 
 void UsbTransfers::HandleEvents() {
     const auto self = shared_from_this();  // a completion may let go of the interface
+    mHasReported = mHoldsBack = false;
     mInLibusb = true;
     mConnection->HandleEvents();
     mInLibusb = false;
     if (mClosed) Release();
-    if (!mThrown) return;
     if (!mDone.empty()) ReportLater();
-    std::rethrow_exception(std::exchange(mThrown, nullptr));
+    if (mThrown) std::rethrow_exception(std::exchange(mThrown, nullptr));
 }
 
 void UsbTransfers::Abort(std::uint8_t address) {
@@ -105,6 +111,7 @@ void UsbTransfers::Schedule(const std::shared_ptr<AsioRunLoop>& loop, std::strin
 }
 
 void UsbTransfers::Unschedule() {
+    mLater.reset();
     mWatch.reset();
     mLoop.reset();
 }
@@ -112,7 +119,7 @@ void UsbTransfers::Unschedule() {
 /// For what is done already: no descriptor will announce it again.
 void UsbTransfers::ReportLater() {
     if (!mLoop) return;
-    mLoop->CFRunLoopPerformBlock(mMode, [weak = weak_from_this()] {
+    mLater = mLoop->CFRunLoopAddTimer(mMode, CFAbsoluteTimeGetCurrent(), 0, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self) return;
         try {

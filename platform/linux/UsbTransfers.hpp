@@ -20,7 +20,8 @@ namespace platform {
 /// A claimed interface and its asynchronous transfers. A transfer goes from idle to in flight (the kernel's) to done
 /// (waiting to be reported) and back. Completions are reported from the run loop's mode that Schedule named, right from
 /// libusb's own call-back: a read that a completion starts can then be served in the same round. What a completion
-/// throws does not pass through libusb; it leaves the run once libusb has returned, and the rest is reported later.
+/// throws does not pass through libusb; it leaves the run once libusb has returned, and the rest is reported later. A
+/// failure that libusb finds behind something that has just been reported waits for the next run, see IOUSB.hpp.
 /// Shared by the interface and its event source. Owner thread only.
 class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
   public:
@@ -78,12 +79,15 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
     const int mInterface;
     bool mClosed = false;
     bool mReleased = false;
-    bool mInLibusb = false;  // handling events for the loop: transfers that end are reported
+    bool mInLibusb = false;     // handling events for the loop: transfers that end are reported
+    bool mHasReported = false;  // in this round
+    bool mHoldsBack = false;    // a failure waits for the next run, and with it all that ended after it
     std::exception_ptr mThrown;
     std::list<Transfer> mIdle, mInFlight, mDone;
     std::shared_ptr<AsioRunLoop> mLoop;  // while scheduled
     std::string mMode;
     std::unique_ptr<DescriptorWatch> mWatch;
+    std::unique_ptr<CFRunLoopTimer> mLater;  // reports what no descriptor will announce again
 };
 
 }  // namespace platform

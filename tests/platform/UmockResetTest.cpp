@@ -25,7 +25,7 @@ constexpr double kWatchdog = 20;  // seconds
 simulator::Profile QuickProfile() {
     simulator::Profile profile;
     profile.rebootTime = simulator::Duration(0);
-    profile.leaveDelay = std::chrono::milliseconds(100);  // also a busy machine has read the end of the write by then
+    profile.leaveDelay = simulator::Duration(0);  // the end of the reboot command's write and the unplug come together
     return profile;
 }
 

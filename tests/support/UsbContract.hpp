@@ -511,6 +511,22 @@ TYPED_TEST_P(UsbContract, UnplugEndsWhatIsUnderWayAndRefusesWhatFollows) {
     EXPECT_TRUE(again.runUntilCompletions(2));
 }
 
+TYPED_TEST_P(UsbContract, FailureBehindASuccessComesInARunOfItsOwn) {
+    contract::Opened opened(this->backend, this->plugged());
+    opened.read(opened.bulkIn);
+    opened.write(contract::kStart);
+    for (int slice = 0; slice < 200 && this->received().empty(); ++slice) {
+        this->backend.loop().CFRunLoopRunInMode("another mode", 0.05, true);
+    }
+    this->backend.unplug();
+    ASSERT_TRUE(opened.runUntilCompletions(1));
+    ASSERT_EQ(opened.completions.size(), 1u);
+    EXPECT_EQ(opened.completions[0].pipe, opened.bulkOut);
+    EXPECT_EQ(opened.completions[0].result, platform::kIOReturnSuccess);
+    ASSERT_TRUE(opened.runUntilCompletions(2));
+    EXPECT_EQ(opened.completions[1].result, platform::kIOReturnNoDevice);
+}
+
 TYPED_TEST_P(UsbContract, CloseTakesBackWhatIsPendingAndCompletesNothingMore) {
     const std::string path = this->plugged();
     for (int round = 0; round < 3; ++round) {
@@ -544,5 +560,5 @@ REGISTER_TYPED_TEST_SUITE_P(UsbContract, PresentDeviceIsFoundByItsPathAndForgott
                             CompletionsComeOnlyWhileTheModeRuns, ReadEndsWithAShortPacketAnEmptyOneOrAFullBuffer,
                             QueuedReadsAreServedInOrder, WriteOfAnExactMultipleEndsWithTheEmptyTransferOnly,
                             AbortEndsEveryTransferOfThePipeOnce, StallEndsTheTransferWithItsOwnResult,
-                            UnplugEndsWhatIsUnderWayAndRefusesWhatFollows,
+                            UnplugEndsWhatIsUnderWayAndRefusesWhatFollows, FailureBehindASuccessComesInARunOfItsOwn,
                             CloseTakesBackWhatIsPendingAndCompletesNothingMore, TransferNeedsAnOpenedInterface);
