@@ -28,6 +28,10 @@ class LocalReference_t : public glo::NonCopyable_t {
 
     ObjectId_t Id() const;
 
+    /// Gives the object up; no call may follow. The port does so when the object goes, which a call on it may bring
+    /// about while that call still holds the reference.
+    void LetGo();
+
     /// Runs a call that nobody waits for; its result is dropped. What the method throws passes through.
     virtual void CallAsync(Stack_t& call);
 
@@ -36,7 +40,8 @@ class LocalReference_t : public glo::NonCopyable_t {
     virtual void CallSync(Stack_t& call, Stack_t& result);
 
   private:
-    Object_t& mObject;
+    Object_t* mObject;  ///< null once given up
+    ObjectId_t const mId;
 };
 
 }  // namespace thr

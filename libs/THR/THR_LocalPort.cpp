@@ -90,6 +90,7 @@ void LocalPort_t::AddReference(glo::AutoPtr<LocalReference_t> reference) {
 void LocalPort_t::RemoveReference(ObjectId_t id) {
     // Out of the map before it is destroyed: its object's end may come back here.
     auto const node = mReferences.extract(id);
+    if (node) node.mapped()->LetGo();  // a call that is under way still holds the reference
 }
 
 void LocalPort_t::Push(Stack_t& stack) const {
@@ -101,17 +102,22 @@ Stack_t& operator<<(Stack_t& stack, LocalPort_t const& port) {
     return stack;
 }
 
-LocalReference_t::LocalReference_t(Object_t& object) : mObject(object) {
-    mObject.Retain();
+LocalReference_t::LocalReference_t(Object_t& object) : mObject(&object), mId(object.Id()) {
+    mObject->Retain();
 }
 
 LocalReference_t::~LocalReference_t() {
+    LetGo();
+}
+
+void LocalReference_t::LetGo() {
+    Object_t* const object = std::exchange(mObject, nullptr);
     // Somebody else may have let go more often than he held; that is told where it happens, not here.
-    if (mObject.RetainCount() > 0) mObject.Release();
+    if (object && object->RetainCount() > 0) object->Release();
 }
 
 ObjectId_t LocalReference_t::Id() const {
-    return mObject.Id();
+    return mId;
 }
 
 void LocalReference_t::CallAsync(Stack_t& call) {
@@ -122,7 +128,7 @@ void LocalReference_t::CallAsync(Stack_t& call) {
 void LocalReference_t::CallSync(Stack_t& call, Stack_t& result) {
     Method_t method = nullptr;
     call >> method;
-    method(mObject, call, result);
+    method(*mObject, call, result);
 }
 
 }  // namespace thr

@@ -213,6 +213,19 @@ TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswer) {
     EXPECT_EQ(mine.mCount, 5);
 }
 
+TEST_F(CallTest, ACallMayDestroyItsObject) {
+    auto* const object = new Counter_t;
+    Stack_t address;
+    object->PushOnStack(address);
+    RemoteReference_t reference(address);
+    reference.CallAsync([](Object_t& called, Stack_t&, Stack_t&) { delete &called; }, {});
+    ProcessMessageWithNoWait();
+    reference.CallAsync(Counter_t::Add, Stack(1));
+    ProcessMessageWithNoWait();
+    EXPECT_THAT(gLog, ::testing::Contains(::testing::HasSubstr("libs/THR/THR_LocalPort")))
+        << "nobody has the id any more";
+}
+
 TEST_F(CallTest, WhatASynchronousCallThrowsIsRaisedAtTheCaller) {
     Counter_t mine;
     Server server(mine);

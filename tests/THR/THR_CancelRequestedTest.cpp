@@ -89,12 +89,12 @@ TEST_F(CancelRequestedDeathTest, ImpossibleRequestsStopTheProgram) {
     auto const constClone = std::as_const(bound).Clone();
     clock.FailSleeps();
     auto const stops = testing::KilledBySignal(SIGILL);
-    EXPECT_EXIT((void)clone->Clone(), stops, "");
-    EXPECT_EXIT((void)std::as_const(*constClone).Clone(), stops, "");
-    EXPECT_EXIT(constClone->Set(), stops, "");
-    EXPECT_EXIT(constClone->Clear(), stops, "");
-    EXPECT_EXIT(thr::Delay(1, FixedResult(2)), stops, "");
-    EXPECT_EXIT(thr::Delay(1, flag), stops, "");
+    EXPECT_EXIT((void)clone->Clone(), stops, "libs/THR/THR_CancelRequested Line: ");
+    EXPECT_EXIT((void)std::as_const(*constClone).Clone(), stops, "libs/THR/THR_CancelRequested Line: ");
+    EXPECT_EXIT(constClone->Set(), stops, "libs/THR/THR_CancelRequested Line: ");
+    EXPECT_EXIT(constClone->Clear(), stops, "libs/THR/THR_CancelRequested Line: ");
+    EXPECT_EXIT(thr::Delay(1, FixedResult(2)), stops, "libs/THR/THR_Delay Line: ");
+    EXPECT_EXIT(thr::Delay(1, flag), stops, "libs/THR/THR_CancelRequested Line: ");
 }
 
 }  // namespace
