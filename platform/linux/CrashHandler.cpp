@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <ctime>
@@ -58,6 +59,7 @@ void write(int descriptor, const char* text) {
     std::size_t left = std::strlen(text);
     while (left > 0) {
         const ssize_t count = ::write(descriptor, text, left);
+        if (count < 0 && errno == EINTR) continue;
         if (count <= 0) return;
         text += count;
         left -= static_cast<std::size_t>(count);
@@ -81,7 +83,8 @@ const char* signalName(int signal) {
     }
 }
 
-void report(int descriptor, int signal, void* const* frames, int count) {
+/// What is known without looking at the stack.
+void reportFacts(int descriptor, int signal) {
     char line[64] = {};
     SafeText(line, sizeof line) << "\nSignal " << static_cast<unsigned long>(signal) << " (" << signalName(signal)
                                 << ")\nBlack box:\n";
@@ -89,28 +92,33 @@ void report(int descriptor, int signal, void* const* frames, int count) {
     write(descriptor, line);
     if (gPrepared.blackBox && *gPrepared.blackBox) write(descriptor, *gPrepared.blackBox);
     write(descriptor, "\nStack:\n");
-    backtrace_symbols_fd(frames, count, descriptor);
+}
+
+int openFile() {
+    if (gPrepared.prefixLength == 0) return -1;
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    SafeText(gPrepared.filePath, sizeof gPrepared.filePath, gPrepared.prefixLength)
+        << "-" << static_cast<unsigned long>(now.tv_sec) << "-" << static_cast<unsigned long>(::getpid()) << ".crash";
+    return ::open(gPrepared.filePath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
 }
 
 void handle(int signal) {
     // The first one's end of the process ends the others too.
     while (gIsReporting.test_and_set()) ::pause();
 
+    // The file before the stream, which nobody may be reading, and the facts before the stack, which may be too broken
+    // to be walked: that would be the process's end.
+    const int file = openFile();
+    if (file >= 0) reportFacts(file, signal);
     void* frames[kFrames];
     const int count = backtrace(frames, kFrames);
-    report(STDERR_FILENO, signal, frames, count);
-    if (gPrepared.prefixLength > 0) {
-        timespec now{};
-        ::clock_gettime(CLOCK_REALTIME, &now);
-        SafeText(gPrepared.filePath, sizeof gPrepared.filePath, gPrepared.prefixLength)
-            << "-" << static_cast<unsigned long>(now.tv_sec) << "-" << static_cast<unsigned long>(::getpid())
-            << ".crash";
-        const int file = ::open(gPrepared.filePath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        if (file >= 0) {
-            report(file, signal, frames, count);
-            ::close(file);
-        }
+    if (file >= 0) {
+        backtrace_symbols_fd(frames, count, file);
+        ::close(file);
     }
+    reportFacts(STDERR_FILENO, signal);
+    backtrace_symbols_fd(frames, count, STDERR_FILENO);
 
     struct sigaction standard {};
     standard.sa_handler = SIG_DFL;

@@ -2,10 +2,12 @@
 
 #include <cxxabi.h>
 #include <execinfo.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <memory>
+#include <thread>
 #include <typeinfo>
 
 namespace platform {
@@ -63,15 +65,19 @@ std::vector<std::string> TerminateExceptionHandler::callStackSymbols() {
 
 void TerminateExceptionHandler::Terminate() {
     // Several threads may get here, and so may the delegate: only the first is reported.
-    static std::atomic_flag reporting;
+    static std::atomic<std::thread::id> reporter;
     TerminateExceptionHandler* const handler = gInstalled;
-    if (handler && !reporting.test_and_set()) {
+    const std::thread::id self = std::this_thread::get_id();
+    std::thread::id first;
+    if (handler && reporter.compare_exchange_strong(first, self)) {
         try {
             handler->Report();
         } catch (...) {
             // The report has failed; the process ends all the same.
         }
         handler->mPrevious();
+    } else if (handler && first != self) {
+        for (;;) ::pause();  // the reporter ends the process, and must not be cut short
     }
     std::abort();
 }
