@@ -129,11 +129,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     mListener = std::thread([this] {
         try {
             runTrovikModeListenLoop();
-        } catch (const glo::Exception_t& e) {
-            DDLogError("Exception thrown at %s, %d; caught at %s, %d", e.File().c_str(), e.Line(), kSourceFile,
-                       __LINE__);
         } catch (...) {
-            DDLogError("Unknown exception caught at %s, %d", kSourceFile, __LINE__);
+            glo::LogCaughtException(kSourceFile, __LINE__);
         }
     });
 }
@@ -166,7 +163,14 @@ void AppDelegate::handleButtonClick() {
     }
     ViewUtilities::setAndPinSubview(*mOutlets.mainWindowView, *mOutlets.inProgressView);
     startAnimation(mOutlets.progressIndicator);
-    platform::dispatch_get_global_queue().dispatch_async([this] { resetAttachedDevice(); });
+    platform::dispatch_get_global_queue().dispatch_async([this] {
+        try {
+            resetAttachedDevice();
+        } catch (...) {
+            glo::LogCaughtException(kSourceFile, __LINE__);
+            setNextAction(NextAction::RebootOnAttach);  // the user waits: the next attach is a new chance
+        }
+    });
 }
 
 void AppDelegate::resetAttachedDevice() {
@@ -204,8 +208,13 @@ void AppDelegate::stopStation() {
 
 void AppDelegate::runTrovikModeListenLoop() {
     const std::shared_ptr<platform::CFRunLoop> loop = platform::CFRunLoopGetCurrent();
-    const bool observing =
-        USBTrovikModeFinderUtils::observeTMDevicesForType(platform::kIOServiceMatched, trovikModeDeviceAttached, this);
+    bool observing = false;
+    try {
+        observing = USBTrovikModeFinderUtils::observeTMDevicesForType(platform::kIOServiceMatched,
+                                                                      trovikModeDeviceAttached, this);
+    } catch (...) {
+        glo::LogCaughtException(kSourceFile, __LINE__);
+    }
     if (!observing) DDLogInfo("Could not start observing Trovik-mode device attaches.");
     {
         const std::lock_guard lock(mListenLoopMutex);
@@ -240,7 +249,12 @@ void trovikModeDeviceAttached(void* refCon, platform::IOIterator& iterator) {
         std::uint64_t id = 0;
         if (entry->IORegistryEntryGetRegistryEntryID(id) == platform::kIOReturnSuccess) entryId = id;
     }
-    if (entryId) static_cast<AppDelegate*>(refCon)->trovikModeDeviceDetected(USBRegistryInfo(*entryId, path));
+    if (!entryId) return;
+    try {
+        static_cast<AppDelegate*>(refCon)->trovikModeDeviceDetected(USBRegistryInfo(*entryId, path));
+    } catch (...) {
+        glo::LogCaughtException(kSourceFile, __LINE__);  // the listener goes on to the next attach
+    }
 }
 
 void AppDelegate::trovikModeDeviceDetected(const USBRegistryInfo& record) {

@@ -32,12 +32,12 @@ namespace {
 /// The system log. What the platform has to say of a device (above all why it can't be opened) belongs beside the
 /// workflow's own lines, where support looks for it; the loggers' own troubles can't be told to themselves.
 void systemLog(const std::string& line) {
+    const std::string text = line.substr(0, line.find_last_not_of('\n') + 1);
     if (DDLog::isDelivering()) {
-        std::fputs((line + "\n").c_str(), stderr);
+        std::fprintf(stderr, "%s\n", text.c_str());
         return;
     }
-    const std::size_t end = line.find_last_not_of('\n');
-    DDLogInfo("%s", line.substr(0, end == std::string::npos ? 0 : end + 1).c_str());
+    DDLogInfo("%s", text.c_str());
 }
 
 }  // namespace
@@ -76,5 +76,5 @@ int main(int argc, char** argv) {
     MainWindow window(controller);
     controller.applicationDidFinishLaunching();
     window.show();
-    return QApplication::exec();
+    terminate(QApplication::exec());
 }

@@ -40,8 +40,7 @@ class UsbTrovikModeIoLink {
     /// @param command        the command's number
     /// @param data           its argument bytes
     /// @param awaitResponse  also wait for a packet of the command's number: 3 seconds, and up to twice that while
-    /// other
-    ///                       packets keep coming
+    ///                       other packets keep coming
     /// @param error          where to describe a failure; may be null, and then nothing is logged either
     /// @return true when the command has been sent, and answered if an answer was awaited
     /// Never throws. Blocks. Owner thread only.

@@ -26,6 +26,7 @@ void writeLittleEndian(std::uint32_t value, std::span<unsigned char> bytes) {
 }
 
 void traceBadPacket(std::span<const unsigned char> bytes) {
+    if (!DebugServer().IsEnabled()) return;  // the dump is five times the packet's size
     DebugServer().PrintStr("Bad packet:\n");
     DebugServer().PrintStr(utl::HexDump(bytes).c_str());
 }

@@ -75,9 +75,13 @@ bool HasEnded(int process) {
     return ::poll(&waited, 1, 0) > 0;
 }
 
-/// Descriptors of the wanted processes that have not ended.
-std::vector<FileDescriptor> Running(const std::string& name) {
-    std::vector<FileDescriptor> running;
+struct Processes {
+    std::vector<FileDescriptor> running;  ///< of the wanted processes that have not ended
+    bool outOfReach = false;              ///< there is one that can't be referred to
+};
+
+Processes Running(const std::string& name) {
+    Processes found;
     std::error_code error;
     for (fs::directory_iterator entry("/proc", error), end; !error && entry != end; entry.increment(error)) {
         const std::string text = entry->path().filename();
@@ -86,10 +90,11 @@ std::vector<FileDescriptor> Running(const std::string& name) {
         if (failure != std::errc() || last != text.data() + text.size() || id == ::getpid()) continue;
         if (!IsWanted(*entry, name)) continue;
         FileDescriptor process(::pidfd_open(id, 0));
+        if (!process && errno != ESRCH) found.outOfReach = true;
         // Looked at again: the id may have passed to another process before the descriptor was made.
-        if (process && !HasEnded(process.get()) && IsWanted(*entry, name)) running.push_back(std::move(process));
+        if (process && !HasEnded(process.get()) && IsWanted(*entry, name)) found.running.push_back(std::move(process));
     }
-    return running;
+    return found;
 }
 
 void WaitForEnd(const std::vector<FileDescriptor>& processes, milliseconds patience) {
@@ -124,11 +129,12 @@ std::optional<std::string> ApplicationToQuit(const std::string& source) {
 bool SignalScriptRunner::executeAndReturnError(const std::string& source) {
     const auto name = ApplicationToQuit(source);
     if (!name) return false;
-    const auto processes = Running(*name);
-    if (processes.empty()) return true;
-    for (const auto& process : processes) ::pidfd_send_signal(process.get(), SIGTERM, nullptr, 0);
-    WaitForEnd(processes, mPatience);
-    return Running(*name).empty();  // also one that has been started in the meantime counts
+    const auto isGone = [](const Processes& found) { return found.running.empty() && !found.outOfReach; };
+    const Processes asked = Running(*name);
+    if (isGone(asked)) return true;
+    for (const auto& process : asked.running) ::pidfd_send_signal(process.get(), SIGTERM, nullptr, 0);
+    WaitForEnd(asked.running, mPatience);
+    return isGone(Running(*name));  // also one that has been started in the meantime counts
 }
 
 int SignalScriptRunner::system(const std::string& command) {

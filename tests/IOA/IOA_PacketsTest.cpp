@@ -137,11 +137,11 @@ TEST(PvtData, FixWithoutFiniteNumbersIsABadFrameAndWithoutAFixNobodyLooks) {
 
 TEST(PacketsDeathTest, FaultsOfTheCallerStopTheProgram) {
     auto const stops = testing::KilledBySignal(SIGILL);
-    EXPECT_EXIT((CommandPacket_t().AcceptFrame(iol::Frame_t(12, Bytes{1, 0}))), stops, "");
-    EXPECT_EXIT(PvtData_t().AcceptFrame(iol::Frame_t(12, Bytes(64))), stops, "");
-    EXPECT_EXIT(PvtData_t().Position(), stops, "");
-    EXPECT_EXIT(PvtData_t().Alt(), stops, "");
-    EXPECT_EXIT(PvtData_t().Time(), stops, "");
+    EXPECT_EXIT((CommandPacket_t().AcceptFrame(iol::Frame_t(12, Bytes{1, 0}))), stops, "IOL/IOL_Packet.hpp Line: ");
+    EXPECT_EXIT(PvtData_t().AcceptFrame(iol::Frame_t(12, Bytes(64))), stops, "IOL/IOL_Packet.hpp Line: ");
+    EXPECT_EXIT(PvtData_t().Position(), stops, "libs/IOA/IOA_PvtData Line: ");
+    EXPECT_EXIT(PvtData_t().Alt(), stops, "libs/IOA/IOA_PvtData Line: ");
+    EXPECT_EXIT(PvtData_t().Time(), stops, "libs/IOA/IOA_PvtData Line: ");
 }
 
 }  // namespace

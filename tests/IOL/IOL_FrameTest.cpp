@@ -74,7 +74,8 @@ TEST(PacketDeathTest, AnyPayloadWillDoButAnotherIdStopsTheProgram) {
     iol::Packet_t packet(10);
     EXPECT_EQ(packet.ProduceFrame().Size(), 0U);
     packet.AcceptFrame(Frame_t(10, Bytes{1, 2, 3}));
-    EXPECT_EXIT(packet.AcceptFrame(Frame_t(11, Bytes{})), testing::KilledBySignal(SIGILL), "");
+    EXPECT_EXIT(packet.AcceptFrame(Frame_t(11, Bytes{})), testing::KilledBySignal(SIGILL),
+                "IOL/IOL_Packet.hpp Line: 70");
 }
 
 TEST(LinkExceptions, CarryTheFrameOrTheCause) {

@@ -88,8 +88,9 @@ TEST_F(Link, PayloadThatDoesNotFitIsThePacketsExceptionAndConsumesTheFrame) {
 }
 
 TEST_F(LinkDeathTest, EmptyListOrNullEntryStopsTheProgram) {
-    EXPECT_EXIT(link.GetPacket(std::vector<iol::Packet_t*>(), 0), testing::KilledBySignal(SIGILL), "");
-    EXPECT_EXIT(link.GetPacket({&packet, nullptr}, 0), testing::KilledBySignal(SIGILL), "");
+    EXPECT_EXIT(link.GetPacket(std::vector<iol::Packet_t*>(), 0), testing::KilledBySignal(SIGILL),
+                "libs/IOL/IOL_Link Line: 77");
+    EXPECT_EXIT(link.GetPacket({&packet, nullptr}, 0), testing::KilledBySignal(SIGILL), "libs/IOL/IOL_Link Line: 80");
 }
 
 }  // namespace

@@ -59,10 +59,9 @@ void Device_t::Open(std::string const& registryPath) {
     mInPipe = std::make_unique<InPipe_t>(mSession, platform::kUSBInterrupt, *mInterface);
     mOutPipe = std::make_unique<OutPipe_t>(mSession, platform::kUSBBulk, *mInterface);
 
-    std::shared_ptr<platform::CFRunLoopSource> source;
-    Require(mInterface->CreateInterfaceAsyncEventSource(source), gcEventSourceLine);
-    mSession.RunLoop().CFRunLoopAddSource(source, mSession.RunLoopMode());
-    mEventSource = std::move(source);
+    // Kept before it is added: what fails after that is undone with it.
+    Require(mInterface->CreateInterfaceAsyncEventSource(mEventSource), gcEventSourceLine);
+    mSession.RunLoop().CFRunLoopAddSource(mEventSource, mSession.RunLoopMode());
     mInPipe->ReadAsync();
 }
 
