@@ -103,14 +103,16 @@ class Gadget:
 class Tool:
     """The tool in a window, a person at its keyboard."""
 
-    def __init__(self, program):
+    def __init__(self, program, **settings):
         shutil.rmtree(f"/home/{USER}", ignore_errors=True)
         os.makedirs(f"/home/{USER}/run", mode=0o700)
         account = pwd.getpwnam(USER)
         for path in (f"/home/{USER}", f"/home/{USER}/run"):
             os.chown(path, account.pw_uid, account.pw_gid)
         environment = {"HOME": f"/home/{USER}", "XDG_RUNTIME_DIR": f"/home/{USER}/run", "DISPLAY": DISPLAY,
-                       "PATH": "/usr/bin:/bin", "LANG": "C.UTF-8", "USER": USER, "QT_ACCESSIBILITY": "0"}
+                       "PATH": "/usr/bin:/bin", "LANG": "C.UTF-8", "USER": USER, "QT_ACCESSIBILITY": "0", **settings}
+        self.logged, self.positions = "", {}
+        self.screens = SCREENS.setdefault(settings.get("QT_STYLE_OVERRIDE"), {})
         self.errors = open("/tmp/tool.stderr", "w", encoding="utf-8")
         self.process = subprocess.Popen(["setpriv", f"--reuid={account.pw_uid}", f"--regid={account.pw_gid}",
                                          "--clear-groups", str(program)], env=environment, stderr=self.errors,
@@ -123,8 +125,13 @@ class Tool:
         return SCREEN.windows()
 
     def log(self):
-        files = sorted(glob.glob(f"/home/{USER}/.local/share/Trovik/ResetTool/ResetTool_*.txt"))
-        return "".join(pathlib.Path(file).read_text(encoding="utf-8") for file in files)
+        """Everything logged so far; reads only what is new."""
+        for file in sorted(glob.glob(f"/home/{USER}/.local/share/Trovik/ResetTool/ResetTool_*.txt")):
+            with open(file, "rb") as stream:
+                stream.seek(self.positions.get(file, 0))
+                self.logged += stream.read().decode(errors="replace")
+                self.positions[file] = stream.tell()
+        return self.logged
 
     def wait_log(self, text, times=1, patience=PATIENCE):
         try:
@@ -160,35 +167,37 @@ class Tool:
         self.expect_screen("complete")
         SCREEN.focus(self.window)
         SCREEN.key("Alt_L+m")
-        self.expect_screen("start")
+        self.expect_screen("start")  # the button takes a moment to look pressed; a key before would still be the old screen's
 
     def new_screen(self, name, *others):
         """Waits for a screen that is none of the others, and keeps it as the one that it is to be told by."""
         def settled():
             first = SCREEN.picture(self.window)
-            if not first or display.colours(first) < 8 or any(display.same(first, REFERENCE[other], SAME) for other in others):
+            if not first or display.colours(first) < 8 or any(display.same(first, self.screens[other], SAME) for other in others):
                 return None
             time.sleep(0.3)
             second = SCREEN.picture(self.window)
             return second if second and display.same(first, second, SAME) else None
-        REFERENCE[name] = wait_for(f"the {name} screen", settled)
-        save(REFERENCE[name], name)
+        self.screens[name] = wait_for(f"the {name} screen", settled)
+        save(self.screens[name], name)
 
     def expect_screen(self, name, picture=None):
         """Waits until the window shows that screen."""
         def shown():
             now = SCREEN.picture(self.window)
-            return now if now and display.same(now, REFERENCE[name], SAME) else None
+            return now if now and display.same(now, self.screens[name], SAME) else None
         found = wait_for(f"the {name} screen", shown)
         if picture:
             save(found, picture)
 
     def usage(self):
-        """Descriptors, threads and resident kilobytes."""
+        """Descriptors, threads and resident kilobytes; without the threads that the toolkit's pool keeps for painting,
+        which come and go, each with a descriptor of its own."""
         base = pathlib.Path(f"/proc/{self.process.pid}")
-        status = (base / "status").read_text()
-        return (len(os.listdir(base / "fd")), int(re.search(r"Threads:\s+(\d+)", status)[1]),
-                int(re.search(r"VmRSS:\s+(\d+)", status)[1]))
+        names = [pathlib.Path(task, "comm").read_text() for task in glob.glob(f"{base}/task/*")]
+        pooled = sum(name.startswith("Thread (pooled") for name in names)
+        resident = re.search(r"VmRSS:\s+(\d+)", (base / "status").read_text())[1]
+        return len(os.listdir(base / "fd")) - pooled, len(names) - pooled, int(resident)
 
     def close(self):
         if self.process.poll() is None:
@@ -246,7 +255,7 @@ def expect(condition, complaint):
 FULL = ["reboot", "hold", "clear", "resume"]
 SCENARIOS = {}
 PROGRAM = BUILD / "app/ResetTool"
-REFERENCE = {}  # pictures by screen
+SCREENS = {}  # by style, what each screen looks like
 SCREEN = None
 
 
@@ -256,8 +265,8 @@ def scenario(function):
 
 
 @contextlib.contextmanager
-def the_tool(program=None):
-    tool = Tool(program or PROGRAM)
+def the_tool(program=PROGRAM, **settings):
+    tool = Tool(program, **settings)
     try:
         yield tool
     finally:
@@ -297,8 +306,18 @@ def judge_complete(name, tool, gadget, expected=None, refusals=()):
     refused = [line for line in record.splitlines() if " refused " in line and not any(word in line for word in refusals)]
     expect(not refused, f"the device refused {refused}")
     expect(gadget.entries() == 0, f"{gadget.entries()} entries are left in the store")
-    if "complete" in REFERENCE:
-        tool.expect_screen("complete", name)
+    tool.expect_screen("complete", name)
+
+
+def first_reset(tool, gadget):
+    """A reset with the device attached late, in which every screen stays for as long as it takes to picture it."""
+    tool.new_screen("start")
+    tool.reset()
+    tool.wait_log("No device found, waiting for connection")
+    tool.new_screen("progress", "start")
+    gadget.order("plug")
+    tool.wait_log("Boot resumed")
+    tool.new_screen("complete", "start", "progress")
 
 
 def in_order(log, *texts):
@@ -309,17 +328,11 @@ def in_order(log, *texts):
         position = found + len(text)
 
 
-# The first of all: here every screen stays for as long as it takes to picture it for the others.
 @scenario
 def device_attached_after_reset_now():
     with a_gadget("--unplugged") as gadget, the_tool() as tool:
-        tool.new_screen("start")
-        tool.reset()
-        tool.wait_log("No device found, waiting for connection")
-        tool.new_screen("progress", "start")
-        gadget.order("plug")
+        first_reset(tool, gadget)
         judge_complete("attached late", tool, gadget, FULL)
-        tool.new_screen("complete", "start", "progress")
 
 
 @scenario
@@ -483,10 +496,11 @@ def two_devices():
         run("udevadm", "settle")
         tool.reset()
         tool.wait_log("Boot resumed")
-        cleared = [gadget for gadget in (first, second) if gadget.entries() == 0]
+        records = {gadget: gadget.record() for gadget in (first, second)}
+        cleared = [gadget for gadget in records if gadget.entries() == 0]
         expect(len(cleared) == 1, f"{len(cleared)} devices were cleared")
         untouched = second if cleared[0] is first else first
-        expect(commands(untouched.record()) == [], "the other device was touched")
+        expect(commands(records[untouched]) == [], "the other device was touched")
 
 
 @scenario
@@ -498,16 +512,17 @@ def package_installed_used_and_purged():
     # The cache of this machine's whole manual would be built anew: minutes, and no business of the package.
     pathlib.Path("/var/lib/man-db/auto-update").unlink(missing_ok=True)
     try:
-        run("dpkg", "-i", "--force-depends", package)
+        listed = [line.split()[-1] for line in run("dpkg-deb", "--contents", package).splitlines()]
+        fresh = [path for path in (pathlib.Path("/", name) for name in listed) if not os.path.lexists(path)]
+        expect(pathlib.Path("/usr/bin/ResetTool") in fresh, "there is a tool before the package is installed")
+        run("dpkg", "--install", package)
         with a_gadget() as gadget, the_tool("/usr/bin/ResetTool") as tool:
             settle()
             tool.reset()
             judge_complete("package", tool, gadget, FULL)
-        files = run("dpkg", "-L", "trovik-reset-tool").split("\n")
         run("dpkg", "--purge", "trovik-reset-tool")
-        left = [file for file in files if file and os.path.isfile(file)]
+        left = [path for path in fresh if os.path.lexists(path)] + glob.glob("/var/lib/dpkg/info/trovik*")
         expect(not left, f"left behind after purging: {left}")
-        expect(not glob.glob("/usr/share/trovik*") and not glob.glob("/usr/share/doc/trovik*"), "folders left behind")
     finally:
         shutil.copy(RULE, place)
         run("udevadm", "control", "--reload")
@@ -520,13 +535,17 @@ def replug(gadget):
     gadget.order("plug")
 
 
-def waits_for_attach(tool, gadget):
-    """Whether the tool has done all it will do before the next attach, and none will come by itself."""
-    said = [line for line in tool.log().splitlines() if "Device rebooted" in line or "Reboot failed" in line or "sent" in line]
-    state = gadget.last("state ")
+def waits_for_attach(log, gadget, quiet):
+    """Whether the tool has done all that it will do before the next attach, and none will come by itself, after so many
+    seconds in which neither the tool nor the device said anything."""
+    said = [line for line in log.splitlines() if "Device rebooted" in line or "Reboot failed" in line or "sent" in line]
+    state, attached = gadget.last("state "), gadget.last("on the bus", "off the bus") == "on the bus"
     if not said or "sent" in said[-1] or state == "state rebooting":
         return False
-    return "Reboot failed" in said[-1] or state != "state starting" or gadget.last("on the bus", "off the bus") == "off the bus"
+    if "Reboot failed" in said[-1] and attached:
+        return quiet > 1  # for an attach that is still on its way to the tool
+    # Longer than the tool waits for an answer, or a fault for the cable to go in again.
+    return quiet > 5 and (not attached or state != "state starting")
 
 
 @scenario
@@ -537,8 +556,12 @@ def two_hundred_resets():
     usable = [line for line in run(str(GADGET), "--faults").splitlines()
               if line not in ("Opening the device is denied", "Another program holds the device")]
     struck = waited = 0
-    with a_gadget("--profile", "instant", "--reboot-time", "50") as gadget, the_tool() as tool:
-        settle()
+    # The default style draws its busy indicator so often that an emulated processor does little else.
+    with a_gadget("--unplugged", "--profile", "instant", "--reboot-time", "50") as gadget, \
+            the_tool(QT_STYLE_OVERRIDE="Windows") as tool:
+        first_reset(tool, gadget)
+        tool.back_to_start()
+        gadget.order("refill")
         for number in range(1, ROUNDS + 1):
             fault = chance.choice(usable) if chance.random() < 0.1 else None
             before = len(gadget.lines)
@@ -546,19 +569,18 @@ def two_hundred_resets():
                 gadget.order("fault " + fault)
             tool.reset()
             news, quiet_since, end = None, time.monotonic(), time.monotonic() + PATIENCE
-            while tool.log().count("Boot resumed") < number:
+            while (log := tool.log()).count("Boot resumed") <= number:
                 tool.gone()
                 if time.monotonic() > end:
-                    raise Failure(f"reset {number} with the fault {fault} does not end:\n{tool.log()[-2000:]}")
-                if news != (news := (len(tool.log()), len(gadget.lines))):
+                    raise Failure(f"reset {number} with the fault {fault} does not end:\n{log[-2000:]}")
+                if news != (news := (len(log), len(gadget.lines))):
                     quiet_since = time.monotonic()
-                # Longer than anything that the tool or a fault waits for of itself.
-                elif time.monotonic() - quiet_since > 5 and waits_for_attach(tool, gadget):
+                elif waits_for_attach(log, gadget, time.monotonic() - quiet_since):
                     waited += 1
                     replug(gadget)
                     quiet_since, end = time.monotonic(), time.monotonic() + PATIENCE
                 time.sleep(0.05)
-            expect(gadget.entries() == 0, f"entries left in the store after reset {number} with the fault {fault}")
+            wait_for(f"the cleared store after reset {number} with the fault {fault}", lambda: gadget.entries() == 0, 10)
             tool.back_to_start()
             struck += f"fault {fault}" in gadget.lines[before:]
             gadget.order("clear-faults", "refill")
@@ -569,7 +591,7 @@ def two_hundred_resets():
         print(f"{ROUNDS} resets, {struck} with a fault, {waited} times attached again; descriptors, threads, kB: "
               f"{early} after 10, {late} at the end")
         expect(late[:2] == early[:2], f"descriptors and threads went from {early} to {late}")
-        expect(late[2] - early[2] < 1024, f"memory went from {early[2]} to {late[2]} kB")
+        expect(late[2] - early[2] < 512, f"memory went from {early[2]} to {late[2]} kB")
 
 
 def prepare():
