@@ -43,6 +43,10 @@ class Stack_t {
     /// @throws thr::BadStackException_t  fewer bytes are left; the stack is unchanged
     void Pop(void* destination, std::size_t count, char const* file, unsigned short line);
 
+    /// Checks that so many bytes are left.
+    /// @throws thr::BadStackException_t  they are not; its message has both numbers and a dump of the stack
+    void Require(std::size_t count, char const* file, unsigned short line) const;
+
     bool IsEmpty() const { return mBytes.empty(); }
     std::vector<unsigned char> const& Bytes() const { return mBytes; }
 

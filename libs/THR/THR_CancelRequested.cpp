@@ -69,6 +69,7 @@ CancelRequestedFunctor_t::CancelRequestedFunctor_t(CancelRequestedFunctor_t cons
     : mSource(other.mSource), mRequested(other.mRequested.load(std::memory_order_relaxed)) {}
 
 CancelRequestedFunctor_t& CancelRequestedFunctor_t::operator=(CancelRequestedFunctor_t const& other) {
+    if (this == &other) return *this;
     mSource = other.mSource;
     mRequested.store(other.mRequested.load(std::memory_order_relaxed), std::memory_order_relaxed);
     return *this;

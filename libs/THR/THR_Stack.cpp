@@ -27,8 +27,7 @@ void PopText(Stack_t& stack, std::basic_string<Character_t>& text) {
     // A count that is no count must neither wrap round nor be allocated for.
     std::uint64_t const held = stack.Bytes().size() / sizeof(Character_t);
     if (count > held)
-        stack.Pop(nullptr, count > SIZE_MAX / sizeof(Character_t) ? SIZE_MAX : count * sizeof(Character_t), cFile,
-                  __LINE__);
+        stack.Require(count > SIZE_MAX / sizeof(Character_t) ? SIZE_MAX : count * sizeof(Character_t), cFile, __LINE__);
     std::basic_string<Character_t> popped(count, Character_t());
     stack.Pop(popped.data(), count * sizeof(Character_t), cFile, __LINE__);
     text = std::move(popped);
@@ -41,13 +40,16 @@ void Stack_t::Push(void const* source, std::size_t count) {
     mBytes.insert(mBytes.end(), bytes, bytes + count);
 }
 
+void Stack_t::Require(std::size_t count, char const* file, unsigned short line) const {
+    if (count <= mBytes.size()) return;
+    std::wostringstream message;
+    message << L"Requested Data Size: " << count << L"\nStack Size: " << mBytes.size() << L"\nStack Contents:\n";
+    glo::HexValueDump(mBytes.data(), mBytes.data() + mBytes.size(), message, true);
+    throw BadStackException_t(file, line, message.str());
+}
+
 void Stack_t::Pop(void* destination, std::size_t count, char const* file, unsigned short line) {
-    if (count > mBytes.size()) {
-        std::wostringstream message;
-        message << L"Requested Data Size: " << count << L"\nStack Size: " << mBytes.size() << L"\nStack Contents:\n";
-        glo::HexValueDump(mBytes.data(), mBytes.data() + mBytes.size(), message, true);
-        throw BadStackException_t(file, line, message.str());
-    }
+    Require(count, file, line);
     if (count == 0) return;
     std::memcpy(destination, mBytes.data() + mBytes.size() - count, count);
     mBytes.resize(mBytes.size() - count);

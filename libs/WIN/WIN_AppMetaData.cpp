@@ -55,7 +55,7 @@ std::wstring Wide(std::string const& text) {
 
 std::wstring AppMetaData_t::FormattedVersion() const {
     Version_t const& version = Version();
-    std::wstring const text = version.MajorMinorString() + L'.' + std::to_wstring(version.Third());
+    std::wstring text = version.MajorMinorString() + L'.' + std::to_wstring(version.Third());
     if (IsReleaseBuildType(BuildType())) return text;
     return text + L'.' + std::to_wstring(version.Fourth()) + L' ' + BuildType();
 }

@@ -105,12 +105,14 @@ std::string Bundle::localizedStringForKey(const std::string& key, const std::str
 
 std::optional<std::string> Bundle::pathForResource(const std::string& name, const std::string& type,
                                                    const std::string& folder) const {
-    const std::string file = (folder.empty() ? "" : folder + '/') + name + (type.empty() ? "" : '.' + type);
+    std::string file = folder.empty() ? name : folder + '/' + name;
+    if (!type.empty()) file.append(1, '.').append(type);
     std::vector<std::string> places = mLanguageFolders;
     if (!mFolder.empty()) places.insert(places.begin(), mFolder);
     for (const auto& place : places) {
         std::error_code error;
-        const std::string path = place + '/' + file;
+        std::string path = place;
+        path.append(1, '/').append(file);
         if (fs::is_regular_file(path, error)) return path;
     }
     return std::nullopt;

@@ -107,7 +107,7 @@ std::string FileReplacement::setAside() {
     if (!mDescriptor) return {};
     constexpr int kMostKept = 1000;
     for (int i = 1; i <= kMostKept; ++i) {
-        const std::string aside = mPath + ".damaged-" + std::to_string(i);
+        std::string aside = mPath + ".damaged-" + std::to_string(i);
         if (renameat2(AT_FDCWD, mPath.c_str(), AT_FDCWD, aside.c_str(), RENAME_NOREPLACE) == 0) return aside;
         if (errno == EEXIST) continue;
         // Not every file system can refuse to replace; a hard link can't replace anything either.

@@ -21,7 +21,7 @@
 namespace {
 
 constexpr unsigned kReportedExceptions = 10;
-constexpr std::size_t kKeptCapacity = 128 * 1024;
+constexpr std::size_t kKeptCapacity = 131072;
 
 }  // namespace
 

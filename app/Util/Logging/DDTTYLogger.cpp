@@ -133,7 +133,7 @@ void DDTTYLogger::logMessages(std::span<const DDLogMessage* const> messages) {
     }
     write(mPending.data(), mPending.size());
     mPending.clear();
-    if (mPending.capacity() > 4 * PIPE_BUF) mPending.shrink_to_fit();
+    if (mPending.capacity() > std::size_t{4} * PIPE_BUF) mPending.shrink_to_fit();
 }
 
 void DDTTYLogger::appendLine(const DDLogMessage& message) {
