@@ -58,6 +58,16 @@ std::vector<Bytes> Record::received() const {
     return packets;
 }
 
+std::vector<UsbPacket> Record::received(std::uint8_t layer) const {
+    std::vector<UsbPacket> packets;
+    for (const auto& bytes : received()) {
+        std::string reason;
+        auto packet = decodePacket(bytes, reason);
+        if (packet && packet->layer == layer) packets.push_back(std::move(*packet));
+    }
+    return packets;
+}
+
 std::vector<std::string> Record::refused() const {
     std::vector<std::string> reasons;
     for (const auto& entry : mEntries) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <string>
 #include <vector>
@@ -41,10 +42,11 @@ class Record {
     const std::deque<RecordEntry>& entries() const { return mEntries; }
     std::size_t dropped() const { return mDropped; }  ///< entries that had to make room
 
-    std::vector<Bytes> received() const;       ///< the host's packets
-    std::vector<std::string> refused() const;  ///< the host's mistakes
-    std::vector<std::string> faults() const;   ///< names of the faults committed
-    std::string text() const;                  ///< the whole record for people, one line an entry
+    std::vector<Bytes> received() const;                        ///< the host's packets
+    std::vector<UsbPacket> received(std::uint8_t layer) const;  ///< of them, the well-formed ones of one layer
+    std::vector<std::string> refused() const;                   ///< the host's mistakes
+    std::vector<std::string> faults() const;                    ///< names of the faults committed
+    std::string text() const;                                   ///< the whole record for people, one line an entry
 
   private:
     std::deque<RecordEntry> mEntries;

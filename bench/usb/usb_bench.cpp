@@ -20,7 +20,7 @@
 #include "platform/Platform.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/UdevRegistry.hpp"
-#include "tests/support/UmockUsb.hpp"
+#include "simulator/umock/UmockUsb.hpp"
 
 namespace {
 
@@ -200,7 +200,7 @@ class Bench {
         return messages;
     }
 
-    support::UmockUsb mUsb;  // first: before any thread and any look at the devices
+    simulator::UmockUsb mUsb;  // first: before any thread and any look at the devices
     platform::UdevRegistry mRegistry;
     platform::AsioRunLoops mLoops;
     platform::Platform mServices;

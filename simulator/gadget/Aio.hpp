@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
+#include "simulator/FileDescriptor.hpp"
 #include "simulator/Types.hpp"
-#include "simulator/gadget/FileDescriptor.hpp"
 
 namespace simulator {
 

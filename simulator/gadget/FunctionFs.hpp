@@ -4,9 +4,9 @@
 #include <optional>
 #include <string>
 
+#include "simulator/FileDescriptor.hpp"
 #include "simulator/Profile.hpp"
 #include "simulator/Types.hpp"
-#include "simulator/gadget/FileDescriptor.hpp"
 
 namespace simulator {
 

@@ -15,7 +15,7 @@
 #include "platform/Platform.hpp"
 #include "platform/linux/Bundle.hpp"
 #include "simulator/Wire.hpp"
-#include "tests/support/SimulatedWorld.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 
 class QMessageBox;
 

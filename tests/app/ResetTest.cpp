@@ -16,8 +16,8 @@
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/qt/QtMainQueue.hpp"
 #include "simulator/RealTimeDrive.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 #include "tests/app/AppWorld.hpp"
-#include "tests/support/SimulatedWorld.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 namespace app_test {

@@ -1,13 +1,13 @@
 #include "platform/Platform.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/UdevRegistry.hpp"
-#include "tests/support/UmockUsb.hpp"
+#include "simulator/umock/UmockUsb.hpp"
 #include "tests/support/UsbContract.hpp"
 
 namespace {
 
 /// The real libusb and libudev, on devices behind umockdev.
-template <support::UmockUsb::Node kNode>
+template <simulator::UmockUsb::Node kNode>
 class UmockBackend final : public contract::UsbBackend {
   public:
     UmockBackend() { mUsb.addDevice(); }
@@ -21,13 +21,13 @@ class UmockBackend final : public contract::UsbBackend {
     }
 
   private:
-    support::UmockUsb mUsb{kNode};
+    simulator::UmockUsb mUsb{kNode};
     platform::AsioRunLoops mLoops;
     platform::UdevRegistry mRegistry;
 };
 
-using OnQueueNode = UmockBackend<support::UmockUsb::Node::Queue>;
-using OnTerminalNode = UmockBackend<support::UmockUsb::Node::Terminal>;
+using OnQueueNode = UmockBackend<simulator::UmockUsb::Node::Queue>;
+using OnTerminalNode = UmockBackend<simulator::UmockUsb::Node::Terminal>;
 
 }  // namespace
 

@@ -10,8 +10,8 @@
 #include "platform/Platform.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/UdevRegistry.hpp"
-#include "tests/support/SimulatedWorld.hpp"
-#include "tests/support/UmockUsb.hpp"
+#include "simulator/umock/UmockUsb.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 
 namespace {
 
@@ -105,7 +105,7 @@ class UmockReset : public ::testing::Test {
         EXPECT_EQ(usb.pendingTransfers(), 0U);
     }
 
-    support::UmockUsb usb;  // first: before any thread and any look at the devices
+    simulator::UmockUsb usb;  // first: before any thread and any look at the devices
 
   private:
     platform::UdevRegistry mRegistry;

@@ -1,4 +1,4 @@
-#include "tests/support/UmockUsb.hpp"
+#include "simulator/umock/UmockUsb.hpp"
 
 #include <algorithm>
 #include <filesystem>
@@ -30,7 +30,7 @@ std::ptrdiff_t OpenDescriptors() {
 /// Two devices on the emulated bus, both plugged; what the platform logs is kept.
 class UmockUsbTest : public ::testing::Test, public contract::UsbBackend {
   protected:
-    explicit UmockUsbTest(support::UmockUsb::Node node = support::UmockUsb::Node::Queue) : usb(node) {
+    explicit UmockUsbTest(simulator::UmockUsb::Node node = simulator::UmockUsb::Node::Queue) : usb(node) {
         gLog.clear();
         usb.addDevice();
         usb.addDevice();
@@ -61,7 +61,7 @@ class UmockUsbTest : public ::testing::Test, public contract::UsbBackend {
         return device;
     }
 
-    support::UmockUsb usb;
+    simulator::UmockUsb usb;
     std::string path;
 
   private:
@@ -191,7 +191,7 @@ TEST_F(UmockUsbTest, InterfaceMayBeClosedByItsOwnCompletion) {
 
 /// A node that hangs up, as a real one does.
 struct UmockHangUpTest : UmockUsbTest {
-    UmockHangUpTest() : UmockUsbTest(support::UmockUsb::Node::Terminal) {}
+    UmockHangUpTest() : UmockUsbTest(simulator::UmockUsb::Node::Terminal) {}
 };
 
 TEST_F(UmockHangUpTest, DeviceThatHasGoneDoesNotKeepItsLoopBusy) {

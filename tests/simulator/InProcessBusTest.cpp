@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/SimulatedWorld.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/UsbContract.hpp"
 
 namespace simulator {

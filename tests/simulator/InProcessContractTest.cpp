@@ -1,4 +1,4 @@
-#include "tests/support/SimulatedWorld.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/UsbContract.hpp"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/SimulatedWorld.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 
 namespace simulator {
 namespace {

@@ -10,8 +10,8 @@
 #include "GLO/GLO_Exception.hpp"
 #include "IOU/IOU_UsbLink.hpp"
 #include "THR/THR_CancelRequested.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/ScriptedUsb.hpp"
-#include "tests/support/SimulatedWorld.hpp"
 
 namespace support {
 
@@ -29,14 +29,6 @@ class UsbWorld : public simulator::SimulatedWorld {
         return {mCancel, registryPath, iou::UsbLink_t::PacketCheckingModeDefault, iol::gcDefaultTimeout};
     }
 
-    /// Milliseconds that an action took on the simulated clock.
-    template <typename Action>
-    long long timed(Action action) {
-        auto const start = clock.now();
-        action();
-        return std::chrono::duration_cast<milliseconds>(clock.now() - start).count();
-    }
-
   private:
     thr::CancelRequestedFunctor_t mCancel;
 };
@@ -49,16 +41,7 @@ class SimulatedDevice : public UsbWorld {
         plug();
     }
 
-    /// The packets of one layer that reached the device.
-    std::vector<simulator::UsbPacket> received(std::uint8_t layer) {
-        std::vector<simulator::UsbPacket> packets;
-        for (auto const& bytes : device().record().received()) {
-            std::string reason;
-            auto packet = simulator::decodePacket(bytes, reason);
-            if (packet && packet->layer == layer) packets.push_back(std::move(*packet));
-        }
-        return packets;
-    }
+    std::vector<simulator::UsbPacket> received(std::uint8_t layer) { return device().record().received(layer); }
     bool isUntouched() const { return bus.openDevices() == 0 && bus.pendingTransfers() == 0; }
     iou::UsbLink_t openLink() { return open(path()); }
 };

@@ -1,14 +1,12 @@
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <cstddef>
-#include <cstdint>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,17 +19,19 @@ typedef struct _UMockdevIoctlBase UMockdevIoctlBase;
 typedef struct _UMockdevIoctlClient UMockdevIoctlClient;
 typedef struct _UMockdevIoctlData UMockdevIoctlData;
 
-namespace support {
+namespace simulator {
 
 /// Simulated devices behind umockdev's sysfs, uevents and usbfs: what real libusb and libudev see is a kernel. One
-/// port a device. An attach gets the next device number, as on a real bus, and so a node of its own.
+/// port a device. An attach gets the next device number, as on a real bus, and so a node of its own. For tests and
+/// benchmarks: the product itself never needs umockdev.
 ///
 /// Make it before any other thread runs and destroy it after they have ended; one at a time in a process. The program
 /// must be linked with umockdev's preload library first (the CMake target does that); without it the constructor ends
 /// the process. A monitor that nobody reads ends it too, at the twelfth event.
 ///
 /// The devices' own work is done on a thread of this object; requests from libusb come in on umockdev's. Both lock.
-class UmockUsb final : public simulator::TimedWork {
+/// Where nothing else is said, any thread may call; what does not work as a bus must ends the process with a message.
+class UmockUsb final : public TimedWork {
   public:
     /// What lies behind a device's node, and so what poll and epoll see there.
     enum class Node {
@@ -40,15 +40,17 @@ class UmockUsb final : public simulator::TimedWork {
     };
 
     explicit UmockUsb(Node node = Node::Queue);
+
+    /// Pulls every cable and waits until every program has closed its devices, up to ten seconds.
     ~UmockUsb() override;
     UmockUsb(const UmockUsb&) = delete;
     UmockUsb& operator=(const UmockUsb&) = delete;
 
     /// Adds a device on a new port, its cable not yet in. Returns the port's number, 0 for the first.
-    std::size_t addDevice(simulator::Profile profile = {},
-                          simulator::SettingsStore store = simulator::SettingsStore::wellUsed());
+    std::size_t addDevice(Profile profile = {}, SettingsStore store = SettingsStore::wellUsed());
 
-    /// Puts the cable in or pulls it out and waits until the uevent is on its way.
+    /// Puts the cable in or pulls it out and waits until the uevent is on its way, up to ten seconds. Not from a
+    /// withDevice() action.
     void plug(std::size_t port = 0) { plug(std::vector<std::size_t>{port}); }
     void plug(const std::vector<std::size_t>& ports);
     void unplug(std::size_t port = 0);
@@ -60,10 +62,10 @@ class UmockUsb final : public simulator::TimedWork {
     std::string registryPath(std::size_t port = 0) const;
 
     /// When the device last began to appear, by the steady clock.
-    simulator::Time attachBegan(std::size_t port = 0) const;
+    Time attachBegan(std::size_t port = 0) const;
 
-    /// Looks at or changes the device under the lock.
-    void withDevice(std::size_t port, const std::function<void(simulator::Device&, simulator::Time)>& action);
+    /// Looks at or changes the device under the lock; what the device then has to say is on its way when this returns.
+    void withDevice(std::size_t port, const std::function<void(Device&, Time)>& action);
 
     /// Gives the interface a kernel driver, or another program ("usbfs") that holds it. Empty for none.
     void setDriver(std::string name, std::size_t port = 0);
@@ -83,23 +85,23 @@ class UmockUsb final : public simulator::TimedWork {
     std::size_t pendingTransfers() const;
     std::size_t openFiles() const;
 
-    /// Waits until every open file is closed, which umockdev tells late; false after ten seconds.
+    /// Waits until every open file is closed, which umockdev tells late.
+    /// @return false when one is still open after ten seconds
     bool waitUntilClosed();
 
     // TimedWork, for the drive.
-    std::optional<simulator::Time> nextDue() override;
-    void run(simulator::Time now) override;
+    std::optional<Time> nextDue() override;
+    void run(Time now) override;
 
   private:
     struct Urb;
     struct Port;
     struct File;
-    class Backing;
     struct Reply;
 
-    static int HandleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self);
-    static int HandleRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self);
-    static void ClientConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self);
+    static int handleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self);
+    static int handleRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self);
+    static void clientConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self);
     void closed(void* client);
     void ioctl(UMockdevIoctlClient* client);
     void configure(Port& port, Reply& reply);
@@ -112,9 +114,9 @@ class UmockUsb final : public simulator::TimedWork {
     bool pumpOut(Port& port, Urb& urb);
     bool pumpIn(Port& port, Urb& urb);
     static void finish(Port& port, Urb urb, int status);
-    void attach(std::size_t number, simulator::Time now);
-    void detach(std::size_t number, simulator::Time now);
-    simulator::Time now() { return mDrive.now(); }
+    void attach(std::size_t number, Time now);
+    void detach(std::size_t number, Time now);
+    Time now() { return mDrive.now(); }
 
     const Node mNode;
     UMockdevTestbed* mTestbed;
@@ -129,7 +131,7 @@ class UmockUsb final : public simulator::TimedWork {
     int mDeviceNumber = 1;
     Requests mRequests;
 
-    simulator::RealTimeDrive mDrive;
+    RealTimeDrive mDrive;
 };
 
-}  // namespace support
+}  // namespace simulator

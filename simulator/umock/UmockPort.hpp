@@ -1,0 +1,76 @@
+#pragma once
+
+#include <linux/usbdevice_fs.h>
+#include <umockdev.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "simulator/umock/NodeBacking.hpp"
+#include "simulator/umock/UmockUsb.hpp"
+
+namespace simulator {
+
+inline constexpr std::uint8_t kIn = 0x80;  // in an endpoint address
+
+struct Unref {
+    void operator()(UMockdevIoctlData* data) const { g_object_unref(data); }
+};
+using Data = std::unique_ptr<UMockdevIoctlData, Unref>;
+
+/// What a pointer in a request points to, in the program's memory.
+inline Data resolve(UMockdevIoctlData* data, std::size_t offset, std::size_t size) {
+    return Data(umockdev_ioctl_data_resolve(data, offset, size, nullptr));
+}
+
+/// Which of the device's pipes an endpoint is. Ends the process for an endpoint that it does not have.
+Pipe pipeOf(const Profile& profile, std::uint8_t address);
+
+/// One request block in the kernel's hands.
+struct UmockUsb::Urb {
+    std::shared_ptr<UMockdevIoctlData> block;   // the client's usbdevfs_urb
+    std::shared_ptr<UMockdevIoctlData> buffer;  // null when it has no bytes
+    void* client = nullptr;
+    int done = 0;
+    bool endPacketDue = false;  // of a write: the empty packet at its end is still to be sent
+
+    usbdevfs_urb& raw() const { return *reinterpret_cast<usbdevfs_urb*>(block->data); }
+};
+
+struct UmockUsb::Port {
+    Port(Profile profile, SettingsStore store, std::string where)
+        : device(std::move(profile), std::move(store)), path(std::move(where)) {}
+
+    Device device;
+    const std::string path;  // within sysfs
+    std::string node;        // of the present attach
+    bool attached = false;   // the kernel has it
+    bool announced = false;  // and has said so
+    int generation = 0;
+    Time attachBegan{};
+    std::unique_ptr<NodeBacking> backing;
+    std::map<std::uint8_t, std::deque<Urb>> pending;  // by endpoint
+    std::deque<Urb> completed;
+    std::string driver;          // that holds the interface
+    std::string detachedDriver;  // and would take it again
+};
+
+/// One open of a node.
+struct UmockUsb::File {
+    Port* port = nullptr;
+    int generation = 0;
+    bool gone() const { return !port->attached || port->generation != generation; }
+};
+
+/// The answer to one ioctl.
+struct UmockUsb::Reply {
+    UMockdevIoctlClient* client;
+    void operator()(long result, int error = 0) { umockdev_ioctl_client_complete(client, result, error); }
+};
+
+}  // namespace simulator

@@ -1,0 +1,271 @@
+// What the kernel's usbfs does with a program's requests: transfers, their cancellation and their return.
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
+#include <umockdev.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "simulator/umock/UmockPort.hpp"
+#include "simulator/umock/UmockUsb.hpp"
+
+namespace simulator {
+
+Pipe pipeOf(const Profile& profile, std::uint8_t address) {
+    for (const Pipe pipe : {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut}) {
+        if (profile.endpointAddress(pipe) == address) return pipe;
+    }
+    fail("a transfer for an endpoint that the device does not have");
+}
+
+// ---- transfers; the lock is held
+
+void UmockUsb::finish(Port& port, Urb urb, int status) {
+    urb.raw().status = status;
+    urb.raw().actual_length = urb.done;
+    port.completed.push_back(std::move(urb));
+    port.backing->setReady(true);
+}
+
+/// Moves packets between the waiting transfers and the device until neither side has anything to give.
+void UmockUsb::pump(Port& port) {
+    if (!port.attached) return;
+    for (bool moved = true; moved;) {
+        moved = false;
+        for (auto& [endpoint, urbs] : port.pending) {
+            while (!urbs.empty() && (endpoint & kIn ? pumpIn(port, urbs.front()) : pumpOut(port, urbs.front()))) {
+                urbs.pop_front();
+                moved = true;
+            }
+        }
+    }
+}
+
+/// True when the transfer has ended.
+bool UmockUsb::pumpOut(Port& port, Urb& urb) {
+    const std::size_t packetSize = port.device.profile().pipe(Pipe::BulkOut)->maxPacketSize;
+    const auto length = static_cast<std::size_t>(urb.raw().buffer_length);
+    do {
+        const auto done = static_cast<std::size_t>(urb.done);
+        const std::size_t size = std::min(packetSize, length - done);
+        const auto* bytes = urb.buffer ? urb.buffer->data + done : nullptr;
+        switch (port.device.writePacket({bytes, size}, now())) {
+            case Device::WriteResult::Busy:
+                return false;
+            case Device::WriteResult::Stalled:
+                finish(port, std::move(urb), -EPIPE);
+                return true;
+            case Device::WriteResult::Taken:
+                break;
+        }
+        if (size == 0) urb.endPacketDue = false;
+        urb.done += static_cast<int>(size);
+    } while (static_cast<std::size_t>(urb.done) < length || urb.endPacketDue);
+    finish(port, std::move(urb), 0);
+    return true;
+}
+
+bool UmockUsb::pumpIn(Port& port, Urb& urb) {
+    const Pipe pipe = pipeOf(port.device.profile(), urb.raw().endpoint);
+    const std::size_t packetSize = port.device.profile().pipe(pipe)->maxPacketSize;
+    for (;;) {
+        if (port.device.halted(pipe)) {
+            finish(port, std::move(urb), -EPIPE);
+            return true;
+        }
+        if (!port.device.hasPacket(pipe)) return false;
+        const Bytes packet = port.device.takePacket(pipe);
+        const auto room = static_cast<std::size_t>(urb.raw().buffer_length - urb.done);
+        const std::size_t size = std::min(room, packet.size());
+        if (size > 0) std::memcpy(urb.buffer->data + urb.done, packet.data(), size);
+        urb.done += static_cast<int>(size);
+        const bool overflow = packet.size() > room;
+        if (!overflow && packet.size() == packetSize && size < room) continue;
+        finish(port, std::move(urb), overflow ? -EOVERFLOW : 0);
+        return true;
+    }
+}
+
+// ---- requests, on umockdev's thread
+
+int UmockUsb::handleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self) {
+    self->ioctl(client);
+    self->mDrive.dueChanged();
+    return TRUE;
+}
+
+int UmockUsb::handleRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self) {
+    const std::lock_guard lock(self->mMutex);
+    const File& file = self->mFiles.at(client);
+    UMockdevIoctlData* const argument = umockdev_ioctl_client_get_arg(client);
+    const Bytes descriptors = usbDescriptors(file.port->device.profile());
+    const std::size_t size = std::min(descriptors.size(), static_cast<std::size_t>(argument->data_len));
+    std::memcpy(argument->data, descriptors.data(), size);
+    umockdev_ioctl_client_complete(client, static_cast<long>(size), 0);
+    return TRUE;
+}
+
+void UmockUsb::clientConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self) {
+    const std::string node = umockdev_ioctl_client_get_devnode(client);
+    const std::lock_guard lock(self->mMutex);
+    for (const auto& port : self->mPorts) {
+        if (port->node == node) self->mFiles[client] = {port.get(), port->generation};
+    }
+    if (!self->mFiles.contains(client)) fail("an open of a node that no device has");
+    // umockdev never tells of a close; the object's end does.
+    g_object_weak_ref(
+        G_OBJECT(client), [](gpointer bus, GObject* gone) { static_cast<UmockUsb*>(bus)->closed(gone); }, self);
+}
+
+/// The kernel ends the transfers of a file that is closed.
+void UmockUsb::closed(void* client) {
+    const std::lock_guard lock(mMutex);
+    Port& port = *mFiles.at(client).port;
+    const auto own = [&](const Urb& urb) { return urb.client == client; };
+    for (auto& [endpoint, urbs] : port.pending) std::erase_if(urbs, own);
+    std::erase_if(port.completed, own);
+    if (port.completed.empty() && port.backing) port.backing->setReady(false);
+    mFiles.erase(client);
+    mChanged.notify_all();
+}
+
+void UmockUsb::ioctl(UMockdevIoctlClient* client) {
+    UMockdevIoctlData* const argument = umockdev_ioctl_client_get_arg(client);
+    const unsigned long request = umockdev_ioctl_client_get_request(client);
+    Reply reply{client};
+    const std::lock_guard lock(mMutex);
+    File& file = mFiles.at(client);
+    Port& port = *file.port;
+    if (request != USBDEVFS_SUBMITURB && request != USBDEVFS_REAPURBNDELAY && request != USBDEVFS_DISCARDURB) {
+        ++mRequests.other;
+    }
+    if (file.gone() && request != USBDEVFS_REAPURBNDELAY) return reply(-1, ENODEV);
+    switch (request) {
+        case USBDEVFS_SUBMITURB:
+            return submit(client, argument, port, reply);
+        case USBDEVFS_REAPURBNDELAY:
+            return reap(client, argument, file, reply);
+        case USBDEVFS_DISCARDURB:
+            return discard(argument, file, reply);
+        case USBDEVFS_SETCONFIGURATION:
+            return configure(port, reply);
+        case USBDEVFS_IOCTL:
+            return connectDriver(argument, port, reply);
+        case USBDEVFS_GET_CAPABILITIES:
+            *reinterpret_cast<std::uint32_t*>(resolve(argument, 0, 4)->data) =
+                USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_NO_PACKET_SIZE_LIM | USBDEVFS_CAP_BULK_SCATTER_GATHER |
+                USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
+            return reply(0);
+        case USBDEVFS_CONNECTINFO: {
+            const auto information = resolve(argument, 0, sizeof(usbdevfs_connectinfo));
+            reinterpret_cast<usbdevfs_connectinfo*>(information->data)->devnum =
+                static_cast<unsigned>(std::atoi(port.node.c_str() + port.node.rfind('/') + 1));
+            return reply(0);
+        }
+        case USBDEVFS_CONTROL: {  // the question for the active configuration is the only one that libusb asks
+            const auto transfer = resolve(argument, 0, sizeof(usbdevfs_ctrltransfer));
+            resolve(transfer.get(), offsetof(usbdevfs_ctrltransfer, data), 1)->data[0] =
+                port.device.profile().configurationValue;
+            return reply(1);
+        }
+        case USBDEVFS_CLEAR_HALT:
+            port.device.clearHalt(pipeOf(port.device.profile(), resolve(argument, 0, 4)->data[0]));
+            return reply(0);
+        case USBDEVFS_GET_SPEED: {
+            const auto* out = port.device.profile().pipe(Pipe::BulkOut);
+            return reply(out && out->maxPacketSize > 64 ? 3 : 2);  // high or full
+        }
+        case USBDEVFS_GETDRIVER: {
+            if (port.driver.empty()) return reply(-1, ENODATA);
+            const auto answer = resolve(argument, 0, sizeof(usbdevfs_getdriver));
+            std::snprintf(reinterpret_cast<usbdevfs_getdriver*>(answer->data)->driver, USBDEVFS_MAXDRIVERNAME + 1, "%s",
+                          port.driver.c_str());
+            return reply(0);
+        }
+        case USBDEVFS_CLAIMINTERFACE:
+            return port.driver.empty() ? reply(0) : reply(-1, EBUSY);
+        case USBDEVFS_DISCONNECT_CLAIM:
+            if (port.driver == "usbfs") return reply(-1, EBUSY);
+            if (!port.driver.empty()) port.detachedDriver = std::exchange(port.driver, {});
+            return reply(0);
+        case USBDEVFS_RELEASEINTERFACE:
+        case USBDEVFS_RESET:
+            return reply(0);
+        case FIONBIO:
+            return reply(0);  // the kernel handles it above the driver
+        default:
+            return reply(-1, ENOTTY);
+    }
+}
+
+void UmockUsb::configure(Port& port, Reply& reply) {
+    if (!port.driver.empty()) return reply(-1, EBUSY);
+    port.device.configured(now());
+    reply(0);
+}
+
+/// A driver leaves, or is asked to come back; that it comes is for the test to see.
+void UmockUsb::connectDriver(UMockdevIoctlData* argument, Port& port, Reply& reply) {
+    const auto command = resolve(argument, 0, sizeof(usbdevfs_ioctl));
+    const auto code = static_cast<unsigned long>(reinterpret_cast<usbdevfs_ioctl*>(command->data)->ioctl_code);
+    if (code == USBDEVFS_DISCONNECT) {
+        if (port.driver.empty()) return reply(-1, ENODATA);
+        port.detachedDriver = std::exchange(port.driver, {});
+    } else if (code == USBDEVFS_CONNECT) {
+        if (!port.driver.empty()) return reply(-1, EBUSY);
+        port.driver = std::exchange(port.detachedDriver, {});
+    }
+    reply(0);
+}
+
+void UmockUsb::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument, Port& port, Reply& reply) {
+    ++mRequests.submitted;
+    Urb urb;
+    urb.block = resolve(argument, 0, sizeof(usbdevfs_urb));
+    urb.buffer =
+        resolve(urb.block.get(), offsetof(usbdevfs_urb, buffer), static_cast<std::size_t>(urb.raw().buffer_length));
+    urb.client = client;
+    const std::uint8_t endpoint = urb.raw().endpoint;
+    const int packetSize = port.device.profile().pipe(pipeOf(port.device.profile(), endpoint))->maxPacketSize;
+    urb.endPacketDue = urb.raw().flags & USBDEVFS_URB_ZERO_PACKET && urb.raw().buffer_length % packetSize == 0;
+    // Answered first: umockdev would otherwise write half-changed data back with the answer.
+    reply(0);
+    port.pending[endpoint].push_back(std::move(urb));
+    pump(port);
+}
+
+void UmockUsb::discard(UMockdevIoctlData* argument, File& file, Reply& reply) {
+    ++mRequests.discarded;
+    const unsigned long address = *reinterpret_cast<unsigned long*>(argument->data);
+    for (auto& [endpoint, urbs] : file.port->pending) {
+        const auto found =
+            std::find_if(urbs.begin(), urbs.end(), [&](const Urb& urb) { return urb.block->client_addr == address; });
+        if (found == urbs.end()) continue;
+        finish(*file.port, std::move(*found), -ENOENT);
+        urbs.erase(found);
+        return reply(0);
+    }
+    reply(-1, EINVAL);
+}
+
+void UmockUsb::reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument, File& file, Reply& reply) {
+    auto& completed = file.port->completed;
+    const auto found =
+        std::find_if(completed.begin(), completed.end(), [&](const Urb& urb) { return urb.client == client; });
+    if (found == completed.end()) {
+        ++mRequests.emptyReaps;
+        return reply(-1, file.gone() ? ENODEV : EAGAIN);
+    }
+    ++mRequests.reaped;
+    const Urb urb = std::move(*found);
+    completed.erase(found);
+    umockdev_ioctl_data_set_ptr(resolve(argument, 0, sizeof(void*)).get(), 0, urb.block.get());
+    if (completed.empty()) file.port->backing->setReady(false);
+    reply(0);  // writes status, length and bytes back into the program
+}
+
+}  // namespace simulator
