@@ -2,7 +2,9 @@
 #include <QApplication>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
@@ -30,15 +32,44 @@ namespace {
 }
 
 /// The system log. What the platform has to say of a device (above all why it can't be opened) belongs beside the
-/// workflow's own lines, where support looks for it; the loggers' own troubles can't be told to themselves.
-void systemLog(const std::string& line) {
-    const std::string text = line.substr(0, line.find_last_not_of('\n') + 1);
-    if (DDLog::isDelivering()) {
-        std::fprintf(stderr, "%s\n", text.c_str());
-        return;
+/// workflow's own lines, where support looks for it; the loggers' own troubles can't be told to themselves. Any thread.
+class SystemLog {
+  public:
+    static SystemLog& shared() {
+        // Never destroyed: a thread may still have something to say while the process exits.
+        static auto& one = *new SystemLog;
+        return one;
     }
-    DDLogInfo("%s", text.c_str());
-}
+
+    void write(const std::string& line) {
+        const std::string text = line.substr(0, line.find_last_not_of('\n') + 1);
+        if (DDLog::isDelivering()) {
+            std::fprintf(stderr, "%s\n", text.c_str());
+            return;
+        }
+        {
+            const std::lock_guard guard(mLock);
+            if (!mHasLoggers) return mEarlyLines.push_back(text);
+        }
+        DDLogInfo("%s", text.c_str());
+    }
+
+    /// The launch reads the settings before it adds the loggers: a line about a damaged file waits for them until here.
+    void loggersAreAdded() {
+        std::vector<std::string> lines;
+        {
+            const std::lock_guard guard(mLock);
+            mHasLoggers = true;
+            lines.swap(mEarlyLines);
+        }
+        for (const std::string& line : lines) DDLogInfo("%s", line.c_str());
+    }
+
+  private:
+    std::mutex mLock;
+    bool mHasLoggers = false;              ///< behind mLock
+    std::vector<std::string> mEarlyLines;  ///< behind mLock
+};
 
 }  // namespace
 
@@ -64,7 +95,7 @@ int main(int argc, char** argv) {
     platform.standardUserDefaults = &userDefaults;
     platform.scriptRunner = &scriptRunner;
     platform.exceptionHandler = &exceptionHandler;
-    platform.log = systemLog;
+    platform.log = [](const std::string& line) { SystemLog::shared().write(line); };
     const platform::PlatformScope scope(platform);
 
     const auto version = bundle.infoDictionary().find("CFBundleShortVersionString");
@@ -75,6 +106,7 @@ int main(int argc, char** argv) {
     AppDelegate controller(terminate);
     MainWindow window(controller);
     controller.applicationDidFinishLaunching();
+    SystemLog::shared().loggersAreAdded();
     window.show();
     terminate(QApplication::exec());
 }
