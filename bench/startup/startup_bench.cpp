@@ -1,5 +1,5 @@
 // Start to first painted frame, and private memory at that moment: the tool beside a bare window, in turn.
-//   startup_bench TOOL BARE PRELOAD [ROUNDS]
+//   startup_bench TOOL BARE PRELOAD [ROUNDS [NAME]]    NAME of the peer, "bare window" unless given
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -73,8 +73,9 @@ int main(int argc, char** argv) {
         tool.push_back(a.milliseconds), bare.push_back(b.milliseconds);
         toolMemory.push_back(a.megabytes), bareMemory.push_back(b.megabytes);
     }
-    std::printf("first frame: tool %.1f ms, bare window %.1f ms, ratio %.3f (goal 1.15)\n", median(tool), median(bare),
+    const char* const name = argc > 5 ? argv[5] : "bare window";
+    std::printf("first frame: tool %.1f ms, %s %.1f ms, ratio %.3f (goal 1.15)\n", median(tool), name, median(bare),
                 median(ratio));
-    std::printf("memory: tool %.1f MB, bare window %.1f MB, difference %.1f MB (goal 10)\n", median(toolMemory),
+    std::printf("memory: tool %.1f MB, %s %.1f MB, difference %.1f MB (goal 10)\n", median(toolMemory), name,
                 median(bareMemory), median(toolMemory) - median(bareMemory));
 }
