@@ -352,7 +352,7 @@ TEST(DDLogFormat, QuickWayAgreesWithTheLibraryAndLeavesTheRestToIt) {
     EXPECT_FALSE(formatsPlainly("%s", std::string(65, 'x').c_str()));
     EXPECT_FALSE(formatsPlainly("%s%d", std::string(64, 'x').c_str(), 1));
     EXPECT_FALSE(formatsPlainly("%05d", 3));
-    EXPECT_FALSE(formatsPlainly("%-4s|%.2f|%p", "a", 1.5, nullptr));
+    EXPECT_FALSE(formatsPlainly("%-4s|%.2f|%p", "a", 1.5, static_cast<void*>(nullptr)));
     EXPECT_FALSE(formatsPlainly("%hhx %ls", static_cast<unsigned char>(3), L"wide"));
 }
 
