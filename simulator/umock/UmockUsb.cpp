@@ -171,8 +171,11 @@ void UmockUsb::attach(std::size_t number, Time now) {
     std::string description;
     {
         const std::lock_guard lock(mMutex);
-        mDeviceNumber = mDeviceNumber == kLastDeviceNumber ? kFirstDeviceNumber : mDeviceNumber + 1;
-        port.node = format("/dev/bus/usb/001/%03d", mDeviceNumber);
+        do {
+            mDeviceNumber = mDeviceNumber == kLastDeviceNumber ? kFirstDeviceNumber : mDeviceNumber + 1;
+            port.node = format("/dev/bus/usb/001/%03d", mDeviceNumber);
+        } while (std::any_of(mPorts.begin(), mPorts.end(),
+                             [&](const auto& other) { return other->attached && other->node == port.node; }));
         port.backing = std::make_unique<NodeBacking>(mNode);
         const std::filesystem::path file = mRoot + port.node;
         std::filesystem::create_directories(file.parent_path());  // goes with the last device in it

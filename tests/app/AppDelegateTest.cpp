@@ -83,9 +83,7 @@ TEST(AppDelegate, ResetsTheAttachedDeviceAndNothingElseReachesIt) {
     EXPECT_EQ(app.world.device().bootState(), BootState::Running);
     EXPECT_EQ(app.log.take(), kFound + kRebooted + kCleared);
 
-    auto traffic = expectedTraffic({kReboot});
-    const auto second = expectedTraffic({kHold, kClear, kResume});
-    traffic.insert(traffic.end(), second.begin(), second.end());
+    const auto traffic = expectedTrafficOfAReset();
     EXPECT_THAT(app.world.device().record().received(), ElementsAreArray(traffic));
     EXPECT_THAT(app.world.device().record().refused(), IsEmpty());
     EXPECT_TRUE(app.isAtRest());
@@ -251,6 +249,8 @@ const std::vector<Failure> kPipes = {
      kEmptied + Lines{broke(kResumes, kHalted)} + kAgain, kNone},
     {"RebootCommandTakenJustInTime", Fault::onCommand(0xAE, FaultKind::NotTaken).withDelay(milliseconds(3000)), kDone,
      kNone},
+    {"RebootCommandTakenJustTooLate", Fault::onCommand(0xAE, FaultKind::NotTaken).withDelay(milliseconds(3001)),
+     kFound + Lines{timedOut(kReboots, 230)}, kReboot1},
     {"RebootCommandNotTaken", Fault::onCommand(0xAE, FaultKind::NotTaken), kFound + Lines{timedOut(kReboots, 230)},
      kReboot1},
 };
@@ -263,6 +263,10 @@ const std::vector<Failure> kCables = {
     {"CableOutBeforeReboot", Fault::onPacket(28, FaultKind::Unplug), kFound + Lines{broke(kReboots, kNotBegun)},
      kReboot1},
     {"CableOutWithTheRebootCommand", Fault::onCommand(0xAE, FaultKind::Unplug), kBegun, kClear2},
+    {"CableOutAtTheStartBeforeHold", onUsb(5, FaultKind::Unplug).inState(BootState::Starting),
+     kBegun + Lines{silently(kHolds)} + kNoReboot, kReboot1},
+    {"CableOutAtTheQuestionForTheSizeBeforeHold", onUsb(16, FaultKind::Unplug).inState(BootState::Starting),
+     kBegun + Lines{silently(kHolds)} + kNoReboot, kReboot1},
     {"CableOutAtIdentificationBeforeHold", identification(BootState::Starting, 1),
      kBegun + Lines{broke(kHolds, kGone)} + kNoReboot, kReboot1},
     {"CableOutAtHold", Fault::onPacket(113, FaultKind::Unplug), kBegun + Lines{broke(kHolds, kGone)} + kNoReboot,
@@ -273,6 +277,7 @@ const std::vector<Failure> kCables = {
      kEmptied + Lines{broke(kResumes, kNotBegun)} + kNoReboot, kReboot1},
     {"CableOutAtIdentificationBeforeResume", identification(BootState::HeldInBootLoader, 2),
      kEmptied + Lines{broke(kResumes, kGone)} + kNoReboot, kReboot1},
+    {"CableOutWithTheResumeCommand", Fault::onPacket(1500, FaultKind::Unplug), kDone, kNone},
     {"CableOutAtHoldAndInAgain", Fault::onPacket(113, FaultKind::Unplug).comingBackAfter(milliseconds(10'000)),
      kBegun + Lines{broke(kHolds, kGone)} + kNoReboot + kAgain, kNone},
 };

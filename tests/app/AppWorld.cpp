@@ -145,4 +145,11 @@ std::vector<Bytes> expectedTraffic(const std::vector<UsbPacket>& commands) {
     return traffic;
 }
 
+std::vector<Bytes> expectedTrafficOfAReset() {
+    auto traffic = expectedTraffic({kReboot});
+    const auto second = expectedTraffic({kHold, kClear, kResume});
+    traffic.insert(traffic.end(), second.begin(), second.end());
+    return traffic;
+}
+
 }  // namespace app_test

@@ -110,6 +110,9 @@ class AppWorld {
 /// the identification.
 std::vector<simulator::Bytes> expectedTraffic(const std::vector<simulator::UsbPacket>& commands);
 
+/// The two links of a whole reset.
+std::vector<simulator::Bytes> expectedTrafficOfAReset();
+
 extern const simulator::UsbPacket kReboot, kHold, kClear, kResume;
 
 }  // namespace app_test

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/UsbContract.hpp"
+#include "tests/support/WorldBackend.hpp"
 
 namespace simulator {
 namespace {
@@ -15,21 +15,7 @@ namespace {
 using contract::Opened;
 using platform::IOReturn;
 using std::chrono::milliseconds;
-
-/// The contract's own tools, over a world of which the test sees all.
-class WorldBackend final : public contract::UsbBackend {
-  public:
-    explicit WorldBackend(SimulatedWorld& world) : mWorld(world) {}
-    platform::IORegistry& registry() override { return mWorld.bus; }
-    platform::CFRunLoop& loop() override { return *sharedLoop(); }
-    std::shared_ptr<platform::CFRunLoop> sharedLoop() override { return mWorld.loops.CFRunLoopGetCurrent(); }
-    void plug() override { mWorld.plug(); }
-    void unplug() override { mWorld.unplug(); }
-    void withDevice(const std::function<void(Device&, Time)>& action) override { mWorld.bus.withDevice(0, action); }
-
-  private:
-    SimulatedWorld& mWorld;
-};
+using support::WorldBackend;
 
 TEST(InProcessBus, DevicesPluggedTogetherArriveInOneNotification) {
     SimulatedWorld world;
@@ -61,8 +47,8 @@ TEST(InProcessBus, DevicesPluggedTogetherArriveInOneNotification) {
 }
 
 TEST(InProcessBus, DeviceAndInterfaceAreHeldByOneAtATime) {
-    SimulatedWorld world;
-    WorldBackend backend(world);
+    WorldBackend backend;
+    SimulatedWorld& world = backend.world;
     world.plug();
     Opened opened(backend, world.path());
     EXPECT_EQ(world.bus.openDevices(), 1u);
@@ -91,8 +77,8 @@ TEST(InProcessBus, EveryOperationCanBeMadeToFailWithAnyResult) {
                           Op::GetNumEndpoints,
                           Op::GetPipeProperties,
                           Op::CreateInterfaceAsyncEventSource};
-    SimulatedWorld world;
-    WorldBackend backend(world);
+    WorldBackend backend;
+    SimulatedWorld& world = backend.world;
     world.plug();
     for (const Op operation : opening) {
         SCOPED_TRACE(static_cast<int>(operation));
@@ -143,8 +129,8 @@ TEST(InProcessBus, EveryOperationCanBeMadeToFailWithAnyResult) {
 }
 
 TEST(InProcessBus, FaultOfALaterOccurrenceLetsTheFirstOnesPass) {
-    SimulatedWorld world;
-    WorldBackend backend(world);
+    WorldBackend backend;
+    SimulatedWorld& world = backend.world;
     world.plug();
     Opened opened(backend, world.path());
     world.addFault(Fault::onOperation(BusOperation::ReadPipeAsync, platform::kIOReturnNoMemory, 3));
@@ -156,8 +142,8 @@ TEST(InProcessBus, FaultOfALaterOccurrenceLetsTheFirstOnesPass) {
 
 TEST(InProcessBus, LateAnswerArrivesAtItsVeryMoment) {
     for (const int delay : {2999, 3000, 3001}) {
-        SimulatedWorld world;
-        WorldBackend backend(world);
+        WorldBackend backend;
+        SimulatedWorld& world = backend.world;
         world.plug();
         Opened opened(backend, world.path());
         world.addFault(Fault::onAnswer(kSessionStarted, FaultKind::LateAnswer).withDelay(milliseconds(delay)));
@@ -175,8 +161,8 @@ TEST(InProcessBus, LateAnswerArrivesAtItsVeryMoment) {
 }
 
 TEST(InProcessBus, ReadWithTooLittleRoomOverruns) {
-    SimulatedWorld world;
-    WorldBackend backend(world);
+    WorldBackend backend;
+    SimulatedWorld& world = backend.world;
     world.plug();
     Opened opened(backend, world.path());
     std::array<unsigned char, 10> small{};
@@ -193,8 +179,8 @@ TEST(InProcessBus, ReadWithTooLittleRoomOverruns) {
 }
 
 TEST(InProcessBus, ManyRoundsLeaveNothingBehind) {
-    SimulatedWorld world(Profile::instant());
-    WorldBackend backend(world);
+    WorldBackend backend(Profile::instant());
+    SimulatedWorld& world = backend.world;
     world.plug();
     const Bytes reboot = encodePacket({kApplicationLayer, kCommand, Writer().u16(kReboot).take()});
     for (int round = 0; round < 1000; ++round) {

@@ -3,43 +3,14 @@
 #include <atomic>
 #include <thread>
 
-#include "platform/Platform.hpp"
-#include "platform/linux/AsioRunLoop.hpp"
-#include "simulator/InProcessBus.hpp"
+#include "tests/support/RealTimeBackend.hpp"
 #include "tests/support/UsbContract.hpp"
 
 namespace {
 
 using simulator::Fault;
 using simulator::FaultKind;
-
-/// The in-process bus in real time, with its own thread, on the system's run loops.
-class RealTimeBackend final : public contract::UsbBackend {
-  public:
-    RealTimeBackend() {
-        bus.addDevice();
-        drive.start(bus);
-    }
-    ~RealTimeBackend() override {
-        drive.requestStop();
-        drive.join();
-    }
-    RealTimeBackend(const RealTimeBackend&) = delete;
-    RealTimeBackend& operator=(const RealTimeBackend&) = delete;
-
-    platform::IORegistry& registry() override { return bus; }
-    platform::CFRunLoop& loop() override { return *sharedLoop(); }
-    std::shared_ptr<platform::CFRunLoop> sharedLoop() override { return loops.CFRunLoopGetCurrent(); }
-    void plug() override { bus.plug(0); }
-    void unplug() override { bus.unplug(0); }
-    void withDevice(const std::function<void(simulator::Device&, simulator::Time)>& action) override {
-        bus.withDevice(0, action);
-    }
-
-    platform::AsioRunLoops loops;
-    simulator::RealTimeDrive drive;
-    simulator::InProcessBus bus{drive};
-};
+using support::RealTimeBackend;
 
 TEST(RealTimeDrive, LateAnswerAndReturnFromARebootComeByThemselves) {
     RealTimeBackend backend;
@@ -113,11 +84,8 @@ TEST(RealTimeDrive, HostAndPersonMayWorkAtTheSameTime) {
         }
     }
     person.join();
-    EXPECT_EQ(backend.bus.pendingTransfers(), 0u);
-    EXPECT_EQ(backend.bus.openDevices(), 0u);
+    EXPECT_TRUE(backend.isAtRest());
     EXPECT_EQ(dynamic_cast<platform::AsioRunLoop&>(backend.loop()).ModeCount(), 0u);
 }
 
 }  // namespace
-
-INSTANTIATE_TYPED_TEST_SUITE_P(InProcessInRealTime, UsbContract, RealTimeBackend);

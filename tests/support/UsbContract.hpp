@@ -15,12 +15,13 @@
 #include "platform/IOUSB.hpp"
 #include "platform/VendorId.hpp"
 #include "simulator/Device.hpp"
+#include "tests/support/UsbBackend.hpp"
 
 /// What the library relies on in every implementation of the registry and USB ports. A backend runs the same cases by
 ///
 ///     INSTANTIATE_TYPED_TEST_SUITE_P(Name, UsbContract, BackendClass);
 ///
-/// with a default-constructible class derived from UsbBackend.
+/// with a default-constructible class derived from support::UsbBackend.
 namespace contract {
 
 using platform::IOReturn;
@@ -29,22 +30,7 @@ using simulator::Device;
 using simulator::Pipe;
 using simulator::Time;
 using simulator::UsbPacket;
-
-/// One way of having the simulated device on a bus, with the platform installed (clock, run loops) around it.
-class UsbBackend {
-  public:
-    virtual ~UsbBackend() = default;
-    virtual platform::IORegistry& registry() = 0;
-    virtual platform::CFRunLoop& loop() = 0;  ///< of the test's thread
-    virtual std::shared_ptr<platform::CFRunLoop> sharedLoop() = 0;
-
-    virtual void plug() = 0;
-    virtual void unplug() = 0;
-
-    /// Has the action work on the device, safe against the backend's own threads; what the device then has to say
-    /// reaches the bus before or soon after this returns.
-    virtual void withDevice(const std::function<void(Device&, Time)>& action) = 0;
-};
+using support::UsbBackend;
 
 /// How one transfer ended.
 struct Completion {

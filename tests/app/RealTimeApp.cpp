@@ -1,0 +1,118 @@
+#include "tests/app/RealTimeApp.hpp"
+
+#include <gmock/gmock.h>
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QPushButton>
+
+#include "app/Util/Logging/DDLog.hpp"
+#include "tests/support/Holdings.hpp"
+
+namespace app_test {
+
+using simulator::Device;
+using simulator::Fault;
+using simulator::FaultKind;
+
+const support::TemporaryFolder& RealTimeApp::folder() {
+    static const support::TemporaryFolder shared;
+    return shared;
+}
+
+RealTimeApp::RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* userDefaults, const std::string& logFolder)
+    : mUsb(usb) {
+    // Before anything asks for it: the log folder is looked up once in a process.
+    setenv("XDG_DATA_HOME", (logFolder.empty() ? folder().path().string() : logFolder).c_str(), 1);
+    setenv("XDG_CACHE_HOME", folder().path().c_str(), 1);
+    platform::Platform platform;
+    platform.runLoops = &usb.runLoops();
+    platform.masterPort = &usb.registry();
+    platform.mainQueue = &mMainQueue;
+    platform.globalQueue = &mGlobalQueue;
+    platform.mainBundle = &mBundle;
+    platform.scriptRunner = &mScripts;
+    platform.exceptionHandler = &exceptions;
+    platform.standardUserDefaults = userDefaults;
+    mScope.emplace(platform);
+    controller = std::make_unique<AppDelegate>([](int) {});
+    window = std::make_unique<MainWindow>(*controller);
+    log = std::make_unique<ControllerLog>();
+    controller->applicationDidFinishLaunching();
+    controller->waitUntilListening();
+    window->show();
+}
+
+RealTimeApp::~RealTimeApp() {
+    window.reset();
+    controller.reset();  // joins the listener
+    DDLog::removeAllLoggers();
+    DDLog::flushLog();
+}
+
+const std::vector<std::string>& RealTimeApp::lines() {
+    for (std::string& line : log->take()) mLines.push_back(std::move(line));
+    return mLines;
+}
+
+void RealTimeApp::plug() {
+    mUsb.plug();
+    while (lines().empty() || mLines.back() != "I Device detected but no action taken") std::this_thread::yield();
+}
+
+void RealTimeApp::confirmReset() {
+    const AlertAnswer answer([](QMessageBox& alert) { click(resetButtonOf(alert)); });
+    click(controller->outlets().resetNowButton);
+    ASSERT_TRUE(answer.wasAsked());
+}
+
+void RealTimeApp::reset() {
+    withDevice([](Device& device) {
+        device.addFault(Fault::onCommand(0xAE, FaultKind::Unplug).withDelay(simulator::Duration{0}));
+    });
+    confirmReset();
+    comeBack();
+}
+
+void RealTimeApp::comeBack() {
+    waitFor(NextAction::ClearOnAttach);
+    EXPECT_TRUE(controller->outlets().inProgressView->isVisible());
+    mUsb.plug();
+    waitFor(controller->outlets().completeView);
+    mGlobalQueue.join();
+}
+
+void RealTimeApp::waitFor(QWidget* screen) {
+    while (!screen->isVisible()) QApplication::processEvents(QEventLoop::WaitForMoreEvents);
+}
+
+void RealTimeApp::waitFor(NextAction action) const {
+    while (controller->nextAction() != action) std::this_thread::yield();
+}
+
+void RealTimeApp::resetsLeaveNothingBehind(int rounds) {
+    // Threads, descriptors, caches and the log's recycled messages that stay for good are there by then.
+    const int warmUp = 3 + rounds / 5;
+    support::Holdings before;
+    plug();
+    for (int round = 0; round < warmUp + rounds; ++round) {
+        withDevice([](Device& device) {
+            device.store() = simulator::SettingsStore::wellUsed();
+            device.record().clear();
+        });
+        controller->returnToMainMenuButtonClicked();
+        QApplication::processEvents();
+        reset();
+        withDevice([](Device& device) {
+            ASSERT_TRUE(device.store().empty());
+            ASSERT_THAT(device.record().refused(), testing::IsEmpty());
+        });
+        ASSERT_TRUE(mUsb.isAtRest());
+        log->take();
+        mScripts.calls.clear();
+        if (round + 1 == warmUp) before = support::Holdings::now();
+    }
+    support::Holdings::now().expectNoMoreSince(before);
+}
+
+}  // namespace app_test

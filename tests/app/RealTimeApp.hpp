@@ -1,0 +1,86 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/qt/QtMainQueue.hpp"
+#include "tests/app/AppWorld.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+#include "tests/support/UsbBackend.hpp"
+
+namespace app_test {
+
+/// A global queue whose threads a test can see off: one for each block.
+class WorkerQueue final : public platform::DispatchQueue {
+  public:
+    ~WorkerQueue() override { join(); }
+    void dispatch_async(std::function<void()> block) override { mThreads.emplace_back(std::move(block)); }
+    void dispatch_sync(const std::function<void()>& block) override { block(); }
+    void join() {
+        for (std::thread& thread : std::exchange(mThreads, {})) thread.join();
+    }
+
+  private:
+    std::vector<std::thread> mThreads;  ///< main thread only
+};
+
+/// The whole tool with its real threads: launch, window, worker, listener. One in a process: what the launch registers
+/// stays.
+class RealTimeApp {
+  public:
+    /// @param usb           where its device is; must outlive this
+    /// @param logFolder     XDG_DATA_HOME; a folder of the process's own when empty
+    explicit RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* userDefaults = nullptr,
+                         const std::string& logFolder = {});
+    ~RealTimeApp();
+    RealTimeApp(const RealTimeApp&) = delete;
+    RealTimeApp& operator=(const RealTimeApp&) = delete;
+
+    /// The controller's lines since the launch.
+    const std::vector<std::string>& lines();
+
+    /// Puts the cable in and waits until the listener has seen the device and left it alone.
+    void plug();
+    void confirmReset();
+
+    /// A whole reset. The device comes back on the test's word, since the controller learns only after the command that
+    /// it succeeded: no real device is back by then, but this one might.
+    void reset();
+    /// Its second half: the device is away.
+    void comeBack();
+
+    /// Whole resets from the main menu, without a trace of them in the process afterwards.
+    void resetsLeaveNothingBehind(int rounds);
+
+    void waitFor(QWidget* screen);
+    void waitFor(NextAction action) const;
+
+    template <typename Action>
+    void withDevice(Action action) {
+        mUsb.withDevice([&](simulator::Device& device, simulator::Time) { action(device); });
+    }
+
+    /// Logs, preferences and traces of the process.
+    static const support::TemporaryFolder& folder();
+
+  private:
+    support::UsbBackend& mUsb;
+    platform::QtMainQueue mMainQueue;
+    WorkerQueue mGlobalQueue;
+    platform::Bundle mBundle{TROVIK_RESOURCES, {}};
+    simulator::RecordingScriptRunner mScripts;
+    std::optional<platform::PlatformScope> mScope;
+    std::vector<std::string> mLines;
+
+  public:
+    simulator::RecordingExceptionHandler exceptions;
+    std::unique_ptr<AppDelegate> controller;
+    std::unique_ptr<MainWindow> window;
+    std::unique_ptr<ControllerLog> log;
+};
+
+}  // namespace app_test

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <utility>
+
+#include "platform/linux/AsioRunLoop.hpp"
+#include "platform/linux/UdevRegistry.hpp"
+#include "simulator/umock/UmockUsb.hpp"
+#include "tests/support/UsbBackend.hpp"
+
+namespace support {
+
+/// The real libusb and libudev, on devices behind umockdev. Before any other thread.
+class UmockBackend : public UsbBackend {
+  public:
+    using Node = simulator::UmockUsb::Node;
+    explicit UmockBackend(Node node = Node::Queue, simulator::Profile profile = {}) : usb(node) {
+        usb.addDevice(std::move(profile));
+    }
+    platform::IORegistry& registry() override { return mRegistry; }
+    platform::CFRunLoops& runLoops() override { return mLoops; }
+    void plug() override { usb.plug(); }
+    void unplug() override { usb.unplug(); }
+    void withDevice(const std::function<void(simulator::Device&, simulator::Time)>& action) override {
+        usb.withDevice(0, action);
+    }
+    bool isAtRest() override { return usb.waitUntilClosed() && usb.pendingTransfers() == 0; }
+
+    simulator::UmockUsb usb;
+
+  private:
+    platform::AsioRunLoops mLoops;
+    platform::UdevRegistry mRegistry;
+};
+
+}  // namespace support

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "platform/CFRunLoop.hpp"
+#include "platform/IORegistry.hpp"
+#include "simulator/Device.hpp"
+
+namespace support {
+
+/// One way of having the simulated device on a bus, on port 0 and its cable not yet in. Tests that are for every way
+/// are written against this.
+class UsbBackend {
+  public:
+    virtual ~UsbBackend() = default;
+    virtual platform::IORegistry& registry() = 0;
+    virtual platform::CFRunLoops& runLoops() = 0;
+
+    virtual void plug() = 0;
+    virtual void unplug() = 0;
+
+    /// Has the action work on the device, safe against the backend's own threads; what the device then has to say
+    /// reaches the bus before or soon after this returns.
+    virtual void withDevice(const std::function<void(simulator::Device&, simulator::Time)>& action) = 0;
+
+    /// Nothing is pending, nothing is open; waits for a bus that is told late.
+    virtual bool isAtRest() = 0;
+
+    std::shared_ptr<platform::CFRunLoop> sharedLoop() { return runLoops().CFRunLoopGetCurrent(); }
+    platform::CFRunLoop& loop() { return *sharedLoop(); }  ///< of the test's thread, for as long as it lives
+};
+
+}  // namespace support
