@@ -47,8 +47,8 @@ using IOAsyncCallback1 = void (*)(void* refCon, IOReturn result, void* arg0);
 ///
 /// Completions run on that thread only while it runs the mode to which the asynchronous event source was added, in the
 /// order in which the transfers ended, each exactly once, and never inside the call that started the transfer.
-/// A failure never comes in the same run of the loop as a success before it: whoever waits for that success has to see
-/// it before the device counts as gone.
+/// In a loop that returns after one source, a failure never comes in the same run as a success before it: whoever waits
+/// for that success has to see it before the device counts as gone.
 /// USBInterfaceClose (or destruction) takes every transfer back first; completions still due are then dropped.
 class IOUSBInterfaceInterface {
   public:

@@ -110,14 +110,14 @@ void handle(int signal) {
     // The file before the stream, which nobody may be reading, and the facts before the stack, which may be too broken
     // to be walked: that would be the process's end.
     const int file = openFile();
-    if (file >= 0) reportFacts(file, signal);
+    reportFacts(file >= 0 ? file : STDERR_FILENO, signal);
     void* frames[kFrames];
     const int count = backtrace(frames, kFrames);
     if (file >= 0) {
         backtrace_symbols_fd(frames, count, file);
         ::close(file);
+        reportFacts(STDERR_FILENO, signal);
     }
-    reportFacts(STDERR_FILENO, signal);
     backtrace_symbols_fd(frames, count, STDERR_FILENO);
 
     struct sigaction standard {};

@@ -151,16 +151,23 @@ class SourceLoop {
     }
 
     void fire(std::uint64_t id) {
+        try {
+            hand(id);
+        } catch (const std::exception& error) {
+            // Without the lock: the log may be waiting for a delivery that is about to give up a source.
+            NSLog("A file or timer event is lost: %s\n", error.what());
+        } catch (...) {
+            NSLog("A file or timer event is lost.\n");
+        }
+    }
+
+    void hand(std::uint64_t id) {
         const std::lock_guard guard(mLock);
         const auto found = mWatched.find(id);
         if (found == mWatched.end() || !found->second.event->hasHappened()) return;
         ::epoll_ctl(mEpoll.get(), EPOLL_CTL_DEL, found->second.event->descriptor(), nullptr);
         // The lock is kept, since only it keeps the queue alive here; a queue's own lock is taken last everywhere.
-        try {
-            found->second.queue->dispatch_async(std::move(found->second.block));
-        } catch (const std::exception& error) {
-            NSLog("A file or timer event is lost: %s\n", error.what());
-        }
+        found->second.queue->dispatch_async(std::move(found->second.block));
     }
 
     FileDescriptor mEpoll;

@@ -14,6 +14,7 @@ namespace platform {
 namespace {
 
 constexpr int kMaxFrames = 64;
+constexpr unsigned kPatience = 5;  ///< seconds, with the report of another thread
 
 std::atomic<TerminateExceptionHandler*> gInstalled = nullptr;  // a terminate handler has no argument
 
@@ -77,7 +78,9 @@ void TerminateExceptionHandler::Terminate() {
         }
         handler->mPrevious();
     } else if (handler && first != self) {
-        for (;;) ::pause();  // the reporter ends the process, and must not be cut short
+        // The reporter ends the process, and must not be cut short; unless it waits for something that this thread
+        // holds.
+        for (unsigned left = kPatience; left > 0;) left = ::sleep(left);
     }
     std::abort();
 }

@@ -33,7 +33,8 @@ class DDRegisteredDynamicLogging {
 /// whose level admits it. At most 1000 messages wait for delivery; a caller beyond that blocks, nothing is dropped.
 /// Class operations only; the state behind them is made at first use and lives until the process has ended, so that
 /// a log call in a static object's destructor is still safe. Everything is flushed at a normal exit.
-/// Any thread. A logger may log from within its own delivery: such a message is queued, never waited for.
+/// Any thread. A logger may log from within its own delivery: such a message is queued, never waited for; a flood of
+/// them beyond the bound goes to standard error.
 class DDLog {
   public:
     DDLog() = delete;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <exception>
 #include <latch>
 #include <memory>
@@ -74,10 +75,21 @@ DDLogQueue::Within::~Within() {
 }
 
 void DDLogQueue::post(const DDLogDraft& draft, bool asynchronous) noexcept {
-    const std::uint32_t ticket = mTail.fetch_add(1, std::memory_order_seq_cst);
-    // Within a delivery nobody may wait for the next one: there the slots beyond the permits are free to use.
-    const std::uint32_t permits = isCurrent() ? kSlots : kPermits;
-    if (ticket - mDone.load(std::memory_order_acquire) >= permits) waitForPermit(ticket, permits);
+    std::uint32_t ticket = 0;
+    if (isCurrent()) {
+        // Nobody within a delivery may wait for the next one. The slots beyond the permits are free to use; what a
+        // logger says when even those are taken goes where it is not in its own way.
+        ticket = mTail.load(std::memory_order_seq_cst);
+        do {
+            if (ticket - mDone.load(std::memory_order_acquire) >= kSlots) {
+                std::fprintf(stderr, "%.*s\n", static_cast<int>(draft.text.size()), draft.text.data());
+                return;
+            }
+        } while (!mTail.compare_exchange_weak(ticket, ticket + 1, std::memory_order_seq_cst));
+    } else {
+        ticket = mTail.fetch_add(1, std::memory_order_seq_cst);
+        if (ticket - mDone.load(std::memory_order_acquire) >= kPermits) waitForPermit(ticket);
+    }
     Slot& slot = mSlots[ticket % kSlots];
     fill(slot, draft);
     // From here on the order of this store before the look at the worker's state matters, as does the worker's opposite
@@ -113,10 +125,10 @@ void DDLogQueue::fill(Slot& slot, const DDLogDraft& draft) noexcept {
     }
 }
 
-void DDLogQueue::waitForPermit(std::uint32_t ticket, std::uint32_t permits) {
+void DDLogQueue::waitForPermit(std::uint32_t ticket) {
     for (;;) {
         const std::uint32_t done = mDone.load(std::memory_order_seq_cst);
-        if (ticket - done < permits) return;
+        if (ticket - done < kPermits) return;
         const WorkerState state = mWorkerState.load(std::memory_order_seq_cst);
         if (state != WorkerState::Running) wakeWorker(state);
         mDone.wait(done, std::memory_order_acquire);

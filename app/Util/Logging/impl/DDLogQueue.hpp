@@ -97,7 +97,7 @@ class DDLogQueue final : public platform::DispatchQueue {
 
     void fill(Slot& slot, const DDLogDraft& draft) noexcept;
     void awaitDelivery(const std::function<bool()>& delivered);
-    void waitForPermit(std::uint32_t ticket, std::uint32_t permits);
+    void waitForPermit(std::uint32_t ticket);
     bool tryAcquire() { return mDraining.exchange(1, std::memory_order_seq_cst) == 0; }
     void release();
     void drain(const std::function<bool()>& enough);
