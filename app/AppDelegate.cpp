@@ -80,6 +80,17 @@ void setText(Control* control, const char* key) {
     control->setText(QString::fromStdString(localized(key)));
 }
 
+/// Inside a catch block at the boundary of a thread or a call-back.
+void logCaughtException(int line) {
+    try {
+        throw;
+    } catch (const glo::Exception_t& e) {
+        DDLogError("Exception thrown at %s, %d; caught at %s, %d", e.File().c_str(), e.Line(), kSourceFile, line);
+    } catch (...) {
+        DDLogError("Unknown exception caught at %s, %d", kSourceFile, line);
+    }
+}
+
 void startAnimation(QProgressBar* indicator) {
     if (indicator) indicator->setRange(0, 0);  // a range without an extent is what Qt shows as busy
 }
@@ -130,7 +141,7 @@ void AppDelegate::applicationDidFinishLaunching() {
         try {
             runTrovikModeListenLoop();
         } catch (...) {
-            glo::LogCaughtException(kSourceFile, __LINE__);
+            logCaughtException(__LINE__);
         }
     });
 }
@@ -167,7 +178,7 @@ void AppDelegate::handleButtonClick() {
         try {
             resetAttachedDevice();
         } catch (...) {
-            glo::LogCaughtException(kSourceFile, __LINE__);
+            logCaughtException(__LINE__);
             setNextAction(NextAction::RebootOnAttach);  // the user waits: the next attach is a new chance
         }
     });
@@ -213,7 +224,7 @@ void AppDelegate::runTrovikModeListenLoop() {
         observing = USBTrovikModeFinderUtils::observeTMDevicesForType(platform::kIOServiceMatched,
                                                                       trovikModeDeviceAttached, this);
     } catch (...) {
-        glo::LogCaughtException(kSourceFile, __LINE__);
+        logCaughtException(__LINE__);
     }
     if (!observing) DDLogInfo("Could not start observing Trovik-mode device attaches.");
     {
@@ -221,7 +232,13 @@ void AppDelegate::runTrovikModeListenLoop() {
         mListenLoop = loop;
     }
     mListenLoopRuns.notify_all();
-    loop->CFRunLoopRun();
+    for (;;) {
+        try {
+            return loop->CFRunLoopRun();
+        } catch (...) {
+            logCaughtException(__LINE__);  // the listener goes on to the next attach
+        }
+    }
 }
 
 void AppDelegate::waitUntilListening() {
@@ -249,12 +266,7 @@ void trovikModeDeviceAttached(void* refCon, platform::IOIterator& iterator) {
         std::uint64_t id = 0;
         if (entry->IORegistryEntryGetRegistryEntryID(id) == platform::kIOReturnSuccess) entryId = id;
     }
-    if (!entryId) return;
-    try {
-        static_cast<AppDelegate*>(refCon)->trovikModeDeviceDetected(USBRegistryInfo(*entryId, path));
-    } catch (...) {
-        glo::LogCaughtException(kSourceFile, __LINE__);  // the listener goes on to the next attach
-    }
+    if (entryId) static_cast<AppDelegate*>(refCon)->trovikModeDeviceDetected(USBRegistryInfo(*entryId, path));
 }
 
 void AppDelegate::trovikModeDeviceDetected(const USBRegistryInfo& record) {

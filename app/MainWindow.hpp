@@ -9,8 +9,8 @@ class MainWindowScreen;
 /// The tool's window: a container for one screen at a time, the three screens, and the application menu. It makes every
 /// control, hands the controller its outlets and connects their actions, and has the controller fill in the texts; what
 /// the screens say and when they change is the controller's business. It gives the application the layout direction of
-/// the texts' language. Owned by the composition root, which destroys it
-/// before the controller. Main thread only.
+/// the texts' language. Owned by the composition root; gone before the controller where the process does not end first.
+/// Main thread only.
 class MainWindow : public QMainWindow {
   public:
     /// Shows the first screen already.

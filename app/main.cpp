@@ -49,9 +49,12 @@ class SystemLog {
         }
         {
             const std::lock_guard guard(mLock);
-            if (!mHasLoggers) return mEarlyLines.push_back(text);
+            if (!mHasLoggers) {
+                std::fprintf(stderr, "%s\n", text.c_str());  // should the launch not get that far
+                return mEarlyLines.push_back(text);
+            }
         }
-        DDLogInfo("%s", text.c_str());
+        report(text);
     }
 
     /// The launch reads the settings before it adds the loggers: a line about a damaged file waits for them until here.
@@ -62,10 +65,13 @@ class SystemLog {
             mHasLoggers = true;
             lines.swap(mEarlyLines);
         }
-        for (const std::string& line : lines) DDLogInfo("%s", line.c_str());
+        for (const std::string& line : lines) report(line);
     }
 
   private:
+    /// What the platform has to say is trouble, also to a person who wants to see nothing else in the log.
+    static void report(const std::string& line) { DD_LOG_MAYBE(true, DDLogFlagError, "%s", line.c_str()); }
+
     std::mutex mLock;
     bool mHasLoggers = false;              ///< behind mLock
     std::vector<std::string> mEarlyLines;  ///< behind mLock

@@ -124,6 +124,9 @@ std::string DescribeOpenFailure(const std::string& registryPath, IOReturn result
     const std::string rule = InstalledRule(places.ruleFolders);
     if (!rule.empty()) {
         text += " The udev rule " + rule + " is installed.";
+        if (result == kIOReturnNotPermitted) {
+            text += " It lets in whoever sits at this machine's screen, from the device's next attach on.";
+        }
     } else {
         text += std::string(" The udev rule ") + kUdevRuleFile + " is not installed: put it into /etc/udev/rules.d, " +
                 "run \"udevadm control --reload\" and attach the device again.";
