@@ -36,12 +36,16 @@ PropertyList::Dictionary load(const std::string& path) {
     return std::move(file.contents);
 }
 
+bool isTraditionalChinese(std::string_view name) {
+    const auto has = [name](const char* part) { return name.find(part) != std::string_view::npos; };
+    return name.starts_with("zh") && (has("TW") || has("HK") || has("MO") || has("Hant"));
+}
+
 /// The region whose texts readers of a language's other regions are glad of too; empty for none. Readers of
 /// traditional Chinese are not served by simplified one.
 std::string_view regionFor(std::string_view name, std::string_view language) {
     if (language == "pt") return "pt_BR";
-    const auto has = [name](const char* part) { return name.find(part) != std::string_view::npos; };
-    if (language == "zh" && !has("TW") && !has("HK") && !has("MO") && !has("Hant")) return "zh_CN";
+    if (language == "zh" && !isTraditionalChinese(name)) return "zh_CN";
     return {};
 }
 
@@ -50,6 +54,8 @@ void addLanguage(std::vector<std::string>& languages, std::string_view locale) {
     const std::string_view name = locale.substr(0, locale.find_first_of(".@"));
     if (name.empty() || name == "C" || name == "POSIX") return;
     const std::string_view language = name.substr(0, name.find_first_of("_-"));
+    // "zh_TW:zh" asks for traditional Chinese twice, not for simplified as well.
+    if (name == "zh" && std::any_of(languages.begin(), languages.end(), isTraditionalChinese)) return;
     for (const auto candidate : {name, language, regionFor(name, language)}) {
         // A locale's name becomes part of a path, so it must not lead elsewhere.
         if (candidate.empty() || candidate.find('/') != std::string_view::npos) return;

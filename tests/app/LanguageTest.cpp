@@ -74,6 +74,12 @@ std::string cutOffIn(const QWidget& window) {
         const auto* const button = qobject_cast<const QPushButton*>(widget);
         const QString text = label ? label->text() : button ? button->text() : QString();
         if (text.isEmpty() || !widget->isVisible()) continue;
+        // Boxes in place of glyphs have other widths: what follows would be measured for nothing.
+        const QFontMetrics metrics = widget->fontMetrics();
+        for (const char32_t letter : text.toStdU32String()) {
+            if (letter > U' ' && QChar::category(letter) != QChar::Other_Format && !metrics.inFontUcs4(letter))
+                found.append(QStringLiteral("no glyph for U+%1").arg(static_cast<uint>(letter), 4, 16));
+        }
         bool fits = true;
         if (label) {
             const QSize least = label->minimumSizeHint();

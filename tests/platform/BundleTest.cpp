@@ -58,7 +58,7 @@ TEST_F(BundleTest, LanguagesFollowTheEnvironment) {
         {"", "", "de_DE", "pt_BR:fr", {"pt_BR", "pt", "fr", "de_DE", "de"}},
         {"", "", "pt_PT.UTF-8", "", {"pt_PT", "pt", "pt_BR"}},
         {"", "", "en_SG.UTF-8", "zh-Hans:zh_SG", {"zh-Hans", "zh", "zh_CN", "zh_SG", "en_SG", "en"}},
-        {"", "", "zh_TW.UTF-8", "", {"zh_TW", "zh"}},
+        {"", "", "zh_TW.UTF-8", "zh_TW:zh", {"zh_TW", "zh"}},
         {"C.UTF-8", "", "de_DE", "fr", {}},
         {"", "", "", "", {}},
         {"", "", "POSIX", "", {}},
