@@ -1,5 +1,6 @@
 // The device's mouth: from an answer, through the faults, to USB packets in a pipe.
 #include <algorithm>
+#include <utility>
 
 #include "simulator/Device.hpp"
 
@@ -23,6 +24,7 @@ void Device::answer(UsbPacket packet, Time now) {
 
     Outgoing outgoing;
     std::optional<Bytes> garbage;
+    std::vector<Bytes> before;
     std::int64_t copies = 1;
     std::int64_t foreign = 0;
     std::int64_t sizeError = 0;
@@ -42,6 +44,9 @@ void Device::answer(UsbPacket packet, Time now) {
                 break;
             case FaultKind::Garbage:
                 garbage = std::move(fault.bytes);
+                break;
+            case FaultKind::GarbageBefore:
+                before.push_back(std::move(fault.bytes));
                 break;
             case FaultKind::ForeignFrames:
                 foreign = std::min(fault.number, kMostForeignFrames);
@@ -85,9 +90,9 @@ void Device::answer(UsbPacket packet, Time now) {
         // Ids that nobody waits for, with some data of growing length.
         const UsbPacket other{kApplicationLayer, static_cast<std::uint16_t>(40'000 + i % 100),
                               Bytes(static_cast<std::size_t>(i % 80), 0x2A)};
-        schedule({encodePacket(other), {}, true, 0, false, {}}, delay, now);
-        delay = Duration{0};
+        before.push_back(encodePacket(other));
     }
+    for (Bytes& bytes : before) schedule({std::move(bytes), {}, true, 0, false, {}}, std::exchange(delay, {}), now);
     outgoing.bytes = garbage ? std::move(*garbage) : encodePacket(packet);
     if (sizeError != 0 && outgoing.bytes.size() >= kHeaderSize) {
         const Bytes size =

@@ -48,6 +48,7 @@ enum class FaultKind {
     WrongAnswer,     ///< under the packet id `number`
     WrongLayer,      ///< on the layer `number`
     Garbage,         ///< `bytes` in its place
+    GarbageBefore,   ///< `bytes`, as a transfer of their own, before it
     ForeignFrames,   ///< `number` packets of other ids before it
     WrongSizeField,  ///< the size field says `number` more than there is (or less, when negative)
     SplitTransfers,  ///< as two transfers, the first of `number` bytes

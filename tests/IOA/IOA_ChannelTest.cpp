@@ -84,6 +84,23 @@ TEST_F(Channel, OptionalAnswersThatStayAwayCostOneSecondEach) {
     EXPECT_EQ(link.sent, (std::vector{kRequest, kAsyncOff}));
 }
 
+TEST_F(Channel, OptionalAnswerCountsForASecondAndALateOneIsNotTakenForTheNext) {
+    struct {
+        std::uint64_t list, extended;  // each after the answer before it
+        bool listInTime, extendedInTime;
+    } const cases[] = {
+        {1000, 1000, true, true}, {1000, 1001, true, false}, {1001, 1000, false, true}, {1001, 1001, false, false}};
+    for (auto const& c : cases) {
+        ProductArrives(1344, 0);
+        ProtocolsArrive("A010", c.list).Arrives(248, {'x', 0}, c.extended).Arrives(38, {4, 3, 2, 1});
+        ioa::Channel_t channel(link);
+        EXPECT_EQ(TextOf(channel.Protocols()), c.listInTime ? "A010 A001" : "L001 A010 P000 A000 A600 D600 A700 D700");
+        EXPECT_EQ(channel.ProductExt().descriptions.size(), c.extendedInTime ? 1U : 0U);
+        EXPECT_EQ(channel.GetUnitID(), 0x01020304U) << "passes over what came too late";
+        EXPECT_EQ(link.Pending(), 0U);
+    }
+}
+
 TEST_F(Channel, FailuresOfTheIdentificationPassThrough) {
     auto const open = [this] { ioa::Channel_t{link}; };
     auto const terminate = [] { throw glo::Terminate_t("tests", 1); };

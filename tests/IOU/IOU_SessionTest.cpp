@@ -39,15 +39,22 @@ TEST(Session, StartLearnsUnitIdAndPacketSizeAndLeavesNothingBehind) {
 TEST(Session, StartIsAskedForEachHalfSecondUntilAnsweredOrTheTimeIsUp) {
     struct {
         unsigned unanswered;
+        int late;  // the answer after them
+        unsigned asked;
         long long milliseconds;
         bool starts;
-    } const cases[] = {{0, 0, true}, {1, 500, true}, {5, 2500, true}, {6, 3000, false}, {100, 3000, false}};
+    } const cases[] = {{0, 0, 1, 0, true},      {0, 499, 1, 499, true},   {0, 500, 1, 500, true},
+                       {0, 501, 2, 501, true},  {1, 0, 2, 500, true},     {5, 0, 6, 2500, true},
+                       {5, 500, 6, 3000, true}, {5, 501, 6, 3000, false}, {100, 0, 6, 3000, false}};
     for (auto const& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.unanswered << " unanswered, then after " << c.late);
         SimulatedDevice world;
         if (c.unanswered > 0) world.addFault(Fault::onPacket(5, FaultKind::Ignore).onLayer(0).committed(c.unanswered));
+        world.addFault(Fault::onAnswer(6, FaultKind::LateAnswer).withDelay(milliseconds(c.late)));
         std::string raised;
         EXPECT_EQ(world.timed([&] { raised = raisedAt<glo::Timeout_t>([&] { world.openLink(); }); }), c.milliseconds);
-        EXPECT_EQ(raised, c.starts ? "" : std::string(kSessionFile) + " 116") << c.unanswered;
+        EXPECT_EQ(raised, c.starts ? "" : std::string(kSessionFile) + " 116");
+        EXPECT_EQ(world.received(0).size(), c.asked + (c.starts ? 1 : 0)) << "and the question for the size";
         EXPECT_TRUE(world.isUntouched());
     }
 }
@@ -68,8 +75,11 @@ TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
         std::optional<Bytes> answer;
         std::uint32_t size;
         long long waited;
+        long long delay = 0;
     } const cases[] = {
         {"as sent", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 0},
+        {"just in time", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 3000, 3000},
+        {"just too late", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 255, 3000, 3001},
         {"no answer", std::nullopt, 255, 3000},
         {"header alone", ScriptedDevice::packet(0, 17, {12, 0, 0, 0}), 255, 0},
         {"less than a header", ScriptedDevice::packet(0, 17, {4, 0, 0, 0}), 255, 0},
@@ -80,7 +90,7 @@ TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
     for (auto const& c : cases) {
         ScriptedDevice world;
         world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(0, 6, {1, 2, 3, 4}));
-        if (c.answer) world.usb.brings(ScriptedUsb::kInterruptIn, *c.answer);
+        if (c.answer) world.usb.brings(ScriptedUsb::kInterruptIn, *c.answer, 0, milliseconds(c.delay));
         EXPECT_EQ(world.timed([&] { EXPECT_EQ(world.openLink().MaxPacketSize(), c.size) << c.what; }), c.waited)
             << c.what;
     }

@@ -225,6 +225,9 @@ const std::vector<Failure> kAnswers = {
      kFound + Lines{broke(kReboots, "IOA_ProductData at Line: 36 Reason: Frame: (ID,DATA)\nID: 255\n0000: 09 " +
                                         std::string(45, ' ') + "  .\n")},
      kReboot1},
+    {"ProtocolsJustInTime", late(253, 1000), kDone, kNone},
+    {"ProtocolsOfAnUnknownProductJustTooLate", late(253, 1001),
+     kFound + Lines{broke(kReboots, "IOA_Channel at Line: 86")}, kReboot1},
     {"NoProtocolsForAnUnknownProduct", Fault::onAnswer(253, FaultKind::NoAnswer),
      kFound + Lines{broke(kReboots, "IOA_Channel at Line: 86")}, kReboot1},
     {"FirstStartOfASessionUnanswered", onUsb(5, FaultKind::Ignore), kDone, kNone},
@@ -296,6 +299,26 @@ INSTANTIATE_TEST_SUITE_P(Answers, AppDelegateFailure, testing::ValuesIn(kAnswers
 INSTANTIATE_TEST_SUITE_P(Pipes, AppDelegateFailure, testing::ValuesIn(kPipes), nameOf);
 INSTANTIATE_TEST_SUITE_P(Cables, AppDelegateFailure, testing::ValuesIn(kCables), nameOf);
 INSTANTIATE_TEST_SUITE_P(Opening, AppDelegateFailure, testing::ValuesIn(kOpening), nameOf);
+
+TEST(AppDelegate, GarbageBeforeAnyAnswerIsPassedOver) {
+    Bytes tooLong = simulator::encodePacket({20, 113, Bytes(100)});
+    tooLong[8] = 99;
+    for (const Bytes& garbage :
+         {Bytes(11, 0), Bytes(64, 0xFF), Bytes(4097, 20), simulator::encodePacket({1, 113, {}}), tooLong}) {
+        AppWorld app;
+        for (const std::uint16_t answer : std::vector<std::uint16_t>{6, 17, 255, 253, 248, 113}) {
+            app.world.addFault(Fault::onAnswer(answer, FaultKind::GarbageBefore).withBytes(garbage).committed(100));
+        }
+        app.world.plug();
+        app.run();
+        app.log.take();
+        app.confirmReset();
+        app.run();
+        EXPECT_EQ(app.log.take(), kDone) << garbage.size();
+        EXPECT_TRUE(app.storeIsEmpty());
+        EXPECT_EQ(app.world.device().record().faults().size(), 17U) << "before every answer";
+    }
+}
 
 TEST(AppDelegate, EveryStepOfOpeningADeviceMayFail) {
     for (const auto operation :

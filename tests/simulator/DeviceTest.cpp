@@ -338,6 +338,7 @@ TEST(Device, FaultOnAnAnswerChangesWhatTheHostSees) {
         {fault(FaultKind::WrongLayer).withNumber(7), {encodePacket({7, kUnitId, {0x4E, 0xC7, 0x3B, 0xE3}})}, {}},
         {fault(FaultKind::Garbage).withBytes({1, 2, 3}), {{1, 2, 3}}, {}},
         {fault(FaultKind::Garbage).withBytes({}), {{}}, {}},
+        {fault(FaultKind::GarbageBefore).withBytes({1, 2, 3}), {{1, 2, 3}, own}, {}},
         {fault(FaultKind::ForeignFrames).withNumber(2), {application(40'000), application(40'001, {0x2A}), own}, {}},
         {fault(FaultKind::WrongSizeField).withNumber(1),
          {{20, 0, 0, 0, 38, 0, 0, 0, 5, 0, 0, 0, 0x4E, 0xC7, 0x3B, 0xE3}},

@@ -1,0 +1,16 @@
+# With SOURCE_DATE_EPOCH set, what a build says of itself is that moment in UTC and nobody's account, whatever the clock,
+# the time zone and the user. Run in libs/WIN: cmake -DFOLDER=<for the generated header> -P <this file>
+set(ENV{SOURCE_DATE_EPOCH} 1488431471)
+set(ENV{TZ} Asia/Tokyo)
+set(PROJECT_BINARY_DIR ${FOLDER})
+function(target_sources)
+endfunction()
+function(target_link_libraries)
+endfunction()
+include(CMakeLists.txt)
+file(READ ${FOLDER}/generated/libs/WIN/impl/WIN_GeneratedBuildInfo.hpp text)
+foreach(expected "\"Mar  2 2017\"" "\"05:11:11\"" "\"reproducible\"")
+  if(NOT text MATCHES ${expected})
+    message(FATAL_ERROR "${expected} is not in\n${text}")
+  endif()
+endforeach()

@@ -1,0 +1,83 @@
+// What the tool's own process leaves behind, from its main function to its end.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/support/TemporaryFolder.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ContainsRegex;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+/// The text of the one file in a folder.
+std::string onlyFileIn(const std::string& folder) {
+    std::error_code missing;
+    std::vector<std::string> texts;
+    for (const auto& entry : fs::directory_iterator(folder, missing)) texts.push_back(support::ReadFile(entry.path()));
+    return texts.size() == 1 ? texts[0] : std::to_string(texts.size()) + " files in " + folder;
+}
+
+struct Process : testing::Test {
+    /// Runs the tool with nothing in its environment but a home, and has it do one thing. @return its wait status
+    int run(const std::string& action) {
+        std::string name = TROVIK_PROBE_PROGRAM, where = "HOME=" + home.path().string(),
+                    what = "TROVIK_PROBE=" + action, platform = "QT_QPA_PLATFORM=offscreen",
+                    path = "PATH=/usr/bin:/bin";
+        char* arguments[] = {name.data(), nullptr};
+        char* environment[] = {where.data(), what.data(), platform.data(), path.data(), nullptr};
+        posix_spawn_file_actions_t quietly;
+        posix_spawn_file_actions_init(&quietly);
+        for (const int output : {1, 2}) posix_spawn_file_actions_addopen(&quietly, output, "/dev/null", O_WRONLY, 0);
+        pid_t process = 0;
+        int status = -1;
+        EXPECT_EQ(posix_spawn(&process, name.c_str(), &quietly, nullptr, arguments, environment), 0);
+        posix_spawn_file_actions_destroy(&quietly);
+        EXPECT_EQ(waitpid(process, &status, 0), process);
+        return status;
+    }
+    std::string log() const { return onlyFileIn(home / ".local/share/Trovik/ResetTool"); }
+
+    support::TemporaryFolder home;
+};
+
+TEST_F(Process, HasItsLastLineInTheLogHoweverItIsQuit) {
+    for (const char* const way : {"quit", "close"}) {
+        fs::remove_all(home / ".local");
+        EXPECT_EQ(run(way), 0) << way;
+        EXPECT_THAT(log(), HasSubstr(" | I | Trovik Reset Tool 1.0.0 has started.\n"));
+        EXPECT_THAT(log(), EndsWith(" | I | line 499\n"));
+    }
+}
+
+TEST_F(Process, KeepsSettingsLogsAndTracesInTheFoldersOfItsUser) {
+    support::WriteFile(home / ".config/Trovik/org.trovik.ResetTool.plist",
+                       R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>RegistryRoot</key><dict>
+<key>Software</key><dict><key>Trovik</key><dict><key>Settings</key><dict><key>ShowDebug</key><data>AQ==</data>
+</dict></dict></dict></dict></dict></plist>)");
+    fs::create_directory(home / ".cache");  // as on every desktop
+    EXPECT_EQ(run("quit"), 0);
+    EXPECT_THAT(log(), HasSubstr("has started."));
+    EXPECT_THAT(onlyFileIn(home / ".cache/Trovik"), HasSubstr("probe"));
+}
+
+TEST_F(Process, LogsAnExceptionThatNobodyCatchesWithItsStack) {
+    const int status = run("throw");
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
+    std::string text;
+    for (const auto& entry : fs::directory_iterator(home / ".local/share/Trovik/ResetTool")) {
+        if (entry.path().extension() == ".txt") text = support::ReadFile(entry.path());
+    }
+    EXPECT_THAT(text, ContainsRegex("| E | Exception: name: std::runtime_error reason: no more\n"));
+    EXPECT_THAT(text, ContainsRegex("| E | Stack:\n.+\n.+\n"));
+}
+
+}  // namespace
