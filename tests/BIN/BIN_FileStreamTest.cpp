@@ -1,15 +1,13 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 
 #include "BIN/BIN_fstream.hpp"
 #include "GLO/GLO_Exception.hpp"
 #include "GLO/GLO_String.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 namespace {
 
@@ -21,28 +19,16 @@ constexpr auto kGood = bin::ios::goodbit;
 
 class FileStream : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string pattern = testing::TempDir() + "binXXXXXX";
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        mFolder = pattern;
-        mFile = mFolder / "\xC3\xA4.bin";
-        mPath = Wide(mFile);
-    }
-    void TearDown() override { std::filesystem::remove_all(mFolder); }
-
-    void Put(const std::string& bytes) { std::ofstream(mFile, std::ios::binary) << bytes; }
-    std::string Content() {
-        std::ifstream file(mFile, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
+    void Put(const std::string& bytes) { support::WriteFile(mFile, bytes); }
+    std::string Content() { return support::ReadFile(mFile); }
     static std::wstring Wide(const std::filesystem::path& path) {
         return glo::wstring(path.native(), glo::gcUtf8Encoding);
     }
 
-    std::filesystem::path mFolder;
-    std::filesystem::path mFile;
-    std::wstring mPath;
+    const support::TemporaryFolder mTemporary;
+    const std::filesystem::path mFolder = mTemporary.path();
+    const std::filesystem::path mFile = mFolder / "\xC3\xA4.bin";
+    std::wstring mPath = Wide(mFile);
 };
 
 /// The rules that both kinds of reader share.

@@ -14,7 +14,7 @@
 #include "WIN/WIN_Error.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
-#include "platform/ScriptRunner.hpp"
+#include "simulator/world/SimulatedServices.hpp"
 
 namespace {
 
@@ -46,16 +46,6 @@ class Bundle : public platform::NSBundle {
 
   private:
     platform::PropertyList::Dictionary mInfo;
-};
-
-class Scripts : public platform::ScriptRunner {
-  public:
-    bool executeAndReturnError(const std::string& source) override {
-        run += source;
-        return false;
-    }
-    int system(const std::string&) override { return -1; }
-    std::string run;
 };
 
 std::string gLog;
@@ -182,7 +172,7 @@ TEST(CallStack, LinesAreDemangledWhereTheyHoldAName) {
 
 TEST(ErrorReport, CallsTheSubroutineOfTheBundlesScript) {
     Bundle bundle;
-    Scripts scripts;
+    simulator::RecordingScriptRunner scripts;
     platform::PlatformScope scope({.mainBundle = &bundle, .scriptRunner = &scripts, .log = Log});
     const auto send = [] { glo::sendErrorReport(L"a", L"b\"\\", L"\xE9", L"", -1, L"e"); };
     send();  // no script, no report
@@ -190,11 +180,12 @@ TEST(ErrorReport, CallsTheSubroutineOfTheBundlesScript) {
     bundle.script = testing::TempDir() + "no such script";
     send();
     EXPECT_NE(gLog.find("no such script"), std::string::npos);
-    EXPECT_EQ(scripts.run, "");
+    EXPECT_TRUE(scripts.calls.empty());
 
     bundle.script = testing::TempDir() + "ErrorReport.scpt";
     std::ofstream(bundle.script) << "on error_report(a)";
     send();
     std::filesystem::remove(bundle.script);
-    EXPECT_EQ(scripts.run, "on error_report(a)\nerror_report(\"a\", \"b\\\"\\\\\", \"\xC3\xA9\", \"\", -1, \"e\")\n");
+    EXPECT_EQ(scripts.calls.at(0),
+              "on error_report(a)\nerror_report(\"a\", \"b\\\"\\\\\", \"\xC3\xA9\", \"\", -1, \"e\")\n");
 }

@@ -21,11 +21,6 @@ struct Derived : Base {};
 
 struct Counted : glo::RefCounter_t, Base {};
 
-template <typename T>
-bool IsInPlace() {
-    return std::is_base_of_v<glo::OptionalInternalStorageBase_t<T>, glo::Optional_t<T>>;
-}
-
 }  // namespace
 
 TEST(AutoPtr, OwnsOneObjectAtATime) {
@@ -105,13 +100,6 @@ TYPED_TEST(Optional, KeepsItsStateThroughCopyAndAssignment) {
     EXPECT_FALSE(value.IsKnown());
     value.Value(7);
     EXPECT_EQ(value.Value(), 7U);
-}
-
-TEST(OptionalStorage, IsPickedByTheValueType) {
-    EXPECT_TRUE(IsInPlace<unsigned char>() && IsInPlace<unsigned short>() && IsInPlace<unsigned int>() &&
-                IsInPlace<float>() && IsInPlace<double>() && IsInPlace<glo::Time_t>());
-    EXPECT_FALSE(IsInPlace<bool>() || IsInPlace<wchar_t>() || IsInPlace<unsigned long>() || IsInPlace<std::wstring>() ||
-                 IsInPlace<glo::TimeSpan_t>());
 }
 
 TEST(EmptyUse, StopsTheProcessAtItsOwnLine) {

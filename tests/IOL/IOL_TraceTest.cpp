@@ -1,35 +1,20 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
 
 #include "IOL/IOL_Packet.hpp"
-#include "platform/NSUserDefaults.hpp"
 #include "platform/Platform.hpp"
+#include "simulator/world/SimulatedServices.hpp"
 #include "tests/support/ScriptedLink.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 // A program of its own: the trace is switched on or off once in the life of a process.
 namespace {
 
 using platform::PropertyList;
-
-/// Preferences whose settings tree has the debug switch on.
-struct ShowDebugOn final : platform::NSUserDefaults {
-    std::optional<PropertyList> objectForKey(std::string const&) const override {
-        PropertyList tree{PropertyList::Dictionary{{"ShowDebug", PropertyList{PropertyList::Data{1}}}}};
-        for (char const* element : {"Settings", "Trovik", "Software"}) {
-            tree = PropertyList{PropertyList::Dictionary{{element, tree}}};
-        }
-        return tree;
-    }
-    bool boolForKey(std::string const&) const override { return false; }
-    std::int64_t integerForKey(std::string const&) const override { return 0; }
-    PropertyList::Dictionary persistentDomainForName(std::string const&) const override { return {}; }
-    bool setPersistentDomain(PropertyList::Dictionary const&, std::string const&) override { return false; }
-};
 
 constexpr char kExpected[] = R"(
 iol::Link_t: Entering Get Packet looking for packet id: 10: Timeout = 20
@@ -53,11 +38,13 @@ iol::Link_t: End accept frame
 )";
 
 TEST(LinkTrace, SwitchedOnTellsEveryStepOfTheExchangeInOrder) {
-    std::string folder = testing::TempDir() + "iol_trace_XXXXXX";
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
-    ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.c_str(), 1), 0);
+    support::TemporaryFolder const folder;
+    ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.path().c_str(), 1), 0);
     support::ManualClock clock;
-    ShowDebugOn defaults;
+    simulator::MemoryDefaults defaults;
+    PropertyList tree{PropertyList::Dictionary{{"ShowDebug", {PropertyList::Data{1}}}}};
+    for (char const* element : {"Settings", "Trovik", "Software"}) tree = {PropertyList::Dictionary{{element, tree}}};
+    defaults.values["RegistryRoot"] = tree;
     platform::PlatformScope const scope({.clock = &clock, .standardUserDefaults = &defaults});
     support::ScriptedLink link(clock);
     iol::Packet_t packet(10);
@@ -67,13 +54,12 @@ TEST(LinkTrace, SwitchedOnTellsEveryStepOfTheExchangeInOrder) {
     link.SendPacket(packet, 20);
     EXPECT_THROW(link.GetPacket({&packet}, 5), glo::Timeout_t);
 
-    std::ifstream file(folder + "/Trovik/IoLinkDebug.txt.log");
+    std::ifstream file(folder / "Trovik/IoLinkDebug.txt.log");
     std::string line;
     for (int banner = 0; banner < 2; ++banner) std::getline(file, line);
     std::ostringstream text;
     while (std::getline(file, line)) text << std::regex_replace(line, std::regex("^[0-9:]+ *: "), "") << '\n';
     EXPECT_EQ(text.str(), kExpected);
-    std::filesystem::remove_all(folder);
 }
 
 }  // namespace

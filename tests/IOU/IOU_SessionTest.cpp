@@ -135,16 +135,6 @@ TEST(Session, WithoutALimitWaitsForAYear) {
     EXPECT_EQ(raisedAt<glo::Timeout_t>([&] { link.GetFrameWithTimeout(0); }), std::string(kSessionFile) + " 258");
 }
 
-TEST(Session, FramesOfEverySizeReachTheDeviceWhole) {
-    SimulatedDevice world;
-    auto link = world.openLink();
-    std::vector<std::size_t> const sizes = {0, 1, 51, 52, 53, 116, 4084, 4096};  // 52, 116, 4084 fill the last packet
-    for (auto const size : sizes) link.SendFrameWithTimeout(frameOf(2000, size), kLimit);
-    auto const packets = world.received(20);
-    ASSERT_EQ(packets.size(), sizes.size());
-    for (std::size_t i = 0; i < sizes.size(); ++i) EXPECT_EQ(packets[i].data, Bytes(sizes[i], 0x5A));
-}
-
 TEST(Session, WriteThatFillsItsLastPacketEndsWithTheEmptyOne) {
     ScriptedDevice world;
     world.startsSession();
@@ -184,29 +174,6 @@ TEST(Session, ReportedErrorStaysWhateverHasBeenReceived) {
         EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.GetFrameWithTimeout(kLimit); }), c.raised);
         EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); }), c.raised);
         EXPECT_EQ(world.timed([&] { raisedAt<glo::Exception_t>([&] { link.GetFrameWithTimeout(kLimit); }); }), 0);
-    }
-}
-
-TEST(Session, UnplugAtAnyMomentEndsWithAnErrorAndNothingOpen) {
-    // The device goes when the n-th packet of the host reaches it, or while its answer is awaited.
-    for (unsigned packet = 1; packet <= 3; ++packet) {
-        for (auto const delay : {milliseconds(0), milliseconds(100)}) {
-            SimulatedDevice world;
-            Fault gone;
-            gone.step.occurrence = packet;
-            gone.kind = FaultKind::Unplug;
-            world.addFault(gone.withDelay(delay));
-            gone.kind = FaultKind::Ignore;
-            world.addFault(gone);
-            auto const raised = raisedAt<iou::BadUsbDevice_t>([&] {
-                auto link = world.openLink();
-                link.SendFrameWithTimeout(frameOf(10, 2), kLimit);
-                link.GetFrameWithTimeout(kLimit);
-            });
-            EXPECT_TRUE(raised.starts_with("libs/IOU/mac/IOU_")) << packet << ", " << raised;
-            EXPECT_FALSE(world.bus.isAttached(0));
-            EXPECT_TRUE(world.isUntouched());
-        }
     }
 }
 

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <filesystem>
 #include <fstream>
 
 #include "GLO/GLO_Exception.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/UsbWorld.hpp"
 
 // A program of its own: the trace is switched on or off once in the life of a process.
@@ -13,11 +13,10 @@ namespace {
 using namespace support;
 
 TEST(Trace, SwitchedOnTellsTheWholeSessionInOrder) {
-    std::string folder = testing::TempDir() + "iou_trace_XXXXXX";
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    TemporaryFolder const folder;
     {
         ScriptedDevice world;
-        ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.c_str(), 1), 0);
+        ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.path().c_str(), 1), 0);
         world.defaults.values["ShowUsbDebug"].value = true;
         EXPECT_THROW(world.openLink(), glo::Timeout_t);
         world.startsSession();
@@ -99,14 +98,13 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionInOrder) {
          })
         expected.push_back(line);
 
-    std::ifstream file(folder + "/Trovik/IouUsbDebug.log");
+    std::ifstream file(folder / "Trovik/IouUsbDebug.log");
     std::vector<std::string> lines;
     for (std::string line; std::getline(file, line);) lines.push_back(line);
     constexpr std::size_t cBanner = 2;
     ASSERT_EQ(lines.size(), cBanner + expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i)
         EXPECT_TRUE(lines[cBanner + i].ends_with(": " + expected[i])) << lines[cBanner + i] << " for " << expected[i];
-    std::filesystem::remove_all(folder);
 }
 
 }  // namespace

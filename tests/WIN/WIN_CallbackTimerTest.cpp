@@ -5,143 +5,80 @@
 #include <functional>
 #include <vector>
 
-#include "platform/Dispatch.hpp"
-#include "platform/Platform.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 
 namespace {
 
-/// A main loop on which time passes only when the test says so.
-class ManualMainQueue : public platform::MainQueue {
-  public:
-    struct Timer : platform::NSTimer {
-        bool isValid() const override { return valid; }
-        void invalidate() override { valid = false; }
-        double seconds = 0;
-        bool repeats = false;
-        bool valid = true;
-        std::function<void()> handler;
-    };
-
-    void dispatch_async(std::function<void()>) override {}
-    void dispatch_sync(const std::function<void()>&) override {}
-    std::shared_ptr<platform::NSTimer> scheduledTimerWithTimeInterval(platform::CFTimeInterval seconds, bool repeats,
-                                                                      std::function<void()> handler) override {
-        auto timer = std::make_shared<Timer>();
-        timer->seconds = seconds;
-        timer->repeats = repeats;
-        timer->handler = std::move(handler);
-        timers.push_back(timer);
-        return timer;
-    }
-
-    /// Lets every timer that is due expire once.
-    void Tick() {
-        for (const auto& timer : std::vector(timers)) {
-            if (!timer->valid) continue;
-            timer->valid = timer->repeats;
-            timer->handler();
-        }
-    }
-    std::size_t Running() const {
-        std::size_t running = 0;
-        for (const auto& timer : timers) running += timer->valid ? 1 : 0;
-        return running;
-    }
-
-    std::vector<std::shared_ptr<Timer>> timers;
-};
+using std::chrono::milliseconds;
 
 class CallbackTimer : public testing::Test, public win::TimerEventIntf_t {
   protected:
+    CallbackTimer() { mTimer.SetHandler(*this); }
     void HandleTimeout() override {
-        ++mExpiries;
+        mExpiries.push_back(std::chrono::duration_cast<milliseconds>(mWorld.elapsed()).count());
         if (mOnExpiry) mOnExpiry();
     }
+    /// Moments of the expiries up to this one, in milliseconds from the start.
+    std::vector<long> ExpiriesUntil(long moment) {
+        mWorld.runFor(milliseconds(moment) - mWorld.elapsed());
+        return mExpiries;
+    }
 
-    ManualMainQueue mQueue;
-    platform::PlatformScope mScope{{.mainQueue = &mQueue}};
-    int mExpiries = 0;
+    using Moments = std::vector<long>;
+    simulator::SimulatedWorld mWorld;
+    Moments mExpiries;
     std::function<void()> mOnExpiry;
     win::CallbackTimer_t mTimer;
 };
 
-}  // namespace
-
-TEST_F(CallbackTimer, RepeatsUntilStopped) {
+TEST_F(CallbackTimer, RepeatsUntilStoppedAndBeginsAnewWhenStartedAgain) {
     mTimer.Start(1500);
-    mQueue.Tick();  // without a handler nothing happens
-    mTimer.SetHandler(*this);
-    mQueue.Tick();
-    mQueue.Tick();
-    EXPECT_EQ(mExpiries, 2);
-    EXPECT_EQ(mQueue.timers.back()->seconds, 1.5);
+    EXPECT_EQ(ExpiriesUntil(3100), (Moments{1500, 3000}));
+    mTimer.Start(1500);
+    EXPECT_EQ(ExpiriesUntil(4700), (Moments{1500, 3000, 4600}));
+    mWorld.clock.advanceBy(milliseconds(1400));  // due, and on its way through the queue
     mTimer.Stop();
-    mQueue.timers.back()->handler();  // an expiry that was on its way
-    EXPECT_EQ(mExpiries, 2);
-    EXPECT_EQ(mQueue.Running(), 0U);
-}
-
-TEST_F(CallbackTimer, StartWhileRunningBeginsAnewAndDropsTheOldExpiry) {
-    mTimer.SetHandler(*this);
-    mTimer.Start(1000);
-    mTimer.Start(1000);
-    EXPECT_EQ(mQueue.timers.size(), 2U);
-    EXPECT_EQ(mQueue.Running(), 1U);
-    mQueue.timers.front()->handler();
-    EXPECT_EQ(mExpiries, 0);
-    mQueue.Tick();
-    EXPECT_EQ(mExpiries, 1);
+    EXPECT_EQ(ExpiriesUntil(20000).size(), 3U);
+    win::CallbackTimer_t unheard;
+    unheard.Start(10);
+    ExpiriesUntil(20100);  // without a handler nothing happens
 }
 
 TEST_F(CallbackTimer, OneShotExpiresOnceAndKeepsThePeriod) {
-    mTimer.SetHandler(*this);
     mTimer.Start(2000);
     mTimer.OneShot(500);
-    EXPECT_EQ(mQueue.Running(), 1U);
-    EXPECT_EQ(mQueue.timers.back()->seconds, 0.5);
-    EXPECT_FALSE(mQueue.timers.back()->repeats);
-    mTimer.Duration(2000);
-    EXPECT_EQ(mQueue.timers.size(), 2U) << "the stored period is still the one before";
-    mQueue.Tick();
-    mQueue.Tick();
-    EXPECT_EQ(mExpiries, 1);
+    mTimer.Duration(2000);  // the stored period is still the one before: nothing to restart
+    EXPECT_EQ(ExpiriesUntil(10000), (Moments{500}));
     mTimer.Duration(700);
-    EXPECT_EQ(mQueue.timers.size(), 2U) << "it has ended";
+    EXPECT_EQ(ExpiriesUntil(20000).size(), 1U) << "it has ended";
 }
 
 TEST_F(CallbackTimer, DurationRestartsOnlyARunningTimerWithAnotherPeriod) {
     mTimer.Duration(100);
-    EXPECT_TRUE(mQueue.timers.empty());
+    EXPECT_EQ(ExpiriesUntil(1000), (Moments{}));
     mTimer.Start(100);
+    ExpiriesUntil(1050);
     mTimer.Duration(100);
-    EXPECT_EQ(mQueue.timers.size(), 1U);
+    EXPECT_EQ(ExpiriesUntil(1150), (Moments{1100}));
     mTimer.Duration(200);
-    ASSERT_EQ(mQueue.timers.size(), 2U);
-    EXPECT_EQ(mQueue.timers.back()->seconds, 0.2);
-    EXPECT_TRUE(mQueue.timers.back()->repeats);
-    EXPECT_EQ(mQueue.Running(), 1U);
+    EXPECT_EQ(ExpiriesUntil(1600), (Moments{1100, 1350, 1550}));
 }
 
 TEST_F(CallbackTimer, HandlerMayStopOrRestartItsTimer) {
-    mTimer.SetHandler(*this);
-    mOnExpiry = [this] { mTimer.OneShot(10); };
+    mOnExpiry = [this] { mExpiries.size() < 3 ? mTimer.OneShot(10) : mTimer.Start(20); };
     mTimer.OneShot(10);
-    mQueue.Tick();
-    mQueue.Tick();
-    EXPECT_EQ(mExpiries, 2);
-    EXPECT_EQ(mQueue.Running(), 1U);
+    EXPECT_EQ(ExpiriesUntil(50), (Moments{10, 20, 30, 50}));
     mOnExpiry = [this] { mTimer.Stop(); };
-    mTimer.Start(10);
-    mQueue.Tick();
-    mQueue.Tick();
-    EXPECT_EQ(mExpiries, 3);
+    EXPECT_EQ(ExpiriesUntil(500), (Moments{10, 20, 30, 50, 70}));
 }
 
 TEST_F(CallbackTimer, EndsWithItsOwner) {
     {
         win::CallbackTimer_t timer;
+        timer.SetHandler(*this);
         timer.Start(10);
-        EXPECT_EQ(mQueue.Running(), 1U);
     }
-    EXPECT_EQ(mQueue.Running(), 0U);
+    EXPECT_EQ(ExpiriesUntil(100), (Moments{}));
 }
+
+}  // namespace

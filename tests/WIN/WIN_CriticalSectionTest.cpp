@@ -28,14 +28,3 @@ TEST(CriticalSection, IsRecursiveAndKeepsOtherThreadsOut) {
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(counter, 2000);
 }
-
-TEST(CriticalSection, DummyAndDisabledOnesNeverBlock) {
-    win::DummyCriticalSection_t dummy;
-    win::CriticalSection_t disabled(true);
-    const win::SmartCriticalSection_t outer(dummy);
-    const win::SmartCriticalSection_t alsoOuter(disabled);
-    std::thread([&] {
-        const win::SmartCriticalSection_t inner(dummy);
-        const win::SmartCriticalSection_t alsoInner(disabled);
-    }).join();
-}

@@ -320,28 +320,6 @@ TEST(AppDelegate, GarbageBeforeAnyAnswerIsPassedOver) {
     }
 }
 
-TEST(AppDelegate, EveryStepOfOpeningADeviceMayFail) {
-    for (const auto operation :
-         {BusOperation::CreateDevicePlugIn, BusOperation::QueryDeviceInterface, BusOperation::USBDeviceOpen,
-          BusOperation::GetConfigurationDescriptorPtr, BusOperation::SetConfiguration, BusOperation::GetDeviceVendor,
-          BusOperation::GetDeviceProduct, BusOperation::GetDeviceReleaseNumber, BusOperation::CreateInterfaceIterator,
-          BusOperation::InterfaceIteratorNext, BusOperation::CreateInterfacePlugIn,
-          BusOperation::QueryInterfaceInterface, BusOperation::USBInterfaceOpen, BusOperation::GetNumEndpoints,
-          BusOperation::GetPipeProperties, BusOperation::CreateInterfaceAsyncEventSource}) {
-        SCOPED_TRACE(static_cast<int>(operation));
-        AppWorld app;
-        app.world.plug();
-        app.world.addFault(Fault::onOperation(operation, platform::kIOReturnError));
-        app.run();
-        app.log.take();
-        app.confirmReset();
-        app.runWorker();
-        EXPECT_EQ(withoutLine(app.log.take()), kFound + kNoReboot);
-        EXPECT_EQ(app.controller.nextAction(), NextAction::RebootOnAttach);
-        EXPECT_TRUE(app.isAtRest());
-    }
-}
-
 // ---- attaching
 
 TEST(AppDelegate, OfTwoDevicesAtOnceTheWorkerTakesTheFirstAndANotificationTheLast) {

@@ -6,40 +6,19 @@
 #include <QPushButton>
 #include <QTest>
 
-#include "app/Util/Logging/DDLog.hpp"
-#include "app/Util/Logging/DDLogMessage.hpp"
-
 namespace app_test {
 
 using simulator::Bytes;
 using simulator::UsbPacket;
 
-// ---- ControllerLog
-
-struct ControllerLog::Logger final : DDAbstractLogger {
-    void logMessage(const DDLogMessage& message) override {
-        if (message.fileName() != "AppDelegate") return;
+std::vector<std::string> ControllerLog::take() {
+    std::vector<std::string> lines;
+    for (const DDLogMessage& message : mRecorder.take()) {
+        if (message.fileName() != "AppDelegate") continue;
         const char level = message.logFlag == DDLogFlagError ? 'E' : message.logFlag == DDLogFlagInfo ? 'I' : '?';
-        const std::lock_guard lock(mutex);
         lines.push_back(std::string(1, level) + ' ' + message.logMsg);
     }
-    std::mutex mutex;
-    std::vector<std::string> lines;  ///< under mutex
-};
-
-ControllerLog::ControllerLog() : mLogger(std::make_shared<Logger>()) {
-    DDLog::addLogger(mLogger);
-}
-
-ControllerLog::~ControllerLog() {
-    DDLog::removeLogger(mLogger);
-    DDLog::flushLog();
-}
-
-std::vector<std::string> ControllerLog::take() {
-    DDLog::flushLog();
-    const std::lock_guard lock(mLogger->mutex);
-    return std::exchange(mLogger->lines, {});
+    return lines;
 }
 
 // ---- the person at the window

@@ -3,7 +3,6 @@
 #include <QObject>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -11,11 +10,11 @@
 
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
-#include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/Bundle.hpp"
 #include "simulator/Wire.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
+#include "tests/support/LogRecorder.hpp"
 
 class QMessageBox;
 
@@ -24,17 +23,11 @@ namespace app_test {
 /// What the controller logs while this lives, each line with its level's letter: "I Device rebooted".
 class ControllerLog {
   public:
-    ControllerLog();
-    ~ControllerLog();
-    ControllerLog(const ControllerLog&) = delete;
-    ControllerLog& operator=(const ControllerLog&) = delete;
-
     /// The lines since the last call.
     std::vector<std::string> take();
 
   private:
-    struct Logger;
-    std::shared_ptr<Logger> mLogger;
+    support::LogRecorder mRecorder;
 };
 
 /// Answers the confirmation that is about to be shown, once it is on the screen.

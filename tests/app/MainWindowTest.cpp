@@ -55,10 +55,6 @@ TEST_F(MainWindowTest, EveryTextIsInTheTableAndStandsWhereItBelongs) {
     EXPECT_EQ(outlets().quitButton->text(), text("Quit"));
     EXPECT_EQ(outlets().mainMenuButton->text(), text("ReturnToMainMenu"));
     EXPECT_EQ(outlets().mainMenuItemTwo->text(), text("ShowLogFiles"));
-    for (const char* const key : {"ApplicationMenu", "ConfirmResetDialogTitle", "ConfirmResetDialogBody", "Cancel",
-                                  "ProgressDescription", "AboutBody", "AboutLogFiles"}) {
-        EXPECT_FALSE(text(key).isEmpty());
-    }
 }
 
 TEST_F(MainWindowTest, ConfirmationIsCriticalAndItsSafeAnswerIsTheDefault) {

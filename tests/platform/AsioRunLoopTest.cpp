@@ -4,7 +4,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <future>
 #include <limits>
 #include <stdexcept>
@@ -12,15 +11,12 @@
 #include <vector>
 
 #include "platform/Platform.hpp"
+#include "tests/support/Holdings.hpp"
 
 namespace platform {
 namespace {
 
 constexpr double kWatchdog = 20;  // seconds; far beyond anything that a passing test needs
-
-std::ptrdiff_t OpenDescriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-}
 
 /// Readable until it is read.
 class EventSource final : public CFRunLoopSource {
@@ -160,7 +156,7 @@ TEST_F(RunLoop, StopEndsTheInnermostRunOnly) {
 }
 
 TEST_F(RunLoop, ThousandModesLeaveNoDescriptorAndNoModeBehind) {
-    const auto descriptors = OpenDescriptors();
+    const auto descriptors = support::Holdings::now().descriptors;
     for (int i = 0; i < 1000; ++i) {
         const std::string mode = CFUUIDCreateString();
         const auto own = std::make_shared<EventSource>();
@@ -172,7 +168,7 @@ TEST_F(RunLoop, ThousandModesLeaveNoDescriptorAndNoModeBehind) {
         loop->CFRunLoopRemoveSource(own);
     }
     EXPECT_EQ(loop->ModeCount(), 0U);
-    EXPECT_EQ(OpenDescriptors(), descriptors);
+    EXPECT_EQ(support::Holdings::now().descriptors, descriptors);
 }
 
 TEST(RunLoops, EachThreadHasOneLoopAndItsEndDestroysWhatWaits) {

@@ -2,14 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <thread>
+
+#include "tests/support/TemporaryFolder.hpp"
 
 extern "C" const char* __crashreporter_info__;
 
@@ -44,14 +43,7 @@ struct Crash {
 
 class CrashHandler : public testing::TestWithParam<Crash> {
   protected:
-    void SetUp() override {
-        std::string pattern = testing::TempDir() + "crashXXXXXX";
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        mFolder = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(mFolder); }
-
-    std::filesystem::path mFolder;
+    const support::TemporaryFolder mFolder;
 };
 
 }  // namespace
@@ -66,14 +58,13 @@ TEST_P(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
         testing::KilledBySignal(GetParam().signal), "Reset Tool 1.2.3");
 
     std::size_t files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(mFolder)) {
+    for (const auto& entry : std::filesystem::directory_iterator(mFolder.path())) {
         ++files;
         EXPECT_EQ(entry.path().filename().string().rfind("ResetTool-", 0), 0U);
         EXPECT_EQ(entry.path().extension(), ".crash");
         EXPECT_EQ(entry.status().permissions(),
                   std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
-        std::ifstream file(entry.path());
-        const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+        const std::string text = support::ReadFile(entry.path());
         const std::string head =
             std::string("Reset Tool 1.2.3\n") + GetParam().line + "\nBlack box:\nFile: somewhere Line: 7\nStack:\n";
         EXPECT_EQ(text.substr(0, head.size()), head);

@@ -4,66 +4,21 @@
 
 #include <atomic>
 #include <latch>
-#include <stdexcept>
 #include <thread>
-#include <vector>
 
 #include "platform/linux/AsioRunLoop.hpp"
+#include "tests/support/MainQueueContract.hpp"
 
 namespace platform {
 namespace {
 
-struct MainQueueTest : ::testing::Test {
+struct OnRunLoop {
+    void runUntil(const std::function<bool()>& done) {
+        while (!done()) loops.CFRunLoopGetCurrent()->CFRunLoopRunInMode(kCFRunLoopDefaultMode, 1, true);
+    }
     AsioRunLoops loops;
-    RunLoopMainQueue queue{loops};
-
-    void RunMainLoop() { loops.CFRunLoopGetCurrent()->CFRunLoopRun(); }
-    void StopMainLoop() { loops.CFRunLoopGetCurrent()->CFRunLoopStop(); }
+    std::unique_ptr<MainQueue> queue = std::make_unique<RunLoopMainQueue>(loops);
 };
-
-TEST_F(MainQueueTest, BlocksOfOtherThreadsRunOnTheMainThreadAndSurviveAnException) {
-    const auto mainThread = std::this_thread::get_id();
-    std::vector<int> order;
-    std::jthread other([&] {
-        queue.dispatch_async([&] { order.push_back(1); });
-        queue.dispatch_async([] { throw std::runtime_error("from a block"); });
-        queue.dispatch_sync([&] {
-            EXPECT_EQ(std::this_thread::get_id(), mainThread);
-            order.push_back(2);
-            throw 1;
-        });
-        order.push_back(3);  // after the synchronous one, so without a race
-        queue.dispatch_async([&] { StopMainLoop(); });
-    });
-    RunMainLoop();
-    EXPECT_EQ(order, (std::vector{1, 2, 3}));
-}
-
-TEST_F(MainQueueTest, TimerOfAnotherThreadFiresOnTheMainThreadAndCanBeInvalidatedAnywhere) {
-    std::atomic<int> fired = 0;
-    std::shared_ptr<NSTimer> repeating;
-    std::jthread other([&] {
-        const auto late = queue.scheduledTimerWithTimeInterval(3600, true, [] {});
-        late->invalidate();
-        EXPECT_FALSE(late->isValid());
-        queue.dispatch_sync([&] {
-            const auto due = queue.scheduledTimerWithTimeInterval(0, true, [] { ADD_FAILURE() << "invalidated"; });
-            due->invalidate();
-        });
-        queue.dispatch_sync([&] {
-            repeating = queue.scheduledTimerWithTimeInterval(0.0005, true, [&] {
-                if (++fired < 3) return;
-                repeating.reset();
-                StopMainLoop();
-            });
-        });
-    });
-    RunMainLoop();
-    EXPECT_EQ(fired, 3);
-    auto once = queue.scheduledTimerWithTimeInterval(0, false, [&] { StopMainLoop(); });
-    RunMainLoop();
-    EXPECT_FALSE(once->isValid());
-}
 
 TEST(MainQueueEnd, SynchronousSubmissionReturnsWhenTheMainThreadEnds) {
     AsioRunLoops loops;
@@ -102,4 +57,7 @@ TEST(GlobalQueueTest, BlocksThatWaitForEachOtherAllRunAndAreJoined) {
 }
 
 }  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(RunLoop, MainQueueContract, OnRunLoop);
+
 }  // namespace platform

@@ -6,14 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <vector>
 
 #include "platform/linux/UsbErrors.hpp"
 #include "platform/linux/UsbNode.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 namespace platform {
 namespace {
@@ -24,26 +23,18 @@ namespace fs = std::filesystem;
 class OpenFailureTest : public ::testing::Test {
   protected:
     OpenFailureTest() {
-        std::string pattern = fs::temp_directory_path() / "open-failure-XXXXXX";
-        folder = ::mkdtemp(pattern.data());
-        device = folder / "1-1";
-        node = folder / "node";
         Write(device / "uevent", "MAJOR=189\nDEVNAME=" + node.string() + "\n");
         Write(node, "");
         fs::permissions(node, fs::perms(0664));
         fs::create_directories(folder / "proc");
     }
-    ~OpenFailureTest() override { fs::remove_all(folder); }
-
-    static void Write(const fs::path& file, const std::string& text) {
-        fs::create_directories(file.parent_path());
-        std::ofstream(file) << text;
-    }
+    static void Write(const fs::path& file, const std::string& text) { support::WriteFile(file, text); }
     std::string Describe(IOReturn result) {
         return DescribeOpenFailure(device, result, {folder / "proc", {folder / "none", folder / "rules.d"}});
     }
 
-    fs::path folder, device, node;
+    const support::TemporaryFolder temporary;
+    const fs::path folder = temporary.path(), device = folder / "1-1", node = folder / "node";
 };
 
 TEST_F(OpenFailureTest, DeniedAccessNamesNodeOwnerModeAndTheMissingRule) {
@@ -134,12 +125,6 @@ TEST_F(OpenFailureTest, OtherFailuresAreNotTriedAgain) {
 }
 
 TEST(UsbErrors, EveryResultOfLibusbHasItsMeaning) {
-    const std::vector<std::pair<libusb_transfer_status, IOReturn>> transfers = {
-        {LIBUSB_TRANSFER_COMPLETED, kIOReturnSuccess}, {LIBUSB_TRANSFER_ERROR, kIOReturnIOError},
-        {LIBUSB_TRANSFER_TIMED_OUT, kIOReturnTimeout}, {LIBUSB_TRANSFER_CANCELLED, kIOReturnAborted},
-        {LIBUSB_TRANSFER_STALL, kIOUSBPipeStalled},    {LIBUSB_TRANSFER_NO_DEVICE, kIOReturnNoDevice},
-        {LIBUSB_TRANSFER_OVERFLOW, kIOReturnOverrun}};
-    for (const auto& [status, result] : transfers) EXPECT_EQ(IOReturnOfTransfer(status), result);
     for (int error = LIBUSB_ERROR_OTHER; error < 0; ++error) {
         EXPECT_NE(IOReturnOfLibusb(error), kIOReturnSuccess) << error;
         EXPECT_STRNE(IOReturnText(IOReturnOfLibusb(error)), "unknown result") << error;
@@ -147,7 +132,6 @@ TEST(UsbErrors, EveryResultOfLibusbHasItsMeaning) {
     EXPECT_EQ(IOReturnOfLibusb(LIBUSB_ERROR_ACCESS), kIOReturnNotPermitted);
     EXPECT_EQ(IOReturnOfLibusb(LIBUSB_ERROR_BUSY), kIOReturnExclusiveAccess);
     EXPECT_EQ(IOReturnOfLibusb(LIBUSB_ERROR_NO_DEVICE), kIOReturnNoDevice);
-    EXPECT_EQ(IOReturnOfLibusb(7), kIOReturnSuccess);
     EXPECT_EQ(IOReturnOfErrno(EACCES), kIOReturnNotPermitted);
     EXPECT_EQ(IOReturnOfErrno(ENOENT), kIOReturnNoDevice);
     EXPECT_EQ(IOReturnOfErrno(E2BIG), kIOReturnError);

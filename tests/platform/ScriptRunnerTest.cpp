@@ -4,12 +4,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "platform/linux/SignalScriptRunner.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 namespace platform {
 namespace {
@@ -55,15 +55,10 @@ class Child {
 
 class ScriptRunnerTest : public ::testing::Test {
   protected:
-    ScriptRunnerTest() {
-        std::string pattern = fs::temp_directory_path() / "script-runner-XXXXXX";
-        folder = ::mkdtemp(pattern.data());
-    }
-    ~ScriptRunnerTest() override { fs::remove_all(folder); }
-
     static std::string Quit(const std::string& name) { return "tell application \"" + name + "\" to quit"; }
 
-    fs::path folder;
+    const support::TemporaryFolder temporary;
+    const fs::path folder = temporary.path();
     const std::string id = std::to_string(::getpid());
     SignalScriptRunner runner;
 };

@@ -125,82 +125,6 @@ TEST(Device, IdentificationIsExactByteForByte) {
     EXPECT_EQ(host.read(Pipe::BulkIn), (Packets{product, {}, protocols, {}, extended, {}}));
 }
 
-TEST(Device, QuestionsAreAnsweredWithTheProfilesFacts) {
-    Host host;
-    host.start();
-    const struct {
-        Bytes question;
-        Bytes answer;
-    } cases[] = {
-        {commandBytes(kGetUnitId), application(kUnitId, {0x4E, 0xC7, 0x3B, 0xE3})},
-        {commandBytes(kGetTime), application(kTime, {1, 2, 0xEA, 0x07, 3, 0, 4, 5})},
-        {commandBytes(kGetDisconnectTimeout), application(kDisconnectTimeout, {60, 0, 0, 0})},
-        {application(kUnitNameRequest), application(kUnitName, {'T', 'r', 'a', 'i', 'l', 'm', 'a', 't', 'e', 0})},
-        {application(kRegionSizeRequest, {3}), application(kRegionSize, {0, 0, 0x30, 0, 0, 0, 0, 0, 0})},
-    };
-    for (const auto& one : cases) {
-        host.write(one.question);
-        EXPECT_EQ(host.read(), Packets{one.answer}) << "to " << hexText(one.question);
-    }
-    for (const auto& quiet : {commandBytes(kKeepAlive), application(kTransferComplete, {7, 0}),
-                              application(kTime, {5, 6, 0xE9, 0x07, 9, 0, 8, 7}), application(kTimeFollows, {0, 0}),
-                              application(kUnitName, {'N', 'e', 'w', 0})}) {
-        host.write(quiet);
-        EXPECT_TRUE(host.read().empty());
-    }
-    host.write(commandBytes(kGetTime));
-    EXPECT_EQ(host.read(), Packets{application(kTime, {5, 6, 0xE9, 0x07, 9, 0, 8, 7})});
-    EXPECT_EQ(host.device.profile().unitName, "New");
-    EXPECT_TRUE(host.device.record().refused().empty());
-}
-
-TEST(Device, PacketsAreCutAndPutTogetherAtEverySize) {
-    for (const std::uint16_t most : {std::uint16_t{64}, std::uint16_t{512}}) {
-        for (const std::size_t size : {12u, 63u, 64u, 65u, 128u, 511u, 512u, 513u, 4095u, 4096u, 4097u, 4108u}) {
-            SCOPED_TRACE(testing::Message() << size << " bytes in packets of " << most);
-            Profile profile;
-            profile.pipes = Profile::pipesOfSize(most);
-            profile.route = AnswerRoute::AllOnBulk;
-            Host host(profile);
-            const Bytes bytes = application(77, Bytes(size - kHeaderSize, 0x5A));
-
-            host.write(bytes);
-            EXPECT_EQ(host.device.record().received(), Packets{bytes});
-            host.device.send({kApplicationLayer, 77, Bytes(size - kHeaderSize, 0x5A)}, host.now);
-            EXPECT_EQ(host.read(Pipe::BulkIn), (Packets{bytes, {}}));
-        }
-    }
-}
-
-TEST(Device, ResetGoesThroughItsStates) {
-    Host host;
-    host.device.profile().leaveDelay = milliseconds(20);
-    host.device.profile().rebootTime = seconds(2);
-    ASSERT_FALSE(host.device.store().empty());
-    host.start();
-    host.write(commandBytes(kReboot));
-    EXPECT_EQ(host.device.bootState(), BootState::Rebooting);
-    host.wait(milliseconds(19));
-    EXPECT_TRUE(host.device.isAttached());
-    host.wait(milliseconds(1));
-    EXPECT_FALSE(host.device.isAttached());
-    host.wait(milliseconds(1999));
-    EXPECT_FALSE(host.device.isAttached());
-    host.wait(milliseconds(1));
-    ASSERT_TRUE(host.device.isAttached());
-    EXPECT_EQ(host.device.bootState(), BootState::Starting);
-
-    host.start();
-    host.write(application(kHoldInBootLoader));
-    EXPECT_EQ(host.read(), Packets{application(kHoldInBootLoader)});
-    EXPECT_EQ(host.device.bootState(), BootState::HeldInBootLoader);
-    host.write(commandBytes(kClearStore));
-    EXPECT_TRUE(host.device.store().empty());
-    host.write(application(kResumeBoot));
-    EXPECT_EQ(host.device.bootState(), BootState::Running);
-    EXPECT_TRUE(host.device.record().refused().empty());
-}
-
 TEST(Device, RebootIsSeenHoweverShortAndGoesOnWithoutTheCable) {
     Host host(Profile::instant());
     host.start();
@@ -303,28 +227,6 @@ TEST(Device, ConfigurationAndDetachEndTheSessionAndDropWhatWaits) {
     }
 }
 
-TEST(Device, AnswersLeaveOneAfterTheOtherEachAtItsOwnMoment) {
-    Host host;
-    host.start();
-    host.device.profile().answerDelays = {{kProductData, milliseconds(2999)}, {kExtendedProductData, milliseconds(2)}};
-    host.device.profile().route = AnswerRoute::AllOnInterrupt;
-    host.write(application(kProductRequest));
-    const auto idsNow = [&] {
-        std::vector<int> ids;
-        for (const auto& bytes : host.read()) ids.push_back(*readU16(bytes, 4));
-        return ids;
-    };
-    host.wait(milliseconds(2998));
-    EXPECT_EQ(idsNow(), std::vector<int>{});
-    host.wait(milliseconds(1));
-    EXPECT_EQ(idsNow(), (std::vector<int>{kProductData, kProtocolList}));
-    host.wait(milliseconds(1));
-    EXPECT_EQ(idsNow(), std::vector<int>{});
-    host.wait(milliseconds(1));
-    EXPECT_EQ(idsNow(), std::vector<int>{kExtendedProductData});
-    EXPECT_FALSE(host.device.nextDue());
-}
-
 TEST(Device, FaultOnAnAnswerChangesWhatTheHostSees) {
     const Bytes own = application(kUnitId, {0x4E, 0xC7, 0x3B, 0xE3});
     const auto fault = [](FaultKind kind) { return Fault::onAnswer(kUnitId, kind, "the fault"); };
@@ -369,26 +271,6 @@ TEST(Device, FaultOnAnAnswerChangesWhatTheHostSees) {
     }
 }
 
-TEST(Device, FaultStrikesAtItsStepAndOccurrenceOnly) {
-    Host host;
-    host.start();
-    host.device.addFault(Fault::onCommand(kGetUnitId, FaultKind::Ignore).atOccurrence(2).committed(2));
-    host.device.addFault(Fault::onAnswer(kTime, FaultKind::NoAnswer).inState(BootState::HeldInBootLoader));
-    std::string answered;
-    for (int i = 0; i < 5; ++i) {
-        host.write(commandBytes(kGetTime));
-        answered += host.read().empty() ? '-' : 't';
-        host.write(commandBytes(kGetUnitId));
-        answered += host.read().empty() ? '-' : 'u';
-    }
-    EXPECT_EQ(answered, "tut-t-tutu");
-    EXPECT_EQ(host.device.faults().size(), 1u);
-    host.device.setBootState(BootState::HeldInBootLoader, host.now);
-    host.write(commandBytes(kGetTime));
-    EXPECT_TRUE(host.read().empty());
-    EXPECT_EQ(host.device.faults().size(), 0u);
-}
-
 TEST(Device, StallTakesItsTurnAndLastsUntilItIsCleared) {
     Host host;
     host.start();
@@ -405,60 +287,6 @@ TEST(Device, StallTakesItsTurnAndLastsUntilItIsCleared) {
     EXPECT_EQ(host.write(commandBytes(kKeepAlive)), Device::WriteResult::Stalled);
     host.device.configured(host.now);
     EXPECT_EQ(host.write(kStart), Device::WriteResult::Taken);
-}
-
-TEST(Device, PacketThatIsNotTakenWaitsOnTheBus) {
-    Host host;
-    host.start();
-    host.device.addFault(Fault::onCommand(kGetUnitId, FaultKind::NotTaken).withDelay(milliseconds(400)));
-    EXPECT_EQ(host.write(commandBytes(kGetUnitId)), Device::WriteResult::Busy);
-    host.wait(milliseconds(399));
-    EXPECT_EQ(host.write(commandBytes(kGetUnitId)), Device::WriteResult::Busy);
-    host.wait(milliseconds(1));
-    EXPECT_EQ(host.write(commandBytes(kGetUnitId)), Device::WriteResult::Taken);
-    EXPECT_EQ(host.read().size(), 1u);
-
-    host.device.addFault(Fault::onCommand(kGetUnitId, FaultKind::NotTaken));
-    EXPECT_EQ(host.write(commandBytes(kGetUnitId)), Device::WriteResult::Busy);
-    EXPECT_FALSE(host.device.nextDue()) << "for good";
-    host.device.configured(host.now);
-    EXPECT_EQ(host.write(kStart), Device::WriteResult::Taken);
-}
-
-TEST(Device, CableComesOutAtTheGivenStepAndGoesInAgain) {
-    Fault atAttach;
-    atAttach.step.at = FaultStep::At::Attach;
-    atAttach.kind = FaultKind::Unplug;
-    const struct {
-        Fault fault;
-        Duration out;  // after the question, or after the attach
-        bool taken;    // the question still had its effect
-    } cases[] = {
-        {Fault::onCommand(kGetUnitId, FaultKind::Unplug), Duration{0}, false},
-        {Fault::onCommand(kGetUnitId, FaultKind::Unplug).withDelay(milliseconds(7)), milliseconds(7), true},
-        {Fault::onAnswer(kUnitId, FaultKind::Unplug), Duration{0}, false},
-        {Fault::onAnswer(kUnitId, FaultKind::Unplug).withDelay(milliseconds(9)), milliseconds(9), false},
-        {Fault(atAttach).withDelay(milliseconds(50)), milliseconds(50), true},
-    };
-    for (auto one : cases) {
-        Host host;
-        host.device.addFault(one.fault.comingBackAfter(seconds(3)));
-        host.device.detached(host.now);
-        host.device.attached(host.now);
-        host.start();
-        host.write(commandBytes(kGetUnitId));
-        EXPECT_EQ(!host.read().empty(), one.taken);
-        if (one.out > Duration{0}) {
-            host.wait(one.out - milliseconds(1));
-            EXPECT_TRUE(host.device.isAttached());
-            host.wait(milliseconds(1));
-        }
-        EXPECT_FALSE(host.device.isAttached());
-        host.wait(milliseconds(2999));
-        EXPECT_FALSE(host.device.isAttached());
-        host.wait(milliseconds(1));
-        EXPECT_TRUE(host.device.isAttached());
-    }
 }
 
 TEST(Device, HostThatNeverReadsOrWritesRubbishCostsBoundedMemory) {
@@ -516,18 +344,6 @@ TEST(FaultCatalogue, EachFaultHasANameAndCanHappenInAReset) {
         EXPECT_NE(std::find(committed.begin(), committed.end(), fault.name), committed.end());
     }
     EXPECT_GE(names.size(), 20u);
-}
-
-TEST(Profile, DescriptorsDescribeThePipes) {
-    EXPECT_EQ(usbDescriptors({}),
-              (Bytes{18,   1,  0,  2, 0xFF, 0, 0,    64,   0x09, 0x12, 3, 0, 1, 0,    0, 0, 0,  1, 9,
-                     2,    39, 0,  1, 1,    0, 0x80, 50,   9,    4,    0, 0, 3, 0xFF, 0, 0, 0,  7, 5,
-                     0x81, 3,  64, 0, 1,    7, 5,    0x82, 2,    64,   0, 0, 7, 5,    3, 2, 64, 0, 0}));
-    const auto wearable = Profile::wearable();
-    EXPECT_EQ(wearable.endpointAddress(Pipe::BulkIn), 0x82);
-    EXPECT_EQ(wearable.endpointAddress(Pipe::BulkOut), 3);
-    const Bytes fast = usbDescriptors(wearable);
-    EXPECT_EQ(Bytes(fast.begin() + 36, fast.begin() + 43), (Bytes{7, 5, 0x81, 3, 0, 2, 4}));
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include "app/Util/Logging/DDFileLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
-#include "platform/NSUserDefaults.hpp"
+#include "simulator/world/SimulatedServices.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
 
 namespace {
@@ -137,21 +137,7 @@ TEST_F(VundLogFileManagerTest, LineHasTimeThreadLetterAndText) {
 }
 
 TEST(TrovikLogsTest, LevelComesFromTheUsersSettingWhereThereIsOne) {
-    struct Settings final : platform::NSUserDefaults {
-        platform::PropertyList::Dictionary values;
-        std::optional<platform::PropertyList> objectForKey(const std::string& key) const override {
-            const auto found = values.find(key);
-            return found == values.end() ? std::nullopt : std::optional(found->second);
-        }
-        bool boolForKey(const std::string&) const override { return false; }
-        std::int64_t integerForKey(const std::string& key) const override {
-            return std::get<std::int64_t>(values.at(key).value);
-        }
-        platform::PropertyList::Dictionary persistentDomainForName(const std::string&) const override { return {}; }
-        bool setPersistentDomain(const platform::PropertyList::Dictionary&, const std::string&) override {
-            return false;
-        }
-    } settings;
+    simulator::MemoryDefaults settings;
     platform::Platform services;
     services.standardUserDefaults = &settings;
     const platform::PlatformScope scope(services);

@@ -2,13 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <mutex>
-
 #include "ANT/ANT_Exception.hpp"
 #include "app/TrovikMode/TrovikModeUtil.hpp"
-#include "app/Util/Logging/DDAbstractLogger.hpp"
-#include "app/Util/Logging/DDLog.hpp"
-#include "app/Util/Logging/DDLogMessage.hpp"
+#include "tests/support/LogRecorder.hpp"
 #include "tests/support/UsbWorld.hpp"
 
 namespace {
@@ -17,45 +13,11 @@ using namespace support;
 using simulator::Fault;
 using simulator::FaultKind;
 
-struct LogLine {
-    std::uint32_t flag;
-    std::string text;
-    std::string file;
-    int line;
-};
-
-/// Keeps what the application logs while it lives.
-class LogRecorder {
-  public:
-    LogRecorder() { DDLog::addLogger(mLogger); }
-    ~LogRecorder() {
-        DDLog::removeLogger(mLogger);
-        DDLog::flushLog();
-    }
-    LogRecorder(LogRecorder const&) = delete;
-    LogRecorder& operator=(LogRecorder const&) = delete;
-
-    std::vector<LogLine> lines() {
-        DDLog::flushLog();
-        std::lock_guard const lock(mLogger->mutex);
-        return mLogger->lines;
-    }
-    std::string onlyText() {
-        auto const logged = lines();
-        return logged.size() == 1 ? logged[0].text : std::to_string(logged.size()) + " lines";
-    }
-
-  private:
-    struct Logger final : DDAbstractLogger {
-        void logMessage(DDLogMessage const& message) override {
-            std::lock_guard const lock(mutex);
-            lines.push_back({message.logFlag, message.logMsg, message.fileName(), message.lineNumber});
-        }
-        std::mutex mutex;
-        std::vector<LogLine> lines;  ///< guarded by mutex
-    };
-    std::shared_ptr<Logger> mLogger = std::make_shared<Logger>();
-};
+/// The one line that was logged.
+std::string onlyText(LogRecorder& log) {
+    auto const logged = log.take();
+    return logged.size() == 1 ? logged[0].logMsg : std::to_string(logged.size()) + " lines";
+}
 
 Bytes const kKeepAlive = {0xAC, 0x02};  // as an argument of command 10
 constexpr char kPrefix[] = "TrovikModeIoLink: ";
@@ -83,16 +45,6 @@ TEST(IoLink, HoldsOneSessionAndIdentifiesTheDeviceForEachCommand) {
     EXPECT_TRUE(world.isUntouched());
 }
 
-TEST(IoLink, AwaitsTheReplyPastOtherPackets) {
-    SimulatedDevice world;
-
-    world.device().setBootState(simulator::BootState::Starting, world.clock.now());
-    world.addFault(Fault::onAnswer(113, FaultKind::ForeignFrames).withNumber(20));
-    world.addFault(Fault::onAnswer(113, FaultKind::LateAnswer).withDelay(milliseconds(2999)));
-    auto const facade = UsbTrovikModeIoLink::initWithPath(world.path());
-    EXPECT_TRUE(facade->sendIopCommand(113, {}, true, nullptr));
-}
-
 TEST(IoLink, DescribesAndLogsEachFailure) {
     struct {
         char const* what;
@@ -100,13 +52,8 @@ TEST(IoLink, DescribesAndLogsEachFailure) {
         std::string start, end;
         long long milliseconds;
     } const cases[] = {
-        {"no product data", Fault::onAnswer(255, FaultKind::NoAnswer), "issueCommand Timeout [",
-         "File: IOU_Session at Line: 258]", 3000},
         {"no reply to the command", Fault::onAnswer(113, FaultKind::NoAnswer), "issueCommand Timeout [",
          "File: IOU_Session at Line: 258]", 3000},
-        {"write not taken", Fault::onPacket(254, FaultKind::NotTaken), "issueCommand Timeout [",
-         "File: IOU_Session at Line: 230]", 3000},
-        {"unplugged", Fault::onPacket(254, FaultKind::Unplug), "issueCommand Failed [", " at Line: 178]", 0},
         {"product data too short",
          Fault::onAnswer(255, FaultKind::Garbage).withBytes(ScriptedDevice::packet(20, 255, {1})),
          "issueCommand Failed [File: IOA_ProductData at Line: ",
@@ -128,11 +75,11 @@ TEST(IoLink, DescribesAndLogsEachFailure) {
         EXPECT_EQ(error.domain, "NonvolToolErrorDomain");
         EXPECT_EQ(error.code, 0);
         EXPECT_EQ(error.userInfo["kept"], "yes");
-        auto const lines = log.lines();
+        auto const lines = log.take();
         ASSERT_EQ(lines.size(), 1U) << c.what;
-        EXPECT_EQ(lines[0].text, error.description());
-        EXPECT_EQ(lines[0].flag, DDLogFlagError);
-        EXPECT_EQ(lines[0].file + " " + std::to_string(lines[0].line), "TrovikModeUtil 55");
+        EXPECT_EQ(lines[0].logMsg, error.description());
+        EXPECT_EQ(lines[0].logFlag, DDLogFlagError);
+        EXPECT_EQ(lines[0].fileName() + " " + std::to_string(lines[0].lineNumber), "TrovikModeUtil 55");
     }
 }
 
@@ -160,7 +107,7 @@ TEST(IoLink, TellsTheClassesOfExceptionsApart) {
         EXPECT_EQ(error.description(), kPrefix + std::string(c.description));
         world.usb.endsWrite({.raise = c.raise});
         EXPECT_FALSE(facade->sendIopCommand(10, {}, false, nullptr));
-        EXPECT_EQ(log.onlyText(), error.description()) << "without an error object nothing is logged";
+        EXPECT_EQ(onlyText(log), error.description()) << "without an error object nothing is logged";
     }
 }
 
@@ -171,19 +118,19 @@ TEST(IoLink, ThatCannotBeMadeIsLoggedWithTheRaiseSite) {
     {
         LogRecorder log;
         EXPECT_FALSE(UsbTrovikModeIoLink::initWithPath(std::nullopt));
-        EXPECT_EQ(log.onlyText(),
+        EXPECT_EQ(onlyText(log),
                   "Error creating UsbTrovikModeIoLink at path:(null)\napp/TrovikMode/UsbTrovikModeIoLink on line 81");
     }
     {
         LogRecorder log;
         EXPECT_FALSE(UsbTrovikModeIoLink::initWithPath(path));
-        EXPECT_EQ(log.onlyText(),
+        EXPECT_EQ(onlyText(log),
                   "Error creating UsbTrovikModeIoLink at path:" + path + "\nlibs/IOU/mac/IOU_Session on line 116");
     }
     {
         LogRecorder log;
         EXPECT_THROW(UsbTrovikModeIoLink::initWithPath(path + "x"), int);
-        EXPECT_TRUE(log.lines().empty()) << "the caller's to log";
+        EXPECT_TRUE(log.take().empty()) << "the caller's to log";
     }
     EXPECT_TRUE(world.isUntouched());
 }
