@@ -7,11 +7,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "ANT/ANT_Exception.hpp"
 #include "GLO/GLO_CallStack.hpp"
 #include "GLO/GLO_ErrorReport.hpp"
-#include "THR/THR_Exception.hpp"
-#include "WIN/WIN_Error.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
 #include "simulator/world/SimulatedServices.hpp"
@@ -53,35 +50,7 @@ void Log(const std::string& line) {
     gLog += line;
 }
 
-/// The first handler of the application's order that an exception meets.
-template <typename T>
-std::string Handler(const T& thrown) {
-    try {
-        throw thrown;
-    } catch (const glo::Timeout_t&) {
-        return "time-out";
-    } catch (const ant::AuthenticateReject_t&) {
-        return "rejected";
-    } catch (const glo::CommunicationsError_t&) {
-        return "communications";
-    } catch (const glo::Exception_t&) {
-        return "library";
-    } catch (...) {
-        return "unknown";
-    }
-}
-
 }  // namespace
-
-TEST(Exception, IsCaughtByTheHandlersOfItsPlaceInTheTree) {
-    EXPECT_EQ(Handler(glo::Timeout_t("f", 1)), "time-out");
-    EXPECT_EQ(Handler(ant::AuthenticateReject_t("f", 1)), "rejected");
-    EXPECT_EQ(Handler(ant::Exception_t("f", 1, L"")), "communications");
-    EXPECT_EQ(Handler(thr::BadStackException_t("f", 1, L"")), "library");
-    EXPECT_EQ(Handler(win::RegError_t("f", 1, L"")), "library");
-    EXPECT_EQ(Handler(glo::Terminate_t("f", 1)), "library");
-    EXPECT_EQ(Handler(glo::ExitThread_t()), "unknown");
-}
 
 TEST(Exception, AnnouncesItselfOnceAndItsCopiesDoNot) {
     Output output;

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "WIN/WIN_Duration.hpp"
 #include "platform/Clock.hpp"
 #include "platform/Platform.hpp"
 
@@ -40,14 +39,4 @@ TEST(Timer, CountsWhileItRunsAndOnlyThen) {
     EXPECT_EQ(timer.ElapsedTime(), 250U);
     clock.now -= 5;
     EXPECT_EQ(timer.ElapsedTime(), 0U) << "no time is less than none";
-}
-
-TEST(Duration, IsACountOfMillisecondsOfItsOwnType) {
-    static_assert(!std::is_same_v<win::Duration_t, std::uint64_t>);
-    win::Duration_t duration = 1500;
-    const std::uint64_t count = duration;
-    EXPECT_EQ(count, 1500U);
-    EXPECT_EQ(duration.Seconds(), 1.5);
-    EXPECT_EQ(win::gcDurationInfinite, 4294967295U);
-    EXPECT_TRUE(duration < win::gcDurationInfinite);
 }

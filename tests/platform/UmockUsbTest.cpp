@@ -1,8 +1,6 @@
-#include <set>
 #include <stdexcept>
 
 #include "platform/Platform.hpp"
-#include "tests/support/Holdings.hpp"
 #include "tests/support/UmockBackend.hpp"
 #include "tests/support/UsbContract.hpp"
 
@@ -192,33 +190,6 @@ TEST_F(UmockUsbTest, WaitingForTheDeviceAsksTheKernelNothing) {
     EXPECT_EQ(after.emptyReaps, before.emptyReaps);
     EXPECT_EQ(after.reaped, before.reaped);
     EXPECT_EQ(after.other, before.other);
-}
-
-TEST_F(UmockUsbTest, NothingIsLeftBehindByManySessionsAndUnplugs) {
-    support::Holdings before;
-    std::set<std::uint64_t> ids;
-    for (int round = 0; round < 25; ++round) {
-        withDevice([](simulator::Device& device, simulator::Time) { device.record().clear(); });
-        const auto found = contract::present(registry());
-        ASSERT_EQ(found.size(), 2U);
-        EXPECT_TRUE(ids.insert(found[0].id).second);
-        {
-            Opened opened(*this, path, platform::CFUUIDCreateString());
-            opened.read(opened.interruptIn, true);
-            opened.read(opened.bulkIn, true);
-            opened.writeWhole(contract::kStart);
-            ASSERT_TRUE(opened.runUntilCompletions(2));
-            if (round % 2) usb.unplug();
-        }
-        if (round % 2 == 0) usb.unplug();
-        ASSERT_TRUE(isAtRest());
-        usb.plug();
-        if (round == 0) before = support::Holdings::now();
-    }
-    const auto requests = usb.requests();
-    EXPECT_LE(requests.reaped, requests.submitted);
-    support::Holdings::now().expectNoMoreSince(before);
-    EXPECT_EQ(std::dynamic_pointer_cast<platform::AsioRunLoop>(sharedLoop())->ModeCount(), 0U);
 }
 
 }  // namespace
