@@ -311,6 +311,23 @@ TEST(DDLog, LevelThatIsOffLogsNothingAndEvaluatesNothing) {
     EXPECT_EQ(logger->texts(), std::vector<std::string>{"1"});
 }
 
+TEST(DDLog, LevelsOfRegisteredClassesAreReachedByNameAndByClass) {
+    struct Class : DDRegisteredDynamicLogging {
+        std::uint32_t level = 3;
+        std::uint32_t ddLogLevel() const override { return level; }
+        void ddSetLogLevel(std::uint32_t to) override { level = to; }
+    } aClass;
+    DDLog::registerClass("Finder", &aClass);
+    EXPECT_EQ(DDLog::registeredClassNames(), std::vector<std::string>{"Finder"});
+    EXPECT_EQ(DDLog::logLevelForClass(DDLog::registeredClasses().at(0)), 3U);
+    DDLog::setLogLevelForClassWithName(31, "Finder");
+    DDLog::setLogLevelForClassWithName(1, "Nobody");
+    EXPECT_EQ(DDLog::logLevelForClassWithName("Finder"), 31U);
+    EXPECT_EQ(DDLog::logLevelForClassWithName("Nobody"), 0xFFFFFFFFU);
+    DDLog::unregisterClass("Finder");
+    EXPECT_TRUE(DDLog::registeredClasses().empty());
+}
+
 /// True when the quick way has taken the format on; what it made of it must be what the C library makes.
 __attribute__((format(printf, 1, 2))) bool formatsPlainly(const char* format, ...) {
     char plain[64], reference[128];

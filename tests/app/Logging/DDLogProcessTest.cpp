@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -42,6 +43,7 @@ class LoggingProcess : public testing::Test {
             ::setenv("LOGGING_TEST_FOLDER", mFolder->path().c_str(), 1);
         }
         data = std::getenv("LOGGING_TEST_FOLDER");
+        ::chmod(data.c_str(), 0755);
         ::setenv("XDG_DATA_HOME", data.c_str(), 1);
     }
     ~LoggingProcess() override {
@@ -139,6 +141,31 @@ TEST_F(LoggingProcess, KilledInTheMidstOfLoggingKeepsEveryLineThatWasAcknowledge
     EXPECT_GE(last[0], 399);
     for (std::size_t t = 0; t < kThreads; ++t) EXPECT_GE(last[t], (*acknowledged)[t]);
     ::munmap(acknowledged, sizeof(Acknowledged));
+}
+
+TEST_F(LoggingProcess, LogFolderThatCannotBeMadeOrWrittenToIsSurvived) {
+    // A file where the folder should be; and a folder that this user may not write to.
+    for (const bool readOnly : {false, true}) {
+        std::filesystem::remove_all(data + "/Trovik");
+        if (readOnly) {
+            std::filesystem::create_directories(data + "/Trovik/ResetTool");
+            ::chmod((data + "/Trovik/ResetTool").c_str(), 0555);
+        } else {
+            support::WriteFile(data + "/Trovik", "in the way");
+        }
+        // All ten failures are reported, then their end, and no more; the console has every line.
+        EXPECT_EXIT(
+            {
+                if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) std::exit(2);
+                platform::Platform services;
+                services.log = SystemLogLines::write;
+                const platform::PlatformScope scope(services);
+                setUpLogging();
+                for (int i = 0; i < 15; ++i) DDLogError("line %d", i);
+                std::exit(SystemLogLines::take().size() == 11 ? 0 : 3);
+            },
+            testing::ExitedWithCode(0), "line 0\n(.*\n)*.*line 14\n");
+    }
 }
 
 }  // namespace
