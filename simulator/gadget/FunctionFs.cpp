@@ -3,6 +3,7 @@
 #include <endian.h>
 #include <fcntl.h>
 #include <linux/usb/functionfs.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -75,11 +76,11 @@ void appendInterface(Bytes& out, bool highSpeed) {
 
 FunctionFs::FunctionFs(const std::string& name, const std::string& controller, const Profile& profile)
     : mGadget(kConfigFs + name),
-      mMountPoint("/run/" + name),
+      mMountPoint("/run/trovik-gadget." + name),
       mController(controller.empty() ? firstFreeController() : controller),
       mFunction("ffs." + name) {
+    reserve(name);
     try {
-        fs::create_directory(mGadget);
         writeFile(mGadget + "/idVendor", hexadecimal(profile.vendorId));
         writeFile(mGadget + "/idProduct", hexadecimal(profile.productId));
         writeFile(mGadget + "/bcdDevice", hexadecimal(profile.releaseNumber));
@@ -92,9 +93,8 @@ FunctionFs::FunctionFs(const std::string& name, const std::string& controller, c
         fs::create_symlink(mGadget + "/functions/" + mFunction, mGadget + "/configs/c.1/" + mFunction);
         fs::create_directories(mMountPoint);
         if (::mount(name.c_str(), mMountPoint.c_str(), "functionfs", 0, nullptr) != 0) fail("mounting " + mMountPoint);
-        mMounted = true;
         mControl = openEndpoint(mMountPoint + "/ep0");
-        describe(profile);
+        describe();
         mEndpoints[static_cast<std::size_t>(Pipe::InterruptIn)] = openEndpoint(mMountPoint + "/ep1");
         mEndpoints[static_cast<std::size_t>(Pipe::BulkIn)] = openEndpoint(mMountPoint + "/ep2");
         mEndpoints[static_cast<std::size_t>(Pipe::BulkOut)] = openEndpoint(mMountPoint + "/ep3");
@@ -108,7 +108,26 @@ FunctionFs::~FunctionFs() {
     tearDown();
 }
 
-void FunctionFs::describe(const Profile&) {
+/// What a killed process leaves behind is unbound and has no lock, since both end with its descriptors: it is removed.
+void FunctionFs::reserve(const std::string& name) {
+    const auto lock = [&] {
+        fs::create_directory(mGadget);
+        mReservation = FileDescriptor(::open(mGadget.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!mReservation) fail("opening " + mGadget);
+        if (::flock(mReservation.get(), LOCK_EX | LOCK_NB) != 0)
+            throw std::runtime_error("a gadget of the name " + name + " is running; choose another one with --name");
+    };
+    const bool leftover = fs::exists(mGadget);
+    lock();
+    if (!leftover) return;
+    std::string controller;
+    if (std::ifstream(mGadget + "/UDC") >> controller)
+        throw std::runtime_error(mGadget + " belongs to another program; choose another name with --name");
+    tearDown();
+    lock();
+}
+
+void FunctionFs::describe() {
     Bytes body;
     append(body, {4, 4});  // descriptors in each of the two sets
     appendInterface(body, false);
@@ -150,13 +169,14 @@ void FunctionFs::tearDown() noexcept {
     }
     for (auto& endpoint : mEndpoints) endpoint.reset();
     mControl.reset();
-    if (std::exchange(mMounted, false)) ::umount2(mMountPoint.c_str(), MNT_DETACH);
+    ::umount2(mMountPoint.c_str(), MNT_DETACH);  // where nothing is mounted it does nothing
     fs::remove(mMountPoint, ignored);
     fs::remove(mGadget + "/configs/c.1/" + mFunction, ignored);
     fs::remove(mGadget + "/configs/c.1", ignored);
     fs::remove(mGadget + "/functions/" + mFunction, ignored);
     fs::remove(mGadget + "/strings/0x409", ignored);
     fs::remove(mGadget, ignored);
+    mReservation.reset();
 }
 
 }  // namespace simulator

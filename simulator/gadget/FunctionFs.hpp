@@ -13,7 +13,7 @@ namespace simulator {
 /// A configfs gadget with one FunctionFS interface: what makes a kernel with a USB device controller appear to its host
 /// as the simulated device. The constructor puts everything in place without showing it; bind() and unbind() put the
 /// device on the bus and take it off. Needs the right to write configfs (root). Throws std::system_error, with the
-/// operation and the path in its text, when the kernel refuses something.
+/// operation and the path in its text, when the kernel refuses something; std::runtime_error when the name is taken.
 ///
 /// Owner thread only, but for the endpoint descriptors, which the threads that serve them may use.
 class FunctionFs {
@@ -38,15 +38,16 @@ class FunctionFs {
     const std::string& controller() const { return mController; }
 
   private:
-    void describe(const Profile& profile);
+    void reserve(const std::string& name);
+    void describe();
     void tearDown() noexcept;
 
     std::string mGadget;      ///< folder in configfs
     std::string mMountPoint;  ///< of the function's endpoints
     std::string mController;
     std::string mFunction;
-    bool mMounted = false;
     bool mBound = false;
+    FileDescriptor mReservation;  ///< the folder, locked: this process owns the gadget of that name
     FileDescriptor mControl;
     FileDescriptor mEndpoints[3];
 };

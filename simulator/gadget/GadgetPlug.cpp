@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <system_error>
 #include <vector>
 
 namespace simulator {
@@ -28,6 +29,14 @@ constexpr std::array kPipes = {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut};
 
 Time GadgetPlug::now() {
     return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now().time_since_epoch());
+}
+
+GadgetPlug::~GadgetPlug() {
+    try {
+        leaveBus();
+    } catch (const std::system_error&) {
+        // The controller has gone, and the device with it.
+    }
 }
 
 void GadgetPlug::step(std::initializer_list<int> descriptors, const std::function<void(int)>& ready) {

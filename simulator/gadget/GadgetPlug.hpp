@@ -17,7 +17,7 @@ class GadgetPlug {
   public:
     /// Both must outlive the plug.
     GadgetPlug(FunctionFs& function, Device& device) : mFunction(function), mDevice(device) {}
-    ~GadgetPlug() { leaveBus(); }
+    ~GadgetPlug();  ///< off the bus
     GadgetPlug(const GadgetPlug&) = delete;
     GadgetPlug& operator=(const GadgetPlug&) = delete;
 

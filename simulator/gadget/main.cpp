@@ -5,13 +5,16 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -30,6 +33,8 @@ const char* const kUsage =
     "  --controller NAME   as in /sys/class/udc (default: the first free one)\n"
     "  --profile NAME      handheld (default), wearable, old or instant\n"
     "  --reboot-time MS    how long the device stays off the bus when it reboots\n"
+    "  --product HEX       product id, 0003 unless given\n"
+    "  --release HEX       device release, 0001 unless given\n"
     "  --fault NAME        commits that fault once; may be given several times (--faults lists them)\n"
     "  --unplugged         starts with the cable out\n"
     "  --faults            lists the faults and ends\n"
@@ -52,14 +57,24 @@ Fault faultNamed(const std::string& name) {
     throw std::runtime_error("no fault is called \"" + name + "\"; --faults lists them");
 }
 
+template <typename Number>
+Number number(const std::string& text, const std::string& what, int base = 10) {
+    Number value{};
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value, base);
+    if (error != std::errc() || stop != end) throw std::runtime_error(what + " can't be \"" + text + "\"");
+    return value;
+}
+
 Options parse(int argc, char** argv) {
     const std::map<std::string, Profile (*)()> profiles = {{"handheld", &Profile::handheld},
                                                            {"wearable", &Profile::wearable},
                                                            {"old", &Profile::withoutProtocols},
                                                            {"instant", &Profile::instant}};
     Options options;
-    std::vector<std::string> faults;
-    long rebootTime = -1;
+    std::optional<std::uint32_t> rebootTime;
+    std::optional<std::uint16_t> product;
+    std::optional<std::uint16_t> release;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         const auto value = [&]() -> std::string {
@@ -81,7 +96,11 @@ Options parse(int argc, char** argv) {
             if (it == profiles.end()) throw std::runtime_error("no profile is called " + std::string(argv[i]));
             options.profile = it->second();
         } else if (option == "--reboot-time") {
-            rebootTime = std::stol(value());
+            rebootTime = number<std::uint32_t>(value(), option);
+        } else if (option == "--product") {
+            product = number<std::uint16_t>(value(), option, 16);
+        } else if (option == "--release") {
+            release = number<std::uint16_t>(value(), option, 16);
         } else if (option == "--fault") {
             options.faults.push_back(faultNamed(value()));
         } else if (option == "--unplugged") {
@@ -90,7 +109,9 @@ Options parse(int argc, char** argv) {
             throw std::runtime_error("unknown option " + option + "; --help lists what there is");
         }
     }
-    if (rebootTime >= 0) options.profile.rebootTime = std::chrono::milliseconds(rebootTime);
+    if (rebootTime) options.profile.rebootTime = std::chrono::milliseconds(*rebootTime);
+    if (product) options.profile.productId = *product;
+    if (release) options.profile.releaseNumber = *release;
     return options;
 }
 
@@ -127,8 +148,8 @@ bool obey(const std::string& line, Device& device) {
     } else if (order == "fault") {
         std::size_t digits = 0;
         while (digits < rest.size() && std::isdigit(static_cast<unsigned char>(rest[digits]))) ++digits;
-        Fault fault = faultNamed(rest.substr(digits > 0 ? digits + 1 : 0));
-        if (digits > 0) fault.committed(static_cast<unsigned>(std::stoul(rest)));
+        Fault fault = faultNamed(rest.substr(std::min(rest.size(), digits > 0 ? digits + 1 : 0)));
+        if (digits > 0) fault.committed(number<unsigned>(rest.substr(0, digits), "a fault's times"));
         device.addFault(std::move(fault));
     } else if (order == "drop") {
         std::istringstream values(rest);
@@ -148,7 +169,10 @@ bool obey(const std::string& line, Device& device) {
     } else if (order == "state") {
         std::cout << "state " << bootStateName(device.bootState()) << std::endl;
     } else if (order == "record") {
-        std::ofstream(rest) << device.record().text();
+        std::ofstream file(rest);
+        file << device.record().text();
+        file.close();
+        if (!file) throw std::runtime_error("the record can't be written to \"" + rest + "\"");
         std::cout << "recorded " << rest << std::endl;
     } else if (!order.empty()) {
         std::cout << "unknown order " << order << std::endl;
