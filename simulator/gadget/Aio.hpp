@@ -7,7 +7,7 @@
 #include <memory>
 #include <vector>
 
-#include "simulator/FileDescriptor.hpp"
+#include "platform/linux/FileDescriptor.hpp"
 #include "simulator/Types.hpp"
 
 namespace simulator {
@@ -46,7 +46,7 @@ class Aio {
     int submit(int endpoint, std::uint16_t operation, Bytes buffer, Completion completion);
 
     aio_context_t mContext = 0;
-    FileDescriptor mEvent;
+    platform::FileDescriptor mEvent;
     std::vector<std::unique_ptr<Transfer>> mPending;
 };
 

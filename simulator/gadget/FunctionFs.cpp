@@ -27,7 +27,7 @@ constexpr const char* kConfigFs = "/sys/kernel/config/usb_gadget/";
 }
 
 void writeFile(const std::string& path, const std::string& text) {
-    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    const platform::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
     if (!file || ::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
         fail("writing " + path);
 }
@@ -38,8 +38,8 @@ std::string hexadecimal(std::uint16_t value) {
     return text;
 }
 
-FileDescriptor openEndpoint(const std::string& path) {
-    FileDescriptor endpoint(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
+platform::FileDescriptor openEndpoint(const std::string& path) {
+    platform::FileDescriptor endpoint(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
     if (!endpoint) fail("opening " + path);
     return endpoint;
 }
@@ -112,7 +112,7 @@ FunctionFs::~FunctionFs() {
 void FunctionFs::reserve(const std::string& name) {
     const auto lock = [&] {
         fs::create_directory(mGadget);
-        mReservation = FileDescriptor(::open(mGadget.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        mReservation = platform::FileDescriptor(::open(mGadget.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!mReservation) fail("opening " + mGadget);
         if (::flock(mReservation.get(), LOCK_EX | LOCK_NB) != 0)
             throw std::runtime_error("a gadget of the name " + name + " is running; choose another one with --name");

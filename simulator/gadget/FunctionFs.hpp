@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "simulator/FileDescriptor.hpp"
+#include "platform/linux/FileDescriptor.hpp"
 #include "simulator/Profile.hpp"
 #include "simulator/Types.hpp"
 
@@ -47,9 +47,9 @@ class FunctionFs {
     std::string mController;
     std::string mFunction;
     bool mBound = false;
-    FileDescriptor mReservation;  ///< the folder, locked: this process owns the gadget of that name
-    FileDescriptor mControl;
-    FileDescriptor mEndpoints[3];
+    platform::FileDescriptor mReservation;  ///< the folder, locked: this process owns the gadget of that name
+    platform::FileDescriptor mControl;
+    platform::FileDescriptor mEndpoints[3];
 };
 
 }  // namespace simulator

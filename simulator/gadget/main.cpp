@@ -185,7 +185,7 @@ void run(const Options& options) {
     sigemptyset(&ends);
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ends, number);
     sigprocmask(SIG_BLOCK, &ends, nullptr);
-    const FileDescriptor signals(::signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK));
+    const platform::FileDescriptor signals(::signalfd(-1, &ends, SFD_CLOEXEC | SFD_NONBLOCK));
 
     Device device(options.profile);
     for (const Fault& fault : options.faults) device.addFault(fault);

@@ -60,7 +60,7 @@ NodeBacking::NodeBacking(UmockUsb::Node node) {
         attributes.mq_maxmsg = attributes.mq_msgsize = 1;
         static std::atomic<int> made = 0;
         const std::string name = format("/trovik.%d.%d", getpid(), ++made);
-        mQueue = FileDescriptor(
+        mQueue = platform::FileDescriptor(
             mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NONBLOCK | O_CLOEXEC, 0600, &attributes));
         check(bool(mQueue), "mq_open");
         mq_unlink(name.c_str());
@@ -71,8 +71,8 @@ NodeBacking::NodeBacking(UmockUsb::Node node) {
         termios raw{};
         cfmakeraw(&raw);
         check(openpty(&master, &slave, name, &raw, nullptr) == 0, "openpty");
-        mMaster = FileDescriptor(master);
-        mSlave = FileDescriptor(slave);
+        mMaster = platform::FileDescriptor(master);
+        mSlave = platform::FileDescriptor(slave);
         mTarget = name;
     }
     setReady(false);

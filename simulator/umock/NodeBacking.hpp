@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "simulator/FileDescriptor.hpp"
+#include "platform/linux/FileDescriptor.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
 namespace simulator {
@@ -28,7 +28,7 @@ class NodeBacking {
     static void forgiveSeeks(bool forgive);
 
   private:
-    FileDescriptor mQueue, mMaster, mSlave;
+    platform::FileDescriptor mQueue, mMaster, mSlave;
     std::string mTarget;
     bool mReady = true;
 };
