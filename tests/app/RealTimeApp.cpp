@@ -44,6 +44,7 @@ RealTimeApp::RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* use
 }
 
 RealTimeApp::~RealTimeApp() {
+    mGlobalQueue.join();  // its block may have been through for long, but only this says so
     window.reset();
     controller.reset();  // joins the listener
     DDLog::removeAllLoggers();
