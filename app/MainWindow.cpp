@@ -65,7 +65,8 @@ QString infoText(const char* key) {
 }
 
 QIcon applicationIcon() {
-    const auto path = platform::mainBundle().pathForResource("org.trovik.ResetTool", "svg", "");
+    // Pictures beside it, named @2x and @3x, are for magnified displays.
+    const auto path = platform::mainBundle().pathForResource("org.trovik.ResetTool", "png", "");
     return path ? QIcon(QString::fromStdString(*path)) : QIcon();
 }
 

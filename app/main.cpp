@@ -21,6 +21,7 @@
 #include "platform/linux/UdevRegistry.hpp"
 #include "platform/linux/UserDefaults.hpp"
 #include "platform/qt/QtMainQueue.hpp"
+#include "platform/qt/QtPreload.hpp"
 
 namespace {
 
@@ -81,6 +82,7 @@ class SystemLog {
 
 int main(int argc, char** argv) {
     platform::TerminateExceptionHandler exceptionHandler;
+    const platform::QtPreload preload;
     QApplication::setDesktopFileName(QStringLiteral("org.trovik.ResetTool"));
     QApplication application(argc, argv);
 

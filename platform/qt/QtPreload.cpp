@@ -1,0 +1,58 @@
+#include "platform/qt/QtPreload.hpp"
+
+#include <dlfcn.h>
+#include <fontconfig/fontconfig.h>
+
+#include <QByteArray>
+#include <QLibraryInfo>
+#include <QString>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace platform {
+namespace {
+
+/// The window system's plug-in where it can be told beforehand, else empty.
+std::string platformPlugin() {
+    std::string chosen = qgetenv("QT_QPA_PLATFORM").toStdString();
+    // Under Wayland the toolkit's choice depends on the desktop.
+    if (chosen.empty() && qgetenv("XDG_SESSION_TYPE") != "wayland" && !qEnvironmentVariableIsEmpty("DISPLAY")) {
+        chosen = "xcb";
+    }
+    return chosen.substr(0, chosen.find_first_of(":;"));  // options and second choices follow
+}
+
+/// Lazy binding, as the toolkit itself loads. Never closed: it is to be found loaded.
+void load(const std::filesystem::path& library) {
+    dlopen(library.c_str(), RTLD_LAZY);
+}
+
+void loadPlugins(const std::filesystem::path& folder, const std::string& platform) {
+    if (!platform.empty()) load(folder / "platforms" / ("libq" + platform + ".so"));
+    if (platform == "xcb") {
+        load("libXcursor.so.1");
+        load(folder / "platforminputcontexts/libcomposeplatforminputcontextplugin.so");
+    }
+    // The first picture that is read has all of them loaded, to ask each whether the picture is of its kind.
+    std::error_code error;
+    for (std::filesystem::directory_iterator file(folder / "imageformats", error), end; !error && file != end;
+         file.increment(error)) {
+        load(file->path());
+    }
+}
+
+}  // namespace
+
+QtPreload::QtPreload()
+    : mPlugins([folder = std::filesystem::path(QLibraryInfo::path(QLibraryInfo::PluginsPath).toStdString()),
+                platform = platformPlugin()] { loadPlugins(folder, platform); }) {
+    FcInit();
+}
+
+QtPreload::~QtPreload() {
+    mPlugins.join();
+}
+
+}  // namespace platform
