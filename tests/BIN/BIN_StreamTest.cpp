@@ -1,0 +1,359 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <map>
+#include <sstream>
+#include <tuple>
+#include <vector>
+
+#include "BIN/BIN_fstream.hpp"
+#include "BIN/BIN_stringstream.hpp"
+#include "GLO/GLO_Exception.hpp"
+#include "GLO/GLO_String.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+
+namespace {
+
+using std::ios_base;
+using Bytes = std::vector<unsigned char>;
+
+/// A stream over bytes that somebody else keeps.
+struct Borrowing : bin::stringstream {
+    explicit Borrowing(const std::string& bytes)
+        : stringstream(Borrowed_t{reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()}) {}
+};
+
+/// Does what the script says and answers with what really happened, in the script's own form. Its words are calls,
+/// each with its result and with the bits that are set after it: (e)nd, (f)ail, (b)ad. A value that isn't read stays 9.
+std::string Play(bin::istream& stream, const std::string& script) {
+    std::istringstream words(script);
+    std::ostringstream played;
+    unsigned long n = 0;
+    const auto value = [&](auto read) {
+        stream >> read;
+        played << '=' << +read;
+    };
+    const auto string = [&](const auto& bytes) { played << '=' << std::string(bytes.begin(), bytes.end()); };
+    const std::map<std::string, std::function<void()>> calls = {
+        {"bool", [&] { value(true); }},
+        {"byte", [&] { value(static_cast<unsigned char>(9)); }},
+        {"short", [&] { value(static_cast<unsigned short>(9)); }},
+        {"int", [&] { value(9U); }},
+        {"long", [&] { value(9L); }},
+        {"get", [&] { played << '=' << +stream.get(); }},
+        {"peek", [&] { played << '=' << stream.peek(); }},
+        {"at", [&] { played << '=' << stream.tellg(); }},
+        {"left", [&] { played << '=' << stream.RemainingSize(); }},
+        {"rest", [&] { string(dynamic_cast<bin::stringstream&>(stream).TakeRemaining()); }},
+        {"skip", [&] { stream.ignore(n); }},
+        {"skiptext", [&] { stream.ignore_string(); }},
+        {"seek", [&] { stream.seekg(n); }},
+        {"clear", [&] { stream.clear(static_cast<bin::ios::iostate>(n)); }},
+        {"text",
+         [&] {
+             std::string text = "9";
+             stream >> text;
+             string(text);
+         }},
+        {"read",
+         [&] {
+             std::string bytes(n, ' ');
+             stream.read(bytes.data(), n);
+             string(bytes.substr(0, stream.gcount()));
+         }},
+    };
+    for (std::string word; words >> word;) {
+        const std::string call = word.substr(0, word.find_first_of("=:"));
+        const std::string name = call.substr(0, call.find('('));
+        n = name == call ? 0 : std::stoul(call.substr(name.size() + 1));
+        played << (played.tellp() > 0 ? " " : "") << call;
+        calls.at(name)();
+        played << (stream.good() ? "" : ":") << (stream.eof() ? "e" : "")
+               << (stream.rdstate() & bin::ios::failbit ? "f" : "") << (stream.bad() ? "b" : "");
+    }
+    return played.str();
+}
+
+class Stream : public testing::Test {
+  protected:
+    /// Every way for a stream in memory to come by the same bytes.
+    static void InMemory(const std::string& bytes, const std::function<void(bin::stringstream&)>& action) {
+        const auto in = [&](const char* kind, bin::stringstream& stream) {
+            SCOPED_TRACE(kind);
+            action(stream);
+        };
+        bin::stringstream copied({bytes.begin(), bytes.end()});
+        in("copied", copied);
+        Borrowing borrowed(bytes);
+        in("borrowed", borrowed);
+        bin::stringstream written;
+        for (const char byte : bytes) written << byte;
+        in("written", written);
+    }
+
+    /// Both kinds of file that can be read.
+    template <typename Action>
+    void InFile(Action action) {
+        const auto in = [&](const char* kind, auto& stream) {
+            SCOPED_TRACE(kind);
+            action(stream);
+        };
+        bin::ifstream reader(mPath);
+        in("ifstream", reader);
+        bin::fstream both(mPath, ios_base::in);
+        in("fstream", both);
+    }
+
+    void Put(const std::string& bytes) { support::WriteFile(mFile, bytes); }
+    std::string Content() { return support::ReadFile(mFile); }
+
+    const support::TemporaryFolder mFolder;
+    const std::string mFile = mFolder / "\xC3\xA4.bin";
+    std::wstring mPath = glo::wstring(mFile, glo::gcUtf8Encoding);
+};
+using FileStream = Stream;
+
+TEST_F(Stream, ReadingFollowsTheSameRulesInMemoryAndInFiles) {
+    using namespace std::string_literals;
+    const std::string xs(300, 'x');  // longer than one block of a file's search for the 0 byte
+    const struct {
+        std::string bytes, script;
+    } cases[] = {
+        {"\1\0\0\0"s, "int=1:e peek=-1:e byte=9:ef bool=1:ef long=9:ef at=4:ef"},
+        {"\5\6\7"s, "short=1541 short=9:f at=2:f left=1:f peek=-1:f clear peek=7 get=7:e get=0:ef"},
+        {"abcd"s, "read(1)=a read(10)=bcd:e read(1)=:ef at=4:ef"},
+        {"A\0B\0CD"s, "text=A skiptext at=4 text=9:f at=4:f clear skiptext:f clear peek=67"},
+        {"\0"s, "text=:e skiptext:ef"},
+        {xs + "\0y\0"s, "text=" + xs + " at=301 text=y:e"},
+        {"abc"s, "skip(2) skip(0) peek=99 skip(18446744073709551615):e skip(0):e skip(1):ef at=3:ef"},
+        {"abc"s, "skip(3):e clear seek(3) get=0:f"},
+        {"abc"s, "seek(3) seek(4):f at=3:f clear(4):e seek(0):e byte=9:ef clear byte=97"},
+    };
+    for (const auto& c : cases) {
+        const auto plays = [&](bin::istream& stream) { EXPECT_EQ(Play(stream, c.script), c.script); };
+        InMemory(c.bytes, plays);
+        Put(c.bytes);
+        InFile(plays);
+    }
+}
+
+TEST_F(Stream, TakingAllThatRemainsInMemoryEqualsReadingByteByByte) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"abc", "rest=abc:e left=0:e rest=:e"}, {"abc", "skip(2) rest=c:e"}, {"", "peek=-1 get=0:f"}, {"", "rest=:f"}};
+    for (const auto& [bytes, script] : cases)
+        InMemory(bytes, [&script = script](auto& stream) { EXPECT_EQ(Play(stream, script), script); });
+    InMemory("abc", [](bin::stringstream& stream) {
+        EXPECT_EQ(Play(stream, "rest clear"), "rest=abc:e clear");
+        stream.seekp(stream.tellg());
+        stream << 'd';
+        EXPECT_EQ(Play(stream, "rest"), "rest=d:e") << "usable again";
+    });
+}
+
+TEST_F(FileStream, AlsoSeekFromWhereTheyAreAndFromTheEnd) {
+    Put("abcdefgh");
+    InFile([](auto& stream) {
+        EXPECT_EQ(stream.size(), 8U);
+        stream.seekg(-3, ios_base::end);
+        EXPECT_EQ(Play(stream, "get"), "get=102");
+        stream.seekg(-2, ios_base::cur);
+        EXPECT_EQ(Play(stream, "get skip(100)"), "get=101 skip(100):e");
+        for (const long offset : {-9L, 1L, std::numeric_limits<long>::min()}) {
+            stream.clear();
+            stream.seekg(offset, ios_base::end);
+            EXPECT_EQ(Play(stream, "at"), "at=8:f") << offset;
+        }
+    });
+}
+
+TEST_F(FileStream, EmptyOneIsAtItsEndAndMissingOrCutOneFails) {
+    InFile([](auto& stream) { EXPECT_EQ(Play(stream, "at"), "at=0:b") << "not there"; });
+    Put("");
+    InFile([](auto& stream) { EXPECT_EQ(Play(stream, "at"), "at=0:e"); });
+    Put("12345678");
+    InFile([this](auto& stream) {
+        stream.ignore(4);
+        ASSERT_EQ(::truncate(mFile.c_str(), 2), 0);
+        EXPECT_EQ(Play(stream, "left get"), "left=0 get=0:f");
+        Put("12345678");
+    });
+    mPath = glo::wstring(mFolder.path().native(), glo::gcUtf8Encoding);
+    InFile([](auto& stream) { EXPECT_EQ(Play(stream, "at"), "at=0:b") << "a folder is no file"; });
+}
+
+TEST_F(FileStream, KindsDifferWhereNoneIsOpenAndInReadsOfNoBytes) {
+    bin::ifstream reader;
+    EXPECT_EQ(Play(reader, "get"), "get=0:f");
+    bin::fstream both;
+    EXPECT_EQ(Play(both, "get peek"), "get=0 peek=-1");
+
+    Put("abc");
+    reader.open(mPath);
+    char byte = 0;
+    EXPECT_EQ(Play(reader, "at"), "at=0") << "opening anew forgets the earlier failure";
+    reader.BinInput(&byte, 0);
+    EXPECT_EQ(Play(reader, "at"), "at=0:f");
+    both.setstate(bin::ios::failbit);
+    both.open(mPath, ios_base::in);
+    both.BinInput(&byte, 0);
+    EXPECT_EQ(Play(both, "at"), "at=0");
+}
+
+TEST_F(Stream, InMemoryIsPatchedAndGrowsWhereverTheReadPositionIs) {
+    const std::string original = "123456";
+    InMemory(original, [](bin::stringstream& stream) {
+        const auto holds = [&](Bytes bytes) { EXPECT_EQ(stream.Buffer(), bytes); };
+        stream.ignore(1);
+        stream.seekp(4);
+        stream << 0x0A090807U;
+        EXPECT_EQ(stream.tellp(), 8U);
+        EXPECT_EQ(Play(stream, "at left"), "at=1 left=7");
+        stream.seekp(0);
+        stream << 'a';
+        holds({'a', '2', '3', '4', 7, 8, 9, 10});
+        stream.seekp(10);
+        stream << 'b';
+        holds({'a', '2', '3', '4', 7, 8, 9, 10, 0, 0, 'b'});
+        EXPECT_EQ(Play(stream, "read(3)"), "read(3)=234");
+    });
+    EXPECT_EQ(original, "123456") << "borrowed bytes are left alone";
+
+    std::string bytes(500, 'x');
+    InMemory(bytes, [bytes](bin::stringstream& stream) mutable {
+        stream.seekp(2);
+        stream << 'y';
+        bytes[2] = 'y';
+        stream.seekp(700);
+        bytes.resize(700);
+        EXPECT_EQ(stream.TakeRemaining(), Bytes(bytes.begin(), bytes.end()));
+        EXPECT_EQ(Play(stream, "left"), "left=0:e");
+    });
+}
+
+TEST_F(FileStream, OutputReplacesTheFileAndExpandsIt) {
+    Put("something longer");
+    bin::ofstream stream(mPath);
+    stream << 0x64636261U;
+    stream.seekp(1);
+    stream.expand(5000, 'z');
+    EXPECT_EQ(stream.tellp(), 1U);
+    stream << 'B';
+    stream.seekp(-1, ios_base::end);
+    stream << 'E';
+    stream.seekp(-6000, ios_base::cur);
+    EXPECT_EQ(stream.rdstate(), bin::ios::failbit);
+    stream << "lost";
+    stream.close();
+    EXPECT_EQ(Content(), "aBcd" + std::string(4999, 'z') + "E");
+
+    EXPECT_TRUE(bin::ofstream(mPath + L"/no/such").bad());
+    bin::ofstream closed;
+    closed << 'x';
+    EXPECT_TRUE(closed.bad());
+}
+
+TEST_F(FileStream, OpenModesFollowTheTable) {
+    constexpr auto in = ios_base::in, out = ios_base::out, trunc = ios_base::trunc, app = ios_base::app;
+    constexpr int cNone = -1;
+    const std::pair<ios_base::openmode, int> cases[] = {
+        {in, 0},        {out | ios_base::binary, 1}, {out | trunc, 1},           {out | app | ios_base::ate, 2},
+        {in | out, 3},  {in | out | trunc, 4},       {in | out | app, 5},        {in | app | ios_base::binary, 5},
+        {trunc, cNone}, {in | trunc, cNone},         {out | app | trunc, cNone}, {ios_base::openmode(), cNone}};
+    for (const auto& [modes, number] : cases) {
+        fil::OpenMode_t mode{};
+        ASSERT_EQ(bin::FileOpenMode(modes, mode), number != cNone) << modes;
+        EXPECT_EQ(static_cast<int>(mode), std::max(number, 0)) << modes;
+    }
+    EXPECT_TRUE(bin::fstream(mPath, trunc).bad());
+}
+
+TEST_F(FileStream, BothWaysKeepsTwoPositionsAndAFreshReadAhead) {
+    bin::fstream stream(mPath, ios_base::in | ios_base::out | ios_base::trunc);
+    const auto plays = [&](const std::string& script) { EXPECT_EQ(Play(stream, script), script); };
+    plays("at=0:e");
+    for (int i = 0; i < 1000; ++i) stream << i;
+    EXPECT_EQ(stream.tellp(), 4000U);
+    plays("at=0");  // there is something to read now
+    for (int i = 0; i < 300; ++i) plays("int=" + std::to_string(i));
+    stream.seekp(1200);
+    stream << 7;  // the next one to be read, which lies in the read-ahead
+    plays("int=7");
+    std::string block(2000, ' ');
+    stream.BinInput(block.data(), block.size());  // past the read-ahead, straight from the file
+    EXPECT_EQ(block.substr(1996), std::string("\x20\3\0\0", 4));
+    plays("at=3204 int=801 skip(1000):e");
+    stream.expand(2, 'x');
+    EXPECT_EQ(stream.tellp(), 1204U);
+    plays("read(1)=x");
+    stream.seekp(-2, ios_base::end);
+    stream << 'a' << 'b';
+    plays("read(1)=b:e");
+    stream.close();
+    EXPECT_FALSE(stream.isopen());
+    EXPECT_EQ(Content().size(), 4002U);
+}
+
+TEST_F(FileStream, AppendingWritesGoToTheEndWhereverThePositionIs) {
+    Put("ab");
+    bin::fstream stream(mPath, ios_base::in | ios_base::out | ios_base::app);
+    EXPECT_EQ(stream.tellp(), 0U);
+    stream << 'c';
+    EXPECT_EQ(stream.tellp(), 3U);
+    EXPECT_EQ(Play(stream, "read(1)"), "read(1)=a");
+    stream.open(mPath, ios_base::out | ios_base::app | ios_base::ate);
+    EXPECT_EQ(stream.tellp(), 3U);
+    EXPECT_EQ(Play(stream, "at"), "at=3");
+    stream << 'd';
+    EXPECT_TRUE(stream.good());
+    stream.get();
+    EXPECT_TRUE(stream.bad()) << "not open for reading";
+    EXPECT_EQ(Content(), "abcd");
+}
+
+TEST_F(FileStream, ShareModesKeepOthersOut) {
+    using Share = fil::ShareMode_t;
+    using Mode = fil::OpenMode_t;
+    const std::tuple<Mode, Share, Mode, Share, bool> cases[] = {
+        {Mode::Write, Share::DenyAll, Mode::Read, Share::DenyNone, true},  // advisory
+        {Mode::Write, Share::DenyAll, Mode::Read, Share::DenyWrite, false},
+        {Mode::Read, Share::DenyWrite, Mode::Read, Share::DenyWrite, true},
+        {Mode::Read, Share::DenyWrite, Mode::Write, Share::DenyWrite, false},
+        {Mode::Read, Share::DenyWrite, Mode::Read, Share::DenyAll, false},
+        {Mode::Read, Share::DenyNone, Mode::Append, Share::DenyAll, true},
+    };
+    for (const auto& [firstMode, firstShare, secondMode, secondShare, opens] : cases) {
+        Put("kept");
+        fil::File_t first, second;
+        first.Open(mPath, firstMode, firstShare);
+        if (opens) {
+            EXPECT_NO_THROW(second.Open(mPath, secondMode, secondShare));
+        } else {
+            EXPECT_THROW(second.Open(mPath, secondMode, secondShare), glo::FileError_t);
+            EXPECT_FALSE(second.IsOpen());
+            EXPECT_EQ(Content(), firstMode == Mode::Write ? "" : "kept") << "a refused writer empties nothing";
+        }
+    }
+}
+
+TEST_F(FileStream, FileErrorsNameTheReasonAndThePath) {
+    fil::File_t file;
+    try {
+        file.Open(mPath, fil::OpenMode_t::ReadWrite);
+        FAIL() << "opened what is not there";
+    } catch (const glo::FileError_t& e) {
+        EXPECT_EQ(e.File(), "libs/FIL/FIL_File");
+        EXPECT_EQ(e.Message(), L"No such file or directory. Path: " + mPath);
+    }
+    EXPECT_THROW(file.Size(), glo::FileError_t);
+    EXPECT_THROW(file.Position(), glo::FileError_t);
+    EXPECT_THROW(file.Write("x", 1), glo::FileError_t);
+    file.Open(mPath, fil::OpenMode_t::ReadWriteCreate);
+    EXPECT_THROW(file.Seek(-1, fil::File_t::From_t::Begin), glo::FileError_t);
+    char byte = 0;
+    EXPECT_EQ(file.Read(&byte, 1), 0U);
+}
+
+}  // namespace
