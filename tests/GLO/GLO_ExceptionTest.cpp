@@ -2,16 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <memory>
 #include <stdexcept>
 
 #include "GLO/GLO_CallStack.hpp"
 #include "GLO/GLO_ErrorReport.hpp"
-#include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
+#include "platform/linux/Bundle.hpp"
 #include "simulator/world/SimulatedServices.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 namespace {
 
@@ -23,26 +21,6 @@ class Output : public glo::DebugOutputIntf_t {
     }
     std::string lines;
     bool fails = false;
-};
-
-class Bundle : public platform::NSBundle {
-  public:
-    std::string bundleIdentifier() const override { return {}; }
-    const platform::PropertyList::Dictionary& infoDictionary() const override { return mInfo; }
-    std::vector<std::string> preferredLocalizations() const override { return {}; }
-    std::string localizedStringForKey(const std::string& key, const std::string& value,
-                                      const std::string& table) const override {
-        return table + "/" + key + "/" + value + "\xC3\xA9";
-    }
-    std::optional<std::string> pathForResource(const std::string& name, const std::string& type,
-                                               const std::string& folder) const override {
-        return script.empty() || folder != "Scripts" || name + "." + type != "ErrorReport.scpt" ? std::nullopt
-                                                                                                : std::optional(script);
-    }
-    std::string script;
-
-  private:
-    platform::PropertyList::Dictionary mInfo;
 };
 
 std::string gLog;
@@ -90,15 +68,18 @@ TEST(Exception, WhatSharesOneTextAmongAllExceptions) {
 }
 
 TEST(Exception, UserTextOfInvalidInputComesFromTheNamedTable) {
-    Bundle bundle;
+    const support::TemporaryFolder folder;
+    for (const std::string table : {"CRL_Common", "UNITS2", "Localizable"}) {
+        const platform::PropertyList::Dictionary texts{{"key", {table + "\xC3\xA9"}}};
+        support::WriteFile(folder / ("en.lproj/" + table + ".strings"), platform::formatPropertyList({texts}));
+    }
+    platform::Bundle bundle(folder.path(), {"en"});
     platform::PlatformScope scope({.mainBundle = &bundle});
-    const struct {
-        const wchar_t* table;
-        const wchar_t* text;
-    } cases[] = {{L"cRl", L"CRL_Common/key/\xE9"}, {L"Units2", L"UNITS2/key/\xE9"}, {L"", L"/key/\xE9"}};
-    for (const auto& c : cases) {
-        const glo::InvalidInput_t e(c.table, L"key", "f", 81);
-        EXPECT_EQ(e.UserText(), c.text);
+    const wchar_t* const cases[][2] = {
+        {L"cRl", L"CRL_Common\xE9"}, {L"Units2", L"UNITS2\xE9"}, {L"", L"Localizable\xE9"}, {L"absent", L"key"}};
+    for (const auto& [table, text] : cases) {
+        const glo::InvalidInput_t e(table, L"key", "f", 81);
+        EXPECT_EQ(e.UserText(), text);
         EXPECT_EQ(e.Message(), L"");
         EXPECT_EQ(e.Line(), 81);
     }
@@ -107,19 +88,17 @@ TEST(Exception, UserTextOfInvalidInputComesFromTheNamedTable) {
 TEST(Exception, BoundaryLogsWhatItCaughtInTheFixedForm) {
     platform::PlatformScope scope({.log = Log});
     gLog.clear();
-    try {
-        throw glo::Terminate_t("libs/X/X_File", 7);
-    } catch (...) {
-        glo::LogCaughtException("libs/Y/Y_Port", 8);
-    }
-    try {
-        throw 1;
-    } catch (...) {
-        glo::LogCaughtException("libs/Y/Y_Port", 9);
+    for (const bool isKnown : {true, false}) {
+        try {
+            if (isKnown) throw glo::Terminate_t("libs/X/X_File", 7);
+            throw 1;
+        } catch (...) {
+            glo::LogCaughtException("libs/Y/Y_Port", 8);
+        }
     }
     EXPECT_EQ(gLog,
               "Exception thrown at libs/X/X_File, 7; caught at libs/Y/Y_Port, 8\n"
-              "Unknown exception caught at libs/Y/Y_Port, 9\n");
+              "Unknown exception caught at libs/Y/Y_Port, 8\n");
 }
 
 TEST(CallStack, LinesAreDemangledWhereTheyHoldAName) {
@@ -140,21 +119,16 @@ TEST(CallStack, LinesAreDemangledWhereTheyHoldAName) {
 }
 
 TEST(ErrorReport, CallsTheSubroutineOfTheBundlesScript) {
-    Bundle bundle;
+    const support::TemporaryFolder folder;
+    platform::Bundle bundle(folder.path(), {});
     simulator::RecordingScriptRunner scripts;
     platform::PlatformScope scope({.mainBundle = &bundle, .scriptRunner = &scripts, .log = Log});
-    const auto send = [] { glo::sendErrorReport(L"a", L"b\"\\", L"\xE9", L"", -1, L"e"); };
-    send();  // no script, no report
     gLog.clear();
-    bundle.script = testing::TempDir() + "no such script";
-    send();
-    EXPECT_NE(gLog.find("no such script"), std::string::npos);
-    EXPECT_TRUE(scripts.calls.empty());
-
-    bundle.script = testing::TempDir() + "ErrorReport.scpt";
-    std::ofstream(bundle.script) << "on error_report(a)";
-    send();
-    std::filesystem::remove(bundle.script);
-    EXPECT_EQ(scripts.calls.at(0),
-              "on error_report(a)\nerror_report(\"a\", \"b\\\"\\\\\", \"\xC3\xA9\", \"\", -1, \"e\")\n");
+    for (const char* const script : {"absent", "", "on error_report(a)"}) {
+        if (script != std::string("absent")) support::WriteFile(folder / "Scripts/ErrorReport.scpt", script);
+        glo::sendErrorReport(L"a", L"b\"\\", L"\xE9", L"", -1, L"e");
+    }
+    EXPECT_EQ(gLog, "The script " + folder / "Scripts/ErrorReport.scpt" + " could not be read") << "the empty one";
+    EXPECT_EQ(scripts.calls, std::vector<std::string>{"on error_report(a)\nerror_report(\"a\", \"b\\\"\\\\\", "
+                                                      "\"\xC3\xA9\", \"\", -1, \"e\")\n"});
 }

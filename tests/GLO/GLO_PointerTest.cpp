@@ -6,7 +6,6 @@
 #include "GLO/GLO_AutoPtr.hpp"
 #include "GLO/GLO_Optional.hpp"
 #include "GLO/GLO_SmartPtr.hpp"
-#include "GLO/GLO_Time.hpp"
 
 namespace {
 
@@ -21,59 +20,56 @@ struct Derived : Base {};
 
 struct Counted : glo::RefCounter_t, Base {};
 
+struct NothingStays : testing::Test {
+    void TearDown() override { EXPECT_EQ(gLiving, 0); }
+};
+using AutoPtr = NothingStays;
+using SmartPtr = NothingStays;
+
 }  // namespace
 
-TEST(AutoPtr, OwnsOneObjectAtATime) {
-    {
-        glo::AutoPtr<Base> pointer(new Base);
-        pointer.reset(pointer.get());
-        EXPECT_EQ(gLiving, 1) << "the held object is not deleted for itself";
-        pointer.reset(new Derived);
-        EXPECT_EQ(gLiving, 1);
-        glo::AutoPtr<Derived> other(new Derived);
-        pointer = std::move(other);
-        EXPECT_EQ(gLiving, 1);
-        EXPECT_FALSE(other);
-        delete pointer.release();
-        EXPECT_EQ(gLiving, 0);
-        pointer = glo::AutoPtr<Base>(new Base);
-    }
+TEST_F(AutoPtr, OwnsOneObjectAtATime) {
+    glo::AutoPtr<Base> pointer(new Base);
+    pointer.reset(pointer.get());
+    EXPECT_EQ(gLiving, 1) << "the held object is not deleted for itself";
+    pointer.reset(new Derived);
+    EXPECT_EQ(gLiving, 1);
+    glo::AutoPtr<Derived> other(new Derived);
+    pointer = std::move(other);
+    EXPECT_EQ(gLiving, 1);
+    EXPECT_FALSE(other);
+    delete pointer.release();
     EXPECT_EQ(gLiving, 0);
+    pointer = glo::AutoPtr<Base>(new Base);
 }
 
-TEST(SmartPtr, DeletesTheObjectWithTheLastOfItsPointers) {
-    {
-        glo::SmartPtr_t<Counted> first(new Counted);
-        glo::SmartPtr_t<Counted> second(first);
-        glo::SmartPtr_t<Counted> third(second.get());
-        EXPECT_TRUE(first == third);
-        first = nullptr;
-        second = std::move(third);
-        EXPECT_FALSE(third);
-        EXPECT_EQ(gLiving, 1);
-        glo::SmartPtr_t<Counted> copied(new Counted(*second));
-        EXPECT_EQ(gLiving, 2);
-        copied = second;
-        EXPECT_EQ(gLiving, 1);
-        const auto& itself = second;
-        second = itself;
-    }
-    EXPECT_EQ(gLiving, 0);
+TEST_F(SmartPtr, DeletesTheObjectWithTheLastOfItsPointers) {
+    glo::SmartPtr_t<Counted> first(new Counted);
+    glo::SmartPtr_t<Counted> second(first);
+    glo::SmartPtr_t<Counted> third(second.get());
+    EXPECT_TRUE(first == third);
+    first = nullptr;
+    second = std::move(third);
+    EXPECT_FALSE(third);
+    EXPECT_EQ(gLiving, 1);
+    glo::SmartPtr_t<Counted> copied(new Counted(*second));
+    EXPECT_EQ(gLiving, 2);
+    copied = second;
+    EXPECT_EQ(gLiving, 1);
+    const auto& itself = second;
+    second = itself;
 }
 
-TEST(SmartPtr, CountsAcrossThreads) {
-    {
-        const glo::SmartPtr_t<Counted> shared(new Counted);
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.emplace_back([mine = shared] {
-                for (int n = 0; n < 1000; ++n) glo::SmartPtr_t<Counted> copy(mine);
-            });
-        }
-        for (auto& thread : threads) thread.join();
-        EXPECT_EQ(gLiving, 1);
+TEST_F(SmartPtr, CountsAcrossThreads) {
+    const glo::SmartPtr_t<Counted> shared(new Counted);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([mine = shared] {
+            for (int n = 0; n < 1000; ++n) glo::SmartPtr_t<Counted> copy(mine);
+        });
     }
-    EXPECT_EQ(gLiving, 0);
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(gLiving, 1);
 }
 
 template <typename T>

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <functional>
 #include <future>
 #include <thread>
@@ -26,17 +25,17 @@ std::vector<std::string> gLog;  // gLogMutex
 class CallTest : public ::testing::Test {
   protected:
     platform::AsioRunLoops runLoops;
-    const platform::PlatformScope scope{[this] {
-        platform::Platform platform;
-        platform.runLoops = &runLoops;
-        platform.log = [](const std::string& line) {
-            const std::lock_guard lock(gLogMutex);
-            gLog.push_back(line);
-        };
-        return platform;
-    }()};
+    const platform::PlatformScope scope{{.runLoops = &runLoops, .log = [](const std::string& line) {
+                                             const std::lock_guard lock(gLogMutex);
+                                             gLog.push_back(line);
+                                         }}};
 
     ~CallTest() override { LocalPort_t::ReleaseLocalPort(); }
+
+    /// Has the thread's own loop run a block.
+    static void Post(std::function<void()> block) {
+        platform::CFRunLoopGetCurrent()->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode, std::move(block));
+    }
 };
 
 /// File, line and message of what the action throws.
@@ -100,10 +99,8 @@ class Counter_t : public Object_t {
 
 /// Runs when a thread has ended but for this: its port is released by then.
 struct AtThreadEnd {
-    std::function<void()> action;
-    ~AtThreadEnd() {
-        if (action) action();
-    }
+    std::function<void()> action = [] {};
+    ~AtThreadEnd() { action(); }
 };
 thread_local AtThreadEnd gAtThreadEnd;
 
@@ -203,7 +200,7 @@ TEST_F(CallTest, APortRefusesWhatIsNoCallAndLogsWhatItCantDeliver) {
                 ::testing::EndsWith(L" CFMessagePortSendRequest ReturnCode = -3"));
 }
 
-TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswer) {
+TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswerOrRaiseWhatTheyThrow) {
     Counter_t mine;
     Server server(mine);
     for (int i = 1; i <= 20; ++i) server.reference->CallAsync(Counter_t::Add, Stack(i));
@@ -211,6 +208,11 @@ TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswer) {
     // The server calls this thread back while this thread waits for the server.
     EXPECT_EQ(server.Call(Counter_t::AddThroughPeer, 5), 1220);
     EXPECT_EQ(mine.mCount, 5);
+
+    EXPECT_EQ(Raised([&] { server.reference->CallSync(Counter_t::Throw, {}); }), L"some/File 77 why");
+    EXPECT_THROW(server.reference->CallSync(Counter_t::ThrowInteger, {}), Exception_t);
+    EXPECT_THROW(server.reference->CallSync(Counter_t::Add, {}), Exception_t) << "an argument is missing";
+    EXPECT_EQ(server.Call(Counter_t::Add, 3), 1223) << "the thread still serves";
 }
 
 TEST_F(CallTest, ACallMayDestroyItsObject) {
@@ -226,15 +228,6 @@ TEST_F(CallTest, ACallMayDestroyItsObject) {
         << "nobody has the id any more";
 }
 
-TEST_F(CallTest, WhatASynchronousCallThrowsIsRaisedAtTheCaller) {
-    Counter_t mine;
-    Server server(mine);
-    EXPECT_EQ(Raised([&] { server.reference->CallSync(Counter_t::Throw, {}); }), L"some/File 77 why");
-    EXPECT_THROW(server.reference->CallSync(Counter_t::ThrowInteger, {}), Exception_t);
-    EXPECT_THROW(server.reference->CallSync(Counter_t::Add, {}), Exception_t) << "an argument is missing";
-    EXPECT_EQ(server.Call(Counter_t::Add, 3), 3) << "the thread still serves";
-}
-
 TEST_F(CallTest, TheEndOfTheCalledThreadEndsAWaitingCall) {
     Counter_t mine;
     Server server(mine);
@@ -242,8 +235,7 @@ TEST_F(CallTest, TheEndOfTheCalledThreadEndsAWaitingCall) {
     server.reference->CallAsync(Counter_t::Hold, Stack(&mayEnd));
     server.reference->CallAsync(Counter_t::Finish, {});
     // Served once the call waits for its answer; the thread then ends with the call still in its queue.
-    platform::CFRunLoopGetCurrent()->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode,
-                                                           [&] { mayEnd.set_value(); });
+    Post([&] { mayEnd.set_value(); });
     EXPECT_THAT(Raised([&] { server.reference->CallSync(Counter_t::Add, Stack(1)); }),
                 ::testing::EndsWith(L" The called thread has ended."));
     server.reference.reset();
@@ -288,15 +280,12 @@ TEST_F(CallTest, ABoundFunctorSeesTheCancelOfAnotherThread) {
 
 TEST_F(CallTest, TheRunLoopEndsByAbortAndByTheLastReleaseAndByNothingElse) {
     Counter_t mine;
-    const auto post = [](std::function<void()> block) {
-        platform::CFRunLoopGetCurrent()->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode, std::move(block));
-    };
     int served = 0;
-    post([&] { ++served, throw 1; });
-    post([&] { ++served, throw Exception_t("x", 1, L""); });
-    post([&] { ++served, throw AbortThread_t("x", 1); });
-    post([&] { ++served, LocalPort_t::GetLocalPort().RemoveReference(mine.Id()); });
-    post([&] { ++served; });
+    Post([&] { ++served, throw 1; });
+    Post([&] { ++served, throw Exception_t("x", 1, L""); });
+    Post([&] { ++served, throw AbortThread_t("x", 1); });
+    Post([&] { ++served, LocalPort_t::GetLocalPort().RemoveReference(mine.Id()); });
+    Post([&] { ++served; });
     mine.RunLoop();
     EXPECT_EQ(served, 3);
     mine.RunLoop();
@@ -307,7 +296,7 @@ TEST_F(CallTest, TheRunLoopEndsByAbortAndByTheLastReleaseAndByNothingElse) {
 
 TEST_F(CallTest, ProcessMessageUntilServesUntilTheMomentAndNotInThePast) {
     bool isServed = false;
-    platform::CFRunLoopGetCurrent()->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode, [&] { isServed = true; });
+    Post([&] { isServed = true; });
     ProcessMessageUntil(platform::CFAbsoluteTimeGetCurrent() - 1);
     EXPECT_FALSE(isServed);
     const double until = platform::CFAbsoluteTimeGetCurrent() + 0.002;
