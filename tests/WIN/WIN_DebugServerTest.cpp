@@ -89,15 +89,10 @@ TEST_F(DebugServerTest, ExceptionsAnnounceThemselvesWhenShowDebugIsOn) {
 }
 
 // Reading the switch raises an exception, which announces itself on the server that asks for the switch. Without care
-// the first use of either would wait for itself for ever.
+// the first use of the server would wait for itself for ever.
 TEST_F(DebugServerTest, AnExceptionRaisedWhileTheServerIsMadeDoesNotComeBackToIt) {
     StoreSettings({{"ShowDebug", {std::string("not a flag")}}});
     EXPECT_FALSE(DebugServer().IsEnabled());
-}
-
-TEST_F(DebugServerTest, AnExceptionRaisedWhileTheSwitchesAreReadDoesNotComeBackToThem) {
-    StoreSettings({{"ShowDebug", {std::string("not a flag")}}});
-    EXPECT_FALSE(Registry().ShowDebug().IsKnown());
 }
 
 TEST_F(DebugServerTest, APrintWithinAPrintIsDropped) {
@@ -148,9 +143,7 @@ TEST_F(DebugServerTest, OutputThatCantBeWrittenIsLostSilently) {
 }
 
 TEST(TimeStamp, AMomentWithoutACalendarDateHasAStandIn) {
-    using Flag = glo::Time_t::DateFlag_t;
-    EXPECT_EQ(TimeStampText(glo::Time_t(std::int64_t{1} << 62), Flag::NoDate), "00:00:00  ");
-    EXPECT_EQ(TimeStampText(glo::Time_t(0), Flag::NoDate).size(), 8u);
+    EXPECT_EQ(TimeStampText(glo::Time_t(std::int64_t{1} << 62), glo::Time_t::DateFlag_t::NoDate), "00:00:00  ");
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #include "WIN/WIN_Registry.hpp"
 
+#include <gmock/gmock.h>
+
 #include <cstring>
-#include <limits>
 
 #include "WIN/WIN_AppMetaData.hpp"
 #include "WIN/WIN_CRegistry.hpp"
@@ -12,6 +13,8 @@ namespace win {
 namespace {
 
 using platform::PropertyList;
+using ::testing::Property;
+using ::testing::Throws;
 using Utils = RegistryUtils;
 
 class RegistryTest : public SettingsTest {};
@@ -173,12 +176,7 @@ TEST_F(RegistryTest, TypedValuesReadWriteAndGoBackToTheirDefault) {
     EXPECT_FALSE(span.IsKnown());
     span.SetToDefault();
     RegValue_t<std::wstring> text(key, L"text");
-    try {
-        text.Get();
-        FAIL();
-    } catch (const RegException_t& exception) {
-        EXPECT_EQ(exception.Message(), L"\\text");
-    }
+    EXPECT_THAT([&] { text.Get(); }, Throws<RegException_t>(Property(&RegException_t::Message, L"\\text")));
     text.Set(L"written");
     ConstRegValue_t<std::wstring> other(key, L"text");
     EXPECT_FALSE(other.IsKnown());
@@ -197,19 +195,16 @@ TEST_F(RegistryTest, TypedValuesReadWriteAndGoBackToTheirDefault) {
     EXPECT_FALSE(RegValue_t<bool>(key, L"long flag").IsKnown());
     EXPECT_FALSE(RegValue_t<bool>(key, L"text as flag", true).IsKnown());
     ConstRegValue_t<bool> flag(key, L"text as flag");
-    try {
-        flag.Refresh();
-        FAIL();
-    } catch (const RegError_t& exception) {
-        EXPECT_EQ(exception.Message(), L"text as flag");
-    }
+    EXPECT_THAT([&] { flag.Refresh(); }, Throws<RegError_t>(Property(&RegError_t::Message, L"text as flag")));
 }
 
 TEST_F(RegistryTest, SwitchesThatAreNeitherOffNorOnGoBackToTheirDefault) {
     StoreSettings({{"UseLocalTime", Bytes({7})},
                    {"ShowDebug", Bytes({2})},
                    {"ShowUsbDebug", Bytes({1})},
+                   {"UserUtcOffset", {std::string("x")}},
                    {"UserTimeZoneId", {std::string("Z")}}});
+    // The text in place of a number raises an exception, which announces itself on a server that asks for a switch.
     Registry_t& registry = Registry();
     EXPECT_TRUE(registry.UseLocalTime().Get());
     EXPECT_FALSE(registry.ShowDebug().IsKnown());
@@ -218,9 +213,10 @@ TEST_F(RegistryTest, SwitchesThatAreNeitherOffNorOnGoBackToTheirDefault) {
     EXPECT_EQ(registry.UserTimeZoneId().Get(), L"Z");
     RunMainLoop(1);
     EXPECT_EQ(writes, 1);
-    EXPECT_EQ(StoredSettings(),
-              (PropertyList::Dictionary{
-                  {"UseLocalTime", Bytes({1})}, {"ShowUsbDebug", Bytes({1})}, {"UserTimeZoneId", {std::string("Z")}}}));
+    EXPECT_EQ(StoredSettings(), (PropertyList::Dictionary{{"UseLocalTime", Bytes({1})},
+                                                          {"ShowUsbDebug", Bytes({1})},
+                                                          {"UserUtcOffset", {std::string("x")}},
+                                                          {"UserTimeZoneId", {std::string("Z")}}}));
 }
 
 TEST_F(RegistryTest, ATreeThatIsNoDictionaryStartsEmpty) {

@@ -74,15 +74,11 @@ class SettingsTest : public ::testing::Test {
     support::TemporaryFolder mPreferences;
     Bundle mBundle{*this};
     Defaults mDefaults{*this};
-    const platform::PlatformScope mScope{[this] {
-        platform::Platform platform;
-        platform.clock = &mClock;
-        platform.runLoops = &mRunLoops;
-        platform.mainQueue = &mMainQueue;
-        platform.mainBundle = &mBundle;
-        platform.standardUserDefaults = &mDefaults;
-        return platform;
-    }()};
+    const platform::PlatformScope mScope{{.clock = &mClock,
+                                          .runLoops = &mRunLoops,
+                                          .mainQueue = &mMainQueue,
+                                          .mainBundle = &mBundle,
+                                          .standardUserDefaults = &mDefaults}};
 };
 
 }  // namespace win

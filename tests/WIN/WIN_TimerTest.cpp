@@ -1,11 +1,81 @@
-#include "WIN/WIN_Timer.hpp"
-
 #include <gtest/gtest.h>
 
-#include "platform/Clock.hpp"
-#include "platform/Platform.hpp"
+#include <functional>
+#include <vector>
+
+#include "WIN/WIN_CallbackTimer.hpp"
+#include "WIN/WIN_Timer.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 
 namespace {
+
+using std::chrono::milliseconds;
+
+class CallbackTimer : public testing::Test, public win::TimerEventIntf_t {
+  protected:
+    CallbackTimer() { mTimer.SetHandler(*this); }
+    void HandleTimeout() override {
+        mExpiries.push_back(std::chrono::duration_cast<milliseconds>(mWorld.elapsed()).count());
+        if (mOnExpiry) mOnExpiry();
+    }
+    /// Moments of the expiries up to this one, in milliseconds from the start.
+    std::vector<long> ExpiriesUntil(long moment) {
+        mWorld.runFor(milliseconds(moment) - mWorld.elapsed());
+        return mExpiries;
+    }
+
+    using Moments = std::vector<long>;
+    simulator::SimulatedWorld mWorld;
+    Moments mExpiries;
+    std::function<void()> mOnExpiry;
+    win::CallbackTimer_t mTimer;
+};
+
+TEST_F(CallbackTimer, RepeatsUntilStoppedAndBeginsAnewWhenStartedAgain) {
+    mTimer.Start(1500);
+    EXPECT_EQ(ExpiriesUntil(3100), (Moments{1500, 3000}));
+    mTimer.Start(1500);
+    EXPECT_EQ(ExpiriesUntil(4700), (Moments{1500, 3000, 4600}));
+    mWorld.clock.advanceBy(milliseconds(1400));  // due, and on its way through the queue
+    mTimer.Stop();
+    EXPECT_EQ(ExpiriesUntil(20000).size(), 3U);
+    win::CallbackTimer_t unheard;
+    unheard.Start(10);
+    {
+        win::CallbackTimer_t gone;
+        gone.SetHandler(*this);
+        gone.Start(10);
+    }
+    EXPECT_EQ(ExpiriesUntil(20100).size(), 3U) << "without a handler or without its owner a timer does nothing";
+}
+
+TEST_F(CallbackTimer, OneShotExpiresOnceAndKeepsThePeriod) {
+    mTimer.Start(2000);
+    mTimer.OneShot(500);
+    mTimer.Duration(2000);  // the stored period is still the one before: nothing to restart
+    EXPECT_EQ(ExpiriesUntil(10000), (Moments{500}));
+    mTimer.Duration(700);
+    EXPECT_EQ(ExpiriesUntil(20000).size(), 1U) << "it has ended";
+}
+
+TEST_F(CallbackTimer, DurationRestartsOnlyARunningTimerWithAnotherPeriod) {
+    mTimer.Duration(100);
+    EXPECT_EQ(ExpiriesUntil(1000), (Moments{}));
+    mTimer.Start(100);
+    ExpiriesUntil(1050);
+    mTimer.Duration(100);
+    EXPECT_EQ(ExpiriesUntil(1150), (Moments{1100}));
+    mTimer.Duration(200);
+    EXPECT_EQ(ExpiriesUntil(1600), (Moments{1100, 1350, 1550}));
+}
+
+TEST_F(CallbackTimer, HandlerMayStopOrRestartItsTimer) {
+    mOnExpiry = [this] { mExpiries.size() < 3 ? mTimer.OneShot(10) : mTimer.Start(20); };
+    mTimer.OneShot(10);
+    EXPECT_EQ(ExpiriesUntil(50), (Moments{10, 20, 30, 50}));
+    mOnExpiry = [this] { mTimer.Stop(); };
+    EXPECT_EQ(ExpiriesUntil(500), (Moments{10, 20, 30, 50, 70}));
+}
 
 class StandingClock : public platform::Clock {
   public:
@@ -13,8 +83,6 @@ class StandingClock : public platform::Clock {
     bool MPDelayUntil(platform::CFAbsoluteTime) override { return true; }
     double now = 1000;
 };
-
-}  // namespace
 
 TEST(Timer, CountsWhileItRunsAndOnlyThen) {
     StandingClock clock;
@@ -40,3 +108,5 @@ TEST(Timer, CountsWhileItRunsAndOnlyThen) {
     clock.now -= 5;
     EXPECT_EQ(timer.ElapsedTime(), 0U) << "no time is less than none";
 }
+
+}  // namespace

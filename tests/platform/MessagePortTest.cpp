@@ -16,11 +16,7 @@ constexpr double kWatchdog = 20;  // seconds; far beyond anything that a passing
 class MessagePortTest : public ::testing::Test {
   protected:
     AsioRunLoops runLoops;
-    const PlatformScope scope{[this] {
-        Platform platform;
-        platform.runLoops = &runLoops;
-        return platform;
-    }()};
+    const PlatformScope scope{{.runLoops = &runLoops}};
     std::vector<int> received;
     std::unique_ptr<CFMessagePort> local = CFMessagePort::CFMessagePortCreateLocal(
         "port", [this](std::int32_t id, const CFData& data) { received.push_back(id * 100 + data.at(0)); });

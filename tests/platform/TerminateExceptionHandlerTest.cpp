@@ -29,12 +29,6 @@ class Printing final : public NSExceptionHandlerDelegate {
     bool throws = false;
 };
 
-/// Raises where nobody catches: gtest would on the test's own thread.
-template <typename E>
-void RaiseUncaught(const E& exception) {
-    std::thread([&] { throw exception; }).join();
-}
-
 class TerminateExceptionHandlerDeathTest : public ::testing::Test {
   protected:
     TerminateExceptionHandlerDeathTest() {
@@ -42,29 +36,31 @@ class TerminateExceptionHandlerDeathTest : public ::testing::Test {
         handler.setDelegate(&delegate);
         handler.setExceptionHandlingMask(255);
     }
+
+    /// How the process ends when nobody catches: gtest would on the test's own thread.
+    template <typename E, typename Matcher>
+    static void ExpectReport(const E& exception, const Matcher& report) {
+        EXPECT_EXIT(std::thread([&] { throw exception; }).join(), ::testing::KilledBySignal(SIGABRT), report);
+    }
+
     TerminateExceptionHandler handler;
     Printing delegate;
 };
 
 TEST_F(TerminateExceptionHandlerDeathTest, UncaughtExceptionIsReportedBeforeTheProcessAborts) {
-    EXPECT_EXIT(RaiseUncaught(std::out_of_range("too far")), ::testing::KilledBySignal(SIGABRT),
-                "name std::out_of_range reason 'too far' mask 255 frames some\nasked twice\n");
-    EXPECT_EXIT(RaiseUncaught(OddException()), ::testing::KilledBySignal(SIGABRT), "OddException reason '' mask 255");
-}
-
-TEST_F(TerminateExceptionHandlerDeathTest, DelegateThatThrowsDoesNotHideTheEnd) {
+    ExpectReport(std::out_of_range("too far"),
+                 "name std::out_of_range reason 'too far' mask 255 frames some\nasked twice\n");
+    ExpectReport(OddException(), "OddException reason '' mask 255");
     delegate.throws = true;
-    EXPECT_EXIT(RaiseUncaught(std::runtime_error("x")), ::testing::KilledBySignal(SIGABRT), "name std::runtime_error");
+    ExpectReport(std::runtime_error("x"), "name std::runtime_error");
 }
 
 TEST_F(TerminateExceptionHandlerDeathTest, WithoutMaskOrDelegateNobodyIsAsked) {
     handler.setExceptionHandlingMask(0);
-    EXPECT_EXIT(RaiseUncaught(std::runtime_error("x")), ::testing::KilledBySignal(SIGABRT),
-                ::testing::Not(::testing::HasSubstr("name std")));
+    ExpectReport(std::runtime_error("x"), ::testing::Not(::testing::HasSubstr("name std")));
     handler.setExceptionHandlingMask(255);
     handler.setDelegate(nullptr);
-    EXPECT_EXIT(RaiseUncaught(std::runtime_error("x")), ::testing::KilledBySignal(SIGABRT),
-                ::testing::Not(::testing::HasSubstr("name std")));
+    ExpectReport(std::runtime_error("x"), ::testing::Not(::testing::HasSubstr("name std")));
 }
 
 TEST(TerminateExceptionHandlerTest, CallStackNamesItsCallersAndTheOldHandlerComesBack) {

@@ -40,11 +40,7 @@ class UmockUsbTest : public ::testing::Test, public support::UmockBackend {
     std::string path;
 
   private:
-    platform::PlatformScope mScope{[] {
-        platform::Platform platform;
-        platform.log = [](const std::string& line) { gLog.push_back(line); };
-        return platform;
-    }()};
+    platform::PlatformScope mScope{{.log = [](const std::string& line) { gLog.push_back(line); }}};
 };
 
 TEST_F(UmockUsbTest, DevicesOfOneMomentComeInOneNotificationAndEachAttachOnce) {
@@ -192,4 +188,11 @@ TEST_F(UmockUsbTest, WaitingForTheDeviceAsksTheKernelNothing) {
     EXPECT_EQ(after.other, before.other);
 }
 
+struct OnTerminalNode : support::UmockBackend {
+    OnTerminalNode() : UmockBackend(Node::Terminal) {}
+};
+
 }  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(RealLibrariesOnQueue, UsbContract, support::UmockBackend);
+INSTANTIATE_TYPED_TEST_SUITE_P(RealLibrariesOnTerminal, UsbContract, OnTerminalNode);

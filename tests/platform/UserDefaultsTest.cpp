@@ -44,11 +44,7 @@ class UserDefaultsTest : public ::testing::Test {
         return child;
     }
 
-    const PlatformScope scope{[] {
-        Platform platform;
-        platform.log = [](const std::string& line) { gLog.push_back(line); };
-        return platform;
-    }()};
+    const PlatformScope scope{{.log = [](const std::string& line) { gLog.push_back(line); }}};
 };
 
 TEST_F(UserDefaultsTest, ValuesAreReadByTheNextRunAndByTheirType) {
