@@ -4,8 +4,8 @@
 
 #include <latch>
 #include <memory>
+#include <numeric>
 #include <stdexcept>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -14,16 +14,12 @@ using platform::SerialQueue;
 TEST(SerialQueue, SynchronousBlockOnAnIdleQueueRunsOnTheCallersThread) {
     SerialQueue queue("idle");
     std::thread::id ranOn;
-    std::string label;
-    bool inside = false;
     queue.dispatch_sync([&] {
         ranOn = std::this_thread::get_id();
-        label = SerialQueue::currentLabel();
-        inside = queue.isCurrent();
+        EXPECT_STREQ(SerialQueue::currentLabel(), "idle");
+        EXPECT_TRUE(queue.isCurrent());
     });
     EXPECT_EQ(ranOn, std::this_thread::get_id());
-    EXPECT_EQ(label, "idle");
-    EXPECT_TRUE(inside);
     EXPECT_FALSE(queue.isCurrent());
     EXPECT_STREQ(SerialQueue::currentLabel(), "");
 }
@@ -43,20 +39,15 @@ TEST(SerialQueue, BlocksOfManyThreadsRunOneAtATimeAndInEachThreadsOrder) {
                         seen[static_cast<std::size_t>(t)].push_back(i);
                         --inside;
                     };
-                    if (i % 3) {
-                        queue.dispatch_async(block);
-                    } else {
-                        queue.dispatch_sync(block);
-                    }
+                    i % 3 ? queue.dispatch_async(block) : queue.dispatch_sync(block);
                 }
             });
         for (auto& thread : threads) thread.join();
     }  // runs what still waits
     EXPECT_EQ(overlaps, 0);
-    for (const auto& ofThread : seen) {
-        ASSERT_EQ(ofThread.size(), static_cast<std::size_t>(kBlocks));
-        for (int i = 0; i < kBlocks; ++i) EXPECT_EQ(ofThread[static_cast<std::size_t>(i)], i);
-    }
+    std::vector<int> inOrder(kBlocks);
+    std::iota(inOrder.begin(), inOrder.end(), 0);
+    for (const auto& ofThread : seen) EXPECT_EQ(ofThread, inOrder);
 }
 
 TEST(SerialQueue, BlockThatThrowsOrLetsGoOfTheQueueHarmsNothing) {

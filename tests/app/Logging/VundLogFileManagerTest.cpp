@@ -1,26 +1,59 @@
 #include "app/Util/Logging/VundLogFileManager.hpp"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <ctime>
 
 #include "app/Util/Logging/DDFileLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
 #include "simulator/world/SimulatedServices.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
 
 namespace {
 
+using support::ReadFile;
 using Texts = std::vector<std::string>;
 
+/// A time of day that stands still until the test moves it.
+class ManualWallClock final : public platform::WallClock {
+  public:
+    Date now() override { return mNow.load(); }
+    void setLocal(int month, int day, int hour, int minute, int second) {
+        std::tm fields{};
+        fields.tm_year = 2035 - 1900, fields.tm_mon = month - 1, fields.tm_mday = day;
+        fields.tm_hour = hour, fields.tm_min = minute, fields.tm_sec = second, fields.tm_isdst = -1;
+        mNow = std::chrono::system_clock::from_time_t(std::mktime(&fields));
+    }
+    void advance(std::chrono::seconds span) { mNow = mNow.load() + span; }
+
+  private:
+    std::atomic<Date> mNow{};
+};
+
 /// The tool's manager under a time of day in a zone with daylight saving. The days lie far ahead, where the system's
-/// own timers do not go off.
-class VundLogFileManagerTest : public LogFolderTest {
+/// own timers do not go off. The log folder is found once per process, so all tests of a process share it; each starts
+/// with it empty.
+class VundLogFileManagerTest : public testing::Test {
   protected:
     VundLogFileManagerTest() {
+        static const support::TemporaryFolder data;
+        ::setenv("XDG_DATA_HOME", data.path().c_str(), 1);
+        std::filesystem::remove_all(TrovikLogs::logsDirectory());
+        std::filesystem::create_directories(TrovikLogs::logsDirectory());
         platform::Platform services;
         services.wallClock = &clock;
         services.log = SystemLogLines::write;
         mScope.emplace(services);
+    }
+
+    static std::string inFolder(const std::string& name) { return TrovikLogs::logsDirectory() + "/" + name; }
+    static std::string fileOf(int month, int day) {
+        char name[64];
+        std::snprintf(name, sizeof name, "ResetTool_2035.%02d.%02d.txt", month, day);
+        return inFolder(name);
     }
 
     std::unique_ptr<DDFileLogger> makeLogger() const {
@@ -48,63 +81,52 @@ TEST_F(VundLogFileManagerTest, OnlyFilesThatBeginWithThePrefixAndEndInTxtAreLogF
     Texts names = manager->unsortedLogFileNames();
     std::sort(names.begin(), names.end(), std::greater<>());
     EXPECT_EQ(names, expected);
-    const auto infos = manager->sortedLogFileInfos();
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(manager->sortedLogFilePaths()[i], inFolder(expected[i]));
-        EXPECT_EQ(infos.at(i).filePath(), inFolder(expected[i]));
-    }
+    EXPECT_EQ(manager->sortedLogFileInfos().at(0).filePath(), inFolder(expected[0]));
     EXPECT_FALSE(manager->isLogFile("ResetTool_missing.txt"));
     EXPECT_FALSE(TrovikLogs::isLogFile("ResetTool.txt", ""));
 }
 
 TEST_F(VundLogFileManagerTest, NewFileIsNamedAndDatedByTheDayAndKeepsTheNewestSeven) {
-    clock.setLocal(2035, 11, 15, 18, 25, 3);
-    for (int day = 1; day <= 8; ++day)
-        support::WriteFile(inFolder("ResetTool_2035.11.0" + std::to_string(day) + ".txt"), "");
+    clock.setLocal(11, 15, 18, 25, 3);
+    for (int day = 1; day <= 8; ++day) support::WriteFile(fileOf(11, day), "");
     manager->setMaximumNumberOfLogFiles(7);
     EXPECT_EQ(manager->createNewLogFile(), inFolder("ResetTool_2035.11.15.txt"));
-    Texts expected = {"ResetTool_2035.11.15.txt"};
-    for (int day = 8; day >= 3; --day) expected.push_back("ResetTool_2035.11.0" + std::to_string(day) + ".txt");
-    EXPECT_EQ(manager->sortedLogFileNames(), expected);
-    EXPECT_EQ(DDLogFileInfo(inFolder(expected[0])).age(), 18 * 3600 + 25 * 60 + 3);
+    Texts expected = {fileOf(11, 15)};
+    for (int day = 8; day >= 3; --day) expected.push_back(fileOf(11, day));
+    EXPECT_EQ(manager->sortedLogFilePaths(), expected);
+    EXPECT_EQ(DDLogFileInfo(expected[0]).age(), 18 * 3600 + 25 * 60 + 3);
 }
 
 TEST_F(VundLogFileManagerTest, SecondRollOnADayStartsTheDaysFileAfresh) {
-    clock.setLocal(2035, 11, 15, 12, 0, 0);
+    clock.setLocal(11, 15, 12, 0, 0);
     const auto logger = makeLogger();
     deliver(*logger, "morning");
     logger->rollLogFile();
     deliver(*logger, "noon");
-    EXPECT_EQ(linesOf(inFolder("ResetTool_2035.11.15.txt")), Texts{"noon"});
-    EXPECT_FALSE(DDLogFileInfo(inFolder("ResetTool_2035.11.15.txt")).isArchived());
+    EXPECT_EQ(ReadFile(fileOf(11, 15)), "noon\n");
+    EXPECT_FALSE(DDLogFileInfo(fileOf(11, 15)).isArchived());
     // The next start goes on with it.
     deliver(*makeLogger(), "restarted");
-    EXPECT_EQ(linesOf(inFolder("ResetTool_2035.11.15.txt")), (Texts{"noon", "restarted"}));
+    EXPECT_EQ(ReadFile(fileOf(11, 15)), "noon\nrestarted\n");
 }
 
 TEST_F(VundLogFileManagerTest, FileLastsUntilMidnightOnDaysOfAnyLength) {
     // The day of 23 hours, the one of 25 hours, and a usual one.
     for (const auto& [month, day] : {std::pair(3, 25), std::pair(10, 28), std::pair(11, 15)}) {
-        const auto nameOf = [this](int ofMonth, int ofDay) {
-            char name[64];
-            std::snprintf(name, sizeof name, "ResetTool_2035.%02d.%02d.txt", ofMonth, ofDay);
-            return inFolder(name);
-        };
-        clock.setLocal(2035, month, day, 0, 0, 1);
+        clock.setLocal(month, day, 0, 0, 1);
         const auto logger = makeLogger();
         deliver(*logger, "early");
-        clock.setLocal(2035, month, day, 23, 59, 59);
+        clock.setLocal(month, day, 23, 59, 59);
         checkAge(*logger);
         deliver(*logger, "late");
-        EXPECT_EQ(linesOf(nameOf(month, day)), (Texts{"early", "late"}));
+        EXPECT_EQ(ReadFile(fileOf(month, day)), "early\nlate\n");
         clock.advance(std::chrono::seconds(1));
         checkAge(*logger);
         deliver(*logger, "next day");
-        EXPECT_EQ(linesOf(nameOf(month, day)), (Texts{"early", "late"}));
-        EXPECT_EQ(linesOf(nameOf(month, day + 1)), Texts{"next day"});
+        EXPECT_EQ(ReadFile(fileOf(month, day)), "early\nlate\n");
         // A start on the same day goes on with the file, one on another day does not.
         deliver(*makeLogger(), "same day");
-        EXPECT_EQ(linesOf(nameOf(month, day + 1)), (Texts{"next day", "same day"}));
+        EXPECT_EQ(ReadFile(fileOf(month, day + 1)), "next day\nsame day\n");
     }
 }
 
@@ -116,6 +138,7 @@ TEST_F(VundLogFileManagerTest, LineHasTimeThreadLetterAndText) {
     };
     VundLogFormatter formatter;
     UILogFormatter other;
+    int second = 0;
     for (const Case& tested : {Case{"Europe/Berlin", 4, 7171, "2026-11-18 20.26.40 (GMT+01:00) | 7171 | I | Text"},
                                Case{"UTC", 2, 1, "2026-11-18 19.26.41 (GMT) | 1 | W | Text"},
                                Case{"Asia/Kolkata", 1, 1, "2026-11-19 00.56.42 (GMT+05:30) | 1 | E | Text"},
@@ -124,7 +147,6 @@ TEST_F(VundLogFileManagerTest, LineHasTimeThreadLetterAndText) {
                                Case{"UTC", 7, 1, "2026-11-18 19.26.45 (GMT) | 1 | I | Text"},
                                Case{"<+0100>-1:00:30", 3, 1, "2026-11-18 20.27.16 (GMT+01:00:30) | 1 | W | Text"}}) {
         const TimeZone here(tested.zone);
-        static int second = 0;
         DDLogMessage message = messageWithText("Text", tested.flag);
         message.machThreadID = tested.thread;
         message.timestamp = std::chrono::system_clock::from_time_t(1795030000 + second++);
