@@ -1,5 +1,7 @@
 #include "tests/app/AppWorld.hpp"
 
+#include <gtest/gtest.h>
+
 #include <QAbstractButton>
 #include <QApplication>
 #include <QMessageBox>
@@ -94,7 +96,20 @@ AppWorld::~AppWorld() = default;
 
 void AppWorld::confirmReset() {
     const AlertAnswer answer([](QMessageBox& alert) { click(resetButtonOf(alert)); });
-    click(controller.outlets().resetNowButton);
+    click(outlets.resetNowButton);
+}
+
+void AppWorld::attach() {
+    world.unplug();
+    world.plug();
+    run();
+}
+
+void AppWorld::expectReset() {
+    EXPECT_EQ(controller.nextAction(), NextAction::None);
+    EXPECT_TRUE(shows(outlets.completeView));
+    EXPECT_TRUE(storeIsEmpty());
+    EXPECT_TRUE(isAtRest());
 }
 
 bool AppWorld::shows(QWidget* screen) const {

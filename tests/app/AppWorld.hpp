@@ -80,8 +80,11 @@ class AppWorld {
     void runWorker() { world.globalQueue.drain(); }
     /// Lets time go on until nothing more happens.
     void run() { world.runUntilQuiet(); }
+    /// Puts the cable in, where need be after pulling it out, and runs.
+    void attach();
 
     bool shows(QWidget* screen) const;
+    void expectReset();  ///< the device is cleared, the window says so, and all is at rest
     bool storeIsEmpty() { return world.device().store().empty(); }
     /// Nothing is pending, nothing is open.
     bool isAtRest() const { return world.bus.pendingTransfers() == 0 && world.bus.openDevices() == 0; }
@@ -95,6 +98,7 @@ class AppWorld {
   public:
     std::vector<int> exits;  ///< statuses with which the process would have ended
     AppDelegate controller;
+    AppDelegate::Outlets& outlets = controller.outlets();
     MainWindow window;
     ControllerLog log;
 };

@@ -115,10 +115,10 @@ class LanguageTest : public testing::TestWithParam<std::string> {
         };
         {
             const AlertAnswer confirmation(lookAndClose);
-            click(app.controller.outlets().resetNowButton);
+            click(app.outlets.resetNowButton);
         }
         const AlertAnswer about(lookAndClose);
-        app.controller.outlets().aboutMenuItem->trigger();
+        app.outlets.aboutMenuItem->trigger();
         EXPECT_EQ(boxes, 2);
     }
 
@@ -176,7 +176,7 @@ TEST_P(LanguageTest, NothingIsCutOffOnANarrowScreenWithNormalAndBigFonts) {
     for (const double scale : {kNormal, kBig}) {
         setFontScale(scale);
         AppWorld app({}, {GetParam()});
-        const AppDelegate::Outlets& outlets = app.controller.outlets();
+        const AppDelegate::Outlets& outlets = app.outlets;
         app.window.resize(kScreenWidth, 480);
         for (QWidget* const screen : {outlets.notStartedView, outlets.inProgressView, outlets.completeView}) {
             ViewUtilities::setAndPinSubview(*outlets.mainWindowView, *screen);

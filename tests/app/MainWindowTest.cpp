@@ -24,37 +24,33 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 struct MainWindowTest : testing::Test {
-    AppDelegate::Outlets& outlets() { return app.controller.outlets(); }
-    std::vector<QWidget*> screens() {
-        return {outlets().notStartedView, outlets().inProgressView, outlets().completeView};
-    }
     void show(QWidget* screen) {
-        ViewUtilities::setAndPinSubview(*outlets().mainWindowView, *screen);
+        ViewUtilities::setAndPinSubview(*outlets.mainWindowView, *screen);
         QApplication::processEvents();
     }
 
     AppWorld app;
+    AppDelegate::Outlets& outlets = app.outlets;
+    const std::vector<QWidget*> screens = {outlets.notStartedView, outlets.inProgressView, outlets.completeView};
 };
 
-TEST_F(MainWindowTest, EveryTextIsInTheTableAndStandsWhereItBelongs) {
-    const auto text = [&](const char* key) {
-        const std::string found = app.bundle.localizedStringForKey(key, "missing", "");
-        EXPECT_NE(found, "missing") << key;
-        return QString::fromStdString(found);
-    };
-    EXPECT_EQ(app.window.windowTitle(), text("TrovikResetTitle"));
-    EXPECT_EQ(outlets().aboutMenuItem->text(), text("AboutTrovikReset"));
-    EXPECT_EQ(outlets().quitMenuItem->text(), text("QuitTrovikReset"));
-    EXPECT_EQ(outlets().titleText->text(), text("TrovikResetTitle"));
-    EXPECT_EQ(outlets().resetBodyText->text(), text("ResetInstructionsBody"));
-    EXPECT_EQ(outlets().resetNowButton->text(), text("ResetNow"));
-    EXPECT_EQ(outlets().resetInProgressText->text(), text("ResetInProgress"));
-    EXPECT_EQ(outlets().dontUnplugText->text(), text("DoNotUnplugDevice"));
-    EXPECT_EQ(outlets().resetCompleteText->text(), text("ResetCompleteTitle"));
-    EXPECT_EQ(outlets().resetCompleteBodyText->text(), text("ResetCompleteBody"));
-    EXPECT_EQ(outlets().quitButton->text(), text("Quit"));
-    EXPECT_EQ(outlets().mainMenuButton->text(), text("ReturnToMainMenu"));
-    EXPECT_EQ(outlets().mainMenuItemTwo->text(), text("ShowLogFiles"));
+TEST_F(MainWindowTest, EveryTextStandsWhereItBelongs) {
+    const std::vector<std::pair<QString, const char*>> texts = {
+        {app.window.windowTitle(), "TrovikResetTitle"},
+        {outlets.aboutMenuItem->text(), "AboutTrovikReset"},
+        {outlets.quitMenuItem->text(), "QuitTrovikReset"},
+        {outlets.mainMenuItemTwo->text(), "ShowLogFiles"},
+        {outlets.titleText->text(), "TrovikResetTitle"},
+        {outlets.resetBodyText->text(), "ResetInstructionsBody"},
+        {outlets.resetNowButton->text(), "ResetNow"},
+        {outlets.resetInProgressText->text(), "ResetInProgress"},
+        {outlets.dontUnplugText->text(), "DoNotUnplugDevice"},
+        {outlets.resetCompleteText->text(), "ResetCompleteTitle"},
+        {outlets.resetCompleteBodyText->text(), "ResetCompleteBody"},
+        {outlets.quitButton->text(), "Quit"},
+        {outlets.mainMenuButton->text(), "ReturnToMainMenu"}};
+    for (const auto& [shown, key] : texts)
+        EXPECT_EQ(shown.toStdString(), app.bundle.localizedStringForKey(key, "missing", ""));
 }
 
 TEST_F(MainWindowTest, ConfirmationIsCriticalAndItsSafeAnswerIsTheDefault) {
@@ -72,9 +68,8 @@ TEST_F(MainWindowTest, ConfirmationIsCriticalAndItsSafeAnswerIsTheDefault) {
         EXPECT_FALSE(alert.informativeText().isEmpty());
         QTest::keyClick(&alert, Qt::Key_Escape);
     });
-    click(outlets().resetNowButton);
+    click(outlets.resetNowButton);
     EXPECT_TRUE(answer.wasAsked());
-    EXPECT_THAT(app.log.take(), ElementsAre("I Reset canceled"));
 }
 
 TEST_F(MainWindowTest, CancellingByAnyWayChangesNothing) {
@@ -84,92 +79,77 @@ TEST_F(MainWindowTest, CancellingByAnyWayChangesNothing) {
         [](QMessageBox& alert) { QTest::keyClick(cancelButtonOf(alert), Qt::Key_Return); },
         [](QMessageBox& alert) { alert.close(); },
     };
-    app.world.plug();
-    app.run();
+    app.attach();
     app.log.take();
     for (const auto& way : ways) {
         const AlertAnswer answer(way);
-        click(outlets().resetNowButton);
+        click(outlets.resetNowButton);
         EXPECT_TRUE(answer.wasAsked());
         EXPECT_THAT(app.log.take(), ElementsAre("I Reset canceled"));
-        EXPECT_TRUE(app.shows(outlets().notStartedView));
+        EXPECT_TRUE(app.shows(outlets.notStartedView));
         EXPECT_EQ(app.controller.nextAction(), NextAction::None);
         EXPECT_EQ(app.world.globalQueue.waiting(), 0U);
     }
     EXPECT_THAT(app.world.device().record().received(), IsEmpty());
 }
 
-TEST_F(MainWindowTest, ProgressRunsFromTheConfirmationOn) {
-    EXPECT_NE(outlets().progressIndicator->maximum(), outlets().progressIndicator->minimum());
-    app.confirmReset();
-    EXPECT_EQ(outlets().progressIndicator->maximum(), outlets().progressIndicator->minimum());
-    EXPECT_TRUE(app.shows(outlets().inProgressView));
-}
-
 TEST_F(MainWindowTest, ReturnToMainMenuKeepsWhatComesNext) {
     app.confirmReset();
     app.runWorker();
     ASSERT_EQ(app.controller.nextAction(), NextAction::RebootOnAttach);
-    show(outlets().completeView);
-    click(outlets().mainMenuButton);
-    EXPECT_TRUE(app.shows(outlets().notStartedView));
+    show(outlets.completeView);
+    click(outlets.mainMenuButton);
+    EXPECT_TRUE(app.shows(outlets.notStartedView));
     EXPECT_EQ(app.controller.nextAction(), NextAction::RebootOnAttach);
-    app.world.plug();
-    app.run();
-    EXPECT_TRUE(app.shows(outlets().completeView));
-    EXPECT_TRUE(app.storeIsEmpty());
+    app.attach();
+    app.expectReset();
 }
 
 TEST_F(MainWindowTest, EveryWayOutEndsTheProcessWithStatusZero) {
-    show(outlets().completeView);
-    click(outlets().quitButton);
-    outlets().quitMenuItem->trigger();
+    show(outlets.completeView);
+    click(outlets.quitButton);
+    outlets.quitMenuItem->trigger();
     QTest::keyClick(&app.window, Qt::Key_Q, Qt::ControlModifier);
     app.window.close();
     EXPECT_THAT(app.exits, ElementsAre(0, 0, 0, 0));
 }
 
 TEST_F(MainWindowTest, KeyboardAloneDoesAWholeReset) {
-    app.world.plug();
-    app.run();
+    EXPECT_NE(outlets.progressIndicator->maximum(), outlets.progressIndicator->minimum());
+    app.attach();
     {
         const AlertAnswer answer([](QMessageBox& alert) {
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
             EXPECT_EQ(QApplication::focusWidget(), resetButtonOf(alert));
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
         });
-        EXPECT_EQ(QApplication::focusWidget(), outlets().resetNowButton);
+        EXPECT_EQ(QApplication::focusWidget(), outlets.resetNowButton);
         QTest::keyClick(&app.window, Qt::Key_Return);  // wherever the focus is
     }
-    EXPECT_TRUE(app.shows(outlets().inProgressView));
+    EXPECT_TRUE(app.shows(outlets.inProgressView));
+    EXPECT_EQ(outlets.progressIndicator->maximum(), outlets.progressIndicator->minimum()) << "it runs";
     app.run();
-    EXPECT_TRUE(app.shows(outlets().completeView));
-    EXPECT_TRUE(app.storeIsEmpty());
+    app.expectReset();
     app.window.activateWindow();
-    EXPECT_EQ(app.window.focusWidget(), outlets().quitButton);
+    EXPECT_EQ(app.window.focusWidget(), outlets.quitButton);
     QTest::keyClick(app.window.focusWidget(), Qt::Key_Backtab);
-    EXPECT_EQ(app.window.focusWidget(), outlets().mainMenuButton);
+    EXPECT_EQ(app.window.focusWidget(), outlets.mainMenuButton);
     QTest::keyClick(app.window.focusWidget(), Qt::Key_Space);
-    EXPECT_TRUE(app.shows(outlets().notStartedView));
+    EXPECT_TRUE(app.shows(outlets.notStartedView));
     QTest::keyClick(&app.window, Qt::Key_M, Qt::AltModifier);  // the mnemonic of a screen that is gone
-    EXPECT_TRUE(app.shows(outlets().notStartedView));
+    EXPECT_TRUE(app.shows(outlets.notStartedView));
     EXPECT_THAT(app.exits, IsEmpty());
 }
 
 TEST_F(MainWindowTest, NewScreenTakesTheFocusWithItsTextsAndEveryControlHasAName) {
     struct Screen {
-        QWidget* view;
-        QWidget* focus;
-        QString heading;
-        QString body;
+        QWidget *view, *focus;
+        const QLabel *heading, *body;
     };
     const std::vector<Screen> expected = {
-        {outlets().completeView, outlets().quitButton, outlets().resetCompleteText->text(),
-         outlets().resetCompleteBodyText->text()},
-        {outlets().inProgressView, outlets().resetInProgressText, outlets().resetInProgressText->text(),
-         outlets().dontUnplugText->text()},
-        {outlets().notStartedView, outlets().resetNowButton, outlets().titleText->text(),
-         outlets().resetBodyText->text()},
+        {outlets.completeView, outlets.quitButton, outlets.resetCompleteText, outlets.resetCompleteBodyText},
+        {outlets.inProgressView, outlets.resetInProgressText, outlets.resetInProgressText, outlets.dontUnplugText},
+        {outlets.notStartedView, outlets.resetNowButton, outlets.titleText, outlets.resetBodyText},
     };
     for (const auto& [screen, focus, heading, body] : expected) {
         show(screen);
@@ -177,10 +157,10 @@ TEST_F(MainWindowTest, NewScreenTakesTheFocusWithItsTextsAndEveryControlHasAName
         const auto textOf = [](QWidget* widget, QAccessible::Text which) {
             return QAccessible::queryAccessibleInterface(widget)->text(which);
         };
-        EXPECT_EQ(textOf(screen, QAccessible::Name), heading);
-        EXPECT_EQ(textOf(screen, QAccessible::Description), body);
+        EXPECT_EQ(textOf(screen, QAccessible::Name), heading->text());
+        EXPECT_EQ(textOf(screen, QAccessible::Description), body->text());
         const QString spoken = textOf(focus, QAccessible::Name) + textOf(focus, QAccessible::Description);
-        EXPECT_TRUE(spoken.contains(heading) && spoken.contains(body)) << qPrintable(spoken);
+        EXPECT_TRUE(spoken.contains(heading->text()) && spoken.contains(body->text())) << qPrintable(spoken);
         int controls = 0;
         for (QWidget* const control : screen->findChildren<QWidget*>()) {
             if (!qobject_cast<QPushButton*>(control) && !qobject_cast<QProgressBar*>(control)) continue;
@@ -191,26 +171,22 @@ TEST_F(MainWindowTest, NewScreenTakesTheFocusWithItsTextsAndEveryControlHasAName
     }
 }
 
-TEST_F(MainWindowTest, EverythingFitsFrom360PixelsOnAndBigTextsScroll) {
+TEST_F(MainWindowTest, ScreensFillTheWindowAtAnyWidthAndScrollWhereItIsLow) {
     for (const int width : {360, 520, 1400}) {
         app.window.resize(width, 640);
-        for (QWidget* const screen : screens()) {
+        for (QWidget* const screen : screens) {
             show(screen);
             EXPECT_TRUE(app.shows(screen));
             EXPECT_EQ(app.window.width(), width);
             EXPECT_LE(screen->minimumSizeHint().width(), width);
-            for (const QLabel* const label : screen->findChildren<QLabel*>()) {
-                if (label->text().isEmpty()) continue;
-                EXPECT_GE(label->height(), label->heightForWidth(label->width())) << qPrintable(label->text());
-            }
         }
     }
     app.window.resize(360, 240);
-    show(outlets().inProgressView);
+    show(outlets.inProgressView);
     EXPECT_EQ(app.window.height(), 240);
-    EXPECT_GT(outlets().inProgressView->height(), app.window.centralWidget()->height());
-    EXPECT_GE(outlets().dontUnplugText->height(),
-              outlets().dontUnplugText->heightForWidth(outlets().dontUnplugText->width()));
+    EXPECT_GT(outlets.inProgressView->height(), app.window.centralWidget()->height());
+    EXPECT_GE(outlets.dontUnplugText->height(),
+              outlets.dontUnplugText->heightForWidth(outlets.dontUnplugText->width()));
 }
 
 TEST_F(MainWindowTest, ColoursAreThoseOfTheDesktop) {
@@ -219,7 +195,7 @@ TEST_F(MainWindowTest, ColoursAreThoseOfTheDesktop) {
     dark.setColor(QPalette::Window, QColor(20, 24, 28));
     dark.setColor(QPalette::WindowText, QColor(240, 241, 242));
     QApplication::setPalette(dark);
-    for (QWidget* const screen : screens()) {
+    for (QWidget* const screen : screens) {
         show(screen);
         const QImage picture = app.window.grab().toImage();
         EXPECT_EQ(picture.pixelColor(picture.width() / 2, picture.height() - 3), QColor(20, 24, 28));

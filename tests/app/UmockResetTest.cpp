@@ -9,14 +9,15 @@
 namespace app_test {
 namespace {
 
+using simulator::BootState;
 using simulator::Device;
 using simulator::Fault;
-using simulator::FaultKind;
 using simulator::Pipe;
 using testing::Contains;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::StartsWith;
+using enum simulator::FaultKind;
 
 struct UmockReset : testing::Test {
     void expectCleared() {
@@ -47,7 +48,7 @@ TEST_F(UmockReset, ManyResetsLeaveNothingBehind) {
 
 TEST_F(UmockReset, CableMayBePulledWhileTheRebootCommandIsStillToBeTaken) {
     app.plug();
-    app.withDevice([](Device& device) { device.addFault(Fault::onCommand(0xAE, FaultKind::NotTaken)); });
+    app.withDevice([](Device& device) { device.addFault(Fault::onCommand(0xAE, NotTaken)); });
     app.confirmReset();
     for (bool waits = false; !waits;) {
         app.withDevice([&](Device& device) { waits = device.faults().size() == 0; });
@@ -63,10 +64,9 @@ TEST_F(UmockReset, CableMayBePulledWhileTheRebootCommandIsStillToBeTaken) {
 
 /// What goes wrong once, and with what line the controller says so.
 struct Mishap {
-    std::string name;
+    const char* name;
     Fault fault;
     std::string line;
-    bool pullsTheCable = false;
 
     bool duringReboot() const { return line == "I Reboot failed: "; }
 };
@@ -77,31 +77,28 @@ void PrintTo(const Mishap& mishap, std::ostream* stream) {
 struct UmockResetMishap : UmockReset, testing::WithParamInterface<Mishap> {};
 
 TEST_P(UmockResetMishap, IsLoggedAndTheNextAttachGoesOn) {
+    const Mishap& mishap = GetParam();
     app.plug();
-    app.withDevice([](Device& device) {
-        device.addFault(GetParam().fault);
+    app.withDevice([&](Device& device) {
+        device.addFault(mishap.fault);
         // As of RealTimeApp::reset().
-        if (!GetParam().duringReboot()) device.addFault(Fault::onCommand(0xAE, FaultKind::Unplug).withDelay({}));
+        if (!mishap.duringReboot()) device.addFault(Fault::onCommand(0xAE, Unplug).withDelay({}));
     });
     app.confirmReset();
-    if (!GetParam().duringReboot()) {
+    if (!mishap.duringReboot()) {
         app.waitFor(NextAction::ClearOnAttach);
         usb.plug();
     }
     // The reboot that a failure in the second half leads to finds the device if its cable is still in.
-    if (GetParam().duringReboot() || GetParam().pullsTheCable) {
+    if (mishap.duringReboot() || mishap.fault.kind == Unplug) {
         app.waitFor(NextAction::RebootOnAttach);
         EXPECT_TRUE(usb.isAtRest());
         usb.unplug();
         usb.plug();
     }
     app.waitFor(app.controller->outlets().completeView);
-    EXPECT_THAT(app.lines(), Contains(StartsWith(GetParam().line)));
+    EXPECT_THAT(app.lines(), Contains(StartsWith(mishap.line)));
     expectCleared();
-}
-
-Fault start(FaultKind kind) {
-    return Fault::onPacket(5, kind).onLayer(0);
 }
 
 const std::string kNoReboot = "I Reboot failed: ", kNoHold = "I Hold in bootloader failed: ",
@@ -109,19 +106,15 @@ const std::string kNoReboot = "I Reboot failed: ", kNoHold = "I Hold in bootload
 
 INSTANTIATE_TEST_SUITE_P(
     All, UmockResetMishap,
-    testing::Values(
-        Mishap{"StallOfTheOutPipeAtTheStart", start(FaultKind::Stall), kNoReboot},
-        Mishap{"StallOfTheInterruptPipe", Fault::onPacket(254, FaultKind::Stall).withPipe(Pipe::InterruptIn),
-               kNoReboot},
-        Mishap{"StallOfTheBulkPipe", Fault::onAnswer(253, FaultKind::Stall).withPipe(Pipe::BulkIn), kNoReboot},
-        Mishap{"StallOfTheOutPipeAtHold", Fault::onPacket(113, FaultKind::Stall), kNoHold},
-        Mishap{"UnplugAtTheStart", start(FaultKind::Unplug), kNoReboot, true},
-        Mishap{"UnplugDuringIdentification", Fault::onAnswer(255, FaultKind::Unplug), kNoReboot, true},
-        Mishap{"UnplugAtHold", Fault::onPacket(113, FaultKind::Unplug), kNoHold, true},
-        Mishap{"UnplugAtTheAnswerToHold", Fault::onAnswer(113, FaultKind::Unplug), kNoHold, true},
-        Mishap{"UnplugDuringIdentificationBeforeResume",
-               Fault::onPacket(254, FaultKind::Unplug).inState(simulator::BootState::HeldInBootLoader).atOccurrence(2),
-               kNoResume, true}),
+    testing::Values(Mishap{"StallOfTheOutPipeAtTheStart", Fault::onPacket(5, Stall).onLayer(0), kNoReboot},
+                    Mishap{"StallOfTheBulkPipe", Fault::onAnswer(253, Stall).withPipe(Pipe::BulkIn), kNoReboot},
+                    Mishap{"StallOfTheOutPipeAtHold", Fault::onPacket(113, Stall), kNoHold},
+                    Mishap{"UnplugAtTheStart", Fault::onPacket(5, Unplug).onLayer(0), kNoReboot},
+                    Mishap{"UnplugDuringIdentification", Fault::onAnswer(255, Unplug), kNoReboot},
+                    Mishap{"UnplugAtHold", Fault::onPacket(113, Unplug), kNoHold},
+                    Mishap{"UnplugDuringIdentificationBeforeResume",
+                           Fault::onPacket(254, Unplug).inState(BootState::HeldInBootLoader).atOccurrence(2),
+                           kNoResume}),
     [](const auto& row) { return row.param.name; });
 
 }  // namespace

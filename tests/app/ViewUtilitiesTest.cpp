@@ -9,7 +9,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QWidget>
-#include <memory>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -36,51 +36,29 @@ struct ViewUtilitiesTest : testing::Test {
     QWidget second;
 };
 
-TEST_F(ViewUtilitiesTest, PinningIntoAnEmptyContainerAddsTheViewWithItsFourEdges) {
+TEST_F(ViewUtilitiesTest, PinningAddsTheViewWithItsFourEdgesOnceAndFillsTheContainer) {
     ASSERT_TRUE(ViewUtilities::translatesAutoresizingMaskIntoConstraints(first));
     setAndPinSubview(container, first, 251.0F, false);
+    setAndPinSubview(container, first, 500.0F, true);  // is there already
 
     EXPECT_FALSE(ViewUtilities::translatesAutoresizingMaskIntoConstraints(first));
-    EXPECT_THAT(children(), ElementsAre(&first));
-    struct Expected {
-        const QWidget* firstItem;
-        int attribute;
-        const QWidget* secondItem;
-    };
-    const std::vector<Expected> expected = {
-        {&first, 5, &container}, {&container, 6, &first}, {&first, 3, &container}, {&container, 4, &first}};
-    ASSERT_EQ(constraints().size(), expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        const LayoutConstraint& c = constraints()[i];
-        EXPECT_EQ(c.firstItem, expected[i].firstItem) << i;
-        EXPECT_EQ(c.secondItem, expected[i].secondItem) << i;
-        EXPECT_EQ(static_cast<int>(c.firstAttribute), expected[i].attribute) << i;
-        EXPECT_EQ(static_cast<int>(c.secondAttribute), expected[i].attribute) << i;
-        EXPECT_EQ(c.constant, 0) << i;
-        EXPECT_EQ(c.multiplier, 1) << i;
-        EXPECT_EQ(c.priority, 251.0F) << i;
-    }
-}
-
-TEST_F(ViewUtilitiesTest, PinnedViewFillsTheContainerAtEverySize) {
-    setAndPinSubview(container, first);
-    for (const QSize size : {QSize(300, 200), QSize(360, 700), QSize(1200, 90)}) {
-        container.resize(size);
-        QApplication::processEvents();
-        EXPECT_EQ(first.geometry(), QRect(QPoint(0, 0), size));
-        EXPECT_TRUE(first.isVisible());
-    }
-}
-
-TEST_F(ViewUtilitiesTest, PinningTheShownViewAgainChangesNothing) {
-    setAndPinSubview(container, first);
-    const auto* const before = constraints().data();
-    setAndPinSubview(container, first, 500.0F, true);
-    EXPECT_EQ(constraints().size(), 4U);
-    EXPECT_EQ(constraints().data(), before);
-    EXPECT_EQ(constraints().front().priority, kLayoutPriorityRequired);
-    EXPECT_THAT(children(), ElementsAre(&first));
     EXPECT_EQ(first.graphicsEffect(), nullptr);
+    EXPECT_THAT(children(), ElementsAre(&first));
+    std::vector<std::tuple<const QWidget*, int, const QWidget*, int>> edges;
+    for (const LayoutConstraint& c : constraints()) {
+        edges.emplace_back(c.firstItem, static_cast<int>(c.firstAttribute), c.secondItem,
+                           static_cast<int>(c.secondAttribute));
+        EXPECT_EQ(c.constant, 0);
+        EXPECT_EQ(c.multiplier, 1);
+        EXPECT_EQ(c.priority, 251.0F);
+    }
+    EXPECT_EQ(edges, (decltype(edges){{&first, 5, &container, 5},
+                                      {&container, 6, &first, 6},
+                                      {&first, 3, &container, 3},
+                                      {&container, 4, &first, 4}}));
+    container.resize(360, 700);
+    QApplication::processEvents();
+    EXPECT_EQ(first.geometry(), QRect(0, 0, 360, 700));
 }
 
 TEST_F(ViewUtilitiesTest, OnlyTheFirstChildIsReplacedAndKeepsNoConstraint) {
@@ -96,6 +74,7 @@ TEST_F(ViewUtilitiesTest, OnlyTheFirstChildIsReplacedAndKeepsNoConstraint) {
     EXPECT_EQ(first.parentWidget(), nullptr);
     EXPECT_FALSE(first.isVisible());
     EXPECT_EQ(constraints().size(), 4U);
+    EXPECT_EQ(constraints().front().priority, kLayoutPriorityRequired);
     EXPECT_EQ(ViewUtilities::getFirstTopConstraint(first), nullptr);
     EXPECT_EQ(second.size(), container.size());
     EXPECT_EQ(overlay->geometry(), overlayPlace);
@@ -124,17 +103,10 @@ TEST_F(ViewUtilitiesTest, FirstTopConstraintIsTheFirstOneThatStartsWithTopAndMen
     EXPECT_EQ(ViewUtilities::getFirstTopConstraint(second), nullptr);
 
     // Below the first view by 8: second item is the first view, and Top stands second in the one before it.
-    LayoutConstraint bottomToTop{&first, LayoutAttribute::Bottom, &second, LayoutAttribute::Top};
-    LayoutConstraint topToTop{&container, LayoutAttribute::Top, &second, LayoutAttribute::Top, 1.0, -8.0};
-    layout.addConstraint(bottomToTop);
-    layout.addConstraint(topToTop);
-    const LayoutConstraint* found = ViewUtilities::getFirstTopConstraint(second);
-    ASSERT_NE(found, nullptr);
-    EXPECT_EQ(found->secondItem, &second);
-    EXPECT_EQ(found->constant, -8.0);
-    found = ViewUtilities::getFirstTopConstraint(first);
-    ASSERT_NE(found, nullptr);
-    EXPECT_EQ(found->firstItem, &first);
+    layout.addConstraint({&first, LayoutAttribute::Bottom, &second, LayoutAttribute::Top});
+    layout.addConstraint({&container, LayoutAttribute::Top, &second, LayoutAttribute::Top, 1.0, -8.0});
+    EXPECT_EQ(ViewUtilities::getFirstTopConstraint(second), &constraints()[5]);
+    EXPECT_EQ(ViewUtilities::getFirstTopConstraint(first), &constraints()[2]);
 }
 
 TEST_F(ViewUtilitiesTest, HigherPriorityWinsAnEdgeAndLeadingFollowsTheTextDirection) {
@@ -165,22 +137,17 @@ TEST_F(ViewUtilitiesTest, EnablingReachesEveryLeafAndNothingElse) {
     auto* const box = new QCheckBox(deepGroup);
     auto* const text = new QLabel("text", &container);
     auto* const picture = new QWidget(&container);  // neither text nor control
-    const QColor normal = text->palette().color(QPalette::Active, QPalette::WindowText);
+    const auto colour = [&] { return text->palette().color(QPalette::Active, QPalette::WindowText); };
+    const QColor normal = colour();
     const QColor disabled = QApplication::palette().color(QPalette::Disabled, QPalette::WindowText);
     ASSERT_NE(normal, disabled);
 
-    ViewUtilities::enableSubviews(container, false);
-    EXPECT_FALSE(button->isEnabled());
-    EXPECT_FALSE(box->isEnabled());
-    EXPECT_FALSE(text->isEnabled());
-    EXPECT_EQ(text->palette().color(QPalette::Active, QPalette::WindowText), disabled);
-    for (const QWidget* const untouched : {group, deepGroup, picture, &container}) EXPECT_TRUE(untouched->isEnabled());
-
-    ViewUtilities::enableSubviews(container, true);
-    EXPECT_TRUE(button->isEnabled());
-    EXPECT_TRUE(box->isEnabled());
-    EXPECT_TRUE(text->isEnabled());
-    EXPECT_EQ(text->palette().color(QPalette::Active, QPalette::WindowText), normal);
+    for (const bool enable : {false, true}) {
+        ViewUtilities::enableSubviews(container, enable);
+        for (const QWidget* const leaf : std::vector<QWidget*>{button, box, text}) EXPECT_EQ(leaf->isEnabled(), enable);
+        EXPECT_EQ(colour(), enable ? normal : disabled);
+        for (const QWidget* const other : {group, deepGroup, picture, &container}) EXPECT_TRUE(other->isEnabled());
+    }
 }
 
 }  // namespace
