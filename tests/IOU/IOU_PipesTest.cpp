@@ -84,19 +84,32 @@ TEST_F(Pipes, FloodOfAnnouncementsKeepsFewReadsUnderWayAndLosesNone) {
 }
 
 TEST_F(Pipes, WhatIsNoPacketIsDroppedAndTheNextOneTaken) {
+    std::tuple<char const*, Bytes, bool> const cases[] = {
+        {"eleven bytes", {20, 0, 0, 0, 10, 0, 0, 0, 0, 0, 0}, false},
+        {"empty payload", {20, 0, 0, 0, 10, 0, 0, 0, 0, 0, 0, 0}, true},
+        {"reserved fields are not looked at", {20, 9, 9, 9, 10, 0, 9, 9, 0, 0, 0, 0}, true},
+        {"a control packet that the session doesn't know", {0, 0, 0, 0, 10, 0, 0, 0, 4, 0, 0, 0, 1, 2, 3, 4}, true},
+        {"layer 1", {1, 0, 0, 0, 10, 0, 0, 0, 0, 0, 0, 0}, false},
+        {"layer 21", {21, 0, 0, 0, 10, 0, 0, 0, 0, 0, 0, 0}, false},
+        {"claims more", {20, 0, 0, 0, 10, 0, 0, 0, 5, 0, 0, 0, 1, 2, 3, 4}, false},
+        {"claims less", {20, 0, 0, 0, 10, 0, 0, 0, 3, 0, 0, 0, 1, 2, 3, 4}, false},
+        {"claims 4 GiB", {20, 0, 0, 0, 10, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 1}, false},
+        {"size in the high bytes counts", {20, 0, 0, 0, 10, 0, 0, 0, 1, 0, 0, 1, 1}, false},
+        {"nine thousand bytes", Bytes(9000, 0xFF), false},
+    };
     announces();
-    for (auto const pipe : {kInterrupt, kBulk}) {
-        usb.brings(pipe, Bytes(11, 0));
-        usb.brings(pipe, packet(1, 10));
-        Bytes claimsFive = packet(20, 10, {1, 2, 3, 4});
-        claimsFive[8] = 5;
-        usb.brings(pipe, claimsFive);
-        usb.bringsPacket(pipe, Bytes(9000, 0xFF));
-        usb.brings(pipe, packet(20, 10, {1}));
+    for (auto const& [what, bytes, isTaken] : cases) {
+        for (auto const pipe : {kInterrupt, kBulk}) {
+            usb.bringsPacket(pipe, bytes);
+            usb.brings(pipe, packet(20, 0x01FF, {1}));
+            Frames expected{{0x01FF, 1}};
+            if (isTaken) expected.emplace(expected.begin(), 10, bytes.size() - 12);
+            EXPECT_EQ(frames(), expected) << what;
+        }
     }
     usb.brings(kBulk, packet(0, 2));  // an announcement on the bulk pipe announces nothing
-    usb.brings(kBulk, packet(0, 9));  // a control packet that the session doesn't know comes out like any other
-    EXPECT_EQ(frames(), (Frames{{10, 1}, {10, 1}, {9, 0}}));
+    EXPECT_EQ(frames(), Frames());
+    EXPECT_EQ(usb.readsPending(kBulk), 1U);
 }
 
 TEST_F(Pipes, PacketWithoutEndIsDroppedAtItsEndAndHoldsNoMemory) {
@@ -115,7 +128,7 @@ TEST_F(Pipes, TalkThatNobodyFetchesIsBounded) {
     auto const got = frames();
     EXPECT_EQ(got.size(), room);
     EXPECT_EQ(got.front().first, 0) << "the oldest are kept";
-    usb.brings(kInterrupt, packet(20, 5));
+    usb.brings(kInterrupt, packet(20, 5, Bytes(2000)));
     EXPECT_EQ(frames().size(), 1U) << "and there is room again";
 }
 

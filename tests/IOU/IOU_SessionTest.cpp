@@ -12,6 +12,7 @@ using simulator::Fault;
 using simulator::FaultKind;
 
 constexpr char kSessionFile[] = "libs/IOU/mac/IOU_Session";
+constexpr auto kInterrupt = ScriptedUsb::kInterruptIn;
 constexpr win::Duration_t kLimit{3000};
 
 iol::Frame_t frameOf(std::uint16_t id, std::size_t size) {
@@ -24,10 +25,7 @@ TEST(Session, StartLearnsUnitIdAndPacketSizeAndLeavesNothingBehind) {
         auto link = world.openLink();
         EXPECT_EQ(link.UnitId(), 3812345678U);
         EXPECT_EQ(link.MaxPacketSize(), 4096U);
-        auto const traffic = world.received(0);
-        ASSERT_EQ(traffic.size(), 2U);
-        EXPECT_EQ(traffic[0], (simulator::UsbPacket{0, 5, {}}));
-        EXPECT_EQ(traffic[1], (simulator::UsbPacket{0, 16, {}}));
+        EXPECT_EQ(world.received(0), (std::vector<simulator::UsbPacket>{{0, 5, {}}, {0, 16, {}}}));
         EXPECT_EQ(world.bus.openDevices(), 1U);
     }
     EXPECT_TRUE(world.isUntouched());
@@ -61,65 +59,59 @@ TEST(Session, StartIsAskedForEachHalfSecondUntilAnsweredOrTheTimeIsUp) {
 
 TEST(Session, OtherPacketsBeforeTheStartCostAnAttemptEach) {
     ScriptedDevice world;
-    world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(20, 6, {9, 9, 9, 9}));  // not the session's layer
-    world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(0, 6, {9, 9, 9}));      // not four bytes
+    for (auto const& other : {world.packet(20, 6, {9, 9, 9, 9}), world.packet(0, 7, {9, 9, 9, 9}),
+                              world.packet(0, 6, {9, 9, 9}), world.packet(0, 6, {9, 9, 9, 9, 9})})
+        world.usb.brings(kInterrupt, other);
     world.startsSession();
     auto link = world.openLink();
     EXPECT_EQ(link.UnitId(), 0x04030201U);
-    EXPECT_EQ(world.usb.writes().size(), 4U);  // three starts and the question for the size
+    EXPECT_EQ(world.usb.writes.size(), 6U);  // five starts and the question for the size
 }
 
 TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
-    struct {
-        char const* what;
-        std::optional<Bytes> answer;
-        std::uint32_t size;
-        long long waited;
-        long long delay = 0;
-    } const cases[] = {
-        {"as sent", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 0},
+    std::tuple<char const*, Bytes, std::uint32_t, long long, long long> const cases[] = {
+        {"as sent", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 0, 0},
         {"just in time", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 3000, 3000},
-        {"just too late", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 255, 3000, 3001},
-        {"no answer", std::nullopt, 255, 3000},
-        {"header alone", ScriptedDevice::packet(0, 17, {12, 0, 0, 0}), 255, 0},
-        {"less than a header", ScriptedDevice::packet(0, 17, {4, 0, 0, 0}), 255, 0},
-        {"largest number", ScriptedDevice::packet(0, 17, {255, 255, 255, 255}), 4294967283, 0},
-        {"too short", ScriptedDevice::packet(0, 17, {12, 16}), 255, 0},
-        {"another packet", ScriptedDevice::packet(20, 17, {12, 16, 0, 0}), 255, 0},
+        {"just too late", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 255, 3001, 3000},
+        {"header alone", ScriptedDevice::packet(0, 17, {12, 0, 0, 0}), 255, 0, 0},
+        {"less than a header", ScriptedDevice::packet(0, 17, {4, 0, 0, 0}), 255, 0, 0},
+        {"largest number", ScriptedDevice::packet(0, 17, {255, 255, 255, 255}), 4294967283, 0, 0},
+        {"too short", ScriptedDevice::packet(0, 17, {12, 16}), 255, 0, 0},
+        {"another packet", ScriptedDevice::packet(20, 17, {12, 16, 0, 0}), 255, 0, 0},
     };
-    for (auto const& c : cases) {
+    for (auto const& [what, answer, size, delay, waited] : cases) {
+        SCOPED_TRACE(what);
         ScriptedDevice world;
-        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(0, 6, {1, 2, 3, 4}));
-        if (c.answer) world.usb.brings(ScriptedUsb::kInterruptIn, *c.answer, 0, milliseconds(c.delay));
-        EXPECT_EQ(world.timed([&] { EXPECT_EQ(world.openLink().MaxPacketSize(), c.size) << c.what; }), c.waited)
-            << c.what;
+        world.usb.brings(kInterrupt, world.packet(0, 6, {1, 2, 3, 4}));
+        world.usb.brings(kInterrupt, answer, 0, milliseconds(delay));
+        unsigned told = 0;
+        EXPECT_EQ(world.timed([&] { told = world.openLink().MaxPacketSize(); }), waited);
+        EXPECT_EQ(told, size);
     }
 }
 
 TEST(Session, AnswersAndWritesCountUpToTheLimitAndNotBeyond) {
-    struct {
-        long long delay;
-        bool inTime;
-    } const cases[] = {{2999, true}, {3000, true}, {3001, false}};
-    for (auto const& c : cases) {
+    for (int const delay : {2999, 3000, 3001}) {
+        bool const inTime = delay <= 3000;
         ScriptedDevice world;
         world.startsSession();
         auto link = world.openLink();
 
-        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(20, 10), 0, milliseconds(c.delay));
+        world.usb.brings(kInterrupt, world.packet(20, 10), 0, milliseconds(delay));
         std::string raised;
-        EXPECT_EQ(world.timed([&] {
+        auto const get = [&] {
             raised = raisedAt<glo::Timeout_t>([&] { EXPECT_EQ(link.GetFrameWithTimeout(kLimit).Id(), 10); });
-        }),
-                  std::min(c.delay, 3000LL));
-        EXPECT_EQ(raised, c.inTime ? "" : std::string(kSessionFile) + " 258");
-        if (!c.inTime) {
-            EXPECT_EQ(link.GetFrameWithTimeout(kLimit).Id(), 10) << "the session stays usable";
+        };
+        EXPECT_EQ(world.timed(get), std::min(delay, 3000));
+        EXPECT_EQ(raised, inTime ? "" : std::string(kSessionFile) + " 258");
+        if (!inTime) {
+            get();
+            EXPECT_EQ(raised, "") << "the session stays usable";
         }
 
-        world.usb.endsWrite({.delay = milliseconds(c.delay)});
+        world.usb.endsWrite({.delay = milliseconds(delay)});
         raised = raisedAt<glo::Timeout_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); });
-        EXPECT_EQ(raised, c.inTime ? "" : std::string(kSessionFile) + " 230");
+        EXPECT_EQ(raised, inTime ? "" : std::string(kSessionFile) + " 230");
     }
 }
 
@@ -139,40 +131,37 @@ TEST(Session, WriteThatFillsItsLastPacketEndsWithTheEmptyOne) {
     ScriptedDevice world;
     world.startsSession();
     auto link = world.openLink();
-    auto const before = world.usb.writes().size();
+    world.usb.writes.clear();
     world.usb.endsWrite({});
     world.usb.endsWrite({.delay = milliseconds(700)});
     EXPECT_EQ(world.timed([&] { link.SendFrameWithTimeout(frameOf(10, 52), kLimit); }), 700);
-    ASSERT_EQ(world.usb.writes().size(), before + 2);
-    EXPECT_EQ(world.usb.writes()[before].size(), 64U);
-    EXPECT_TRUE(world.usb.writes()[before + 1].empty());
+    // Another one behind it shows nothing of the longer one.
+    link.SendFrameWithTimeout(frameOf(0x01FF, 2), kLimit);
+    ASSERT_EQ(world.usb.writes.size(), 3U);
+    EXPECT_EQ(world.usb.writes[0].size(), 64U);
+    EXPECT_TRUE(world.usb.writes[1].empty());
+    EXPECT_EQ(world.usb.writes[2], (Bytes{20, 0, 0, 0, 0xFF, 1, 0, 0, 2, 0, 0, 0, 0x5A, 0x5A}));
 }
 
 TEST(Session, ReportedErrorStaysWhateverHasBeenReceived) {
-    struct {
-        simulator::Pipe pipe;
-        std::string raised;
-    } const cases[] = {
-        {simulator::Pipe::InterruptIn, "libs/IOU/mac/IOU_InPipe 178"},
-        {simulator::Pipe::BulkIn, "libs/IOU/mac/IOU_InPipe 178"},
-        {simulator::Pipe::BulkOut, "libs/IOU/mac/IOU_OutPipe 126"},
-    };
-    for (auto const& c : cases) {
+    using simulator::Pipe;
+    for (auto const pipe : {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut}) {
+        std::string const site = pipe == Pipe::BulkOut ? "libs/IOU/mac/IOU_OutPipe 126" : "libs/IOU/mac/IOU_InPipe 178";
         auto profile = simulator::Profile::instant();
         profile.endsBulkRuns = false;  // so that the bulk pipe, once read, goes on being read
         SimulatedDevice world(profile);
         auto link = world.openLink();
         world.device().send({20, 77, Bytes(200, 1)},
                             world.clock.now());  // too long for the interrupt pipe: announced and sent on the bulk pipe
-        world.addFault(Fault::onPacket(10, FaultKind::Stall).withPipe(c.pipe));
+        world.addFault(Fault::onPacket(10, FaultKind::Stall).withPipe(pipe));
         auto const raised = raisedAt<iou::BadUsbDevice_t>([&] {
             link.SendFrameWithTimeout(frameOf(10, 2), kLimit);  // halts the pipe
             link.SendFrameWithTimeout(frameOf(10, 2), kLimit);
             for (;;) link.GetFrameWithTimeout(kLimit);
         });
-        EXPECT_EQ(raised, c.raised);
-        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.GetFrameWithTimeout(kLimit); }), c.raised);
-        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); }), c.raised);
+        EXPECT_EQ(raised, site);
+        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.GetFrameWithTimeout(kLimit); }), site);
+        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); }), site);
         EXPECT_EQ(world.timed([&] { raisedAt<glo::Exception_t>([&] { link.GetFrameWithTimeout(kLimit); }); }), 0);
     }
 }
@@ -192,7 +181,7 @@ TEST(Session, EndedWithTransfersUnderWayTakesThemBack) {
         auto link = world.openLink();
         world.usb.endsWrite({.ends = false});
         EXPECT_THROW(link.SendFrameWithTimeout(frameOf(10, 2), kLimit), glo::Timeout_t);
-        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(20, 10));  // completed, never delivered
+        world.usb.brings(kInterrupt, world.packet(20, 10));  // completed, never delivered
     }
     EXPECT_TRUE(world.usb.isIdle());
 }

@@ -2,8 +2,10 @@
 #include <stdlib.h>
 
 #include <fstream>
+#include <regex>
 
 #include "GLO/GLO_Exception.hpp"
+#include "UTL/UTL_HexDump.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/UsbWorld.hpp"
 
@@ -31,80 +33,62 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionInOrder) {
         world.usb.endsWrite({.ends = false});
         EXPECT_THROW(link.SendFrameWithTimeout(iol::Frame_t(11, Bytes(1)), 1), glo::Timeout_t);
     }
-    std::vector<std::string> expected = {"Constructing Session", "Constructing Out Pipe.", "Out Pipe Constructed.",
-                                         "Interrupt ReadPipeAsync IOResult: 0"};
-    for (int attempt = 0; attempt < 6; ++attempt) {
-        for (char const* const line :
-             {"Out WriteAsync Bytes: 12 IOResult: 0", "Out CompleteWriteAsyncOfSize Bytes: 12 IOReturn: 0",
-              "SendFrameWithTimeout complete. Layer: 0 Id: 5 Size: 0"})
-            expected.push_back(line);
-    }
-    for (char const* const line : {
-             "iou::Session_t::Session_t timed out waiting for start session response",
-             "iou::Session_t::Session_t - Failed",
-             "Out AbortPipe",
-             "Out Pipe Destructed.",
-             "Interrupt AbortPipe",
-             "Bulk AbortPipe",
-             "Constructing Session",
-             "Constructing Out Pipe.",
-             "Out Pipe Constructed.",
-             "Interrupt ReadPipeAsync IOResult: 0",
-             "Out WriteAsync Bytes: 12 IOResult: 0",
-             "Interrupt CompleteReadOfSize Bytes: 16 IOResult: 0",
-             "Interrupt ReadPipeAsync IOResult: 0",
-             "Out CompleteWriteAsyncOfSize Bytes: 12 IOReturn: 0",
-             "SendFrameWithTimeout complete. Layer: 0 Id: 5 Size: 0",
-             "Out WriteAsync Bytes: 12 IOResult: 0",
-             "Interrupt CompleteReadOfSize Bytes: 16 IOResult: 0",
-             "Interrupt ReadPipeAsync IOResult: 0",
-             "Out CompleteWriteAsyncOfSize Bytes: 12 IOReturn: 0",
-             "SendFrameWithTimeout complete. Layer: 0 Id: 16 Size: 0",
-             "Session constructed.",
-             "Interrupt CompleteReadOfSize Bytes: 3 IOResult: 0",
-             "Failed to make packet!",
-             "Buffer size: 3, packet size: 12",
-             "Bad packet:",
-             "0000: 01 01 01                                          ...",
-             "Interrupt ReadPipeAsync IOResult: 0",
-             "Interrupt CompleteReadOfSize Bytes: 13 IOResult: 0",
-             "Packet discarded!",
-             "Bad size - packet: 5, buffer: 1",
-             "Bad packet:",
-             "0000: 14 00 00 00 09 00 00 00 05 00 00 00 41            ............A",
-             "Interrupt ReadPipeAsync IOResult: 0",
-             "Interrupt CompleteReadOfSize Bytes: 12 IOResult: 0",
-             "Packet discarded!",
-             "Bad layer: 1",
-             "Bad packet:",
-             "0000: 01 00 00 00 09 00 00 00 00 00 00 00               ............",
-             "Interrupt ReadPipeAsync IOResult: 0",
-             "Interrupt CompleteReadOfSize Bytes: 13 IOResult: 0",
-             "Interrupt ReadPipeAsync IOResult: 0",
-             "GetFrameWithTimeout complete. Id: 9 Size: 1",
-             "Out WriteAsync Bytes: 64 IOResult: 0",
-             "Out CompleteWriteAsyncOfSize Bytes: 64 IOReturn: 0",
-             "Out WriteAsync Bytes: 0 IOResult: 0",
-             "Out CompleteWriteAsyncOfSize Bytes: 0 IOReturn: 0",
-             "SendFrameWithTimeout complete. Layer: 20 Id: 10 Size: 52",
-             "Session_t::GetFrameWithTimeout - Timed out waiting to receive frame",
-             "Out WriteAsync Bytes: 13 IOResult: 0",
-             "iou::Session_t::SendFrameWithTimeout - Timed out waiting to send frame",
-             "Out AbortPipe",
-             "Out Pipe Destructed.",
-             "Interrupt AbortPipe",
-             "Bulk AbortPipe",
-             "Session ended.",
-         })
-        expected.push_back(line);
+    std::string const opening = "Constructing Session\nConstructing Out Pipe.\nOut Pipe Constructed.\n";
+    std::string const reads = "Interrupt ReadPipeAsync IOResult: 0\n";
+    std::string const closing = "Out AbortPipe\nOut Pipe Destructed.\nInterrupt AbortPipe\nBulk AbortPipe\n";
+    auto const got = [](int size) {
+        return "Interrupt CompleteReadOfSize Bytes: " + std::to_string(size) + " IOResult: 0\n";
+    };
+    auto const writes = [](int size) { return "Out WriteAsync Bytes: " + std::to_string(size) + " IOResult: 0\n"; };
+    auto const wrote = [](int size) {
+        return "Out CompleteWriteAsyncOfSize Bytes: " + std::to_string(size) + " IOReturn: 0\n";
+    };
+    std::string const start = "SendFrameWithTimeout complete. Layer: 0 Id: 5 Size: 0\n";
+    std::string expected = opening + reads;
+    for (int attempt = 0; attempt < 6; ++attempt) expected += writes(12) + wrote(12) + start;
+    expected +=
+        "iou::Session_t::Session_t timed out waiting for start session response\n"
+        "iou::Session_t::Session_t - Failed\n" +
+        closing;
+    expected += opening + reads + writes(12) + got(16) + reads + wrote(12) + start;
+    expected += writes(12) + got(16) + reads + wrote(12) + "SendFrameWithTimeout complete. Layer: 0 Id: 16 Size: 0\n";
+    expected += "Session constructed.\n" + got(3) +
+                "Failed to make packet!\nBuffer size: 3, packet size: 12\nBad packet:\n"
+                "0000: 01 01 01                                          ...\n" +
+                reads;
+    expected += got(13) +
+                "Packet discarded!\nBad size - packet: 5, buffer: 1\nBad packet:\n"
+                "0000: 14 00 00 00 09 00 00 00 05 00 00 00 41            ............A\n" +
+                reads;
+    expected += got(12) +
+                "Packet discarded!\nBad layer: 1\nBad packet:\n"
+                "0000: 01 00 00 00 09 00 00 00 00 00 00 00               ............\n" +
+                reads;
+    expected += got(13) + reads + "GetFrameWithTimeout complete. Id: 9 Size: 1\n";
+    expected +=
+        writes(64) + wrote(64) + writes(0) + wrote(0) + "SendFrameWithTimeout complete. Layer: 20 Id: 10 Size: 52\n";
+    expected += "Session_t::GetFrameWithTimeout - Timed out waiting to receive frame\n" + writes(13) +
+                "iou::Session_t::SendFrameWithTimeout - Timed out waiting to send frame\n" + closing +
+                "Session ended.\n";
 
     std::ifstream file(folder / "Trovik/IouUsbDebug.log");
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);) lines.push_back(line);
-    constexpr std::size_t cBanner = 2;
-    ASSERT_EQ(lines.size(), cBanner + expected.size());
-    for (std::size_t i = 0; i < expected.size(); ++i)
-        EXPECT_TRUE(lines[cBanner + i].ends_with(": " + expected[i])) << lines[cBanner + i] << " for " << expected[i];
+    std::string line, text;
+    for (int banner = 0; banner < 2; ++banner) std::getline(file, line);
+    while (std::getline(file, line)) text += std::regex_replace(line, std::regex("^[0-9:]+ *: "), "") + '\n';
+    EXPECT_EQ(text, expected);
+}
+
+TEST(HexDump, HasRowsOfSixteenAndNothingAfterAFullOne) {
+    EXPECT_EQ(utl::HexDump({}), "");
+    EXPECT_EQ(utl::HexDump(Bytes{0x41, 0x7F, 0x80, 0x20}),
+              "0000: 41 7f 80 20 " + std::string(12 * 3, ' ') + "  A.. \n");
+    Bytes sixteen(16, 'a');
+    std::string const row = "0000: 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61   aaaaaaaaaaaaaaaa\n";
+    EXPECT_EQ(utl::HexDump(sixteen), row);
+    sixteen.push_back(0);
+    EXPECT_EQ(utl::HexDump(sixteen), row + "0010: 00 " + std::string(15 * 3, ' ') + "  .\n");
+    EXPECT_NE(utl::HexDump(Bytes(0x10001, 0)).find("\nfff0: "), std::string::npos);
+    EXPECT_NE(utl::HexDump(Bytes(0x10001, 0)).find("\n10000: 00 "), std::string::npos);
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <list>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,14 +12,13 @@
 
 #include "platform/IORegistry.hpp"
 #include "platform/IOUSB.hpp"
-#include "platform/VendorId.hpp"
 #include "simulator/SimulatedClock.hpp"
 
 namespace support {
 
 /// One USB device whose every transfer follows a script: any result and any bytes, on any pipe,
 /// in any order, whether a real device could do that or not. For what the simulated device, which keeps to the rules of
-/// the bus, can't be made to do. One thread, simulated time. What it handed out may outlive it.
+/// the bus, can't be made to do. One thread, simulated time. It must outlive what it hands out.
 class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWork {
   public:
     using Bytes = std::vector<unsigned char>;
@@ -25,19 +27,23 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
     static constexpr std::uint8_t kBulkIn = 2;
     static constexpr std::uint8_t kBulkOut = 3;
 
-    explicit ScriptedUsb(simulator::SimulatedClock& clock);
-    ~ScriptedUsb() override;
+    explicit ScriptedUsb(simulator::SimulatedClock& clock) : mClock(clock) { mClock.add(*this); }
+    ~ScriptedUsb() override { mClock.remove(*this); }
     ScriptedUsb(ScriptedUsb const&) = delete;
     ScriptedUsb& operator=(ScriptedUsb const&) = delete;
 
     /// Adds the end of a read. It waits for the ones added before it, for `delay`, and for a read on its pipe; one
     /// whose pipe nobody reads lets those behind it pass.
+    /// @param count  reported in place of what fits into the read
     void brings(std::uint8_t pipe, Bytes bytes, platform::IOReturn result = platform::kIOReturnSuccess,
-                simulator::Duration delay = {});
+                simulator::Duration delay = {}, std::optional<std::uint64_t> count = {});
     /// The same bytes as full reads of 4096 and a short (or empty) one.
     void bringsPacket(std::uint8_t pipe, Bytes const& packet);
+
     /// Reports a byte count that no read can have.
-    void bringsCount(std::uint8_t pipe, std::uint64_t count);
+    void bringsCount(std::uint8_t pipe, std::uint64_t count) {
+        brings(pipe, {}, platform::kIOReturnSuccess, {}, count);
+    }
 
     /// Adds the end of a write, for the next one that has none; without it a write succeeds at once.
     struct WriteEnd {
@@ -47,35 +53,59 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
         std::uint64_t count = 0;        ///< reported in place of what was written, when not 0
         std::function<void()> raise{};  ///< called in place of the completion
     };
-    void endsWrite(WriteEnd end);
+    void endsWrite(WriteEnd end) { mWriteEnds.push_back(std::move(end)); }
 
-    std::vector<platform::PipeProperties> pipes;  ///< interrupt in, bulk in, bulk out of 64 bytes
+    std::vector<platform::PipeProperties> pipes = {{platform::kUSBIn, 1, platform::kUSBInterrupt, 64, 1},
+                                                   {platform::kUSBIn, 2, platform::kUSBBulk, 64, 0},
+                                                   {platform::kUSBOut, 3, platform::kUSBBulk, 64, 0}};
     std::string path = "scripted";
+    std::vector<Bytes> writes;  ///< each write, in order
 
-    std::vector<Bytes> const& writes() const;  ///< each write, in order
-    std::size_t readsPending(std::uint8_t pipe) const;
-    std::size_t scriptLeft() const;
-    bool isIdle() const;  ///< closed, with nothing under way and no source on a run loop
+    std::size_t readsPending(std::uint8_t pipe) { return mReads[pipe].size(); }
+    std::size_t scriptLeft() const { return mEvents.size(); }
+    bool isIdle() const { return !mIsOpen && !mLoop && mReads.empty(); }  ///< closed, no source on a run loop
 
     // platform::IORegistry
     platform::IOReturn IOServiceGetMatchingServices(platform::MatchingDictionary const& matching,
                                                     std::unique_ptr<platform::IOIterator>& iterator) override;
-    std::unique_ptr<platform::IONotificationPort> IONotificationPortCreate() override;
-    platform::IOReturn IOServiceAddMatchingNotification(platform::IONotificationPort& port, std::string const& type,
-                                                        platform::MatchingDictionary const& matching,
-                                                        platform::IOServiceMatchingCallback callback, void* refCon,
-                                                        std::unique_ptr<platform::IOIterator>& iterator) override;
-    std::unique_ptr<platform::IOService> IORegistryEntryFromPath(std::string const& path) override;
+    std::unique_ptr<platform::IONotificationPort> IONotificationPortCreate() override { return nullptr; }
+    platform::IOReturn IOServiceAddMatchingNotification(platform::IONotificationPort&, std::string const&,
+                                                        platform::MatchingDictionary const&,
+                                                        platform::IOServiceMatchingCallback, void*,
+                                                        std::unique_ptr<platform::IOIterator>&) override {
+        return platform::kIOReturnUnsupported;
+    }
+    std::unique_ptr<platform::IOService> IORegistryEntryFromPath(std::string const& wanted) override;
 
     // simulator::TimedWork
     std::optional<simulator::Time> nextDue() override;
     void run(simulator::Time now) override;
 
-    struct State;
-
   private:
+    class Node;
+    struct Read {
+        std::span<unsigned char> buffer;
+        platform::IOAsyncCallback1 callback;
+        void* refCon;
+    };
+    struct Event {
+        simulator::Time due;
+        std::function<bool()> happens;  ///< false: not yet, it waits for a read
+    };
+
+    void pump() { run(mClock.now()); }
+    void add(simulator::Time due, std::function<bool()> happens);
+    void post(std::function<void()> work);
+
     simulator::SimulatedClock& mClock;
-    std::shared_ptr<State> mState;
+    std::shared_ptr<platform::CFRunLoop> mLoop;  ///< null until the source is scheduled
+    std::string mMode;
+    std::shared_ptr<bool> mIsOpen;
+    std::list<Event> mEvents;
+    simulator::Time mLastDue{};
+    simulator::Time mPumped{};  ///< what was due by then waits for a read, not for the clock
+    std::map<std::uint8_t, std::deque<Read>> mReads;
+    std::deque<WriteEnd> mWriteEnds;
 };
 
 }  // namespace support
