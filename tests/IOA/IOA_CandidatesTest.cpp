@@ -26,20 +26,14 @@ void ExpectLookups(ioa::Candidates_t const& table, std::string const& common, st
 
 // clang-format off
 TEST(Candidates, RowIsTheOneWithTheLargestVersionAtOrBelow) {
-    std::string const row77At301 = "L001 A010 A100 D103 A200 D201 D103 A300 D300 A400 D403 A500 D501";
-    std::string const row77At350 = "L001 A010 A100 D103 A200 D201 D103 A300 D300 A500 D501";
     ExpectLookups(ioa::NoPcpCandidates(), " P000 A000 A600 D600 A700 D700", {
         {7, -1, 2, ""}, {7, 0, 0, "L001 A010 A100 D100 A200 D200 D100 A500 D500"}, {8, 100, 1, ""},
         {20, 32767, 0, "L002 A011 A100 D150 A200 D201 D150 A400 D450 A500 D550"},
         {29, 399, 0, "L001 A010 A100 D101 A200 D201 D101 A300 D300 A400 D101 A500 D500"},
         {29, 400, 0, "L001 A010 A100 D102 A200 D201 D102 A300 D300 A400 D102 A500 D500"},
-        {77, 300, 0, "L001 A010 A100 D100 A200 D201 D100 A300 D300 A400 D400 A500 D501"},
-        {77, 301, 0, row77At301}, {77, 355, 0, row77At350}, {77, 360, 0, row77At350}, {77, 361, 0, row77At301},
-        {112, 1, 0, "L001 A010 A100 D152 A200 D201 D152 A300 D300 A500 D501 A903"},
-        {1201, -1, 2, ""}, {1344, 1, 0, "L001 A010"}});
+        {77, 355, 0, "L001 A010 A100 D103 A200 D201 D103 A300 D300 A500 D501"}, {1201, -1, 2, ""}});
     ExpectLookups(ioa::IncompletePcpCandidates(), "", {
-        {22, 0, 0, "A903"}, {67, 201, 2, ""}, {67, 202, 0, "A900"}, {67, 204, 0, "A900"}, {67, 205, 0, ""},
-        {118, 203, 0, "A900"}, {118, 204, 0, ""}, {129, 199, 2, ""}, {130, 500, 1, ""}});
+        {67, 201, 2, ""}, {67, 202, 0, "A900"}, {67, 204, 0, "A900"}, {67, 205, 0, ""}, {130, 500, 1, ""}});
 }
 
 TEST(Candidates, TextIsReadLeniently) {

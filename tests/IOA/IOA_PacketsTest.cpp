@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "IOA/IOA_Packet.hpp"
+#include "IOA/IOA_ProductData.hpp"
 #include "IOA/IOA_PvtData.hpp"
 #include "IOA/IOA_RawPackets.hpp"
 #include "IOA/IOA_Records.hpp"
@@ -14,7 +15,12 @@ namespace {
 
 using namespace ioa;
 using Bytes = std::vector<unsigned char>;
+using Texts = std::vector<std::wstring>;
 using Rqst = DataRqst_t::Rqst_t;
+
+Bytes Payload(std::string const& text) {
+    return {text.begin(), text.end()};
+}
 
 /// A packet with its payload, and one of the same class to be filled.
 struct WireForm {
@@ -99,6 +105,48 @@ TEST(Packets, RawCommandKeepsItsNumberAndTakesAnyData) {
     packet.AcceptFrame(iol::Frame_t(1500, Bytes{2, 3}));
     EXPECT_EQ(packet.Command(), 1500);
     EXPECT_EQ(packet.ProduceFrame().Bytes(), (Bytes{2, 3}));
+}
+
+TEST(ProductData, WhateverTheDeviceSendsIsTakenOrABadFrame) {
+    using namespace std::string_literals;
+    std::string const numbers = "\x07\x01\xFE\xFF";
+    std::pair<std::string, Texts> const cases[] = {
+        {numbers, {}},
+        {numbers + "Model \xC3\xA9\0\0second\0"s, {L"Model \u00E9", L"", L"second"}},
+        {numbers + "one\0cut"s, {L"one"}},             // no closing 0
+        {numbers + "\xFF\xC3\0"s, {L"\uFFFD\uFFFD"}},  // no UTF-8
+    };
+    for (auto const& [payload, descriptions] : cases) {
+        ioa::ProductData_t data;
+        data.AcceptFrame(iol::Frame_t(255, Payload(payload)));
+        EXPECT_EQ(data.productId, 263);
+        EXPECT_EQ(data.softwareVersion, -2);
+        EXPECT_EQ(data.descriptions, descriptions);
+        ioa::ProductDataExt_t extended;
+        extended.AcceptFrame(iol::Frame_t(248, Payload(payload.substr(4))));
+        EXPECT_EQ(extended.descriptions, descriptions);
+    }
+    EXPECT_THROW(ioa::ProductData_t().AcceptFrame(iol::Frame_t(255, Payload("\x07\x01\xFE"))), iol::BadFrame_t);
+    ioa::ProductData_t sent;
+    sent.productId = 0x4241;
+    sent.descriptions = {L"x", L""};
+    EXPECT_EQ(sent.ProduceFrame().Bytes(), Payload("AB\0\0x\0\0"s));
+}
+
+TEST(ProductData, DisplayNameEndsAtTheSoftwareVersion) {
+    std::pair<Texts, std::wstring> const cases[] = {
+        {{}, L""},
+        {{L"Model Beta Software Version 3.10", L"Other Software"}, L"Model Beta"},
+        {{L"Model software version 3.10"}, L"Model"},
+        {{L"Model software and Software"}, L"Model software and"},  // the capital one is looked for first
+        {{L"Software"}, L"Software"},
+        {{L" Software"}, L""},
+    };
+    for (auto const& [descriptions, name] : cases) {
+        ioa::ProductData_t data;
+        data.descriptions = descriptions;
+        EXPECT_EQ(data.DisplayName(), name);
+    }
 }
 
 TEST(PvtData, AccessorsFollowTheFix) {
