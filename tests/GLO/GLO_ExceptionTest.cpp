@@ -102,10 +102,7 @@ TEST(Exception, BoundaryLogsWhatItCaughtInTheFixedForm) {
 }
 
 TEST(CallStack, LinesAreDemangledWhereTheyHoldAName) {
-    const struct {
-        const char* raw;
-        const char* text;
-    } cases[] = {
+    const char* const cases[][2] = {
         {"3   tool   0x01 _ZN3glo3FooEi + 12", "3   tool   0x01 glo::Foo(int) + 12"},
         {"/a_b/tool(_ZN3glo3FooEi+0x1f) [0x5]", "/a_b/tool(glo::Foo(int)+0x1f) [0x5]"},
         {"/a_b/tool(_start+0x1f) [0x5]", "/a_b/tool(_start+0x1f) [0x5]"},
@@ -114,7 +111,7 @@ TEST(CallStack, LinesAreDemangledWhereTheyHoldAName) {
         {"no name", "no name"},
         {"", ""},
     };
-    for (const auto& c : cases) EXPECT_EQ(glo::DemangledStackLine(c.raw), c.text);
+    for (const auto& [raw, text] : cases) EXPECT_EQ(glo::DemangledStackLine(raw), text);
     EXPECT_NE(glo::CallStack().find(L"glo::CallStack"), std::wstring::npos);
 }
 

@@ -99,15 +99,12 @@ TYPED_TEST(Optional, KeepsItsStateThroughCopyAndAssignment) {
 }
 
 TEST(EmptyUse, StopsTheProcessAtItsOwnLine) {
-    const struct {
-        void (*use)();
-        const char* place;
-    } cases[] = {
+    const std::pair<void (*)(), const char*> cases[] = {
         {[] { static_cast<void>(*glo::AutoPtr<int>()); }, "GLO_AutoPtr.hpp Line: 138\n"},
         {[] { static_cast<void>(glo::AutoPtr<int>().operator->()); }, "GLO_AutoPtr.hpp Line: 151\n"},
         {[] { static_cast<void>(glo::SmartPtr_t<Counted>().operator->()); }, "GLO_SmartPtr.hpp Line: 104\n"},
         {[] { static_cast<void>(glo::Optional_t<bool>().Value()); }, "GLO_Optional.hpp Line: 105\n"},
         {[] { static_cast<void>(glo::Optional_t<float>().Value()); }, "GLO_Optional.hpp Line: 581\n"},
     };
-    for (const auto& c : cases) EXPECT_EXIT(c.use(), testing::KilledBySignal(SIGILL), c.place);
+    for (const auto& [use, place] : cases) EXPECT_EXIT(use(), testing::KilledBySignal(SIGILL), place);
 }

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <sstream>
-#include <vector>
+#include <utility>
 
 #include "GLO/GLO_HexValueDump.hpp"
 #include "GLO/GLO_String.hpp"
@@ -21,10 +21,7 @@ std::wstring Dump(const std::string& bytes, bool withText) {
 }  // namespace
 
 TEST(CodePage, Utf8ReadsWhatIsWellFormedAndReplacesWhatIsNot) {
-    const struct {
-        std::string bytes;
-        std::wstring text;
-    } cases[] = {
+    const std::pair<std::string, std::wstring> cases[] = {
         {std::string("a\0\x7F", 3), std::wstring(L"a\0\x7F", 3)},
         {"\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF", L"\x80\x7FF\x800\xFFFF"},
         {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", L"\x10000\x10FFFF"},
@@ -38,10 +35,10 @@ TEST(CodePage, Utf8ReadsWhatIsWellFormedAndReplacesWhatIsNot) {
         {"\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},  // beyond Unicode
         {"\xF5\xFF", L"\xFFFD\xFFFD"},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(glo::wstring(c.bytes, glo::gcUtf8Encoding), c.text);
-        if (c.text.find(L'\xFFFD') != std::wstring::npos) continue;
-        EXPECT_EQ(glo::string(c.text, glo::gcUtf8Encoding), c.bytes);
+    for (const auto& [bytes, text] : cases) {
+        EXPECT_EQ(glo::wstring(bytes, glo::gcUtf8Encoding), text);
+        if (text.find(L'\xFFFD') != std::wstring::npos) continue;
+        EXPECT_EQ(glo::string(text, glo::gcUtf8Encoding), bytes);
     }
     EXPECT_EQ(glo::string(std::wstring{0xD800, 0x110000, static_cast<wchar_t>(-1)}, glo::gcUtf8Encoding),
               "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");

@@ -168,6 +168,9 @@ TEST(Stack, PoppingMoreThanIsThereThrowsWithADumpAndTakesNothing) {
         Raised([&] { stack.Pop(&value, sizeof value, "some/File", 123); }),
         ::testing::StartsWith(L"some/File 123 Requested Data Size: 4\nStack Size: 3\nStack Contents:\n0000: 41 42 00"));
     EXPECT_EQ(stack.Bytes().size(), 3u);
+    win::Version_t version(1, 2, 3, 4);
+    EXPECT_THROW(stack >> version, BadStackException_t);
+    EXPECT_EQ(version, win::Version_t(1, 2, 3, 4));
     for (const std::uint64_t count :
          {std::uint64_t{4}, std::uint64_t{1} << 62, ~std::uint64_t{0}}) {  // counts that lie
         Stack_t narrow = Stack('a', 'b', 'c', count), wide = Stack('a', count);

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "THR/THR_Exception.hpp"
-#include "THR/THR_Stack.hpp"
 #include "WIN/WIN_AppMetaData.hpp"
 #include "WIN/WIN_BuildInfo.hpp"
 #include "WIN/WIN_Version.hpp"
@@ -12,10 +10,7 @@ namespace win {
 namespace {
 
 TEST(Version, TheTwoParsersDifferOnPurpose) {
-    const struct {
-        const char* text;
-        Version_t wide, platform;
-    } cases[] = {
+    const std::tuple<std::string, Version_t, Version_t> cases[] = {
         {"", {0, 0, 0, 0}, {0, 0, 0, 0}},
         {"1.2", {1, 2, 0, 0}, {1, 2, 0, 0}},
         {"5.x.7", {5, 7, 0, 0}, {5, 0, 7, 0}},
@@ -26,10 +21,9 @@ TEST(Version, TheTwoParsersDifferOnPurpose) {
         {"65535.65536.7", {65535, 7, 0, 0}, {65535, 0, 7, 0}},
         {"-1.99999999999.-99999999999", {65535, 0, 0, 0}, {65535, 65535, 0, 0}},
     };
-    for (const auto& c : cases) {
-        const std::string text = c.text;
-        EXPECT_EQ(Version_t(std::wstring(text.begin(), text.end())).Str(), c.wide.Str()) << text;
-        EXPECT_EQ(StringToVersion(text).Str(), c.platform.Str()) << text;
+    for (const auto& [text, wide, platform] : cases) {
+        EXPECT_EQ(Version_t(std::wstring(text.begin(), text.end())).Str(), wide.Str()) << text;
+        EXPECT_EQ(StringToVersion(text).Str(), platform.Str()) << text;
     }
 }
 
@@ -43,14 +37,6 @@ TEST(Version, TextsAndOrder) {
     for (const auto& a : ascending) {
         for (const auto& b : ascending) EXPECT_EQ(a.LessThan(b), &a < &b) << a.Major() << b.Major();
     }
-    thr::Stack_t stack;
-    stack << ascending[1];
-    Version_t popped;
-    stack >> popped;
-    EXPECT_EQ(popped, ascending[1]);
-    stack << std::uint16_t{1};
-    EXPECT_THROW(stack >> popped, thr::BadStackException_t);
-    EXPECT_EQ(popped, ascending[1]);
 }
 
 class MetaData : public SettingsTest {
@@ -62,11 +48,7 @@ class MetaData : public SettingsTest {
 };
 
 TEST_F(MetaData, TheBuildTypeIsTheSecondWordOfTheBundlesVersion) {
-    const struct {
-        const char* version;
-        const wchar_t *type, *formatted;
-        bool hasDate, hasUser;
-    } cases[] = {
+    const std::tuple<const char*, std::wstring, const wchar_t*, bool, bool> cases[] = {
         {"2.0.1", L"Release", L"2.0.1", false, false},
         {"2.0.1.7", L"Release", L"2.0.1", false, false},
         {"2.0.1.7 Alpha", L"Alpha", L"2.0.1.7 Alpha", true, false},
@@ -74,15 +56,15 @@ TEST_F(MetaData, TheBuildTypeIsTheSecondWordOfTheBundlesVersion) {
         {"1.2.3 Internal rest", L"Internal", L"1.2.3.0 Internal", true, true},
         {"", L"Release", L"0.0.0", false, false},
     };
-    for (const auto& c : cases) {
-        const AppMetaData_t made = Of(c.version);
-        EXPECT_EQ(made.BuildType(), c.type);
-        EXPECT_EQ(made.FormattedVersion(), c.formatted);
-        EXPECT_EQ(made.IsBeta(), c.type == std::wstring(L"Beta"));
-        ASSERT_EQ(made.FormattedDateTime().IsKnown(), c.hasDate) << c.version;
-        ASSERT_EQ(made.FormattedUserId().IsKnown(), c.hasUser) << c.version;
-        EXPECT_TRUE(!c.hasDate || made.FormattedDateTime().Value() == made.BuildDate() + L' ' + made.BuildTime());
-        EXPECT_TRUE(!c.hasUser || made.FormattedUserId().Value() == L'(' + made.BuildUserId() + L')');
+    for (const auto& [version, type, formatted, hasDate, hasUser] : cases) {
+        const AppMetaData_t made = Of(version);
+        EXPECT_EQ(made.BuildType(), type);
+        EXPECT_EQ(made.FormattedVersion(), formatted);
+        EXPECT_EQ(made.IsBeta(), type == L"Beta");
+        ASSERT_EQ(made.FormattedDateTime().IsKnown(), hasDate) << version;
+        ASSERT_EQ(made.FormattedUserId().IsKnown(), hasUser) << version;
+        EXPECT_TRUE(!hasDate || made.FormattedDateTime().Value() == made.BuildDate() + L' ' + made.BuildTime());
+        EXPECT_TRUE(!hasUser || made.FormattedUserId().Value() == L'(' + made.BuildUserId() + L')');
     }
 }
 

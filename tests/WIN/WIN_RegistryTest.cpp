@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "WIN/WIN_AppMetaData.hpp"
 #include "WIN/WIN_CRegistry.hpp"
@@ -60,17 +61,14 @@ TEST_F(RegistryTest, IntegersAreFourBytesOrANumber) {
                    {"key", {PropertyList::Dictionary()}}});
     int expected = 0;
     std::memcpy(&expected, "\1\0\0\x80", 4);
-    const struct {
-        const wchar_t* name;
-        bool isRead;
-        int value;
-    } cases[] = {{L"four", true, expected}, {L"two", false, 0}, {L"none", false, 0},  {L"number", true, -7},
-                 {L"wide", true, 5},        {L"real", true, 2}, {L"huge", false, 0},  {L"text", false, 0},
-                 {L"true", false, 0},       {L"key", false, 0}, {L"absent", false, 0}};
-    for (const auto& c : cases) {
+    const std::tuple<const wchar_t*, bool, int> cases[] = {
+        {L"four", true, expected}, {L"two", false, 0}, {L"none", false, 0},  {L"number", true, -7},
+        {L"wide", true, 5},        {L"real", true, 2}, {L"huge", false, 0},  {L"text", false, 0},
+        {L"true", false, 0},       {L"key", false, 0}, {L"absent", false, 0}};
+    for (const auto& [name, isRead, expectedValue] : cases) {
         int value = 0;
-        EXPECT_EQ(Utils::GetRegistryValue(1, L"Software\\Trovik\\Settings", c.name, value), c.isRead) << c.name;
-        EXPECT_EQ(value, c.value) << c.name;
+        EXPECT_EQ(Utils::GetRegistryValue(1, L"Software\\Trovik\\Settings", name, value), isRead) << name;
+        EXPECT_EQ(value, expectedValue) << name;
     }
     unsigned int number = 0;
     bool truth = false;
@@ -87,24 +85,19 @@ TEST_F(RegistryTest, BinaryDataComesBackOnlyWhenTheBufferHoldsIt) {
     ASSERT_TRUE(Utils::SetRegistryValue(1, L"A\\key", L"x", 1U));
     EXPECT_FALSE(Utils::SetRegistryValue(1, L"A", L"bad", nullptr, 3));
     EXPECT_FALSE(Utils::SetRegistryValue(1, L"A", L"bad", data, -1));
-    const struct {
-        const wchar_t* name;
-        int size;
-        unsigned int count;
-        bool isCopied;
-    } cases[] = {{L"data", 3, 3, true},
-                 {L"data", 8, 3, true},
-                 {L"data", 2, 3, false},
-                 {L"data", 0, 3, false},
-                 {L"text", 8, 0, false},
-                 {L"key", 8, 0, false},
-                 {L"absent", 8, 0xFFFFFFFF, false},
-                 {L"bad", 8, 0xFFFFFFFF, false}};
-    for (const auto& c : cases) {
+    const std::tuple<const wchar_t*, int, unsigned int, bool> cases[] = {{L"data", 3, 3, true},
+                                                                         {L"data", 8, 3, true},
+                                                                         {L"data", 2, 3, false},
+                                                                         {L"data", 0, 3, false},
+                                                                         {L"text", 8, 0, false},
+                                                                         {L"key", 8, 0, false},
+                                                                         {L"absent", 8, 0xFFFFFFFF, false},
+                                                                         {L"bad", 8, 0xFFFFFFFF, false}};
+    for (const auto& [name, size, count, isCopied] : cases) {
         unsigned char buffer[8] = {9, 9, 9};
-        EXPECT_EQ(Utils::GetRegistryValue(1, L"A", c.name, buffer, c.size), c.count) << c.name;
-        EXPECT_EQ(std::memcmp(buffer, data, 3) == 0, c.isCopied) << c.name << c.size;
-        EXPECT_EQ(Utils::KeyExists(1, L"A", c.name), c.count != 0xFFFFFFFF) << c.name;
+        EXPECT_EQ(Utils::GetRegistryValue(1, L"A", name, buffer, size), count) << name;
+        EXPECT_EQ(std::memcmp(buffer, data, 3) == 0, isCopied) << name << size;
+        EXPECT_EQ(Utils::KeyExists(1, L"A", name), count != 0xFFFFFFFF) << name;
     }
     EXPECT_EQ(Utils::GetRegistryValue(1, L"nowhere", L"x", nullptr, 0), 0xFFFFFFFF);
     CRegistry closed(1);

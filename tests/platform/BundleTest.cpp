@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <tuple>
 
 #include "tests/support/TemporaryFolder.hpp"
 
@@ -26,10 +27,7 @@ TEST_F(BundleTest, TextsComeInTheWantedLanguageThenInEnglishThenAsTheValueThenAs
     Table("de.lproj/Localizable.strings", {{"a", {std::string("a-de")}}, {"b", {std::int64_t{7}}}});
     Table("de_AT.lproj/Localizable.strings", {});
     support::WriteFile(folder / "fr.lproj/Localizable.strings", "damaged");
-    const struct {
-        Languages languages;
-        const char *key, *value, *table, *text;
-    } cases[] = {
+    const std::tuple<Languages, const char*, const char*, const char*, const char*> cases[] = {
         {{"de_AT", "de"}, "a", "", "", "a-de"},
         {{"de"}, "b", "", "", "b-en"},  // a number is no text
         {{"de"}, "a", "", "Other", "other-en"},
@@ -41,17 +39,13 @@ TEST_F(BundleTest, TextsComeInTheWantedLanguageThenInEnglishThenAsTheValueThenAs
         {{"de"}, "c", "", "", "c"},
         {{"de"}, "a", "", "Nowhere", "a"},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(Bundle(folder.path(), c.languages).localizedStringForKey(c.key, c.value, c.table), c.text)
-            << c.key << ' ' << c.table;
+    for (const auto& [languages, key, value, table, text] : cases) {
+        EXPECT_EQ(Bundle(folder.path(), languages).localizedStringForKey(key, value, table), text) << key << table;
     }
 }
 
 TEST_F(BundleTest, LanguagesFollowTheEnvironment) {
-    const struct {
-        const char *lcAll, *lcMessages, *lang, *language;
-        Languages expected;
-    } cases[] = {
+    const std::tuple<const char*, const char*, const char*, const char*, Languages> cases[] = {
         {"", "", "de_AT.UTF-8@euro", "", {"de_AT", "de"}},
         {"", "fr_FR", "de_DE", "", {"fr_FR", "fr"}},
         {"es_ES", "fr_FR", "de_DE", "", {"es_ES", "es"}},
@@ -64,12 +58,12 @@ TEST_F(BundleTest, LanguagesFollowTheEnvironment) {
         {"", "", "POSIX", "", {}},
         {"", "", "../../etc", "", {}},
     };
-    for (const auto& c : cases) {
-        setenv("LC_ALL", c.lcAll, 1);
-        setenv("LC_MESSAGES", c.lcMessages, 1);
-        setenv("LANG", c.lang, 1);
-        setenv("LANGUAGE", c.language, 1);
-        EXPECT_EQ(Bundle::userLanguages(), c.expected) << c.lcAll << c.lcMessages << c.lang << c.language;
+    for (const auto& [lcAll, lcMessages, lang, language, expected] : cases) {
+        setenv("LC_ALL", lcAll, 1);
+        setenv("LC_MESSAGES", lcMessages, 1);
+        setenv("LANG", lang, 1);
+        setenv("LANGUAGE", language, 1);
+        EXPECT_EQ(Bundle::userLanguages(), expected) << lcAll << lcMessages << lang << language;
     }
 }
 

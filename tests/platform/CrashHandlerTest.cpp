@@ -7,6 +7,7 @@
 #include <csignal>
 #include <filesystem>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/TemporaryFolder.hpp"
@@ -16,11 +17,7 @@ namespace fs = std::filesystem;
 extern "C" const char* __crashreporter_info__;
 
 TEST(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
-    const struct {
-        void (*crash)();
-        int signal;
-        const char* line;
-    } cases[] = {
+    const std::tuple<void (*)(), int, const char*> cases[] = {
         {[] { __builtin_trap(); }, SIGILL, "Signal 4 (SIGILL)"},
         {[] { std::thread([] { __builtin_trap(); }).join(); }, SIGILL, "Signal 4 (SIGILL)"},
         {[] { std::abort(); }, SIGABRT, "Signal 6 (SIGABRT)"},
@@ -29,16 +26,16 @@ TEST(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
         {[] { *static_cast<volatile char*>(::mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) = 1; },
          SIGSEGV, "Signal 11 (SIGSEGV)"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.line);
+    for (const auto& [crash, signal, line] : cases) {
+        SCOPED_TRACE(line);
         const support::TemporaryFolder folder;
         EXPECT_EXIT(
             {
                 __crashreporter_info__ = "File: somewhere Line: 7";
                 platform::InstallCrashHandler(folder / "ResetTool", "Reset Tool 1.2.3");
-                c.crash();
+                crash();
             },
-            testing::KilledBySignal(c.signal), "Reset Tool 1.2.3");
+            testing::KilledBySignal(signal), "Reset Tool 1.2.3");
 
         const std::vector<fs::directory_entry> files(fs::directory_iterator(folder.path()), fs::directory_iterator());
         ASSERT_EQ(files.size(), 1U);
@@ -46,7 +43,7 @@ TEST(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
         EXPECT_EQ(files[0].status().permissions(), fs::perms(0600));
         const std::string text = support::ReadFile(files[0].path());
         const std::string head =
-            std::string("Reset Tool 1.2.3\n") + c.line + "\nBlack box:\nFile: somewhere Line: 7\nStack:\n";
+            std::string("Reset Tool 1.2.3\n") + line + "\nBlack box:\nFile: somewhere Line: 7\nStack:\n";
         EXPECT_EQ(text.substr(0, head.size()), head);
         EXPECT_NE(text.find('\n', head.size()), std::string::npos) << "no frame in the stack";
     }

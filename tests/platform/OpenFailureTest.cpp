@@ -2,12 +2,11 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
-#include <functional>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/UsbErrors.hpp"
@@ -35,8 +34,23 @@ class OpenFailureTest : public ::testing::Test {
         return DescribeOpenFailure(device, result, {folder / "proc", {folder / "none", folder / "rules.d"}});
     }
 
+    /// Opens that fail with the given errors one after the other; then the node is opened really.
+    NodeOpener FailsWith(std::vector<int> errors) {
+        attempts = 0;
+        return [this, errors = std::move(errors)](const std::string& path) {
+            const std::size_t attempt = attempts++;
+            if (attempt >= errors.size()) return OpenReadWrite(path);
+            // From the second attempt on the folder is being watched: only then does a change count as one to wait for.
+            if (attempt > 0) fs::permissions(node, fs::perms(0666));
+            errno = errors[attempt];
+            return -1;
+        };
+    }
+
     const support::TemporaryFolder temporary;
     const fs::path folder = temporary.path(), device = folder / "1-1", node = folder / "node";
+    std::size_t attempts = 0;  ///< to open the node
+    FileDescriptor descriptor;
 };
 
 TEST_F(OpenFailureTest, DeniedAccessNamesNodeOwnerModeAndTheMissingRule) {
@@ -76,47 +90,22 @@ TEST_F(OpenFailureTest, DeviceThatHasGoneIsCalledGone) {
     EXPECT_THAT(Describe(kIOReturnNoDevice), HasSubstr("The node is not there."));
 }
 
-/// Opens that fail with the given errors one after the other; then the node is opened really.
-class ScriptedOpener {
-  public:
-    ScriptedOpener(fs::path node, std::vector<int> errors) : mNode(std::move(node)), mErrors(std::move(errors)) {}
-    int operator()(const std::string& node) {
-        const std::size_t attempt = attempts++;
-        if (attempt >= mErrors.size()) return OpenReadWrite(node);
-        // From the second attempt on the folder is being watched: only then does a change count as one to wait for.
-        if (attempt > 0) ::chmod(mNode.c_str(), 0666);
-        errno = mErrors[attempt];
-        return -1;
-    }
-    std::size_t attempts = 0;
-
-  private:
-    const fs::path mNode;
-    const std::vector<int> mErrors;
-};
-
 TEST_F(OpenFailureTest, DeniedAccessIsTriedAgainAtEachChangeOfTheNode) {
-    ScriptedOpener opener(node, {EACCES, EACCES, EACCES});
-    FileDescriptor descriptor;
-    EXPECT_EQ(OpenUsbNode(node, descriptor, std::ref(opener)), kIOReturnSuccess);
+    EXPECT_EQ(OpenUsbNode(node, descriptor, FailsWith({EACCES, EACCES, EACCES})), kIOReturnSuccess);
     EXPECT_TRUE(descriptor);
-    EXPECT_EQ(opener.attempts, 4U);
+    EXPECT_EQ(attempts, 4U);
 }
 
 TEST_F(OpenFailureTest, OtherFailuresAndDeniedAccessToANodeThatHasBeenThereLongAreNotTriedAgain) {
-    ScriptedOpener busy(node, {EBUSY});
-    FileDescriptor descriptor;
-    EXPECT_EQ(OpenUsbNode(node, descriptor, std::ref(busy)), kIOReturnExclusiveAccess);
-    EXPECT_EQ(busy.attempts, 1U);
+    EXPECT_EQ(OpenUsbNode(node, descriptor, FailsWith({EBUSY})), kIOReturnExclusiveAccess);
+    EXPECT_EQ(attempts, 1U);
     EXPECT_EQ(OpenUsbNode(folder / "nothing", descriptor), kIOReturnNoDevice);
     // Gone while permissions were waited for.
-    ScriptedOpener leaving(node, {EACCES, EACCES, ENODEV});
-    EXPECT_EQ(OpenUsbNode(node, descriptor, std::ref(leaving)), kIOReturnNoDevice);
+    EXPECT_EQ(OpenUsbNode(node, descriptor, FailsWith({EACCES, EACCES, ENODEV})), kIOReturnNoDevice);
 
     const timespec longAgo[2] = {{1000, 0}, {1000, 0}};
     ASSERT_EQ(::utimensat(AT_FDCWD, node.c_str(), longAgo, 0), 0);
-    const auto denied = [](const std::string&) { return errno = EACCES, -1; };
-    EXPECT_EQ(OpenUsbNode(node, descriptor, denied), kIOReturnNotPermitted);
+    EXPECT_EQ(OpenUsbNode(node, descriptor, FailsWith({EACCES, EACCES, EACCES})), kIOReturnNotPermitted);
     EXPECT_FALSE(descriptor);
 }
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <tuple>
 
 #include "platform/Platform.hpp"
 #include "tests/support/TemporaryFolder.hpp"
@@ -48,27 +49,24 @@ class UserDefaultsTest : public ::testing::Test {
 };
 
 TEST_F(UserDefaultsTest, ValuesAreReadByTheNextRunAndByTheirType) {
-    const struct {
-        PropertyList value;
-        bool truth;
-        std::int64_t number;
-    } cases[] = {{{std::string("\xC3\xA4")}, false, 0},
-                 {{std::string("yEs")}, true, 0},
-                 {{std::string(" 12 x")}, false, 12},
-                 {{true}, true, 1},
-                 {{std::int64_t{7}}, true, 7},
-                 {{std::int64_t{0}}, false, 0},
-                 {{2.9}, true, 2},
-                 {{1e300}, true, INT64_MAX},
-                 {{PropertyList::Data{1}}, false, 0}};
+    const std::tuple<PropertyList, bool, std::int64_t> cases[] = {{{std::string("\xC3\xA4")}, false, 0},
+                                                                  {{std::string("yEs")}, true, 0},
+                                                                  {{std::string(" 12 x")}, false, 12},
+                                                                  {{true}, true, 1},
+                                                                  {{std::int64_t{7}}, true, 7},
+                                                                  {{std::int64_t{0}}, false, 0},
+                                                                  {{2.9}, true, 2},
+                                                                  {{1e300}, true, INT64_MAX},
+                                                                  {{PropertyList::Data{1}}, false, 0}};
     Dictionary all;
-    for (const auto& c : cases) all[std::to_string(all.size())] = c.value;
+    for (const auto& c : cases) all[std::to_string(all.size())] = std::get<0>(c);
     ASSERT_TRUE(defaults.setPersistentDomain(all, kDomain));
     const UserDefaults next(kDomain, folder);
     for (std::size_t i = 0; i < all.size(); ++i) {
-        EXPECT_EQ(next.objectForKey(std::to_string(i)), cases[i].value);
-        EXPECT_EQ(next.boolForKey(std::to_string(i)), cases[i].truth) << i;
-        EXPECT_EQ(next.integerForKey(std::to_string(i)), cases[i].number) << i;
+        const auto& [value, truth, number] = cases[i];
+        EXPECT_EQ(next.objectForKey(std::to_string(i)), value);
+        EXPECT_EQ(next.boolForKey(std::to_string(i)), truth) << i;
+        EXPECT_EQ(next.integerForKey(std::to_string(i)), number) << i;
     }
     EXPECT_FALSE(next.objectForKey("missing") || next.boolForKey("missing") || next.integerForKey("missing"));
     EXPECT_EQ(FilesInFolder(), 1);
