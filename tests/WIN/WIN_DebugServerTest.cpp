@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "GLO/GLO_Exception.hpp"
-#include "WIN/WIN_Registry.hpp"
 #include "libs/WIN/impl/WIN_TimeStamp.hpp"
 #include "tests/WIN/WIN_Support.hpp"
 

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <tuple>
 
-#include "WIN/WIN_AppMetaData.hpp"
 #include "WIN/WIN_CRegistry.hpp"
 #include "WIN/WIN_RegistryUtils.hpp"
 #include "tests/WIN/WIN_Support.hpp"

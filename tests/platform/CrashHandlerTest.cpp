@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>

@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "platform/linux/SignalScriptRunner.hpp"
 #include "tests/support/TemporaryFolder.hpp"

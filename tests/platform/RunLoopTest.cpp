@@ -1,17 +1,20 @@
-#include "platform/linux/AsioRunLoop.hpp"
-
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <future>
-#include <limits>
+#include <latch>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
+#include "platform/CFMessagePort.hpp"
 #include "platform/Platform.hpp"
+#include "platform/linux/AsioRunLoop.hpp"
+#include "platform/linux/Dispatch.hpp"
 #include "tests/support/Holdings.hpp"
+#include "tests/support/MainQueueContract.hpp"
 
 namespace platform {
 namespace {
@@ -180,5 +183,100 @@ TEST(RunLoops, EachThreadHasOneLoopAndItsEndDestroysWhatWaits) {
     EXPECT_EQ(held.use_count(), 1);
 }
 
+class MessagePortTest : public ::testing::Test {
+  protected:
+    AsioRunLoops runLoops;
+    const PlatformScope scope{{.runLoops = &runLoops}};
+    std::vector<int> received;
+    std::unique_ptr<CFMessagePort> local = CFMessagePort::CFMessagePortCreateLocal(
+        "port", [this](std::int32_t id, const CFData& data) { received.push_back(id * 100 + data.at(0)); });
+    std::unique_ptr<CFMessagePort> remote = CFMessagePort::CFMessagePortCreateRemote("port");
+
+    static void Serve(double seconds = 0) {
+        CFRunLoopGetCurrent()->CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, seconds > 0);
+    }
+};
+
+TEST_F(MessagePortTest, NamesAreUniqueWhileTheyLive) {
+    EXPECT_FALSE(CFMessagePort::CFMessagePortCreateLocal("port", {}));
+    EXPECT_FALSE(CFMessagePort::CFMessagePortCreateRemote("nobody"));
+    local.reset();
+    EXPECT_FALSE(remote->CFMessagePortIsValid());
+    EXPECT_EQ(remote->CFMessagePortSendRequest(1, {1}, 0), kCFMessagePortIsInvalid);
+    EXPECT_TRUE(CFMessagePort::CFMessagePortCreateLocal("port", {}));
+}
+
+TEST_F(MessagePortTest, MessagesArriveInOrderAndAFullQueueTimesOut) {
+    for (unsigned char i = 1; i <= 3; ++i) EXPECT_EQ(remote->CFMessagePortSendRequest(7, {i}, 0), 0);
+    Serve();
+    EXPECT_TRUE(received.empty()) << "the port is on no run loop yet";
+    local->CFRunLoopAddSource();
+    for (unsigned char i = 4; i <= 5; ++i) EXPECT_EQ(remote->CFMessagePortSendRequest(7, {i}, 0), 0);
+    EXPECT_EQ(remote->CFMessagePortSendRequest(7, {6}, 0), kCFMessagePortSendTimeout);
+    EXPECT_TRUE(received.empty()) << "delivered inside a send";
+    Serve();
+    EXPECT_EQ(received, (std::vector{701, 702, 703, 704, 705}));
+}
+
+TEST_F(MessagePortTest, AWaitingSenderGoesOnWhenTheReceiverServesOrEnds) {
+    local->CFRunLoopAddSource();
+    auto sent = std::async(std::launch::async, [this] {
+        int count = 0;
+        while (remote->CFMessagePortSendRequest(count, {0}, kWatchdog) == kCFMessagePortSuccess) ++count;
+        return count;
+    });
+    while (received.size() < 50) Serve(kWatchdog);
+    local->CFMessagePortInvalidate();
+    EXPECT_GE(sent.get(), 50);
+    EXPECT_TRUE(std::is_sorted(received.begin(), received.end()));
+}
+
+struct OnRunLoop {
+    void runUntil(const std::function<bool()>& done) {
+        while (!done()) loops.CFRunLoopGetCurrent()->CFRunLoopRunInMode(kCFRunLoopDefaultMode, 1, true);
+    }
+    AsioRunLoops loops;
+    std::unique_ptr<MainQueue> queue = std::make_unique<RunLoopMainQueue>(loops);
+};
+
+TEST(MainQueueEnd, SynchronousSubmissionReturnsWhenTheMainThreadEnds) {
+    AsioRunLoops loops;
+    std::unique_ptr<RunLoopMainQueue> queue;
+    std::latch made(1), submitted(1);
+    std::jthread main([&] {
+        queue = std::make_unique<RunLoopMainQueue>(loops);
+        made.count_down();
+        submitted.wait();
+    });
+    made.wait();
+    const auto held = std::make_shared<int>(0);
+    queue->dispatch_async([held] { ADD_FAILURE() << "nobody runs the loop"; });
+    submitted.count_down();
+    queue->dispatch_sync([] { ADD_FAILURE() << "nobody runs the loop"; });
+    main.join();
+    EXPECT_EQ(held.use_count(), 1);
+}
+
+TEST(GlobalQueueTest, BlocksThatWaitForEachOtherAllRunAndAreJoined) {
+    constexpr int kBlocks = 8;
+    std::atomic<int> done = 0;
+    {
+        GlobalQueue queue;
+        std::latch together(kBlocks);
+        for (int i = 0; i < kBlocks; ++i) {
+            queue.dispatch_async([&] {
+                together.arrive_and_wait();  // ends only with a thread for each
+                if (done++ == 0) throw 1;
+            });
+        }
+        together.wait();
+        queue.dispatch_async([&] { queue.dispatch_async([&] { ++done; }); });
+    }
+    EXPECT_EQ(done, kBlocks + 1);
+}
+
 }  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(RunLoop, MainQueueContract, OnRunLoop);
+
 }  // namespace platform
