@@ -104,7 +104,6 @@ TEST(EmptyUse, StopsTheProcessAtItsOwnLine) {
         {[] { static_cast<void>(glo::AutoPtr<int>().operator->()); }, "GLO_AutoPtr.hpp Line: 151\n"},
         {[] { static_cast<void>(glo::SmartPtr_t<Counted>().operator->()); }, "GLO_SmartPtr.hpp Line: 104\n"},
         {[] { static_cast<void>(glo::Optional_t<bool>().Value()); }, "GLO_Optional.hpp Line: 105\n"},
-        {[] { static_cast<void>(glo::Optional_t<float>().Value()); }, "GLO_Optional.hpp Line: 581\n"},
-    };
+        {[] { static_cast<void>(glo::Optional_t<float>().Value()); }, "GLO_Optional.hpp Line: 581\n"}};
     for (const auto& [use, place] : cases) EXPECT_EXIT(use(), testing::KilledBySignal(SIGILL), place);
 }

@@ -37,8 +37,7 @@ TEST_F(BundleTest, TextsComeInTheWantedLanguageThenInEnglishThenAsTheValueThenAs
         {{"en", "de"}, "a", "", "", "a-en"},
         {{"de"}, "c", "value", "", "value"},
         {{"de"}, "c", "", "", "c"},
-        {{"de"}, "a", "", "Nowhere", "a"},
-    };
+        {{"de"}, "a", "", "Nowhere", "a"}};
     for (const auto& [languages, key, value, table, text] : cases) {
         EXPECT_EQ(Bundle(folder.path(), languages).localizedStringForKey(key, value, table), text) << key << table;
     }
@@ -56,8 +55,7 @@ TEST_F(BundleTest, LanguagesFollowTheEnvironment) {
         {"C.UTF-8", "", "de_DE", "fr", {}},
         {"", "", "", "", {}},
         {"", "", "POSIX", "", {}},
-        {"", "", "../../etc", "", {}},
-    };
+        {"", "", "../../etc", "", {}}};
     for (const auto& [lcAll, lcMessages, lang, language, expected] : cases) {
         setenv("LC_ALL", lcAll, 1);
         setenv("LC_MESSAGES", lcMessages, 1);

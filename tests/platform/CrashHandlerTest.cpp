@@ -23,8 +23,7 @@ TEST(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
         {[] { ::raise(SIGBUS); }, SIGBUS, "Signal 7 (SIGBUS)"},
         {[] { ::raise(SIGFPE); }, SIGFPE, "Signal 8 (SIGFPE)"},
         {[] { *static_cast<volatile char*>(::mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) = 1; },
-         SIGSEGV, "Signal 11 (SIGSEGV)"},
-    };
+         SIGSEGV, "Signal 11 (SIGSEGV)"}};
     for (const auto& [crash, signal, line] : cases) {
         SCOPED_TRACE(line);
         const support::TemporaryFolder folder;

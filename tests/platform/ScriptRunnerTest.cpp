@@ -21,7 +21,7 @@ class Child {
   public:
     Child(const fs::path& folder, const std::string& name, bool stubborn = false) {
         const fs::path program = folder / name;
-        if (!fs::exists(program)) fs::copy_file("/bin/sleep", program);
+        fs::copy_file("/bin/sleep", program, fs::copy_options::skip_existing);
         int ready[2];
         EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
         mId = ::fork();
@@ -79,13 +79,11 @@ TEST_F(ScriptRunnerTest, EveryProcessOfTheExactNameQuitsAndNoOther) {
     // The same 15 characters, as far as the kernel's own name goes.
     const Child sibling(folder, longName + "s"), cut(folder, longName.substr(0, 15));
     EXPECT_TRUE(runner.executeAndReturnError(Quit(shortName)));
-    EXPECT_TRUE(first.HasEnded());
-    EXPECT_TRUE(second.HasEnded());
+    EXPECT_TRUE(first.HasEnded() && second.HasEnded());
     EXPECT_FALSE(service.HasEnded());
     EXPECT_TRUE(runner.executeAndReturnError(Quit(longName)));
     EXPECT_TRUE(service.HasEnded());
-    EXPECT_FALSE(sibling.HasEnded());
-    EXPECT_FALSE(cut.HasEnded());
+    EXPECT_FALSE(sibling.HasEnded() || cut.HasEnded());
     EXPECT_TRUE(runner.executeAndReturnError(Quit(longName))) << "an ended one that nobody waited for does not count";
 }
 

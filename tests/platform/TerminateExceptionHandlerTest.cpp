@@ -63,12 +63,11 @@ TEST_F(TerminateExceptionHandlerDeathTest, WithoutMaskOrDelegateNobodyIsAsked) {
     ExpectReport(std::runtime_error("x"), ::testing::Not(::testing::HasSubstr("name std")));
 }
 
-TEST(TerminateExceptionHandlerTest, CallStackNamesItsCallersAndTheOldHandlerComesBack) {
+TEST(TerminateExceptionHandlerTest, TheOldHandlerComesBackAtItsEnd) {
     const auto before = std::get_terminate();
     {
         TerminateExceptionHandler handler;
         EXPECT_NE(std::get_terminate(), before);
-        EXPECT_GT(handler.callStackSymbols().size(), 2U);
     }
     EXPECT_EQ(std::get_terminate(), before);
 }

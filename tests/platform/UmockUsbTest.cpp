@@ -4,11 +4,10 @@
 #include "tests/support/UmockBackend.hpp"
 #include "tests/support/UsbContract.hpp"
 
+namespace platform {
 namespace {
 
 using contract::Opened;
-using platform::IOReturn;
-using simulator::Bytes;
 
 std::vector<std::string> gLog;
 
@@ -27,57 +26,54 @@ class UmockUsbTest : public ::testing::Test, public support::UmockBackend {
             device.send(contract::packetOfSize(20, id), now);
         });
     }
-    std::unique_ptr<platform::IOUSBDeviceInterface> Device() {
-        std::unique_ptr<platform::IOCFPlugInInterface> plugIn;
-        std::unique_ptr<platform::IOUSBDeviceInterface> device;
+    std::unique_ptr<IOUSBDeviceInterface> Device() {
+        std::unique_ptr<IOCFPlugInInterface> plugIn;
+        std::unique_ptr<IOUSBDeviceInterface> device;
         EXPECT_EQ(registry().IORegistryEntryFromPath(path)->IOCreatePlugInInterfaceForService(
-                      platform::IOUserClientType::kIOUSBDeviceUserClientTypeID, plugIn),
-                  platform::kIOReturnSuccess);
-        EXPECT_EQ(plugIn->QueryInterface(device), platform::kIOReturnSuccess);
+                      IOUserClientType::kIOUSBDeviceUserClientTypeID, plugIn),
+                  kIOReturnSuccess);
+        EXPECT_EQ(plugIn->QueryInterface(device), kIOReturnSuccess);
         return device;
     }
 
     std::string path;
 
   private:
-    platform::PlatformScope mScope{{.log = [](const std::string& line) { gLog.push_back(line); }}};
+    PlatformScope mScope{{.log = [](const std::string& line) { gLog.push_back(line); }}};
 };
 
 TEST_F(UmockUsbTest, DevicesOfOneMomentComeInOneNotificationAndEachAttachOnce) {
-    struct Seen {
-        std::vector<std::vector<std::uint64_t>> groups;
-        static void callback(void* refCon, platform::IOIterator& iterator) {
-            auto& group = static_cast<Seen*>(refCon)->groups.emplace_back();
-            for (const auto& one : contract::drain(iterator)) group.push_back(one.id);
-        }
-    } seen;
+    std::vector<std::vector<std::uint64_t>> groups;
+    const auto isTold = [](void* refCon, IOIterator& iterator) {
+        auto& group = static_cast<decltype(groups)*>(refCon)->emplace_back();
+        for (const auto& one : contract::drain(iterator)) group.push_back(one.id);
+    };
     usb.unplug(0);
     usb.unplug(1);
     auto port = registry().IONotificationPortCreate();
-    std::unique_ptr<platform::IOIterator> iterator;
-    ASSERT_EQ(registry().IOServiceAddMatchingNotification(*port, platform::kIOServiceMatched,
-                                                          contract::matchingTrovik(), Seen::callback, &seen, iterator),
-              platform::kIOReturnSuccess);
+    std::unique_ptr<IOIterator> iterator;
+    ASSERT_EQ(registry().IOServiceAddMatchingNotification(*port, kIOServiceMatched, contract::matchingTrovik(), isTold,
+                                                          &groups, iterator),
+              kIOReturnSuccess);
     EXPECT_TRUE(contract::drain(*iterator).empty());
     usb.plug({0, 1});
     // A source that is added late delivers what has come meanwhile.
-    loop().CFRunLoopAddSource(port->IONotificationPortGetRunLoopSource(), platform::kCFRunLoopDefaultMode);
-    loop().CFRunLoopRunInMode(platform::kCFRunLoopDefaultMode, 10, true);
-    ASSERT_EQ(seen.groups.size(), 1U);
+    loop().CFRunLoopAddSource(port->IONotificationPortGetRunLoopSource(), kCFRunLoopDefaultMode);
+    loop().CFRunLoopRunInMode(kCFRunLoopDefaultMode, 10, true);
+    ASSERT_EQ(groups.size(), 1U);
     const auto present = contract::present(registry());
     ASSERT_EQ(present.size(), 2U);
-    EXPECT_EQ(seen.groups[0], (std::vector{present[0].id, present[1].id}));
+    EXPECT_EQ(groups[0], (std::vector{present[0].id, present[1].id}));
 
     usb.announceAgain(0);
     usb.unplug(1);
     usb.plug(1);
-    while (seen.groups.size() < 2) {
-        ASSERT_NE(loop().CFRunLoopRunInMode(platform::kCFRunLoopDefaultMode, 10, true),
-                  platform::CFRunLoopRunResult::TimedOut);
+    while (groups.size() < 2) {
+        ASSERT_NE(loop().CFRunLoopRunInMode(kCFRunLoopDefaultMode, 10, true), CFRunLoopRunResult::TimedOut);
     }
-    EXPECT_EQ(seen.groups[1].size(), 1U) << "not the one that was only announced again";
-    EXPECT_NE(seen.groups[1][0], present[0].id);
-    EXPECT_NE(seen.groups[1][0], present[1].id);
+    EXPECT_EQ(groups[1].size(), 1U) << "not the one that was only announced again";
+    EXPECT_NE(groups[1][0], present[0].id);
+    EXPECT_NE(groups[1][0], present[1].id);
     loop().CFRunLoopRemoveSource(port->IONotificationPortGetRunLoopSource());
 }
 
@@ -95,8 +91,8 @@ TEST_F(UmockUsbTest, KernelDriverIsDetachedAndGivenBack) {
 TEST_F(UmockUsbTest, DeviceOfAnotherProgramIsLeftAloneAndTheLogSaysSo) {
     usb.setDriver("usbfs");
     const auto device = Device();
-    ASSERT_EQ(device->USBDeviceOpen(), platform::kIOReturnSuccess);
-    EXPECT_EQ(device->SetConfiguration(1), platform::kIOReturnExclusiveAccess);
+    ASSERT_EQ(device->USBDeviceOpen(), kIOReturnSuccess);
+    EXPECT_EQ(device->SetConfiguration(1), kIOReturnExclusiveAccess);
     EXPECT_EQ(usb.driver(), "usbfs");
     ASSERT_EQ(gLog.size(), 1U);
     EXPECT_NE(gLog[0].find("/dev/bus/usb/001/002 can't be opened: held by another program"), std::string::npos);
@@ -105,11 +101,11 @@ TEST_F(UmockUsbTest, DeviceOfAnotherProgramIsLeftAloneAndTheLogSaysSo) {
 TEST_F(UmockUsbTest, DeviceThatHasGoneIsNotOpenedAsTheNextOneOnItsPort) {
     const auto device = Device();
     usb.unplug();
-    EXPECT_EQ(device->USBDeviceOpen(), platform::kIOReturnNoDevice);
+    EXPECT_EQ(device->USBDeviceOpen(), kIOReturnNoDevice);
     ASSERT_EQ(gLog.size(), 1U);
     EXPECT_NE(gLog[0].find("it has gone"), std::string::npos) << gLog[0];
     usb.plug();
-    EXPECT_EQ(device->USBDeviceOpen(), platform::kIOReturnNoDevice);
+    EXPECT_EQ(device->USBDeviceOpen(), kIOReturnNoDevice);
 }
 
 TEST_F(UmockUsbTest, CompletionThatThrowsLosesNoneOfThoseBehindIt) {
@@ -169,7 +165,7 @@ TEST_F(UmockHangUpTest, DeviceThatHasGoneDoesNotKeepItsLoopBusy) {
     ASSERT_TRUE(opened.runUntilCompletions(1));
     // What libusb tells itself about the removal is served once; then there is nothing more.
     int served = 0;
-    while (served < 10 && loop().CFRunLoopRunInMode("contract", 0.05, true) != platform::CFRunLoopRunResult::TimedOut) {
+    while (served < 10 && loop().CFRunLoopRunInMode("contract", 0.05, true) != CFRunLoopRunResult::TimedOut) {
         ++served;
     }
     EXPECT_LE(served, 2);
@@ -193,6 +189,7 @@ struct OnTerminalNode : support::UmockBackend {
 };
 
 }  // namespace
+}  // namespace platform
 
 INSTANTIATE_TYPED_TEST_SUITE_P(RealLibrariesOnQueue, UsbContract, support::UmockBackend);
-INSTANTIATE_TYPED_TEST_SUITE_P(RealLibrariesOnTerminal, UsbContract, OnTerminalNode);
+INSTANTIATE_TYPED_TEST_SUITE_P(RealLibrariesOnTerminal, UsbContract, platform::OnTerminalNode);

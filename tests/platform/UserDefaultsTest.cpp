@@ -142,19 +142,16 @@ TEST_F(UserDefaultsTest, ASymbolicLinkStaysOneAndThePermissionsStay) {
 TEST_F(UserDefaultsTest, AFullDiskLeavesTheOldFile) {
     ASSERT_TRUE(defaults.setPersistentDomain({{"a", {std::string("old")}}}, kDomain));
     const std::string before = support::ReadFile(file);
-    rlimit unlimited{};
-    getrlimit(RLIMIT_FSIZE, &unlimited);
-    const auto onSignal = std::signal(SIGXFSZ, SIG_IGN);
     for (const rlim_t size : {0u, 1u, 4096u, 50'000u}) {
-        rlimit limit = unlimited;
-        limit.rlim_cur = size;
-        setrlimit(RLIMIT_FSIZE, &limit);
-        const bool isWritten = defaults.setPersistentDomain({{"a", {kBig}}}, kDomain);
-        setrlimit(RLIMIT_FSIZE, &unlimited);
-        EXPECT_FALSE(isWritten) << size;
+        const auto save = [&] {
+            std::signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit{size, RLIM_INFINITY};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            return defaults.setPersistentDomain({{"a", {kBig}}}, kDomain);
+        };
+        EXPECT_EXIT(_exit(save() ? 0 : 1), ::testing::ExitedWithCode(1), "") << size;
         EXPECT_EQ(support::ReadFile(file), before) << size;
     }
-    std::signal(SIGXFSZ, onSignal);
     EXPECT_EQ(FilesInFolder(), 1) << "a part of a file was left behind";
     EXPECT_TRUE(defaults.setPersistentDomain({{"a", {kBig}}}, kDomain));
 }
