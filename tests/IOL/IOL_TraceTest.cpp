@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <fstream>
 #include <regex>
-#include <sstream>
 
 #include "IOL/IOL_Packet.hpp"
 #include "platform/Platform.hpp"
@@ -54,12 +52,10 @@ TEST(LinkTrace, SwitchedOnTellsEveryStepOfTheExchangeInOrder) {
     link.SendPacket(packet, 20);
     EXPECT_THROW(link.GetPacket({&packet}, 5), glo::Timeout_t);
 
-    std::ifstream file(folder / "Trovik/IoLinkDebug.txt.log");
-    std::string line;
-    for (int banner = 0; banner < 2; ++banner) std::getline(file, line);
-    std::ostringstream text;
-    while (std::getline(file, line)) text << std::regex_replace(line, std::regex("^[0-9:]+ *: "), "") << '\n';
-    EXPECT_EQ(text.str(), kExpected);
+    std::string const trace = support::ReadFile(folder / "Trovik/IoLinkDebug.txt.log");
+    std::string const behindBanner = trace.substr(trace.find('\n', trace.find('\n') + 1) + 1);
+    std::regex const stamp("^[0-9:]+ *: ", std::regex::multiline);
+    EXPECT_EQ(std::regex_replace(behindBanner, stamp, ""), kExpected);
 }
 
 }  // namespace

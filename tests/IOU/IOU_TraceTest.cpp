@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <fstream>
 #include <regex>
 
 #include "GLO/GLO_Exception.hpp"
@@ -71,11 +70,10 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionInOrder) {
                 "iou::Session_t::SendFrameWithTimeout - Timed out waiting to send frame\n" + closing +
                 "Session ended.\n";
 
-    std::ifstream file(folder / "Trovik/IouUsbDebug.log");
-    std::string line, text;
-    for (int banner = 0; banner < 2; ++banner) std::getline(file, line);
-    while (std::getline(file, line)) text += std::regex_replace(line, std::regex("^[0-9:]+ *: "), "") + '\n';
-    EXPECT_EQ(text, expected);
+    std::string const trace = ReadFile(folder / "Trovik/IouUsbDebug.log");
+    std::string const behindBanner = trace.substr(trace.find('\n', trace.find('\n') + 1) + 1);
+    std::regex const stamp("^[0-9:]+ *: ", std::regex::multiline);
+    EXPECT_EQ(std::regex_replace(behindBanner, stamp, ""), expected);
 }
 
 TEST(HexDump, HasRowsOfSixteenAndNothingAfterAFullOne) {

@@ -2,7 +2,6 @@
 
 #include <stdlib.h>
 
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -49,16 +48,6 @@ class SimulatedDevice : public UsbWorld {
 /// A device that does whatever the test says.
 class ScriptedDevice : public UsbWorld {
   public:
-    ScriptedDevice() {
-        platform::Platform setup;
-        setup.clock = &clock;
-        setup.runLoops = &loops;
-        setup.masterPort = &usb;
-        setup.standardUserDefaults = &defaults;
-        setup.log = [](std::string const&) {};
-        mScope.emplace(setup);
-    }
-
     /// Answers the start of a session as a device does.
     void startsSession() {
         usb.brings(ScriptedUsb::kInterruptIn, packet(0, 6, {1, 2, 3, 4}));
@@ -72,7 +61,11 @@ class ScriptedDevice : public UsbWorld {
     ScriptedUsb usb{clock};
 
   private:
-    std::optional<platform::PlatformScope> mScope;
+    platform::PlatformScope mScope{{.clock = &clock,
+                                    .runLoops = &loops,
+                                    .masterPort = &usb,
+                                    .standardUserDefaults = &defaults,
+                                    .log = [](std::string const&) {}}};
 };
 
 /// "file line" of the exception of type E that the action ends with, "other, file line" of one of the library's that is
