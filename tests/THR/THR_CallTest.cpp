@@ -57,7 +57,7 @@ Stack_t Stack(const Values&... values) {
 }
 
 template <typename T>
-T Pop(Stack_t& stack) {
+T Pop(auto&& stack) {
     T value{};
     stack >> value;
     return value;
@@ -89,8 +89,7 @@ class Counter_t : public Object_t {
 
     /// Calls the peer back and adds twice what it answers: a call within a call.
     static void AddThroughPeer(Object_t& object, Stack_t& arguments, Stack_t& result) {
-        Stack_t answer = From(object).mPeer->CallSync(Add, std::move(arguments));
-        result << (From(object).mCount += 2 * Pop<int>(answer));
+        result << (From(object).mCount += 2 * Pop<int>(From(object).mPeer->CallSync(Add, std::move(arguments))));
     }
 
   protected:
@@ -120,10 +119,7 @@ class Server {
         mEnded->get_future().wait();
     }
 
-    int Call(Method_t method, int number) {
-        Stack_t answer = reference->CallSync(method, Stack(number));
-        return Pop<int>(answer);
-    }
+    int Call(Method_t method, int number) { return Pop<int>(reference->CallSync(method, Stack(number))); }
 
     glo::AutoPtr<RemoteReference_t> reference;
 

@@ -24,12 +24,11 @@ using ::testing::Not;
 class OpenFailureTest : public ::testing::Test {
   protected:
     OpenFailureTest() {
-        Write(device / "uevent", "MAJOR=189\nDEVNAME=" + node.string() + "\n");
-        Write(node, "");
+        support::WriteFile(device / "uevent", "MAJOR=189\nDEVNAME=" + node.string() + "\n");
+        support::WriteFile(node, "");
         fs::permissions(node, fs::perms(0664));
         fs::create_directories(folder / "proc");
     }
-    static void Write(const fs::path& file, const std::string& text) { support::WriteFile(file, text); }
     std::string Describe(IOReturn result) {
         return DescribeOpenFailure(device, result, {folder / "proc", {folder / "none", folder / "rules.d"}});
     }
@@ -62,13 +61,13 @@ TEST_F(OpenFailureTest, DeniedAccessNamesNodeOwnerModeAndTheMissingRule) {
         EXPECT_THAT(text, HasSubstr(part));
     }
     EXPECT_THAT(text, Not(HasSubstr("\n")));
-    Write(folder / "rules.d" / kUdevRuleFile, "");
+    support::WriteFile(folder / "rules.d" / kUdevRuleFile, "");
     EXPECT_THAT(Describe(kIOReturnNotPermitted), HasSubstr("rules.d/60-trovik-reset-tool.rules is installed"));
 }
 
 TEST_F(OpenFailureTest, HeldDeviceNamesTheProgramsAndTheKernelDriver) {
-    Write(folder / "proc/4321/comm", "virt manager\n");
-    Write(folder / "proc/4322/comm", "bystander\n");
+    support::WriteFile(folder / "proc/4321/comm", "virt manager\n");
+    support::WriteFile(folder / "proc/4322/comm", "bystander\n");
     for (const char* process : {"4321", "4322", "self"}) fs::create_directories(folder / "proc" / process / "fd");
     fs::create_symlink(node, folder / "proc/4321/fd/7");
     fs::create_symlink("/dev/null", folder / "proc/4322/fd/7");
@@ -85,7 +84,7 @@ TEST_F(OpenFailureTest, DeviceThatHasGoneIsCalledGone) {
     fs::remove_all(device);
     EXPECT_THAT(Describe(kIOReturnNoDevice), HasSubstr("it has gone"));
     fs::remove(node);
-    Write(device / "uevent", "DEVNAME=" + node.string() + "\n");
+    support::WriteFile(device / "uevent", "DEVNAME=" + node.string() + "\n");
     EXPECT_THAT(Describe(kIOReturnNoDevice), HasSubstr("The node is not there."));
 }
 
