@@ -42,8 +42,6 @@ class ScriptedLink : public iol::Link_t {
   public:
     explicit ScriptedLink(ManualClock& clock) : mClock(clock) {}
 
-    static constexpr char kSource[] = "tests/support/ScriptedLink";
-
     /// Adds an arrival.
     /// @param delay  milliseconds after the receive before; a receive that may not wait so long times out and the frame
     ///               stays due for what remains
@@ -66,7 +64,7 @@ class ScriptedLink : public iol::Link_t {
             if (infinite) throw std::logic_error("an endless wait for a frame that never comes");
             if (!mScript.empty()) mScript.front().delay -= limit;
             mClock.Advance(limit);
-            throw glo::Timeout_t(kSource, 1);
+            throw glo::Timeout_t("tests/support/ScriptedLink", 1);
         }
         Step step = std::move(mScript.front());
         mScript.pop_front();

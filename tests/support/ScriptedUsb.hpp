@@ -25,7 +25,6 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
 
     static constexpr std::uint8_t kInterruptIn = 1;  ///< pipe references, as long as `pipes` is left alone
     static constexpr std::uint8_t kBulkIn = 2;
-    static constexpr std::uint8_t kBulkOut = 3;
 
     explicit ScriptedUsb(simulator::SimulatedClock& clock) : mClock(clock) { mClock.add(*this); }
     ~ScriptedUsb() override { mClock.remove(*this); }

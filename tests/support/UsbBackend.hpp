@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 
 #include "platform/CFRunLoop.hpp"
 #include "platform/IORegistry.hpp"
@@ -27,8 +26,8 @@ class UsbBackend {
     /// Nothing is pending, nothing is open; waits for a bus that is told late.
     virtual bool isAtRest() = 0;
 
-    std::shared_ptr<platform::CFRunLoop> sharedLoop() { return runLoops().CFRunLoopGetCurrent(); }
-    platform::CFRunLoop& loop() { return *sharedLoop(); }  ///< of the test's thread, for as long as it lives
+    /// Of the test's thread, for as long as it lives.
+    platform::CFRunLoop& loop() { return *runLoops().CFRunLoopGetCurrent(); }
 };
 
 }  // namespace support

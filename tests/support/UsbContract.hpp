@@ -48,8 +48,6 @@ struct Completion {
 /// The way from a path to an opened interface, as the library goes it, with a mode of its own.
 class Opened {
   public:
-    static constexpr std::size_t kReadSize = 4096;
-
     Opened(UsbBackend& backend, const std::string& path, std::string mode = "contract")
         : mBackend(backend), mMode(std::move(mode)) {
         const auto entry = backend.registry().IORegistryEntryFromPath(path);
@@ -184,7 +182,7 @@ class Opened {
     UsbBackend& mBackend;
     std::string mMode;
     std::shared_ptr<CFRunLoopSource> mSource;
-    std::array<std::array<unsigned char, kReadSize>, 2> mBuffers{};
+    std::array<std::array<unsigned char, 4096>, 2> mBuffers{};
     std::vector<std::unique_ptr<Request>> mRequests;
     bool mInCall = false;
     std::thread::id mThread = std::this_thread::get_id();
