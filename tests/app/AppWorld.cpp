@@ -43,18 +43,11 @@ bool AlertAnswer::eventFilter(QObject* object, QEvent* event) {
     return false;
 }
 
-static QWidget* buttonOf(QMessageBox& alert, QMessageBox::ButtonRole role) {
+QPushButton* buttonOf(QMessageBox& alert, QMessageBox::ButtonRole role) {
     for (QAbstractButton* const button : alert.buttons()) {
-        if (alert.buttonRole(button) == role) return button;
+        if (alert.buttonRole(button) == role) return qobject_cast<QPushButton*>(button);
     }
     return nullptr;
-}
-
-QWidget* resetButtonOf(QMessageBox& alert) {
-    return buttonOf(alert, QMessageBox::DestructiveRole);
-}
-QWidget* cancelButtonOf(QMessageBox& alert) {
-    return buttonOf(alert, QMessageBox::RejectRole);
 }
 
 void click(QWidget* widget) {
@@ -95,7 +88,7 @@ AppWorld::AppWorld(simulator::Profile profile, std::vector<std::string> language
 AppWorld::~AppWorld() = default;
 
 void AppWorld::confirmReset() {
-    const AlertAnswer answer([](QMessageBox& alert) { click(resetButtonOf(alert)); });
+    const AlertAnswer answer([](QMessageBox& alert) { click(buttonOf(alert, kReset)); });
     click(outlets.resetNowButton);
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QMessageBox>
 #include <QObject>
+#include <QPushButton>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -15,8 +17,6 @@
 #include "simulator/Wire.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/LogRecorder.hpp"
-
-class QMessageBox;
 
 namespace app_test {
 
@@ -45,9 +45,9 @@ class AlertAnswer final : public QObject {
     bool mAsked = false;
 };
 
-/// The button of an alert that resets, or the one that cancels.
-QWidget* resetButtonOf(QMessageBox& alert);
-QWidget* cancelButtonOf(QMessageBox& alert);
+/// The button of an alert with a role.
+QPushButton* buttonOf(QMessageBox& alert, QMessageBox::ButtonRole role);
+constexpr auto kReset = QMessageBox::DestructiveRole, kCancel = QMessageBox::RejectRole;
 
 /// A left click in the middle, as the window system delivers it.
 void click(QWidget* widget);

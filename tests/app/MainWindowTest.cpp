@@ -9,9 +9,7 @@
 #include <QApplication>
 #include <QLabel>
 #include <QMenuBar>
-#include <QMessageBox>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QTest>
 
 #include "app/Util/ViewUtilities.hpp"
@@ -57,8 +55,8 @@ TEST_F(MainWindowTest, ConfirmationIsCriticalAndItsSafeAnswerIsTheDefault) {
     const AlertAnswer answer([&](QMessageBox& alert) {
         EXPECT_EQ(alert.icon(), QMessageBox::Critical);
         EXPECT_TRUE(alert.isModal());
-        auto* const reset = qobject_cast<QPushButton*>(resetButtonOf(alert));
-        auto* const cancel = qobject_cast<QPushButton*>(cancelButtonOf(alert));
+        auto* const reset = buttonOf(alert, kReset);
+        auto* const cancel = buttonOf(alert, kCancel);
         ASSERT_TRUE(reset && cancel);
         EXPECT_LT(reset->mapToGlobal(QPoint()).x(), cancel->mapToGlobal(QPoint()).x());
         EXPECT_TRUE(cancel->isDefault());
@@ -74,9 +72,9 @@ TEST_F(MainWindowTest, ConfirmationIsCriticalAndItsSafeAnswerIsTheDefault) {
 
 TEST_F(MainWindowTest, CancellingByAnyWayChangesNothing) {
     const std::vector<std::function<void(QMessageBox&)>> ways = {
-        [](QMessageBox& alert) { click(cancelButtonOf(alert)); },
+        [](QMessageBox& alert) { click(buttonOf(alert, kCancel)); },
         [](QMessageBox& alert) { QTest::keyClick(&alert, Qt::Key_Escape); },
-        [](QMessageBox& alert) { QTest::keyClick(cancelButtonOf(alert), Qt::Key_Return); },
+        [](QMessageBox& alert) { QTest::keyClick(buttonOf(alert, kCancel), Qt::Key_Return); },
         [](QMessageBox& alert) { alert.close(); },
     };
     app.attach();
@@ -120,7 +118,7 @@ TEST_F(MainWindowTest, KeyboardAloneDoesAWholeReset) {
     {
         const AlertAnswer answer([](QMessageBox& alert) {
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-            EXPECT_EQ(QApplication::focusWidget(), resetButtonOf(alert));
+            EXPECT_EQ(QApplication::focusWidget(), buttonOf(alert, kReset));
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
         });
         EXPECT_EQ(QApplication::focusWidget(), outlets.resetNowButton);

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <QApplication>
-#include <QMessageBox>
-#include <QPushButton>
 
 #include "app/Util/Logging/DDLog.hpp"
 #include "tests/support/Holdings.hpp"
@@ -62,7 +60,7 @@ void RealTimeApp::plug() {
 }
 
 void RealTimeApp::confirmReset() {
-    const AlertAnswer answer([](QMessageBox& alert) { click(resetButtonOf(alert)); });
+    const AlertAnswer answer([](QMessageBox& alert) { click(buttonOf(alert, kReset)); });
     click(controller->outlets().resetNowButton);
     ASSERT_TRUE(answer.wasAsked());
 }
