@@ -7,6 +7,8 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTest>
+#include <QTimer>
+#include <utility>
 
 namespace app_test {
 
@@ -25,22 +27,16 @@ std::vector<std::string> ControllerLog::take() {
 
 // ---- the person at the window
 
-AlertAnswer::AlertAnswer(std::function<void(QMessageBox&)> answer) : mAnswer(std::move(answer)) {
-    qApp->installEventFilter(this);
-}
-
-AlertAnswer::~AlertAnswer() {
-    qApp->removeEventFilter(this);
-}
-
-bool AlertAnswer::eventFilter(QObject* object, QEvent* event) {
-    auto* const alert = qobject_cast<QMessageBox*>(object);
-    if (alert && event->type() == QEvent::WindowActivate && !mAsked) {
-        mAsked = true;
-        QMetaObject::invokeMethod(
-            alert, [this, alert] { mAnswer(*alert); }, Qt::QueuedConnection);
-    }
-    return false;
+bool answered(const std::function<void()>& action, const std::function<void(QMessageBox&)>& answer) {
+    bool asked = false;
+    QTimer look;
+    QObject::connect(&look, &QTimer::timeout, [&] {
+        auto* const alert = qobject_cast<QMessageBox*>(QApplication::activeWindow());
+        if (alert && !std::exchange(asked, true)) answer(*alert);
+    });
+    look.start(0);
+    action();
+    return asked;
 }
 
 QPushButton* buttonOf(QMessageBox& alert, QMessageBox::ButtonRole role) {
@@ -52,6 +48,11 @@ QPushButton* buttonOf(QMessageBox& alert, QMessageBox::ButtonRole role) {
 
 void click(QWidget* widget) {
     QTest::mouseClick(widget, Qt::LeftButton);
+}
+
+void confirmReset(const AppDelegate::Outlets& outlets) {
+    EXPECT_TRUE(
+        answered([&] { click(outlets.resetNowButton); }, [](QMessageBox& alert) { click(buttonOf(alert, kReset)); }));
 }
 
 // ---- AppWorld
@@ -86,11 +87,6 @@ AppWorld::AppWorld(simulator::Profile profile, std::vector<std::string> language
 }
 
 AppWorld::~AppWorld() = default;
-
-void AppWorld::confirmReset() {
-    const AlertAnswer answer([](QMessageBox& alert) { click(buttonOf(alert, kReset)); });
-    click(outlets.resetNowButton);
-}
 
 void AppWorld::attach() {
     world.unplug();

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QMessageBox>
-#include <QObject>
 #include <QPushButton>
 #include <functional>
 #include <memory>
@@ -30,24 +29,16 @@ class ControllerLog {
     support::LogRecorder mRecorder;
 };
 
-/// Answers the confirmation that is about to be shown, once it is on the screen.
-class AlertAnswer final : public QObject {
-  public:
-    explicit AlertAnswer(std::function<void(QMessageBox&)> answer);
-    ~AlertAnswer() override;
-    bool wasAsked() const { return mAsked; }
-
-  protected:
-    bool eventFilter(QObject* object, QEvent* event) override;
-
-  private:
-    std::function<void(QMessageBox&)> mAnswer;
-    bool mAsked = false;
-};
+/// Does what brings up an alert, and answers it once it is on the screen and active.
+/// @return whether there was one
+bool answered(const std::function<void()>& action, const std::function<void(QMessageBox&)>& answer);
 
 /// The button of an alert with a role.
 QPushButton* buttonOf(QMessageBox& alert, QMessageBox::ButtonRole role);
 constexpr auto kReset = QMessageBox::DestructiveRole, kCancel = QMessageBox::RejectRole;
+
+/// Clicks Reset Now and confirms.
+void confirmReset(const AppDelegate::Outlets& outlets);
 
 /// A left click in the middle, as the window system delivers it.
 void click(QWidget* widget);
@@ -74,8 +65,8 @@ class AppWorld {
     AppWorld(const AppWorld&) = delete;
     AppWorld& operator=(const AppWorld&) = delete;
 
-    /// Clicks Reset Now and confirms. The worker block waits afterwards.
-    void confirmReset();
+    /// The worker block waits afterwards.
+    void confirmReset() { app_test::confirmReset(outlets); }
     /// Runs the worker block, with all the time that it takes, and nothing else.
     void runWorker() { world.globalQueue.drain(); }
     /// Lets time go on until nothing more happens.

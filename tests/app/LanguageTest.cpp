@@ -98,12 +98,11 @@ class LanguageTest : public testing::TestWithParam<std::string> {
     /// Opens the alert and the About box one after the other.
     static void eachBox(AppWorld& app, const std::function<void(QMessageBox&)>& look) {
         for (const bool about : {false, true}) {
-            const AlertAnswer answer([&](QMessageBox& box) {
+            const auto open = [&] { about ? app.outlets.aboutMenuItem->trigger() : click(app.outlets.resetNowButton); };
+            EXPECT_TRUE(answered(open, [&](QMessageBox& box) {
                 look(box);
                 box.close();
-            });
-            about ? app.outlets.aboutMenuItem->trigger() : click(app.outlets.resetNowButton);
-            EXPECT_TRUE(answer.wasAsked());
+            }));
         }
     }
 

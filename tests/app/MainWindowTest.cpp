@@ -33,44 +33,29 @@ struct MainWindowTest : testing::Test {
 };
 
 TEST_F(MainWindowTest, EveryTextStandsWhereItBelongs) {
-    const std::vector<std::pair<QString, const char*>> texts = {
-        {app.window.windowTitle(), "TrovikResetTitle"},
-        {outlets.aboutMenuItem->text(), "AboutTrovikReset"},
-        {outlets.quitMenuItem->text(), "QuitTrovikReset"},
-        {outlets.mainMenuItemTwo->text(), "ShowLogFiles"},
-        {outlets.titleText->text(), "TrovikResetTitle"},
-        {outlets.resetBodyText->text(), "ResetInstructionsBody"},
-        {outlets.resetNowButton->text(), "ResetNow"},
-        {outlets.resetInProgressText->text(), "ResetInProgress"},
-        {outlets.dontUnplugText->text(), "DoNotUnplugDevice"},
-        {outlets.resetCompleteText->text(), "ResetCompleteTitle"},
-        {outlets.resetCompleteBodyText->text(), "ResetCompleteBody"},
-        {outlets.quitButton->text(), "Quit"},
-        {outlets.mainMenuButton->text(), "ReturnToMainMenu"}};
-    for (const auto& [shown, key] : texts)
-        EXPECT_EQ(shown.toStdString(), app.bundle.localizedStringForKey(key, "missing", ""));
+    const QStringList shown = {app.window.windowTitle(),
+                               outlets.aboutMenuItem->text(),
+                               outlets.quitMenuItem->text(),
+                               outlets.mainMenuItemTwo->text(),
+                               outlets.titleText->text(),
+                               outlets.resetBodyText->text(),
+                               outlets.resetNowButton->text(),
+                               outlets.resetInProgressText->text(),
+                               outlets.dontUnplugText->text(),
+                               outlets.resetCompleteText->text(),
+                               outlets.resetCompleteBodyText->text(),
+                               outlets.quitButton->text(),
+                               outlets.mainMenuButton->text()};
+    QStringList expected;
+    for (const char* const key :
+         {"TrovikResetTitle", "AboutTrovikReset", "QuitTrovikReset", "ShowLogFiles", "TrovikResetTitle",
+          "ResetInstructionsBody", "ResetNow", "ResetInProgress", "DoNotUnplugDevice", "ResetCompleteTitle",
+          "ResetCompleteBody", "Quit", "ReturnToMainMenu"})
+        expected << QString::fromStdString(app.bundle.localizedStringForKey(key, "missing", ""));
+    EXPECT_EQ(shown.join('\n').toStdString(), expected.join('\n').toStdString());
 }
 
-TEST_F(MainWindowTest, ConfirmationIsCriticalAndItsSafeAnswerIsTheDefault) {
-    const AlertAnswer answer([&](QMessageBox& alert) {
-        EXPECT_EQ(alert.icon(), QMessageBox::Critical);
-        EXPECT_TRUE(alert.isModal());
-        auto* const reset = buttonOf(alert, kReset);
-        auto* const cancel = buttonOf(alert, kCancel);
-        ASSERT_TRUE(reset && cancel);
-        EXPECT_LT(reset->mapToGlobal(QPoint()).x(), cancel->mapToGlobal(QPoint()).x());
-        EXPECT_TRUE(cancel->isDefault());
-        EXPECT_TRUE(cancel->hasFocus());
-        EXPECT_EQ(alert.escapeButton(), cancel);
-        EXPECT_FALSE(alert.text().isEmpty());
-        EXPECT_FALSE(alert.informativeText().isEmpty());
-        QTest::keyClick(&alert, Qt::Key_Escape);
-    });
-    click(outlets.resetNowButton);
-    EXPECT_TRUE(answer.wasAsked());
-}
-
-TEST_F(MainWindowTest, CancellingByAnyWayChangesNothing) {
+TEST_F(MainWindowTest, ConfirmationIsCriticalAndAnyWayOutOfItChangesNothing) {
     const std::vector<std::function<void(QMessageBox&)>> ways = {
         [](QMessageBox& alert) { click(buttonOf(alert, kCancel)); },
         [](QMessageBox& alert) { QTest::keyClick(&alert, Qt::Key_Escape); },
@@ -80,9 +65,16 @@ TEST_F(MainWindowTest, CancellingByAnyWayChangesNothing) {
     app.attach();
     app.log.take();
     for (const auto& way : ways) {
-        const AlertAnswer answer(way);
-        click(outlets.resetNowButton);
-        EXPECT_TRUE(answer.wasAsked());
+        const auto answer = [&](QMessageBox& alert) {
+            QPushButton *const reset = buttonOf(alert, kReset), *const cancel = buttonOf(alert, kCancel);
+            ASSERT_TRUE(reset && cancel);
+            EXPECT_LT(reset->mapToGlobal(QPoint()).x(), cancel->mapToGlobal(QPoint()).x());
+            EXPECT_TRUE(cancel->isDefault() && cancel->hasFocus() && alert.escapeButton() == cancel);
+            EXPECT_TRUE(alert.isModal() && alert.icon() == QMessageBox::Critical);
+            EXPECT_FALSE(alert.text().isEmpty() || alert.informativeText().isEmpty());
+            way(alert);
+        };
+        EXPECT_TRUE(answered([&] { click(outlets.resetNowButton); }, answer));
         EXPECT_THAT(app.log.take(), ElementsAre("I Reset canceled"));
         EXPECT_TRUE(app.shows(outlets.notStartedView));
         EXPECT_EQ(app.controller.nextAction(), NextAction::None);
@@ -115,15 +107,13 @@ TEST_F(MainWindowTest, EveryWayOutEndsTheProcessWithStatusZero) {
 TEST_F(MainWindowTest, KeyboardAloneDoesAWholeReset) {
     EXPECT_NE(outlets.progressIndicator->maximum(), outlets.progressIndicator->minimum());
     app.attach();
-    {
-        const AlertAnswer answer([](QMessageBox& alert) {
-            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-            EXPECT_EQ(QApplication::focusWidget(), buttonOf(alert, kReset));
-            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
-        });
-        EXPECT_EQ(QApplication::focusWidget(), outlets.resetNowButton);
-        QTest::keyClick(&app.window, Qt::Key_Return);  // wherever the focus is
-    }
+    EXPECT_EQ(QApplication::focusWidget(), outlets.resetNowButton);
+    EXPECT_TRUE(answered([&] { QTest::keyClick(&app.window, Qt::Key_Return); },  // wherever the focus is
+                         [](QMessageBox& alert) {
+                             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+                             EXPECT_EQ(QApplication::focusWidget(), buttonOf(alert, kReset));
+                             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+                         }));
     EXPECT_TRUE(app.shows(outlets.inProgressView));
     EXPECT_EQ(outlets.progressIndicator->maximum(), outlets.progressIndicator->minimum()) << "it runs";
     app.run();

@@ -59,26 +59,26 @@ void RealTimeApp::plug() {
     while (lines().empty() || mLines.back() != "I Device detected but no action taken") std::this_thread::yield();
 }
 
-void RealTimeApp::confirmReset() {
-    const AlertAnswer answer([](QMessageBox& alert) { click(buttonOf(alert, kReset)); });
-    click(controller->outlets().resetNowButton);
-    ASSERT_TRUE(answer.wasAsked());
-}
-
 void RealTimeApp::reset() {
     withDevice([](Device& device) {
         device.addFault(Fault::onCommand(0xAE, FaultKind::Unplug).withDelay(simulator::Duration{0}));
     });
     confirmReset();
-    comeBack();
-}
-
-void RealTimeApp::comeBack() {
     waitFor(NextAction::ClearOnAttach);
     EXPECT_TRUE(controller->outlets().inProgressView->isVisible());
     mUsb.plug();
     waitFor(controller->outlets().completeView);
     mGlobalQueue.join();
+}
+
+void RealTimeApp::startAfresh() {
+    withDevice([](Device& device) {
+        device.store() = simulator::SettingsStore::wellUsed();
+        device.record().clear();
+    });
+    log->take();
+    controller->returnToMainMenuButtonClicked();
+    QApplication::processEvents();
 }
 
 void RealTimeApp::waitFor(QWidget* screen) {
@@ -95,19 +95,13 @@ void RealTimeApp::resetsLeaveNothingBehind(int rounds) {
     support::Holdings before;
     plug();
     for (int round = 0; round < warmUp + rounds; ++round) {
-        withDevice([](Device& device) {
-            device.store() = simulator::SettingsStore::wellUsed();
-            device.record().clear();
-        });
-        controller->returnToMainMenuButtonClicked();
-        QApplication::processEvents();
+        startAfresh();
         reset();
         withDevice([](Device& device) {
             ASSERT_TRUE(device.store().empty());
             ASSERT_THAT(device.record().refused(), testing::IsEmpty());
         });
         ASSERT_TRUE(mUsb.isAtRest());
-        log->take();
         mScripts.calls.clear();
         if (round + 1 == warmUp) before = support::Holdings::now();
     }

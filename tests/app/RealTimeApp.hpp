@@ -45,13 +45,13 @@ class RealTimeApp {
 
     /// Puts the cable in and waits until the listener has seen the device and left it alone.
     void plug();
-    void confirmReset();
+    void confirmReset() { app_test::confirmReset(controller->outlets()); }
 
     /// A whole reset. The device comes back on the test's word, since the controller learns only after the command that
     /// it succeeded: no real device is back by then, but this one might.
     void reset();
-    /// Its second half: the device is away.
-    void comeBack();
+    /// Back to the main menu, with a used device.
+    void startAfresh();
 
     /// Whole resets from the main menu, without a trace of them in the process afterwards.
     void resetsLeaveNothingBehind(int rounds);

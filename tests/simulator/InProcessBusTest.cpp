@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "tests/support/RealTimeBackend.hpp"
 #include "tests/support/UsbContract.hpp"
 #include "tests/support/WorldBackend.hpp"
 
@@ -66,3 +67,6 @@ TEST(InProcessBus, ObserverHearsOfWhatAPersonWouldSee) {
 
 }  // namespace
 }  // namespace simulator
+
+INSTANTIATE_TYPED_TEST_SUITE_P(InProcessInSimulatedTime, UsbContract, support::WorldBackend);
+INSTANTIATE_TYPED_TEST_SUITE_P(InProcessInRealTime, UsbContract, support::RealTimeBackend);

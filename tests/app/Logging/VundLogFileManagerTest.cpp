@@ -18,19 +18,15 @@ using support::ReadFile;
 using Texts = std::vector<std::string>;
 
 /// A time of day that stands still until the test moves it.
-class ManualWallClock final : public platform::WallClock {
-  public:
-    Date now() override { return mNow.load(); }
+struct ManualWallClock final : platform::WallClock {
+    Date now() override { return moment; }
     void setLocal(int month, int day, int hour, int minute, int second) {
         std::tm fields{};
         fields.tm_year = 2035 - 1900, fields.tm_mon = month - 1, fields.tm_mday = day;
         fields.tm_hour = hour, fields.tm_min = minute, fields.tm_sec = second, fields.tm_isdst = -1;
-        mNow = std::chrono::system_clock::from_time_t(std::mktime(&fields));
+        moment = std::chrono::system_clock::from_time_t(std::mktime(&fields));
     }
-    void advance(std::chrono::seconds span) { mNow = mNow.load() + span; }
-
-  private:
-    std::atomic<Date> mNow{};
+    std::atomic<Date> moment{};
 };
 
 /// The tool's manager under a time of day in a zone with daylight saving. The days lie far ahead, where the system's
@@ -120,7 +116,7 @@ TEST_F(VundLogFileManagerTest, FileLastsUntilMidnightOnDaysOfAnyLength) {
         checkAge(*logger);
         deliver(*logger, "late");
         EXPECT_EQ(ReadFile(fileOf(month, day)), "early\nlate\n");
-        clock.advance(std::chrono::seconds(1));
+        clock.moment = clock.now() + std::chrono::seconds(1);
         checkAge(*logger);
         deliver(*logger, "next day");
         EXPECT_EQ(ReadFile(fileOf(month, day)), "early\nlate\n");
