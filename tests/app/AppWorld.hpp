@@ -3,8 +3,6 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <functional>
-#include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>

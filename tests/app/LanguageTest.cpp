@@ -1,6 +1,5 @@
 // The string tables: complete, in step with the code and with one another, and short enough for the window.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <QAction>
 #include <QApplication>

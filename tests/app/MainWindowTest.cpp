@@ -2,13 +2,11 @@
 #include "app/MainWindow.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <QAccessible>
 #include <QAction>
 #include <QApplication>
 #include <QLabel>
-#include <QMenuBar>
 #include <QProgressBar>
 #include <QTest>
 

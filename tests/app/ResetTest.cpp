@@ -1,6 +1,5 @@
 // The whole tool with its real threads, and a device in real time that answers at once.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <filesystem>
 

@@ -1,6 +1,5 @@
 // The whole tool over the real libusb and libudev, on an emulated bus.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "tests/app/RealTimeApp.hpp"
 #include "tests/support/Holdings.hpp"

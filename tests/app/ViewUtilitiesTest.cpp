@@ -1,7 +1,6 @@
 #include "app/Util/ViewUtilities.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <QApplication>
 #include <QCheckBox>

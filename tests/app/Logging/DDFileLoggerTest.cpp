@@ -1,17 +1,13 @@
 #include "app/Util/Logging/DDFileLogger.hpp"
 
-#include <fcntl.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <semaphore>
 
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
-#include "app/Util/Logging/VundLogFileManager.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/FileAttributes.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
@@ -142,7 +138,8 @@ TEST_P(FileLogger, FileDeletedOrMovedAwayIsNotWrittenToAnyMore) {
     for (const bool rename : {false, true}) {
         log("lost with the file");
         const std::string path = newest();
-        rename ? std::filesystem::rename(path, folder / "elsewhere") : void(std::filesystem::remove(path));
+        if (rename) std::filesystem::rename(path, folder / "elsewhere");
+        if (!rename) std::filesystem::remove(path);
         manager->rolls.acquire();
         EXPECT_EQ(manager->rolled.back(), path);
         log("kept");

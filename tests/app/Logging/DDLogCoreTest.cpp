@@ -7,14 +7,12 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
-#include <latch>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "app/Util/Logging/DDLog.hpp"
-#include "app/Util/Logging/DDLogFormatter.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
 #include "app/Util/Logging/impl/DDLogFormat.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"

@@ -3,18 +3,14 @@
 #include <gtest/gtest.h>
 #include <time.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/DDLogMessage.hpp"
 #include "platform/Platform.hpp"
-#include "platform/WallClock.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 /// What went to the system log.
