@@ -48,13 +48,15 @@ using IOAsyncCallback1 = void (*)(void* refCon, IOReturn result, void* arg0);
 /// Completions run on that thread only while it runs the mode to which the asynchronous event source was added, in the
 /// order in which the transfers ended, each exactly once, and never inside the call that started the transfer.
 /// In a loop that returns after one source, a failure never comes in the same run as a success before it: whoever waits
-/// for that success has to see it before the device counts as gone.
+/// for that success has to see it before the device counts as gone. For the same reason a transfer that a completion
+/// starts on a device that has gone meanwhile is accepted, and fails in a run of its own.
 /// USBInterfaceClose (or destruction) takes every transfer back first; completions still due are then dropped.
 class IOUSBInterfaceInterface {
   public:
     virtual ~IOUSBInterfaceInterface() = default;
 
-    /// Claims the interface. A kernel driver that holds it is detached and given back by USBInterfaceClose.
+    /// Claims the interface. A kernel driver that holds it is detached; it gets it back by USBInterfaceClose, or, when
+    /// it had to go for SetConfiguration already, when the device is closed.
     virtual IOReturn USBInterfaceOpen() = 0;
     virtual IOReturn USBInterfaceClose() = 0;
 

@@ -36,7 +36,15 @@ IOReturn UsbTransfers::Submit(std::uint8_t address, std::uint8_t type, std::span
                               static_cast<int>(transfer.data.size()), &Ended, &transfer, kNoTimeout);
     transfer.libusb->type = type;
     const int result = libusb_submit_transfer(transfer.libusb.get());
-    if (result == LIBUSB_SUCCESS) mInFlight.splice(mInFlight.end(), mIdle, transfer.self);
+    if (result == LIBUSB_SUCCESS) {
+        mInFlight.splice(mInFlight.end(), mIdle, transfer.self);
+    } else if (result == LIBUSB_ERROR_NO_DEVICE && mReports) {
+        // Whoever is being told of a success must not learn in the same run that the device has gone.
+        transfer.libusb->status = LIBUSB_TRANSFER_NO_DEVICE;
+        transfer.libusb->actual_length = 0;
+        mRefused.splice(mRefused.end(), mIdle, transfer.self);
+        return kIOReturnSuccess;
+    }
     return IOReturnOfLibusb(result);
 }
 
@@ -65,7 +73,7 @@ void UsbTransfers::HandleEvents() {
     mConnection->HandleEvents();
     mInLibusb = false;
     if (mClosed) Release();
-    if (!mDone.empty()) ReportLater();
+    EndRun();
     if (mThrown) std::rethrow_exception(std::exchange(mThrown, nullptr));
 }
 
@@ -83,6 +91,7 @@ void UsbTransfers::TakeBack() {
         if (!mConnection->HandleEvents(std::chrono::milliseconds(100))) break;
     }
     mIdle.splice(mIdle.end(), mDone);
+    mIdle.splice(mIdle.end(), mRefused);
     if (mInFlight.empty()) return;
     // The kernel may still write into them: memory is given up rather than taken back from under it.
     NSLog("%zu USB transfers did not come back and are left behind.\n", mInFlight.size());
@@ -125,13 +134,22 @@ void UsbTransfers::ReportLater() {
         try {
             self->Report();
         } catch (...) {
-            if (!self->mDone.empty()) self->ReportLater();
+            self->EndRun();
             throw;
         }
+        self->EndRun();
     });
 }
 
+/// What is left over waits for the next run.
+void UsbTransfers::EndRun() {
+    mDone.splice(mDone.end(), mRefused);
+    if (!mDone.empty()) ReportLater();
+}
+
 void UsbTransfers::Report() {
+    mReports = true;
+    const std::unique_ptr<bool, void (*)(bool*)> done(&mReports, [](bool* reports) { *reports = false; });
     while (mLoop && !mDone.empty()) {
         Transfer& transfer = mDone.front();
         const Completion completion = transfer.completion;

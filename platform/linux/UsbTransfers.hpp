@@ -21,7 +21,8 @@ namespace platform {
 /// (waiting to be reported) and back. Completions are reported from the run loop's mode that Schedule named, right from
 /// libusb's own call-back: a read that a completion starts can then be served in the same round. What a completion
 /// throws does not pass through libusb; it leaves the run once libusb has returned, and the rest is reported later. A
-/// failure that libusb finds behind something that has just been reported waits for the next run, see IOUSB.hpp.
+/// failure that libusb finds behind something that has just been reported waits for the next run, see IOUSB.hpp, and so
+/// does that of a transfer which a completion starts when the device has gone.
 /// Shared by the interface and its event source. Owner thread only.
 class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
   public:
@@ -71,6 +72,7 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
     static void LIBUSB_CALL Ended(libusb_transfer* transfer);
     void HandleEvents();
     void ReportLater();
+    void EndRun();
     void Report();
     void TakeBack();
     void Release();
@@ -80,10 +82,12 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
     bool mClosed = false;
     bool mReleased = false;
     bool mInLibusb = false;     // handling events for the loop: transfers that end are reported
+    bool mReports = false;      // completions, just now
     bool mHasReported = false;  // in this round
     bool mHoldsBack = false;    // a failure waits for the next run, and with it all that ended after it
     std::exception_ptr mThrown;
     std::list<Transfer> mIdle, mInFlight, mDone;
+    std::list<Transfer> mRefused;        // while reporting; done from the end of the run on
     std::shared_ptr<AsioRunLoop> mLoop;  // while scheduled
     std::string mMode;
     std::unique_ptr<DescriptorWatch> mWatch;

@@ -80,6 +80,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     /// does not go on existing for its sake. Owner thread, without the lock.
     void takeBack(std::shared_ptr<const Schedule> schedule) const;
 
+    bool isDelivering() const { return mDelivering > 0; }  ///< owner thread only
+
     static constexpr std::size_t kMostPipes = 16;
 
   private:

@@ -107,13 +107,19 @@ class UsbInterface final : public platform::IOUSBInterfaceInterface {
 
     IOReturn start(BusOperation operation, std::uint8_t direction, std::uint8_t pipeRef,
                    Connection::Transfer transfer) {
-        return on(operation, [&](BusPort& port, Aftermath&) {
+        const IOReturn result = on(operation, [&](BusPort& port, Aftermath&) {
             if (!mConnection) return platform::kIOReturnNotOpen;
             if (!isPipe(port, pipeRef) || port.device.profile().pipes[pipeRef - 1u].direction != direction) {
                 return platform::kIOReturnBadArgument;
             }
             mConnection->pending(pipeRef - 1u).push_back(std::move(transfer));
             return platform::kIOReturnSuccess;  // it is served once this action has ended
+        });
+        if (result != platform::kIOReturnNoDevice) return result;
+        return mHandle.core->locked([&](Aftermath& after) -> IOReturn {
+            if (!mConnection || !mConnection->isDelivering()) return result;
+            mConnection->complete(std::move(transfer), result, after);  // behind what has ended before
+            return platform::kIOReturnSuccess;
         });
     }
 
