@@ -45,6 +45,7 @@ struct AsioRunLoop::Mode {
     std::size_t users = 0;                                              // loop's mMutex
     std::deque<std::function<void()>> blocks;                           // loop's mMutex
     std::multimap<CFAbsoluteTime, std::shared_ptr<TimerState>> timers;  // owner thread
+    bool wasTimer = false;                                              // owner thread: what was served last
 };
 
 /// Keeps a mode in existence. Shares the loop and the mode: a timer or a watch may outlive both the loop's thread and
@@ -148,6 +149,13 @@ bool AsioRunLoop::ServeDueTimer(Mode& mode) {
     ++mServed;
     state->handler();
     return true;
+}
+
+/// What is due at once. Timers come first, but a timer that is always due leaves every other turn to the rest.
+bool AsioRunLoop::ServeTimerOrOther(Mode& mode) {
+    if (std::exchange(mode.wasTimer, false) && mode.context.poll_one() > 0) return true;
+    mode.wasTimer = ServeDueTimer(mode);
+    return mode.wasTimer;
 }
 
 // ---- descriptors ----
@@ -275,7 +283,7 @@ CFRunLoopRunResult AsioRunLoop::Run(Frame& frame, CFTimeInterval seconds, bool r
     for (double left = seconds;;) {
         if (frame.stop) return CFRunLoopRunResult::Stopped;
         const std::size_t servedBefore = mServed;
-        if (!ServeDueTimer(mode)) ServeOne(mode, left);
+        if (!ServeTimerOrOther(mode)) ServeOne(mode, left);
         const bool served = mServed != servedBefore;
         if (frame.stop) return CFRunLoopRunResult::Stopped;
         if (served && returnAfterSourceHandled) return CFRunLoopRunResult::HandledSource;

@@ -77,6 +77,7 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
     void Leave(Mode& mode);
     void ServeBlock(Mode& mode);
     bool ServeDueTimer(Mode& mode);
+    bool ServeTimerOrOther(Mode& mode);
     void ServeOne(Mode& mode, double secondsLeft);
     CFRunLoopRunResult Run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled);
     void AssertOwner() const;

@@ -127,6 +127,22 @@ TEST_F(RunLoop, RepeatingTimerFiresUntilInvalidatedAndSkipsWhatItMissed) {
     EXPECT_GE(CFAbsoluteTimeGetCurrent() - start, 0.001);  // ten missed firings count as one
 }
 
+TEST_F(RunLoop, TimerThatIsAlwaysDueLeavesTheRestItsTurns) {
+    constexpr double kAtOnce = 1e-9;
+    int fired = 0;
+    const auto timer = loop->CFRunLoopAddTimer("mine", In(0), kAtOnce, [&] {
+        if (++fired == 1000) loop->CFRunLoopStop();
+    });
+    loop->CFRunLoopAddSource(source, "mine");
+    source->Signal();
+    loop->CFRunLoopPerformBlock("mine", [&] { loop->CFRunLoopStop(); });
+    EXPECT_EQ(loop->CFRunLoopRunInMode("mine", kWatchdog, false), CFRunLoopRunResult::Stopped);
+    EXPECT_LT(fired, 10);
+    while (source->served == 0 && fired < 1000) Run("mine");
+    EXPECT_LT(fired, 20);
+    loop->CFRunLoopRemoveSource(source);
+}
+
 TEST_F(RunLoop, StopEndsTheInnermostRunOnly) {
     std::vector<CFRunLoopRunResult> results;
     loop->CFRunLoopPerformBlock("outer", [&] {
