@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QLibraryInfo>
 #include <QString>
+#include <QThread>
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -45,14 +46,19 @@ void loadPlugins(const std::filesystem::path& folder, const std::string& platfor
 
 }  // namespace
 
-QtPreload::QtPreload()
-    : mPlugins([folder = std::filesystem::path(QLibraryInfo::path(QLibraryInfo::PluginsPath).toStdString()),
-                platform = platformPlugin()] { loadPlugins(folder, platform); }) {
+QtPreload::QtPreload() {
+    QThread::currentThread();  // the toolkit takes the first thread that it sees for the main one
+    const std::filesystem::path folder = QLibraryInfo::path(QLibraryInfo::PluginsPath).toStdString();
+    try {
+        mPlugins = std::thread([folder, platform = platformPlugin()] { loadPlugins(folder, platform); });
+    } catch (const std::system_error&) {
+        // No thread to be had: the toolkit loads them.
+    }
     FcInit();
 }
 
 QtPreload::~QtPreload() {
-    mPlugins.join();
+    if (mPlugins.joinable()) mPlugins.join();
 }
 
 }  // namespace platform

@@ -9,8 +9,8 @@ namespace platform {
 /// calling one has the font library read the desktop's configuration. The toolkit then finds both done. Nothing depends
 /// on it: what is missing or guessed wrongly the toolkit fetches itself, later.
 ///
-/// Made before QApplication, which changes the locale and the environment that fonts are chosen by: no thread may read
-/// them meanwhile. The loading thread reads neither.
+/// Made on the main thread before QApplication, which changes the locale and the environment that fonts are chosen by:
+/// no thread may read them meanwhile. The loading thread reads neither. Throws only for want of memory.
 class QtPreload {
   public:
     QtPreload();
