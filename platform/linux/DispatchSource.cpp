@@ -19,7 +19,6 @@
 #include <utility>
 
 #include "platform/Dispatch.hpp"
-#include "platform/Platform.hpp"
 #include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
@@ -154,10 +153,11 @@ class SourceLoop {
         try {
             hand(id);
         } catch (const std::exception& error) {
-            // Without the lock: the log may be waiting for a delivery that is about to give up a source.
-            NSLog("A file or timer event is lost: %s\n", error.what());
+            // Not to the log: it may be waiting for a delivery that is giving up the last source, which waits for this
+            // thread.
+            std::fprintf(stderr, "A file or timer event is lost: %s\n", error.what());
         } catch (...) {
-            NSLog("A file or timer event is lost.\n");
+            std::fputs("A file or timer event is lost.\n", stderr);
         }
     }
 

@@ -68,6 +68,7 @@ FileReplacement::FileReplacement(const std::string& path) {
         const bool isLocked = uninterrupted([&] { return flock(mDescriptor.get(), LOCK_EX); }) == 0;
         const bool isOurs = names(mTemporary, mDescriptor.get());
         if (isLocked && isOurs) return;
+        if (!isLocked && isOurs) unlink(mTemporary.c_str());
         mDescriptor.reset();
         if (!isLocked) return;  // this file system has no locks
     }

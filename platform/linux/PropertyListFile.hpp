@@ -35,7 +35,7 @@ class FileReplacement {
     FileReplacement(const FileReplacement&) = delete;
     FileReplacement& operator=(const FileReplacement&) = delete;
 
-    /// False when the folder can't be written.
+    /// False when the folder can't be written, or is on a file system without locks.
     bool isLocked() const { return static_cast<bool>(mDescriptor); }
 
     /// Puts the bytes in the place of the file, for good once this returns: at every moment, power loss included, the

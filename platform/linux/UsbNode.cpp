@@ -20,8 +20,9 @@ using std::chrono::nanoseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-/// How much of the grace is left to a node. Its modification time is when it appeared: setting permissions changes only
-/// the change time. A clock that was set back meanwhile gives the whole grace, never more.
+/// How much of the grace is left to a node. Its modification time is when it appeared, or when a program last used it:
+/// setting permissions changes only the change time. A clock that was set back meanwhile gives the whole grace, never
+/// more.
 nanoseconds GraceLeft(const std::string& node) {
     struct stat status {};
     if (::lstat(node.c_str(), &status) < 0) return nanoseconds(0);
