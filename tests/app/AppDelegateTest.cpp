@@ -179,7 +179,12 @@ const std::vector<Failure> kFailures = {
     {"ProtocolsOfAnUnknownProductJustTooLate", late(253, 1001), kFound + broke(kReboots, "IOA_Channel at Line: 86")},
     {"FirstStartOfASessionUnanswered", onUsb(5, Ignore), kDone},
     {"NoSessionAtAll", onUsb(5, Ignore).committed(6), kFound + silently(kReboots)},
+    {"StartTakenJustInTime", onUsb(5, NotTaken).withDelay(milliseconds(3000)), kDone},
+    {"StartTakenJustTooLate", onUsb(5, NotTaken).withDelay(milliseconds(3001)), kFound + silently(kReboots)},
     {"LargestPacketNotTold", onUsb(16, Ignore), kDone},
+    {"QuestionForTheSizeTakenJustInTime", onUsb(16, NotTaken).withDelay(milliseconds(3000)), kDone},
+    {"QuestionForTheSizeTakenJustTooLate", onUsb(16, NotTaken).withDelay(milliseconds(3001)),
+     kFound + silently(kReboots)},
 
     {"InterruptPipeStalls", Fault::onAnswer(255, Stall), kFound + broke(kReboots, kGone)},
     {"BulkInPipeStalls", Fault::onAnswer(255, Stall), kFound + broke(kReboots, kGone), Profile::wearable()},

@@ -13,6 +13,15 @@
 #include "app/Util/ViewUtilities.hpp"
 #include "tests/app/AppWorld.hpp"
 
+namespace {
+std::vector<QObject*> announced;
+}
+
+/// In the toolkit's place, which drops what it is told where no screen reader listens.
+void QAccessible::updateAccessibility(QAccessibleEvent* event) {
+    if (event->type() == QAccessible::Alert) announced.push_back(event->object());
+}
+
 namespace app_test {
 namespace {
 
@@ -138,7 +147,9 @@ TEST_F(MainWindowTest, NewScreenTakesTheFocusWithItsTextsAndEveryControlHasAName
         {outlets.notStartedView, outlets.resetNowButton, outlets.titleText, outlets.resetBodyText},
     };
     for (const auto& [screen, focus, heading, body] : expected) {
+        announced.clear();
         show(screen);
+        EXPECT_THAT(announced, ElementsAre(static_cast<QObject*>(screen)));
         EXPECT_EQ(app.window.focusWidget(), focus);
         const auto textOf = [](QWidget* widget, QAccessible::Text which) {
             return QAccessible::queryAccessibleInterface(widget)->text(which);
