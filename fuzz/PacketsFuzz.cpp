@@ -59,7 +59,7 @@ void takePvt(Payload const& payload) {
     packet.Time();
 }
 
-/// The identification's three records, and all that is asked of them.
+/// The identification's first two records, and questions about them.
 void takeIdentification(Payload const& payload) {
     fuzz::Input input(payload.data(), payload.size());
     ioa::ProductData_t product;

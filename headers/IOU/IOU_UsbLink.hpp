@@ -26,7 +26,8 @@ class UsbLink_t : public iol::Link_t {
     /// @param cancel        held by reference for the life of the link; this link's own operations do not consult it
     /// @param registryPath  the device's path, as discovery gave it
     /// @param timeout       milliseconds; how long to go on asking for a session, and the limit of each answer after it
-    /// @throws glo::Timeout_t       the device does not answer the start of the session
+    /// @throws glo::Timeout_t       the device does not answer the start of the session, or does not take the question
+    ///                              for its largest packet
     /// @throws iou::BadUsbDevice_t  a pipe reported an error
     /// @throws int                  always 1: the device could not be opened; the system log says why
     /// Whatever is thrown, the device has been closed again. Blocks. Owner thread only.

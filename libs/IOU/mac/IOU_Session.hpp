@@ -38,7 +38,8 @@ class Session_t : private glo::NonCopyable_t {
 
     /// Opens the device and starts the session, asking again each 500 ms until the time is up.
     /// @param timeout  milliseconds, for the start, and again for each step after it
-    /// @throws glo::Timeout_t       the device does not answer the start of the session
+    /// @throws glo::Timeout_t       the device does not answer the start of the session, or does not take the question
+    ///                              for its largest packet
     /// @throws iou::BadUsbDevice_t  a pipe reported an error
     /// @throws int                  gcDeviceUnusable: the device could not be opened
     /// Blocks. The calling thread becomes the owner thread.
