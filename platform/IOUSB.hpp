@@ -55,8 +55,8 @@ class IOUSBInterfaceInterface {
   public:
     virtual ~IOUSBInterfaceInterface() = default;
 
-    /// Claims the interface. A kernel driver that holds it is detached; it gets it back by USBInterfaceClose, or, when
-    /// it had to go for SetConfiguration already, when the device is closed.
+    /// Claims the interface. A kernel driver that holds it is detached, and given back by USBInterfaceClose, or, where
+    /// SetConfiguration had to detach it already, when the device is closed.
     virtual IOReturn USBInterfaceOpen() = 0;
     virtual IOReturn USBInterfaceClose() = 0;
 

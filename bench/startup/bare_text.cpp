@@ -1,4 +1,5 @@
-// The peer that shows a line of text: the first one that a process draws costs more than all the rest of a window.
+// The peer that shows a line of text: the first one that a process draws takes twice the instructions of an empty
+// window.
 #include <QApplication>
 #include <QLabel>
 
