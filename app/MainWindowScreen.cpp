@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <map>
 
 namespace {
 
@@ -64,8 +65,36 @@ class ButtonRow final : public QBoxLayout {
     }
 };
 
+/// A wrapped text that is measured once for each width: a layout asks for the same few of them again and again.
+class ScreenText final : public QLabel {
+  public:
+    using QLabel::QLabel;
+    int heightForWidth(int width) const override {
+        if (mText != text() || mScale != devicePixelRatioF()) {
+            mText = text();
+            mScale = devicePixelRatioF();
+            mHeights.clear();
+        }
+        const auto [height, isNew] = mHeights.try_emplace(width);
+        if (isNew) height->second = QLabel::heightForWidth(width);
+        return height->second;
+    }
+
+  protected:
+    void changeEvent(QEvent* event) override {
+        mHeights.clear();  // it may be another font or style
+        QLabel::changeEvent(event);
+    }
+
+  private:
+    // What the heights are for.
+    mutable QString mText;
+    mutable qreal mScale = 0;
+    mutable std::map<int, int> mHeights;  ///< by width
+};
+
 QLabel* makeText(QWidget* parent) {
-    auto* const label = new QLabel(parent);
+    auto* const label = new ScreenText(parent);
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
     if (label->isRightToLeft()) {

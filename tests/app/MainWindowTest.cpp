@@ -186,6 +186,19 @@ TEST_F(MainWindowTest, ScreensFillTheWindowAtAnyWidthAndScrollWhereItIsLow) {
               outlets.dontUnplugText->heightForWidth(outlets.dontUnplugText->width()));
 }
 
+TEST_F(MainWindowTest, AnotherTextOrFontGetsTheRoomThatItNeeds) {
+    QLabel* const text = outlets.resetBodyText;
+    const auto height = [text] { return text->heightForWidth(300); };
+    const int before = height();
+    QFont font = text->font();
+    font.setPointSizeF(font.pointSizeF() * 2);
+    text->setFont(font);
+    const int large = height();
+    EXPECT_GT(large, before);
+    text->setText(text->text() + text->text());
+    EXPECT_GT(height(), large);
+}
+
 TEST_F(MainWindowTest, ColoursAreThoseOfTheDesktop) {
     const QPalette before = QApplication::palette();
     QPalette dark = before;
