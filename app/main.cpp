@@ -113,8 +113,8 @@ int main(int argc, char** argv) {
 
     AppDelegate controller(terminate);
     MainWindow window(controller);
+    window.show();
     controller.applicationDidFinishLaunching();
     SystemLog::shared().loggersAreAdded();
-    window.show();
     terminate(QApplication::exec());
 }
