@@ -16,6 +16,7 @@ namespace fs = std::filesystem;
 using testing::ContainsRegex;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::UnorderedElementsAre;
 
 /// The text of the one file in a folder.
 std::string onlyFileIn(const std::string& folder) {
@@ -32,9 +33,10 @@ struct Process : testing::Test {
                                     " HOME='" + home.path().string() + "' '" TROVIK_PROBE_PROGRAM "' >/dev/null 2>&1";
         return std::system(command.c_str());
     }
-    std::string log() const { return onlyFileIn(home / ".local/share/Trovik/ResetTool"); }
+    std::string log() const { return onlyFileIn(logs); }
 
     support::TemporaryFolder home;
+    const std::string logs = home / ".local/share/Trovik/ResetTool";
 };
 
 TEST_F(Process, HasItsLastLineInTheLogHoweverItIsQuit) {
@@ -44,6 +46,19 @@ TEST_F(Process, HasItsLastLineInTheLogHoweverItIsQuit) {
         EXPECT_THAT(log(), HasSubstr(" | I | Trovik Reset Tool 1.0.0 has started.\n"));
         EXPECT_THAT(log(), EndsWith(" | I | line 499\n"));
     }
+}
+
+TEST_F(Process, KeepsTheLogsOfSevenDays) {
+    for (const char day : {'1', '2', '3', '4', '5', '6', '7', '8', '9'}) {
+        support::WriteFile(logs + "/ResetTool_2001.01.0" + day + ".txt", std::string(1 << 20, '.'));  // full
+    }
+    EXPECT_EQ(run("quit"), 0);
+    std::vector<std::string> old;
+    for (const auto& entry : fs::directory_iterator(logs)) {
+        if (entry.path().filename().string().starts_with("ResetTool_2001")) old.push_back(entry.path().stem());
+    }
+    EXPECT_THAT(old, UnorderedElementsAre(EndsWith("04"), EndsWith("05"), EndsWith("06"), EndsWith("07"),
+                                          EndsWith("08"), EndsWith("09")));
 }
 
 TEST_F(Process, KeepsSettingsLogsAndTracesInTheFoldersOfItsUser) {
@@ -61,7 +76,7 @@ TEST_F(Process, LogsAnExceptionThatNobodyCatchesWithItsStack) {
     const int status = run("throw");
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
     std::string text;  // beside it lies the crash report
-    for (const auto& entry : fs::directory_iterator(home / ".local/share/Trovik/ResetTool"))
+    for (const auto& entry : fs::directory_iterator(logs))
         if (entry.path().extension() == ".txt") text = support::ReadFile(entry.path());
     EXPECT_THAT(text, ContainsRegex("| E | Exception: name: std::runtime_error reason: no more\n"));
     EXPECT_THAT(text, ContainsRegex("| E | Stack:\n.+\n.+\n"));
