@@ -2,65 +2,6 @@
 
 #include <QWidget>
 #include <algorithm>
-#include <array>
-#include <cmath>
-#include <optional>
-
-namespace {
-
-/// Attributes with the text direction worked in: leading is left or right.
-LayoutAttribute resolved(LayoutAttribute attribute, Qt::LayoutDirection direction) {
-    const bool leftToRight = direction == Qt::LeftToRight;
-    if (attribute == LayoutAttribute::Leading) return leftToRight ? LayoutAttribute::Left : LayoutAttribute::Right;
-    if (attribute == LayoutAttribute::Trailing) return leftToRight ? LayoutAttribute::Right : LayoutAttribute::Left;
-    return attribute;
-}
-
-/// Whether the attribute's positions count from the right: leading and trailing ones count in reading direction.
-bool isMirrored(LayoutAttribute attribute, Qt::LayoutDirection direction) {
-    return resolved(attribute, direction) != resolved(attribute, Qt::LeftToRight);
-}
-
-/// Positions count from the container's top left corner, those of leading and trailing from its leading edge.
-double valueOf(LayoutAttribute attribute, const QSize& container) {
-    switch (attribute) {
-        case LayoutAttribute::Right:
-        case LayoutAttribute::Trailing:
-        case LayoutAttribute::Width:
-            return container.width();
-        case LayoutAttribute::Bottom:
-        case LayoutAttribute::Height:
-            return container.height();
-        case LayoutAttribute::NotAnAttribute:
-        case LayoutAttribute::Left:
-        case LayoutAttribute::Top:
-        case LayoutAttribute::Leading:
-            return 0;
-    }
-    return 0;
-}
-
-struct Fixed {
-    double value;
-    float priority;
-};
-using Solution = std::array<std::optional<Fixed>, 9>;  ///< by attribute number
-
-std::optional<double> at(const Solution& solution, LayoutAttribute attribute) {
-    const auto& fixed = solution[static_cast<std::size_t>(attribute)];
-    return fixed ? std::optional(fixed->value) : std::nullopt;
-}
-
-/// Start and length along one axis from what is fixed, and from what the view has now where nothing is.
-std::pair<int, int> span(std::optional<double> start, std::optional<double> end, std::optional<double> length,
-                         int currentStart, int currentLength) {
-    if (start && end) return {std::lround(*start), std::lround(*end - *start)};
-    const double extent = length.value_or(currentLength);
-    if (end) return {std::lround(*end - extent), std::lround(extent)};
-    return {std::lround(start.value_or(currentStart)), std::lround(extent)};
-}
-
-}  // namespace
 
 ConstraintLayout& ConstraintLayout::of(QWidget& container) {
     auto* layout = container.layout();
@@ -136,7 +77,7 @@ QSize ConstraintLayout::minimumSize() const {
 }
 
 bool ConstraintLayout::hasHeightForWidth() const {
-    return std::any_of(mItems.begin(), mItems.end(), [](const auto& item) { return item->hasHeightForWidth(); });
+    return std::ranges::any_of(mItems, [](const auto& item) { return item->hasHeightForWidth(); });
 }
 
 int ConstraintLayout::heightForWidth(int width) const {
@@ -148,28 +89,12 @@ int ConstraintLayout::heightForWidth(int width) const {
 
 void ConstraintLayout::setGeometry(const QRect& rectangle) {
     QLayout::setGeometry(rectangle);
-    for (const auto& item : mItems) item->setGeometry(frameOf(*item->widget(), rectangle));
+    for (const auto& item : mItems) {
+        if (isPinned(item->widget())) item->setGeometry(rectangle);
+    }
 }
 
-QRect ConstraintLayout::frameOf(const QWidget& view, const QRect& container) const {
-    const QWidget* const parent = parentWidget();
-    Solution solution;
-    for (const LayoutConstraint& c : mConstraints) {
-        // first = m * second + k, and its inverse second = (first - k) / m, where the view stands second.
-        const bool viewFirst = c.firstItem == &view && c.secondItem == parent;
-        const bool viewSecond = c.secondItem == &view && c.firstItem == parent && c.multiplier != 0;
-        if (!viewFirst && !viewSecond) continue;
-        double value = viewFirst ? valueOf(c.secondAttribute, container.size()) * c.multiplier + c.constant
-                                 : (valueOf(c.firstAttribute, container.size()) - c.constant) / c.multiplier;
-        const LayoutAttribute attribute = viewFirst ? c.firstAttribute : c.secondAttribute;
-        if (isMirrored(attribute, parent->layoutDirection())) value = container.width() - value;
-        auto& fixed = solution[static_cast<std::size_t>(resolved(attribute, parent->layoutDirection()))];
-        if (!fixed || fixed->priority < c.priority) fixed = Fixed{value, c.priority};
-    }
-    const QRect current = view.geometry().translated(-container.topLeft());
-    const auto [x, width] = span(at(solution, LayoutAttribute::Left), at(solution, LayoutAttribute::Right),
-                                 at(solution, LayoutAttribute::Width), current.x(), current.width());
-    const auto [y, height] = span(at(solution, LayoutAttribute::Top), at(solution, LayoutAttribute::Bottom),
-                                  at(solution, LayoutAttribute::Height), current.y(), current.height());
-    return QRect(x, y, width, height).translated(container.topLeft());
+bool ConstraintLayout::isPinned(const QWidget* view) const {
+    return std::ranges::any_of(
+        mConstraints, [view](const LayoutConstraint& c) { return c.firstItem == view || c.secondItem == view; });
 }

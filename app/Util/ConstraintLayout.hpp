@@ -21,8 +21,8 @@ enum class LayoutAttribute {
 /// The highest priority, 1000: the constraint must hold.
 inline constexpr float kLayoutPriorityRequired = 1000.0F;
 
-/// One constraint: first.firstAttribute = second.secondAttribute * multiplier + constant. Both views are borrowed; a
-/// constraint leaves its layout when one of them leaves the container.
+/// A record of one constraint: first.firstAttribute = second.secondAttribute * multiplier + constant. Both views are
+/// borrowed; a constraint leaves its layout when one of them leaves the container.
 struct LayoutConstraint {
     const QWidget* firstItem = nullptr;
     LayoutAttribute firstAttribute = LayoutAttribute::NotAnAttribute;
@@ -33,11 +33,9 @@ struct LayoutConstraint {
     float priority = kLayoutPriorityRequired;
 };
 
-/// Keeps a container's constraint records and lays its children out by them, at every resize. Solves what pinning
-/// needs: edges of a child tied to edges of the container; where several constraints fix one edge, the highest priority
-/// wins, and the earlier among equals. Leading and trailing follow the text direction, their constants and multipliers
-/// included; they can be tied only to one another. A child without a constraint keeps its place. The container owns the
-/// layout. Main thread only.
+/// Keeps a container's constraint records and its children. A child that a constraint mentions is pinned: it fills the
+/// container, which is what the one set of constraints that is ever added (four equal edges) says. A child without a
+/// constraint keeps its place. The container owns the layout. Main thread only.
 class ConstraintLayout final : public QLayout {
   public:
     /// The container's constraint layout, made at the first call. The container must have no layout of another kind.
@@ -71,7 +69,7 @@ class ConstraintLayout final : public QLayout {
     void setGeometry(const QRect& rectangle) override;
 
   private:
-    QRect frameOf(const QWidget& view, const QRect& container) const;
+    bool isPinned(const QWidget* view) const;
     template <typename Measure>
     QSize largest(Measure measure) const;
 

@@ -108,27 +108,6 @@ TEST_F(ViewUtilitiesTest, FirstTopConstraintIsTheFirstOneThatStartsWithTopAndMen
     EXPECT_EQ(ViewUtilities::getFirstTopConstraint(first), &constraints()[2]);
 }
 
-TEST_F(ViewUtilitiesTest, HigherPriorityWinsAnEdgeAndLeadingFollowsTheTextDirection) {
-    ConstraintLayout& layout = ConstraintLayout::of(container);
-    layout.addSubview(first, true);
-    using A = LayoutAttribute;
-    layout.addConstraint({&first, A::Leading, &container, A::Leading, 1.0, 10.0, 250.0F});
-    layout.addConstraint({&first, A::Leading, &container, A::Leading, 1.0, 30.0, 750.0F});
-    layout.addConstraint({&first, A::Width, &container, A::Width, 0.5});
-    layout.addConstraint({&container, A::Top, &first, A::Top, 1.0, -7.0});
-    layout.addConstraint({&container, A::Bottom, &first, A::Bottom, 1.0, 3.0});
-    layout.activate();
-    EXPECT_EQ(first.geometry(), QRect(30, 7, 150, 190));
-
-    container.setLayoutDirection(Qt::RightToLeft);
-    layout.invalidate();
-    layout.activate();
-    EXPECT_EQ(first.geometry(), QRect(300 - 30 - 150, 7, 150, 190));
-    layout.addConstraint({&container, A::Trailing, &first, A::Trailing, 1.0, 20.0, 750.0F});
-    layout.activate();
-    EXPECT_EQ(first.geometry(), QRect(20, 7, 300 - 30 - 20, 190));
-}
-
 TEST_F(ViewUtilitiesTest, EnablingReachesEveryLeafAndNothingElse) {
     auto* const group = new QWidget(&container);
     auto* const button = new QPushButton(group);
