@@ -38,6 +38,7 @@ class RegKey_t {
     bool SetStringValue(std::wstring const& name, std::wstring const& value) const;
 
     bool Delete(std::wstring const& name) const;
+    /// Deletes a subkey with all that is in it. An empty name means a subkey without a name, never this key.
     bool DeleteSubKey(std::wstring const& name) const;
     bool DeleteSubKey(int index) const;
 

@@ -65,7 +65,7 @@ bool RegKey_t::Delete(std::wstring const& name) const {
 }
 
 bool RegKey_t::DeleteSubKey(std::wstring const& name) const {
-    return RegistryUtils::RemoveTerminlNodeOfPath(static_cast<int>(mRoot), RegKey_t(*this, name).mPath);
+    return RegistryUtils::RemoveTerminlNodeOfPath(static_cast<int>(mRoot), mPath + L'\\' + name);
 }
 
 bool RegKey_t::DeleteSubKey(int index) const {

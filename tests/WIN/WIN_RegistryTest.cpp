@@ -125,6 +125,10 @@ TEST_F(RegistryTest, ValuesAndSubkeysAreEnumeratedAndRemovedApart) {
     EXPECT_FALSE(key.Delete(L"v1") || key.DeleteSubKey(L"k1") || Utils::RemoveTerminlNodeOfPath(1, L"x\\y"));
     EXPECT_EQ(key.ValueName(0) + key.SubKeyName(0), L"v2k3");
     EXPECT_EQ(open.ValueCount(), 1) << "an open key outlives its removal";
+    EXPECT_FALSE(key.DeleteSubKey(L"")) << "not the key itself";
+    ASSERT_TRUE(RegKey_t(1, L"A\\\\below a key without a name").SetStringValue(L"deep", L"x"));
+    EXPECT_TRUE(key.DeleteSubKey(key.SubKeyName(0)));
+    EXPECT_EQ(key.ValueCount() + key.SubKeyCount(), 2);
     EXPECT_TRUE(Utils::RemoveTerminlNodeOfPath(2, L"A"));
     EXPECT_FALSE(Utils::PathExists(1, L"A"));
 }
