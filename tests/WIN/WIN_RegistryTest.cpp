@@ -154,9 +154,19 @@ TEST_F(RegistryTest, ManyWritesEndInOneWriteBesideWhatOthersKeepThere) {
 }
 
 TEST_F(RegistryTest, TheWellKnownKeysKeepTheirUnequalPaths) {
-    EXPECT_EQ(TrovikLocalMachineKey().Path(), L"HKEY_LOCAL_MACHINE\\Software\\Trovik");
-    EXPECT_EQ(SettingsKey().Path() + DataKey().Path(), L"Software\\Trovik\\SettingsSoftware\\Trovik\\Data");
-    EXPECT_EQ(TrovikLocalMachineKey().Root() * 10 + SettingsKey().Root(), 21u);
+    const std::tuple<const RegKey_t&, unsigned int, std::wstring> cases[] = {
+        {CurrentUserKey(), 1, L"HKEY_CURRENT_USER"},
+        {LocalMachineKey(), 2, L"HKEY_LOCAL_MACHINE"},
+        {TrovikCurrentUserKey(), 1, L"Software\\Trovik"},
+        {TrovikLocalMachineKey(), 2, L"HKEY_LOCAL_MACHINE\\Software\\Trovik"},
+        {CommonCurrentUserKey(), 1, L"Software\\Trovik\\Common"},
+        {SettingsKey(), 1, L"Software\\Trovik\\Settings"},
+        {DataKey(), 1, L"Software\\Trovik\\Data"},
+        {SharedSettingsKey(), 1, L"Software\\Trovik\\SharedSettings"}};
+    for (const auto& [key, root, path] : cases) {
+        EXPECT_EQ(key.Path(), path);
+        EXPECT_EQ(key.Root(), root) << std::string(path.begin(), path.end());
+    }
     info["CFBundleExecutable"] = {std::string("Tool")};
     EXPECT_FALSE(TrovikCurrentUserKeyExists() || TrovikLocalMachineKeyExists() || AppLocalMachineKeyExists());
     TrovikLocalMachineKey().SetStringValue(L"x", L"x");
