@@ -18,9 +18,9 @@ class stringstream : public glo::NonCopyable_t, public iostream {
     /// The whole buffer. The reference is good until the next write.
     const std::vector<unsigned char>& Buffer();
 
-    /// Takes every byte that can still be read, in one go, as reading them one by one would: the end bit is set, or the
-    /// fail bit where not even one byte was left. A stream that is not good gives nothing. A large buffer of which
-    /// nothing has been read is handed over itself, and the stream is left without data.
+    /// Takes every byte that can still be read, in one go, as reading them one by one would: the read position moves to
+    /// the end and the end bit is set, or the fail bit where not even one byte was left. A stream that is not good
+    /// gives nothing.
     std::vector<unsigned char> TakeRemaining();
 
     void ignore(unsigned long n) override;

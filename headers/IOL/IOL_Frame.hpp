@@ -31,8 +31,8 @@ class Frame_t {
     /// @throws iol::Exception_t  more than 4294967295 bytes
     Frame_t(unsigned short id, std::vector<unsigned char> bytes);
 
-    /// Takes every byte that can still be read from the stream, which is left with its end bit set; a stream that has
-    /// nothing to read, or that has failed, gives an empty payload and is left failed.
+    /// Takes every byte that can still be read from the stream, whose read position moves to the end and sets the end
+    /// bit; a stream that has nothing to read, or that has failed, gives an empty payload and is left failed.
     /// @throws iol::Exception_t  more than 4294967295 bytes
     Frame_t(unsigned short id, FrameStream_t& stream);
 
@@ -42,14 +42,14 @@ class Frame_t {
     std::vector<unsigned char> const& Bytes() const { return mData->bytes; }
 
     /// The payload itself, for whoever has to outlive this frame.
-    glo::SmartPtr_t<Data_t> const& Payload() const { return mData; }
+    glo::SmartPtr_t<Data_t const> const& Payload() const { return mData; }
 
     /// Writes the dump that diagnostics show: a heading, the id in decimal, the payload as a hex dump.
     void Write(std::wostream& stream) const;
 
   private:
     unsigned short mId;
-    glo::SmartPtr_t<Data_t> mData;  ///< never empty
+    glo::SmartPtr_t<Data_t const> mData;  ///< never empty
 };
 
 }  // namespace iol

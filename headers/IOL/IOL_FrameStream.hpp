@@ -18,7 +18,7 @@ class FrameStream_t : public bin::stringstream {
     ~FrameStream_t() override;
 
   private:
-    glo::SmartPtr_t<Frame_t::Data_t> mPayload;  ///< keeps what is read alive; empty in a stream over no frame
+    glo::SmartPtr_t<Frame_t::Data_t const> mPayload;  ///< keeps what is read alive; empty in a stream over no frame
 };
 
 }  // namespace iol

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <utility>
 
 namespace bin {
 
@@ -99,16 +98,8 @@ std::vector<unsigned char> stringstream::TakeRemaining() {
         setstate(failbit);
         return {};
     }
-    if (mStorage != Storage_t::Buffer || mReadCursor != mData) {
-        std::vector<unsigned char> bytes(mReadCursor, mData + length);
-        AdvanceTo(length);
-        return bytes;
-    }
-    mBuffer.resize(length);
-    std::vector<unsigned char> bytes = std::exchange(mBuffer, {});
-    mLength = 0;
-    UseRoom();
-    setstate(eofbit);
+    std::vector<unsigned char> bytes(mReadCursor, mData + length);
+    AdvanceTo(length);
     return bytes;
 }
 

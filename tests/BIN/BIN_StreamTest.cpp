@@ -229,7 +229,7 @@ TEST_F(Stream, InMemoryIsPatchedAndGrowsWhereverTheReadPositionIs) {
         stream.seekp(700);
         bytes.resize(700);
         EXPECT_EQ(stream.TakeRemaining(), Bytes(bytes.begin(), bytes.end()));
-        EXPECT_EQ(Play(stream, "left"), "left=0:e");
+        EXPECT_EQ(Play(stream, "at left clear seek(2) get"), "at=700:e left=0:e clear seek(2) get=121");
     });
 }
 

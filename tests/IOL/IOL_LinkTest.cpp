@@ -31,6 +31,7 @@ TEST(Frame, CopiesAndStreamsShareOnePayloadThatOutlivesTheOriginal) {
     Frame_t const copy = *original;
     EXPECT_EQ(copy.Data(), original->Data());
     EXPECT_NE(copy.Data(), source);
+    static_assert(std::is_const_v<std::remove_reference_t<decltype(*copy.Payload())>>, "streams have borrowed it");
     iol::FrameStream_t reader(*original);
     iol::FrameStream_t writer(*original);
     original.reset();
