@@ -12,7 +12,7 @@
 namespace bin {
 
 /// A file being read. An open or a read that fails sets the bad bit and throws nothing. Unlike the other streams, a
-/// read of 0 bytes sets the fail bit, as does any read while no file is open; callers depend on it.
+/// read of 0 bytes sets the fail bit, as does any read or skip while no file is open; callers depend on it.
 class ifstream : public glo::NonCopyable_t, public istream {
   public:
     ifstream() = default;
@@ -22,7 +22,7 @@ class ifstream : public glo::NonCopyable_t, public istream {
     /// Closes, clears the state and opens. An empty file sets the end bit at once.
     void open(const std::wstring& path, fil::ShareMode_t share = fil::ShareMode_t::DenyNone);
     void close();
-    unsigned long size();
+    virtual unsigned long size();
 
     void ignore(unsigned long n) override;
     void ignore_string() override;
@@ -71,9 +71,9 @@ class fstream : public iostream {
     /// Closes, clears the state and opens. A combination of modes that has no meaning sets the bad bit.
     void open(const std::wstring& path, std::ios_base::openmode mode,
               fil::ShareMode_t share = fil::ShareMode_t::DenyNone);
-    bool isopen() const { return mFile.IsOpen(); }
-    void close();
-    unsigned long size();
+    virtual unsigned long size();
+    virtual bool isopen() const { return mFile.IsOpen(); }
+    virtual void close();
 
     void ignore(unsigned long n) override;
     void ignore_string() override;

@@ -50,10 +50,13 @@ unsigned long ifstream::RemainingSize() {
 
 void ifstream::ignore(unsigned long n) {
     if (n == 0 || !Readable(*this)) return;
+    if (!mFile.IsOpen()) {
+        setstate(failbit);
+        return;
+    }
     const unsigned long remaining = RemainingSize();
     const unsigned long count = std::min(n, remaining);
-    if (mFile.IsOpen() && !Guarded(*this, [&] { mFile.Seek(static_cast<std::int64_t>(count), From_t::Current); }))
-        return;
+    if (!Guarded(*this, [&] { mFile.Seek(static_cast<std::int64_t>(count), From_t::Current); })) return;
     if (count == remaining) setstate(eofbit);
 }
 

@@ -186,9 +186,15 @@ TEST_F(FileStream, EmptyOneIsAtItsEndAndMissingOrCutOneFails) {
 
 TEST_F(FileStream, KindsDifferWhereNoneIsOpenAndInReadsOfNoBytes) {
     bin::ifstream reader;
-    EXPECT_EQ(Play(reader, "get"), "get=0:f");
+    EXPECT_EQ(Play(reader, "skip(0) skip(1) clear get"), "skip(0) skip(1):f clear get=0:f");
     bin::fstream both;
-    EXPECT_EQ(Play(both, "get peek"), "get=0 peek=-1");
+    EXPECT_EQ(Play(both, "skip(1) get peek"), "skip(1) get=0 peek=-1");
+    struct : bin::fstream {
+        unsigned long size() override { return 3; }
+        bool isopen() const override { return true; }
+        void close() override {}
+    } ofAnotherSize;
+    EXPECT_EQ(Play(ofAnotherSize, "left"), "left=3");
 
     Put("abc");
     reader.open(mPath);
