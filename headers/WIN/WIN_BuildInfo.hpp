@@ -2,7 +2,7 @@
 
 namespace win {
 
-/// Fixed when the library was built; taken from SOURCE_DATE_EPOCH where that is set, so that two builds are alike.
+/// Fixed when the library was compiled; taken from SOURCE_DATE_EPOCH where that is set, so that two builds are alike.
 char const* BuildDate();    ///< "Mar  2 2017", the day padded to two characters
 char const* BuildTime();    ///< "hh:mm:ss"
 char const* BuildUserId();  ///< the account that built it
