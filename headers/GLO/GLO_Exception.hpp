@@ -78,7 +78,8 @@ class Exception_t : public ExceptionBase_t, public std::exception {
 };
 
 /// The line that announces an exception: "Error: <file> <line> SubId: <sub-identifier> <message>\n". A context, where
-/// given, stands after two more spaces before the line's end. Never touches the shared text of what(). Any thread.
+/// given, stands after two more spaces before the line's end. A text with a zero character in it counts up to there, as
+/// in what(), whose shared text is never touched. Any thread.
 std::string ExceptionLine(const Exception_t& exception);
 std::string ExceptionLine(const Exception_t& exception, const std::string& context);
 

@@ -69,12 +69,12 @@ std::string Exception_t::ErrString(unsigned int number) {
 
 std::string ExceptionLine(const Exception_t& exception) {
     return "Error: " + exception.File() + " " + std::to_string(exception.Line()) +
-           " SubId: " + exception.SubIdentifier() + " " + exception.NarrowMessage() + "\n";
+           " SubId: " + exception.SubIdentifier().c_str() + " " + exception.NarrowMessage().c_str() + "\n";
 }
 
 std::string ExceptionLine(const Exception_t& exception, const std::string& context) {
     std::string line = ExceptionLine(exception);
-    line.insert(line.size() - 1, "  " + context);
+    line.insert(line.size() - 1, std::string("  ") + context.c_str());
     return line;
 }
 

@@ -81,10 +81,16 @@ TEST_F(DebugServerTest, AServerThatIsOffMakesNoFileButItsFolder) {
 
 TEST_F(DebugServerTest, ExceptionsAnnounceThemselvesWhenShowDebugIsOn) {
     StoreSettings({{"ShowDebug", {List::Data{1}}}});
+    EXPECT_EXIT(glo::Assert(false, "libs/A", 9), testing::KilledBySignal(SIGILL), "File: libs/A Line: 9\n");
     const glo::Timeout_t timeout("libs/X", 7);
     DebugServer().PrintException(timeout, "context");
-    EXPECT_THAT(Traced("Product.log"), MatchesRegex(kBanner + kStamp + "Error: libs/X 7 SubId:  \n" + kStamp +
-                                                    "Error: libs/X 7 SubId:    context\n"));
+    const glo::Exception_t zeros("libs/X", 8, std::string("a\0b", 3), std::string("s\0t", 3));
+    DebugServer().PrintException(zeros, std::string("c\0d", 3));
+    EXPECT_THAT(
+        Traced("Product.log"),
+        MatchesRegex(kBanner + kStamp + "Error: libs/A 9 SubId:  \n" +  // of the process that died
+                     kBanner + kStamp + "Error: libs/X 7 SubId:  \n" + kStamp + "Error: libs/X 7 SubId:    context\n" +
+                     kStamp + "Error: libs/X 8 SubId: s a\n" + kStamp + "Error: libs/X 8 SubId: s a  c\n"));
 }
 
 // Reading the switch raises an exception, which announces itself on the server that asks for the switch. Without care
