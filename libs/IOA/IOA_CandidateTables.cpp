@@ -99,16 +99,13 @@ constexpr char kNoPcpCommon[] = "P000 A000 A600 D600 A700 D700";
 
 }  // namespace
 
-// Both tables stay until the process is gone: the listener thread may still be looking something up while the main
-// thread exits.
-
 Candidates_t const& NoPcpCandidates() {
-    static Candidates_t const& table = *new Candidates_t(std::size(kNoPcpRows), kNoPcpRows, kNoPcpCommon);
+    static Candidates_t const table(std::size(kNoPcpRows), kNoPcpRows, kNoPcpCommon);
     return table;
 }
 
 Candidates_t const& IncompletePcpCandidates() {
-    static Candidates_t const& table = *new Candidates_t(std::size(kIncompletePcpRows), kIncompletePcpRows, "");
+    static Candidates_t const table(std::size(kIncompletePcpRows), kIncompletePcpRows, "");
     return table;
 }
 

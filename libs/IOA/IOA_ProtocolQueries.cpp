@@ -8,7 +8,7 @@ namespace {
 
 using Types_t = std::set<unsigned short>;
 
-Protocols_t::TypeSets_t const kNoTypes;
+constexpr Protocols_t::TypeSets_t kNoTypes;
 
 constexpr Protocol_t Application(unsigned short number) {
     return {'A', number};

@@ -37,10 +37,9 @@ template <typename Write_t>
 void DebugServer_t::Print(Write_t write) noexcept {
     std::atomic_ref<bool> const isPrinting(mIsPrinting);
     if (isPrinting.exchange(true, std::memory_order_relaxed)) return;
-    CriticalSection_t* section = nullptr;
+    CriticalSection_t& section = DebugServerCriticalSection();
     try {
-        section = &DebugServerCriticalSection();
-        section->Enter();
+        section.Enter();
     } catch (...) {
         isPrinting.store(false, std::memory_order_relaxed);
         return;
@@ -56,11 +55,17 @@ void DebugServer_t::Print(Write_t write) noexcept {
         // Lost, like all that can't be written.
     }
     isPrinting.store(false, std::memory_order_relaxed);
-    section->Leave();
+    section.Leave();
 }
 
 DebugServer_t::DebugServer_t(std::wstring const& name, bool enabled)
-    : mIsEnabled(enabled), mFilePath(DebugFilePath(std::wstring(), name)) {}
+    : mIsEnabled(enabled), mFilePath(DebugFilePath(std::wstring(), name)) {
+    if (!enabled) return;
+    // What every print needs: made here, it outlives this server, and no lock is held while it is made.
+    FirstUseScope_t const firstUse;
+    static_cast<void>(DebugServerCriticalSection());
+    static_cast<void>(AppMetaData());
+}
 
 DebugServer_t::DebugServer_t() : DebugServer_t(std::wstring(), DefaultDebugToOn()) {}
 
@@ -125,19 +130,18 @@ void DebugServer_t::Reset() {
     std::rename(path.c_str(), previous.c_str());
 }
 
-// This lock and the server below are never destroyed: a thread that is still at work while the process ends may raise
-// an exception, which prints.
 CriticalSection_t& DebugServerCriticalSection() {
-    static CriticalSection_t& section = *new CriticalSection_t;
+    static CriticalSection_t section;
     return section;
 }
 
 DebugServer_t& DebugServer() {
-    static DebugServer_t& off = *new DebugServer_t(DebugServer_t::SwitchedOff_t{});
+    static DebugServer_t off(DebugServer_t::SwitchedOff_t{});
     if (FirstUseScope_t::IsInside()) return off;
-    static DebugServer_t& server = [&]() -> DebugServer_t& {
+    static DebugServer_t& server = []() -> DebugServer_t& {
         FirstUseScope_t const firstUse;
-        return *new DebugServer_t;
+        static DebugServer_t made;
+        return made;
     }();
     return server;
 }

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "GLO/GLO_Exception.hpp"
+#include "WIN/WIN_CriticalSection.hpp"
 #include "libs/WIN/impl/WIN_TimeStamp.hpp"
 #include "tests/WIN/WIN_Support.hpp"
 
@@ -40,6 +41,9 @@ class BusyServer_t : public DebugServer_t {
 };
 
 TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStamp) {
+    whenAsked = [] {  // nobody holds the lock while the metadata is made: another thread can take it
+        std::thread([] { const SmartCriticalSection_t guard(DebugServerCriticalSection()); }).join();
+    };
     {
         DebugServer_t server(L"Name.txt", true);
         EXPECT_EQ(Traced("Name.txt.log"), "") << "no file before the first print";
@@ -127,6 +131,12 @@ TEST_F(DebugServerTest, TwoThreadsTearNoLine) {
     print();
     other.join();
     EXPECT_THAT(Traced("Shared.log"), MatchesRegex(kBanner + "(" + kStamp + "whole line\n)+"));
+}
+
+TEST_F(DebugServerTest, ANormalExitWritesTheLineThatHasNoEndYet) {
+    StoreSettings({{"ShowDebug", {List::Data{1}}}});
+    EXPECT_EXIT((DebugServer().PrintStr("half"), std::exit(0)), testing::ExitedWithCode(0), "");
+    EXPECT_THAT(Traced("Product.log"), MatchesRegex(kBanner + kStamp + "half"));
 }
 
 TEST_F(DebugServerTest, ResetMovesTheFileAsideOverThePreviousOne) {

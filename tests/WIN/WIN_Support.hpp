@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <string>
 
 #include "platform/CFRunLoop.hpp"
@@ -24,7 +25,8 @@ class SettingsTest : public ::testing::Test {
 
     support::TemporaryFolder caches;
     List::Dictionary info;
-    int writes = 0;  ///< of the preferences
+    std::function<void()> whenAsked = [] {};  ///< called when the bundle is asked for what is in `info`
+    int writes = 0;                           ///< of the preferences
 
     SettingsTest() { setenv("XDG_CACHE_HOME", caches.path().c_str(), 1); }
 
@@ -56,7 +58,10 @@ class SettingsTest : public ::testing::Test {
     struct Bundle : platform::Bundle {
         explicit Bundle(const SettingsTest& test) : platform::Bundle(test.caches / "nowhere"), mTest(test) {}
         std::string bundleIdentifier() const override { return cDomain; }
-        const List::Dictionary& infoDictionary() const override { return mTest.info; }
+        const List::Dictionary& infoDictionary() const override {
+            mTest.whenAsked();
+            return mTest.info;
+        }
         const SettingsTest& mTest;
     };
     struct Defaults : platform::UserDefaults {
