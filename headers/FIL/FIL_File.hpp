@@ -6,6 +6,10 @@
 
 #include "GLO/GLO_NonCopyable.hpp"
 
+namespace glo {
+class FileError_t;
+}
+
 namespace fil {
 
 /// How a file is opened. The numbers are those that bin::fstream's table of modes speaks of.

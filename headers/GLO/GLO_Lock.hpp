@@ -3,6 +3,10 @@
 #include "GLO/GLO_AutoPtr.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
 
+namespace win {
+class Error_t;
+}
+
 namespace glo {
 
 /// A lock as this lowest module sees it; win::CriticalSection_t is one.

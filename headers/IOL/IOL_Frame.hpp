@@ -8,11 +8,12 @@
 
 namespace iol {
 
+class Exception_t;
 class FrameStream_t;
 
 /// What a link carries: a 16-bit packet id and an opaque run of payload bytes. A value: built once, copied freely.
-/// Copies share the payload, which never changes after construction and goes with the last frame that holds it. Owner
-/// thread only, like the link that the frame came from.
+/// Copies share the payload, which never changes after construction and goes with the last frame that holds it. One
+/// thread at a time uses a frame; its copies may be on other threads, unlike the link that the frame came from.
 class Frame_t {
   public:
     /// The shared payload. It carries its own reference count.

@@ -5,8 +5,9 @@
 #include <string>
 
 namespace thr {
+class BadStackException_t;
 class Stack_t;
-}
+}  // namespace thr
 
 namespace win {
 
