@@ -10,7 +10,7 @@
 namespace glo {
 
 /// Base of an object that carries its own reference count, for SmartPtr_t. A copy starts with a count of its own. The
-/// count is atomic: frames cross threads, and their payload may be let go on any of them.
+/// count is atomic, so that pointers to one object may be let go on any thread.
 class RefCounter_t {
   public:
     RefCounter_t(const RefCounter_t&) {}
