@@ -12,8 +12,6 @@ const char* IOReturnText(IOReturn result) {
             return "out of memory";
         case kIOReturnNoDevice:
             return "the device has gone";
-        case kIOReturnNotPrivileged:
-            return "not privileged";
         case kIOReturnBadArgument:
             return "bad argument";
         case kIOReturnExclusiveAccess:
@@ -24,8 +22,6 @@ const char* IOReturnText(IOReturn result) {
             return "input/output failure on the bus";
         case kIOReturnNotOpen:
             return "not open";
-        case kIOReturnBusy:
-            return "busy";
         case kIOReturnTimeout:
             return "timed out";
         case kIOReturnNotPermitted:

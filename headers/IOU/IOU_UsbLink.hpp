@@ -58,10 +58,9 @@ class UsbLink_t : public iol::Link_t {
     std::uint32_t UnitId() const;
 
     win::Duration_t DefaultTimeout() const { return mDefaultTimeout; }  ///< milliseconds
-    thr::CancelRequested_t& CancelRequested() const { return mCancel; }
 
   private:
-    thr::CancelRequested_t& mCancel;
+    [[maybe_unused]] thr::CancelRequested_t& mCancel;  ///< held, and read by nothing: see the constructor
     win::Duration_t mDefaultTimeout;
     glo::AutoPtr<UsbLinkImpl_t> mImpl;
 };
