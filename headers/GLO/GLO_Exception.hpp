@@ -83,6 +83,8 @@ class Exception_t : public ExceptionBase_t, public std::exception {
 std::string ExceptionLine(const Exception_t& exception);
 std::string ExceptionLine(const Exception_t& exception, const std::string& context);
 
+// Some of the classes below are raised by nothing in this program; they are there for what is built on this library.
+
 /// An index or a value outside its range. Also written to the black box.
 class OutOfRange_t : public Exception_t {
   public:

@@ -69,7 +69,7 @@ class CRegistry : public glo::NonCopyable_t {
     TXString const mStoreName = L"RegistryRoot";
     Subkey_t mOpenKey;
     bool mIsDirty = false;
-    // What the platform would be asked for; with one file for each user they make no difference.
+    // What the platform would be asked for; nothing reads them, nor the store's name, with one file for each user.
     UserScope_t const mUserScope;
     HostScope_t const mHostScope;
     std::wstring const mBundleIdentifier;

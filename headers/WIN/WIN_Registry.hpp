@@ -8,7 +8,7 @@
 namespace win {
 
 /// The library's own switches, below the settings key. A switch whose byte is neither 0 nor 1 goes back to its default
-/// when this is made. One thread at a time.
+/// when this is made. The local time, offset and zone have no reader in this program. One thread at a time.
 class Registry_t : public glo::NonCopyable_t {
   public:
     explicit Registry_t(RegKey_t const& key);
