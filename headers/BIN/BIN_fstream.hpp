@@ -1,10 +1,10 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <ios>
 #include <string>
 
+#include "BIN/BIN_FileReader.hpp"
 #include "BIN/BIN_iostream.hpp"
 #include "FIL/FIL_File.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
@@ -25,7 +25,6 @@ class ifstream : public glo::NonCopyable_t, public istream {
     virtual unsigned long size();
 
     void ignore(unsigned long n) override;
-    void ignore_string() override;
     int peek() override;
     void seekg(unsigned long position) override;
     virtual void seekg(long offset, std::ios_base::seekdir from);
@@ -35,7 +34,10 @@ class ifstream : public glo::NonCopyable_t, public istream {
     void StringInput(std::string& text) override;
 
   private:
+    bool IsOpen();
+
     fil::File_t mFile;
+    FileReader_t mReader{*this, mFile};
 };
 
 /// A file being written, from empty. A failure sets the bad bit and throws nothing.
@@ -76,7 +78,6 @@ class fstream : public iostream {
     virtual void close();
 
     void ignore(unsigned long n) override;
-    void ignore_string() override;
     int peek() override;
     void seekg(unsigned long position) override;
     virtual void seekg(long offset, std::ios_base::seekdir from);
@@ -93,16 +94,9 @@ class fstream : public iostream {
     virtual void expand(unsigned long n, unsigned char byte);
 
   private:
-    static constexpr std::uint64_t gcNoBuffer = ~std::uint64_t{0};
-
-    void Fetch(void* destination, unsigned long n);
-
     fil::File_t mFile;
     std::uint64_t mWritePosition = 0;
-    std::uint64_t mReadPosition = 0;
-    std::array<unsigned char, 1024> mReadAhead{};
-    std::uint64_t mReadAheadOffset = gcNoBuffer;  ///< in the file; all ones while the contents are not valid
-    std::size_t mReadAheadLength = 0;
+    FileReader_t mReader{*this, mFile};
 };
 
 /// The file object's mode for a combination of the standard open modes; `ate` and `binary` do not matter.

@@ -30,7 +30,7 @@ class istream : public virtual ios {
     /// Skips up to n bytes, never past the end.
     virtual void ignore(unsigned long n) = 0;
     /// Skips a string and its 0 byte.
-    virtual void ignore_string() = 0;
+    virtual void ignore_string();
     /// The next byte without taking it; -1 where there is none or any state bit is set.
     virtual int peek() = 0;
     /// Moves the read position. Beyond the data it sets the fail bit and stays. The end bit is left alone.

@@ -1,8 +1,5 @@
 #include "BIN/BIN_fstream.hpp"
 
-#include <algorithm>
-#include <cstring>
-
 #include "libs/BIN/impl/BIN_FileAccess.hpp"
 
 namespace bin {
@@ -49,7 +46,8 @@ void fstream::open(const std::wstring& path, ios_base::openmode mode, fil::Share
     if (!Guarded(*this, [&] { mFile.Open(path, fileMode, share); })) return;
     const bool atEnd = (mode & ios_base::ate) != 0;
     try {
-        mReadPosition = mWritePosition = mFile.Seek(0, atEnd ? From_t::End : From_t::Begin);
+        mWritePosition = mFile.Seek(0, atEnd ? From_t::End : From_t::Begin);
+        mReader.MoveTo(mWritePosition);
         if (!atEnd && mFile.Size() == 0) setstate(eofbit);
     } catch (const glo::FileError_t&) {
         close();
@@ -59,8 +57,9 @@ void fstream::open(const std::wstring& path, ios_base::openmode mode, fil::Share
 
 void fstream::close() {
     mFile.Close();
-    mReadPosition = mWritePosition = 0;
-    mReadAheadOffset = gcNoBuffer;
+    mWritePosition = 0;
+    mReader.MoveTo(0);
+    mReader.Forget();
 }
 
 unsigned long fstream::size() {
@@ -70,94 +69,38 @@ unsigned long fstream::size() {
 }
 
 unsigned long fstream::tellg() {
-    return mReadPosition;
+    return mReader.Position();
 }
 unsigned long fstream::tellp() {
     return mWritePosition;
 }
 
 unsigned long fstream::RemainingSize() {
-    const unsigned long end = size();
-    return end > mReadPosition ? end - mReadPosition : 0;
+    return mReader.Remaining(size());
 }
 
 void fstream::ignore(unsigned long n) {
-    if (n == 0 || !mFile.IsOpen() || !Readable(*this)) return;
-    const unsigned long remaining = RemainingSize();
-    mReadPosition += std::min(n, remaining);
-    if (n >= remaining) setstate(eofbit);
-}
-
-void fstream::ignore_string() {
-    std::string text;
-    StringInput(text);
+    if (mFile.IsOpen()) mReader.Ignore(n);
 }
 
 int fstream::peek() {
-    if (!good() || RemainingSize() == 0) return -1;
-    unsigned char byte = 0;
-    return Guarded(*this, [&] { ReadExactly(mFile, mReadPosition, &byte, 1); }) ? byte : -1;
+    return mReader.Peek();
 }
 
 void fstream::seekg(unsigned long position) {
-    if (position > size())
-        setstate(failbit);
-    else
-        mReadPosition = position;
+    mReader.Seek(size(), position);
 }
 
 void fstream::seekg(long offset, ios_base::seekdir from) {
-    unsigned long target = 0;
-    if (SeekTarget(mReadPosition, size(), offset, from, target))
-        seekg(target);
-    else
-        setstate(failbit);
-}
-
-/// Copies bytes that the file has at the read position, and moves on.
-void fstream::Fetch(void* destination, unsigned long n) {
-    if (n >= mReadAhead.size()) {
-        ReadExactly(mFile, mReadPosition, destination, n);
-        mReadPosition = mFile.Position();
-        return;
-    }
-    const bool isHeld = mReadAheadOffset != gcNoBuffer && mReadPosition >= mReadAheadOffset &&
-                        mReadPosition + n <= mReadAheadOffset + mReadAheadLength;
-    if (!isHeld) {
-        // Not valid until it has been filled: a failure on the way leaves it so.
-        mReadAheadOffset = gcNoBuffer;
-        mReadAheadLength = std::min<std::uint64_t>(mFile.Size() - mReadPosition, mReadAhead.size());
-        ReadExactly(mFile, mReadPosition, mReadAhead.data(), mReadAheadLength);
-        mReadAheadOffset = mReadPosition;
-    }
-    std::memcpy(destination, mReadAhead.data() + (mReadPosition - mReadAheadOffset), n);
-    mReadPosition += n;
+    mReader.Seek(size(), offset, from);
 }
 
 void fstream::BinInput(void* destination, unsigned long n) {
-    if (!mFile.IsOpen() || !Readable(*this)) return;
-    const unsigned long remaining = RemainingSize();
-    if (n > remaining) {
-        setstate(failbit);
-        return;
-    }
-    if (n > 0 && !Guarded(*this, [&] { Fetch(destination, n); })) return;
-    if (n == remaining) setstate(eofbit);
+    if (mFile.IsOpen()) mReader.BinInput(destination, n);
 }
 
 void fstream::StringInput(std::string& text) {
-    if (!mFile.IsOpen() || !Readable(*this)) return;
-    const unsigned long end = size();
-    std::string found;
-    bool isFound = false;
-    if (!Guarded(*this, [&] { isFound = StringAt(mFile, mReadPosition, end, found); })) return;
-    if (!isFound) {
-        setstate(failbit);
-        return;
-    }
-    mReadPosition += found.size() + 1;
-    if (mReadPosition == end) setstate(eofbit);
-    text = std::move(found);
+    if (mFile.IsOpen()) mReader.StringInput(text);
 }
 
 void fstream::seekp(unsigned long position) {
@@ -174,18 +117,18 @@ void fstream::seekp(long offset, ios_base::seekdir from) {
 
 void fstream::BinOutput(const void* source, unsigned long n) {
     if (fail()) return;
-    mReadAheadOffset = gcNoBuffer;
+    mReader.Forget();
     Guarded(*this, [&] {
         mFile.Seek(static_cast<std::int64_t>(mWritePosition), From_t::Begin);
         mFile.Write(source, n);
         mWritePosition = mFile.Position();
-        if (eof() && mReadPosition < mFile.Size()) clear(rdstate() & ~eofbit);
+        if (eof() && mReader.Position() < mFile.Size()) clear(rdstate() & ~eofbit);
     });
 }
 
 void fstream::expand(unsigned long n, unsigned char byte) {
     if (!mFile.IsOpen() || fail() || n == 0) return;
-    mReadAheadOffset = gcNoBuffer;
+    mReader.Forget();
     Guarded(*this, [&] {
         Expand(mFile, n, byte);
         if (eof()) clear(rdstate() & ~eofbit);

@@ -1,11 +1,7 @@
-#include <algorithm>
-
 #include "BIN/BIN_fstream.hpp"
 #include "libs/BIN/impl/BIN_FileAccess.hpp"
 
 namespace bin {
-
-using From_t = fil::File_t::From_t;
 
 ifstream::ifstream(const std::wstring& path, fil::ShareMode_t share) {
     open(path, share);
@@ -28,6 +24,8 @@ void ifstream::open(const std::wstring& path, fil::ShareMode_t share) {
 
 void ifstream::close() {
     mFile.Close();
+    mReader.MoveTo(0);
+    mReader.Forget();
 }
 
 unsigned long ifstream::size() {
@@ -37,92 +35,42 @@ unsigned long ifstream::size() {
 }
 
 unsigned long ifstream::tellg() {
-    unsigned long position = 0;
-    if (mFile.IsOpen()) Guarded(*this, [&] { position = mFile.Position(); });
-    return position;
+    return mReader.Position();
 }
 
 unsigned long ifstream::RemainingSize() {
-    const unsigned long position = tellg();
-    const unsigned long end = size();
-    return end > position ? end - position : 0;
+    return mReader.Remaining(size());
+}
+
+/// Sets the fail bit where no file is open.
+bool ifstream::IsOpen() {
+    if (!mFile.IsOpen() && !fail()) setstate(failbit);
+    return mFile.IsOpen();
 }
 
 void ifstream::ignore(unsigned long n) {
-    if (n == 0 || !Readable(*this)) return;
-    if (!mFile.IsOpen()) {
-        setstate(failbit);
-        return;
-    }
-    const unsigned long remaining = RemainingSize();
-    const unsigned long count = std::min(n, remaining);
-    if (!Guarded(*this, [&] { mFile.Seek(static_cast<std::int64_t>(count), From_t::Current); })) return;
-    if (count == remaining) setstate(eofbit);
-}
-
-void ifstream::ignore_string() {
-    std::string text;
-    StringInput(text);
+    if (n > 0 && IsOpen()) mReader.Ignore(n);
 }
 
 int ifstream::peek() {
-    if (!good() || RemainingSize() == 0) return -1;
-    unsigned char byte = 0;
-    const bool done = Guarded(*this, [&] {
-        ReadExactly(mFile, mFile.Position(), &byte, 1);
-        mFile.Seek(-1, From_t::Current);
-    });
-    return done ? byte : -1;
+    return mReader.Peek();
 }
 
 void ifstream::seekg(unsigned long position) {
-    if (position > size())
-        setstate(failbit);
-    else if (mFile.IsOpen())
-        Guarded(*this, [&] { mFile.Seek(static_cast<std::int64_t>(position), From_t::Begin); });
+    mReader.Seek(size(), position);
 }
 
 void ifstream::seekg(long offset, std::ios_base::seekdir from) {
-    unsigned long target = 0;
-    if (SeekTarget(tellg(), size(), offset, from, target))
-        seekg(target);
-    else
-        setstate(failbit);
+    mReader.Seek(size(), offset, from);
 }
 
 void ifstream::BinInput(void* destination, unsigned long n) {
-    if (fail()) return;
-    if (n == 0 || !mFile.IsOpen()) {
-        setstate(failbit);
-        return;
-    }
-    if (!Readable(*this)) return;
-    const unsigned long remaining = RemainingSize();
-    if (n > remaining) {
-        setstate(failbit);
-        return;
-    }
-    if (Guarded(*this, [&] { ReadExactly(mFile, mFile.Position(), destination, n); }) && n == remaining)
-        setstate(eofbit);
+    if (n == 0 && !fail()) setstate(failbit);
+    if (IsOpen()) mReader.BinInput(destination, n);
 }
 
 void ifstream::StringInput(std::string& text) {
-    if (!Readable(*this)) return;
-    const unsigned long position = tellg();
-    const unsigned long end = size();
-    std::string found;
-    bool isFound = false;
-    const bool done = !mFile.IsOpen() || Guarded(*this, [&] {
-        isFound = StringAt(mFile, position, end, found);
-        mFile.Seek(static_cast<std::int64_t>(isFound ? position + found.size() + 1 : position), From_t::Begin);
-    });
-    if (!done) return;
-    if (!isFound) {
-        setstate(failbit);
-        return;
-    }
-    if (position + found.size() + 1 == end) setstate(eofbit);
-    text = std::move(found);
+    if (IsOpen()) mReader.StringInput(text);
 }
 
 }  // namespace bin

@@ -7,6 +7,11 @@
 
 namespace bin {
 
+void istream::ignore_string() {
+    std::string text;
+    StringInput(text);
+}
+
 istream& istream::operator>>(std::string& value) {
     std::string text;
     StringInput(text);

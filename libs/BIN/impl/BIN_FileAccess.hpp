@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <ios>
 #include <string>
 
@@ -30,28 +29,6 @@ inline bool Readable(ios& stream) {
     if (stream.fail()) return false;
     if (stream.eof()) stream.setstate(ios::failbit);
     return !stream.fail();
-}
-
-/// Reads so many bytes from a place that has them. Less can only be because somebody cut the file meanwhile.
-inline void ReadExactly(fil::File_t& file, std::uint64_t position, void* destination, std::size_t size) {
-    file.Seek(static_cast<std::int64_t>(position), fil::File_t::From_t::Begin);
-    if (file.Read(destination, size) != size) throw glo::FileError_t("libs/BIN/impl/BIN_FileAccess", __LINE__, L"");
-}
-
-/// The string at a position of a file, without its 0 byte.
-/// @return false when there is no 0 byte from there to the end
-inline bool StringAt(fil::File_t& file, std::uint64_t position, std::uint64_t size, std::string& text) {
-    text.clear();
-    char block[256];
-    while (position < size) {
-        const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size - position, sizeof block));
-        ReadExactly(file, position, block, count);
-        const std::size_t length = ::strnlen(block, count);
-        text.append(block, length);
-        if (length < count) return true;
-        position += count;
-    }
-    return false;
 }
 
 /// Writes n copies of a byte at the end of the file.

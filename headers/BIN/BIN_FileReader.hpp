@@ -1,0 +1,49 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <ios>
+#include <string>
+
+#include "BIN/BIN_istream.hpp"
+#include "FIL/FIL_File.hpp"
+#include "GLO/GLO_NonCopyable.hpp"
+
+namespace bin {
+
+/// How a stream reads a file: at a position of its own, with a read-ahead of 1024 bytes. What is held is dropped once
+/// the file has another size than before, so that a file that grows or is cut meanwhile is read as it is. Owned by the
+/// stream whose state it sets, beside the file; the file is open. One thread at a time.
+class FileReader_t : private glo::NonCopyable_t {
+  public:
+    FileReader_t(istream& stream, fil::File_t& file) : mStream(stream), mFile(file) {}
+
+    std::uint64_t Position() const { return mPosition; }
+    void MoveTo(std::uint64_t position) { mPosition = position; }
+    /// Drops the read-ahead: the file was written to or is another one.
+    void Forget() { mHeldSize = 0; }
+
+    /// @param size  of the file at this moment
+    unsigned long Remaining(std::uint64_t size);
+
+    // The stream's operations of the same names, by the rules of istream.
+    void Ignore(unsigned long n);
+    int Peek();
+    void Seek(std::uint64_t size, unsigned long position);
+    void Seek(std::uint64_t size, long offset, std::ios_base::seekdir from);
+    void BinInput(void* destination, unsigned long n);
+    void StringInput(std::string& text);
+
+  private:
+    void Fetch(void* destination, unsigned long n);
+
+    istream& mStream;
+    fil::File_t& mFile;
+    std::uint64_t mPosition = 0;
+    std::uint64_t mFileSize = 0;    ///< as it was last seen
+    std::uint64_t mHeldOffset = 0;  ///< in the file
+    std::uint64_t mHeldSize = 0;    ///< bytes of the read-ahead that are valid
+    std::array<unsigned char, 1024> mHeld;
+};
+
+}  // namespace bin
