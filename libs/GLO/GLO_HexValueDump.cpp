@@ -1,45 +1,46 @@
 #include "GLO/GLO_HexValueDump.hpp"
 
-#include <cstddef>
+#include <algorithm>
 #include <ostream>
-#include <string>
 
 #include "GLO/GLO_String.hpp"
 
 namespace glo {
 namespace {
 
-constexpr std::size_t gcBytesPerRow = 16;
-
-void AppendHex(std::wstring& row, std::size_t value, int digits) {
-    static constexpr wchar_t gcDigits[] = L"0123456789abcdef";
-    // An offset of more than 16 bits takes as many digits as it needs.
-    while (digits < 16 && (value >> (4 * digits)) != 0) ++digits;
-    while (digits-- > 0) row += gcDigits[(value >> (4 * digits)) & 0xF];
-}
+constexpr std::size_t gcRowLength = 16;
+constexpr char gcDigits[] = "0123456789abcdef";
 
 }  // namespace
 
-void HexValueDump(const unsigned char* begin, const unsigned char* end, std::wostream& stream, bool withTextColumn) {
-    const auto size = static_cast<std::size_t>(end - begin);
-    for (std::size_t offset = 0; offset < size; offset += gcBytesPerRow) {
-        std::wstring row;
-        std::wstring text;
-        AppendHex(row, offset, 4);
-        row += L": ";
-        for (std::size_t i = offset; i < offset + gcBytesPerRow; ++i) {
-            if (i < size) {
-                AppendHex(row, begin[i], 2);
-                row += L' ';
-                text += IsPrintable(begin[i], gcAsciiEncoding) ? static_cast<wchar_t>(begin[i]) : L'.';
-            } else {
-                row += L"   ";
-            }
+std::string HexRows(std::span<const unsigned char> bytes, bool withTextColumn) {
+    // Offset and ": ", three characters a byte, two spaces, one character a byte, line end.
+    constexpr std::size_t cRowText = 6 + 4 * gcRowLength + 3;
+    std::string text;
+    text.reserve((bytes.size() + gcRowLength - 1) / gcRowLength * cRowText);
+    for (std::size_t offset = 0; offset < bytes.size(); offset += gcRowLength) {
+        const auto row = bytes.subspan(offset, std::min(gcRowLength, bytes.size() - offset));
+        int shift = 12;  // four digits at least; an offset past them keeps all it has
+        while (offset >> shift > 0xF) shift += 4;
+        for (; shift >= 0; shift -= 4) text += gcDigits[(offset >> shift) & 0xF];
+        text += ": ";
+        for (const unsigned char byte : row) {
+            text += gcDigits[byte >> 4];
+            text += gcDigits[byte & 0xF];
+            text += ' ';
         }
-        if (!withTextColumn) text.clear();
-        stream << row << L"  " << text << L"\n";
+        text.append(3 * (gcRowLength - row.size()) + 2, ' ');
+        for (const unsigned char byte : row)
+            if (withTextColumn) text += IsPrintable(byte, gcAsciiEncoding) ? static_cast<char>(byte) : '.';
+        text += '\n';
     }
-    if (withTextColumn && size % gcBytesPerRow == 0) stream << L"  \n";
+    return text;
+}
+
+void HexValueDump(const unsigned char* begin, const unsigned char* end, std::wostream& stream, bool withTextColumn) {
+    const std::span<const unsigned char> bytes(begin, end);
+    stream << wstring(HexRows(bytes, withTextColumn), gcAsciiEncoding);
+    if (withTextColumn && bytes.size() % gcRowLength == 0) stream << L"  \n";
 }
 
 }  // namespace glo

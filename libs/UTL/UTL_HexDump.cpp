@@ -1,39 +1,11 @@
 #include "UTL/UTL_HexDump.hpp"
 
-#include <algorithm>
-
-#include "GLO/GLO_String.hpp"
+#include "GLO/GLO_HexValueDump.hpp"
 
 namespace utl {
-namespace {
-
-constexpr std::size_t gcRowLength = 16;
-constexpr char gcDigits[] = "0123456789abcdef";
-
-}  // namespace
 
 std::string HexDump(std::span<const unsigned char> bytes) {
-    // Offset and ": ", three characters a byte, two spaces, one character a byte, line end.
-    constexpr std::size_t cRowText = 6 + 4 * gcRowLength + 3;
-    std::string text;
-    text.reserve((bytes.size() + gcRowLength - 1) / gcRowLength * cRowText);
-    for (std::size_t offset = 0; offset < bytes.size(); offset += gcRowLength) {
-        const auto row = bytes.subspan(offset, std::min(gcRowLength, bytes.size() - offset));
-        int shift = 12;  // four digits at least; an offset past them keeps all it has
-        while (offset >> shift > 0xF) shift += 4;
-        for (; shift >= 0; shift -= 4) text += gcDigits[(offset >> shift) & 0xF];
-        text += ": ";
-        for (const unsigned char byte : row) {
-            text += gcDigits[byte >> 4];
-            text += gcDigits[byte & 0xF];
-            text += ' ';
-        }
-        text.append(3 * (gcRowLength - row.size()) + 2, ' ');
-        for (const unsigned char byte : row)
-            text += glo::IsPrintable(byte, glo::gcUtf8Encoding) ? static_cast<char>(byte) : '.';
-        text += '\n';
-    }
-    return text;
+    return glo::HexRows(bytes, true);
 }
 
 }  // namespace utl

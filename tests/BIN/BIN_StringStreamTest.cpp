@@ -62,17 +62,6 @@ TEST(StringStream, ValuesTravelInTheirWidths) {
     EXPECT_EQ(Read<std::string>({'A', 'B', 0}), "AB");
 }
 
-TEST(StringStream, GapsAreZeroWhereverTheStreamKeepsItsBytes) {
-    for (const unsigned long length : {4UL, 100UL, 300UL}) {
-        bin::stringstream stream;
-        stream.fill('x', 2 * length);
-        ASSERT_EQ(stream.TakeRemaining().size(), 2 * length);
-        stream.clear();
-        stream.seekp(stream.tellg() + length);
-        EXPECT_EQ(stream.TakeRemaining(), Bytes(length)) << "old bytes show through";
-    }
-}
-
 TEST(StringStream, WhatIsWrittenCanBeReadAtOnce) {
     // Wider than any room that the stream keeps ready, so that it grows in every phase of a value.
     bin::stringstream stream;

@@ -3,11 +3,14 @@
 #include <cstdlib>
 #include <ctime>
 #include <sstream>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include "GLO/GLO_HexValueDump.hpp"
 #include "GLO/GLO_String.hpp"
 #include "GLO/GLO_Time.hpp"
+#include "UTL/UTL_HexDump.hpp"
 
 namespace {
 
@@ -66,15 +69,23 @@ TEST(CodePage, OnlyCharactersThatShowArePrintable) {
     EXPECT_EQ(windows, " ~\x80\xA0\xFF");
 }
 
-TEST(HexValueDump, LaysOutRowsAndKeepsTheExtraLineAfterAFullOne) {
-    const std::string sixteen = "0123456789abcdef";
-    const std::wstring row = L"0000: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66   ";
-    EXPECT_EQ(Dump("", true), L"  \n");
-    EXPECT_EQ(Dump("", false), L"");
-    EXPECT_EQ(Dump(sixteen, true), row + L"0123456789abcdef\n  \n");
-    EXPECT_EQ(Dump(sixteen, false), row + L"\n");
-    EXPECT_EQ(Dump(sixteen + std::string("\xAE\0", 2), true),
-              row + L"0123456789abcdef\n0010: ae 00 " + std::wstring(3 * 14, L' ') + L"  ..\n");
+TEST(HexDump, LaysOutRowsAndAddsALineAfterAFullOneWhereFramesAreDumped) {
+    const std::string sixteen = "0123456789abcde\x7F";
+    const std::string row = "0000: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 7f   ";
+    const std::string second = "0010: ae 00 " + std::string(3 * 14, ' ') + "  ..\n";
+    const std::tuple<std::string, bool, std::string, std::string> cases[] = {
+        {"", true, "", "  \n"},
+        {"", false, "", ""},
+        {sixteen, true, row + "0123456789abcde.\n", "  \n"},
+        {sixteen, false, row + "\n", ""},
+        {sixteen + std::string("\xAE\0", 2), true, row + "0123456789abcde.\n" + second, ""}};
+    for (const auto& [bytes, withText, rows, extraLine] : cases) {
+        EXPECT_EQ(Dump(bytes, withText), glo::wstring(rows + extraLine, glo::gcAsciiEncoding));
+        if (!withText) continue;
+        EXPECT_EQ(utl::HexDump(std::vector<unsigned char>(bytes.begin(), bytes.end())), rows);
+    }
+    EXPECT_NE(utl::HexDump(std::vector<unsigned char>(0x10001)).find("\nfff0: 00 "), std::string::npos);
+    EXPECT_NE(utl::HexDump(std::vector<unsigned char>(0x10001)).find("\n10000: 00 "), std::string::npos);
 }
 
 TEST(Time, CountsFromTheGpsEpochAndShowsLocalTime) {

@@ -4,7 +4,6 @@
 #include <regex>
 
 #include "GLO/GLO_Exception.hpp"
-#include "UTL/UTL_HexDump.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/UsbWorld.hpp"
 
@@ -74,19 +73,6 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionInOrder) {
     std::string const behindBanner = trace.substr(trace.find('\n', trace.find('\n') + 1) + 1);
     std::regex const stamp("^[0-9:]+ *: ", std::regex::multiline);
     EXPECT_EQ(std::regex_replace(behindBanner, stamp, ""), expected);
-}
-
-TEST(HexDump, HasRowsOfSixteenAndNothingAfterAFullOne) {
-    EXPECT_EQ(utl::HexDump({}), "");
-    EXPECT_EQ(utl::HexDump(Bytes{0x41, 0x7F, 0x80, 0x20}),
-              "0000: 41 7f 80 20 " + std::string(12 * 3, ' ') + "  A.. \n");
-    Bytes sixteen(16, 'a');
-    std::string const row = "0000: 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61   aaaaaaaaaaaaaaaa\n";
-    EXPECT_EQ(utl::HexDump(sixteen), row);
-    sixteen.push_back(0);
-    EXPECT_EQ(utl::HexDump(sixteen), row + "0010: 00 " + std::string(15 * 3, ' ') + "  .\n");
-    EXPECT_NE(utl::HexDump(Bytes(0x10001, 0)).find("\nfff0: "), std::string::npos);
-    EXPECT_NE(utl::HexDump(Bytes(0x10001, 0)).find("\n10000: 00 "), std::string::npos);
 }
 
 }  // namespace
