@@ -42,9 +42,6 @@ class Frame_t {
     unsigned int Size() const { return static_cast<unsigned int>(mData->bytes.size()); }
     std::vector<unsigned char> const& Bytes() const { return mData->bytes; }
 
-    /// The payload itself, for whoever has to outlive this frame.
-    glo::SmartPtr_t<Data_t const> const& Payload() const { return mData; }
-
     /// Writes the dump that diagnostics show: a heading, the id in decimal, the payload as a hex dump.
     void Write(std::wostream& stream) const;
 

@@ -3,22 +3,17 @@
 #include "IOL/IOL_Frame.hpp"
 
 #include "BIN/BIN_stringstream.hpp"
-#include "GLO/GLO_SmartPtr.hpp"
 
 namespace iol {
 
 /// A binary stream over a copy of a frame's payload; both positions start at 0. Packets read their fields from one, or
-/// write their fields into one over an empty frame: little-endian, no padding, a text as its bytes and one 0 byte. The
-/// copy is made when something is written; until then the stream shares the payload with the frame.
+/// write their fields into one over an empty frame: little-endian, no padding, a text as its bytes and one 0 byte.
 class FrameStream_t : public bin::stringstream {
   public:
     /// A stream over no bytes, to be written into.
     FrameStream_t();
     explicit FrameStream_t(Frame_t const& frame);
     ~FrameStream_t() override;
-
-  private:
-    glo::SmartPtr_t<Frame_t::Data_t const> mPayload;  ///< keeps what is read alive; empty in a stream over no frame
 };
 
 }  // namespace iol

@@ -3,8 +3,7 @@
 namespace iol {
 
 FrameStream_t::FrameStream_t() = default;
-FrameStream_t::FrameStream_t(Frame_t const& frame)
-    : bin::stringstream(Borrowed_t{frame.Data(), frame.Size()}), mPayload(frame.Payload()) {}
+FrameStream_t::FrameStream_t(Frame_t const& frame) : bin::stringstream(frame.Bytes()) {}
 FrameStream_t::~FrameStream_t() = default;
 
 }  // namespace iol

@@ -25,13 +25,12 @@ std::wstring DumpOf(Frame_t const& frame) {
     return text.str();
 }
 
-TEST(Frame, CopiesAndStreamsShareOnePayloadThatOutlivesTheOriginal) {
+TEST(Frame, CopiesShareOnePayloadThatOutlivesTheOriginalAndStreamsCopyIt) {
     unsigned char const source[] = {1, 2, 3};
     auto original = std::make_unique<Frame_t>(static_cast<unsigned short>(7), source, 3U);
     Frame_t const copy = *original;
     EXPECT_EQ(copy.Data(), original->Data());
     EXPECT_NE(copy.Data(), source);
-    static_assert(std::is_const_v<std::remove_reference_t<decltype(*copy.Payload())>>, "streams have borrowed it");
     iol::FrameStream_t reader(*original);
     iol::FrameStream_t writer(*original);
     original.reset();
