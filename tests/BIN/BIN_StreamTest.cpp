@@ -145,6 +145,17 @@ TEST_F(Stream, TakingAllThatRemainsInMemoryEqualsReadingByteByByte) {
     });
 }
 
+TEST_F(Stream, InMemoryGivesAtOnceWhatIsWritten) {
+    bin::stringstream stream;
+    for (unsigned int i = 0; i < 1000; ++i) {  // grows in every phase of a value
+        stream << i << static_cast<unsigned char>(i) << static_cast<unsigned short>(i * 3);
+        const std::string script = "int=" + std::to_string(i) + " byte=" + std::to_string(i & 0xFF) +
+                                   " short=" + std::to_string(i * 3) + ":e clear";
+        ASSERT_EQ(Play(stream, script), script);
+    }
+    EXPECT_EQ(stream.Buffer().size(), 7000U);
+}
+
 TEST_F(FileStream, AlsoSeekFromWhereTheyAreAndFromTheEnd) {
     Put("abcdefgh");
     InFile([](auto& stream) {

@@ -62,37 +62,15 @@ TEST(StringStream, ValuesTravelInTheirWidths) {
     EXPECT_EQ(Read<std::string>({'A', 'B', 0}), "AB");
 }
 
-TEST(StringStream, WhatIsWrittenCanBeReadAtOnce) {
-    // Wider than any room that the stream keeps ready, so that it grows in every phase of a value.
-    bin::stringstream stream;
-    for (unsigned int i = 0; i < 1000; ++i) {
-        stream << i << static_cast<unsigned char>(i) << static_cast<unsigned short>(i * 3);
-        unsigned int first = 0;
-        unsigned char second = 0;
-        unsigned short third = 0;
-        stream >> first >> second;
-        ASSERT_TRUE(stream.good());
-        stream >> third;
-        ASSERT_EQ(std::tuple(first, second, third), std::tuple(i, i & 0xFF, (i * 3) & 0xFFFF));
-        ASSERT_EQ(stream.rdstate(), ios::eofbit);
-        stream.clear();
-    }
-    EXPECT_EQ(stream.Buffer().size(), 7000U);
-}
-
 TEST(StringStream, NothingIsWrittenAfterAFailure) {
-    for (const auto state : {ios::badbit, ios::failbit}) {
+    for (const auto state : {ios::badbit, ios::failbit, ios::eofbit}) {
         bin::stringstream stream;
         stream << 1;
         stream.setstate(state);
         stream << 2 << "text" << 'c';
-        EXPECT_EQ(stream.Buffer().size(), 4U);
-        EXPECT_EQ(stream.tellp(), 4U);
+        EXPECT_EQ(stream.tellp(), state == ios::eofbit ? 14U : 4U) << "the end is no failure";
+        EXPECT_EQ(stream.tellp(), stream.Buffer().size());
     }
-    bin::stringstream atEnd(Bytes{1});
-    atEnd.get();
-    atEnd << static_cast<unsigned char>(2);
-    EXPECT_EQ(atEnd.Buffer(), Bytes{2}) << "the end is no failure";
 }
 
 TEST(StringStream, WideStringsGoThroughTheStreamsEncoding) {
