@@ -36,7 +36,7 @@ fstream::fstream(const std::wstring& path, ios_base::openmode mode, fil::ShareMo
 fstream::~fstream() = default;
 
 void fstream::open(const std::wstring& path, ios_base::openmode mode, fil::ShareMode_t share) {
-    close();
+    fstream::close();
     clear();
     fil::OpenMode_t fileMode{};
     if (!FileOpenMode(mode, fileMode)) {
@@ -50,7 +50,7 @@ void fstream::open(const std::wstring& path, ios_base::openmode mode, fil::Share
         mReader.MoveTo(mWritePosition);
         if (!atEnd && mFile.Size() == 0) setstate(eofbit);
     } catch (const glo::FileError_t&) {
-        close();
+        fstream::close();
         if (!atEnd) setstate(badbit);
     }
 }

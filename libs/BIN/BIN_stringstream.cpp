@@ -6,7 +6,7 @@ namespace bin {
 
 stringstream::stringstream(const std::vector<unsigned char>& buffer) : mBuffer(buffer), mLength(buffer.size()) {
     mReadCursor = mWriteCursor = mBuffer.data();
-    StateChanged();
+    stringstream::StateChanged();
 }
 
 /// Gives the buffer a size, of which the data is a part, and points everything at its present place.
