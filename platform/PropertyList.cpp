@@ -130,18 +130,15 @@ PropertyList fromNode(plist_t node) {
         }
         case PLIST_DATE: {
             PropertyList::Date value;
-            plist_get_date_val(node, &value.seconds, &value.microseconds);
-            return {value};
-        }
-        case PLIST_UID: {
-            PropertyList::Uid value;
-            plist_get_uid_val(node, &value.value);
+            std::int32_t microseconds = 0;  // XML has none
+            plist_get_date_val(node, &value.seconds, &microseconds);
             return {value};
         }
         case PLIST_ARRAY:
             return {arrayFrom(node)};
         case PLIST_DICT:
             return {dictionaryFrom(node)};
+        case PLIST_UID:  // only in binary lists
         case PLIST_KEY:
         case PLIST_NONE:
             break;
@@ -157,10 +154,7 @@ struct NodeMaker {
     plist_t operator()(const PropertyList::Data& value) const {
         return plist_new_data(reinterpret_cast<const char*>(value.data()), value.size());
     }
-    plist_t operator()(const PropertyList::Date& value) const {
-        return plist_new_date(value.seconds, value.microseconds);
-    }
-    plist_t operator()(const PropertyList::Uid& value) const { return plist_new_uid(value.value); }
+    plist_t operator()(const PropertyList::Date& value) const { return plist_new_date(value.seconds, 0); }
     plist_t operator()(const PropertyList::Array& value) const {
         Node array(plist_new_array());
         for (const auto& item : value) plist_array_append_item(array.get(), std::visit(*this, item.value));

@@ -10,21 +10,16 @@
 namespace platform {
 
 /// A property-list value: what bundle information, string tables and preferences are made of. A plain value; copying
-/// is deep. Dates and unique ids are kept as they came, so that a file written back loses nothing.
+/// is deep. Dates are kept as they came, so that a file written back loses nothing.
 struct PropertyList {
     using Data = std::vector<unsigned char>;
     using Array = std::vector<PropertyList>;
     using Dictionary = std::map<std::string, PropertyList>;
     struct Date {
         std::int32_t seconds = 0;  ///< since 2001-01-01 00:00:00 UTC
-        std::int32_t microseconds = 0;
         bool operator==(const Date&) const = default;
     };
-    struct Uid {
-        std::uint64_t value = 0;
-        bool operator==(const Uid&) const = default;
-    };
-    using Value = std::variant<std::string, bool, std::int64_t, double, Data, Date, Uid, Array, Dictionary>;
+    using Value = std::variant<std::string, bool, std::int64_t, double, Data, Date, Array, Dictionary>;
 
     Value value;
 

@@ -14,7 +14,7 @@ const List kEverything{List::Dictionary{
     {" key & <tag> ", {true}},
     {"array", {List::Array{{false}, {std::string("x")}, {List::Array{}}, {List::Dictionary{}}}}},
     {"bytes", {List::Data{0, 1, 254, 255}}},
-    {"date", {List::Date{700000000, 0}}},
+    {"date", {List::Date{700000000}}},
     {"largest", {std::numeric_limits<std::int64_t>::max()}},
     {"no bytes", {List::Data{}}},
     {"real", {-1.0 / 3}},
