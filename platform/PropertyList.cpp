@@ -2,19 +2,16 @@
 
 #include <plist/plist.h>
 
-#include <charconv>
 #include <cstdlib>
 #include <memory>
 #include <new>
-#include <string_view>
 #include <utility>
+
+#include "platform/PropertyListScan.hpp"
 
 namespace platform {
 namespace {
 
-// Both limits keep a damaged or hostile file from exhausting memory or the stack: the library frees a tree by
-// recursion.
-constexpr std::size_t kLargestFile = 16u << 20;
 constexpr int kDeepestNesting = 256;
 
 struct NodeDeleter {
@@ -25,53 +22,6 @@ struct TextDeleter {
 };
 using Node = std::unique_ptr<void, NodeDeleter>;  // plist_t is a void pointer
 using Text = std::unique_ptr<char, TextDeleter>;  // strings come from the library's malloc
-
-/// True when containers nest no deeper than the limit, read the way the parser reads: what stands in a comment, a CDATA
-/// section, a declaration or a processing instruction opens and closes nothing.
-bool nestsWithinLimit(std::string_view xml) {
-    const auto skip = [&](std::size_t from, std::string_view end) {
-        const auto at = xml.find(end, from);
-        return at == std::string_view::npos ? xml.size() : at + end.size();
-    };
-    int depth = 0;
-    for (auto at = xml.find('<'); at < xml.size(); at = xml.find('<', at)) {
-        const std::string_view rest = xml.substr(at);
-        if (rest.starts_with("<!--")) {
-            at = skip(at + 4, "-->");
-        } else if (rest.starts_with("<![CDATA[")) {
-            at = skip(at + 9, "]]>");
-        } else if (rest.starts_with("<?")) {
-            at = skip(at, "?>");
-        } else {
-            const auto end = skip(at, ">");
-            const bool isEmpty = end - at >= 3 && xml[end - 2] == '/';
-            if (rest.starts_with("</array") || rest.starts_with("</dict")) {
-                --depth;
-            } else if (!isEmpty && (rest.starts_with("<array") || rest.starts_with("<dict"))) {
-                if (++depth > kDeepestNesting) return false;
-            }
-            at = end;
-        }
-    }
-    return true;
-}
-
-/// The parser aborts the process over a text that holds a zero character, written as such or as a reference.
-bool hasOnlySafeCharacters(std::string_view xml) {
-    if (xml.find('\0') != std::string_view::npos) return false;
-    constexpr std::uint32_t kLastCharacter = 0x10FFFF;
-    for (auto at = xml.find("&#"); at != std::string_view::npos; at = xml.find("&#", at)) {
-        at += 2;
-        const bool isHexadecimal = at < xml.size() && xml[at] == 'x';
-        if (isHexadecimal) ++at;
-        std::uint32_t value = 0;
-        const auto [end, error] =
-            std::from_chars(xml.data() + at, xml.data() + xml.size(), value, isHexadecimal ? 16 : 10);
-        if (error != std::errc{} || value == 0 || value > kLastCharacter) return false;
-        if (end == xml.data() + xml.size() || *end != ';') return false;
-    }
-    return true;
-}
 
 PropertyList fromNode(plist_t node);
 
@@ -172,7 +122,9 @@ struct NodeMaker {
 }  // namespace
 
 std::optional<PropertyList> parsePropertyList(const std::string& bytes) {
-    if (bytes.size() > kLargestFile || !hasOnlySafeCharacters(bytes) || !nestsWithinLimit(bytes)) return std::nullopt;
+    if (bytes.size() > kLargestPropertyList) return std::nullopt;
+    const auto depth = scanPropertyList(bytes);
+    if (!depth || *depth > kDeepestNesting) return std::nullopt;
     // The length is passed without the terminating zero that the parser would otherwise take for content.
     plist_t root = nullptr;
     plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -10,7 +11,8 @@
 namespace platform {
 
 /// A property-list value: what bundle information, string tables and preferences are made of. A plain value; copying
-/// is deep. Dates are kept as they came, so that a file written back loses nothing.
+/// is deep. A list that was read and is written back keeps its values: what this type can't hold is refused while
+/// reading.
 struct PropertyList {
     using Data = std::vector<unsigned char>;
     using Array = std::vector<PropertyList>;
@@ -36,8 +38,11 @@ struct PropertyList {
     }
 };
 
-/// Reads an XML property list; empty when the bytes are none, hold a zero character, nest more than 256 containers or
-/// are more than 16 MB. Binary lists are not read. Any thread.
+constexpr std::size_t kLargestPropertyList = 4u << 20;  ///< bytes
+
+/// Reads an XML property list; empty when the bytes are none, hold a zero character, an integer that doesn't fit 64
+/// bits with a sign, a date outside of 1933 to 2068 or an internal subset of the document type, nest more than 256
+/// containers or are more than kLargestPropertyList. Binary lists are not read. Any thread.
 std::optional<PropertyList> parsePropertyList(const std::string& bytes);
 
 /// Writes an XML property list, keys in order. Any thread.

@@ -14,7 +14,6 @@ namespace platform {
 namespace {
 
 constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
-constexpr std::size_t kTooLarge = (16u << 20) + 1;  // no property list; see parsePropertyList
 
 /// Runs a system call again when a signal interrupted it.
 template <typename Call>
@@ -42,7 +41,7 @@ PropertyListFile readPropertyListFile(const std::string& path) {
     if (!file) return {errno == ENOENT || errno == ENOTDIR ? State::Absent : State::Unreadable, {}};
     std::string bytes;
     char buffer[16384];
-    while (bytes.size() < kTooLarge) {
+    while (bytes.size() <= kLargestPropertyList) {
         const ssize_t count = uninterrupted([&] { return read(file.get(), buffer, sizeof buffer); });
         if (count < 0) return {State::Unreadable, {}};
         if (count == 0) break;

@@ -124,7 +124,7 @@ TEST_F(UserDefaultsTest, WhatCantBeReadOrWrittenStaysAsItIs) {
     support::WriteFile(home / "plain", "");
     EXPECT_FALSE(UserDefaults(kDomain, home / "plain/Trovik").setPersistentDomain({{"a", {true}}}, kDomain));
     // What could not be read back is not written either.
-    EXPECT_FALSE(defaults.setPersistentDomain({{"a", {std::string(17u << 20, 'x')}}}, "org.example.Large"));
+    EXPECT_FALSE(defaults.setPersistentDomain({{"a", {std::string(4u << 20, 'x')}}}, "org.example.Large"));
     EXPECT_EQ(FilesInFolder(), 1);
 }
 
