@@ -36,11 +36,15 @@ bool hasOnlySafeCharacters(std::string_view xml) {
 /// True when the parser reads the element's text as what it says. It reads integers of any size and base, and any text,
 /// into 64 bits, and dates into 32 bits of seconds on both sides of 2001.
 bool isKept(std::string_view element, std::string_view text) {
-    std::int64_t value = 0;
+    constexpr std::string_view kFirst = "1932-12-13T20:45:52Z";
+    constexpr std::string_view kLast = "2069-01-19T03:14:07Z";
     text = trimmed(text);
-    std::from_chars(text.data(), text.data() + text.size(), value);
-    if (element == "integer") return std::to_string(value) == text;
-    if (element == "date") return text.size() == std::size("2001-01-01T00:00:00Z") - 1 && value > 1932 && value < 2069;
+    if (element == "integer") {
+        std::int64_t value = 0;
+        std::from_chars(text.data(), text.data() + text.size(), value);
+        return std::to_string(value) == text;
+    }
+    if (element == "date") return text.size() == kFirst.size() && text >= kFirst && text <= kLast;
     return true;
 }
 

@@ -14,7 +14,7 @@ const List kEverything{List::Dictionary{
     {" key & <tag> ", {true}},
     {"array", {List::Array{{false}, {std::string("x")}, {List::Array{}}, {List::Dictionary{}}}}},
     {"bytes", {List::Data{0, 1, 254, 255}}},
-    {"date", {List::Date{700000000}}},
+    {"date", {List::Date{std::numeric_limits<std::int32_t>::max()}}},
     {"largest", {std::numeric_limits<std::int64_t>::max()}},
     {"no bytes", {List::Data{}}},
     {"real", {-1.0 / 3}},
@@ -60,7 +60,7 @@ TEST(PropertyList, WhatIsNoPropertyListIsRefused) {
         "<plist><integer>-9223372036854775809</integer></plist>",
         "<plist><integer>18446744073709551616</integer></plist>", "<plist><integer>010</integer></plist>",
         "<plist><integer>--7</integer></plist>", "<plist><integer>7<!-- -->x</integer></plist>",
-        "<plist><date>4001-01-01T00:00:00Z</date></plist>", "<plist><date>1900-01-01T00:00:00Z</date></plist>",
+        "<plist><date>4001-01-01T00:00:00Z</date></plist>", "<plist><date>1932-12-13T20:45:51Z</date></plist>",
         "<plist><date>tomorrow</date></plist>"};
     for (const auto& bytes : refused) EXPECT_FALSE(parsePropertyList(bytes)) << bytes.substr(0, 60);
 }
