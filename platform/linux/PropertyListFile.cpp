@@ -37,8 +37,11 @@ bool names(const std::string& path, int descriptor) {
 
 PropertyListFile readPropertyListFile(const std::string& path) {
     using State = PropertyListFile::State;
-    const FileDescriptor file(uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
+    const FileDescriptor file(
+        uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
     if (!file) return {errno == ENOENT || errno == ENOTDIR ? State::Absent : State::Unreadable, {}};
+    struct stat status {};
+    if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {State::Unreadable, {}};
     std::string bytes;
     char buffer[16384];
     while (bytes.size() <= kLargestPropertyList) {
@@ -52,11 +55,10 @@ PropertyListFile readPropertyListFile(const std::string& path) {
     return {State::Read, std::get<PropertyList::Dictionary>(std::move(list->value))};
 }
 
-FileReplacement::FileReplacement(const std::string& path) {
-    // A settings file may be a symbolic link into a folder that the user keeps elsewhere: the link must survive.
+FileReplacement::FileReplacement(const std::string& path, Of of) {
     std::error_code error;
-    const auto real = std::filesystem::canonical(path, error);
-    mPath = error ? path : real.string();
+    const auto target = std::filesystem::canonical(path, error);
+    mPath = of == Of::Link || error ? path : target.string();
     const auto slash = mPath.rfind('/');
     mFolder = slash == std::string::npos ? "." : mPath.substr(0, slash + 1);
     mTemporary = mFolder + "/." + mPath.substr(slash + 1) + ".new";

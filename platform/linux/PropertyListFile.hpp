@@ -14,7 +14,7 @@ struct PropertyListFile {
         Read,
         Absent,
         Damaged,    ///< it was read, and is no property list
-        Unreadable  ///< the system refused; the file may be perfectly good
+        Unreadable  ///< the system refused, or this is no regular file; it may be perfectly good
     };
     State state = State::Absent;
     PropertyList::Dictionary contents;  ///< empty unless the file was read and holds a dictionary
@@ -29,14 +29,20 @@ PropertyListFile readPropertyListFile(const std::string& path);
 ///     <folder>/.<name>.new   written and synced, then renamed over <folder>/<name>
 class FileReplacement {
   public:
+    /// What the right is for where the path is a symbolic link: a user may keep the file in another folder.
+    enum class Of { Target, Link };
+
     /// Waits for other writers of the same file. Blocks.
-    explicit FileReplacement(const std::string& path);
+    explicit FileReplacement(const std::string& path, Of of = Of::Target);
     ~FileReplacement();  ///< without a commit the file stays as it is
     FileReplacement(const FileReplacement&) = delete;
     FileReplacement& operator=(const FileReplacement&) = delete;
 
     /// False when the folder can't be written, or is on a file system without locks.
     bool isLocked() const { return static_cast<bool>(mDescriptor); }
+
+    /// The file that is replaced: the path, or what the link leads to.
+    const std::string& path() const { return mPath; }
 
     /// Puts the bytes in the place of the file, for good once this returns: at every moment, power loss included, the
     /// old or the new contents are there, whole.

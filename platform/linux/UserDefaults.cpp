@@ -27,21 +27,17 @@ void makeFolders(const std::string& folder) {
     }
 }
 
-/// Reads again under the writers' lock, for a repair that came first must be seen, and moves a damaged file away.
-PropertyListFile readAndRepair(const std::string& path, FileReplacement& replacement) {
-    auto file = readPropertyListFile(path);
-    if (file.state != State::Damaged) return file;
-    const std::string aside = replacement.setAside();
-    if (aside.empty()) return {State::Unreadable, {}};
-    NSLog("%s is no property list; it was kept as %s.\n", path.c_str(), aside.c_str());
-    return {State::Absent, {}};
-}
-
+/// Reads a file; a damaged one is moved away, or the link to it, for what lies in another folder is the user's.
 Dictionary read(const std::string& path) {
     auto file = readPropertyListFile(path);
     if (file.state == State::Damaged) {
-        FileReplacement replacement(path);
-        file = readAndRepair(path, replacement);
+        FileReplacement replacement(path, FileReplacement::Of::Link);
+        file = readPropertyListFile(path);  // under the lock: a repair that came first must be seen
+        if (file.state == State::Damaged) {
+            const std::string aside = replacement.setAside();
+            if (!aside.empty()) NSLog("%s is no property list; it was kept as %s.\n", path.c_str(), aside.c_str());
+            if (aside.empty()) file.state = State::Unreadable;
+        }
     }
     if (file.state == State::Unreadable) NSLog("%s can't be read.\n", path.c_str());
     return std::move(file.contents);
@@ -148,12 +144,14 @@ bool UserDefaults::setPersistentDomain(const Dictionary& contents, const std::st
     const std::string path = pathOf(domain);
     if (path.empty()) return false;
     makeFolders(mFolder);
+    read(path);  // a damaged file is moved away before the lock is taken: behind a link that is another one
     FileReplacement replacement(path);
     if (!replacement.isLocked()) {
         NSLog("%s can't be written.\n", path.c_str());
         return false;
     }
-    const PropertyListFile file = readAndRepair(path, replacement);
+    const PropertyListFile file = readPropertyListFile(replacement.path());
+    const bool isSound = file.state == State::Read || file.state == State::Absent;
     Dictionary result;
     {
         const std::lock_guard lock(mMutex);
@@ -161,9 +159,8 @@ bool UserDefaults::setPersistentDomain(const Dictionary& contents, const std::st
         result = merged(base == mLastRead.end() ? file.contents : base->second, contents, file.contents);
     }
     const std::string bytes = formatPropertyList({result});
-    // What could not be read back would count as damage at the next start: too large, or nested too deep.
-    const bool isWritten =
-        file.state != State::Unreadable && parsePropertyList(bytes).has_value() && replacement.commit(bytes);
+    // What can't be read back as it is would count as damage at the next start or come back as something else.
+    const bool isWritten = isSound && parsePropertyList(bytes) == PropertyList{result} && replacement.commit(bytes);
     if (!isWritten) NSLog("%s can't be written.\n", path.c_str());
     return isWritten;
 }

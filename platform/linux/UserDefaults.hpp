@@ -12,8 +12,9 @@ namespace platform {
 /// file, so another process's changes are seen at once; they are few and none is on a path that has to be fast.
 ///
 /// A file that is no property list is renamed to <domain>.plist.damaged-<n> by whoever meets it first, with a line in
-/// the system log, and the domain counts as empty from then on. A file that the system doesn't let us read is left
-/// alone: it reads as empty and can't be written.
+/// the system log, and the domain counts as empty from then on. Of a symbolic link the link is renamed; a sound file
+/// behind one is read and replaced where it is. What the system doesn't let us read, and what is no regular file, is
+/// left alone: it reads as empty and can't be written.
 /// Any thread. Reads and writes block on the disk.
 class UserDefaults : public NSUserDefaults {
   public:

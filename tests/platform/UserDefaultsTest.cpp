@@ -1,8 +1,12 @@
 #include "platform/linux/UserDefaults.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/fsuid.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +15,21 @@
 
 #include "platform/Platform.hpp"
 #include "tests/support/TemporaryFolder.hpp"
+
+namespace fs = std::filesystem;
+
+namespace {
+std::vector<fs::path> gSynced;  // what was there under which name when it was synced
+}
+
+// Takes the place of the C library's.
+extern "C" int fsync(int descriptor) {
+    gSynced.push_back(fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor)));
+    if (fs::is_directory(gSynced.back())) {
+        for (const auto& entry : fs::directory_iterator(gSynced.back())) gSynced.push_back(entry.path());
+    }
+    return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
 
 namespace platform {
 namespace {
@@ -32,7 +51,7 @@ class UserDefaultsTest : public ::testing::Test {
     UserDefaultsTest() { gLog.clear(); }
 
     std::ptrdiff_t FilesInFolder() const {
-        return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
+        return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
     }
 
     /// What another run of the program finds.
@@ -75,7 +94,7 @@ TEST_F(UserDefaultsTest, ValuesAreReadByTheNextRunAndByTheirType) {
 TEST_F(UserDefaultsTest, TheFolderIsThatOfTheUsersConfiguration) {
     setenv("XDG_CONFIG_HOME", home.path().c_str(), 1);
     ASSERT_TRUE(UserDefaults(kDomain).setPersistentDomain({{"a", {true}}}, kDomain));
-    EXPECT_TRUE(std::filesystem::exists(home / "Trovik/org.example.App.plist"));
+    EXPECT_TRUE(fs::exists(home / "Trovik/org.example.App.plist"));
     for (const char* domain : {"", "../App", "/App"}) EXPECT_FALSE(defaults.setPersistentDomain({}, domain)) << domain;
 }
 
@@ -116,30 +135,56 @@ TEST_F(UserDefaultsTest, AFileThatIsNoPropertyListIsSetAsideOnceAndNeverLost) {
 }
 
 TEST_F(UserDefaultsTest, WhatCantBeReadOrWrittenStaysAsItIs) {
-    std::filesystem::create_directories(file);  // a folder in its place: readable by nobody, root included
-    EXPECT_FALSE(defaults.boolForKey("a"));
-    EXPECT_FALSE(defaults.setPersistentDomain({{"a", {true}}}, kDomain));
-    EXPECT_TRUE(std::filesystem::is_directory(file));
-    EXPECT_EQ(FilesInFolder(), 1);
-    support::WriteFile(home / "plain", "");
-    EXPECT_FALSE(UserDefaults(kDomain, home / "plain/Trovik").setPersistentDomain({{"a", {true}}}, kDomain));
-    // What could not be read back is not written either.
-    EXPECT_FALSE(defaults.setPersistentDomain({{"a", {std::string(4u << 20, 'x')}}}, "org.example.Large"));
-    EXPECT_EQ(FilesInFolder(), 1);
+    fs::create_directories(folder);
+    for (const auto& path : {home.path(), fs::path(home / "a"), fs::path(folder)})
+        fs::permissions(path, fs::perms::all);
+    mkfifo((home / "pipe").c_str(), 0);
+    fs::permissions(home / "pipe", fs::perms::all);
+    for (const std::string kind : {"folder", "link to a pipe", "forbidden"}) {
+        SCOPED_TRACE(kind);
+        if (kind == "folder") fs::create_directory(file);
+        if (kind == "link to a pipe") fs::create_symlink(home / "pipe", file);
+        if (kind == "forbidden") close(open(file.c_str(), O_CREAT | O_WRONLY, 0));
+        struct stat before {
+        }, after{};
+        ASSERT_EQ(lstat(file.c_str(), &before), 0);
+        setfsuid(65534);  // root may read everything
+        EXPECT_FALSE(defaults.boolForKey("a"));
+        EXPECT_FALSE(defaults.setPersistentDomain({{"a", {true}}}, kDomain));
+        setfsuid(geteuid());
+        ASSERT_EQ(lstat(file.c_str(), &after), 0);
+        EXPECT_EQ(after.st_ino, before.st_ino);
+        EXPECT_EQ(FilesInFolder(), 1);
+        fs::remove(file);
+    }
+    EXPECT_FALSE(UserDefaults(kDomain, home / "pipe/Trovik").setPersistentDomain({{"a", {true}}}, kDomain));
+    for (const std::string& text : {std::string(4u << 20, 'x'), std::string("a\0b", 3)}) {
+        EXPECT_FALSE(defaults.setPersistentDomain({{"a", {text}}}, kDomain)) << "could not be read back";
+    }
+    EXPECT_EQ(FilesInFolder(), 0);
 }
 
-TEST_F(UserDefaultsTest, ASymbolicLinkStaysOneAndThePermissionsStay) {
-    support::WriteFile(home / "kept/settings", formatPropertyList({Dictionary{{"a", {false}}}}));
-    std::filesystem::permissions(home / "kept/settings", std::filesystem::perms(0640));
-    std::filesystem::create_directories(folder);
-    std::filesystem::create_symlink(home / "kept/settings", file);
+TEST_F(UserDefaultsTest, OnlyTheLinkToADamagedFileIsSetAsideAndASoundFileIsReplacedBehindIt) {
+    const std::string target = home / "kept/settings";
+    support::WriteFile(target, "damaged");
+    fs::permissions(target, fs::perms(0640));
+    fs::create_directories(folder);
+    for (const bool isWriting : {false, true}) {
+        fs::create_symlink(target, file);
+        EXPECT_EQ(isWriting ? defaults.setPersistentDomain({}, kDomain) : defaults.boolForKey("a"), isWriting);
+        EXPECT_EQ(support::ReadFile(target), "damaged");
+    }
+    EXPECT_EQ(support::ReadFile(file), formatPropertyList({Dictionary()}));
+
+    fs::rename(file + ".damaged-2", file);
+    support::WriteFile(target, formatPropertyList({Dictionary()}));
     ASSERT_TRUE(defaults.setPersistentDomain({{"a", {true}}}, kDomain));
-    EXPECT_TRUE(std::filesystem::is_symlink(file));
-    EXPECT_EQ(std::filesystem::status(home / "kept/settings").permissions(), std::filesystem::perms(0640));
-    EXPECT_TRUE(defaults.boolForKey("a"));
+    EXPECT_TRUE(fs::is_symlink(file));
+    EXPECT_EQ(fs::status(target).permissions(), fs::perms(0640));
+    EXPECT_EQ(support::ReadFile(target), formatPropertyList({Dictionary{{"a", {true}}}}));
 }
 
-TEST_F(UserDefaultsTest, AFullDiskLeavesTheOldFile) {
+TEST_F(UserDefaultsTest, AFullDiskLeavesTheOldFileAndTheNextSaveIsWholeAndSynced) {
     ASSERT_TRUE(defaults.setPersistentDomain({{"a", {std::string("old")}}}, kDomain));
     const std::string before = support::ReadFile(file);
     for (const rlim_t size : {0u, 1u, 4096u, 50'000u}) {
@@ -153,7 +198,12 @@ TEST_F(UserDefaultsTest, AFullDiskLeavesTheOldFile) {
         EXPECT_EQ(support::ReadFile(file), before) << size;
     }
     EXPECT_EQ(FilesInFolder(), 1) << "a part of a file was left behind";
+    const std::string temporary = folder + "/.org.example.App.plist.new";
+    support::WriteFile(temporary, kBig + kBig);  // left over
+    gSynced.clear();
     EXPECT_TRUE(defaults.setPersistentDomain({{"a", {kBig}}}, kDomain));
+    EXPECT_EQ(support::ReadFile(file), formatPropertyList({Dictionary{{"a", {kBig}}}}));
+    EXPECT_EQ(gSynced, (std::vector<fs::path>{temporary, folder, file})) << "each after it was changed";
 }
 
 // The child is stopped at the beginning and at the end of each system call of one save in turn, and killed there.
