@@ -161,6 +161,10 @@ bool UserDefaults::setPersistentDomain(const Dictionary& contents, const std::st
     const std::string bytes = formatPropertyList({result});
     // What can't be read back as it is would count as damage at the next start or come back as something else.
     const bool isWritten = isSound && parsePropertyList(bytes) == PropertyList{result} && replacement.commit(bytes);
+    if (isWritten) {
+        const std::lock_guard lock(mMutex);
+        if (const auto base = mLastRead.find(domain); base != mLastRead.end()) base->second = contents;
+    }
     if (!isWritten) NSLog("%s can't be written.\n", path.c_str());
     return isWritten;
 }

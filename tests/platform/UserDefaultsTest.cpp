@@ -115,6 +115,9 @@ TEST_F(UserDefaultsTest, WhatAnotherProcessWroteMeanwhileIsKept) {
         EXPECT_EQ(Stored(),
                   (Dictionary{{"mine", text("3")}, {"theirs", text("2")}, {"both", text("3")}, {"new", text("2")}}));
     }
+    mine["mine"] = text("1");  // as it was when the domain was last read
+    ASSERT_TRUE(defaults.setPersistentDomain(mine, kDomain));
+    EXPECT_EQ(Stored().at("mine"), text("1"));
     ASSERT_TRUE(UserDefaults(kDomain, folder).setPersistentDomain({}, kDomain)) << "never read: replaced whole";
     EXPECT_EQ(Stored(), Dictionary{});
 }
