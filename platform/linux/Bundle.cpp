@@ -16,6 +16,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kDefaultTable = "Localizable";
 constexpr const char* kEnglish = "en";
+constexpr int kMostLanguages = 32;  // each is looked for in the languages before it and on the disk
 
 std::string_view variable(const char* name) {
     const char* value = std::getenv(name);
@@ -141,7 +142,7 @@ std::vector<std::string> Bundle::userLanguages() {
     if (ofLocale.empty() && !locale.empty()) return {};  // the C locale, whatever LANGUAGE says
     std::vector<std::string> languages;
     std::string_view list = variable("LANGUAGE");
-    while (!list.empty()) {
+    for (int count = 0; count < kMostLanguages && !list.empty(); ++count) {
         const auto colon = std::min(list.find(':'), list.size());
         addLanguage(languages, list.substr(0, colon));
         list.remove_prefix(std::min(colon + 1, list.size()));

@@ -29,9 +29,9 @@ class Bundle : public NSBundle {
     /// way. Empty when it isn't there.
     static std::string findResources();
 
-    /// The languages of the environment's locale (LC_ALL, LC_MESSAGES, LANG; LANGUAGE refines them), each followed by
-    /// itself without its region, and then by the region that stands for the whole language where the tool speaks only
-    /// that one. Empty for the C locale.
+    /// The languages of the environment's locale (LC_ALL, LC_MESSAGES, LANG; the first 32 of LANGUAGE refine them),
+    /// each followed by itself without its region, and then by the region that stands for the whole language where the
+    /// tool speaks only that one. Empty for the C locale.
     static std::vector<std::string> userLanguages();
 
   private:
