@@ -6,16 +6,23 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <functional>
+#include <utility>
+#include <vector>
 
 namespace platform {
 namespace {
 
 constexpr int kFrames = 128;
+constexpr std::size_t kMostReports = 10;
 
 /// Everything that the handler touches, prepared beforehand: it can neither allocate nor lock.
 struct Prepared {
@@ -28,6 +35,24 @@ struct Prepared {
 constinit Prepared gPrepared;  // at hand before any constructor has run
 std::atomic_flag gIsReporting = ATOMIC_FLAG_INIT;
 static_assert(std::atomic<const char*>::is_always_lock_free);
+
+/// Removes all reports with this prefix but the newest: a tool that crashes at every start must not fill the disk.
+void removeOldReports(const std::string& filePrefix) {
+    const std::filesystem::path prefix(filePrefix);
+    const std::string name = prefix.filename().string() + '-';
+    std::vector<std::pair<unsigned long, std::filesystem::path>> reports;
+    std::error_code error;
+    std::filesystem::directory_iterator file(prefix.parent_path(), error);
+    for (; !error && file != std::filesystem::directory_iterator(); file.increment(error)) {
+        const std::string text = file->path().filename().string();
+        if (!text.starts_with(name) || !text.ends_with(".crash")) continue;
+        unsigned long seconds = 0;
+        const auto [end, failure] = std::from_chars(text.data() + name.size(), text.data() + text.size(), seconds);
+        if (failure == std::errc{} && *end == '-') reports.emplace_back(seconds, file->path());
+    }
+    std::sort(reports.begin(), reports.end(), std::greater());
+    for (std::size_t i = kMostReports; i < reports.size(); ++i) std::filesystem::remove(reports[i].second, error);
+}
 
 /// Text in a buffer of fixed size; what does not fit is dropped.
 class SafeText {
@@ -152,6 +177,8 @@ void InstallCrashHandler(const std::string& filePrefix, const std::string& versi
     const int signals[] = {SIGILL, SIGSEGV, SIGABRT, SIGBUS, SIGFPE};
     for (const int signal : signals) sigaddset(&action.sa_mask, signal);
     for (const int signal : signals) ::sigaction(signal, &action, nullptr);
+
+    removeOldReports(filePrefix);
 }
 
 }  // namespace platform

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <set>
 #include <thread>
 #include <tuple>
 #include <vector>
@@ -54,4 +55,16 @@ TEST(CrashHandler, WithoutAFileStillReportsToStandardError) {
             __builtin_trap();
         },
         testing::KilledBySignal(SIGILL), "^v{500}\nSignal 4");
+}
+
+TEST(CrashHandler, KeepsTheNewestTenReportsOfItsName) {
+    const support::TemporaryFolder folder;
+    std::set<std::string> kept = {"Other-1-1.crash", "ResetTool-1-1.txt", "ResetTool-.crash", "ResetTool_1.crash"};
+    for (int i = 998; i < 1010; ++i) kept.insert("ResetTool-" + std::to_string(i) + "-7.crash");
+    for (const auto& name : kept) support::WriteFile(folder / name, "");
+    for (const char* old : {"ResetTool-998-7.crash", "ResetTool-999-7.crash"}) kept.erase(old);
+    EXPECT_EXIT((platform::InstallCrashHandler(folder / "ResetTool", ""), _exit(0)), testing::ExitedWithCode(0), "");
+    std::set<std::string> files;
+    for (const auto& file : fs::directory_iterator(folder.path())) files.insert(file.path().filename());
+    EXPECT_EQ(files, kept);
 }
