@@ -18,6 +18,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/FileDescriptor.hpp"
+
 namespace platform {
 namespace {
 
@@ -119,13 +121,13 @@ void reportFacts(int descriptor, int signal) {
     write(descriptor, "\nStack:\n");
 }
 
-int openFile() {
-    if (gPrepared.prefixLength == 0) return -1;
+FileDescriptor openFile() {
+    if (gPrepared.prefixLength == 0) return {};
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
     SafeText(gPrepared.filePath, sizeof gPrepared.filePath, gPrepared.prefixLength)
         << "-" << static_cast<unsigned long>(now.tv_sec) << "-" << static_cast<unsigned long>(::getpid()) << ".crash";
-    return ::open(gPrepared.filePath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    return FileDescriptor(::open(gPrepared.filePath, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
 }
 
 void handle(int signal) {
@@ -134,13 +136,13 @@ void handle(int signal) {
 
     // The file before the stream, which nobody may be reading, and the facts before the stack, which may be too broken
     // to be walked: that would be the process's end.
-    const int file = openFile();
-    reportFacts(file >= 0 ? file : STDERR_FILENO, signal);
+    FileDescriptor file = openFile();
+    reportFacts(file ? file.get() : STDERR_FILENO, signal);
     void* frames[kFrames];
     const int count = backtrace(frames, kFrames);
-    if (file >= 0) {
-        backtrace_symbols_fd(frames, count, file);
-        ::close(file);
+    if (file) {
+        backtrace_symbols_fd(frames, count, file.get());
+        file.reset();
         reportFacts(STDERR_FILENO, signal);
     }
     backtrace_symbols_fd(frames, count, STDERR_FILENO);
