@@ -103,6 +103,8 @@ void readAsStringTable(const std::string& bytes) {
 std::string nested(Random& random) {
     static constexpr std::string_view kUnits[] = {"<array>",
                                                   "<array>",
+                                                  "<array>",
+                                                  "<array>",
                                                   "<array a=\"*\">",
                                                   "<array a='*'>",
                                                   "<array *>",
@@ -123,9 +125,9 @@ std::string nested(Random& random) {
                                                   "<dict><key>*</key><true/></dict>",
                                                   "<integer>*</integer>",
                                                   "<plist>"};
-    static constexpr std::string_view kHidden[] = {"</array>", "</array>", "</array>", "<array>", ">",    "/>",
-                                                   "\"",       "'",        "--",       "<",       "<!--", "]]>",
-                                                   "-->",      "[",        "?",        "&lt;",    "12",   " "};
+    static constexpr std::string_view kHidden[] = {"</array>", "</array>", "</array>", "<array>", ">",    ">",  ">",
+                                                   "/",        "/>",       "\"",       "'",       "--",   "<",  "<!--",
+                                                   "]]>",      "-->",      "[",        "?",       "&lt;", "12", " "};
     std::string text;
     for (auto units = random() % 12; units > 0; --units) {
         std::string unit(kUnits[random() % std::size(kUnits)]);
