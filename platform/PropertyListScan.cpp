@@ -33,8 +33,8 @@ bool hasOnlySafeCharacters(std::string_view xml) {
     return true;
 }
 
-/// True when the parser reads the element's text as what it says. It reads integers of any size and base, and any text,
-/// into 64 bits, and dates into 32 bits of seconds on both sides of 2001.
+/// True when the parser reads the element's text as what it says. It reads any text as a number, integers of any size
+/// and base into 64 bits, and dates into 32 bits of seconds on both sides of 2001.
 bool isKept(std::string_view element, std::string_view text) {
     constexpr std::string_view kFirst = "1932-12-13T20:45:52Z";
     constexpr std::string_view kLast = "2069-01-19T03:14:07Z";
@@ -43,6 +43,12 @@ bool isKept(std::string_view element, std::string_view text) {
         std::int64_t value = 0;
         std::from_chars(text.data(), text.data() + text.size(), value);
         return std::to_string(value) == text;
+    }
+    if (element == "real") {
+        if (text.starts_with('+')) text.remove_prefix(1);  // of an infinity
+        double value = 0;
+        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+        return error == std::errc{} && end == text.data() + text.size();
     }
     if (element == "date") return text.size() == kFirst.size() && text >= kFirst && text <= kLast;
     return true;

@@ -58,8 +58,9 @@ TEST(PropertyList, WhatIsNoPropertyListIsRefused) {
     for (const auto& bytes : refused) EXPECT_FALSE(parsePropertyList(bytes)) << bytes.substr(0, 60);
     // What the parser would read as another value.
     for (const std::string text : {"9223372036854775808", "-9223372036854775809", "18446744073709551616", "010", "--7",
-                                   "7<!-- -->x", "4001-01-01T00:00:00Z", "1932-12-13T20:45:51Z", "tomorrow"}) {
+                                   "", "7<!-- -->x", "4001-01-01T00:00:00Z", "1932-12-13T20:45:51Z", "tomorrow"}) {
         EXPECT_FALSE(parsePropertyList("<plist><integer>" + text + "</integer></plist>")) << text;
+        EXPECT_FALSE(parsePropertyList("<plist><real>" + text + "x</real></plist>")) << text;
         EXPECT_FALSE(parsePropertyList("<plist><date>" + text + "</date></plist>")) << text;
     }
 }
