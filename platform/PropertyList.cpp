@@ -1,5 +1,6 @@
 #include "platform/PropertyList.hpp"
 
+#include <locale.h>
 #include <plist/plist.h>
 
 #include <cstdlib>
@@ -127,7 +128,11 @@ std::optional<PropertyList> parsePropertyList(const std::string& bytes) {
     if (!depth || *depth > kDeepestNesting) return std::nullopt;
     // The length is passed without the terminating zero that the parser would otherwise take for content.
     plist_t root = nullptr;
+    // The parser reads real numbers by the locale, which a window toolkit sets; some have a decimal comma.
+    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    const locale_t previous = uselocale(plain);
     plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
+    uselocale(previous);
     const Node owned(root);
     if (!root) return std::nullopt;
     return fromNode(root);
