@@ -80,9 +80,8 @@ bool DDFileLogger::reusable(const DDLogFileInfo& info) const {
     return mRollingFrequency <= 0 || platform::wallClock().now() < rollDate(info);
 }
 
-/// When the file reaches the rolling frequency. A frequency of whole days ends with a day of the calendar: with a fixed
-/// count of seconds the file of a 25-hour day would be rolled an hour before its day is over, and the new file of the
-/// same name would take all of its place.
+/// When the file reaches the rolling frequency. With a fixed count of seconds the file of a 25-hour day would be rolled
+/// an hour before its day is over, and the new file of the same name would take all of its place.
 DDLogFileInfo::Date DDFileLogger::rollDate(const DDLogFileInfo& info) const {
     return DDLocalTime::adding(info.creationDate(), mRollingFrequency);
 }

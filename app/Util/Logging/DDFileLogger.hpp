@@ -17,6 +17,9 @@ class DispatchSource;
 /// Appends lines to the current log file, and rolls to a new one when that has grown too large or too old, when it is
 /// deleted or moved away, and on request. Which files there are is its manager's business.
 ///
+/// A rolling frequency of whole days counts days of the calendar, which may have 23 or 25 hours: a file dated with the
+/// start of a day ends when another day starts. Every other frequency is counted in seconds.
+///
 /// A line that has been handed over is with the system, whole, when the call returns: several lines of one batch go out
 /// in one write, and what a write that fails half-way leaves of a line is cut off again. No failure leaves the logger;
 /// the line is lost, the first ten failures go to the system log, and the next line tries afresh.
@@ -25,7 +28,7 @@ class DispatchSource;
 class DDFileLogger final : public DDAbstractLogger, public DDBatchLogger {
   public:
     static constexpr std::uint64_t kDefaultMaximumFileSize = 0x100000;  // bytes
-    static constexpr double kDefaultRollingFrequency = 86400.0;         // seconds
+    static constexpr double kDefaultRollingFrequency = 86400.0;         // seconds: one day of the calendar
 
     /// @param logFileManager  shared with the caller; null takes a DDLogFileManagerDefault
     explicit DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager);
@@ -39,7 +42,7 @@ class DDFileLogger final : public DDAbstractLogger, public DDBatchLogger {
     /// @{
     std::uint64_t maximumFileSize() const;  ///< bytes; rolls when the file has that many; 0 for no limit
     void setMaximumFileSize(std::uint64_t bytes);
-    double rollingFrequency() const;  ///< seconds; rolls when the file is that old; 0 or less for no limit
+    double rollingFrequency() const;  ///< seconds; rolls when the file is that old, see below; 0 or less for no limit
     void setRollingFrequency(double seconds);
     /// @}
 

@@ -61,7 +61,7 @@ class VundLogFileManagerTest : public testing::Test {
     /// What the day's timer does.
     static void checkAge(DDFileLogger& logger) { logger.setRollingFrequency(86400.0); }
 
-    TimeZone zone{"Europe/Berlin"};
+    const TimeZone zone{"Europe/Berlin"};
     ManualWallClock clock;
     std::optional<platform::PlatformScope> mScope;
     std::shared_ptr<VundLogFileManager> manager = std::make_shared<VundLogFileManager>("ResetTool");
@@ -107,8 +107,11 @@ TEST_F(VundLogFileManagerTest, SecondRollOnADayStartsTheDaysFileAfresh) {
 }
 
 TEST_F(VundLogFileManagerTest, FileLastsUntilMidnightOnDaysOfAnyLength) {
-    // The day of 23 hours, the one of 25 hours, and a usual one.
-    for (const auto& [month, day] : {std::pair(3, 25), std::pair(10, 28), std::pair(11, 15)}) {
+    // The day before one that begins at 01:00, the one of 23 hours, the one of 25 hours, and a usual one.
+    for (const auto& [name, month, day] : {std::tuple("America/Havana", 3, 10), std::tuple("Europe/Berlin", 3, 25),
+                                           std::tuple("Europe/Berlin", 10, 28), std::tuple("Europe/Berlin", 11, 15)}) {
+        SCOPED_TRACE(fileOf(month, day));
+        const TimeZone here(name);
         clock.setLocal(month, day, 0, 0, 1);
         const auto logger = makeLogger();
         deliver(*logger, "early");

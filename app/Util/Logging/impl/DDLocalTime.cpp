@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <mutex>
+#include <utility>
 
 namespace DDLocalTime {
 namespace {
@@ -13,6 +14,22 @@ constexpr double kCentury = 36525 * kSecondsPerDay;  ///< more than that from no
 
 std::time_t secondOf(Date moment) {
     return static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(moment).time_since_epoch().count());
+}
+
+/// The first second of a day of the calendar. It is searched for: where clocks go forward at midnight the day has no
+/// 00:00, and where they go back there it has two.
+Date startOf(std::tm day) {
+    const auto date = [](const std::tm& time) { return std::pair(time.tm_year, time.tm_yday); };
+    day.tm_hour = 12;
+    day.tm_min = day.tm_sec = 0;
+    day.tm_isdst = -1;
+    const std::time_t noon = std::mktime(&day);  // a day behind the month's end becomes one of the next month
+    std::time_t first = noon;
+    for (std::time_t before = noon - static_cast<std::time_t>(kSecondsPerDay); first - before > 1;) {
+        const std::time_t middle = before + (first - before) / 2;
+        (date(DDLocalTime::fields(middle)) < date(day) ? before : first) = middle;
+    }
+    return std::chrono::system_clock::from_time_t(first);
 }
 
 }  // namespace
@@ -37,18 +54,17 @@ std::string format(const char* pattern, Date moment) {
 }
 
 Date startOfDay(Date moment) {
-    std::tm day = fields(moment);
-    day.tm_hour = day.tm_min = day.tm_sec = 0;
-    day.tm_isdst = -1;
-    return std::chrono::system_clock::from_time_t(std::mktime(&day));
+    return startOf(fields(moment));
 }
 
 Date adding(Date moment, double seconds) {
     using std::chrono::duration;
     seconds = std::clamp(seconds, -kCentury, kCentury);
-    const Date later = moment + std::chrono::round<Date::duration>(duration<double>(seconds));
-    if (std::fmod(seconds, kSecondsPerDay) != 0) return later;
-    return later + std::chrono::seconds(fields(moment).tm_gmtoff - fields(later).tm_gmtoff);
+    if (std::fmod(seconds, kSecondsPerDay) != 0)
+        return moment + std::chrono::round<Date::duration>(duration<double>(seconds));
+    std::tm day = fields(moment);
+    day.tm_mday += static_cast<int>(seconds / kSecondsPerDay);
+    return startOf(day) + (moment - startOfDay(moment));
 }
 
 bool Cache::update(Date moment) {

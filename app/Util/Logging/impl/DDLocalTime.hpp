@@ -17,11 +17,13 @@ std::tm fields(Date moment);
 /// strftime in local time.
 std::string format(const char* pattern, Date moment);
 
-/// The day's first moment: midnight, or the moment after the gap where daylight saving begins at midnight.
+/// The day's first moment: midnight, the first one where clocks go back at midnight, or the moment after the gap where
+/// they go forward.
 Date startOfDay(Date moment);
 
-/// A moment later by a span. Whole days are days of the calendar, so that a day of 23 or 25 hours ends at midnight too;
-/// every other span is counted in seconds.
+/// A moment later by a span. Whole days are days of the calendar: the result lies as long after the start of its day as
+/// `moment` lies after the start of its own, and from the start of a day it is the start of another, however many hours
+/// are between them. Every other span is counted in seconds.
 /// @param seconds  positive
 Date adding(Date moment, double seconds);
 
