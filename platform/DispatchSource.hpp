@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string>
 
 namespace platform {
 
@@ -16,12 +17,13 @@ class DispatchSource {
     virtual ~DispatchSource() = default;
 };
 
-/// Watches an open file: the handler runs once, when the file's last name has been removed or the file has been renamed
-/// or moved. A name that was removed before this call counts too.
-/// @param descriptor  an open descriptor of the file; borrowed until the source is destroyed
+/// Watches an open file: the handler runs once, when the path no longer names this file, because the name has been
+/// removed, renamed, moved or given to another file. Other names of the file don't matter. What happened to the path
+/// before this call counts too; that a folder above it is moved is not noticed at once.
+/// @param descriptor  an open descriptor of the file; borrowed for the call
 /// @return null when the system can't watch the file
-/// Never blocks. Any thread; the handler runs on the queue.
-std::unique_ptr<DispatchSource> dispatch_source_vnode(int descriptor, DispatchQueue& queue,
+/// Never waits for the file to change. Any thread; the handler runs on the queue.
+std::unique_ptr<DispatchSource> dispatch_source_vnode(int descriptor, const std::string& path, DispatchQueue& queue,
                                                       std::function<void()> handler);
 
 /// Runs the handler once at a moment of the wall clock: later set clocks, time-zone changes and suspends included. A

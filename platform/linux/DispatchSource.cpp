@@ -14,6 +14,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <string>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -38,30 +39,29 @@ class Event {
 
 class VnodeEvent final : public Event {
   public:
-    VnodeEvent(FileDescriptor inotify, int file) : Event(std::move(inotify)), mFile(file) {}
+    VnodeEvent(FileDescriptor inotify, const struct stat& file, std::string path)
+        : Event(std::move(inotify)), mDevice(file.st_dev), mInode(file.st_ino), mPath(std::move(path)) {}
 
     bool hasHappened() override {
         alignas(inotify_event) char buffer[4096];
-        bool moved = false;
-        for (ssize_t length; (length = ::read(descriptor(), buffer, sizeof buffer)) > 0;) {
-            for (const char* at = buffer; at < buffer + length;) {
-                const auto* event = reinterpret_cast<const inotify_event*>(at);
-                moved |= (event->mask & IN_MOVE_SELF) != 0;
-                at += sizeof *event + event->len;
-            }
+        while (::read(descriptor(), buffer, sizeof buffer) > 0) {
         }
-        return moved || unlinked();
+        return hasLostItsName();
     }
 
-    // The kernel tells of a deletion only once the last descriptor is closed too, and ours is open; the loss of the
-    // last name shows at once, as a change of the file's attributes.
-    bool unlinked() const {
+    // What the kernel tells is only that something may have happened to the name. It tells of a deletion once the last
+    // descriptor is closed, and ours is open; and the count of a file's names says nothing of this one, since another
+    // may have been added in the same moment.
+    bool hasLostItsName() const {
         struct stat status {};
-        return ::fstat(mFile, &status) != 0 || status.st_nlink == 0;
+        if (::lstat(mPath.c_str(), &status) == 0) return status.st_dev != mDevice || status.st_ino != mInode;
+        return errno == ENOENT || errno == ENOTDIR;
     }
 
   private:
-    int mFile;
+    dev_t mDevice;
+    ino_t mInode;
+    std::string mPath;
 };
 
 class TimerEvent final : public Event {
@@ -212,18 +212,18 @@ std::unique_ptr<DispatchSource> makeSource(std::unique_ptr<Event> event, Dispatc
 
 }  // namespace
 
-std::unique_ptr<DispatchSource> dispatch_source_vnode(int descriptor, DispatchQueue& queue,
+std::unique_ptr<DispatchSource> dispatch_source_vnode(int descriptor, const std::string& path, DispatchQueue& queue,
                                                       std::function<void()> handler) {
     FileDescriptor inotify(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    if (!inotify) return nullptr;
+    struct stat file {};
+    if (!inotify || ::fstat(descriptor, &file) != 0) return nullptr;
     // By way of the descriptor, so that it is this file that is watched, whatever its name stands for by now.
-    char path[64];
-    std::snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
-    if (::inotify_add_watch(inotify.get(), path, IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF) < 0) {
+    const std::string opened = "/proc/self/fd/" + std::to_string(descriptor);
+    if (::inotify_add_watch(inotify.get(), opened.c_str(), IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF) < 0) {
         if (errno != ENOENT) return nullptr;
     }
-    auto event = std::make_unique<VnodeEvent>(std::move(inotify), descriptor);
-    if (event->unlinked()) return dispatch_source_timer({}, queue, std::move(handler));
+    auto event = std::make_unique<VnodeEvent>(std::move(inotify), file, path);
+    if (event->hasLostItsName()) return dispatch_source_timer({}, queue, std::move(handler));
     return makeSource(std::move(event), queue, std::move(handler));
 }
 

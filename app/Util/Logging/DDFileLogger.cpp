@@ -115,7 +115,7 @@ int DDFileLogger::currentLogFileHandle() {
     mOffset = static_cast<std::uint64_t>(status.st_size);
     scheduleTimerToRollLogFileDueToAge();
     mCurrentLogFileVnode = platform::dispatch_source_vnode(
-        handle, internalQueue(), [this] { performWithinDelivery([this] { rollLogFileNow(); }); });
+        handle, info.filePath(), internalQueue(), [this] { performWithinDelivery([this] { rollLogFileNow(); }); });
     return handle;
 }
 

@@ -2,12 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
+#include <cstdlib>
 #include <latch>
 
 #include "platform/SerialQueue.hpp"
@@ -18,39 +16,37 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct WatchedFile {
-    support::TemporaryFolder folder;
-    std::string path = folder / "watched.txt";
-    platform::FileDescriptor file{::open(path.c_str(), O_WRONLY | O_CREAT, 0600)};
-};
-
-TEST(VnodeSource, TellsOnceThatTheFileHasGone) {
-    for (const bool renamed : {false, true}) {
-        WatchedFile watched;
+TEST(VnodeSource, TellsOnceThatTheFileHasLostItsName) {
+    // What is done to f before it is watched, what is no end of it, and its end.
+    struct Case {
+        const char *before, *harmless, *end;
+    };
+    for (const Case& tested : {Case{"", "echo x >> f; chmod 640 f", "rm f"}, Case{"", "ln f g; mv g h; rm h", "mv f g"},
+                               Case{"rm f", "", ""}, Case{"ln f g", "", "rm f"}, Case{"", "", "ln f g; rm f"},
+                               Case{"", "", "echo > new; mv new f"}}) {
+        SCOPED_TRACE(std::string(tested.before) + " | " + tested.harmless + " | " + tested.end);
+        const support::TemporaryFolder folder;
+        const auto run = [&](const std::string& commands) {
+            EXPECT_EQ(std::system(("cd " + folder.path().string() + "\n" + commands).c_str()), 0);
+        };
+        const platform::FileDescriptor file(::open((folder / "f").c_str(), O_WRONLY | O_CREAT, 0600));
+        run(tested.before);
         platform::SerialQueue queue("vnode");
-        std::latch told(1);
+        std::latch told(1), behind(1);
         std::atomic<int> count{0};
-        const auto source = platform::dispatch_source_vnode(watched.file.get(), queue, [&] {
+        const auto source = platform::dispatch_source_vnode(file.get(), folder / "f", queue, [&] {
             if (count++ == 0) told.count_down();
         });
-        // What is no end of the file does not count: the handler would run for it before it runs for the end.
-        ASSERT_EQ(::write(watched.file.get(), "x", 1), 1);
-        ASSERT_EQ(::fchmod(watched.file.get(), 0644), 0);
-        const std::string& path = watched.path;
-        ASSERT_EQ(renamed ? std::rename(path.c_str(), (path + ".moved").c_str()) : ::unlink(path.c_str()), 0);
+        run(tested.harmless);
+        // A timer is delivered behind what the file has told so far.
+        const auto timer = platform::dispatch_source_timer({}, queue, [&] { behind.count_down(); });
+        behind.wait();
+        EXPECT_EQ(count, *tested.end ? 0 : 1);
+        run(tested.end);
         told.wait();
         queue.dispatch_sync([] {});
         EXPECT_EQ(count, 1);
     }
-}
-
-TEST(VnodeSource, FileThatIsAlreadyUnlinkedIsToldOf) {
-    WatchedFile watched;
-    ::unlink(watched.path.c_str());
-    platform::SerialQueue queue("vnode");
-    std::latch told(1);
-    const auto source = platform::dispatch_source_vnode(watched.file.get(), queue, [&] { told.count_down(); });
-    told.wait();
 }
 
 TEST(TimerSource, FiresNotBeforeItsMomentAndAtOnceForOneThatHasPassed) {
