@@ -99,24 +99,25 @@ const DDLogFileInfo& DDFileLogger::currentLogFileInfo() {
 }
 
 int DDFileLogger::currentLogFileHandle() {
-    if (mCurrentLogFileHandle >= 0) return mCurrentLogFileHandle;
+    if (mCurrentLogFileHandle) return mCurrentLogFileHandle.get();
     const DDLogFileInfo& info = currentLogFileInfo();
     // Where the new file could not be made, an old one of its name may still be there.
     errno = EEXIST;
-    const int handle = info.isArchived() ? -1 : ::open(info.filePath().c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    platform::FileDescriptor handle(
+        info.isArchived() ? -1 : ::open(info.filePath().c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
     struct stat status {};
-    if (handle < 0 || ::fstat(handle, &status) != 0) {
-        const int error = errno;
-        if (handle >= 0) ::close(handle);
+    if (!handle || ::fstat(handle.get(), &status) != 0) {
+        const std::system_error failure(errno, std::generic_category(), "open");
         mCurrentLogFileInfo.reset();  // the next line looks for a file afresh
-        throw std::system_error(error, std::generic_category(), "open");
+        throw failure;
     }
-    mCurrentLogFileHandle = handle;
+    mCurrentLogFileHandle = std::move(handle);
     mOffset = static_cast<std::uint64_t>(status.st_size);
     scheduleTimerToRollLogFileDueToAge();
-    mCurrentLogFileVnode = platform::dispatch_source_vnode(
-        handle, info.filePath(), internalQueue(), [this] { performWithinDelivery([this] { rollLogFileNow(); }); });
-    return handle;
+    mCurrentLogFileVnode =
+        platform::dispatch_source_vnode(mCurrentLogFileHandle.get(), info.filePath(), internalQueue(),
+                                        [this] { performWithinDelivery([this] { rollLogFileNow(); }); });
+    return mCurrentLogFileHandle.get();
 }
 
 void DDFileLogger::scheduleTimerToRollLogFileDueToAge() {
@@ -134,11 +135,11 @@ void DDFileLogger::maybeRollLogFileDueToAge() {
 }
 
 void DDFileLogger::maybeRollLogFileDueToSize() {
-    if (mCurrentLogFileHandle >= 0 && mMaximumFileSize != 0 && mOffset >= mMaximumFileSize) rollLogFileNow();
+    if (mCurrentLogFileHandle && mMaximumFileSize != 0 && mOffset >= mMaximumFileSize) rollLogFileNow();
 }
 
 void DDFileLogger::rollLogFileNow() {
-    if (mCurrentLogFileHandle < 0) return;
+    if (!mCurrentLogFileHandle) return;
     closeLogFile();
     const std::string path = mCurrentLogFileInfo->filePath();
     mCurrentLogFileInfo->setIsArchived(true);
@@ -149,9 +150,9 @@ void DDFileLogger::rollLogFileNow() {
 void DDFileLogger::closeLogFile() {
     mRollingTimer.reset();
     mCurrentLogFileVnode.reset();  // before its descriptor goes
-    if (mCurrentLogFileHandle < 0) return;
-    ::fsync(mCurrentLogFileHandle);
-    ::close(std::exchange(mCurrentLogFileHandle, -1));
+    if (!mCurrentLogFileHandle) return;
+    ::fsync(mCurrentLogFileHandle.get());
+    mCurrentLogFileHandle.reset();
 }
 
 void DDFileLogger::logMessage(const DDLogMessage& message) {
@@ -202,7 +203,7 @@ bool DDFileLogger::appendLine(const DDLogMessage& message) {
 std::size_t DDFileLogger::writeBytes(const char* bytes, std::size_t size, int& error) {
     std::size_t written = 0;
     while (written < size) {
-        const ssize_t count = ::write(mCurrentLogFileHandle, bytes + written, size - written);
+        const ssize_t count = ::write(mCurrentLogFileHandle.get(), bytes + written, size - written);
         if (count > 0) {
             written += static_cast<std::size_t>(count);
         } else if (count == 0 || errno != EINTR) {
@@ -216,8 +217,8 @@ std::size_t DDFileLogger::writeBytes(const char* bytes, std::size_t size, int& e
 /// Takes the beginning of a line that did not fit off the file's end again.
 void DDFileLogger::cutOff(std::size_t bytes) {
     struct stat status {};
-    if (bytes == 0 || ::fstat(mCurrentLogFileHandle, &status) != 0) return;
-    if (::ftruncate(mCurrentLogFileHandle, status.st_size - static_cast<off_t>(bytes)) != 0) mOffset += bytes;
+    if (bytes == 0 || ::fstat(mCurrentLogFileHandle.get(), &status) != 0) return;
+    if (::ftruncate(mCurrentLogFileHandle.get(), status.st_size - static_cast<off_t>(bytes)) != 0) mOffset += bytes;
 }
 
 /// Writes the pending lines and rolls if that has filled the file. A line that fails is lost; those after it are tried.

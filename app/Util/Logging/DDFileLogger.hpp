@@ -9,6 +9,7 @@
 
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/DDLogFileManager.hpp"
+#include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
 class DispatchSource;
@@ -81,7 +82,7 @@ class DDFileLogger final : public DDAbstractLogger, public DDBatchLogger {
     std::uint64_t mMaximumFileSize = kDefaultMaximumFileSize;
     double mRollingFrequency = kDefaultRollingFrequency;
     std::optional<DDLogFileInfo> mCurrentLogFileInfo;
-    int mCurrentLogFileHandle = -1;
+    platform::FileDescriptor mCurrentLogFileHandle;
     std::uint64_t mOffset = 0;  ///< where the next line goes
     std::unique_ptr<platform::DispatchSource> mCurrentLogFileVnode;
     std::unique_ptr<platform::DispatchSource> mRollingTimer;

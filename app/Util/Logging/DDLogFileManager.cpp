@@ -1,20 +1,19 @@
 #include "app/Util/Logging/DDLogFileManager.hpp"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <system_error>
+
+#include "platform/linux/FileDescriptor.hpp"
 
 void DDLogFileManager::replaceWithEmptyFile(const std::string& path, DDLogFileInfo::Date creationDate) {
     // A new file and not a shortened one: the marks of the old one must go with it.
     std::error_code ignored;
     std::filesystem::remove(path, ignored);
     DDLogFileInfo::forgetMarks(path);
-    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor < 0) return;
-    ::close(descriptor);
-    DDLogFileInfo(path).setCreationDate(creationDate);
+    const platform::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (file) DDLogFileInfo(path).setCreationDate(creationDate);
 }
 
 void DDLogFileManager::removeFilesBeyondMaximum(const std::vector<std::string>& sortedPaths) const {
