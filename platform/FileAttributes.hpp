@@ -6,7 +6,8 @@
 
 namespace platform {
 
-/// What a file system keeps about a file beyond its bytes. Results are errno values, 0 for success. Any thread.
+/// What a file system keeps about a file beyond its bytes; a path that ends in a symbolic link means the link. Results
+/// are errno values, 0 for success. Any thread.
 class FileAttributes {
   public:
     virtual ~FileAttributes() = default;

@@ -39,7 +39,7 @@ const DDLogFileAttributes& DDLogFileInfo::fileAttributes() const {
     if (mAttributes) return *mAttributes;
     mAttributes.emplace();
     struct stat status {};
-    if (::stat(mFilePath.c_str(), &status) != 0) return *mAttributes;
+    if (::lstat(mFilePath.c_str(), &status) != 0) return *mAttributes;
     mAttributes->regularFile = S_ISREG(status.st_mode);
     mAttributes->size = static_cast<std::uint64_t>(status.st_size);
     mAttributes->modificationDate = Date(std::chrono::duration_cast<Date::duration>(

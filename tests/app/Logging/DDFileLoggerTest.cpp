@@ -8,6 +8,7 @@
 
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
+#include "app/Util/Logging/impl/DDLogFileMarks.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/FileAttributes.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
@@ -213,7 +214,16 @@ TEST_P(FileLogger, MarksOfAFileFollowARenameAndGoWithTheFile) {
     EXPECT_TRUE(info.isArchived());
     info.setIsArchived(false);
     EXPECT_FALSE(DDLogFileInfo(info.filePath()).isArchived());
+    // A mark counts whatever is in it.
+    EXPECT_EQ(DDLogFileMarks::set(info.filePath(), "modogriomu.log.archived", std::string(300, 'x')), 0);
+    EXPECT_TRUE(info.isArchived());
+    // A link in the place of the hidden file is replaced; what it leads to is left alone.
+    const std::string hidden = folder / ".log-renamed.txt.marks";
+    std::filesystem::remove(hidden);
+    std::filesystem::create_symlink("target", hidden);
     info.setIsArchived(true);
+    EXPECT_TRUE(info.isArchived());
+    EXPECT_FALSE(std::filesystem::exists(folder / "target"));
     // Another file that takes the name does not have the mark.
     support::WriteFile(info.filePath() + ".new", "");
     std::filesystem::rename(info.filePath() + ".new", info.filePath());

@@ -1,14 +1,21 @@
 #include "app/Util/Logging/impl/DDLogFileMarks.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
+#include <system_error>
 
 #include "platform/FileAttributes.hpp"
 #include "platform/Platform.hpp"
+#include "platform/linux/FileDescriptor.hpp"
+
+namespace fs = std::filesystem;
 
 namespace DDLogFileMarks {
 namespace {
@@ -28,11 +35,13 @@ std::string besidePath(const std::string& path) {
 /// The number that identifies the file, or 0 when it is not there.
 unsigned long long inodeOf(const std::string& path) {
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+    return ::lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 Marks readBeside(const std::string& path) {
     Marks marks;
+    std::error_code error;
+    if (!fs::is_regular_file(fs::symlink_status(besidePath(path), error))) return marks;
     std::ifstream file(besidePath(path));
     unsigned long long inode = 0;
     std::string line;
@@ -51,13 +60,19 @@ int writeBeside(const std::string& path, const Marks& marks) {
         forget(path);
         return 0;
     }
-    errno = 0;
-    std::ofstream file(besidePath(path), std::ios::trunc);
-    file << inode << '\n';
-    for (const auto& [name, value] : marks) file << name << ' ' << value << '\n';
-    file.close();
-    if (file) return 0;
-    return errno ? errno : EIO;
+    std::string text = std::to_string(inode) + '\n';
+    for (const auto& [name, value] : marks) text += name + ' ' + value + '\n';
+    // A new file takes the place whole, so that neither half of it can be read nor a link be followed.
+    const std::string fresh = besidePath(path) + ".new";
+    std::remove(fresh.c_str());
+    const platform::FileDescriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!file) return errno;
+    const ssize_t written = ::write(file.get(), text.data(), text.size());
+    int error = written < 0 ? errno : EIO;
+    if (written == static_cast<ssize_t>(text.size()))
+        error = std::rename(fresh.c_str(), besidePath(path).c_str()) == 0 ? 0 : errno;
+    if (error != 0) std::remove(fresh.c_str());
+    return error;
 }
 
 bool unsupported(int error) {
