@@ -14,6 +14,8 @@ class FileAttributes {
 
     virtual int setxattr(const std::string& path, const std::string& name, const std::string& value) = 0;
 
+    virtual int fsetxattr(int descriptor, const std::string& name, const std::string& value) = 0;
+
     /// @return ENODATA when the file has no attribute of that name, ENOTSUP when the file system keeps none
     virtual int getxattr(const std::string& path, const std::string& name, std::string& value) = 0;
 

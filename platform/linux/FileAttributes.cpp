@@ -16,6 +16,10 @@ class LinuxFileAttributes final : public FileAttributes {
         return ::lsetxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) == 0 ? 0 : errno;
     }
 
+    int fsetxattr(int descriptor, const std::string& name, const std::string& value) override {
+        return ::fsetxattr(descriptor, name.c_str(), value.data(), value.size(), 0) == 0 ? 0 : errno;
+    }
+
     int getxattr(const std::string& path, const std::string& name, std::string& value) override {
         value.resize(XATTR_SIZE_MAX);
         const ssize_t length = ::lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());

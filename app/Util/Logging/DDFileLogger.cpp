@@ -31,7 +31,10 @@ DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager)
 
 DDFileLogger::~DDFileLogger() {
     // The timer and the watch may be about to deliver; once they are cancelled on the queue they no longer can.
-    const auto end = [this] { closeLogFile(); };
+    const auto end = [this] {
+        if (mCurrentLogFileHandle) ::fsync(mCurrentLogFileHandle.get());
+        forgetLogFile();
+    };
     if (isOnInternalLoggerQueue()) {
         end();
     } else {
@@ -101,10 +104,13 @@ const DDLogFileInfo& DDFileLogger::currentLogFileInfo() {
 int DDFileLogger::currentLogFileHandle() {
     if (mCurrentLogFileHandle) return mCurrentLogFileHandle.get();
     const DDLogFileInfo& info = currentLogFileInfo();
-    // Where the new file could not be made, an old one of its name may still be there.
-    errno = EEXIST;
-    platform::FileDescriptor handle(
-        info.isArchived() ? -1 : ::open(info.filePath().c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW;
+    platform::FileDescriptor handle;
+    if (!info.isArchived()) {
+        handle = platform::FileDescriptor(::open(info.filePath().c_str(), kFlags));
+    } else {
+        errno = EEXIST;  // the new file could not be made, and an old one of its name is still there
+    }
     struct stat status {};
     if (!handle || ::fstat(handle.get(), &status) != 0) {
         const std::system_error failure(errno, std::generic_category(), "open");
@@ -140,19 +146,24 @@ void DDFileLogger::maybeRollLogFileDueToSize() {
 
 void DDFileLogger::rollLogFileNow() {
     if (!mCurrentLogFileHandle) return;
-    closeLogFile();
+    // Also when the manager throws.
+    const struct Rest {
+        DDFileLogger* logger;
+        ~Rest() { logger->forgetLogFile(); }
+    } rest{this};
+    ::fsync(mCurrentLogFileHandle.get());
+    // Before the close: the path may lead to another file by now, which somebody else writes to.
+    mCurrentLogFileInfo->setOpenFileIsArchived(mCurrentLogFileHandle.get());
+    mCurrentLogFileHandle.reset();
     const std::string path = mCurrentLogFileInfo->filePath();
-    mCurrentLogFileInfo->setIsArchived(true);
-    mCurrentLogFileInfo.reset();
     mLogFileManager->didRollAndArchiveLogFile(path);
 }
 
-void DDFileLogger::closeLogFile() {
-    mRollingTimer.reset();
-    mCurrentLogFileVnode.reset();  // before its descriptor goes
-    if (!mCurrentLogFileHandle) return;
-    ::fsync(mCurrentLogFileHandle.get());
+void DDFileLogger::forgetLogFile() {
     mCurrentLogFileHandle.reset();
+    mCurrentLogFileInfo.reset();
+    mCurrentLogFileVnode.reset();
+    mRollingTimer.reset();
 }
 
 void DDFileLogger::logMessage(const DDLogMessage& message) {

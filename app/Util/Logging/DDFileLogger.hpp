@@ -67,7 +67,7 @@ class DDFileLogger final : public DDAbstractLogger, public DDBatchLogger {
     void maybeRollLogFileDueToAge();
     void maybeRollLogFileDueToSize();
     void rollLogFileNow();
-    void closeLogFile();
+    void forgetLogFile();
 
     bool appendLine(const DDLogMessage& message);
     void writePending() noexcept;

@@ -61,11 +61,18 @@ bool DDLogFileInfo::isArchived() const {
 
 void DDLogFileInfo::setIsArchived(bool archived) {
     if (archived) {
-        if (const int error = DDLogFileMarks::set(mFilePath, kArchived, {}))
-            platform::NSLog("DDLogFileInfo: setxattr(%s, %s): error = %i", kArchived, mFilePath.c_str(), error);
-    } else if (const int error = DDLogFileMarks::remove(mFilePath, kArchived)) {
-        platform::NSLog("DDLogFileInfo: removexattr(%s, %s): error = %i", kArchived, mFilePath.c_str(), error);
+        reportFailure("setxattr", DDLogFileMarks::set(mFilePath, kArchived, {}));
+    } else {
+        reportFailure("removexattr", DDLogFileMarks::remove(mFilePath, kArchived));
     }
+}
+
+void DDLogFileInfo::setOpenFileIsArchived(int descriptor) {
+    reportFailure("setxattr", DDLogFileMarks::set(descriptor, kArchived, {}));
+}
+
+void DDLogFileInfo::reportFailure(const char* call, int error) const {
+    if (error != 0) platform::NSLog("DDLogFileInfo: %s(%s, %s): error = %i", call, kArchived, mFilePath.c_str(), error);
 }
 
 bool DDLogFileInfo::setCreationDate(Date date) {

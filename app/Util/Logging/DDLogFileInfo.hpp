@@ -38,7 +38,11 @@ class DDLogFileInfo {
     double age() const;  ///< seconds since the creation date, positive for the past
 
     bool isArchived() const;
-    void setIsArchived(bool archived);                ///< a failure goes to the system log
+    void setIsArchived(bool archived);  ///< a failure goes to the system log
+
+    /// The same for the open file that this was about, and not for another one that has its path by now.
+    void setOpenFileIsArchived(int descriptor);
+
     bool setCreationDate(Date date);                  ///< false when it could not be kept
     void renameFile(const std::string& newFileName);  ///< within its folder; a failure goes to the system log
     void reset() { mAttributes.reset(); }
@@ -53,6 +57,8 @@ class DDLogFileInfo {
     static bool reverseCompareByModificationDate(const DDLogFileInfo& a, const DDLogFileInfo& b);
 
   private:
+    void reportFailure(const char* call, int error) const;
+
     std::string mFilePath;
     mutable std::optional<DDLogFileAttributes> mAttributes;
 };

@@ -8,6 +8,7 @@
 
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
+#include "app/Util/Logging/DDLogFormatter.hpp"
 #include "app/Util/Logging/impl/DDLogFileMarks.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/FileAttributes.hpp"
@@ -23,13 +24,22 @@ using Texts = std::vector<std::string>;
 class TellingManager final : public DDLogFileManagerDefault {
   public:
     using DDLogFileManagerDefault::DDLogFileManagerDefault;
+    std::string createNewLogFile() override {
+        if (only.empty()) return DDLogFileManagerDefault::createNewLogFile();
+        if (replaces) replaceWithEmptyFile(only, platform::wallClock().now());
+        return only;
+    }
     void didArchiveLogFile(const std::string& path) override { archived.push_back(path); }
     void didRollAndArchiveLogFile(const std::string& path) override {
         rolled.push_back(path);
         DDLogError("rolled");  // a synchronous message from the logger's own queue
         rolls.release();
+        if (throws) throw std::runtime_error("manager");
     }
     Texts archived, rolled;
+    std::string only;      ///< where not empty, the path of every new file
+    bool replaces = true;  ///< whether that one can be made
+    bool throws = false;   ///< when it is told of a roll
     std::counting_semaphore<> rolls{0};
 };
 
@@ -37,6 +47,7 @@ class TellingManager final : public DDLogFileManagerDefault {
 class NoFileAttributes final : public platform::FileAttributes {
   public:
     int setxattr(const std::string&, const std::string&, const std::string&) override { return ENOTSUP; }
+    int fsetxattr(int, const std::string&, const std::string&) override { return ENOTSUP; }
     int getxattr(const std::string&, const std::string&, std::string&) override { return ENOTSUP; }
     int removexattr(const std::string&, const std::string&) override { return ENOTSUP; }
     std::optional<std::chrono::system_clock::time_point> birthTime(const std::string&) override { return {}; }
@@ -64,10 +75,14 @@ class FileLogger : public testing::TestWithParam<bool> {
         for (const auto& message : messages) pointers.push_back(&message);
         logger->loggerQueue()->dispatch_sync([&] { logger->logMessages(pointers); });
     }
-    /// The logger goes first: it would take the end of its file for a reason to mark whatever has the name by then.
+    /// Shell commands in the folder of the log files, $F being one of them.
+    void run(const std::string& commands, const std::string& file) const {
+        ASSERT_EQ(std::system(("cd " + folder.path().string() + "; F=" + file + "; " + commands).c_str()), 0);
+    }
     void startAfresh() {
         logger.reset();
-        for (const auto& path : manager->sortedLogFilePaths()) std::filesystem::remove(path);
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+            std::filesystem::remove(entry.path());
         logger.emplace(manager);
     }
     /// Text of all files, the oldest first.
@@ -135,18 +150,75 @@ TEST_P(FileLogger, NewestFileIsReusedOnlyBelowSizeAndAgeAndUnarchived) {
     }
 }
 
+/// What people and programs do to a file, and what the logger's next file holds after one more line.
+struct End {
+    const char *commands, *next;
+};
+const End kEnds[] = {{"rm $F", "kept\n"},
+                     {"mv $F elsewhere", "kept\n"},
+                     {"mv $F log-renamed.txt", "kept\n"},
+                     {"ln $F second; rm $F", "kept\n"},
+                     {"(cat $F; echo edited) > new; mv new $F", "of the file\nedited\nkept\n"}};
+
 TEST_P(FileLogger, FileDeletedOrMovedAwayIsNotWrittenToAnyMore) {
-    for (const bool rename : {false, true}) {
-        log("lost with the file");
+    for (const End& end : kEnds) {
+        SCOPED_TRACE(end.commands);
+        startAfresh();
+        log("of the file");
         const std::string path = newest();
-        if (rename) std::filesystem::rename(path, folder / "elsewhere");
-        if (!rename) std::filesystem::remove(path);
+        run(end.commands, path);
         manager->rolls.acquire();
         EXPECT_EQ(manager->rolled.back(), path);
         log("kept");
-        EXPECT_EQ(files().back(), "kept\n");
+        EXPECT_EQ(files().back(), end.next);
+        EXPECT_EQ(SystemLogLines::take(), Texts{});
     }
-    EXPECT_EQ(support::ReadFile(folder / "elsewhere"), "kept\nlost with the file\n");
+}
+
+TEST_P(FileLogger, TwoLoggersOfOneFileLoseNothingAfterOneOfThemHasMadeANewOne) {
+    struct MiddleOfALine final : DDLogFormatter {
+        bool formatLogMessage(const DDLogMessage& message, std::string& text) override {
+            if (happens) std::exchange(happens, nullptr)();
+            text += message.logMsg;
+            return true;
+        }
+        std::function<void()> happens;
+    };
+    manager->only = folder / "log-day.txt";
+    for (const char* commands : {"", "rm $F", "mv $F elsewhere"}) {
+        SCOPED_TRACE(commands);
+        startAfresh();
+        const auto otherManager = std::make_shared<TellingManager>(folder.path().string());
+        otherManager->only = manager->only;
+        DDFileLogger other(otherManager);
+        const auto formatter = std::make_shared<MiddleOfALine>();
+        other.setLogFormatter(formatter);
+        log("one");
+        deliver(other, "other");
+        formatter->happens = [&] {
+            *commands ? run(commands, manager->only) : logger->rollLogFile();
+            manager->rolls.acquire();
+            log("new");
+        };
+        deliver(other, "into the old file");
+        otherManager->rolls.acquire();
+        for (int i = 0; i < 3; ++i) deliver(other, "other"), log("one");
+        EXPECT_EQ(files().back(), "new\nother\none\nother\none\nother\none\n");
+        EXPECT_EQ(SystemLogLines::take(), Texts{});
+    }
+}
+
+TEST_P(FileLogger, NeitherAnArchivedFileNorALinkInTheNewFilesPlaceIsWrittenTo) {
+    manager->only = folder / "log-day.txt";
+    manager->replaces = false;
+    for (const char* commands : {"echo old > $F", "rm $F; echo old > target; ln -s target $F"}) {
+        run(commands, manager->only);
+        DDLogFileInfo(manager->only).setIsArchived(true);
+        SystemLogLines::take();
+        log("lost");
+        EXPECT_EQ(support::ReadFile(manager->only), "old\n") << commands;
+        EXPECT_EQ(SystemLogLines::take().size(), 1U) << commands;
+    }
 }
 
 TEST_P(FileLogger, FileThatGrowsTooOldIsRolledByTheTimer) {
@@ -172,7 +244,11 @@ TEST_P(FileLogger, RollOnRequestAndOnRemovalArchivesAndCompletes) {
     logger->loggerQueue()->dispatch_sync([&] { logger->willRemoveLogger(); });
     EXPECT_EQ(manager->rolled.size(), 2U);
     for (const auto& path : manager->rolled) EXPECT_TRUE(DDLogFileInfo(path).isArchived());
-    EXPECT_EQ(files(), (Texts{"first\n", "second\n"}));
+    log("third");
+    manager->throws = true;
+    logger->rollLogFile();
+    log("fourth");
+    EXPECT_EQ(files(), (Texts{"first\n", "second\n", "third\n", "fourth\n"}));
 }
 
 TEST_P(FileLogger, FullDiskLosesLinesButLeavesNoTornOneAndEndsWithTheSpace) {

@@ -33,19 +33,20 @@ std::string besidePath(const std::string& path) {
 }
 
 /// The number that identifies the file, or 0 when it is not there.
-unsigned long long inodeOf(const std::string& path) {
+ino_t inodeOf(const std::string& path) {
     struct stat status {};
     return ::lstat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
-Marks readBeside(const std::string& path) {
+/// The marks of the file of that number.
+Marks readBeside(const std::string& path, ino_t inode) {
     Marks marks;
     std::error_code error;
     if (!fs::is_regular_file(fs::symlink_status(besidePath(path), error))) return marks;
     std::ifstream file(besidePath(path));
-    unsigned long long inode = 0;
+    ino_t marked = 0;
     std::string line;
-    if (!(file >> inode) || inode == 0 || inode != inodeOf(path) || !std::getline(file, line)) return marks;
+    if (!(file >> marked) || marked == 0 || marked != inode || !std::getline(file, line)) return marks;
     while (std::getline(file, line)) {
         const auto space = line.find(' ');
         if (space != std::string::npos) marks[line.substr(0, space)] = line.substr(space + 1);
@@ -53,8 +54,7 @@ Marks readBeside(const std::string& path) {
     return marks;
 }
 
-int writeBeside(const std::string& path, const Marks& marks) {
-    const unsigned long long inode = inodeOf(path);
+int writeBeside(const std::string& path, ino_t inode, const Marks& marks) {
     if (inode == 0) return ENOENT;
     if (marks.empty()) {
         forget(path);
@@ -75,25 +75,42 @@ int writeBeside(const std::string& path, const Marks& marks) {
     return error;
 }
 
+int addBeside(const std::string& path, ino_t inode, const std::string& name, const std::string& value) {
+    Marks marks = readBeside(path, inode);
+    marks[name] = value;
+    return writeBeside(path, inode, marks);
+}
+
 bool unsupported(int error) {
     return error == ENOTSUP || error == ENOSYS;
+}
+
+// Some file systems have the attributes but no room for them.
+bool noPlace(int error) {
+    return unsupported(error) || error == ENOSPC || error == E2BIG;
 }
 
 }  // namespace
 
 int set(const std::string& path, const std::string& name, const std::string& value) {
     const int error = platform::fileAttributes().setxattr(path, attributeName(name), value);
-    // Some file systems have the attributes but no room for them.
-    if (!unsupported(error) && error != ENOSPC && error != E2BIG) return error;
-    Marks marks = readBeside(path);
-    marks[name] = value;
-    return writeBeside(path, marks);
+    return noPlace(error) ? addBeside(path, inodeOf(path), name, value) : error;
+}
+
+int set(int file, const std::string& name, const std::string& value) {
+    const int error = platform::fileAttributes().fsetxattr(file, attributeName(name), value);
+    if (!noPlace(error)) return error;
+    struct stat status {};
+    if (::fstat(file, &status) != 0) return errno;
+    std::error_code ignored;
+    const std::string path = fs::read_symlink("/proc/self/fd/" + std::to_string(file), ignored).string();
+    return inodeOf(path) == status.st_ino ? addBeside(path, status.st_ino, name, value) : 0;
 }
 
 int get(const std::string& path, const std::string& name, std::string& value) {
     const int error = platform::fileAttributes().getxattr(path, attributeName(name), value);
     if (!unsupported(error) && error != ENODATA) return error;
-    const Marks marks = readBeside(path);
+    const Marks marks = readBeside(path, inodeOf(path));
     const auto found = marks.find(name);
     if (found == marks.end()) return ENODATA;
     value = found->second;
@@ -103,8 +120,9 @@ int get(const std::string& path, const std::string& name, std::string& value) {
 int remove(const std::string& path, const std::string& name) {
     const int error = platform::fileAttributes().removexattr(path, attributeName(name));
     if (error != 0 && error != ENODATA && !unsupported(error)) return error;
-    Marks marks = readBeside(path);
-    return marks.erase(name) ? writeBeside(path, marks) : 0;
+    const ino_t inode = inodeOf(path);
+    Marks marks = readBeside(path, inode);
+    return marks.erase(name) ? writeBeside(path, inode, marks) : 0;
 }
 
 void forget(const std::string& path) {
