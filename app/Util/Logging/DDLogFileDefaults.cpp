@@ -48,7 +48,7 @@ DDLogFileManagerDefault::DDLogFileManagerDefault(std::string logsDirectory)
 bool DDLogFileManagerDefault::isLogFile(const std::string& fileName) const {
     std::error_code error;
     return fileName.starts_with("log-") && fileName.ends_with(".txt") &&
-           fs::is_regular_file(mLogsDirectory + "/" + fileName, error);
+           fs::is_regular_file(fs::symlink_status(mLogsDirectory + "/" + fileName, error));
 }
 
 std::vector<DDLogFileInfo> DDLogFileManagerDefault::unsortedLogFileInfos() const {
@@ -58,6 +58,7 @@ std::vector<DDLogFileInfo> DDLogFileManagerDefault::unsortedLogFileInfos() const
         const std::string name = entry->path().filename().string();
         if (isLogFile(name)) infos.emplace_back(mLogsDirectory + "/" + name);
     }
+    if (error) infos.clear();
     return infos;
 }
 

@@ -36,6 +36,7 @@ std::vector<std::string> TrovikLogs::unsortedLogsWithPrefix(const std::string& p
         const std::string name = entry->path().filename().string();
         if (isLogFile(name, prefix)) paths.push_back(logsDirectory() + "/" + name);
     }
+    if (error) paths.clear();
     return paths;
 }
 
@@ -49,5 +50,5 @@ bool TrovikLogs::isLogFile(const std::string& fileName, const std::string& prefi
     if (prefix.empty() || !fileName.starts_with(prefix)) return false;
     if (fs::path(fileName).extension() != ".txt") return false;
     std::error_code error;
-    return fs::is_regular_file(logsDirectory() + "/" + fileName, error);
+    return fs::is_regular_file(fs::symlink_status(logsDirectory() + "/" + fileName, error));
 }

@@ -15,13 +15,13 @@ class TrovikLogs {
     /// per process; a failure to make it is ignored.
     static const std::string& logsDirectory();
 
-    /// Paths of the log files in the order of the folder; empty when it can't be read.
+    /// Paths of the log files in the order of the folder; empty when it can't be read to its end.
     static std::vector<std::string> unsortedLogsWithPrefix(const std::string& prefix);
 
     /// The same, the newest day first.
     static std::vector<std::string> sortedLogsWithPrefix(const std::string& prefix);
 
-    /// True when the name begins with the prefix, its extension is "txt" and no folder, but a file, has it in the log
-    /// folder. An empty prefix has no log files.
+    /// True when the name begins with the prefix, its extension is "txt" and no folder or link, but a file, has it in
+    /// the log folder. An empty prefix has no log files.
     static bool isLogFile(const std::string& fileName, const std::string& prefix);
 };

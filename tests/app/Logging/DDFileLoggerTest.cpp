@@ -185,7 +185,7 @@ TEST_P(FileLogger, TwoLoggersOfOneFileLoseNothingAfterOneOfThemHasMadeANewOne) {
         std::function<void()> happens;
     };
     manager->only = folder / "log-day.txt";
-    for (const char* commands : {"", "rm $F", "mv $F elsewhere"}) {
+    for (const char* commands : {"", "rm $F", "mv $F elsewhere", "mv $F elsewhere; ln -s elsewhere $F"}) {
         SCOPED_TRACE(commands);
         startAfresh();
         const auto otherManager = std::make_shared<TellingManager>(folder.path().string());

@@ -1,7 +1,12 @@
 #include "app/Util/Logging/VundLogFileManager.hpp"
 
+#include <dirent.h>
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <ctime>
 
@@ -11,6 +16,17 @@
 #include "app/Util/Logging/VundLogFormatter.hpp"
 #include "simulator/world/SimulatedServices.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
+
+/// How many more entries of folders this thread can read; afterwards the disk fails.
+static thread_local int tReadableEntries = INT_MAX;
+
+/// In the place of the C library's.
+extern "C" dirent* readdir(DIR* folder) {
+    static const auto original = reinterpret_cast<dirent* (*)(DIR*)>(::dlsym(RTLD_NEXT, "readdir"));
+    if (tReadableEntries-- > 0) return original(folder);
+    errno = EIO;
+    return nullptr;
+}
 
 namespace {
 
@@ -72,6 +88,7 @@ TEST_F(VundLogFileManagerTest, OnlyFilesThatBeginWithThePrefixAndEndInTxtAreLogF
                              "xResetTool_2026.11.15.txt", "ResetTool_x", "ResetTool_x.txt.gz", "resettool_x.txt"})
         support::WriteFile(inFolder(name), "");
     std::filesystem::create_directory(inFolder("ResetTool_folder.txt"));
+    std::filesystem::create_symlink("ResetTool.txt", inFolder("ResetTool_link.txt"));
     const Texts expected = {"ResetTool_2026.11.16.txt", "ResetTool_2026.11.15.txt", "ResetTool.txt"};
     EXPECT_EQ(manager->sortedLogFileNames(), expected);
     Texts names = manager->unsortedLogFileNames();
@@ -80,6 +97,10 @@ TEST_F(VundLogFileManagerTest, OnlyFilesThatBeginWithThePrefixAndEndInTxtAreLogF
     EXPECT_EQ(manager->sortedLogFileInfos().at(0).filePath(), inFolder(expected[0]));
     EXPECT_FALSE(manager->isLogFile("ResetTool_missing.txt"));
     EXPECT_FALSE(TrovikLogs::isLogFile("ResetTool.txt", ""));
+    tReadableEntries = 11;  // all but one; "." and ".." count
+    const Texts brokenOff = manager->unsortedLogFilePaths();
+    tReadableEntries = INT_MAX;
+    EXPECT_EQ(brokenOff, Texts{});
 }
 
 TEST_F(VundLogFileManagerTest, NewFileIsNamedAndDatedByTheDayAndKeepsTheNewestSeven) {
