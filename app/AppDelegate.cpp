@@ -12,7 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "GLO/GLO_Exception.hpp"
 #include "app/LegacyIOConfig.hpp"
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
@@ -25,6 +24,7 @@
 #include "app/Util/Logging/VundLogFileManager.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
 #include "app/Util/ViewUtilities.hpp"
+#include "platform/Boundary.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/NSBundle.hpp"
@@ -61,7 +61,7 @@ std::unique_ptr<UsbTrovikModeIoLink> openDevice(const USBRegistryInfo& record) {
     try {
         return UsbTrovikModeIoLink::initWithPath(record.ioPath());
     } catch (...) {
-        DDLogError("Unknown exception caught at %s, %d", kSourceFile, __LINE__);
+        platform::LogCaughtException(kSourceFile, __LINE__);
         return nullptr;
     }
 }
@@ -78,17 +78,6 @@ std::string localized(const char* key) {
 template <typename Control>
 void setText(Control* control, const char* key) {
     control->setText(QString::fromStdString(localized(key)));
-}
-
-/// Inside a catch block at the boundary of a thread or a call-back.
-void logCaughtException(int line) {
-    try {
-        throw;
-    } catch (const glo::Exception_t& e) {
-        DDLogError("Exception thrown at %s, %d; caught at %s, %d", e.File().c_str(), e.Line(), kSourceFile, line);
-    } catch (...) {
-        DDLogError("Unknown exception caught at %s, %d", kSourceFile, line);
-    }
 }
 
 void startAnimation(QProgressBar* indicator) {
@@ -141,7 +130,7 @@ void AppDelegate::applicationDidFinishLaunching() {
         try {
             runTrovikModeListenLoop();
         } catch (...) {
-            logCaughtException(__LINE__);
+            platform::LogCaughtException(kSourceFile, __LINE__);
         }
     });
 }
@@ -178,7 +167,7 @@ void AppDelegate::handleButtonClick() {
         try {
             resetAttachedDevice();
         } catch (...) {
-            logCaughtException(__LINE__);
+            platform::LogCaughtException(kSourceFile, __LINE__);
             setNextAction(NextAction::RebootOnAttach);  // the user waits: the next attach is a new chance
         }
     });
@@ -224,7 +213,7 @@ void AppDelegate::runTrovikModeListenLoop() {
         observing = USBTrovikModeFinderUtils::observeTMDevicesForType(platform::kIOServiceMatched,
                                                                       trovikModeDeviceAttached, this);
     } catch (...) {
-        logCaughtException(__LINE__);
+        platform::LogCaughtException(kSourceFile, __LINE__);
     }
     if (!observing) DDLogInfo("Could not start observing Trovik-mode device attaches.");
     {
@@ -236,7 +225,7 @@ void AppDelegate::runTrovikModeListenLoop() {
         try {
             return loop->CFRunLoopRun();
         } catch (...) {
-            logCaughtException(__LINE__);  // the listener goes on to the next attach
+            platform::LogCaughtException(kSourceFile, __LINE__);  // the listener goes on to the next attach
         }
     }
 }

@@ -173,10 +173,4 @@ class XsltOutOfMemoryException_t : public XsltException_t {
 /// Thrown to leave a thread's body. Outside the tree, so that a handler for Exception_t never stops it.
 class ExitThread_t {};
 
-/// For the catch-all of a boundary (thread entry, message handler): logs what is being handled, in the fixed form that
-/// support knows. Call it inside a catch block; the caller then returns normally.
-/// @param file, line  the catcher's own position
-/// Never throws. Any thread.
-void LogCaughtException(const char* file, unsigned short line) noexcept;
-
 }  // namespace glo

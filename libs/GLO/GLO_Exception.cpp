@@ -2,12 +2,27 @@
 
 #include "GLO/GLO_CallStack.hpp"
 #include "GLO/GLO_String.hpp"
-#include "platform/Platform.hpp"
+#include "platform/Boundary.hpp"
 
 namespace glo {
 namespace {
 
 constexpr std::size_t gcWhatRoom = 4096;  // characters; a longer text may move the one that what() shares
+
+bool ReadRaiseSite(std::string& file, int& line) {
+    try {
+        throw;
+    } catch (const Exception_t& e) {
+        file = e.File();
+        line = e.Line();
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+// A program that can throw an Exception_t has linked this file.
+[[maybe_unused]] const bool gcReaderIsSet = (platform::SetRaiseSiteReader(ReadRaiseSite), true);
 
 }  // namespace
 
@@ -76,16 +91,6 @@ std::string ExceptionLine(const Exception_t& exception, const std::string& conte
     std::string line = ExceptionLine(exception);
     line.insert(line.size() - 1, std::string("  ") + context.c_str());
     return line;
-}
-
-void LogCaughtException(const char* file, unsigned short line) noexcept {
-    try {
-        throw;
-    } catch (const Exception_t& e) {
-        platform::NSLog("Exception thrown at %s, %d; caught at %s, %d\n", e.File().c_str(), e.Line(), file, line);
-    } catch (...) {
-        platform::NSLog("Unknown exception caught at %s, %d\n", file, line);
-    }
 }
 
 }  // namespace glo

@@ -6,6 +6,7 @@
 
 #include "GLO/GLO_CallStack.hpp"
 #include "GLO/GLO_ErrorReport.hpp"
+#include "platform/Boundary.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/Bundle.hpp"
 #include "simulator/world/SimulatedServices.hpp"
@@ -93,7 +94,7 @@ TEST(Exception, BoundaryLogsWhatItCaughtInTheFixedForm) {
             if (isKnown) throw glo::Terminate_t("libs/X/X_File", 7);
             throw 1;
         } catch (...) {
-            glo::LogCaughtException("libs/Y/Y_Port", 8);
+            platform::LogCaughtException("libs/Y/Y_Port", 8);
         }
     }
     EXPECT_EQ(gLog,

@@ -32,6 +32,7 @@ RealTimeApp::RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* use
     platform.scriptRunner = &mScripts;
     platform.exceptionHandler = &exceptions;
     platform.standardUserDefaults = userDefaults;
+    platform.log = systemLog;
     mScope.emplace(platform);
     controller = std::make_unique<AppDelegate>([](int) {});
     window = std::make_unique<MainWindow>(*controller);

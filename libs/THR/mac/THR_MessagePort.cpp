@@ -7,6 +7,7 @@
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_Stack.hpp"
 #include "WIN/WIN_Encoding.hpp"
+#include "platform/Boundary.hpp"
 #include "platform/CFMessagePort.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
@@ -62,7 +63,7 @@ void MessagePort_t::HandlePortMessage(std::int32_t id, std::vector<unsigned char
         stack >> name;
         handler->ProcessMessage(stack, id, name);
     } catch (...) {
-        glo::LogCaughtException(cFile, __LINE__);
+        platform::LogCaughtException(cFile, __LINE__);
     }
 }
 

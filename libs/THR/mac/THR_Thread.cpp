@@ -10,6 +10,7 @@
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalPort.hpp"
 #include "THR/THR_Stack.hpp"
+#include "platform/Boundary.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
 
@@ -28,7 +29,7 @@ void Start(std::vector<unsigned char> data) noexcept {
         stack >> entry;
         entry(stack);
     } catch (...) {
-        glo::LogCaughtException(cFile, __LINE__);
+        platform::LogCaughtException(cFile, __LINE__);
     }
     LocalPort_t::ReleaseLocalPort();
 }

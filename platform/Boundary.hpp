@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+namespace platform {
+
+/// What no exception gets past (the body of a thread, a call-back, a block of a queue) says one of two lines to the
+/// system log: "Exception thrown at %s, %d; caught at %s, %d\n" of an exception that knows where it was thrown, and
+/// "Unknown exception caught at %s, %d\n" of any other. Call it inside a catch block; the caller then goes on.
+/// @param file, line  the catcher's own position
+/// Never throws. Any thread.
+void LogCaughtException(const char* file, int line) noexcept;
+
+/// Tells where the exception that is being handled was thrown.
+/// @return false when it does not know, with both arguments unchanged
+using RaiseSiteReader = bool (*)(std::string& file, int& line);
+
+/// The exceptions that know it belong to a row above this one, which says here how to ask them. Before any thread.
+void SetRaiseSiteReader(RaiseSiteReader reader) noexcept;
+
+}  // namespace platform
