@@ -4,6 +4,7 @@
 #include <atomic>
 #include <exception>
 #include <future>
+#include <system_error>
 #include <utility>
 
 #include "platform/Platform.hpp"
@@ -106,6 +107,11 @@ std::shared_ptr<NSTimer> RunLoopMainQueue::scheduledTimerWithTimeInterval(CFTime
 
 // ---- global queue ----
 
+GlobalQueue::GlobalQueue() {
+    const std::lock_guard lock(mMutex);
+    AddThread();
+}
+
 GlobalQueue::~GlobalQueue() {
     for (;;) {
         std::vector<std::thread> threads;
@@ -124,10 +130,11 @@ GlobalQueue::~GlobalQueue() {
 void GlobalQueue::dispatch_async(std::function<void()> block) {
     const std::lock_guard lock(mMutex);
     mBlocks.push_back(std::move(block));
-    if (mBlocks.size() > mIdle) {
-        mThreads.emplace_back([this] { Work(); });
-    } else {
-        mWake.notify_one();
+    if (mBlocks.size() <= mIdle) return mWake.notify_one();
+    try {
+        AddThread();
+    } catch (const std::system_error&) {
+        // The block waits for one of those that there are.
     }
 }
 
@@ -135,10 +142,14 @@ void GlobalQueue::dispatch_sync(const std::function<void()>& block) {
     RunBlock(block);
 }
 
+void GlobalQueue::AddThread() {
+    mThreads.emplace_back([this] { Work(); });
+    ++mIdle;
+}
+
 void GlobalQueue::Work() {
     std::unique_lock lock(mMutex);
     for (;;) {
-        ++mIdle;
         mWake.wait(lock, [this] { return mStopping || !mBlocks.empty(); });
         --mIdle;
         if (mBlocks.empty()) return;
@@ -148,6 +159,7 @@ void GlobalQueue::Work() {
         RunBlock(block);
         block = nullptr;  // what it holds goes before the lock is taken again
         lock.lock();
+        ++mIdle;
     }
 }
 
