@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <optional>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -80,6 +81,21 @@ void setText(Control* control, const char* key) {
     control->setText(QString::fromStdString(localized(key)));
 }
 
+/// Null where there is no place for a log, or no thread that writes one.
+std::shared_ptr<DDFileLogger> makeFileLogger() {
+    if (TrovikLogs::logsDirectory().empty()) return nullptr;
+    try {
+        auto manager = std::make_shared<VundLogFileManager>(kLogFilePrefix);
+        auto fileLogger = std::make_shared<DDFileLogger>(manager);
+        fileLogger->setLogFormatter(std::make_shared<VundLogFormatter>());
+        manager->setMaximumNumberOfLogFiles(kMaximumNumberOfLogFiles);
+        fileLogger->setRollingFrequency(kRollingFrequency);
+        return fileLogger;
+    } catch (const std::system_error&) {
+        return nullptr;
+    }
+}
+
 void startAnimation(QProgressBar* indicator) {
     if (indicator) indicator->setRange(0, 0);  // a range without an extent is what Qt shows as busy
 }
@@ -104,16 +120,27 @@ void AppDelegate::setNextAction(NextAction action) {
     std::atomic_ref(mNextAction).store(static_cast<std::uint32_t>(action), std::memory_order_relaxed);
 }
 
+void AppDelegate::applicationWillFinishLaunching() {
+    mListener = std::thread([this] {
+        mLaunched.wait();
+        try {
+            runTrovikModeListenLoop();
+        } catch (...) {
+            platform::LogCaughtException(kSourceFile, __LINE__);
+        }
+    });
+}
+
 void AppDelegate::applicationDidFinishLaunching() {
     TrovikLogs::initLogLevel();
 
-    auto manager = std::make_shared<VundLogFileManager>(kLogFilePrefix);
-    auto fileLogger = std::make_shared<DDFileLogger>(manager);
-    fileLogger->setLogFormatter(std::make_shared<VundLogFormatter>());
-    manager->setMaximumNumberOfLogFiles(kMaximumNumberOfLogFiles);
-    fileLogger->setRollingFrequency(kRollingFrequency);
+    const auto fileLogger = makeFileLogger();
     DDLog::addLogger(DDTTYLogger::sharedInstance());
     DDLog::addLogger(fileLogger);
+    if (!fileLogger) {
+        DDLogWarn("%s", TrovikLogs::logsDirectory().empty() ? "No home folder: there are no log files and no traces."
+                                                            : "No thread for the log: there are no log files.");
+    }
 
     const platform::PropertyList::Dictionary& info = platform::mainBundle().infoDictionary();
     const auto version = info.find("CFBundleShortVersionString");
@@ -126,13 +153,7 @@ void AppDelegate::applicationDidFinishLaunching() {
 
     LegacyIOConfig::configureMetaData();
 
-    mListener = std::thread([this] {
-        try {
-            runTrovikModeListenLoop();
-        } catch (...) {
-            platform::LogCaughtException(kSourceFile, __LINE__);
-        }
-    });
+    mLaunched.count_down();
 }
 
 void AppDelegate::awakeFromNib() {
@@ -237,6 +258,7 @@ void AppDelegate::waitUntilListening() {
 
 void AppDelegate::stopListener() {
     if (!mListener.joinable()) return;
+    if (!mLaunched.try_wait()) mLaunched.count_down();  // a launch that was given up
     waitUntilListening();
     // As a block of the mode that the body runs: it may be inside a wait of its own for a device.
     const auto loop = mListenLoop;  // written once, before the wait ended

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <latch>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -62,7 +63,12 @@ class AppDelegate final : public platform::NSExceptionHandlerDelegate {
     /// @{
     Outlets& outlets() { return mOutlets; }
 
-    /// Sets logging, exception reports and the library's metadata up and starts the listener thread. Once.
+    /// Makes the listener thread, which then waits for the launch. Before the window is shown: without that thread
+    /// there is no reset. Once.
+    /// @throws std::system_error  no thread is to be had
+    void applicationWillFinishLaunching();
+
+    /// Sets logging, exception reports and the library's metadata up and lets the listener go. Once, after the above.
     void applicationDidFinishLaunching();
 
     /// Gives the controls their texts in the user's language. Every outlet must be set.
@@ -122,6 +128,7 @@ class AppDelegate final : public platform::NSExceptionHandlerDelegate {
     /// the user. Only through the two accessors, which are atomic.
     std::uint32_t mNextAction = 0;
 
+    std::latch mLaunched{1};  ///< what the listener thread waits for first
     std::thread mListener;
     std::mutex mListenLoopMutex;
     std::condition_variable mListenLoopRuns;

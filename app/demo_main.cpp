@@ -13,6 +13,7 @@
 
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
+#include "app/StartUp.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "app/demo/DemoDevice.hpp"
@@ -99,11 +100,6 @@ Options readOptions(int argc, char** argv) {
     return options;
 }
 
-bool isSet(const char* variable) {
-    const char* const value = std::getenv(variable);
-    return value && *value;
-}
-
 /// The demo leaves real programs alone.
 class NoScripts final : public platform::ScriptRunner {
   public:
@@ -131,32 +127,27 @@ simulator::Profile profileFor(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    StartUp::openStandardStreams();
     const Options options = readOptions(argc, argv);
-    if (!isSet("QT_QPA_PLATFORM")) {
-        if (options.run) {
-            setenv("QT_QPA_PLATFORM", "offscreen", 1);
-        } else if (!isSet("DISPLAY") && !isSet("WAYLAND_DISPLAY")) {
-            std::fputs("There is no display to open a window on. Try: ResetToolDemo --run\n", stderr);
-            return 2;
-        }
-    }
+    if (options.run && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) setenv("QT_QPA_PLATFORM", "offscreen", 1);
     // What happens to a simulated device is no business of the tool's log files.
-    setenv("XDG_DATA_HOME", (platform::cachesDirectory() + "/trovik-reset-tool-demo").c_str(), 1);
+    if (const std::string caches = platform::cachesDirectory(); !caches.empty())
+        setenv("XDG_DATA_HOME", (caches + "/trovik-reset-tool-demo").c_str(), 1);
 
     platform::TerminateExceptionHandler exceptionHandler;
-    QApplication application(argc, argv);
+    const auto application = StartUp::makeApplication(argc, argv);
     DemoDevice device(profileFor(options));
 
     platform::Bundle bundle;
     platform::AsioRunLoops runLoops;
     platform::QtMainQueue mainQueue;
     NoScripts scriptRunner;
-    platform::GlobalQueue globalQueue;
+    const auto globalQueue = StartUp::withThread([] { return std::make_unique<platform::GlobalQueue>(); });
     platform::Platform platform;
     platform.runLoops = &runLoops;
     platform.masterPort = &device.bus();
     platform.mainQueue = &mainQueue;
-    platform.globalQueue = &globalQueue;
+    platform.globalQueue = globalQueue.get();
     platform.mainBundle = &bundle;
     platform.scriptRunner = &scriptRunner;
     platform.exceptionHandler = &exceptionHandler;
@@ -188,11 +179,13 @@ int main(int argc, char** argv) {
         if (!lookPending.exchange(true)) mainQueue.dispatch_async(look);
     });
 
+    StartUp::withThread([&] { controller.applicationWillFinishLaunching(); });
     controller.applicationDidFinishLaunching();
     controller.waitUntilListening();
     for (const auto& fault : options.faults) device.addFault(fault);
     device.plug();
     window.show();
+    StartUp::windowIsShown();
     if (run) {
         std::printf("The log is in %s\n", TrovikLogs::logsDirectory().c_str());
         run->start();

@@ -2,12 +2,14 @@
 #include <QApplication>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
+#include "app/StartUp.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "platform/NSBundle.hpp"
@@ -81,10 +83,11 @@ class SystemLog {
 }  // namespace
 
 int main(int argc, char** argv) {
+    StartUp::openStandardStreams();
     platform::TerminateExceptionHandler exceptionHandler;
     const platform::QtPreload preload;
     QApplication::setDesktopFileName(QStringLiteral("org.trovik.ResetTool"));
-    QApplication application(argc, argv);
+    const auto application = StartUp::makeApplication(argc, argv);
 
     platform::Bundle bundle;
     platform::UserDefaults userDefaults(bundle.bundleIdentifier());
@@ -92,13 +95,13 @@ int main(int argc, char** argv) {
     platform::UdevRegistry registry;
     platform::QtMainQueue mainQueue;
     platform::SignalScriptRunner scriptRunner;
-    platform::GlobalQueue globalQueue;
+    const auto globalQueue = StartUp::withThread([] { return std::make_unique<platform::GlobalQueue>(); });
 
     platform::Platform platform;
     platform.runLoops = &runLoops;
     platform.masterPort = &registry;
     platform.mainQueue = &mainQueue;
-    platform.globalQueue = &globalQueue;
+    platform.globalQueue = globalQueue.get();
     platform.mainBundle = &bundle;
     platform.standardUserDefaults = &userDefaults;
     platform.scriptRunner = &scriptRunner;
@@ -108,12 +111,15 @@ int main(int argc, char** argv) {
 
     const auto version = bundle.infoDictionary().find("CFBundleShortVersionString");
     const std::string* const text = version == bundle.infoDictionary().end() ? nullptr : version->second.string();
-    platform::InstallCrashHandler(TrovikLogs::logsDirectory() + "/ResetTool",
+    const std::string& logs = TrovikLogs::logsDirectory();
+    platform::InstallCrashHandler(logs.empty() ? logs : logs + "/ResetTool",
                                   "Trovik Reset Tool " + (text ? *text : std::string()));
 
     AppDelegate controller(terminate);
+    StartUp::withThread([&] { controller.applicationWillFinishLaunching(); });
     MainWindow window(controller);
     window.show();
+    StartUp::windowIsShown();
     controller.applicationDidFinishLaunching();
     SystemLog::shared().loggersAreAdded();
     terminate(QApplication::exec());

@@ -10,12 +10,13 @@ namespace platform {
 namespace {
 
 std::string homeDirectory() {
-    if (const char* home = std::getenv("HOME"); home && *home) return home;
+    // A relative path would mean another folder wherever the program is started from.
+    if (const char* home = std::getenv("HOME"); home && *home == '/') return home;
     passwd entry{};
     passwd* found = nullptr;
     std::vector<char> buffer(4096);
-    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found || !found->pw_dir) return {};
-    return found->pw_dir;
+    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found) return {};
+    return found->pw_dir && *found->pw_dir == '/' ? found->pw_dir : "";
 }
 
 std::string userDirectory(const char* variable, const char* belowHome) {

@@ -1,29 +1,100 @@
-// Linked into the tool's own main program, this does in it what TROVIK_PROBE says, once its window is there.
+// Linked into the tool's own main program, this does in it what TROVIK_PROBE says, once its window is there; and it
+// stands between the program and the system, where a test has the system run out of something.
+#include <dlfcn.h>
+#include <pthread.h>
+#include <pwd.h>
+
 #include <QAction>
 #include <QApplication>
+#include <QPushButton>
 #include <QTimer>
 #include <QWidget>
 #include <QWindow>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 #include <thread>
 
 #include "GLO/GLO_Exception.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+#include "platform/Dispatch.hpp"
+#include "platform/Platform.hpp"
 
 namespace {
 
+int threadsToBeHad() {
+    const char* const text = std::getenv("PROBE_THREADS");
+    return text ? std::atoi(text) : 1000;
+}
+std::atomic<int> gThreadsLeft = threadsToBeHad();
+
+}  // namespace
+
+// Under a sanitizer this is its own pthread_create, which must be the one that is called.
+extern "C" int __interceptor_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)
+    __attribute__((weak));
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
+                              void* argument) noexcept {
+    static const auto next = &__interceptor_pthread_create
+                                 ? &__interceptor_pthread_create
+                                 : reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return gThreadsLeft-- > 0 ? next(thread, attributes, body, argument) : EAGAIN;
+}
+
+/// The system knows the user's home, but in the user's entry alone; or knows nothing of the user.
+extern "C" int getpwuid_r(uid_t, passwd* entry, char*, size_t, passwd** found) {
+    static char home[4096] = {};
+    if (const char* const text = std::getenv("PROBE_HOME")) std::string_view(text).copy(home, sizeof home - 1);
+    entry->pw_dir = home;
+    *found = *home ? entry : nullptr;
+    return 0;
+}
+
+namespace {
+
+void press(QAction::MenuRole role) {
+    for (QWidget* const window : QApplication::topLevelWidgets()) {
+        for (QAction* const action : window->findChildren<QAction*>()) {
+            if (action->menuRole() == role) action->trigger();
+        }
+    }
+}
+
+void click(const QWidget* window, const char* text) {
+    for (QPushButton* const button : window->findChildren<QPushButton*>()) {
+        if (button->isVisible() && button->text().remove('&') == text) button->click();
+    }
+}
+
+/// Presses Reset Now, confirms and, once the worker is through, quits.
+void reset() {
+    QTimer::singleShot(0, qApp, [] { click(QApplication::activeModalWidget(), "Reset Now"); });
+    for (const QWidget* const window : QApplication::topLevelWidgets()) click(window, "Reset Now");
+    platform::dispatch_get_global_queue().dispatch_async(
+        [] { platform::dispatch_get_main_queue().dispatch_async([] { press(QAction::QuitRole); }); });
+}
+
 void act(std::string_view what) {
     if (what == "throw") std::thread([] { throw std::runtime_error("no more"); }).join();
+    if (what == "reset") {
+        gThreadsLeft = 0;
+        return reset();
+    }
     try {
         throw glo::Timeout_t("probe", 77);  // tells itself to the trace where that is on
     } catch (const glo::Timeout_t&) {
     }
+    for (const char stream : {'0', '1', '2'})
+        DDLogInfo("stream %c %s", stream,
+                  std::filesystem::read_symlink(std::string("/proc/self/fd/") + stream).c_str());
     for (int i = 0; i < 500; ++i) DDLogInfo("line %d", i);
+    if (what == "quit") press(QAction::QuitRole);
     for (QWidget* const window : QApplication::topLevelWidgets()) {
-        for (QAction* const action : window->findChildren<QAction*>()) {
-            if (what == "quit" && action->menuRole() == QAction::QuitRole) action->trigger();
-        }
         if (what == "close" && window->windowHandle()) window->close();
     }
 }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/TemporaryFolder.hpp"
@@ -16,6 +17,7 @@ namespace fs = std::filesystem;
 using testing::ContainsRegex;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::MatchesRegex;
 using testing::UnorderedElementsAre;
 
 /// The text of the one file in a folder.
@@ -28,12 +30,24 @@ std::string onlyFileIn(const std::string& folder) {
 
 struct Process : testing::Test {
     /// Runs the tool with nothing in its environment but a home, and has it do one thing. @return its wait status
-    int run(const std::string& action) const {
-        const std::string command = "exec env -i PATH=/usr/bin:/bin QT_QPA_PLATFORM=offscreen TROVIK_PROBE=" + action +
-                                    " HOME='" + home.path().string() + "' '" TROVIK_PROBE_PROGRAM "' >/dev/null 2>&1";
+    /// @param settings  further variables
+    /// @param streams   redirections; what went to standard error is kept for errors() otherwise
+    int run(const std::string& action, const std::string& settings = {},
+            const std::string& streams = ">/dev/null 2>run/errors",
+            const std::string& program = TROVIK_PROBE_PROGRAM) const {
+        const std::string command =
+            "cd '" + home.path().string() +
+            "' && exec env -i PATH=/usr/bin:/bin QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR=\"$PWD/run\" "
+            "HOME=\"$PWD\" TROVIK_PROBE=" +
+            action + " " + settings + " '" + program + "' " + streams;
         return std::system(command.c_str());
     }
     std::string log() const { return onlyFileIn(logs); }
+    std::string errors() const { return support::ReadFile(home / "run/errors"); }
+    void SetUp() override {
+        fs::create_directory(home / "run");
+        fs::permissions(home / "run", fs::perms::owner_all);
+    }
 
     support::TemporaryFolder home;
     const std::string logs = home / ".local/share/Trovik/ResetTool";
@@ -70,6 +84,52 @@ TEST_F(Process, KeepsSettingsLogsAndTracesInTheFoldersOfItsUser) {
     EXPECT_EQ(run("quit"), 0);
     EXPECT_THAT(log(), HasSubstr("has started."));
     EXPECT_THAT(onlyFileIn(home / ".cache/Trovik"), HasSubstr("probe"));
+}
+
+TEST_F(Process, HasNoStrangerForAStandardStream) {
+    EXPECT_EQ(run("quit", "", "<&- >&- 2>&-"), 0);
+    for (const char* const stream : {"0", "1", "2"})
+        EXPECT_THAT(log(), HasSubstr("stream " + std::string(stream) + " /dev/null\n"));
+}
+
+TEST_F(Process, LeavesNothingWhereItsUserHasNoFolderAndIgnoresRelativeOnes) {
+    for (const char* const none : {"HOME=", "HOME=run XDG_DATA_HOME=run XDG_CACHE_HOME=run XDG_CONFIG_HOME=run"}) {
+        EXPECT_EQ(run("quit", none), 0) << none;
+        EXPECT_THAT(onlyFileIn(home / "run"), HasSubstr("has started.\n")) << "on the console, in the only file";
+        const std::string line = "No home folder: there are no log files and no traces.\n";
+        const std::size_t first = errors().find(line);
+        EXPECT_NE(first, std::string::npos) << none;
+        EXPECT_EQ(errors().find(line, first + 1), std::string::npos) << none;
+    }
+    EXPECT_EQ(run("quit", "HOME=run XDG_DATA_HOME=run PROBE_HOME=\"$PWD\""), 0) << "the user's entry knows one";
+    EXPECT_THAT(log(), HasSubstr("has started."));
+}
+
+TEST_F(Process, RefusesInOneLineWithoutADisplay) {
+    for (const char* const program : {TROVIK_PROBE_PROGRAM, TROVIK_DEMO_PROGRAM}) {
+        for (const auto& [settings, reason] : std::vector<std::pair<std::string, std::string>>{
+                 {"QT_QPA_PLATFORM=", "(neither DISPLAY nor WAYLAND_DISPLAY is set)"},
+                 {"QT_QPA_PLATFORM= DISPLAY=:987", "(DISPLAY=:987)"},
+                 {"QT_QPA_PLATFORM=wayland WAYLAND_DISPLAY=none", "(QT_QPA_PLATFORM=wayland, WAYLAND_DISPLAY=none)"},
+                 {"QT_QPA_PLATFORM=nosuch", "(QT_QPA_PLATFORM=nosuch): Could not find the Qt platform plugin"}}) {
+            EXPECT_EQ(run("quit", settings, ">/dev/null 2>run/errors", program), W_EXITCODE(1, 0))
+                << program << settings;
+            EXPECT_THAT(errors(), MatchesRegex("No display for the window [^\n]*\n"));
+            EXPECT_THAT(errors(), HasSubstr(reason));
+        }
+    }
+}
+
+TEST_F(Process, StartsWithTheThreadsOfAResetOrRefusesInOneLine) {
+    int threads = 0;
+    for (; run("reset", "PROBE_THREADS=" + std::to_string(threads)) == W_EXITCODE(3, 0); ++threads)
+        EXPECT_THAT(errors(), MatchesRegex("No thread for the reset[^\n]*\n")) << threads;
+    EXPECT_GE(threads, 3) << "the drawing's, the worker's, the listener's";
+    for (const int last = threads + 4; threads <= last; ++threads)  // for the logs some are missing at first
+        EXPECT_EQ(run("reset", "PROBE_THREADS=" + std::to_string(threads)), 0) << threads << '\n' << errors();
+
+    EXPECT_EQ(run("reset"), 0) << "the button starts none";
+    EXPECT_THAT(errors(), HasSubstr("No device found, waiting for connection\n"));
 }
 
 TEST_F(Process, LogsAnExceptionThatNobodyCatchesWithItsStack) {

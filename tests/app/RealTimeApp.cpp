@@ -37,6 +37,7 @@ RealTimeApp::RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* use
     controller = std::make_unique<AppDelegate>([](int) {});
     window = std::make_unique<MainWindow>(*controller);
     log = std::make_unique<ControllerLog>();
+    controller->applicationWillFinishLaunching();
     controller->applicationDidFinishLaunching();
     controller->waitUntilListening();
     window->show();

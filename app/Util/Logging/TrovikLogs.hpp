@@ -12,7 +12,7 @@ class TrovikLogs {
     static void initLogLevel();
 
     /// The log folder: "Trovik/ResetTool" below the user's application-support folder. Found, and made if need be, once
-    /// per process; a failure to make it is ignored.
+    /// per process; a failure to make it is ignored. Empty where the user has no folder.
     static const std::string& logsDirectory();
 
     /// Paths of the log files in the order of the folder; empty when it can't be read to its end.
