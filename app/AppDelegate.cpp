@@ -36,6 +36,15 @@ namespace {
 
 constexpr const char* kSourceFile = "AppDelegate";  ///< what messages of a thread's boundary name
 
+/// Inside a catch block at the boundary of a thread or a call-back. An error line: it is written when this returns.
+void logCaughtException(int line) noexcept {
+    try {
+        DDLogError("%s", platform::CaughtException(kSourceFile, line).c_str());
+    } catch (...) {
+        platform::LogCaughtException(kSourceFile, line);
+    }
+}
+
 constexpr const char* kLogFilePrefix = "ResetTool";
 constexpr unsigned kMaximumNumberOfLogFiles = 7;
 constexpr double kRollingFrequency = 86400.0;  ///< seconds: one file a day
@@ -62,7 +71,7 @@ std::unique_ptr<UsbTrovikModeIoLink> openDevice(const USBRegistryInfo& record) {
     try {
         return UsbTrovikModeIoLink::initWithPath(record.ioPath());
     } catch (...) {
-        platform::LogCaughtException(kSourceFile, __LINE__);
+        logCaughtException(__LINE__);
         return nullptr;
     }
 }
@@ -126,7 +135,7 @@ void AppDelegate::applicationWillFinishLaunching() {
         try {
             runTrovikModeListenLoop();
         } catch (...) {
-            platform::LogCaughtException(kSourceFile, __LINE__);
+            logCaughtException(__LINE__);
         }
     });
 }
@@ -188,7 +197,7 @@ void AppDelegate::handleButtonClick() {
         try {
             resetAttachedDevice();
         } catch (...) {
-            platform::LogCaughtException(kSourceFile, __LINE__);
+            logCaughtException(__LINE__);
             setNextAction(NextAction::RebootOnAttach);  // the user waits: the next attach is a new chance
         }
     });
@@ -234,7 +243,7 @@ void AppDelegate::runTrovikModeListenLoop() {
         observing = USBTrovikModeFinderUtils::observeTMDevicesForType(platform::kIOServiceMatched,
                                                                       trovikModeDeviceAttached, this);
     } catch (...) {
-        platform::LogCaughtException(kSourceFile, __LINE__);
+        logCaughtException(__LINE__);
     }
     if (!observing) DDLogInfo("Could not start observing Trovik-mode device attaches.");
     {
@@ -246,7 +255,7 @@ void AppDelegate::runTrovikModeListenLoop() {
         try {
             return loop->CFRunLoopRun();
         } catch (...) {
-            platform::LogCaughtException(kSourceFile, __LINE__);  // the listener goes on to the next attach
+            logCaughtException(__LINE__);  // the listener goes on to the next attach
         }
     }
 }

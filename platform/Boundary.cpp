@@ -13,17 +13,20 @@ void SetRaiseSiteReader(RaiseSiteReader reader) noexcept {
     gReader = reader;
 }
 
+std::string CaughtException(const char* file, int line) {
+    const std::string caught = std::string(file) + ", " + std::to_string(line);
+    std::string thrownIn;
+    int thrownAt = 0;
+    if (!gReader || !gReader(thrownIn, thrownAt)) return "Unknown exception caught at " + caught;
+    return "Exception thrown at " + thrownIn + ", " + std::to_string(thrownAt) + "; caught at " + caught;
+}
+
 void LogCaughtException(const char* file, int line) noexcept {
     try {
-        std::string thrownIn;
-        int thrownAt = 0;
-        if (gReader && gReader(thrownIn, thrownAt)) {
-            return NSLog("Exception thrown at %s, %d; caught at %s, %d\n", thrownIn.c_str(), thrownAt, file, line);
-        }
+        NSLog("%s\n", CaughtException(file, line).c_str());
     } catch (...) {
-        // No memory for the file's name.
+        NSLog("Unknown exception caught at %s, %d\n", file, line);
     }
-    NSLog("Unknown exception caught at %s, %d\n", file, line);
 }
 
 }  // namespace platform

@@ -11,6 +11,9 @@ namespace platform {
 /// Never throws. Any thread.
 void LogCaughtException(const char* file, int line) noexcept;
 
+/// The same line, without its end, for a boundary that has a log of its own. Throws only for want of memory.
+std::string CaughtException(const char* file, int line);
+
 /// Tells where the exception that is being handled was thrown.
 /// @return false when it does not know, with both arguments unchanged
 using RaiseSiteReader = bool (*)(std::string& file, int& line);

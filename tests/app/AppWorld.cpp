@@ -15,15 +15,10 @@ namespace app_test {
 using simulator::Bytes;
 using simulator::UsbPacket;
 
-void systemLog(const std::string& line) {
-    DDLogError("%s", line.substr(0, line.find_last_not_of('\n') + 1).c_str());
-}
-
 std::vector<std::string> ControllerLog::take() {
     std::vector<std::string> lines;
     for (const DDLogMessage& message : mRecorder.take()) {
-        const bool isBoundary = message.logMsg.find("caught at AppDelegate, ") != std::string::npos;
-        if (message.fileName() != "AppDelegate" && !isBoundary) continue;
+        if (message.fileName() != "AppDelegate") continue;
         const char level = message.logFlag == DDLogFlagError ? 'E' : message.logFlag == DDLogFlagInfo ? 'I' : '?';
         lines.push_back(std::string(1, level) + ' ' + message.logMsg);
     }
@@ -75,7 +70,6 @@ platform::Platform platformOf(simulator::SimulatedWorld& world, platform::Bundle
     platform.standardUserDefaults = &world.defaults;
     platform.scriptRunner = &world.scripts;
     platform.exceptionHandler = &world.exceptions;
-    platform.log = systemLog;
     return platform;
 }
 

@@ -17,11 +17,7 @@
 
 namespace app_test {
 
-/// Takes the system log's lines to the tool's log, as the tool does.
-void systemLog(const std::string& line);
-
-/// What the controller logs while this lives, what it caught included, each line with its level's letter: "I Device
-/// rebooted".
+/// What the controller logs while this lives, each line with its level's letter: "I Device rebooted".
 class ControllerLog {
   public:
     /// The lines since the last call.
