@@ -69,7 +69,8 @@ PlatformScope::~PlatformScope() {
 }
 
 Clock& SystemClock() {
-    static MachineClock machine;
+    // Never destroyed, as the other stand-ins: a thread may still ask while the process ends.
+    static auto& machine = *new MachineClock;
     return gPlatform.clock ? *gPlatform.clock : machine;
 }
 
@@ -93,17 +94,16 @@ NSExceptionHandler& defaultExceptionHandler() {
 }
 
 NSBundle& mainBundle() {
-    static EmptyBundle empty;
+    static auto& empty = *new EmptyBundle;
     return gPlatform.mainBundle ? *gPlatform.mainBundle : empty;
 }
 
 NSUserDefaults& standardUserDefaults() {
-    static NoDefaults none;
+    static auto& none = *new NoDefaults;
     return gPlatform.standardUserDefaults ? *gPlatform.standardUserDefaults : none;
 }
 
 WallClock& wallClock() {
-    // Never destroyed: log calls are still made while static objects are.
     static auto& machine = *new MachineWallClock;
     return gPlatform.wallClock ? *gPlatform.wallClock : machine;
 }

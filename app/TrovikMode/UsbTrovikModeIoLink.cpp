@@ -16,9 +16,10 @@ namespace {
 constexpr char gcFile[] = "app/TrovikMode/UsbTrovikModeIoLink";
 constexpr std::uint16_t gcNoPathLine = 81;  ///< stable identifier of the raise site, known to support
 
-/// Nobody ever cancels a link of this tool. One object for all of them, since a link holds it by reference.
+/// Nobody ever cancels a link of this tool. One object for all of them, since a link holds it by reference. Never
+/// destroyed: the listener may be talking to a device until the process has ended.
 thr::CancelRequested_t& noCancelSource() {
-    static thr::CancelRequestedFunctor_t functor;
+    static auto& functor = *new thr::CancelRequestedFunctor_t;
     return functor;
 }
 
