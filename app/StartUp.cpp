@@ -43,7 +43,7 @@ std::string chosenDisplay() {
 
 void keepWarning(QtMsgType type, const QMessageLogContext&, const QString& text) {
     const std::lock_guard lock(gWarningsMutex);
-    if (type == QtDebugMsg || type == QtInfoMsg) {
+    if (type == QtDebugMsg) {
         std::fprintf(stderr, "%s\n", qPrintable(text));
     } else if (text.startsWith(QLatin1String("QThread::start"))) {
         // Each of the toolkit's own threads is one that it waits for or gets the window's events from.
