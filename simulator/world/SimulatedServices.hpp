@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -17,6 +18,7 @@ class RecordingScriptRunner final : public platform::ScriptRunner {
   public:
     bool executeAndReturnError(const std::string& source) override {
         calls.push_back(source);
+        if (onScript) onScript();
         return succeeds;
     }
     int system(const std::string& command) override {
@@ -25,6 +27,7 @@ class RecordingScriptRunner final : public platform::ScriptRunner {
     }
 
     std::vector<std::string> calls;
+    std::function<void()> onScript;  ///< what happens meanwhile; may throw
     bool succeeds = true;
     int status = 0;
 };

@@ -1,11 +1,20 @@
 // The controller's state table, on a simulated device that misbehaves and in simulated time.
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <latch>
+#include <optional>
 #include <set>
+#include <stdexcept>
 
+#include "GLO/GLO_Exception.hpp"
 #include "app/AppDelegate.hpp"
+#include "app/TrovikMode/TrovikModeUtil.hpp"
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
+#include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
+#include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+#include "platform/CFRunLoop.hpp"
 #include "tests/app/AppWorld.hpp"
 
 namespace app_test {
@@ -22,6 +31,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
+using testing::StartsWith;
 using Lines = std::vector<std::string>;
 
 const Lines kFound = {"I Device found, rebooting"};
@@ -50,6 +60,7 @@ const std::string kReboots = "Reboot failed", kHolds = "Hold in bootloader faile
 const std::string kGone = "IOU_InPipe at Line: 178";       ///< a read ended with an error
 const std::string kHalted = "IOU_OutPipe at Line: 126";    ///< a write ended with an error
 const std::string kNotBegun = "IOU_OutPipe at Line: 110";  ///< a write could not begin
+const std::string kNotObserving = "I Could not start observing Trovik-mode device attaches.";
 const Lines kUnopened = {"E Unknown exception caught at AppDelegate, LINE"};
 
 /// The line's number in the boundary's message moves with the source.
@@ -76,6 +87,8 @@ TEST(AppDelegate, ResetsTheAttachedDeviceAndNothingElseReachesIt) {
                                                      "tell application \"Trovik Station Service\" to quit"));
     EXPECT_FALSE(app.storeIsEmpty());
 
+    platform::CFRunLoopGetCurrent()->CFRunLoopRunInMode(platform::kCFRunLoopDefaultMode, 60, false);
+    EXPECT_TRUE(app.storeIsEmpty() && app.shows(app.outlets.inProgressView)) << "the main queue shows what comes next";
     app.run();
     app.expectReset();
     EXPECT_EQ(app.world.device().bootState(), BootState::Running);
@@ -303,16 +316,98 @@ TEST(AppDelegate, OfTwoDevicesAtOnceTheWorkerTakesTheFirstAndANotificationTheLas
     EXPECT_TRUE(app.storeIsEmpty());
 }
 
-TEST(AppDelegate, AttachedDeviceThatCannotBeNamedIsLeftAlone) {
-    for (const auto operation :
-         {BusOperation::IORegistryEntryGetPath, BusOperation::IORegistryEntryGetRegistryEntryID}) {
+/// An entry whose path, id, or both can't be read.
+struct Entry final : platform::IOService {
+    Entry(std::optional<std::string> path, bool hasId) : mPath(std::move(path)), mHasId(hasId) {}
+    platform::IOReturn IORegistryEntryGetPath(const std::string& plane, std::string& path) override {
+        EXPECT_EQ(plane, platform::kIOServicePlane);
+        if (mPath) path = *mPath;
+        return mPath ? platform::kIOReturnSuccess : platform::kIOReturnError;
+    }
+    platform::IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) override {
+        entryId = 7;
+        return mHasId ? platform::kIOReturnSuccess : platform::kIOReturnError;
+    }
+    platform::IOReturn IOCreatePlugInInterfaceForService(platform::IOUserClientType,
+                                                         std::unique_ptr<platform::IOCFPlugInInterface>&) override {
+        return platform::kIOReturnUnsupported;
+    }
+    std::optional<std::string> mPath;
+    bool mHasId;
+};
+
+struct Entries final : platform::IOIterator {
+    std::unique_ptr<platform::IOService> IOIteratorNext() override {
+        return next < entries.size() ? std::make_unique<Entry>(entries[next++]) : nullptr;
+    }
+    std::vector<Entry> entries;
+    std::size_t next = 0;
+};
+
+TEST(AppDelegate, OfWhatANotificationHoldsTheLastPathAndTheLastIdCountEvenOfDifferentEntries) {
+    const std::string real = "the device's", other = "/nowhere", longest(511, '/'), tooLong(512, '/');
+    const Lines unopened = kUnopened + silently(kReboots);
+    const std::vector<std::pair<std::vector<Entry>, Lines>> notifications = {
+        {{}, {}},
+        {{{std::nullopt, true}}, {}},
+        {{{real, false}}, {}},
+        {{{tooLong, true}}, {}},
+        {{{longest, true}}, unopened},
+        {{{real, true}, {other, true}}, unopened},
+        {{{real, true}, {other, false}}, unopened},
+        {{{other, true}, {real, false}}, kRebooted},
+        {{{real, true}, {std::nullopt, true}}, kRebooted},
+        {{{real, true}, {tooLong, true}}, kRebooted},
+    };
+    for (std::size_t i = 0; i < notifications.size(); ++i) {
+        SCOPED_TRACE(i);
         AppWorld app;
-        app.world.addFault(Fault::onOperation(operation, platform::kIOReturnError));
         app.attach();
-        EXPECT_THAT(app.log.take(), IsEmpty());
-        EXPECT_EQ(app.world.device().faults().size(), 0U);
+        app.controller.rebootDevice({});  // fails: the next attach is to be rebooted
+        app.log.take();
+        Entries iterator;
+        iterator.entries = notifications[i].first;
+        for (Entry& entry : iterator.entries)
+            if (entry.mPath == real) entry.mPath = app.world.path();
+        trovikModeDeviceAttached(&app.controller, iterator);
+        EXPECT_EQ(withoutLine(app.log.take()), notifications[i].second);
+    }
+}
+
+TEST(AppDelegate, CompanionHasQuitBeforeTheLookForDevices) {
+    AppWorld app;
+    app.world.scripts.onScript = [&] { app.world.plug(); };  // it held the device
+    app.confirmReset();
+    app.runWorker();
+    EXPECT_EQ(app.log.take(), kFound + kRebooted);
+}
+
+TEST(AppDelegate, WhatTheWorkerOrTheListenerThrowsIsLoggedAndTheNextAttachGoesOn) {
+    const struct {
+        std::function<void()> raise;
+        std::string line;
+    } exceptions[] = {
+        {[] { throw glo::Timeout_t("libs/X/X_File", 5); },
+         "E Exception thrown at libs/X/X_File, 5; caught at AppDelegate, "},
+        {[] { throw std::runtime_error("text"); }, "E Unknown exception caught at AppDelegate, "},
+    };
+    for (const auto& [raise, line] : exceptions) {
+        SCOPED_TRACE(line);
+        AppWorld app;
+        app.world.scripts.onScript = raise;
+        app.confirmReset();
+        app.runWorker();
+        EXPECT_THAT(app.log.take(), ElementsAre(StartsWith(line)));
+        EXPECT_EQ(app.controller.nextAction(), NextAction::RebootOnAttach);
+
+        app.world.bus.addFault(
+            Fault::onOperation(BusOperation::IOServiceAddMatchingNotification, platform::kIOReturnError));
+        platform::CFRunLoopGetCurrent()->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode, raise);
+        AppDelegate other;  // whose listener hears of no device
+        other.runTrovikModeListenLoop();
+        EXPECT_THAT(app.log.take(), ElementsAre(kNotObserving, StartsWith(line)));
         app.attach();
-        EXPECT_THAT(app.log.take(), ElementsAre("I Device detected but no action taken"));
+        app.expectReset();
     }
 }
 
@@ -322,12 +417,50 @@ TEST(AppDelegate, RegistryThatRefusesToReportIsLoggedAndTheFirstPhaseStillWorks)
         Fault::onOperation(BusOperation::IOServiceAddMatchingNotification, platform::kIOReturnError));
     AppDelegate other;
     other.runTrovikModeListenLoop();
-    EXPECT_THAT(app.log.take(), ElementsAre("I Could not start observing Trovik-mode device attaches."));
+    EXPECT_THAT(app.log.take(), ElementsAre(kNotObserving));
     app.world.plug();
     const auto devices = USBTrovikModeFinderUtils::connectedPaths();
     ASSERT_EQ(devices.value().size(), 1U);
     other.rebootDevice(devices->front());
     EXPECT_EQ(other.nextAction(), NextAction::ClearOnAttach);
+}
+
+// ---- log lines
+
+/// A log that takes nothing until it is told to.
+struct GatedLogger final : DDAbstractLogger {
+    void logMessage(const DDLogMessage&) override {
+        gate.wait();
+        ++messages;
+    }
+    std::latch gate{1};
+    std::atomic<int> messages = 0;
+};
+
+TEST(AppDelegate, InfoLinesAreNotWaitedForAndErrorLinesAre) {
+    AppWorld app;
+    const auto logger = std::make_shared<GatedLogger>();
+    DDLog::addLogger(logger);
+    app.controller.trovikModeDeviceDetected({});
+    EXPECT_EQ(logger->messages, 0);
+    logger->gate.count_down();
+    const std::vector<std::pair<std::function<void()>, int>> errors = {
+        {[&] {
+             app.controller.exceptionHandlerShouldLogException({"name", "reason", {}}, 255);
+         },
+         3},
+        {[&] { app.controller.rebootDevice({}); }, 4},  // then "Reboot failed"
+        {[&] { UsbTrovikModeIoLink::initWithPath(std::nullopt); }, 6},
+        {[&] {
+             Error error;
+             TrovikModeUtil::populateError(&error, 0, "issueCommand Failed", glo::Timeout_t("file", 5));
+         },
+         7}};
+    for (const auto& [log, expected] : errors) {
+        log();
+        EXPECT_GE(logger->messages, expected);
+    }
+    DDLog::removeLogger(logger);
 }
 
 // ---- what nobody caught

@@ -82,6 +82,7 @@ void reset() {
 void act(std::string_view what) {
     if (what == "throw") std::thread([] { throw std::runtime_error("no more"); }).join();
     if (what == "reset") {
+        DDLog::flushLog();  // each logger has the thread that it can have
         gThreadsLeft = 0;
         return reset();
     }

@@ -18,6 +18,7 @@ using testing::ContainsRegex;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 using testing::UnorderedElementsAre;
 
 /// The text of the one file in a folder.
@@ -42,6 +43,11 @@ struct Process : testing::Test {
             action + " " + settings + " '" + program + "' " + streams;
         return std::system(command.c_str());
     }
+    void writeSettings(const std::string& entries) const {
+        support::WriteFile(
+            home / ".config/Trovik/org.trovik.ResetTool.plist",
+            R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>)" + entries + "</dict></plist>");
+    }
     std::string log() const { return onlyFileIn(logs); }
     std::string errors() const { return support::ReadFile(home / "run/errors"); }
     void SetUp() override {
@@ -59,6 +65,7 @@ TEST_F(Process, HasItsLastLineInTheLogHoweverItIsQuit) {
         EXPECT_EQ(run(way), 0) << way;
         EXPECT_THAT(log(), HasSubstr(" | I | Trovik Reset Tool 1.0.0 has started.\n"));
         EXPECT_THAT(log(), EndsWith(" | I | line 499\n"));
+        EXPECT_THAT(errors(), HasSubstr("] Trovik Reset Tool 1.0.0 has started.\n")) << "on the console as well";
     }
 }
 
@@ -76,10 +83,9 @@ TEST_F(Process, KeepsTheLogsOfSevenDays) {
 }
 
 TEST_F(Process, KeepsSettingsLogsAndTracesInTheFoldersOfItsUser) {
-    support::WriteFile(home / ".config/Trovik/org.trovik.ResetTool.plist",
-                       R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict><key>RegistryRoot</key><dict>
-<key>Software</key><dict><key>Trovik</key><dict><key>Settings</key><dict><key>ShowDebug</key><data>AQ==</data>
-</dict></dict></dict></dict></dict></plist>)");
+    writeSettings(
+        R"(<key>RegistryRoot</key><dict><key>Software</key><dict><key>Trovik</key><dict><key>Settings</key><dict>
+<key>ShowDebug</key><data>AQ==</data></dict></dict></dict></dict>)");
     fs::create_directory(home / ".cache");  // as on every desktop
     EXPECT_EQ(run("quit"), 0);
     EXPECT_THAT(log(), HasSubstr("has started."));
@@ -133,12 +139,14 @@ TEST_F(Process, StartsWithTheThreadsOfAResetOrRefusesInOneLine) {
 }
 
 TEST_F(Process, LogsAnExceptionThatNobodyCatchesWithItsStack) {
+    writeSettings("<key>logLevel</key><integer>1</integer>");  // errors alone
     const int status = run("throw");
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
     std::string text;  // beside it lies the crash report
     for (const auto& entry : fs::directory_iterator(logs))
         if (entry.path().extension() == ".txt") text = support::ReadFile(entry.path());
-    EXPECT_THAT(text, ContainsRegex("| E | Exception: name: std::runtime_error reason: no more\n"));
+    EXPECT_THAT(text, HasSubstr(" | E | Exception: name: std::runtime_error reason: no more\n"));
+    EXPECT_THAT(text, Not(HasSubstr(" | I | ")));
     EXPECT_THAT(text, ContainsRegex("| E | Stack:\n.+\n.+\n"));
 }
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <QApplication>
+#include <filesystem>
 
 #include "app/Util/Logging/DDLog.hpp"
 #include "tests/support/Holdings.hpp"
@@ -18,11 +19,16 @@ const support::TemporaryFolder& RealTimeApp::folder() {
     return shared;
 }
 
-RealTimeApp::RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* userDefaults, const std::string& logFolder)
-    : mUsb(usb) {
-    // Before anything asks for it: the log folder is looked up once in a process.
-    setenv("XDG_DATA_HOME", (logFolder.empty() ? folder().path().string() : logFolder).c_str(), 1);
+RealTimeApp::RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* userDefaults, bool logs) : mUsb(usb) {
+    // Before anything asks for it: the log folder is looked up, and made, once in a process.
+    setenv("XDG_DATA_HOME", folder().path().c_str(), 1);
     setenv("XDG_CACHE_HOME", folder().path().c_str(), 1);
+    std::filesystem::remove_all(folder() / "Trovik");
+    if (logs) {
+        std::filesystem::create_directories(folder() / "Trovik/ResetTool");
+    } else {
+        support::WriteFile(folder() / "Trovik", "in the folder's way");
+    }
     platform::Platform platform;
     platform.runLoops = &usb.runLoops();
     platform.masterPort = &usb.registry();
@@ -32,7 +38,6 @@ RealTimeApp::RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* use
     platform.scriptRunner = &mScripts;
     platform.exceptionHandler = &exceptions;
     platform.standardUserDefaults = userDefaults;
-    platform.log = systemLog;
     mScope.emplace(platform);
     controller = std::make_unique<AppDelegate>([](int) {});
     window = std::make_unique<MainWindow>(*controller);

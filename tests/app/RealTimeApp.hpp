@@ -28,14 +28,12 @@ class WorkerQueue final : public platform::DispatchQueue {
     std::vector<std::thread> mThreads;  ///< main thread only
 };
 
-/// The whole tool with its real threads: launch, window, worker, listener. One in a process: what the launch registers
-/// stays.
+/// The whole tool with its real threads: launch, window, worker, listener. One at a time.
 class RealTimeApp {
   public:
-    /// @param usb           where its device is; must outlive this
-    /// @param logFolder     XDG_DATA_HOME; a folder of the process's own when empty
-    explicit RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* userDefaults = nullptr,
-                         const std::string& logFolder = {});
+    /// @param usb   where its device is; must outlive this
+    /// @param logs  whether the log folder can be made
+    explicit RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* userDefaults = nullptr, bool logs = true);
     ~RealTimeApp();
     RealTimeApp(const RealTimeApp&) = delete;
     RealTimeApp& operator=(const RealTimeApp&) = delete;
@@ -64,7 +62,7 @@ class RealTimeApp {
         mUsb.withDevice([&](simulator::Device& device, simulator::Time) { action(device); });
     }
 
-    /// Logs, preferences and traces of the process.
+    /// Logs and traces of the process, emptied at each start.
     static const support::TemporaryFolder& folder();
 
   private:

@@ -19,8 +19,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 struct ResetTest : testing::Test {
-    explicit ResetTest(platform::NSUserDefaults* userDefaults = nullptr, const std::string& logFolder = {})
-        : app(usb, userDefaults, logFolder) {}
+    explicit ResetTest(bool logs = true) : app(usb, nullptr, logs) {}
 
     support::RealTimeBackend usb{simulator::Profile::instant()};
     RealTimeApp app;
@@ -30,6 +29,12 @@ TEST_F(ResetTest, WholeResetFromTheButtonToTheCompleteScreen) {
     EXPECT_EQ(app.exceptions.delegate, app.controller.get());
     EXPECT_EQ(app.exceptions.mask, 255U);
     EXPECT_EQ(win::AppMetaData().ProductName(), L"Trovik Reset Tool");
+    EXPECT_EQ(win::AppMetaData().Version(), win::StringToVersion("1.0.0"));
+    EXPECT_EQ(win::AppMetaData().PartNumber(), L"006-B0000-00");
+    EXPECT_EQ(win::AppMetaData().BuildType(), L"Release");
+    EXPECT_EQ(win::AppMetaData().BuildUserId(), L"Trovik");
+    EXPECT_EQ(win::AppMetaData().BuildDate().size(), std::size("Mar  2 2017") - 1);
+    EXPECT_EQ(win::AppMetaData().BuildTime().size(), std::size("12:34:56") - 1);
 
     app.plug();
     app.reset();
@@ -62,7 +67,7 @@ TEST_F(ResetTest, ManyResetsLeaveNothingBehind) {
 
 /// The log folder can't be made.
 struct UnloggedResetTest : ResetTest {
-    UnloggedResetTest() : ResetTest(nullptr, "/dev/null") {}
+    UnloggedResetTest() : ResetTest(false) {}
 };
 
 TEST_F(UnloggedResetTest, CompletesAllTheSame) {
@@ -71,40 +76,6 @@ TEST_F(UnloggedResetTest, CompletesAllTheSame) {
     app.withDevice([](Device& device) { EXPECT_TRUE(device.store().empty()); });
     EXPECT_EQ(app.lines().back(), "I Boot resumed") << "the other loggers go on";
     EXPECT_THAT(TrovikLogs::sortedLogsWithPrefix("ResetTool"), IsEmpty());
-}
-
-/// The tool with both trace switches on.
-struct TracedResetTest : ResetTest {
-    TracedResetTest() : ResetTest(&defaults()) {}
-
-    static simulator::MemoryDefaults& defaults() {
-        static simulator::MemoryDefaults memory;
-        using platform::PropertyList;
-        memory.values["ShowUsbDebug"].value = true;
-        PropertyList node{PropertyList::Data{1}};
-        for (const char* const key : {"ShowDebug", "Settings", "Trovik", "Software"})
-            node = {PropertyList::Dictionary{{key, node}}};
-        memory.values["RegistryRoot"] = node;
-        return memory;
-    }
-};
-
-TEST_F(TracedResetTest, LeavesATraceInWhichEachPacketCanBeFollowed) {
-    app.plug();
-    app.reset();
-    const std::string packetTrace = support::ReadFile(RealTimeApp::folder() / "Trovik/IouUsbDebug.log");
-    const std::string linkTrace = support::ReadFile(RealTimeApp::folder() / "Trovik/IoLinkDebug.txt.log");
-    std::size_t sent = 0;
-    for (const simulator::Bytes& bytes : expectedTrafficOfAReset()) {
-        const std::string line = "SendFrameWithTimeout complete. Layer: " + std::to_string(bytes[0]) +
-                                 " Id: " + std::to_string(bytes[4] | bytes[5] << 8) +
-                                 " Size: " + std::to_string(bytes.size() - 12) + "\n";
-        sent = packetTrace.find(line, sent);
-        ASSERT_NE(sent, std::string::npos) << line << " in\n" << packetTrace;
-        sent += line.size();
-    }
-    EXPECT_THAT(packetTrace, HasSubstr("GetFrameWithTimeout complete. Id: 113 Size: 0\n"));
-    EXPECT_THAT(linkTrace, HasSubstr("looking for packet id: 113: Timeout = 3000\n"));
 }
 
 }  // namespace
