@@ -20,29 +20,23 @@
 #include <thread>
 
 #include "GLO/GLO_Exception.hpp"
+#include "GLO/GLO_String.hpp"
+#include "WIN/WIN_AppMetaData.hpp"
+#include "WIN/WIN_Encoding.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/Platform.hpp"
 
 namespace {
 
-int threadsToBeHad() {
-    const char* const text = std::getenv("PROBE_THREADS");
-    return text ? std::atoi(text) : 1000;
-}
-std::atomic<int> gThreadsLeft = threadsToBeHad();
+const char* const gThreads = std::getenv("PROBE_THREADS");
+std::atomic<int> gThreadsLeft = gThreads ? std::atoi(gThreads) : 1000;
 
 }  // namespace
 
-// Under a sanitizer this is its own pthread_create, which must be the one that is called.
-extern "C" int __interceptor_pthread_create(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)
-    __attribute__((weak));
-
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                               void* argument) noexcept {
-    static const auto next = &__interceptor_pthread_create
-                                 ? &__interceptor_pthread_create
-                                 : reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    static const auto next = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
     return gThreadsLeft-- > 0 ? next(thread, attributes, body, argument) : EAGAIN;
 }
 
@@ -93,6 +87,9 @@ void act(std::string_view what) {
     for (const char stream : {'0', '1', '2'})
         DDLogInfo("stream %c %s", stream,
                   std::filesystem::read_symlink(std::string("/proc/self/fd/") + stream).c_str());
+    const win::AppMetaData_t& data = win::AppMetaData();
+    for (const std::wstring& text : {data.ProductName(), data.PartNumber(), data.BuildType(), data.BuildUserId()})
+        DDLogInfo("metadata %s", glo::string(text, win::Utf8Encoding()).c_str());
     for (int i = 0; i < 500; ++i) DDLogInfo("line %d", i);
     if (what == "quit") press(QAction::QuitRole);
     for (QWidget* const window : QApplication::topLevelWidgets()) {

@@ -65,6 +65,8 @@ TEST_F(Process, HasItsLastLineInTheLogHoweverItIsQuit) {
         EXPECT_EQ(run(way), 0) << way;
         EXPECT_THAT(log(), HasSubstr(" | I | Trovik Reset Tool 1.0.0 has started.\n"));
         EXPECT_THAT(log(), EndsWith(" | I | line 499\n"));
+        for (const char* const text : {"Trovik Reset Tool", "006-B0000-00", "Release", "Trovik"})
+            EXPECT_THAT(log(), HasSubstr(std::string("metadata ") + text + "\n"));
         EXPECT_THAT(errors(), HasSubstr("] Trovik Reset Tool 1.0.0 has started.\n")) << "on the console as well";
     }
 }

@@ -3,7 +3,6 @@
 
 #include <filesystem>
 
-#include "WIN/WIN_AppMetaData.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "tests/app/RealTimeApp.hpp"
 #include "tests/support/Holdings.hpp"
@@ -28,13 +27,6 @@ struct ResetTest : testing::Test {
 TEST_F(ResetTest, WholeResetFromTheButtonToTheCompleteScreen) {
     EXPECT_EQ(app.exceptions.delegate, app.controller.get());
     EXPECT_EQ(app.exceptions.mask, 255U);
-    EXPECT_EQ(win::AppMetaData().ProductName(), L"Trovik Reset Tool");
-    EXPECT_EQ(win::AppMetaData().Version(), win::StringToVersion("1.0.0"));
-    EXPECT_EQ(win::AppMetaData().PartNumber(), L"006-B0000-00");
-    EXPECT_EQ(win::AppMetaData().BuildType(), L"Release");
-    EXPECT_EQ(win::AppMetaData().BuildUserId(), L"Trovik");
-    EXPECT_EQ(win::AppMetaData().BuildDate().size(), std::size("Mar  2 2017") - 1);
-    EXPECT_EQ(win::AppMetaData().BuildTime().size(), std::size("12:34:56") - 1);
 
     app.plug();
     app.reset();
