@@ -121,6 +121,9 @@ TEST(AppDelegate, WaitsForADeviceWhereThereIsNoneOrNoAnswerFromTheRegistry) {
             ElementsAre("tell application \"Trovik Station\" to quit", "/usr/bin/killall \"Trovik Station\"",
                         "tell application \"Trovik Station Service\" to quit", "/usr/bin/killall \"Trovik Station\""));
 
+        app.controller.returnToMainMenuButtonClicked();  // changes the screen and nothing else
+        EXPECT_TRUE(app.shows(app.outlets.notStartedView));
+
         app.world.unplug();
         app.world.plug();
         app.world.runUntilQuiet(milliseconds(1500));  // it is off the bus for two seconds

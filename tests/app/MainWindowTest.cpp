@@ -95,18 +95,6 @@ TEST_F(MainWindowTest, ConfirmationIsCriticalAndAnyWayOutOfItChangesNothing) {
     EXPECT_THAT(app.world.device().record().received(), IsEmpty());
 }
 
-TEST_F(MainWindowTest, ReturnToMainMenuKeepsWhatComesNext) {
-    app.confirmReset();
-    app.runWorker();
-    ASSERT_EQ(app.controller.nextAction(), NextAction::RebootOnAttach);
-    show(outlets.completeView);
-    click(outlets.mainMenuButton);
-    EXPECT_TRUE(app.shows(outlets.notStartedView));
-    EXPECT_EQ(app.controller.nextAction(), NextAction::RebootOnAttach);
-    app.attach();
-    app.expectReset();
-}
-
 TEST_F(MainWindowTest, EveryWayOutEndsTheProcessWithStatusZero) {
     show(outlets.completeView);
     click(outlets.quitButton);

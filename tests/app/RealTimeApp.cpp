@@ -19,16 +19,12 @@ const support::TemporaryFolder& RealTimeApp::folder() {
     return shared;
 }
 
-RealTimeApp::RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* userDefaults, bool logs) : mUsb(usb) {
+RealTimeApp::RealTimeApp(support::UsbBackend& usb) : mUsb(usb) {
     // Before anything asks for it: the log folder is looked up, and made, once in a process.
     setenv("XDG_DATA_HOME", folder().path().c_str(), 1);
     setenv("XDG_CACHE_HOME", folder().path().c_str(), 1);
     std::filesystem::remove_all(folder() / "Trovik");
-    if (logs) {
-        std::filesystem::create_directories(folder() / "Trovik/ResetTool");
-    } else {
-        support::WriteFile(folder() / "Trovik", "in the folder's way");
-    }
+    std::filesystem::create_directories(folder() / "Trovik/ResetTool");
     platform::Platform platform;
     platform.runLoops = &usb.runLoops();
     platform.masterPort = &usb.registry();
@@ -37,7 +33,6 @@ RealTimeApp::RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* use
     platform.mainBundle = &mBundle;
     platform.scriptRunner = &mScripts;
     platform.exceptionHandler = &exceptions;
-    platform.standardUserDefaults = userDefaults;
     mScope.emplace(platform);
     controller = std::make_unique<AppDelegate>([](int) {});
     window = std::make_unique<MainWindow>(*controller);

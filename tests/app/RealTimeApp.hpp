@@ -31,9 +31,8 @@ class WorkerQueue final : public platform::DispatchQueue {
 /// The whole tool with its real threads: launch, window, worker, listener. One at a time.
 class RealTimeApp {
   public:
-    /// @param usb   where its device is; must outlive this
-    /// @param logs  whether the log folder can be made
-    explicit RealTimeApp(support::UsbBackend& usb, platform::NSUserDefaults* userDefaults = nullptr, bool logs = true);
+    /// @param usb  where its device is; must outlive this
+    explicit RealTimeApp(support::UsbBackend& usb);
     ~RealTimeApp();
     RealTimeApp(const RealTimeApp&) = delete;
     RealTimeApp& operator=(const RealTimeApp&) = delete;

@@ -15,13 +15,10 @@ using simulator::Device;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 struct ResetTest : testing::Test {
-    explicit ResetTest(bool logs = true) : app(usb, nullptr, logs) {}
-
     support::RealTimeBackend usb{simulator::Profile::instant()};
-    RealTimeApp app;
+    RealTimeApp app{usb};
 };
 
 TEST_F(ResetTest, WholeResetFromTheButtonToTheCompleteScreen) {
@@ -55,19 +52,6 @@ TEST_F(ResetTest, WholeResetFromTheButtonToTheCompleteScreen) {
 
 TEST_F(ResetTest, ManyResetsLeaveNothingBehind) {
     app.resetsLeaveNothingBehind(support::soakRounds(20));
-}
-
-/// The log folder can't be made.
-struct UnloggedResetTest : ResetTest {
-    UnloggedResetTest() : ResetTest(false) {}
-};
-
-TEST_F(UnloggedResetTest, CompletesAllTheSame) {
-    app.plug();
-    app.reset();
-    app.withDevice([](Device& device) { EXPECT_TRUE(device.store().empty()); });
-    EXPECT_EQ(app.lines().back(), "I Boot resumed") << "the other loggers go on";
-    EXPECT_THAT(TrovikLogs::sortedLogsWithPrefix("ResetTool"), IsEmpty());
 }
 
 }  // namespace

@@ -63,14 +63,5 @@ TEST_F(TerminateExceptionHandlerDeathTest, WithoutMaskOrDelegateNobodyIsAsked) {
     ExpectReport(std::runtime_error("x"), ::testing::Not(::testing::HasSubstr("name std")));
 }
 
-TEST(TerminateExceptionHandlerTest, TheOldHandlerComesBackAtItsEnd) {
-    const auto before = std::get_terminate();
-    {
-        TerminateExceptionHandler handler;
-        EXPECT_NE(std::get_terminate(), before);
-    }
-    EXPECT_EQ(std::get_terminate(), before);
-}
-
 }  // namespace
 }  // namespace platform
