@@ -87,7 +87,8 @@ TEST(AppDelegate, ResetsTheAttachedDeviceAndNothingElseReachesIt) {
     EXPECT_FALSE(app.storeIsEmpty());
 
     platform::CFRunLoopGetCurrent()->CFRunLoopRunInMode(platform::kCFRunLoopDefaultMode, 60, false);
-    EXPECT_TRUE(app.storeIsEmpty() && app.shows(app.outlets.inProgressView)) << "the main queue shows what comes next";
+    EXPECT_TRUE(app.storeIsEmpty() && app.shows(app.outlets.inProgressView));
+    EXPECT_EQ(app.world.mainQueue.waiting(), 1U) << "what shows that it is complete";
     app.run();
     app.expectReset();
     EXPECT_EQ(app.world.device().bootState(), BootState::Running);
