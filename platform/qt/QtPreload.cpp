@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/Boundary.hpp"
+
 namespace platform {
 namespace {
 
@@ -50,7 +52,13 @@ QtPreload::QtPreload() {
     QThread::currentThread();  // the toolkit takes the first thread that it sees for the main one
     const std::filesystem::path folder = QLibraryInfo::path(QLibraryInfo::PluginsPath).toStdString();
     try {
-        mPlugins = std::thread([folder, platform = platformPlugin()] { loadPlugins(folder, platform); });
+        mPlugins = std::thread([folder, platform = platformPlugin()] {
+            try {
+                loadPlugins(folder, platform);
+            } catch (...) {
+                LogCaughtException("QtPreload", __LINE__);
+            }
+        });
     } catch (const std::system_error&) {
         // No thread to be had: the toolkit loads them.
     }
