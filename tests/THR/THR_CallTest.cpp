@@ -30,6 +30,7 @@ class CallTest : public ::testing::Test {
                                              gLog.push_back(line);
                                          }}};
 
+    CallTest() { gLog.clear(); }
     ~CallTest() override { LocalPort_t::ReleaseLocalPort(); }
 
     /// Has the thread's own loop run a block.
