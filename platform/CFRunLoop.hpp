@@ -44,12 +44,18 @@ class CFRunLoopSource {
 /// mode: what is private to one wait is never touched by another. A mode needs no declaration; it exists while
 /// something is in it. Shared ownership, because other threads post to a loop that may end at any time; a block posted
 /// to a loop whose thread has gone is destroyed, not run.
+///
+/// When a timer is due, what is ready at that moment, blocks and sources, is served once, and then the timer fires; of
+/// several that are due, the one whose moment came first. So a thread that stood still for a while does not take an
+/// answer that came in time for a time-out, and what is ready again and again can't keep a time-out off.
+///
+/// A call of what is for the owner thread only, made on another thread, ends the process.
 class CFRunLoop {
   public:
     virtual ~CFRunLoop() = default;
 
     /// Runs one mode for at most the given time. An empty mode waits the whole time, since a block may be posted.
-    /// @param seconds                      0 handles what is ready and does not wait
+    /// @param seconds                      0 serves what was ready when it began, each once, and does not wait
     /// @param returnAfterSourceHandled     come back after one source, timer or block has been served
     /// An exception from a handler passes through. Blocks. Owner thread only; may be nested.
     virtual CFRunLoopRunResult CFRunLoopRunInMode(std::string_view mode, CFTimeInterval seconds,

@@ -5,9 +5,10 @@
 #include <cstdlib>
 #include <deque>
 #include <functional>
+#include <map>
 #include <mutex>
-#include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -18,7 +19,6 @@ using platform::CFRunLoopRunResult;
 
 /// Shared by the loop and the timer object that a caller owns.
 struct TimerState {
-    std::string mode;
     Time fires;
     Duration interval;
     std::function<void()> handler;
@@ -47,13 +47,18 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
 
     CFRunLoopRunResult CFRunLoopRunInMode(std::string_view mode, platform::CFTimeInterval seconds,
                                           bool returnAfterSourceHandled) override {
+        assertOwner();
+        if (!(seconds > 0) && !returnAfterSourceHandled) return serveWhatIsReady(modeNamed(mode));
         // Beyond a century a wait is endless; the microseconds of a year of waiting still fit.
         const double longest = 3.2e9;
         const Time end = mClock.now() + SimulatedClock::momentOf(std::clamp(seconds, 0.0, longest));
-        return runUntil(mode, end, returnAfterSourceHandled, false);
+        return runUntil(modeNamed(mode), end, returnAfterSourceHandled, false);
     }
 
-    void CFRunLoopRun() override { runUntil(platform::kCFRunLoopDefaultMode, Time::max(), false, true); }
+    void CFRunLoopRun() override {
+        assertOwner();
+        runUntil(modeNamed(platform::kCFRunLoopDefaultMode), Time::max(), false, true);
+    }
 
     void CFRunLoopStop() override {
         const std::lock_guard lock(mMutex);
@@ -61,11 +66,13 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
     }
 
     void CFRunLoopPerformBlock(std::string_view mode, std::function<void()> block) override {
+        Mode& target = modeNamed(mode);
         const std::lock_guard lock(mMutex);
-        mBlocks.emplace_back(std::string(mode), std::move(block));
+        target.blocks.push_back(std::move(block));
     }
 
     void CFRunLoopAddSource(const std::shared_ptr<platform::CFRunLoopSource>& source, std::string_view mode) override {
+        assertOwner();
         mSources.push_back(source);
         source->Scheduled(shared_from_this(), mode);
     }
@@ -78,36 +85,53 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
                                                                 platform::CFAbsoluteTime fireDate,
                                                                 platform::CFTimeInterval interval,
                                                                 std::function<void()> handler) override {
-        auto state = std::make_shared<TimerState>(TimerState{std::string(mode), SimulatedClock::momentOf(fireDate),
-                                                             SimulatedClock::momentOf(interval), std::move(handler)});
-        mTimers.push_back(state);
+        assertOwner();
+        auto state = std::make_shared<TimerState>(
+            TimerState{SimulatedClock::momentOf(fireDate), SimulatedClock::momentOf(interval), std::move(handler)});
+        modeNamed(mode).timers.push_back(state);
         return std::make_unique<SimulatedTimer>(std::move(state));
+    }
+
+    void assertOwner() const {
+        if (std::this_thread::get_id() == mOwner) return;
+        std::fputs("A simulated run loop was used by a thread that does not own it.\n", stderr);
+        std::abort();
     }
 
     bool hasReadyBlocks() const {
         const std::lock_guard lock(mMutex);
-        return !mBlocks.empty();
+        return std::any_of(mModes.begin(), mModes.end(), [](const auto& mode) { return !mode.second.blocks.empty(); });
     }
 
     /// The loop's thread ends: its sources let go of it.
     void finish() {
         for (auto& source : std::exchange(mSources, {})) source->Cancelled();
-        mTimers.clear();
-        std::deque<std::pair<std::string, std::function<void()>>> blocks;
+        decltype(mModes) modes;
         const std::lock_guard lock(mMutex);
-        blocks.swap(mBlocks);
+        modes.swap(mModes);
     }
 
   private:
-    CFRunLoopRunResult runUntil(std::string_view mode, Time end, bool returnAfterSourceHandled, bool returnsWhenQuiet) {
+    struct Mode {
+        std::deque<std::function<void()>> blocks;  ///< under mMutex
+        std::vector<std::shared_ptr<TimerState>> timers;
+        std::size_t blocksOfTurn =
+            0;                    ///< the first so many were ready when the turn began; what came later has to wait
+        bool isTimerDue = false;  ///< one was when the turn began: it fires at the end of it
+    };
+
+    Mode& modeNamed(std::string_view name) {
+        const std::lock_guard lock(mMutex);
+        return mModes.try_emplace(std::string(name)).first->second;
+    }
+
+    CFRunLoopRunResult runUntil(Mode& mode, Time end, bool returnAfterSourceHandled, bool returnsWhenQuiet) {
         for (;;) {
-            // Devices first: an answer due at the very moment of a time-out is in time.
-            mClock.runDue();
             if (takeStop()) return CFRunLoopRunResult::Stopped;
-            if (runBlock(mode) || fireTimer(mode)) {
-                if (returnAfterSourceHandled) return CFRunLoopRunResult::HandledSource;
-                continue;
-            }
+            const bool served = serveNext(mode);
+            if (takeStop()) return CFRunLoopRunResult::Stopped;
+            if (served && returnAfterSourceHandled) return CFRunLoopRunResult::HandledSource;
+            if (served) continue;
             if (mClock.now() >= end) return CFRunLoopRunResult::TimedOut;
             Time next = end;
             if (const auto due = mClock.nextDue()) next = std::min(next, *due);
@@ -118,67 +142,105 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
         }
     }
 
+    /// A run of 0 seconds: all that was ready when it began, the timers last.
+    CFRunLoopRunResult serveWhatIsReady(Mode& mode) {
+        std::vector<std::shared_ptr<TimerState>> due;
+        for (const auto& timer : mode.timers) {
+            if (timer->fires <= mClock.now()) due.push_back(timer);
+        }
+        beginTurn(mode);
+        mode.isTimerDue = false;  // this run sees to them itself
+        bool stopped = takeStop();
+        for (auto left = mode.blocksOfTurn; left > 0 && !stopped; --left) {
+            runBlock(mode);
+            stopped = takeStop();
+        }
+        for (const auto& timer : due) {
+            if (stopped) break;
+            fire(*timer);
+            stopped = takeStop();
+        }
+        return stopped ? CFRunLoopRunResult::Stopped : CFRunLoopRunResult::TimedOut;
+    }
+
+    /// Serves one thing, of a turn under way or of a new one. False when nothing is ready.
+    bool serveNext(Mode& mode) {
+        for (bool hasBegun = false;; hasBegun = true) {
+            if (runBlock(mode)) return true;
+            if (std::exchange(mode.isTimerDue, false)) {
+                const auto timer = nextTimer(mode);
+                if (timer && timer->fires <= mClock.now()) return fire(*timer);
+            }
+            if (hasBegun) return false;
+            beginTurn(mode);
+        }
+    }
+
+    /// Devices first: an answer due at the very moment of a time-out is in time.
+    void beginTurn(Mode& mode) {
+        mClock.runDue();
+        const auto timer = nextTimer(mode);
+        mode.isTimerDue = timer && timer->fires <= mClock.now();
+        const std::lock_guard lock(mMutex);
+        mode.blocksOfTurn = mode.blocks.size();
+    }
+
     /// A stop counts once, for whichever run sees it first.
     bool takeStop() {
         const std::lock_guard lock(mMutex);
         return std::exchange(mStop, false);
     }
 
-    bool runBlock(std::string_view mode) {
+    bool runBlock(Mode& mode) {
+        if (mode.blocksOfTurn == 0) return false;
+        --mode.blocksOfTurn;
         std::function<void()> block;
         {
             const std::lock_guard lock(mMutex);
-            const auto found =
-                std::find_if(mBlocks.begin(), mBlocks.end(), [&](const auto& one) { return one.first == mode; });
-            if (found == mBlocks.end()) return false;
-            block = std::move(found->second);
-            mBlocks.erase(found);
+            block = std::move(mode.blocks.front());
+            mode.blocks.pop_front();
         }
         block();
         return true;
     }
 
-    std::shared_ptr<TimerState> nextTimer(std::string_view mode) {
-        std::erase_if(mTimers, [](const auto& timer) { return !timer->valid; });
-        std::shared_ptr<TimerState> next;
-        for (const auto& timer : mTimers) {
-            if (timer->mode == mode && (!next || timer->fires < next->fires)) next = timer;
-        }
-        return next;
+    static std::shared_ptr<TimerState> nextTimer(Mode& mode) {
+        std::erase_if(mode.timers, [](const auto& timer) { return !timer->valid; });
+        const auto next =
+            std::min_element(mode.timers.begin(), mode.timers.end(),
+                             [](const auto& one, const auto& other) { return one->fires < other->fires; });
+        return next == mode.timers.end() ? nullptr : *next;
     }
 
-    bool fireTimer(std::string_view mode) {
-        const auto timer = nextTimer(mode);
-        if (!timer || timer->fires > mClock.now()) return false;
-        if (timer->interval > Duration{0}) {
-            timer->fires += timer->interval;
+    /// Fires a timer, unless it has been invalidated since it was found to be due.
+    bool fire(TimerState& timer) {
+        if (!timer.valid) return false;
+        if (timer.interval > Duration{0}) {
+            timer.fires +=
+                ((mClock.now() - timer.fires) / timer.interval + 1) * timer.interval;  // missed ones are lost
         } else {
-            timer->valid = false;  // before the handler, which may ask
+            timer.valid = false;  // before the handler, which may ask
         }
-        timer->handler();
+        timer.handler();
         return true;
     }
 
     SimulatedClock& mClock;
-    std::vector<std::shared_ptr<TimerState>> mTimers;
+    const std::thread::id mOwner = std::this_thread::get_id();
     std::vector<std::shared_ptr<platform::CFRunLoopSource>> mSources;
     mutable std::mutex mMutex;
-    std::deque<std::pair<std::string, std::function<void()>>> mBlocks;  ///< under mMutex
-    bool mStop = false;                                                 ///< under mMutex
+    std::map<std::string, Mode, std::less<>> mModes;  ///< under mMutex; each stays once it is named
+    bool mStop = false;                               ///< under mMutex
 };
 
-SimulatedRunLoops::SimulatedRunLoops(SimulatedClock& clock)
-    : mOwner(std::this_thread::get_id()), mLoop(std::make_shared<SimulatedRunLoop>(clock)) {}
+SimulatedRunLoops::SimulatedRunLoops(SimulatedClock& clock) : mLoop(std::make_shared<SimulatedRunLoop>(clock)) {}
 
 SimulatedRunLoops::~SimulatedRunLoops() {
     mLoop->finish();
 }
 
 std::shared_ptr<platform::CFRunLoop> SimulatedRunLoops::CFRunLoopGetCurrent() {
-    if (std::this_thread::get_id() != mOwner) {
-        std::fputs("A simulated run loop was asked for on a second thread.\n", stderr);
-        std::abort();
-    }
+    mLoop->assertOwner();
     return mLoop;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <thread>
 
 #include "platform/CFRunLoop.hpp"
 #include "simulator/SimulatedClock.hpp"
@@ -13,7 +12,7 @@ class SimulatedRunLoop;
 /// The run loop of a test that has one thread and simulated time. Running a mode serves what is ready in it; when
 /// nothing is, the clock moves to whatever comes first: a timer of the mode, a device's due moment, or the end of the
 /// slice. At one and the same moment devices come first, then blocks, then timers, so that an answer at the very moment
-/// of a time-out is in time.
+/// of a time-out is in time. Serving takes no time here: what is ready again and again keeps a run from its end.
 ///
 /// CFRunLoopRun differs from a real loop in one way: it also returns once nothing is ready or due any more, since
 /// nobody is left who could wake it.
@@ -29,7 +28,6 @@ class SimulatedRunLoops final : public platform::CFRunLoops {
     bool hasReadyBlocks() const;
 
   private:
-    std::thread::id mOwner;
     std::shared_ptr<SimulatedRunLoop> mLoop;
 };
 

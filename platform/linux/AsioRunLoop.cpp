@@ -42,10 +42,15 @@ struct AsioRunLoop::Mode {
     boost::asio::io_context context;
     // An empty mode waits instead of returning at once.
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{context.get_executor()};
-    std::size_t users = 0;                                              // loop's mMutex
-    std::deque<std::function<void()>> blocks;                           // loop's mMutex
-    std::multimap<CFAbsoluteTime, std::shared_ptr<TimerState>> timers;  // owner thread
-    bool wasTimer = false;                                              // owner thread: what was served last
+    std::size_t users = 0;                     // loop's mMutex
+    std::deque<std::function<void()>> blocks;  // loop's mMutex
+    bool isWoken = false;                      // loop's mMutex: a wake-up is on its way to the context
+
+    // Owner thread. What is ready when a turn begins is served in it, each once; what comes later has to wait.
+    std::multimap<CFAbsoluteTime, std::shared_ptr<TimerState>> timers;
+    std::size_t blocksOfTurn = 0;                      // the first so many
+    std::deque<std::shared_ptr<WatchState>> readable;  // descriptors of the turn
+    bool isTimerDue = false;                           // one was when the turn began: it fires at the end of it
 };
 
 /// Keeps a mode in existence. Shares the loop and the mode: a timer or a watch may outlive both the loop's thread and
@@ -131,31 +136,27 @@ std::unique_ptr<CFRunLoopTimer> AsioRunLoop::CFRunLoopAddTimer(std::string_view 
     return std::make_unique<Timer>(std::move(state));
 }
 
-bool AsioRunLoop::ServeDueTimer(Mode& mode) {
-    if (mode.timers.empty()) return false;
-    const CFAbsoluteTime now = CFAbsoluteTimeGetCurrent();
-    const auto first = mode.timers.begin();
-    if (first->first > now) return false;
+bool AsioRunLoop::IsTimerDue(const Mode& mode) {
+    return !mode.timers.empty() && mode.timers.begin()->first <= CFAbsoluteTimeGetCurrent();
+}
 
-    const auto [fireDate, state] = *first;
-    mode.timers.erase(first);
+/// Fires a timer, unless it has been invalidated since it was found to be due.
+bool AsioRunLoop::Fire(Mode& mode, std::shared_ptr<TimerState> state) {
+    const auto entry = std::find_if(mode.timers.begin(), mode.timers.end(),
+                                    [&](const auto& candidate) { return candidate.second == state; });
+    if (entry == mode.timers.end()) return false;
+    const CFAbsoluteTime fireDate = entry->first;
+    mode.timers.erase(entry);
     if (state->interval > 0) {
-        // Firings that were missed are not made up for.
+        // Firings that were missed are not made up for. Steps too small for the clock still lead past this moment.
+        const CFAbsoluteTime now = CFAbsoluteTimeGetCurrent();
         const double missed = std::floor((now - fireDate) / state->interval);
-        mode.timers.emplace(fireDate + (missed + 1) * state->interval, state);
+        mode.timers.emplace(std::max(fireDate + (missed + 1) * state->interval, std::nextafter(now, HUGE_VAL)), state);
     } else {
         state->use.reset();
     }
-    ++mServed;
     state->handler();
     return true;
-}
-
-/// What is due at once. Timers come first, but a timer that is always due leaves every other turn to the rest.
-bool AsioRunLoop::ServeTimerOrOther(Mode& mode) {
-    if (std::exchange(mode.wasTimer, false) && mode.context.poll_one() > 0) return true;
-    mode.wasTimer = ServeDueTimer(mode);
-    return mode.wasTimer;
 }
 
 // ---- descriptors ----
@@ -177,11 +178,7 @@ struct AsioRunLoop::WatchState {
                                              NSLog("A descriptor can't be watched: %s\n", error.message().c_str());
                                              return;
                                          }
-                                         const AtScopeEnd rearm{[&] {
-                                             if (self->live) Arm(self);
-                                         }};
-                                         ++self->use.loop->mServed;
-                                         self->handler();
+                                         self->use.mode->readable.push_back(self);
                                      });
     }
 };
@@ -192,6 +189,7 @@ class AsioRunLoop::Watch final : public DescriptorWatch {
     ~Watch() override {
         mState->use.loop->AssertOwner();
         mState->live = false;
+        std::erase(mState->use.mode->readable, mState);
         mState->descriptor.release();  // it is the caller's to close
     }
     Watch(const Watch&) = delete;
@@ -245,28 +243,77 @@ void AsioRunLoop::CFRunLoopPerformBlock(std::string_view modeName, std::function
         if (mEnded) return;  // the block goes with this call
         mode = ModeNamed(modeName);
         mode->blocks.push_back(std::move(block));
+        if (std::exchange(mode->isWoken, true)) return;
     }
-    boost::asio::post(mode->context, [this, raw = mode.get()] { ServeBlock(*raw); });
+    boost::asio::post(mode->context, [] {});
 }
 
-void AsioRunLoop::ServeBlock(Mode& mode) {
-    std::function<void()> block;
-    {
-        const std::lock_guard lock(mMutex);
-        if (mode.blocks.empty()) return;
-        block = std::move(mode.blocks.front());
-        mode.blocks.pop_front();
-    }
-    ++mServed;
-    block();
+/// Adds all that is ready now to what is left of the turn before.
+void AsioRunLoop::BeginTurn(Mode& mode) {
+    // The clock comes first: what was ready when the timer became due is then found below.
+    mode.isTimerDue = IsTimerDue(mode);
+    mode.context.poll();
+    const std::lock_guard lock(mMutex);
+    mode.isWoken = false;
+    mode.blocksOfTurn = mode.blocks.size();
 }
 
-void AsioRunLoop::ServeOne(Mode& mode, double secondsLeft) {
+/// Serves one block or one descriptor of the turn.
+bool AsioRunLoop::ServeReady(Mode& mode) {
+    if (mode.blocksOfTurn > 0) {
+        --mode.blocksOfTurn;
+        std::function<void()> block;
+        {
+            const std::lock_guard lock(mMutex);
+            block = std::move(mode.blocks.front());
+            mode.blocks.pop_front();
+        }
+        block();
+        return true;
+    }
+    if (mode.readable.empty()) return false;
+    const auto watch = std::move(mode.readable.front());
+    mode.readable.pop_front();
+    const AtScopeEnd rearm{[&] {
+        if (watch->live) WatchState::Arm(watch);
+    }};
+    watch->handler();
+    return true;
+}
+
+/// Serves one thing, of a turn under way or of a new one. @return false when nothing is ready
+bool AsioRunLoop::ServeNext(Mode& mode) {
+    for (bool hasBegun = false;; hasBegun = true) {
+        if (ServeReady(mode)) return true;
+        if (std::exchange(mode.isTimerDue, false) && IsTimerDue(mode)) return Fire(mode, mode.timers.begin()->second);
+        if (hasBegun) return false;
+        BeginTurn(mode);
+    }
+}
+
+/// A run of 0 seconds: all that was ready when it began, the timers last.
+CFRunLoopRunResult AsioRunLoop::ServeWhatIsReady(Frame& frame) {
+    Mode& mode = *frame.use.mode;
+    std::vector<std::shared_ptr<TimerState>> due;
+    const auto laterTimers = mode.timers.upper_bound(CFAbsoluteTimeGetCurrent());
+    std::for_each(mode.timers.begin(), laterTimers, [&](const auto& timer) { due.push_back(timer.second); });
+    BeginTurn(mode);
+    mode.isTimerDue = false;  // this run sees to them itself
+    // Counted: a run inside a handler may begin a turn of its own.
+    for (auto left = mode.blocksOfTurn + mode.readable.size(); left > 0 && !frame.stop; --left) ServeReady(mode);
+    for (const auto& timer : due) {
+        if (frame.stop) break;
+        Fire(mode, timer);
+    }
+    return frame.stop ? CFRunLoopRunResult::Stopped : CFRunLoopRunResult::TimedOut;
+}
+
+/// Waits until something may be ready or the first timer is due.
+void AsioRunLoop::Wait(Mode& mode, double secondsLeft) {
     double wait = secondsLeft;
     if (!mode.timers.empty()) wait = std::min(wait, mode.timers.begin()->first - CFAbsoluteTimeGetCurrent());
-    if (wait <= 0) {
-        mode.context.poll_one();
-    } else if (wait >= kForever) {
+    if (wait <= 0) return;
+    if (wait >= kForever) {
         mode.context.run_one();
     } else {
         // Rounded up, so that a timer's moment has come when the wait for it ends.
@@ -277,18 +324,16 @@ void AsioRunLoop::ServeOne(Mode& mode, double secondsLeft) {
 CFRunLoopRunResult AsioRunLoop::Run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled) {
     Mode& mode = *frame.use.mode;
     const bool forever = seconds >= kForever;
-    const bool poll = !(seconds > 0);
     // The slice is measured in real time, also where timers follow a simulated clock.
     const auto start = Steady::now();
     for (double left = seconds;;) {
         if (frame.stop) return CFRunLoopRunResult::Stopped;
-        const std::size_t servedBefore = mServed;
-        if (!ServeTimerOrOther(mode)) ServeOne(mode, left);
-        const bool served = mServed != servedBefore;
+        const bool served = ServeNext(mode);
         if (frame.stop) return CFRunLoopRunResult::Stopped;
         if (served && returnAfterSourceHandled) return CFRunLoopRunResult::HandledSource;
         if (!forever) left = seconds - Seconds(Steady::now() - start).count();
-        if (left <= 0 && !(poll && served)) return CFRunLoopRunResult::TimedOut;
+        if (!(left > 0)) return CFRunLoopRunResult::TimedOut;
+        if (!served) Wait(mode, left);
     }
 }
 
@@ -296,7 +341,8 @@ CFRunLoopRunResult AsioRunLoop::CFRunLoopRunInMode(std::string_view mode, CFTime
                                                    bool returnAfterSourceHandled) {
     AssertOwner();
     Frame frame(shared_from_this(), mode);
-    return Run(frame, seconds, returnAfterSourceHandled);
+    const bool isPoll = !(seconds > 0) && !returnAfterSourceHandled;
+    return isPoll ? ServeWhatIsReady(frame) : Run(frame, seconds, returnAfterSourceHandled);
 }
 
 void AsioRunLoop::CFRunLoopRun() {

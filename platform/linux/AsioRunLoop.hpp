@@ -75,16 +75,18 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
 
     std::shared_ptr<Mode> ModeNamed(std::string_view name);  // mMutex held
     void Leave(Mode& mode);
-    void ServeBlock(Mode& mode);
-    bool ServeDueTimer(Mode& mode);
-    bool ServeTimerOrOther(Mode& mode);
-    void ServeOne(Mode& mode, double secondsLeft);
+    static bool IsTimerDue(const Mode& mode);
+    static bool Fire(Mode& mode, std::shared_ptr<TimerState> state);
+    void BeginTurn(Mode& mode);
+    bool ServeReady(Mode& mode);
+    bool ServeNext(Mode& mode);
+    static void Wait(Mode& mode, double secondsLeft);
+    CFRunLoopRunResult ServeWhatIsReady(Frame& frame);
     CFRunLoopRunResult Run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled);
     void AssertOwner() const;
 
     const std::thread::id mOwner = std::this_thread::get_id();
     std::atomic<bool> mEnded = false;
-    std::size_t mServed = 0;                // owner thread: blocks, timers and watches served so far
     std::vector<ScheduledSource> mSources;  // owner thread
 
     mutable std::mutex mMutex;

@@ -12,6 +12,7 @@ namespace platform {
 namespace {
 
 constexpr unsigned kNoTimeout = 0;
+constexpr CFAbsoluteTime kLongPast = 0;
 constexpr std::chrono::seconds kTakeBackLimit{5};  // the kernel cancels at once; only a broken one reaches this
 
 }  // namespace
@@ -116,7 +117,7 @@ void UsbTransfers::Schedule(const std::shared_ptr<AsioRunLoop>& loop, std::strin
     mLoop = loop;
     mMode = mode;
     mWatch = loop->WatchReadable(mode, mConnection->EventDescriptor(), [this] { HandleEvents(); });
-    if (!mDone.empty()) ReportLater();
+    if (!mDone.empty()) ReportLater(kLongPast);
 }
 
 void UsbTransfers::Unschedule() {
@@ -126,9 +127,10 @@ void UsbTransfers::Unschedule() {
 }
 
 /// For what is done already: no descriptor will announce it again.
-void UsbTransfers::ReportLater() {
+/// @param moment  timers with an earlier one, a time-out that is due say, fire before
+void UsbTransfers::ReportLater(CFAbsoluteTime moment) {
     if (!mLoop) return;
-    mLater = mLoop->CFRunLoopAddTimer(mMode, CFAbsoluteTimeGetCurrent(), 0, [weak = weak_from_this()] {
+    mLater = mLoop->CFRunLoopAddTimer(mMode, moment, 0, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self) return;
         try {
@@ -141,10 +143,12 @@ void UsbTransfers::ReportLater() {
     });
 }
 
-/// What is left over waits for the next run.
+/// What is left over waits for the next run. What came from the kernel is still in time for a time-out that is due by
+/// now; a refused transfer is not, or completions that start another one each time would keep time-outs off for ever.
 void UsbTransfers::EndRun() {
+    const CFAbsoluteTime moment = mDone.empty() ? CFAbsoluteTimeGetCurrent() : kLongPast;
     mDone.splice(mDone.end(), mRefused);
-    if (!mDone.empty()) ReportLater();
+    if (!mDone.empty()) ReportLater(moment);
 }
 
 void UsbTransfers::Report() {

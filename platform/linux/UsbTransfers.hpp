@@ -71,7 +71,7 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
 
     static void LIBUSB_CALL Ended(libusb_transfer* transfer);
     void HandleEvents();
-    void ReportLater();
+    void ReportLater(CFAbsoluteTime moment);
     void EndRun();
     void Report();
     void TakeBack();

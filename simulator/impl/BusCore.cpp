@@ -81,24 +81,35 @@ void Connection::postOne(Aftermath& after) {
     after.post(mSchedule, [self = shared_from_this(), schedule = mSchedule] { self->deliver(schedule); });
 }
 
+/// What a call-back brings about at once, a read that it starts and that can be served, is delivered in the same run,
+/// as libusb does it. A failure waits for a run of its own.
 void Connection::deliver(const std::shared_ptr<const Schedule>& schedule) {
-    Completion completion;
-    {
+    constexpr int kMostInOneRun = 25;
+    std::size_t left = 1;
+    for (int count = 0; left > 0 && count < kMostInOneRun; --left, ++count) {
+        Completion completion;
+        std::size_t waiting = 0;
+        {
+            const std::lock_guard lock(mCore->mMutex);
+            if (schedule != mSchedule || mCompletions.empty()) return;
+            if (count > 0 && mCompletions.front().result != platform::kIOReturnSuccess) return;
+            completion = std::move(mCompletions.front());
+            mCompletions.pop_front();
+            waiting = mCompletions.size();
+        }
+        auto& transfer = completion.transfer;
+        std::size_t length = transfer.written;
+        if (transfer.buffer.data()) {
+            length = transfer.bytes.size();
+            std::copy(transfer.bytes.begin(), transfer.bytes.end(), transfer.buffer.begin());
+        }
+        // The byte count travels in the pointer itself.
+        ++mDelivering;
+        const std::unique_ptr<int, void (*)(int*)> done(&mDelivering, [](int* delivering) { --*delivering; });
+        transfer.callback(transfer.refCon, completion.result, reinterpret_cast<void*>(length));
         const std::lock_guard lock(mCore->mMutex);
-        if (schedule != mSchedule || mCompletions.empty()) return;
-        completion = std::move(mCompletions.front());
-        mCompletions.pop_front();
+        if (mCompletions.size() > waiting) left = mCompletions.size() + 1;
     }
-    auto& transfer = completion.transfer;
-    std::size_t count = transfer.written;
-    if (transfer.buffer.data()) {
-        count = transfer.bytes.size();
-        std::copy(transfer.bytes.begin(), transfer.bytes.end(), transfer.buffer.begin());
-    }
-    // The byte count travels in the pointer itself.
-    ++mDelivering;
-    const std::unique_ptr<int, void (*)(int*)> done(&mDelivering, [](int* delivering) { --*delivering; });
-    transfer.callback(transfer.refCon, completion.result, reinterpret_cast<void*>(count));
 }
 
 // ---- Listener

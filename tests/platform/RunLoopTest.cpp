@@ -13,6 +13,7 @@
 #include "platform/Platform.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/Dispatch.hpp"
+#include "simulator/SimulatedRunLoops.hpp"
 #include "tests/support/Holdings.hpp"
 #include "tests/support/MainQueueContract.hpp"
 
@@ -77,7 +78,7 @@ TEST_F(RunLoop, ServesOnlyWhatBelongsToTheModeThatRuns) {
 
     for (int i = 0; i < 3; ++i) EXPECT_EQ(Run("mine"), CFRunLoopRunResult::HandledSource);
     EXPECT_EQ(Run("mine", 0), CFRunLoopRunResult::TimedOut);
-    EXPECT_EQ(order, (std::vector<std::string>{"timer", "block"}));
+    EXPECT_EQ(order, (std::vector<std::string>{"block", "timer"}));
     EXPECT_EQ(source->served, 1);
     loop->CFRunLoopRemoveSource(source);
     source->Signal();
@@ -101,46 +102,130 @@ TEST_F(RunLoop, SourceStaysArmedAfterItsHandlerHasThrownUntilItRemovesItselfAndI
 }
 
 TEST_F(RunLoop, TimersFireInOrderOfTheirMomentsAndEndTheirWait) {
-    std::vector<int> fired;
-    const auto later = loop->CFRunLoopAddTimer("mine", In(0.02), 0, [&] { fired.push_back(2); });
+    std::string fired;
+    const auto later = loop->CFRunLoopAddTimer("mine", In(0.02), 0, [&] { fired += "later"; });
     std::unique_ptr<CFRunLoopTimer> sooner = loop->CFRunLoopAddTimer("mine", In(0.01), 0, [&] {
         EXPECT_FALSE(sooner->CFRunLoopTimerIsValid());
-        fired.push_back(1);
+        fired += "sooner ";
         sooner.reset();  // from its own handler
     });
-    const auto never = loop->CFRunLoopAddTimer("mine", In(0.015), 0, [&] { fired.push_back(3); });
-    never->CFRunLoopTimerInvalidate();
-    EXPECT_EQ(Run("mine"), CFRunLoopRunResult::HandledSource);
-    EXPECT_EQ(Run("mine"), CFRunLoopRunResult::HandledSource);
-    EXPECT_EQ(fired, (std::vector<int>{1, 2}));
+    loop->CFRunLoopAddTimer("mine", In(0.015), 0, [] { FAIL(); })->CFRunLoopTimerInvalidate();
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(Run("mine"), CFRunLoopRunResult::HandledSource);
+    EXPECT_EQ(fired, "sooner later");
     EXPECT_EQ(loop->ModeCount(), 0U);
 }
 
-TEST_F(RunLoop, RepeatingTimerFiresUntilInvalidatedAndSkipsWhatItMissed) {
-    int fired = 0;
-    const auto start = CFAbsoluteTimeGetCurrent();
-    std::unique_ptr<CFRunLoopTimer> timer = loop->CFRunLoopAddTimer("mine", start - 0.0105, 0.001, [&] {
-        if (++fired == 3) timer->CFRunLoopTimerInvalidate();
-    });
-    while (timer->CFRunLoopTimerIsValid()) Run("mine");
-    EXPECT_EQ(fired, 3);
-    EXPECT_GE(CFAbsoluteTimeGetCurrent() - start, 0.001);  // ten missed firings count as one
+TEST_F(RunLoop, RepeatingTimerSkipsWhatItMissedHoweverShortItsPeriod) {
+    int fired = 0, firedAlways = 0;
+    const auto timer = loop->CFRunLoopAddTimer("mine", In(-10500), 1000, [&] { ++fired; });
+    const auto always = loop->CFRunLoopAddTimer("mine", In(-10.5), 1e-9, [&] { ++firedAlways; });
+    for (int run = 1; run <= 3; ++run) {
+        loop->CFRunLoopRunInMode("mine", 0, false);
+        EXPECT_EQ(fired, 1);
+        EXPECT_EQ(firedAlways, run);
+    }
+    timer->CFRunLoopTimerInvalidate();
+    EXPECT_FALSE(timer->CFRunLoopTimerIsValid());
 }
 
-TEST_F(RunLoop, TimerThatIsAlwaysDueLeavesTheRestItsTurns) {
-    constexpr double kAtOnce = 1e-9;
-    int fired = 0;
-    const auto timer = loop->CFRunLoopAddTimer("mine", In(0), kAtOnce, [&] {
-        if (++fired == 1000) loop->CFRunLoopStop();
+/// The real loop, and a source that is ready from Signal() until it has been served.
+struct RealLoop {
+    RealLoop() { loop->CFRunLoopAddSource(source, "mine"); }
+    ~RealLoop() { loop->End(); }
+    void Signal() { source->Signal(); }
+    const std::shared_ptr<AsioRunLoop> loop = std::make_shared<AsioRunLoop>();
+    const std::shared_ptr<EventSource> source = std::make_shared<EventSource>();
+    std::function<void()>& onServed = source->onServed;
+};
+
+/// In simulated time there is nothing but blocks.
+struct SimulatedLoop {
+    void Signal() {
+        loop->CFRunLoopPerformBlock("mine", [this] { onServed(); });
+    }
+    simulator::SimulatedClock clock;
+    const PlatformScope scope{{.clock = &clock}};
+    simulator::SimulatedRunLoops loops{clock};
+    const std::shared_ptr<CFRunLoop> loop = loops.CFRunLoopGetCurrent();
+    std::function<void()> onServed;
+};
+
+/// What holds for every loop.
+template <typename Backend>
+class RunLoopContract : public ::testing::Test {
+  protected:
+    /// A block and the source: each is ready once or, in a flood, again whenever it has been served.
+    void MakeReady(bool isFlood) {
+        blocksServed = sourceServed = 0;
+        block = [this, isFlood] {
+            if (++blocksServed < kMany && isFlood) Post(block);
+        };
+        backend.onServed = [this, isFlood] {
+            if (++sourceServed < kMany && isFlood) backend.Signal();
+        };
+        Post(block);
+        backend.Signal();
+    }
+    void Post(const std::function<void()>& action) { loop.CFRunLoopPerformBlock("mine", action); }
+    std::unique_ptr<CFRunLoopTimer> AddDueTimer(const std::function<void()>& handler) {
+        return loop.CFRunLoopAddTimer("mine", CFAbsoluteTimeGetCurrent() - 0.5, 0, handler);
+    }
+    CFRunLoopRunResult RunOnce() { return loop.CFRunLoopRunInMode("mine", kWatchdog, true); }
+    void ExpectServed(int times) { EXPECT_EQ(std::pair(blocksServed, sourceServed), std::pair(times, times)); }
+
+    static constexpr int kMany = 1000;
+    Backend backend;
+    CFRunLoop& loop = *backend.loop;
+    int blocksServed = 0, sourceServed = 0;
+    std::function<void()> block;
+};
+using EveryLoop = ::testing::Types<RealLoop, SimulatedLoop>;
+TYPED_TEST_SUITE(RunLoopContract, EveryLoop);
+
+TYPED_TEST(RunLoopContract, WhatIsReadyWhenATimerIsDueIsServedOnceAndThenTheTimerFires) {
+    for (const bool isFlood : {false, true}) {
+        SCOPED_TRACE(isFlood);
+        this->MakeReady(isFlood);
+        const auto timer = this->AddDueTimer([&] { this->ExpectServed(1); });
+        int runs = 0;
+        for (; timer->CFRunLoopTimerIsValid() && runs < this->kMany; ++runs) this->RunOnce();
+        EXPECT_EQ(runs, 3);
+    }
+}
+
+TYPED_TEST(RunLoopContract, TimerThatComesDueWhileThingsAreServedLetsTheReadyOnesPass) {
+    std::string order;
+    std::unique_ptr<CFRunLoopTimer> timer;
+    this->Post([&] {
+        this->Post([&] { order += "-posted"; });
+        timer = this->AddDueTimer([&] { order += "-timer"; });
+        order += "first";
     });
-    loop->CFRunLoopAddSource(source, "mine");
-    source->Signal();
-    loop->CFRunLoopPerformBlock("mine", [&] { loop->CFRunLoopStop(); });
-    EXPECT_EQ(loop->CFRunLoopRunInMode("mine", kWatchdog, false), CFRunLoopRunResult::Stopped);
-    EXPECT_LT(fired, 10);
-    while (source->served == 0 && fired < 1000) Run("mine");
-    EXPECT_LT(fired, 20);
-    loop->CFRunLoopRemoveSource(source);
+    this->Post([&] { order += "-second"; });
+    for (int i = 0; i < 4; ++i) this->RunOnce();
+    EXPECT_EQ(order, "first-second-posted-timer");
+}
+
+TYPED_TEST(RunLoopContract, RunOfZeroSecondsServesWhatWasReadyAndALongerOneWhatIsPostedMeanwhileInAnyFlood) {
+    this->MakeReady(true);
+    std::vector<std::unique_ptr<CFRunLoopTimer>> timers;
+    const std::function<void()> addTimer = [&] {
+        if (timers.size() < this->kMany) timers.push_back(this->AddDueTimer(addTimer));
+    };
+    addTimer();
+    for (int run = 1; run <= 2; ++run) {
+        EXPECT_EQ(this->loop.CFRunLoopRunInMode("mine", 0, false), CFRunLoopRunResult::TimedOut);
+        this->ExpectServed(run);
+        EXPECT_EQ(timers.size(), static_cast<std::size_t>(run) + 1);
+    }
+    this->Post([&] { this->Post([&] { this->loop.CFRunLoopStop(); }); });
+    EXPECT_EQ(this->loop.CFRunLoopRunInMode("mine", kWatchdog, false), CFRunLoopRunResult::Stopped);
+    EXPECT_LT(this->blocksServed, 10);
+}
+
+TYPED_TEST(RunLoopContract, CallOfAnotherThreadStopsTheProcess) {
+    EXPECT_DEATH(std::thread([this] { this->RunOnce(); }).join(), "used by a thread that does not own it");
+    EXPECT_DEATH(std::thread([this] { this->AddDueTimer({}); }).join(), "used by a thread that does not own it");
 }
 
 TEST_F(RunLoop, StopEndsTheInnermostRunOnly) {

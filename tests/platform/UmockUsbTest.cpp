@@ -1,5 +1,7 @@
 #include <stdexcept>
 
+#include "IOU/IOU_UsbLink.hpp"
+#include "THR/THR_CancelRequested.hpp"
 #include "platform/Platform.hpp"
 #include "tests/support/UmockBackend.hpp"
 #include "tests/support/UsbContract.hpp"
@@ -39,7 +41,9 @@ class UmockUsbTest : public ::testing::Test, public support::UmockBackend {
     std::string path;
 
   private:
-    PlatformScope mScope{{.log = [](const std::string& line) { gLog.push_back(line); }}};
+    PlatformScope mScope{{.runLoops = &runLoops(), .masterPort = &registry(), .log = [](const std::string& line) {
+                              gLog.push_back(line);
+                          }}};
 };
 
 TEST_F(UmockUsbTest, DevicesOfOneMomentComeInOneNotificationAndEachAttachOnce) {
@@ -128,6 +132,23 @@ TEST_F(UmockUsbTest, CompletionThatThrowsLosesNoneOfThoseBehindIt) {
         EXPECT_THROW(loop().CFRunLoopRunInMode("contract", 10, true), std::runtime_error);
         EXPECT_EQ(counts.size(), i);
     }
+}
+
+TEST_F(UmockUsbTest, WhatTheKernelHasForUsComesBeforeATimeOutThatIsDue) {
+    {
+        thr::CancelRequestedFunctor_t cancel;
+        iou::UsbLink_t link(cancel, path, iou::UsbLink_t::PacketCheckingModeDefault, 30000);
+        Send(77);
+        EXPECT_EQ(link.GetFrameWithTimeout(0).Id(), 77);
+    }
+    // A failure that keeps out of the run of the success before it is still in time.
+    Opened opened(*this, path);
+    for (int i = 0; i < 2; ++i) opened.read(opened.interruptIn);
+    Send(78);
+    usb.unplug();
+    const auto timeOut = loop().CFRunLoopAddTimer("contract", CFAbsoluteTimeGetCurrent(), 0,
+                                                  [&] { EXPECT_EQ(opened.completions.size(), 2U); });
+    while (timeOut->CFRunLoopTimerIsValid()) loop().CFRunLoopRunInMode("contract", 10, true);
 }
 
 TEST_F(UmockUsbTest, InterfaceMayBeClosedByItsOwnCompletion) {
