@@ -1,6 +1,7 @@
 #pragma once
 
 #include "GLO/GLO_AutoPtr.hpp"
+#include "GLO/GLO_Exception.hpp"
 #include "WIN/WIN_Duration.hpp"
 
 #include <atomic>

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "GLO/GLO_Exception.hpp"
+
 namespace thr {
 
 class CancelRequested_t;

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "THR/THR_Exception.hpp"
+
 namespace platform {
 class CFMessagePort;
 }

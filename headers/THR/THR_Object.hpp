@@ -5,6 +5,7 @@
 #include "GLO/GLO_AutoPtr.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
 #include "THR/THR_CancelRequested.hpp"
+#include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalReference.hpp"
 #include "THR/THR_ObjectId.hpp"
 

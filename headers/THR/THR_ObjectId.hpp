@@ -3,6 +3,8 @@
 #include <compare>
 #include <cstdint>
 
+#include "THR/THR_Exception.hpp"
+
 namespace thr {
 
 class Stack_t;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "GLO/GLO_NonCopyable.hpp"
+#include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalReference.hpp"
 #include "THR/THR_MessagePort.hpp"
 #include "THR/THR_ObjectId.hpp"

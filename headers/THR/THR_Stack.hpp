@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "THR/THR_Exception.hpp"
+
 namespace thr {
 
 class Stack_t;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "THR/THR_Exception.hpp"
+
 namespace thr {
 
 class Stack_t;

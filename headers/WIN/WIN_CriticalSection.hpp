@@ -2,6 +2,7 @@
 
 #include "GLO/GLO_Lock.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
+#include "WIN/WIN_Error.hpp"
 #include "WIN/WIN_Mutex.hpp"
 
 namespace win {

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <pthread.h>
+#include <sys/types.h>  // where the system has the bare type
 
 #include "GLO/GLO_NonCopyable.hpp"
+#include "WIN/WIN_Error.hpp"
 
 namespace win {
 
@@ -16,8 +17,8 @@ class Mutex_t : public glo::NonCopyable_t {
     ~Mutex_t();
 
     /// Blocks. @return 0, or the system's error number. Any thread.
-    int Lock() { return pthread_mutex_lock(&mMutex); }
-    int Unlock() { return pthread_mutex_unlock(&mMutex); }
+    int Lock();
+    int Unlock();
 
   private:
     pthread_mutex_t mMutex;

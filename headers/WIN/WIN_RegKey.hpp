@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "WIN/WIN_Error.hpp"
+
 namespace win {
 
 class RegError_t;

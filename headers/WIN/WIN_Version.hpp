@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "THR/THR_Exception.hpp"
+
 namespace thr {
 class BadStackException_t;
 class Stack_t;

@@ -1,7 +1,5 @@
 #include "WIN/WIN_CriticalSection.hpp"
 
-#include "WIN/WIN_Error.hpp"
-
 namespace win {
 
 CriticalSection_t::~CriticalSection_t() = default;

@@ -1,6 +1,6 @@
 #include "WIN/WIN_Mutex.hpp"
 
-#include "WIN/WIN_Error.hpp"
+#include <pthread.h>
 
 namespace win {
 namespace {
@@ -33,6 +33,14 @@ Mutex_t::Mutex_t() {
 
 Mutex_t::~Mutex_t() {
     pthread_mutex_destroy(&mMutex);
+}
+
+int Mutex_t::Lock() {
+    return pthread_mutex_lock(&mMutex);
+}
+
+int Mutex_t::Unlock() {
+    return pthread_mutex_unlock(&mMutex);
 }
 
 }  // namespace win
