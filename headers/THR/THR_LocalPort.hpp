@@ -51,14 +51,15 @@ class LocalPort_t : public MessageHandlerIntf_t, private glo::NonCopyable_t {
     /// Pushes the port's name, for MessagePort_t to connect to.
     void Push(Stack_t& stack) const;
 
+    /// Takes this port's name back off.
+    /// @throws thr::BadStackException_t  it is not on top; the stack is unchanged
+    void Pop(Stack_t& stack) const;
+
     std::wstring const& Name() const { return mPort.Name(); }
 
   private:
     std::map<ObjectId_t, std::shared_ptr<LocalReference_t>> mReferences;
     MessagePort_t mPort;  ///< last: it goes before what its messages use
 };
-
-/// Pushes the port's name.
-Stack_t& operator<<(Stack_t& stack, LocalPort_t const& port);
 
 }  // namespace thr

@@ -7,7 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "GEO/GEO_Position.hpp"
+#include "GLO/GLO_Time.hpp"
 #include "THR/THR_Exception.hpp"
+#include "WIN/WIN_Duration.hpp"
 
 namespace thr {
 
@@ -20,15 +23,21 @@ concept StackValue = requires(T const& constant, T& value, Stack_t& stack) {
     value.Pop(stack);
 };
 
-/// A number or an address, which goes onto a stack as its bytes.
+template <typename T, typename... Types>
+concept OneOf = (std::same_as<T, Types> || ...);
+
+/// A number, an address or one of the library's plain values, which goes onto a stack as its bytes. A pointer to
+/// characters is none: it is pushed as the text that it points to, and can't be popped.
 template <typename T>
-concept StackScalar =
-    (std::is_arithmetic_v<T> && !std::is_same_v<T, bool>) || std::is_enum_v<T> || std::is_pointer_v<T>;
+concept StackScalar = (std::is_arithmetic_v<T> && !std::is_same_v<T, bool>) || std::is_enum_v<T> ||
+                      (std::is_pointer_v<T> && !OneOf<std::remove_cv_t<std::remove_pointer_t<T>>, char, signed char,
+                                                      unsigned char, wchar_t, char8_t, char16_t, char32_t>) ||
+                      OneOf<T, win::Duration_t, glo::Time_t, glo::TimeSpan_t, geo::Position_t>;
 
 /// The arguments of a call to another thread of this process, packed into bytes. Last in, first out: values are popped
 /// in the opposite order of their pushes.
 ///
-///     number, address   its bytes, in host order
+///     number, address   its bytes, in host order; so durations, times and positions
 ///     narrow string     the bytes, then their count in 8 bytes
 ///     wide string       4 bytes a character, then the count of characters in 8 bytes
 ///

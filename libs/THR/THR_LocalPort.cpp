@@ -97,9 +97,12 @@ void LocalPort_t::Push(Stack_t& stack) const {
     stack << Name();
 }
 
-Stack_t& operator<<(Stack_t& stack, LocalPort_t const& port) {
-    port.Push(stack);
-    return stack;
+void LocalPort_t::Pop(Stack_t& stack) const {
+    Stack_t rest = stack;
+    std::wstring name;
+    rest >> name;
+    if (name != Name()) throw BadStackException_t(cFile, __LINE__, L"Another port's name: " + name);
+    stack = std::move(rest);
 }
 
 LocalReference_t::LocalReference_t(Object_t& object) : mObject(&object), mId(object.Id()) {

@@ -156,6 +156,19 @@ TEST(Stack, ValuesComeBackLastInFirstOut) {
         std::make_tuple(L"", 2.5, -5, win::Version_t(1, 2, 3, 4), id, L"wide \x1F600", std::string("narrow\0x", 8)));
     EXPECT_TRUE(stack.IsEmpty());
     EXPECT_NE(id, ObjectId_t::Next());
+
+    // Text by pointer goes as text; its address means nothing to the other side.
+    const char* const narrowText = "narrow";
+    const wchar_t* const wideText = L"wide";
+    stack =
+        Stack(narrowText, wideText, win::Duration_t(5), glo::Time_t(7), glo::TimeSpan_t(0.5), geo::Position_t(1, 2));
+    EXPECT_EQ(Pop<geo::Position_t>(stack), geo::Position_t(1, 2));
+    EXPECT_EQ(Pop<glo::TimeSpan_t>(stack), glo::TimeSpan_t(0.5));
+    EXPECT_EQ(Pop<glo::Time_t>(stack), glo::Time_t(7));
+    EXPECT_EQ(Pop<win::Duration_t>(stack), 5U);
+    EXPECT_EQ(Pop<std::wstring>(stack), wideText);
+    EXPECT_EQ(Pop<std::string>(stack), narrowText);
+    static_assert(!StackScalar<const char*> && !StackScalar<wchar_t*>);
 }
 
 TEST(Stack, PoppingMoreThanIsThereThrowsWithADumpAndTakesNothing) {
@@ -193,6 +206,12 @@ TEST_F(CallTest, APortRefusesWhatIsNoCallAndLogsWhatItCantDeliver) {
     ASSERT_EQ(gLog.size(), 2u);
     EXPECT_EQ(gLog[0].find("Error: No message handler at libs/THR/mac/THR_MessagePort, "), 0u);
     EXPECT_EQ(gLog[1].find("Exception thrown at libs/THR/THR_LocalPort, "), 0u);
+
+    LocalPort_t& port = LocalPort_t::GetLocalPort();
+    stack = Stack(1, port);
+    stack >> port;
+    EXPECT_THROW(stack >> port, BadStackException_t);
+    EXPECT_EQ(stack.Bytes(), Stack(1).Bytes());
 
     Stack_t empty;
     EXPECT_THROW(deaf.SendStack(gcAsyncCall, empty, L"name"), Exception_t);
@@ -276,6 +295,21 @@ TEST_F(CallTest, ABoundFunctorSeesTheCancelOfAnotherThread) {
     mine.Retain();
     mine.Retain();
     EXPECT_EQ(mine.Release(), 1u);
+}
+
+TEST_F(CallTest, MessagesThatKeepComingEndNeitherServingWithoutWaitNorATestForCancellation) {
+    Counter_t mine;
+    Stack_t address;
+    mine.PushOnStack(address);
+    mine.mPeer.reset(new RemoteReference_t(address));
+    static const Method_t callAgain = [](Object_t& object, Stack_t&, Stack_t&) {
+        if (++Counter_t::From(object).mCount < 1000) Counter_t::From(object).mPeer->CallAsync(callAgain, {});
+    };
+    mine.mPeer->CallAsync(callAgain, {});
+    ProcessMessageWithNoWait();
+    EXPECT_EQ(mine.mCount, 1);
+    EXPECT_FALSE(mine.CancelRequested());
+    EXPECT_EQ(mine.mCount, 2);
 }
 
 TEST_F(CallTest, TheRunLoopEndsByAbortAndByTheLastReleaseAndByNothingElse) {
