@@ -15,7 +15,7 @@ class TimerEventIntf_t {
   public:
     virtual ~TimerEventIntf_t() = default;
 
-    /// Called on each expiry. Callback on the main thread.
+    /// Called on each expiry. It may destroy the timer; what it throws is logged. Callback on the main thread.
     virtual void HandleTimeout() = 0;
 };
 

@@ -1,8 +1,9 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <functional>
 #include <vector>
 
+#include "GLO/GLO_Exception.hpp"
 #include "WIN/WIN_CallbackTimer.hpp"
 #include "WIN/WIN_Timer.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
@@ -16,7 +17,7 @@ class CallbackTimer : public testing::Test, public win::TimerEventIntf_t {
     CallbackTimer() { mTimer.SetHandler(*this); }
     void HandleTimeout() override {
         mExpiries.push_back(std::chrono::duration_cast<milliseconds>(mWorld.elapsed()).count());
-        if (mOnExpiry) mOnExpiry();
+        if (const auto onExpiry = mOnExpiry) onExpiry();
     }
     /// Moments of the expiries up to this one, in milliseconds from the start.
     std::vector<long> ExpiriesUntil(long moment) {
@@ -75,6 +76,33 @@ TEST_F(CallbackTimer, HandlerMayStopOrRestartItsTimer) {
     EXPECT_EQ(ExpiriesUntil(50), (Moments{10, 20, 30, 50}));
     mOnExpiry = [this] { mTimer.Stop(); };
     EXPECT_EQ(ExpiriesUntil(500), (Moments{10, 20, 30, 50, 70}));
+}
+
+TEST_F(CallbackTimer, HandlerMayDestroyItsTimer) {
+    for (auto const start : {&win::CallbackTimer_t::OneShot, &win::CallbackTimer_t::Start}) {
+        mExpiries.clear();
+        auto* const timer = new win::CallbackTimer_t;
+        timer->SetHandler(*this);
+        mOnExpiry = [timer] { delete timer; };
+        (timer->*start)(10);
+        mWorld.runFor(milliseconds(100));
+        EXPECT_EQ(mExpiries.size(), 1U);
+    }
+}
+
+TEST_F(CallbackTimer, WhatItsHandlerThrowsIsLoggedAndEndsAOneShotButNotARepeatingTimer) {
+    mOnExpiry = [] { throw glo::Exception_t("some/File", 77, L"why", "sub"); };
+    mTimer.OneShot(10);
+    mWorld.runFor(milliseconds(100));
+    mOnExpiry = [] { throw 1; };
+    mTimer.Duration(20);  // starts nothing: the timer has ended
+    mWorld.runFor(milliseconds(100));
+    mTimer.Start(50);
+    EXPECT_EQ(ExpiriesUntil(310), (Moments{10, 250, 300}));
+    EXPECT_THAT(mWorld.log(),
+                testing::ElementsAre(
+                    testing::StartsWith("Exception thrown at some/File, 77; caught at libs/WIN/mac/WINNativeTimer, "),
+                    testing::StartsWith("Unknown exception caught at libs/WIN/mac/WINNativeTimer, "), testing::_));
 }
 
 class StandingClock : public platform::Clock {

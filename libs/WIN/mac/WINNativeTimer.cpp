@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "GLO/GLO_Exception.hpp"
 #include "WIN/WIN_CallbackTimer.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/Platform.hpp"
@@ -54,7 +55,13 @@ void WINNativeTimer_t::Fired(std::uint64_t generation, bool repeats) {
         const std::lock_guard lock(mLock);
         if (generation != mGeneration) return;
     }
-    runCallback();
+    const std::weak_ptr<void> self = mSelf;
+    try {
+        runCallback();
+    } catch (...) {
+        glo::LogCaughtException("libs/WIN/mac/WINNativeTimer", __LINE__);
+    }
+    if (self.expired()) return;  // the handler has destroyed its timer, and this with it
     const std::lock_guard lock(mLock);
     if (!repeats && generation == mGeneration) mIsRunning = false;
 }

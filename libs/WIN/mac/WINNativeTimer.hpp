@@ -28,15 +28,16 @@ class WINNativeTimer_t {
     bool isTimerRunning() const;
     void stopTimer();
 
-    /// The callback timer's expiry, if this runs. Callback on the main thread.
+    /// The callback timer's expiry, if this runs. The handler may destroy both timers. Callback on the main thread.
     void runCallback();
 
   private:
     void Fired(std::uint64_t generation, bool repeats);
 
     win::CallbackTimer_t& mCallback;
-    mutable std::mutex mLock;                   ///< guards all below
-    std::shared_ptr<platform::NSTimer> mTimer;  ///< null while being made, although it runs already
+    const std::shared_ptr<void> mSelf = std::make_shared<char>();  ///< tells an expiry under way that this is gone
+    mutable std::mutex mLock;                                      ///< guards all below
+    std::shared_ptr<platform::NSTimer> mTimer;                     ///< null while being made, although it runs already
     bool mIsRunning = false;
     std::uint64_t mGeneration =
         0;  ///< counts starts: an expiry of an earlier timer that is still on its way is dropped
