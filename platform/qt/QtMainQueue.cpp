@@ -6,6 +6,7 @@
 #include <QTimer>
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <future>
 #include <limits>
 #include <mutex>
@@ -25,11 +26,17 @@ void runGuarded(const std::function<void()>& block) {
     }
 }
 
-int millisecondsOf(CFTimeInterval seconds) {
-    return static_cast<int>(std::clamp(seconds * 1000.0, 0.0, static_cast<double>(std::numeric_limits<int>::max())));
-}
-
 }  // namespace
+
+QtPeriod::QtPeriod(CFTimeInterval seconds) {
+    constexpr double kLongestPiece = std::numeric_limits<int>::max();
+    constexpr double kLongest = 1e18;        // milliseconds: longer than any machine runs
+    constexpr double kRoundingError = 1e-3;  // 1.001 seconds are 1000.9999999999999 milliseconds
+    const double all = std::clamp(std::ceil(seconds * 1000.0 - kRoundingError), 0.0, kLongest);
+    const double count = std::max(1.0, std::ceil(all / kLongestPiece));
+    pieces = static_cast<std::uint64_t>(count);
+    milliseconds = static_cast<int>(std::ceil(all / count));
+}
 
 /// The way to the main thread, for as long as the queue lives.
 class QtMainThread {
@@ -72,7 +79,8 @@ namespace {
 /// Shared by the caller's handle and by the timer on the main thread.
 struct TimerState {
     std::atomic<bool> valid = true;
-    QPointer<QTimer> timer;  ///< main thread only
+    QPointer<QTimer> timer;           ///< main thread only
+    std::uint64_t piecesElapsed = 0;  ///< main thread only
 };
 
 class QtTimer final : public NSTimer {
@@ -127,16 +135,17 @@ std::shared_ptr<NSTimer> QtMainQueue::scheduledTimerWithTimeInterval(CFTimeInter
         auto* const timer = new QTimer(&mainThread->receiver());  // owned by the receiver
         state->timer = timer;
         timer->setTimerType(Qt::PreciseTimer);
-        timer->setSingleShot(!repeats);
-        QObject::connect(timer, &QTimer::timeout, timer, [timer, state, repeats, handler] {
-            if (!state->valid) return;
+        const QtPeriod period(seconds);
+        QObject::connect(timer, &QTimer::timeout, timer, [timer, state, period, repeats, handler] {
+            if (!state->valid || ++state->piecesElapsed % period.pieces != 0) return;
             if (!repeats) {
                 state->valid = false;
+                timer->stop();
                 timer->deleteLater();
             }
             runGuarded(handler);
         });
-        timer->start(millisecondsOf(seconds));
+        timer->start(period.milliseconds);
     });
     return std::make_shared<QtTimer>(mMainThread, std::move(state));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "platform/Dispatch.hpp"
@@ -7,6 +8,15 @@
 namespace platform {
 
 class QtMainThread;
+
+/// A time as the toolkit's timers can count it: that many pieces of whole milliseconds each.
+struct QtPeriod {
+    /// Rounded up, so that no timer is early.
+    explicit QtPeriod(CFTimeInterval seconds);
+
+    int milliseconds;
+    std::uint64_t pieces;  ///< 1 up to 24.8 days
+};
 
 /// The main queue on Qt's event loop: blocks and timers run on the thread that made this object, which must be the
 /// application's thread, while its event loop runs. Made after QCoreApplication and destroyed before it. What is still

@@ -1,6 +1,7 @@
 #include "platform/qt/QtMainQueue.hpp"
 
 #include <QCoreApplication>
+#include <tuple>
 
 #include "tests/support/MainQueueContract.hpp"
 
@@ -25,6 +26,25 @@ TEST(QtMainQueue, ItsEndDropsWhatWaits) {
     QCoreApplication::processEvents();
     EXPECT_EQ(held.use_count(), 1);
     EXPECT_FALSE(timer->isValid());
+}
+
+TEST(QtMainQueue, PeriodsAreNeverCutAndHaveNoEnd) {
+    constexpr double kDay = 86400;
+    const std::tuple<double, int, std::uint64_t> cases[] = {{0, 0, 1},
+                                                            {1e-4, 1, 1},
+                                                            {0.0019, 2, 1},
+                                                            {1.001, 1001, 1},
+                                                            {1.1, 1100, 1},
+                                                            {2147483.647, 2147483647, 1},
+                                                            {-1, 0, 1},
+                                                            {2147483.648, 1073741824, 2},
+                                                            {100 * kDay, 1728000000, 5}};
+    for (const auto& [seconds, milliseconds, pieces] : cases) {
+        const platform::QtPeriod period(seconds);
+        EXPECT_EQ(period.milliseconds, milliseconds) << seconds;
+        EXPECT_EQ(period.pieces, pieces) << seconds;
+    }
+    EXPECT_GT(platform::QtPeriod(1e300).pieces, 1000000U);
 }
 
 }  // namespace
