@@ -1,8 +1,6 @@
 #include "platform/SerialQueue.hpp"
 
-#include <atomic>
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
 #include <exception>
 #include <latch>
@@ -14,10 +12,6 @@
 
 namespace platform {
 namespace {
-
-// The two facts that a synchronous submission has to know, in one word, so that it can claim an idle queue in one step.
-constexpr std::uint32_t kBusy = 1;    ///< a block is running
-constexpr std::uint32_t kQueued = 2;  ///< blocks are waiting
 
 void runGuarded(const std::function<void()>& block, const std::string& label) {
     try {
@@ -35,15 +29,15 @@ struct SerialQueue::State {
     explicit State(std::string name) : label(std::move(name)) {}
 
     const std::string label;
-    std::atomic<std::uint32_t> flags{0};
     std::mutex lock;
     std::condition_variable wake;
     std::deque<std::function<void()>> blocks;  ///< behind `lock`
+    bool busy = false;                         ///< a block is running; behind `lock`
     bool stopping = false;                     ///< behind `lock`
     std::thread worker;                        ///< started behind `lock`
 
+    void run(const std::function<void()>& block);
     void work();
-    void endTurn();
 };
 
 /// Marks the calling thread as being inside a block of a queue; frames nest.
@@ -59,33 +53,24 @@ struct SerialQueue::Frame {
 
 thread_local SerialQueue::Frame* SerialQueue::tInnermost = nullptr;
 
-void SerialQueue::State::endTurn() {
-    if (flags.fetch_and(~kBusy, std::memory_order_acq_rel) & kQueued) {
-        // The worker looks at the flags only behind the lock: once we hold it, it either saw our turn's end or waits.
-        { const std::lock_guard guard(lock); }
-        wake.notify_one();
-    }
+void SerialQueue::State::run(const std::function<void()>& block) {
+    const Frame frame(this);
+    runGuarded(block, label);
 }
 
 void SerialQueue::State::work() {
     std::unique_lock guard(lock);
     for (;;) {
-        wake.wait(guard, [&] {
-            if (blocks.empty()) return stopping;
-            return !(flags.fetch_or(kBusy, std::memory_order_acq_rel) & kBusy);
-        });
+        wake.wait(guard, [&] { return blocks.empty() ? stopping : !busy; });
         if (blocks.empty()) return;
-        {
-            const std::function<void()> block = std::move(blocks.front());
-            blocks.pop_front();
-            if (blocks.empty()) flags.fetch_and(~kQueued, std::memory_order_acq_rel);
-            guard.unlock();
-            const Frame frame(this);
-            runGuarded(block, label);
-        }
-        // Not endTurn(): this thread is the one that it would wake.
-        flags.fetch_and(~kBusy, std::memory_order_acq_rel);
+        std::function<void()> block = std::move(blocks.front());
+        blocks.pop_front();
+        busy = true;
+        guard.unlock();
+        run(block);
+        block = nullptr;  // what it holds may be the queue, and goes before the lock is taken again
         guard.lock();
+        busy = false;
     }
 }
 
@@ -113,21 +98,22 @@ void SerialQueue::dispatch_async(std::function<void()> block) {
         const std::lock_guard guard(state->lock);
         if (!state->worker.joinable()) state->worker = std::thread([state] { state->work(); });
         state->blocks.push_back(std::move(block));
-        state->flags.fetch_or(kQueued, std::memory_order_acq_rel);
     }
     state->wake.notify_one();
 }
 
 void SerialQueue::dispatch_sync(const std::function<void()>& block) {
-    std::uint32_t idle = 0;
-    if (mState->flags.compare_exchange_strong(idle, kBusy, std::memory_order_acq_rel, std::memory_order_relaxed)) {
-        {
-            const Frame frame(mState.get());
-            runGuarded(block, mState->label);
-        }
-        mState->endTurn();
+    std::unique_lock guard(mState->lock);
+    if (!mState->busy && mState->blocks.empty()) {
+        mState->busy = true;
+        guard.unlock();
+        mState->run(block);
+        guard.lock();
+        mState->busy = false;
+        if (!mState->blocks.empty()) mState->wake.notify_one();
         return;
     }
+    guard.unlock();
     // Shared, because the thread that counts down touches it once more after this one has seen it.
     const auto done = std::make_shared<std::latch>(1);
     dispatch_async([this, &block, done] {

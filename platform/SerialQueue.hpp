@@ -8,8 +8,8 @@
 namespace platform {
 
 /// A thin serial queue: one block at a time, in the order of submission. A synchronous submission to an idle queue runs
-/// on the caller's thread, without a hop and without a lock; everything else runs on one thread that starts with the
-/// first block it is needed for. The owner is whoever made it; its end runs what was submitted and joins the thread
+/// on the caller's thread, without a hop; everything else runs on one thread that starts with the first block it is
+/// needed for. The owner is whoever made it; its end runs what was submitted and joins the thread
 /// (from a block of its own it lets the thread finish by itself).
 class SerialQueue final : public DispatchQueue {
   public:

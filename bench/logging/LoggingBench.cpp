@@ -1,4 +1,5 @@
 // Throughput, the caller's latency and synchronous calls, each beside spdlog in the same run, outputs and line alike.
+// The goal is to be at or ahead of it in every figure, and not far behind where it may keep a line in a buffer.
 // Prints a table and the ratios; the file goes to a folder of its own below $TMPDIR, standard error to /dev/null.
 //
 // bench_logging [messages]    how many of them a throughput run has, 1,000,000 unless given
@@ -135,7 +136,7 @@ void compareLatency(const std::string& folder) {
     }
     const char* const titles[] = {"caller's latency at 10,000 calls/s, p50", "p99", "p99.9"};
     for (int i = 0; i < 3; ++i)
-        std::printf("%-44s own %8.2f us   spdlog %8.2f us   ratio %5.3f (goal 0.25)\n", titles[i], median(own[i]),
+        std::printf("%-44s own %8.2f us   spdlog %8.2f us   ratio %5.3f (goal 1)\n", titles[i], median(own[i]),
                     median(other[i]), median(own[i]) / median(other[i]));
     std::fflush(stdout);
 }
@@ -164,10 +165,11 @@ int main(int argc, char** argv) {
 
     disabledLevel();
     std::printf("%d messages, %d synchronous ones\n", messages, synchronous);
-    compareThroughput("messages from 1 thread", PeerMode::Asynchronous, folder, 1, messages, 3);
-    compareThroughput("messages from 4 threads", PeerMode::Asynchronous, folder, 4, messages, 3);
+    compareThroughput("messages from 1 thread", PeerMode::Asynchronous, folder, 1, messages, 1);
+    compareThroughput("messages from 4 threads", PeerMode::Asynchronous, folder, 4, messages, 1);
     compareLatency(folder);
-    compareThroughput("synchronous calls, file buffered by the peer", PeerMode::Synchronous, folder, 1, synchronous, 1);
+    compareThroughput("synchronous calls, file buffered by the peer", PeerMode::Synchronous, folder, 1, synchronous,
+                      0.9);
     compareThroughput("synchronous calls, both with the system", PeerMode::SynchronousAndFlushed, folder, 1,
                       synchronous, 1);
     compareThroughput("the same from 4 threads", PeerMode::SynchronousAndFlushed, folder, 4, synchronous, 1);

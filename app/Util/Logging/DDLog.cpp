@@ -1,16 +1,18 @@
 #include "app/Util/Logging/DDLog.hpp"
 
+#include <pthread.h>
+#include <unistd.h>
+
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <cstring>
+#include <exception>
+#include <future>
 #include <map>
 #include <mutex>
 #include <utility>
 
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
-#include "app/Util/Logging/impl/DDLogFormat.hpp"
 #include "platform/SerialQueue.hpp"
 
 constinit std::atomic<std::uint32_t> ddLogLevel{DDLogFlagError | DDLogFlagWarning | DDLogFlagInfo};
@@ -22,7 +24,7 @@ constexpr std::uint32_t kNoLevel = 0xFFFFFFFF;
 // A process that ends waits this long for an output that takes nothing any more.
 constexpr std::chrono::seconds kTerminationPatience(3);
 
-// Longer texts take a detour over the heap.
+// Longer texts are formatted a second time, into a string of their size.
 constexpr std::size_t kUsualText = 512;
 
 struct ClassTable {
@@ -33,6 +35,15 @@ struct ClassTable {
         static auto& table = *new ClassTable;  // never destroyed, as the core
         return table;
     }
+};
+
+/// What is asked of the system once per thread.
+struct ThreadFacts {
+    ThreadFacts() : id(static_cast<std::uint32_t>(::gettid())) {
+        if (::pthread_getname_np(::pthread_self(), name, sizeof name) != 0) name[0] = '\0';
+    }
+    std::uint32_t id;
+    char name[16];
 };
 
 /// Null where the core can't be made (its thread can't start). Logging is then reduced to the standard error stream,
@@ -58,33 +69,39 @@ void DDLog::log(bool asynchronous, std::uint32_t level, std::uint32_t flag, std:
 void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std::int32_t context, const char* file,
                  const char* function, std::int32_t line, const void* tag, const char* format, std::va_list arguments) {
     if (!format) return;
-    DDLogDraft draft{level, flag, context, file, function, line, tag, 0, {}};
-    char usual[kUsualText];
-    std::string longer;
-    std::va_list again, onceMore;
+    char text[kUsualText];
+    text[0] = '\0';
+    std::va_list again;
     va_copy(again, arguments);
-    va_copy(onceMore, arguments);
-    std::size_t plainLength = 0;
-    if (ddFormatPlainly(usual, sizeof usual, plainLength, format, arguments)) {
-        draft.text = {usual, plainLength};
-    } else if (const int length = std::vsnprintf(usual, sizeof usual, format, again); length < 0) {
-        draft.text = format;  // an argument that can't be shown; the format itself still tells something
-    } else if (static_cast<std::size_t>(length) < sizeof usual) {
-        draft.text = {usual, static_cast<std::size_t>(length)};
-    } else {
-        draft.text = {usual, sizeof usual - 1};
-        try {
-            longer.resize(static_cast<std::size_t>(length));
-            std::vsnprintf(longer.data(), longer.size() + 1, format, onceMore);
-            draft.text = longer;
-        } catch (const std::exception&) {
-            // No memory for all of it: its beginning is better than nothing.
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    bool queued = false;
+    try {
+        DDLogMessage message;
+        if (length < 0) {
+            message.logMsg = format;  // an argument that can't be shown; the format itself still tells something
+        } else if (static_cast<std::size_t>(length) < sizeof text) {
+            message.logMsg.assign(text, static_cast<std::size_t>(length));
+        } else {
+            message.logMsg.resize(static_cast<std::size_t>(length));
+            std::vsnprintf(message.logMsg.data(), message.logMsg.size() + 1, format, again);
         }
+        static thread_local const ThreadFacts facts;
+        message.logLevel = level;
+        message.logFlag = flag;
+        message.logContext = context;
+        message.file = DDLogMessage::sourceText(file, false);
+        message.function = DDLogMessage::sourceText(function, false);
+        message.lineNumber = line;
+        message.machThreadID = facts.id;
+        message.queueLabel = platform::SerialQueue::currentLabel();
+        message.threadName = facts.name;
+        message.tag = tag;
+        queued = DDLogCore::shared().queueLogMessage(std::move(message), asynchronous);
+    } catch (const std::exception&) {
+        // No memory, or no thread for the core: its beginning on standard error is better than nothing.
     }
-    va_end(onceMore);
     va_end(again);
-    if (DDLogCore* const core = coreOrNull()) return core->queueLogMessage(draft, asynchronous);
-    std::fprintf(stderr, "%.*s\n", static_cast<int>(draft.text.size()), draft.text.data());
+    if (!queued) std::fprintf(stderr, "%s\n", text);
 }
 
 void DDLog::addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level) {
@@ -117,23 +134,16 @@ void DDLog::flushLog() {
 }
 
 void DDLog::applicationWillTerminate() {
-    struct Progress {
-        std::mutex lock;
-        std::condition_variable changed;
-        bool flushed = false;  ///< behind `lock`
-    };
     DDLogCore* const core = coreOrNull();
     // A logger that ends the process from within its delivery can't be waited for.
     if (!core || core->loggingQueue().isCurrent()) return;
-    const auto progress = std::make_shared<Progress>();
-    core->loggingQueue().dispatch_async([core, progress] {
+    const auto flushed = std::make_shared<std::promise<void>>();
+    const std::future<void> flush = flushed->get_future();
+    core->loggingQueue().dispatch_async([core, flushed] {
         core->lt_flush();
-        const std::lock_guard guard(progress->lock);
-        progress->flushed = true;
-        progress->changed.notify_all();
+        flushed->set_value();
     });
-    std::unique_lock guard(progress->lock);
-    progress->changed.wait_for(guard, kTerminationPatience, [&] { return progress->flushed; });
+    flush.wait_for(kTerminationPatience);
 }
 
 void DDLog::registerClass(const std::string& name, DDRegisteredDynamicLogging* aClass) {

@@ -3,10 +3,7 @@
 #include <array>
 #include <atomic>
 #include <barrier>
-#include <climits>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -14,7 +11,6 @@
 
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
-#include "app/Util/Logging/impl/DDLogFormat.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
 
 namespace {
@@ -58,7 +54,7 @@ void add(DDLogCore& core, std::shared_ptr<DDAbstractLogger> logger, std::uint32_
 }
 
 void post(DDLogCore& core, const std::string& text, bool asynchronously = true, std::uint32_t flag = 4) {
-    core.queueLogMessage({7, flag, 0, "app/Some.File.cpp", "aMethod", 12, nullptr, 0, text}, asynchronously);
+    EXPECT_TRUE(core.queueLogMessage(messageWithText(text, flag), asynchronously));
 }
 
 void flush(DDLogCore& core) {
@@ -281,34 +277,6 @@ TEST(DDLog, LevelsOfRegisteredClassesAreReachedByNameAndByClass) {
     EXPECT_EQ(DDLog::logLevelForClassWithName("Nobody"), 0xFFFFFFFFU);
     DDLog::unregisterClass("Finder");
     EXPECT_TRUE(DDLog::registeredClasses().empty());
-}
-
-/// True when the quick way has taken the format on; what it made of it must be what the C library makes.
-__attribute__((format(printf, 1, 2))) bool formatsPlainly(const char* format, ...) {
-    char plain[64], reference[128];
-    std::size_t length = 0;
-    std::va_list arguments, again;
-    va_start(arguments, format);
-    va_copy(again, arguments);
-    const bool taken = ddFormatPlainly(plain, sizeof plain, length, format, arguments);
-    std::vsnprintf(reference, sizeof reference, format, again);
-    va_end(again);
-    va_end(arguments);
-    EXPECT_EQ(taken ? std::string(plain, length) : reference, reference) << format;
-    return taken;
-}
-
-TEST(DDLogFormat, QuickWayAgreesWithTheLibraryAndLeavesTheRestToIt) {
-    EXPECT_TRUE(formatsPlainly("no argument, 100%%"));
-    EXPECT_TRUE(formatsPlainly("%d %i|%u|%x|%c%s", -7, INT_MIN, UINT_MAX, 0xBEEFU, '!', "text"));
-    EXPECT_TRUE(formatsPlainly("%ld %lld %li", LONG_MIN, LLONG_MAX, -1L));
-    EXPECT_TRUE(formatsPlainly("%lu %llx %zu %zd", ULONG_MAX, ULLONG_MAX, SIZE_MAX, ssize_t{-3}));
-    EXPECT_TRUE(formatsPlainly("%s", std::string(64, 'x').c_str()));
-    EXPECT_FALSE(formatsPlainly("%s", std::string(65, 'x').c_str()));
-    EXPECT_FALSE(formatsPlainly("%s%d", std::string(64, 'x').c_str(), 1));
-    EXPECT_FALSE(formatsPlainly("%05d", 3));
-    EXPECT_FALSE(formatsPlainly("%-4s|%.2f|%p", "a", 1.5, static_cast<void*>(nullptr)));
-    EXPECT_FALSE(formatsPlainly("%hhx %ls", static_cast<unsigned char>(3), L"wide"));
 }
 
 TEST(DDLogMessageTest, CopiedSourceTextOutlivesItsOriginal) {

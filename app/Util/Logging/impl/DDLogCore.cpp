@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <latch>
+#include <future>
 #include <thread>
 #include <utility>
 
@@ -32,9 +32,29 @@ void ignoreWhereDefault(int signal) {
         ::signal(signal, SIG_IGN);
 }
 
-struct Countdown {
-    std::latch& latch;
-    ~Countdown() { latch.count_down(); }
+/// Blocks on the loggers' queues that are waited for together, whatever goes wrong with submitting one of them: they
+/// read what the waiting thread owns.
+class Group {
+  public:
+    Group() = default;
+    ~Group() {
+        for (const auto& member : mMembers) member.wait();
+    }
+    Group(const Group&) = delete;
+    Group& operator=(const Group&) = delete;
+
+    void dispatch_async(platform::DispatchQueue& queue, std::function<void()> block) {
+        // The promise goes with the block, and so ends the wait also where that throws.
+        const auto done = std::make_shared<std::promise<void>>();
+        mMembers.push_back(done->get_future());
+        queue.dispatch_async([block = std::move(block), done] {
+            block();
+            done->set_value();
+        });
+    }
+
+  private:
+    std::vector<std::future<void>> mMembers;
 };
 
 bool admits(const DDLoggerNode& node, const DDLogMessage& message) {
@@ -112,63 +132,48 @@ void DDLogCore::flushLog() {
 }
 
 void DDLogCore::lt_flush() {
-    const auto done = std::make_shared<std::latch>(static_cast<std::ptrdiff_t>(mLoggers.size()));
-    for (const DDLoggerNode& node : mLoggers) {
-        node.loggerQueue->dispatch_async([this, logger = node.logger, done] {
-            const Countdown countdown{*done};
+    Group group;
+    for (const DDLoggerNode& node : mLoggers)
+        group.dispatch_async(*node.loggerQueue, [this, &node] {
             const DDLogQueue::Within within(mLoggingQueue);
-            logger->flush();
+            node.logger->flush();
         });
-    }
-    done->wait();
 }
 
+/// On the logger's queue: hands over those of the messages that its level admits.
 void DDLogCore::deliverToNode(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages) {
     const DDLogQueue::Within within(mLoggingQueue);
-    if (node.batchLogger) return node.batchLogger->logMessages(messages);
-    for (const DDLogMessage* message : messages) node.logger->logMessage(*message);
-}
-
-void DDLogCore::deliverOnItsQueue(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages) {
-    const auto delivery = [&] { deliverToNode(node, messages); };
-    node.loggerQueue->dispatch_sync([&delivery] { delivery(); });  // one reference: the function needs no heap
+    const auto admitted = [&](const DDLogMessage* message) { return admits(node, *message); };
+    if (!node.batchLogger) {
+        for (const DDLogMessage* message : messages)
+            if (admitted(message)) node.logger->logMessage(*message);
+    } else if (std::ranges::all_of(messages, admitted)) {
+        node.batchLogger->logMessages(messages);
+    } else {
+        std::vector<const DDLogMessage*> some;
+        std::ranges::copy_if(messages, std::back_inserter(some), admitted);
+        node.batchLogger->logMessages(some);
+    }
 }
 
 /// One message, or a batch when all loggers take batches. A logger that takes only single messages always gets a thread
 /// of its own beside the others, which may be waiting for it; one that takes batches shares this thread when the batch
 /// is small.
 void DDLogCore::deliver(std::span<const DDLogMessage* const> messages) {
-    // The nodes' levels differ rarely; those that admit all share the given list.
     mReceivers.clear();
-    for (const DDLoggerNode& node : mLoggers) {
-        const auto admitted = [&](const DDLogMessage* message) { return admits(node, *message); };
-        if (std::all_of(messages.begin(), messages.end(), admitted)) {
+    for (const DDLoggerNode& node : mLoggers)
+        if (std::ranges::any_of(messages, [&](const auto* message) { return admits(node, *message); }))
             mReceivers.push_back(&node);
-        } else if (std::any_of(messages.begin(), messages.end(), admitted)) {
-            mAdmitted.clear();
-            std::copy_if(messages.begin(), messages.end(), std::back_inserter(mAdmitted), admitted);
-            deliverOnItsQueue(node, mAdmitted);
-        }
-    }
     if (mReceivers.empty()) return;
 
     const bool parallel = mNumProcessors >= 2 && (!mOnlyBatchLoggers || messages.size() >= kParallelBatch);
     const std::size_t here = parallel ? 1 : mReceivers.size();
-    // Waits for all that were started, whatever goes wrong with starting another: they read the messages.
-    struct Group {
-        std::vector<std::shared_ptr<std::latch>> members;
-        ~Group() {
-            for (const auto& member : members) member->wait();
-        }
-    } group;
-    if (here < mReceivers.size()) group.members.reserve(mReceivers.size() - here);
-    for (std::size_t i = here; i < mReceivers.size(); ++i) {
-        const auto member = std::make_shared<std::latch>(1);
-        mReceivers[i]->loggerQueue->dispatch_async([this, node = mReceivers[i], messages, member] {
-            const Countdown countdown{*member};
-            deliverToNode(*node, messages);
-        });
-        group.members.push_back(member);
+    Group group;
+    for (std::size_t i = here; i < mReceivers.size(); ++i)
+        group.dispatch_async(*mReceivers[i]->loggerQueue,
+                             [this, node = mReceivers[i], messages] { deliverToNode(*node, messages); });
+    for (std::size_t i = 0; i < here; ++i) {
+        const auto delivery = [&] { deliverToNode(*mReceivers[i], messages); };
+        mReceivers[i]->loggerQueue->dispatch_sync([&delivery] { delivery(); });  // one reference: needs no heap
     }
-    for (std::size_t i = 0; i < here; ++i) deliverOnItsQueue(*mReceivers[i], messages);
 }

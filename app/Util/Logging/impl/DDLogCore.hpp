@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "app/Util/Logging/DDLoggerNode.hpp"
@@ -23,7 +24,10 @@ class DDLogCore final : private DDLogQueue::Sink {
     DDLogCore& operator=(const DDLogCore&) = delete;
 
     DDLogQueue& loggingQueue() { return mLoggingQueue; }
-    void queueLogMessage(const DDLogDraft& draft, bool asynchronously) { mLoggingQueue.post(draft, asynchronously); }
+    /// As DDLogQueue::post.
+    [[nodiscard]] bool queueLogMessage(DDLogMessage&& message, bool asynchronously) {
+        return mLoggingQueue.post(std::move(message), asynchronously);
+    }
 
     /// Any thread. Blocks until all is flushed, except from within a delivery, after which it then happens.
     void flushLog();
@@ -40,13 +44,11 @@ class DDLogCore final : private DDLogQueue::Sink {
     std::size_t batchLimit() const override;
     void deliver(std::span<const DDLogMessage* const> messages) override;
     void deliverToNode(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages);
-    void deliverOnItsQueue(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages);
     void farewell(const DDLoggerNode& node);
 
     const unsigned mNumProcessors;
     std::vector<DDLoggerNode> mLoggers;           ///< on the logging queue
     bool mOnlyBatchLoggers = true;                ///< on the logging queue
-    std::vector<const DDLogMessage*> mAdmitted;   ///< of one node's delivery; on the logging queue
     std::vector<const DDLoggerNode*> mReceivers;  ///< of one delivery; on the logging queue
     DDLogQueue mLoggingQueue;                     ///< last: its end still delivers to the loggers
 };

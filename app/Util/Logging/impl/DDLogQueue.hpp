@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -9,32 +8,14 @@
 #include <mutex>
 #include <span>
 #include <string>
-#include <string_view>
 #include <thread>
 
 #include "app/Util/Logging/DDLogMessage.hpp"
 #include "platform/Dispatch.hpp"
 
-/// What a caller says of a message; the queue adds the moment and the thread. Everything is borrowed for the call.
-struct DDLogDraft {
-    std::uint32_t level;
-    std::uint32_t flag;
-    std::int32_t context;
-    const char* file;
-    const char* function;
-    std::int32_t line;
-    const void* tag;
-    std::uint32_t options;
-    std::string_view text;
-};
-
-/// The logging queue: serial, and made for messages. A message is written into a slot of a ring that is made once;
-/// blocks keep their place among the messages. Whoever holds `mDraining` delivers: the queue's own thread for
-/// asynchronous work, the caller itself for synchronous work on an idle queue, so that no thread has to be woken.
-///
-/// The thread does not sleep for good between two messages that follow each other closely: it naps for a fraction of a
-/// millisecond at a time and looks itself, so that a caller pays for a wake-up only after a pause. When nothing has
-/// come for `kLinger` it sleeps until it is woken, so an idle program has no wake-ups at all.
+/// The logging queue: serial, and made for messages. Messages and blocks wait in one deque in the order in which they
+/// came. One thread at a time drains it: the queue's own for asynchronous work, a synchronous caller where nobody does
+/// it yet, so that no other thread has to be woken for it.
 ///
 /// Owned by the logging core. The destructor delivers what waits and joins the thread. Any thread.
 class DDLogQueue final : public platform::DispatchQueue {
@@ -47,8 +28,8 @@ class DDLogQueue final : public platform::DispatchQueue {
         virtual void deliver(std::span<const DDLogMessage* const> messages) = 0;
     };
 
-    static constexpr std::uint32_t kPermits = 1000;  ///< messages that may wait; callers beyond that block
-    static constexpr std::size_t kMaxBatch = 256;    ///< small enough that callers go on while the rest is delivered
+    static constexpr std::size_t kPermits = 1000;  ///< messages that may wait; callers beyond that block
+    static constexpr std::size_t kMaxBatch = 256;  ///< small enough that callers go on while the rest is delivered
 
     DDLogQueue(std::string label, Sink& sink);
     ~DDLogQueue() override;
@@ -56,8 +37,10 @@ class DDLogQueue final : public platform::DispatchQueue {
     DDLogQueue& operator=(const DDLogQueue&) = delete;
 
     /// Queues one message; a synchronous one is delivered when this returns. From within a delivery a synchronous
-    /// message is queued only, since it could never be waited for. Never throws. Blocks while no permit is free.
-    void post(const DDLogDraft& draft, bool asynchronous) noexcept;
+    /// message is queued only, since it could never be waited for. Blocks while no permit is free.
+    /// @return false within a delivery when no permit is free: the message is not taken
+    /// @throws std::bad_alloc  the message is not taken
+    [[nodiscard]] bool post(DDLogMessage&& message, bool asynchronous);
 
     void dispatch_async(std::function<void()> block) override;
     void dispatch_sync(const std::function<void()>& block) override;
@@ -81,46 +64,28 @@ class DDLogQueue final : public platform::DispatchQueue {
     };
 
   private:
-    static constexpr std::uint32_t kSlots = 1024;  ///< a power of two, so that tickets may wrap
-    static constexpr std::uint32_t kPlenty = kPermits / 2;
-    static_assert(kSlots >= kPermits && (kSlots & (kSlots - 1)) == 0);
-
-    enum class WorkerState : std::uint32_t { Running, Lingering, Idle };
-    struct alignas(64) Slot {
-        std::atomic<std::uint32_t> published{0};  ///< ticket + 1 of the message that is complete in here
+    struct Entry {
         DDLogMessage message;
-    };
-    struct Control {
-        std::uint32_t position;  ///< runs before the message with this ticket
-        std::function<void()> block;
+        std::function<void()> block;  ///< empty where the entry is a message
     };
 
-    void fill(Slot& slot, const DDLogDraft& draft) noexcept;
-    void awaitDelivery(const std::function<bool()>& delivered);
-    void waitForPermit(std::uint32_t ticket);
-    bool tryAcquire() { return mDraining.exchange(1, std::memory_order_seq_cst) == 0; }
-    void release();
-    void drain(const std::function<bool()>& enough);
-    std::size_t collect(std::uint32_t head);
-    bool nextControl(std::uint32_t head, std::size_t& messages, std::function<void()>& block);
-    bool hasWork();
-    void wakeWorker(WorkerState seen);
+    void await(std::unique_lock<std::mutex>& guard, std::uint64_t ticket);
+    void drain(std::unique_lock<std::mutex>& guard, std::uint64_t ticket);
+    std::size_t deliverFront();
     void run();
 
     const std::string mLabel;
     Sink& mSink;
-    std::array<Slot, kSlots> mSlots;
-    alignas(64) std::atomic<std::uint32_t> mTail{0};  ///< next ticket
-    alignas(64) std::atomic<std::uint32_t> mDone{0};  ///< messages delivered; waiters for permits and deliveries
-    alignas(64) std::atomic<std::uint32_t> mDraining{0};
-    std::atomic<WorkerState> mWorkerState{WorkerState::Running};
-    std::atomic<std::uint32_t> mSyncWaiters{0};
-    std::atomic<std::uint32_t> mControlCount{0};
-    std::atomic<bool> mStopping{false};
-    std::array<const DDLogMessage*, kMaxBatch> mBatch{};  ///< whoever drains
-    std::mutex mControlLock;
-    std::deque<Control> mControls;  ///< behind mControlLock
-    std::mutex mParkLock;           ///< held to change mWorkerState to Running from outside
-    std::condition_variable mPark;
+    std::mutex mLock;
+    std::condition_variable mWork;      ///< for the thread: there is something, or the end has come
+    std::condition_variable mProgress;  ///< for callers: something has been delivered
+    std::deque<Entry> mWaiting;         ///< behind mLock
+    std::size_t mMessages = 0;          ///< not delivered yet; behind mLock
+    std::uint64_t mSubmitted = 0;       ///< entries so far, the ticket of the last one; behind mLock
+    std::uint64_t mDone = 0;            ///< entries delivered; behind mLock
+    bool mDraining = false;             ///< behind mLock
+    bool mStopping = false;             ///< behind mLock
+    std::deque<Entry> mTaken;           ///< entries before those in mWaiting; of the thread that drains
+    std::array<const DDLogMessage*, kMaxBatch> mBatch{};  ///< of the thread that drains
     std::thread mWorker;
 };
