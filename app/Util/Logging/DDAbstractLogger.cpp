@@ -18,8 +18,7 @@ void DDAbstractLogger::performOnLoggerQueue(const std::function<void()>& block) 
 }
 
 void DDAbstractLogger::performWithinDelivery(const std::function<void()>& block) {
-    const DDLogQueue::Within within(DDLogCore::shared().loggingQueue());
-    block();
+    DDLogCore::shared().loggingQueue().performWithin(block);
 }
 
 std::shared_ptr<DDLogFormatter> DDAbstractLogger::logFormatter() const {

@@ -44,8 +44,9 @@ class DDAbstractLogger {
     /// that queue already. Blocks.
     void performOnLoggerQueue(const std::function<void()>& block) const;
 
-    /// Runs the block as a part of a delivery: a log call or a flush within it is queued, not waited for. For a block
-    /// that something else than the core has submitted to the logger's queue, since a delivery may be waiting for it.
+    /// Runs the block as a part of a delivery: a log call or a flush within it is queued, not waited for, and what
+    /// it throws is logged. For a block that something else than the core has submitted to the logger's queue, since a
+    /// delivery may be waiting for it.
     static void performWithinDelivery(const std::function<void()>& block);
     platform::SerialQueue& internalQueue() const { return *mLoggerQueue; }
     DDLogFormatter* formatter() const { return mFormatter.get(); }  ///< on the logger's queue

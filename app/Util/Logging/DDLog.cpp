@@ -123,10 +123,8 @@ void DDLog::removeAllLoggers() {
 }
 
 bool DDLog::isDelivering() {
-    // A logger's queue reports an exception from its block after the block: no longer within the delivery, but on a
-    // thread that the next delivery waits for.
     DDLogCore* const core = coreOrNull();
-    return !core || core->loggingQueue().isCurrent() || *platform::SerialQueue::currentLabel() != '\0';
+    return !core || core->loggingQueue().isCurrent();
 }
 
 void DDLog::flushLog() {

@@ -152,6 +152,9 @@ TEST_P(DDLogDelivery, LoggerThatThrowsOrLogsAndFlushesStopsNobody) {
             EXPECT_EQ(witness->texts(), (Texts{"throw", "echo", "synchronous from within"}));
             EXPECT_EQ(witness->events.size(), 3U) << "added, flushed, removed";
         }
+        const Texts lines = SystemLogLines::take();
+        ASSERT_EQ(lines.size(), 1U);
+        EXPECT_TRUE(lines[0].starts_with("Unknown exception caught at DDLogQueue, ")) << lines[0];
     }
 }
 

@@ -36,7 +36,7 @@ void ignoreWhereDefault(int signal) {
 /// read what the waiting thread owns.
 class Group {
   public:
-    Group() = default;
+    explicit Group(const DDLogQueue& loggingQueue) : mLoggingQueue(loggingQueue) {}
     ~Group() {
         for (const auto& member : mMembers) member.wait();
     }
@@ -44,21 +44,37 @@ class Group {
     Group& operator=(const Group&) = delete;
 
     void dispatch_async(platform::DispatchQueue& queue, std::function<void()> block) {
-        // The promise goes with the block, and so ends the wait also where that throws.
+        // The promise goes with the block, and so ends the wait also where that is dropped.
         const auto done = std::make_shared<std::promise<void>>();
         mMembers.push_back(done->get_future());
-        queue.dispatch_async([block = std::move(block), done] {
-            block();
+        queue.dispatch_async([this, block = std::move(block), done] {
+            mLoggingQueue.performWithin(block);
             done->set_value();
         });
     }
 
   private:
+    const DDLogQueue& mLoggingQueue;
     std::vector<std::future<void>> mMembers;
 };
 
 bool admits(const DDLoggerNode& node, const DDLogMessage& message) {
     return message.logFlag <= node.logLevel;
+}
+
+/// On the logger's queue: hands over those of the messages that its level admits.
+void deliverToNode(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages) {
+    const auto admitted = [&](const DDLogMessage* message) { return admits(node, *message); };
+    if (!node.batchLogger) {
+        for (const DDLogMessage* message : messages)
+            if (admitted(message)) node.logger->logMessage(*message);
+    } else if (std::ranges::all_of(messages, admitted)) {
+        node.batchLogger->logMessages(messages);
+    } else {
+        std::vector<const DDLogMessage*> some;
+        std::ranges::copy_if(messages, std::back_inserter(some), admitted);
+        node.batchLogger->logMessages(some);
+    }
 }
 
 }  // namespace
@@ -94,20 +110,15 @@ void DDLogCore::lt_addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint
     node.logLevel = level;
     node.batchLogger = dynamic_cast<DDBatchLogger*>(logger.get());
     mOnlyBatchLoggers = mOnlyBatchLoggers && node.batchLogger;
-    node.loggerQueue->dispatch_async([this, logger] {
-        const DDLogQueue::Within within(mLoggingQueue);
-        logger->didAddLogger();
-    });
+    node.loggerQueue->dispatch_async([this, logger] { mLoggingQueue.performWithin([&] { logger->didAddLogger(); }); });
     node.logger = std::move(logger);
     mLoggers.push_back(std::move(node));
 }
 
 /// Waits for it: once the logging queue has come past a removal, the logger no longer works.
 void DDLogCore::farewell(const DDLoggerNode& node) {
-    node.loggerQueue->dispatch_sync([this, logger = node.logger] {
-        const DDLogQueue::Within within(mLoggingQueue);
-        logger->willRemoveLogger();
-    });
+    node.loggerQueue->dispatch_sync(
+        [this, logger = node.logger] { mLoggingQueue.performWithin([&] { logger->willRemoveLogger(); }); });
 }
 
 void DDLogCore::lt_removeLogger(const DDAbstractLogger* logger) {
@@ -132,28 +143,9 @@ void DDLogCore::flushLog() {
 }
 
 void DDLogCore::lt_flush() {
-    Group group;
+    Group group(mLoggingQueue);
     for (const DDLoggerNode& node : mLoggers)
-        group.dispatch_async(*node.loggerQueue, [this, &node] {
-            const DDLogQueue::Within within(mLoggingQueue);
-            node.logger->flush();
-        });
-}
-
-/// On the logger's queue: hands over those of the messages that its level admits.
-void DDLogCore::deliverToNode(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages) {
-    const DDLogQueue::Within within(mLoggingQueue);
-    const auto admitted = [&](const DDLogMessage* message) { return admits(node, *message); };
-    if (!node.batchLogger) {
-        for (const DDLogMessage* message : messages)
-            if (admitted(message)) node.logger->logMessage(*message);
-    } else if (std::ranges::all_of(messages, admitted)) {
-        node.batchLogger->logMessages(messages);
-    } else {
-        std::vector<const DDLogMessage*> some;
-        std::ranges::copy_if(messages, std::back_inserter(some), admitted);
-        node.batchLogger->logMessages(some);
-    }
+        group.dispatch_async(*node.loggerQueue, [&node] { node.logger->flush(); });
 }
 
 /// One message, or a batch when all loggers take batches. A logger that takes only single messages always gets a thread
@@ -168,12 +160,12 @@ void DDLogCore::deliver(std::span<const DDLogMessage* const> messages) {
 
     const bool parallel = mNumProcessors >= 2 && (!mOnlyBatchLoggers || messages.size() >= kParallelBatch);
     const std::size_t here = parallel ? 1 : mReceivers.size();
-    Group group;
+    Group group(mLoggingQueue);
     for (std::size_t i = here; i < mReceivers.size(); ++i)
         group.dispatch_async(*mReceivers[i]->loggerQueue,
-                             [this, node = mReceivers[i], messages] { deliverToNode(*node, messages); });
+                             [node = mReceivers[i], messages] { deliverToNode(*node, messages); });
     for (std::size_t i = 0; i < here; ++i) {
-        const auto delivery = [&] { deliverToNode(*mReceivers[i], messages); };
+        const auto delivery = [&] { mLoggingQueue.performWithin([&] { deliverToNode(*mReceivers[i], messages); }); };
         mReceivers[i]->loggerQueue->dispatch_sync([&delivery] { delivery(); });  // one reference: needs no heap
     }
 }

@@ -43,7 +43,6 @@ class DDLogCore final : private DDLogQueue::Sink {
   private:
     std::size_t batchLimit() const override;
     void deliver(std::span<const DDLogMessage* const> messages) override;
-    void deliverToNode(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages);
     void farewell(const DDLoggerNode& node);
 
     const unsigned mNumProcessors;

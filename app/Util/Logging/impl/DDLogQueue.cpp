@@ -3,7 +3,6 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <exception>
 #include <limits>
 #include <utility>
 
@@ -15,14 +14,13 @@ constexpr std::uint64_t kEverything = std::numeric_limits<std::uint64_t>::max();
 
 thread_local const DDLogQueue* tWithin = nullptr;
 
+/// Nothing leaves a block. Not its what() in the line: the library's exceptions share one text for all threads.
 template <typename Block>
-void runGuarded(const Block& block) {
+void runGuarded(const Block& block) noexcept {
     try {
         block();
-    } catch (const std::exception& error) {
-        platform::NSLog("Exception left a block of the logging queue: %s\n", error.what());
     } catch (...) {
-        platform::NSLog("Unknown exception left a block of the logging queue\n");
+        platform::NSLog("Unknown exception caught at %s, %d\n", "DDLogQueue", __LINE__);
     }
 }
 
@@ -45,10 +43,10 @@ bool DDLogQueue::isCurrent() const {
     return tWithin == this;
 }
 
-DDLogQueue::Within::Within(const DDLogQueue& queue) : mOuter(std::exchange(tWithin, &queue)) {}
-
-DDLogQueue::Within::~Within() {
-    tWithin = mOuter;
+void DDLogQueue::performWithin(const std::function<void()>& block) const noexcept {
+    const DDLogQueue* const outer = std::exchange(tWithin, this);
+    runGuarded(block);
+    tWithin = outer;
 }
 
 bool DDLogQueue::post(DDLogMessage&& message, bool asynchronous) {
@@ -116,17 +114,14 @@ void DDLogQueue::drain(std::unique_lock<std::mutex>& guard, std::uint64_t ticket
 /// Delivers the first of the taken entries: a block, or the messages in front of the next block.
 /// @return how many messages it were
 std::size_t DDLogQueue::deliverFront() {
-    const Within within(*this);
     const std::size_t limit = std::min({mSink.batchLimit(), kMaxBatch, mTaken.size()});
     std::size_t count = 0;
     for (; count < limit && !mTaken[count].block; ++count) mBatch[count] = &mTaken[count].message;
-    if (count == 0) {
-        runGuarded(mTaken.front().block);
-        mTaken.pop_front();
-    } else {
-        runGuarded([&] { mSink.deliver({mBatch.data(), count}); });
-        mTaken.erase(mTaken.begin(), mTaken.begin() + static_cast<std::ptrdiff_t>(count));
-    }
+    performWithin([&] {
+        if (count == 0) return std::exchange(mTaken.front().block, nullptr)();
+        mSink.deliver({mBatch.data(), count});
+    });
+    mTaken.erase(mTaken.begin(), mTaken.begin() + static_cast<std::ptrdiff_t>(std::max<std::size_t>(count, 1)));
     return count;
 }
 

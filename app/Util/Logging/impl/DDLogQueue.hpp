@@ -50,18 +50,10 @@ class DDLogQueue final : public platform::DispatchQueue {
     /// there can't wait for this queue.
     bool isCurrent() const;
 
-    /// Marks the calling thread as part of a delivery while it lives. A logger's queue runs its block on the thread
-    /// that drains or on its own, as it comes; both are within the delivery.
-    class Within {
-      public:
-        explicit Within(const DDLogQueue& queue);
-        ~Within();
-        Within(const Within&) = delete;
-        Within& operator=(const Within&) = delete;
-
-      private:
-        const DDLogQueue* const mOuter;
-    };
+    /// Runs the block as a part of a delivery, on the thread of the call. A logger's queue runs its blocks on the
+    /// thread that drains or on its own, as it comes; both are within the delivery. What the block throws is logged in
+    /// there.
+    void performWithin(const std::function<void()>& block) const noexcept;
 
   private:
     struct Entry {
