@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/Platform.hpp"
+#include "platform/QueueFrame.hpp"
 
 namespace platform {
 namespace {
@@ -38,21 +39,8 @@ struct SerialQueue::State {
     void work();
 };
 
-/// Marks the calling thread as being inside a block of a queue; frames nest.
-struct SerialQueue::Frame {
-    explicit Frame(const State* entered) : state(entered), outer(std::exchange(tInnermost, this)) {}
-    ~Frame() { tInnermost = outer; }
-    Frame(const Frame&) = delete;
-    Frame& operator=(const Frame&) = delete;
-
-    const State* state;
-    Frame* outer;
-};
-
-thread_local SerialQueue::Frame* SerialQueue::tInnermost = nullptr;
-
 void SerialQueue::State::run(const std::function<void()>& block) {
-    const Frame frame(this);
+    const QueueFrame frame(this, label.c_str());
     runGuarded(block);
 }
 
@@ -126,13 +114,7 @@ const std::string& SerialQueue::label() const {
 }
 
 bool SerialQueue::isCurrent() const {
-    for (const Frame* frame = tInnermost; frame; frame = frame->outer)
-        if (frame->state == mState.get()) return true;
-    return false;
-}
-
-const char* SerialQueue::currentLabel() {
-    return tInnermost ? tInnermost->state->label.c_str() : "";
+    return QueueFrame::isInside(mState.get());
 }
 
 }  // namespace platform

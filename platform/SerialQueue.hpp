@@ -27,13 +27,8 @@ class SerialQueue final : public DispatchQueue {
     /// True inside a block of this queue. Any thread.
     bool isCurrent() const;
 
-    /// The label of the queue whose block the calling thread is in; empty outside of any. Valid until that block ends.
-    static const char* currentLabel();
-
   private:
     struct State;
-    struct Frame;
-    static thread_local Frame* tInnermost;
     std::shared_ptr<State> mState;  ///< shared with the thread, which may outlive the queue for the rest of one block
 };
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "platform/Platform.hpp"
+#include "platform/QueueFrame.hpp"
 
 namespace platform {
 namespace {
@@ -139,6 +140,7 @@ void GlobalQueue::dispatch_async(std::function<void()> block) {
 }
 
 void GlobalQueue::dispatch_sync(const std::function<void()>& block) {
+    const QueueFrame frame(this, "global");
     RunBlock(block);
 }
 
@@ -148,6 +150,7 @@ void GlobalQueue::AddThread() {
 }
 
 void GlobalQueue::Work() {
+    const QueueFrame frame(this, "global");
     std::unique_lock lock(mMutex);
     for (;;) {
         mWake.wait(lock, [this] { return mStopping || !mBlocks.empty(); });

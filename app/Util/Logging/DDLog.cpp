@@ -13,7 +13,7 @@
 
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
-#include "platform/SerialQueue.hpp"
+#include "platform/QueueFrame.hpp"
 
 constinit std::atomic<std::uint32_t> ddLogLevel{DDLogFlagError | DDLogFlagWarning | DDLogFlagInfo};
 
@@ -35,15 +35,6 @@ struct ClassTable {
         static auto& table = *new ClassTable;  // never destroyed, as the core
         return table;
     }
-};
-
-/// What is asked of the system once per thread.
-struct ThreadFacts {
-    ThreadFacts() : id(static_cast<std::uint32_t>(::gettid())) {
-        if (::pthread_getname_np(::pthread_self(), name, sizeof name) != 0) name[0] = '\0';
-    }
-    std::uint32_t id;
-    char name[16];
 };
 
 /// Null where the core can't be made (its thread can't start). Logging is then reduced to the standard error stream,
@@ -85,16 +76,17 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
             message.logMsg.resize(static_cast<std::size_t>(length));
             std::vsnprintf(message.logMsg.data(), message.logMsg.size() + 1, format, again);
         }
-        static thread_local const ThreadFacts facts;
+        static thread_local const auto thread = static_cast<std::uint32_t>(::gettid());
+        char threadName[16];
         message.logLevel = level;
         message.logFlag = flag;
         message.logContext = context;
         message.file = DDLogMessage::sourceText(file, false);
         message.function = DDLogMessage::sourceText(function, false);
         message.lineNumber = line;
-        message.machThreadID = facts.id;
-        message.queueLabel = platform::SerialQueue::currentLabel();
-        message.threadName = facts.name;
+        message.machThreadID = thread;
+        message.queueLabel = platform::QueueFrame::currentLabel();
+        if (::pthread_getname_np(::pthread_self(), threadName, sizeof threadName) == 0) message.threadName = threadName;
         message.tag = tag;
         queued = DDLogCore::shared().queueLogMessage(std::move(message), asynchronous);
     } catch (const std::exception&) {

@@ -24,13 +24,13 @@ struct DDLogMessage {
     std::uint32_t logFlag = 0;   ///< the one flag of this message
     std::int32_t logContext = 0;
     std::string logMsg;
-    platform::WallClock::Date timestamp;
+    platform::WallClock::Date timestamp;   ///< of the call
     std::shared_ptr<const char> file;      ///< may be null
     std::shared_ptr<const char> function;  ///< may be null
     std::int32_t lineNumber = 0;
     std::uint32_t machThreadID = 0;  ///< the kernel's number of the calling thread
-    std::string queueLabel;          ///< of the queue whose block made the call; empty outside of any
-    std::string threadName;          ///< as it was at the thread's first log call
+    std::string queueLabel;          ///< of the queue whose block made the call, "main" elsewhere on the main thread
+    std::string threadName;          ///< at the time of the call
     const void* tag = nullptr;       ///< not owned
     std::uint32_t options = 0;
 };

@@ -3,7 +3,9 @@
 #include <array>
 #include <atomic>
 #include <barrier>
+#include <chrono>
 #include <cstdint>
+#include <semaphore>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -11,6 +13,7 @@
 
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
+#include "platform/linux/Dispatch.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
 
 namespace {
@@ -21,7 +24,8 @@ using Texts = std::vector<std::string>;
 /// flush.
 class RecordingLogger : public DDAbstractLogger {
   public:
-    explicit RecordingLogger(std::function<void(const DDLogMessage&)> function = {}) : mFunction(std::move(function)) {}
+    explicit RecordingLogger(std::function<void(const DDLogMessage&)> function = {})
+        : DDAbstractLogger("recorder"), mFunction(std::move(function)) {}
     void logMessage(const DDLogMessage& message) override {
         messages.push_back(message);
         if (mFunction) mFunction(message);
@@ -223,12 +227,8 @@ TEST(DDLog, ApplicationCallCarriesItsPlaceAndItsThread) {
     DDLog::addLogger(nullptr);
     DDLog::addLogger(logger);
     const auto before = std::chrono::system_clock::now();
-    platform::SerialQueue queue("a caller's queue");
-    int line = 0;
-    queue.dispatch_sync([&] {
-        line = __LINE__ + 1;
-        DDLogError("%s failed: %d", std::string(600, 'x').c_str(), 42);
-    });
+    const int line = __LINE__ + 1;
+    DDLogError("%s failed: %d", std::string(600, 'x').c_str(), 42);
     DDLog::log(false, 7, 1, 3, "a/b.c", nullptr, 1, nullptr, nullptr);
     DDLog::removeLogger(logger);
     DDLog::flushLog();
@@ -237,15 +237,62 @@ TEST(DDLog, ApplicationCallCarriesItsPlaceAndItsThread) {
     const DDLogMessage& message = logger->messages[0];
     EXPECT_EQ(message.logMsg, std::string(600, 'x') + " failed: 42");
     EXPECT_EQ(message.fileName(), "DDLogCoreTest");
-    EXPECT_EQ(message.methodName(), "operator()");
+    EXPECT_EQ(message.methodName(), "TestBody");
     EXPECT_EQ(message.lineNumber, line);
     EXPECT_EQ(message.logLevel, 7U);
     EXPECT_EQ(message.logFlag, DDLogFlagError);
     EXPECT_EQ(message.logContext, 0);
-    EXPECT_EQ(message.queueLabel, "a caller's queue");
     EXPECT_EQ(message.threadID(), std::to_string(::gettid()));
     EXPECT_GE(message.timestamp, before);
     EXPECT_LE(message.timestamp, std::chrono::system_clock::now());
+}
+
+TEST(DDLog, MessageNamesTheQueueAndTheThreadOfItsCall) {
+    const auto logger = std::make_shared<RecordingLogger>([](const DDLogMessage& message) {
+        if (message.queueLabel == "a caller's queue") DDLogError("from the logger");
+    });
+    const auto log = [] { DDLogError("call"); };
+    DDLog::addLogger(logger);
+    log();
+    DDLogCore::shared().loggingQueue().dispatch_sync(log);
+    platform::SerialQueue("a caller's queue").dispatch_sync(log);
+    DDLog::flushLog();
+    platform::GlobalQueue().dispatch_async(log);  // its end waits for the block
+    std::thread([&] {
+        for (const char* name : {"first", "second"}) {
+            ::pthread_setname_np(::pthread_self(), name);
+            log();
+        }
+    }).join();
+    DDLog::removeLogger(logger);
+    DDLog::flushLog();
+    Texts labels;
+    for (const auto& message : logger->messages) labels.push_back(message.queueLabel);
+    EXPECT_EQ(labels, (Texts{"main", "cocoa.modogriomu", "a caller's queue", "recorder", "global", "", ""}));
+    EXPECT_EQ(logger->messages.at(5).threadName, "first");
+    EXPECT_EQ(logger->messages.at(6).threadName, "second");
+}
+
+TEST(DDLog, MessageHasTheTimeOfItsCallHoweverLongThatWaitsForRoom) {
+    struct : platform::WallClock {
+        Date now() override {
+            if (++reads == 1001) beyondTheBound.release();
+            return {};
+        }
+        std::atomic<int> reads{0};
+        std::binary_semaphore beyondTheBound{0};
+    } clock;
+    platform::Platform services;
+    services.wallClock = &clock;
+    const platform::PlatformScope scope(services);
+    const auto logger = std::make_shared<RecordingLogger>([&, first = true](const auto&) mutable {
+        if (!std::exchange(first, false)) return;
+        EXPECT_TRUE(clock.beyondTheBound.try_acquire_for(std::chrono::seconds(10)));
+    });
+    DDLog::addLogger(logger);
+    for (int i = 0; i < 1001; ++i) DDLogInfo("x");
+    DDLog::removeLogger(logger);
+    DDLog::flushLog();
 }
 
 TEST(DDLog, LevelThatIsOffLogsNothingAndEvaluatesNothing) {

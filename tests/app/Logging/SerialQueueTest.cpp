@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/QueueFrame.hpp"
+
 using platform::SerialQueue;
 
 TEST(SerialQueue, SynchronousBlockOnAnIdleQueueRunsOnTheCallersThread) {
@@ -16,12 +18,12 @@ TEST(SerialQueue, SynchronousBlockOnAnIdleQueueRunsOnTheCallersThread) {
     std::thread::id ranOn;
     queue.dispatch_sync([&] {
         ranOn = std::this_thread::get_id();
-        EXPECT_STREQ(SerialQueue::currentLabel(), "idle");
+        EXPECT_STREQ(platform::QueueFrame::currentLabel(), "idle");
         EXPECT_TRUE(queue.isCurrent());
     });
     EXPECT_EQ(ranOn, std::this_thread::get_id());
     EXPECT_FALSE(queue.isCurrent());
-    EXPECT_STREQ(SerialQueue::currentLabel(), "");
+    EXPECT_STREQ(platform::QueueFrame::currentLabel(), "main");
 }
 
 TEST(SerialQueue, BlocksOfManyThreadsRunOneAtATimeAndInEachThreadsOrder) {

@@ -7,12 +7,11 @@
 #include <utility>
 
 #include "platform/Platform.hpp"
+#include "platform/QueueFrame.hpp"
 
 namespace {
 
 constexpr std::uint64_t kEverything = std::numeric_limits<std::uint64_t>::max();
-
-thread_local const DDLogQueue* tWithin = nullptr;
 
 /// Nothing leaves a block. Not its what() in the line: the library's exceptions share one text for all threads.
 template <typename Block>
@@ -40,24 +39,22 @@ DDLogQueue::~DDLogQueue() {
 }
 
 bool DDLogQueue::isCurrent() const {
-    return tWithin == this;
+    return platform::QueueFrame::isInside(this);
 }
 
 void DDLogQueue::performWithin(const std::function<void()>& block) const noexcept {
-    const DDLogQueue* const outer = std::exchange(tWithin, this);
+    const platform::QueueFrame within(this, nullptr);
     runGuarded(block);
-    tWithin = outer;
 }
 
 bool DDLogQueue::post(DDLogMessage&& message, bool asynchronous) {
+    message.timestamp = platform::wallClock().now();  // of the call, however long that waits
     std::unique_lock guard(mLock);
     // Nobody within a delivery may wait for the next one.
     const bool within = isCurrent();
     if (within && mMessages >= kPermits) return false;
     mProgress.wait(guard, [this] { return mMessages < kPermits; });
-    Entry& entry = mWaiting.emplace_back();
-    entry.message = std::move(message);
-    entry.message.timestamp = platform::wallClock().now();
+    mWaiting.emplace_back().message = std::move(message);
     ++mMessages;
     const std::uint64_t ticket = ++mSubmitted;
     if (!asynchronous && !within) {
@@ -117,7 +114,8 @@ std::size_t DDLogQueue::deliverFront() {
     const std::size_t limit = std::min({mSink.batchLimit(), kMaxBatch, mTaken.size()});
     std::size_t count = 0;
     for (; count < limit && !mTaken[count].block; ++count) mBatch[count] = &mTaken[count].message;
-    performWithin([&] {
+    const platform::QueueFrame frame(this, mLabel.c_str());
+    runGuarded([&] {
         if (count == 0) return std::exchange(mTaken.front().block, nullptr)();
         mSink.deliver({mBatch.data(), count});
     });
