@@ -18,10 +18,6 @@ namespace {
 
 constexpr std::size_t kInitialProfiles = 8;
 
-unsigned printed(double component) {
-    return static_cast<unsigned>(component * 255.0);
-}
-
 }  // namespace
 
 DDTTYLoggerColorProfile::DDTTYLoggerColorProfile(const DDTTYPalette& palette, std::optional<DDTTYColor> foreground,
@@ -34,11 +30,12 @@ DDTTYLoggerColorProfile::DDTTYLoggerColorProfile(const DDTTYPalette& palette, st
 }
 
 std::string DDTTYLoggerColorProfile::description() const {
+    const auto front = fg.bytes(), back = bg.bytes();
     char text[256];
     const int length = std::snprintf(
-        text, sizeof text, "<DDTTYLoggerColorProfile: %p mask:%i ctxt:%i fg:%u,%u,%u bg:%u,%u,%u fgCode:%s bgCode:%s>",
-        static_cast<const void*>(this), static_cast<int>(mask), context, printed(fg.red), printed(fg.green),
-        printed(fg.blue), printed(bg.red), printed(bg.green), printed(bg.blue), fgCode.c_str(), bgCode.c_str());
+        text, sizeof text, "<DDTTYLoggerColorProfile: %p mask:%i ctxt:%i fg:%i,%i,%i bg:%i,%i,%i fgCode:%s bgCode:%s>",
+        static_cast<const void*>(this), static_cast<int>(mask), context, front[0], front[1], front[2], back[0], back[1],
+        back[2], fgCode.c_str(), bgCode.c_str());
     return std::string(text, static_cast<std::size_t>(std::clamp<int>(length, 0, sizeof text - 1)));
 }
 

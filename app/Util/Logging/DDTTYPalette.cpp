@@ -10,13 +10,11 @@
 
 namespace {
 
-constexpr double kFarthest = 100.0;  // farther than any two colours are from each other
-
-constexpr unsigned kStandardColors[16][3] = {{0, 0, 0},       {205, 0, 0},   {0, 205, 0},   {205, 205, 0},
-                                             {0, 0, 238},     {205, 0, 205}, {0, 205, 205}, {229, 229, 229},
-                                             {127, 127, 127}, {255, 0, 0},   {0, 255, 0},   {255, 255, 0},
-                                             {92, 92, 255},   {255, 0, 255}, {0, 255, 255}, {255, 255, 255}};
-constexpr unsigned kCubeLevels[6] = {0, 95, 135, 175, 215, 255};
+constexpr std::array<int, 3> kStandardColors[] = {{0, 0, 0},       {205, 0, 0},   {0, 205, 0},   {205, 205, 0},
+                                                  {0, 0, 238},     {205, 0, 205}, {0, 205, 205}, {229, 229, 229},
+                                                  {127, 127, 127}, {255, 0, 0},   {0, 255, 0},   {255, 255, 0},
+                                                  {92, 92, 255},   {255, 0, 255}, {0, 255, 255}, {255, 255, 255}};
+constexpr int kCubeLevels[6] = {0, 95, 135, 175, 215, 255};
 
 bool containsIgnoringCase(std::string_view text, std::string_view part) {
     const auto same = [](char a, char b) { return (a | 0x20) == (b | 0x20); };
@@ -24,13 +22,18 @@ bool containsIgnoringCase(std::string_view text, std::string_view part) {
 }
 
 std::string directCode(const char* kind, const DDTTYColor& color) {
-    const auto byte = [](double component) { return static_cast<unsigned>(std::clamp(component, 0.0, 1.0) * 255.0); };
+    const auto [red, green, blue] = color.bytes();
     char text[40];
-    std::snprintf(text, sizeof text, "\033[%s%u,%u,%u;", kind, byte(color.red), byte(color.green), byte(color.blue));
+    std::snprintf(text, sizeof text, "\033[%s%d,%d,%d;", kind, red, green, blue);
     return text;
 }
 
 }  // namespace
+
+std::array<int, 3> DDTTYColor::bytes() const {
+    const auto byte = [](double component) { return static_cast<int>(std::fmin(std::fmax(component, 0), 1) * 255); };
+    return {byte(red), byte(green), byte(blue)};
+}
 
 DDTTYPalette DDTTYPalette::fromEnvironment() {
     if (const char* term = std::getenv("TERM")) {
@@ -46,8 +49,7 @@ DDTTYPalette DDTTYPalette::with16Colors() {
     palette.mKind = Kind::Table;
     for (unsigned i = 0; i < 16; ++i) {
         const std::string bright = i < 8 ? "" : "1;";
-        palette.mColors.push_back(
-            DDTTYColor::fromBytes(kStandardColors[i][0], kStandardColors[i][1], kStandardColors[i][2]));
+        palette.mColors.push_back(kStandardColors[i]);
         palette.mForegrounds.push_back(bright + "3" + std::to_string(i % 8) + "m");
         palette.mBackgrounds.push_back(bright + "4" + std::to_string(i % 8) + "m");
     }
@@ -57,17 +59,17 @@ DDTTYPalette DDTTYPalette::with16Colors() {
 DDTTYPalette DDTTYPalette::with256Colors() {
     DDTTYPalette palette;
     palette.mKind = Kind::Table;
-    const auto add = [&palette](unsigned r, unsigned g, unsigned b) {
+    const auto add = [&palette](const std::array<int, 3>& color) {
         const std::string index = std::to_string(palette.mColors.size());
-        palette.mColors.push_back(DDTTYColor::fromBytes(r, g, b));
+        palette.mColors.push_back(color);
         palette.mForegrounds.push_back("38;5;" + index + "m");
         palette.mBackgrounds.push_back("48;5;" + index + "m");
     };
-    for (const auto& color : kStandardColors) add(color[0], color[1], color[2]);
-    for (const unsigned red : kCubeLevels)
-        for (const unsigned green : kCubeLevels)
-            for (const unsigned blue : kCubeLevels) add(red, green, blue);
-    for (unsigned gray = 8; gray <= 238; gray += 10) add(gray, gray, gray);
+    for (const auto& color : kStandardColors) add(color);
+    for (const int red : kCubeLevels)
+        for (const int green : kCubeLevels)
+            for (const int blue : kCubeLevels) add({red, green, blue});
+    for (int gray = 8; gray <= 238; gray += 10) add({gray, gray, gray});
     return palette;
 }
 
@@ -78,17 +80,14 @@ DDTTYPalette DDTTYPalette::withDirectColors() {
 }
 
 std::size_t DDTTYPalette::codeIndex(const DDTTYColor& color) const {
-    std::size_t best = 0;
-    double bestDistance = kFarthest;
-    for (std::size_t i = 0; i < mColors.size(); ++i) {
-        const DDTTYColor& entry = mColors[i];
-        const double distance = std::hypot(color.red - entry.red, color.green - entry.green, color.blue - entry.blue);
-        if (distance < bestDistance) {
-            bestDistance = distance;
-            best = i;
-        }
-    }
-    return best;
+    // By the square of the distance: whole numbers tell equal distances from nearly equal ones.
+    const auto [red, green, blue] = color.bytes();
+    const auto distance = [&, red = red, green = green, blue = blue](const std::array<int, 3>& entry) {
+        const int r = red - entry[0], g = green - entry[1], b = blue - entry[2];
+        return r * r + g * g + b * b;
+    };
+    const auto nearest = std::ranges::min_element(mColors, {}, distance);
+    return static_cast<std::size_t>(nearest == mColors.end() ? 0 : nearest - mColors.begin());
 }
 
 std::string DDTTYPalette::foregroundCode(const DDTTYColor& color) const {

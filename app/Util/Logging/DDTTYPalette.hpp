@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -14,6 +15,9 @@ struct DDTTYColor {
     static constexpr DDTTYColor fromBytes(unsigned r, unsigned g, unsigned b) {
         return {r / 255.0, g / 255.0, b / 255.0};
     }
+
+    /// Components of 0 to 255, cut to whole numbers; what lies outside becomes the nearer end.
+    std::array<int, 3> bytes() const;
 };
 
 /// The colours that a terminal can show, and how it is told to. A plain value.
@@ -43,7 +47,7 @@ class DDTTYPalette {
     DDTTYPalette() = default;
 
     Kind mKind = Kind::None;
-    std::vector<DDTTYColor> mColors;
+    std::vector<std::array<int, 3>> mColors;
     std::vector<std::string> mForegrounds;
     std::vector<std::string> mBackgrounds;
 };

@@ -120,9 +120,10 @@ TEST(DDTTYLogger, ColoursOfTheTagComeBeforeThoseOfFlagAndContextAndOnlyWhenEnabl
     console.logger.clearAllColors();
     EXPECT_EQ(console.log(elsewhere), "A\n");
 
-    const DDTTYLoggerColorProfile profile(DDTTYPalette::withDirectColors(), red, blue, 3, -1);
+    const DDTTYColor beyond{1.5, -0.5, 205 / 255.0};
+    const DDTTYLoggerColorProfile profile(DDTTYPalette::withDirectColors(), beyond, blue, 3, -1);
     EXPECT_THAT(profile.description(),
-                testing::EndsWith(" mask:3 ctxt:-1 fg:205,0,0 bg:92,92,250 fgCode:\033[fg205,0,0; "
+                testing::EndsWith(" mask:3 ctxt:-1 fg:255,0,205 bg:92,92,250 fgCode:\033[fg255,0,205; "
                                   "bgCode:\033[bg92,92,250;>"));
 }
 
@@ -132,10 +133,11 @@ TEST(DDTTYPaletteTest, NearestEntryWinsAndTheFirstOfSeveral) {
         unsigned red, green, blue;
         std::size_t few, many;
     };
-    // Black and white stand twice in the large table; the first entry is taken.
+    // Black and white stand twice in the large table; the last four are as far from the entry as from a later one.
     for (const Case& tested :
          {Case{0, 0, 0, 0, 0}, Case{255, 255, 255, 15, 15}, Case{120, 130, 125, 8, 8}, Case{95, 135, 175, 8, 67},
-          Case{10, 9, 8, 0, 232}, Case{255, 135, 0, 3, 208}, Case{230, 228, 229, 7, 7}}) {
+          Case{10, 9, 8, 0, 232}, Case{255, 135, 0, 3, 208}, Case{230, 228, 229, 7, 7}, Case{234, 182, 118, 7, 180},
+          Case{201, 133, 200, 7, 176}, Case{34, 235, 35, 10, 10}, Case{194, 43, 186, 5, 5}}) {
         const DDTTYColor color = DDTTYColor::fromBytes(tested.red, tested.green, tested.blue);
         EXPECT_EQ(few.codeIndex(color), tested.few) << tested.red;
         EXPECT_EQ(many.codeIndex(color), tested.many) << tested.red;
