@@ -1,16 +1,14 @@
 // The tool. Picks what the platform interface is made of on this system, and runs the application on it.
 #include <QApplication>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <vector>
 
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/SystemLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
@@ -33,52 +31,6 @@ namespace {
     DDLog::applicationWillTerminate();
     std::_Exit(status);
 }
-
-/// The system log. What the platform has to say of a device (above all why it can't be opened) belongs beside the
-/// workflow's own lines, where support looks for it; the loggers' own troubles can't be told to themselves. Any thread.
-class SystemLog {
-  public:
-    static SystemLog& shared() {
-        // Never destroyed: a thread may still have something to say while the process exits.
-        static auto& one = *new SystemLog;
-        return one;
-    }
-
-    void write(const std::string& line) {
-        const std::string text = line.substr(0, line.find_last_not_of('\n') + 1);
-        if (DDLog::isDelivering()) {
-            std::fprintf(stderr, "%s\n", text.c_str());
-            return;
-        }
-        {
-            const std::lock_guard guard(mLock);
-            if (!mHasLoggers) {
-                std::fprintf(stderr, "%s\n", text.c_str());  // should the launch not get that far
-                return mEarlyLines.push_back(text);
-            }
-        }
-        report(text);
-    }
-
-    /// The launch reads the settings before it adds the loggers: a line about a damaged file waits for them until here.
-    void loggersAreAdded() {
-        std::vector<std::string> lines;
-        {
-            const std::lock_guard guard(mLock);
-            mHasLoggers = true;
-            lines.swap(mEarlyLines);
-        }
-        for (const std::string& line : lines) report(line);
-    }
-
-  private:
-    /// What the platform has to say is trouble, also to a person who wants to see nothing else in the log.
-    static void report(const std::string& line) { DD_LOG_MAYBE(true, DDLogFlagError, "%s", line.c_str()); }
-
-    std::mutex mLock;
-    bool mHasLoggers = false;              ///< behind mLock
-    std::vector<std::string> mEarlyLines;  ///< behind mLock
-};
 
 }  // namespace
 
