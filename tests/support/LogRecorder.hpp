@@ -1,7 +1,10 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <semaphore>
 #include <string>
 #include <utility>
 #include <vector>
@@ -9,6 +12,7 @@
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDLogMessage.hpp"
+#include "app/Util/Logging/impl/DDLogCore.hpp"
 
 namespace support {
 
@@ -41,5 +45,18 @@ class LogRecorder {
     };
     std::shared_ptr<Logger> mLogger = std::make_shared<Logger>();
 };
+
+/// True when the call does not return before what it logs is delivered. A delivery is held up until the call has
+/// returned; where one is expected to wait, that ends after a moment instead.
+inline bool WaitsForItsLine(bool expected, const std::function<void()>& call) {
+    const std::chrono::milliseconds patience(expected ? 50 : 10000);
+    std::binary_semaphore returned(0);
+    bool waited = false;
+    DDLogCore::shared().loggingQueue().dispatch_async([&] { waited = !returned.try_acquire_for(patience); });
+    call();
+    returned.release();
+    DDLog::flushLog();
+    return waited;
+}
 
 }  // namespace support

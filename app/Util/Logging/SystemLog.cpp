@@ -8,7 +8,7 @@ namespace {
 
 /// What the platform has to say is trouble, also to a person who wants to see nothing else in the log.
 void report(const std::string& line) {
-    DD_LOG_MAYBE(true, DDLogFlagError, "%s", line.c_str());
+    DDLogError("%s", line.c_str());
 }
 
 }  // namespace

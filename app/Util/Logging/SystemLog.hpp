@@ -11,8 +11,9 @@ class SystemLog {
   public:
     static SystemLog& shared();
 
-    /// Logs the line as an error. A line that comes before loggersAreAdded() waits for that and goes to standard error
-    /// meanwhile. From within a delivery a line goes to standard error only.
+    /// Logs the line as an error; it is written when this returns. A line that comes before loggersAreAdded() waits for
+    /// that and goes to standard error meanwhile. From within a delivery a line goes to standard error only: there it
+    /// would wait for itself. Blocks as a synchronous log call does.
     void write(const std::string& line);
 
     /// The launch reads the settings before it adds the loggers: a line about a damaged file waits for them until here.

@@ -13,7 +13,7 @@ TEST(SystemLog, LinesAreErrorsThatAreWrittenAtOnceAndEarlyOnesWhenTheLoggersAreT
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "early\n");
     support::LogRecorder recorder;
     log.loggersAreAdded();
-    log.write("later\n\n");
+    EXPECT_TRUE(support::WaitsForItsLine(true, [&] { log.write("later\n\n"); }));
     const auto messages = recorder.take();
     ASSERT_EQ(messages.size(), 2U);
     EXPECT_EQ(messages[0].logMsg + ", " + messages[1].logMsg, "early, later");
