@@ -15,6 +15,7 @@
 #include "app/Util/Logging/impl/DDLogCore.hpp"
 #include "platform/linux/Dispatch.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
+#include "tests/support/LogRecorder.hpp"
 
 namespace {
 
@@ -293,6 +294,22 @@ TEST(DDLog, MessageHasTheTimeOfItsCallHoweverLongThatWaitsForRoom) {
     for (int i = 0; i < 1001; ++i) DDLogInfo("x");
     DDLog::removeLogger(logger);
     DDLog::flushLog();
+}
+
+TEST(DDLog, OnlyErrorLinesAreWrittenWhenTheirCallReturns) {
+    const struct {
+        const char* name;
+        void (*log)();
+        bool synchronous;
+    } cases[] = {{"error", [] { DDLogError("x"); }, true},
+                 {"warning", [] { DDLogWarn("x"); }, false},
+                 {"info", [] { DDLogInfo("x"); }, false},
+                 {"debug", [] { DDLogDebug("x"); }, false},
+                 {"verbose", [] { DDLogVerbose("x"); }, false}};
+    ddLogLevel = DDLogLevelAll;
+    for (const auto& tested : cases)
+        EXPECT_EQ(support::WaitsForItsLine(tested.synchronous, tested.log), tested.synchronous) << tested.name;
+    ddLogLevel = 7;
 }
 
 TEST(DDLog, LevelThatIsOffLogsNothingAndEvaluatesNothing) {

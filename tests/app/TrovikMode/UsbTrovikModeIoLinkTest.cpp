@@ -34,7 +34,7 @@ TEST(IoLink, TellsTheClassesOfExceptionsApart) {
         Error error;
         error.userInfo["kept"] = "yes";
         world.usb.endsWrite({.raise = c.raise});
-        EXPECT_FALSE(facade->sendIopCommand(10, {}, false, &error));
+        EXPECT_TRUE(WaitsForItsLine(true, [&] { EXPECT_FALSE(facade->sendIopCommand(10, {}, false, &error)); }));
         EXPECT_EQ(error.description(), "TrovikModeIoLink: " + std::string(c.description));
         EXPECT_EQ(error.domain, "NonvolToolErrorDomain");
         EXPECT_EQ(error.code, 0);
@@ -54,7 +54,7 @@ TEST(IoLink, ThatCannotBeMadeIsLoggedWithTheRaiseSite) {
     world.addFault(Fault::onPacket(5, FaultKind::Ignore).onLayer(0).committed(100));
     LogRecorder log;
     auto const logsOf = [&log](std::optional<std::string> const& path) {
-        EXPECT_FALSE(UsbTrovikModeIoLink::initWithPath(path));
+        EXPECT_TRUE(WaitsForItsLine(true, [&] { EXPECT_FALSE(UsbTrovikModeIoLink::initWithPath(path)); }));
         auto const lines = log.take();
         return lines.size() == 1 ? lines[0].logMsg : std::to_string(lines.size()) + " lines";
     };
