@@ -37,16 +37,6 @@ struct ClassTable {
     }
 };
 
-/// Null where the core can't be made (its thread can't start). Logging is then reduced to the standard error stream,
-/// and the next call tries again.
-DDLogCore* coreOrNull() noexcept {
-    try {
-        return &DDLogCore::shared();
-    } catch (...) {
-        return nullptr;
-    }
-}
-
 }  // namespace
 
 void DDLog::log(bool asynchronous, std::uint32_t level, std::uint32_t flag, std::int32_t context, const char* file,
@@ -90,47 +80,46 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
         message.tag = tag;
         queued = DDLogCore::shared().queueLogMessage(std::move(message), asynchronous);
     } catch (const std::exception&) {
-        // No memory, or no thread for the core: its beginning on standard error is better than nothing.
+        // No memory: the beginning on standard error is better than nothing.
     }
     va_end(again);
     if (!queued) std::fprintf(stderr, "%s\n", text);
 }
 
 void DDLog::addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level) {
-    DDLogCore* const core = coreOrNull();
-    if (!logger || !core) return;
-    core->loggingQueue().dispatch_async(
-        [core, logger = std::move(logger), level] { core->lt_addLogger(logger, level); });
+    if (!logger) return;
+    DDLogCore& core = DDLogCore::shared();
+    core.loggingQueue().dispatch_async(
+        [&core, logger = std::move(logger), level] { core.lt_addLogger(logger, level); });
 }
 
 void DDLog::removeLogger(std::shared_ptr<DDAbstractLogger> logger) {
-    DDLogCore* const core = coreOrNull();
-    if (!logger || !core) return;
-    core->loggingQueue().dispatch_async([core, logger = std::move(logger)] { core->lt_removeLogger(logger.get()); });
+    if (!logger) return;
+    DDLogCore& core = DDLogCore::shared();
+    core.loggingQueue().dispatch_async([&core, logger = std::move(logger)] { core.lt_removeLogger(logger.get()); });
 }
 
 void DDLog::removeAllLoggers() {
-    if (DDLogCore* const core = coreOrNull())
-        core->loggingQueue().dispatch_async([core] { core->lt_removeAllLoggers(); });
+    DDLogCore& core = DDLogCore::shared();
+    core.loggingQueue().dispatch_async([&core] { core.lt_removeAllLoggers(); });
 }
 
 bool DDLog::isDelivering() {
-    DDLogCore* const core = coreOrNull();
-    return !core || core->loggingQueue().isCurrent();
+    return DDLogCore::shared().loggingQueue().isCurrent();
 }
 
 void DDLog::flushLog() {
-    if (DDLogCore* const core = coreOrNull()) core->flushLog();
+    DDLogCore::shared().flushLog();
 }
 
 void DDLog::applicationWillTerminate() {
-    DDLogCore* const core = coreOrNull();
+    DDLogCore& core = DDLogCore::shared();
     // A logger that ends the process from within its delivery can't be waited for.
-    if (!core || core->loggingQueue().isCurrent()) return;
+    if (core.loggingQueue().isCurrent()) return;
     const auto flushed = std::make_shared<std::promise<void>>();
     const std::future<void> flush = flushed->get_future();
-    core->loggingQueue().dispatch_async([core, flushed] {
-        core->lt_flush();
+    core.loggingQueue().dispatch_async([&core, flushed] {
+        core.lt_flush();
         flushed->set_value();
     });
     flush.wait_for(kTerminationPatience);

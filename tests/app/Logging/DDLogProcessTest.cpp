@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -154,6 +155,35 @@ TEST_F(LoggingProcess, LogFolderThatCannotBeMadeOrWrittenToIsSurvived) {
             },
             testing::ExitedWithCode(0), "line 0\n(.*\n)*.*line 14\n");
     }
+}
+
+TEST_F(LoggingProcess, LoggerThatGetsNoThreadIsNamedAndLeftOut) {
+    const auto noMoreThreads = [] {
+        if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) std::exit(2);
+        const rlimit none{0, 0};
+        if (::setrlimit(RLIMIT_NPROC, &none) != 0) std::exit(2);
+    };
+    const std::string left = "gets no thread and is left out: [^\n]*\n";
+    EXPECT_EXIT(
+        {
+            DDLog::addLogger(DDTTYLogger::sharedInstance());
+            DDLog::flushLog();
+            noMoreThreads();
+            setUpLogging();
+            DDLogInfo("on it goes");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "fileLogger " + left + "(.*\n)*.*on it goes");
+    // Not even the core has one.
+    EXPECT_EXIT(
+        {
+            noMoreThreads();
+            setUpLogging();
+            DDLogInfo("asynchronous");
+            DDLogError("synchronous");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "ttyLogger " + left + ".*fileLogger " + left);
 }
 
 }  // namespace

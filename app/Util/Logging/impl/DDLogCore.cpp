@@ -6,10 +6,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <future>
+#include <system_error>
 #include <thread>
 #include <utility>
 
 #include "app/Util/Logging/DDLog.hpp"
+#include "platform/Platform.hpp"
 
 namespace {
 
@@ -109,8 +111,14 @@ void DDLogCore::lt_addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint
     if (!node.loggerQueue) node.loggerQueue = std::make_shared<platform::SerialQueue>(logger->loggerName());
     node.logLevel = level;
     node.batchLogger = dynamic_cast<DDBatchLogger*>(logger.get());
+    try {
+        node.loggerQueue->dispatch_async(
+            [this, logger] { mLoggingQueue.performWithin([&] { logger->didAddLogger(); }); });
+    } catch (const std::system_error& error) {
+        return platform::NSLog("The logger %s gets no thread and is left out: %s\n", logger->loggerName().c_str(),
+                               error.what());
+    }
     mOnlyBatchLoggers = mOnlyBatchLoggers && node.batchLogger;
-    node.loggerQueue->dispatch_async([this, logger] { mLoggingQueue.performWithin([&] { logger->didAddLogger(); }); });
     node.logger = std::move(logger);
     mLoggers.push_back(std::move(node));
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <system_error>
 #include <utility>
 
 #include "platform/Platform.hpp"
@@ -26,7 +27,13 @@ void runGuarded(const Block& block) noexcept {
 }  // namespace
 
 DDLogQueue::DDLogQueue(std::string label, Sink& sink) : mLabel(std::move(label)), mSink(sink) {
-    mWorker = std::thread([this] { run(); });
+    // Behind the lock, since the thread looks at its own object.
+    const std::lock_guard guard(mLock);
+    try {
+        mWorker = std::thread([this] { run(); });
+    } catch (const std::system_error&) {
+        // No more threads for this process. Whoever calls delivers.
+    }
 }
 
 DDLogQueue::~DDLogQueue() {
@@ -34,6 +41,7 @@ DDLogQueue::~DDLogQueue() {
         const std::lock_guard guard(mLock);
         mStopping = true;
     }
+    if (!mWorker.joinable()) return;
     mWork.notify_one();
     mWorker.join();
 }
@@ -56,29 +64,36 @@ bool DDLogQueue::post(DDLogMessage&& message, bool asynchronous) {
     mProgress.wait(guard, [this] { return mMessages < kPermits; });
     mWaiting.emplace_back().message = std::move(message);
     ++mMessages;
-    const std::uint64_t ticket = ++mSubmitted;
+    ++mSubmitted;
     if (!asynchronous && !within) {
-        await(guard, ticket);
+        await(guard, mSubmitted);
     } else {
-        guard.unlock();
-        mWork.notify_one();
+        wakeThread(guard);
     }
     return true;
 }
 
 void DDLogQueue::dispatch_async(std::function<void()> block) {
-    {
-        const std::lock_guard guard(mLock);
-        mWaiting.emplace_back().block = std::move(block);
-        ++mSubmitted;
-    }
-    mWork.notify_one();
+    std::unique_lock guard(mLock);
+    mWaiting.emplace_back().block = std::move(block);
+    ++mSubmitted;
+    wakeThread(guard);
 }
 
 void DDLogQueue::dispatch_sync(const std::function<void()>& block) {
     std::unique_lock guard(mLock);
     mWaiting.emplace_back().block = [&block] { block(); };
     await(guard, ++mSubmitted);
+}
+
+/// Has the queue's thread deliver; without one this thread does, unless a delivery is under way that will go on.
+void DDLogQueue::wakeThread(std::unique_lock<std::mutex>& guard) {
+    if (mWorker.joinable()) {
+        guard.unlock();
+        mWork.notify_one();
+    } else if (!isCurrent() && !mDraining) {
+        drain(guard, kEverything);
+    }
 }
 
 /// Returns when the entry with that ticket has been delivered, on this thread if nobody else is at it.
@@ -95,6 +110,7 @@ void DDLogQueue::await(std::unique_lock<std::mutex>& guard, std::uint64_t ticket
 /// Delivers until nothing is left, or until the entry with that ticket has had its turn. Nobody else drains.
 void DDLogQueue::drain(std::unique_lock<std::mutex>& guard, std::uint64_t ticket) {
     mDraining = true;
+    if (!mWorker.joinable()) ticket = kEverything;  // nobody goes on after this thread
     while (mDone < std::min(ticket, mSubmitted)) {
         if (mTaken.empty()) mTaken.swap(mWaiting);
         guard.unlock();

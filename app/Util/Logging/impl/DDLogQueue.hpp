@@ -61,6 +61,7 @@ class DDLogQueue final : public platform::DispatchQueue {
         std::function<void()> block;  ///< empty where the entry is a message
     };
 
+    void wakeThread(std::unique_lock<std::mutex>& guard);
     void await(std::unique_lock<std::mutex>& guard, std::uint64_t ticket);
     void drain(std::unique_lock<std::mutex>& guard, std::uint64_t ticket);
     std::size_t deliverFront();
