@@ -161,9 +161,7 @@ void Device::transfer(Pipe pipe, std::span<const unsigned char> bytes, Time now)
     if (queue.size() + bytes.size() / most + 1 > kMostQueuedPackets) {
         return refuse("answers that the host does not fetch", bytes, now);
     }
-    if (mRecord.recordsTraffic()) {
-        mRecord.add({RecordEntry::Kind::Sent, now, pipe, Bytes(bytes.begin(), bytes.end()), {}});
-    }
+    mRecord.add({RecordEntry::Kind::Sent, now, pipe, Bytes(bytes.begin(), bytes.end()), {}});
     // The last packet is a short one, or an empty one where the bytes fill whole packets.
     for (std::size_t at = 0; at <= bytes.size(); at += most) {
         const auto packet = bytes.subspan(at, std::min(most, bytes.size() - at));

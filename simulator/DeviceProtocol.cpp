@@ -63,7 +63,7 @@ void Device::meetFaults(std::span<const unsigned char> firstPacket, Time now) {
 }
 
 void Device::packetReceived(const Bytes& bytes, Time now) {
-    if (mRecord.recordsTraffic()) mRecord.add({RecordEntry::Kind::Received, now, Pipe::BulkOut, bytes, {}});
+    mRecord.add({RecordEntry::Kind::Received, now, Pipe::BulkOut, bytes, {}});
     for (const auto& fault : std::exchange(mPacketFaults, {})) {
         if (fault.kind == FaultKind::Ignore) return;
         if (fault.kind == FaultKind::Unplug && !fault.delay) return pullCable(fault.comesBack, now);

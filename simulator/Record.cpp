@@ -9,10 +9,6 @@ namespace {
 constexpr std::size_t kMostEntries = 100'000;
 constexpr std::size_t kMostBytes = 16u << 20;
 
-bool isTraffic(RecordEntry::Kind kind) {
-    return kind == RecordEntry::Kind::Received || kind == RecordEntry::Kind::Sent;
-}
-
 std::string line(const RecordEntry& entry) {
     char time[32];
     std::snprintf(time, sizeof time, "%12.3f ms  ", static_cast<double>(entry.time.count()) / 1000.0);
@@ -34,7 +30,6 @@ std::string line(const RecordEntry& entry) {
 }  // namespace
 
 void Record::add(RecordEntry entry) {
-    if (!mTraffic && isTraffic(entry.kind)) return;
     mBytes += entry.bytes.size();
     mEntries.push_back(std::move(entry));
     while (mEntries.size() > kMostEntries || mBytes > kMostBytes) {

@@ -35,10 +35,6 @@ class Record {
     void add(RecordEntry entry);
     void clear();
 
-    /// Switches recording of traffic off (benchmarks) and on; refusals are always kept.
-    void setRecordsTraffic(bool on) { mTraffic = on; }
-    bool recordsTraffic() const { return mTraffic; }
-
     const std::deque<RecordEntry>& entries() const { return mEntries; }
     std::size_t dropped() const { return mDropped; }  ///< entries that had to make room
 
@@ -52,7 +48,6 @@ class Record {
     std::deque<RecordEntry> mEntries;
     std::size_t mBytes = 0;
     std::size_t mDropped = 0;
-    bool mTraffic = true;
 };
 
 }  // namespace simulator
