@@ -14,11 +14,6 @@
 namespace platform {
 namespace {
 
-struct FreeConfiguration {
-    void operator()(libusb_config_descriptor* descriptor) const { libusb_free_config_descriptor(descriptor); }
-};
-using Configuration = std::unique_ptr<libusb_config_descriptor, FreeConfiguration>;
-
 /// The way to an interface's access object.
 class UsbInterfacePlugIn final : public IOCFPlugInInterface {
   public:
@@ -107,7 +102,7 @@ IOReturn LibusbDevice::GetConfigurationDescriptorPtr(std::uint8_t index, IOUSBCo
     if (!mConnection) return kIOReturnNotOpen;
     libusb_config_descriptor* found = nullptr;
     const int result = libusb_get_config_descriptor(mConnection->Device(), index, &found);
-    const Configuration configuration(found);
+    const UsbConfiguration configuration(found);
     if (result < 0) return IOReturnOfLibusb(result);
     descriptor = {configuration->bConfigurationValue, configuration->bNumInterfaces};
     return kIOReturnSuccess;
@@ -122,50 +117,42 @@ IOReturn LibusbDevice::SetConfiguration(std::uint8_t configurationValue) {
 }
 
 IOReturn LibusbDevice::GetDeviceVendor(std::uint16_t& vendor) {
-    if (!mConnection) return kIOReturnNotOpen;
-    libusb_device_descriptor descriptor{};
-    const int result = libusb_get_device_descriptor(mConnection->Device(), &descriptor);
-    if (result == LIBUSB_SUCCESS) vendor = descriptor.idVendor;
-    return IOReturnOfLibusb(result);
+    return ReadField(&libusb_device_descriptor::idVendor, vendor);
 }
 
 IOReturn LibusbDevice::GetDeviceProduct(std::uint16_t& product) {
-    if (!mConnection) return kIOReturnNotOpen;
-    libusb_device_descriptor descriptor{};
-    const int result = libusb_get_device_descriptor(mConnection->Device(), &descriptor);
-    if (result == LIBUSB_SUCCESS) product = descriptor.idProduct;
-    return IOReturnOfLibusb(result);
+    return ReadField(&libusb_device_descriptor::idProduct, product);
 }
 
 IOReturn LibusbDevice::GetDeviceReleaseNumber(std::uint16_t& release) {
+    return ReadField(&libusb_device_descriptor::bcdDevice, release);
+}
+
+IOReturn LibusbDevice::ReadField(std::uint16_t libusb_device_descriptor::*field, std::uint16_t& value) const {
     if (!mConnection) return kIOReturnNotOpen;
     libusb_device_descriptor descriptor{};
     const int result = libusb_get_device_descriptor(mConnection->Device(), &descriptor);
-    if (result == LIBUSB_SUCCESS) release = descriptor.bcdDevice;
+    if (result == LIBUSB_SUCCESS) value = descriptor.*field;
     return IOReturnOfLibusb(result);
 }
 
 IOReturn LibusbDevice::CreateInterfaceIterator(const IOUSBFindInterfaceRequest& request,
                                                std::unique_ptr<IOIterator>& iterator) {
     if (!mConnection) return kIOReturnNotOpen;
-    libusb_config_descriptor* found = nullptr;
-    const int result = libusb_get_active_config_descriptor(mConnection->Device(), &found);
-    const Configuration configuration(found);
-    if (result < 0) return IOReturnOfLibusb(result);
+    UsbConfiguration configuration;
+    const IOReturn result = mConnection->ActiveConfiguration(configuration);
+    if (result != kIOReturnSuccess) return result;
 
     std::vector<std::unique_ptr<IOService>> interfaces;
-    for (int i = 0; i < configuration->bNumInterfaces; ++i) {
-        if (configuration->interface[i].num_altsetting < 1) continue;
-        // Alternate setting 0, the one that a configuration starts with.
-        const libusb_interface_descriptor& interface = configuration->interface[i].altsetting[0];
-        if (!Fits(request.bInterfaceClass, interface.bInterfaceClass) ||
-            !Fits(request.bInterfaceSubClass, interface.bInterfaceSubClass) ||
-            !Fits(request.bInterfaceProtocol, interface.bInterfaceProtocol) ||
-            !Fits(request.bAlternateSetting, interface.bAlternateSetting)) {
+    for (const auto* interface : FirstSettings(*configuration)) {
+        if (!Fits(request.bInterfaceClass, interface->bInterfaceClass) ||
+            !Fits(request.bInterfaceSubClass, interface->bInterfaceSubClass) ||
+            !Fits(request.bInterfaceProtocol, interface->bInterfaceProtocol) ||
+            !Fits(request.bAlternateSetting, interface->bAlternateSetting)) {
             continue;
         }
         interfaces.push_back(std::make_unique<UsbInterfaceService>(
-            mConnection, Describe(mPath, configuration->bConfigurationValue, interface)));
+            mConnection, Describe(mPath, configuration->bConfigurationValue, *interface)));
     }
     iterator = std::make_unique<IOServiceList>(std::move(interfaces));
     return kIOReturnSuccess;

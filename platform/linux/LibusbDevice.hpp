@@ -6,6 +6,8 @@
 
 #include "platform/IOUSB.hpp"
 
+struct libusb_device_descriptor;
+
 namespace platform {
 
 class UsbConnection;
@@ -32,6 +34,8 @@ class LibusbDevice final : public IOUSBDeviceInterface {
                                      std::unique_ptr<IOIterator>& iterator) override;
 
   private:
+    IOReturn ReadField(std::uint16_t libusb_device_descriptor::*field, std::uint16_t& value) const;
+
     const std::string mPath;
     const std::uint64_t mEntryId;
     std::shared_ptr<UsbConnection> mConnection;  // shared with the interfaces; empty while closed

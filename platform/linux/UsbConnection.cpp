@@ -21,6 +21,14 @@ bool Add(int epoll, int descriptor, short events) {
 
 }  // namespace
 
+std::vector<const libusb_interface_descriptor*> FirstSettings(const libusb_config_descriptor& configuration) {
+    std::vector<const libusb_interface_descriptor*> settings;
+    for (int i = 0; i < configuration.bNumInterfaces; ++i) {
+        if (configuration.interface[i].num_altsetting > 0) settings.push_back(configuration.interface[i].altsetting);
+    }
+    return settings;
+}
+
 IOReturn UsbConnection::Open(const std::string& node, std::shared_ptr<UsbConnection>& connection) {
     // make_shared can't reach the constructor.
     std::shared_ptr<UsbConnection> made(new UsbConnection);
@@ -80,6 +88,13 @@ UsbConnection::~UsbConnection() {
     libusb_set_pollfd_notifiers(mContext.get(), nullptr, nullptr, nullptr);
 }
 
+IOReturn UsbConnection::ActiveConfiguration(UsbConfiguration& configuration) const {
+    libusb_config_descriptor* found = nullptr;
+    const int result = libusb_get_active_config_descriptor(Device(), &found);
+    configuration.reset(result < 0 ? nullptr : found);
+    return IOReturnOfLibusb(result);
+}
+
 IOReturn UsbConnection::SetConfiguration(int configurationValue) {
     int result = libusb_set_configuration(mHandle.get(), configurationValue);
     if (result == LIBUSB_ERROR_BUSY && DetachKernelDrivers() == kIOReturnSuccess) {
@@ -91,14 +106,13 @@ IOReturn UsbConnection::SetConfiguration(int configurationValue) {
 /// The kernel refuses a configuration while a driver, or another program, holds one of the interfaces. A program is
 /// left alone: it makes the second try fail as well.
 IOReturn UsbConnection::DetachKernelDrivers() {
-    libusb_config_descriptor* configuration = nullptr;
-    const int result = libusb_get_active_config_descriptor(Device(), &configuration);
-    if (result < 0) return IOReturnOfLibusb(result);
-    for (int i = 0; i < configuration->bNumInterfaces; ++i) {
-        const int number = configuration->interface[i].altsetting[0].bInterfaceNumber;
+    UsbConfiguration configuration;
+    const IOReturn result = ActiveConfiguration(configuration);
+    if (result != kIOReturnSuccess) return result;
+    for (const auto* interface : FirstSettings(*configuration)) {
+        const int number = interface->bInterfaceNumber;
         if (libusb_detach_kernel_driver(mHandle.get(), number) == LIBUSB_SUCCESS) mDetached.insert(number);
     }
-    libusb_free_config_descriptor(configuration);
     return kIOReturnSuccess;
 }
 

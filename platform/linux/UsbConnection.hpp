@@ -6,11 +6,20 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "platform/IOReturn.hpp"
 #include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
+
+struct FreeUsbConfiguration {
+    void operator()(libusb_config_descriptor* descriptor) const { libusb_free_config_descriptor(descriptor); }
+};
+using UsbConfiguration = std::unique_ptr<libusb_config_descriptor, FreeUsbConfiguration>;
+
+/// Of each interface, alternate setting 0, the one that a configuration starts with. They belong to the configuration.
+std::vector<const libusb_interface_descriptor*> FirstSettings(const libusb_config_descriptor& configuration);
 
 /// One opened device: a libusb context of its own, so that nothing but this device's owner ever handles its events, the
 /// handle, and the node's descriptor. All of libusb's descriptors stand in one epoll set, whose descriptor is the only
@@ -27,6 +36,8 @@ class UsbConnection {
 
     libusb_device_handle* Handle() const { return mHandle.get(); }
     libusb_device* Device() const { return libusb_get_device(mHandle.get()); }
+
+    IOReturn ActiveConfiguration(UsbConfiguration& configuration) const;
 
     /// Chooses the configuration; kernel drivers in the way are detached, and given back at the end.
     IOReturn SetConfiguration(int configurationValue);
