@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <utility>
 
 #include "simulator/umock/UmockPort.hpp"
@@ -100,9 +101,13 @@ int UmockUsb::handleIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, Umock
 
 int UmockUsb::handleRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self) {
     const std::lock_guard lock(self->mMutex);
-    const File& file = self->mFiles.at(client);
+    const auto file = self->mFiles.find(client);
+    if (file == self->mFiles.end()) {
+        umockdev_ioctl_client_complete(client, -1, ENODEV);
+        return TRUE;
+    }
     UMockdevIoctlData* const argument = umockdev_ioctl_client_get_arg(client);
-    const Bytes descriptors = usbDescriptors(file.port->device.profile());
+    const Bytes descriptors = usbDescriptors(file->second.port->device.profile());
     const std::size_t size = std::min(descriptors.size(), static_cast<std::size_t>(argument->data_len));
     std::memcpy(argument->data, descriptors.data(), size);
     umockdev_ioctl_client_complete(client, static_cast<long>(size), 0);
@@ -111,6 +116,9 @@ int UmockUsb::handleRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockU
 
 void UmockUsb::clientConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockUsb* self) {
     const std::string node = umockdev_ioctl_client_get_devnode(client);
+    // umockdev connects for an open that has failed as well, and nobody will ever close that one. An open has failed
+    // when there is no node, or the device has gone right after it: either way there is nothing to serve.
+    if (!std::filesystem::exists(std::filesystem::symlink_status(self->mRoot + node))) return;
     const std::lock_guard lock(self->mMutex);
     for (const auto& port : self->mPorts) {
         if (port->node == node) self->mFiles[client] = {port.get(), port->generation};
@@ -138,7 +146,9 @@ void UmockUsb::ioctl(UMockdevIoctlClient* client) {
     const unsigned long request = umockdev_ioctl_client_get_request(client);
     Reply reply{client};
     const std::lock_guard lock(mMutex);
-    File& file = mFiles.at(client);
+    const auto found = mFiles.find(client);
+    if (found == mFiles.end()) return reply(-1, ENODEV);
+    File& file = found->second;
     Port& port = *file.port;
     if (request != USBDEVFS_SUBMITURB && request != USBDEVFS_REAPURBNDELAY && request != USBDEVFS_DISCARDURB) {
         ++mRequests.other;

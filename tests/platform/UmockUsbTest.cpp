@@ -1,3 +1,5 @@
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 
 #include "IOU/IOU_UsbLink.hpp"
@@ -100,6 +102,12 @@ TEST_F(UmockUsbTest, DeviceOfAnotherProgramIsLeftAloneAndTheLogSaysSo) {
     EXPECT_EQ(usb.driver(), "usbfs");
     ASSERT_EQ(gLog.size(), 1U);
     EXPECT_NE(gLog[0].find("/dev/bus/usb/001/002 can't be opened: held by another program"), std::string::npos);
+}
+
+TEST_F(UmockUsbTest, OpenOfANodeThatIsJustGoingLeavesNothingOpen) {
+    ASSERT_TRUE(std::filesystem::remove(getenv("UMOCKDEV_DIR") + std::string("/dev/bus/usb/001/002")));
+    EXPECT_EQ(Device()->USBDeviceOpen(), kIOReturnNoDevice);
+    EXPECT_TRUE(isAtRest());
 }
 
 TEST_F(UmockUsbTest, DeviceThatHasGoneIsNotOpenedAsTheNextOneOnItsPort) {
