@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <QApplication>
+#include <QTest>
+#include <chrono>
 #include <filesystem>
+#include <stdexcept>
 
 #include "app/Util/Logging/DDLog.hpp"
 #include "tests/support/Holdings.hpp"
@@ -13,6 +16,10 @@ namespace app_test {
 using simulator::Device;
 using simulator::Fault;
 using simulator::FaultKind;
+
+namespace {
+constexpr int kLimit = 60'000;  // milliseconds
+}
 
 const support::TemporaryFolder& RealTimeApp::folder() {
     static const support::TemporaryFolder shared;
@@ -58,7 +65,8 @@ const std::vector<std::string>& RealTimeApp::lines() {
 
 void RealTimeApp::plug() {
     mUsb.plug();
-    while (lines().empty() || mLines.back() != "I Device detected but no action taken") std::this_thread::yield();
+    waitUntil("the listener to see the device",
+              [this] { return !lines().empty() && mLines.back() == "I Device detected but no action taken"; });
 }
 
 void RealTimeApp::reset() {
@@ -84,11 +92,19 @@ void RealTimeApp::startAfresh() {
 }
 
 void RealTimeApp::waitFor(QWidget* screen) {
-    while (!screen->isVisible()) QApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    if (!QTest::qWaitFor([screen] { return screen->isVisible(); }, kLimit)) throw std::runtime_error("no such screen");
 }
 
 void RealTimeApp::waitFor(NextAction action) const {
-    while (controller->nextAction() != action) std::this_thread::yield();
+    waitUntil("the next action", [&] { return controller->nextAction() == action; });
+}
+
+void RealTimeApp::waitUntil(const char* what, const std::function<bool()>& condition) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(kLimit);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > limit) throw std::runtime_error(std::string("waited for ") + what);
+        std::this_thread::yield();
+    }
 }
 
 void RealTimeApp::resetsLeaveNothingBehind(int rounds) {

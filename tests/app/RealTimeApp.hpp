@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,8 +54,10 @@ class RealTimeApp {
     /// Whole resets from the main menu, without a trace of them in the process afterwards.
     void resetsLeaveNothingBehind(int rounds);
 
+    // These give up after a minute, with an exception that says what they waited for.
     void waitFor(QWidget* screen);
     void waitFor(NextAction action) const;
+    static void waitUntil(const char* what, const std::function<bool()>& condition);
 
     template <typename Action>
     void withDevice(Action action) {

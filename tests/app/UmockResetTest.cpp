@@ -49,9 +49,11 @@ TEST_F(UmockReset, CableMayBePulledWhileTheRebootCommandIsStillToBeTaken) {
     app.plug();
     app.withDevice([](Device& device) { device.addFault(Fault::onCommand(0xAE, NotTaken)); });
     app.confirmReset();
-    for (bool waits = false; !waits;) {
+    bool waits = false;
+    RealTimeApp::waitUntil("the reboot command", [&] {
         app.withDevice([&](Device& device) { waits = device.faults().size() == 0; });
-    }
+        return waits;
+    });
     usb.unplug();
     app.waitFor(NextAction::RebootOnAttach);
     EXPECT_TRUE(usb.isAtRest());
