@@ -3,7 +3,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Platform.hpp"
 #include "platform/linux/IOServiceList.hpp"
 #include "platform/linux/LibusbInterface.hpp"
 #include "platform/linux/OpenFailure.hpp"
@@ -87,9 +86,7 @@ IOReturn LibusbDevice::USBDeviceOpen() {
     if (mConnection) return kIOReturnExclusiveAccess;
     const auto present = UsbDeviceService::AtPath(mPath);
     const std::string node = present && present->EntryId() == mEntryId ? DeviceNodeOfPath(mPath) : std::string();
-    const IOReturn result = node.empty() ? kIOReturnNoDevice : UsbConnection::Open(node, mConnection);
-    if (result != kIOReturnSuccess) NSLog("%s\n", DescribeOpenFailure(mPath, result).c_str());
-    return result;
+    return node.empty() ? kIOReturnNoDevice : UsbConnection::Open(node, mConnection);
 }
 
 IOReturn LibusbDevice::USBDeviceClose() {
@@ -111,9 +108,7 @@ IOReturn LibusbDevice::GetConfigurationDescriptorPtr(std::uint8_t index, IOUSBCo
 IOReturn LibusbDevice::SetConfiguration(std::uint8_t configurationValue) {
     if (!mConnection) return kIOReturnNotOpen;
     // Also done where the configuration is active already: it clears what halted an endpoint in an earlier session.
-    const IOReturn result = mConnection->SetConfiguration(configurationValue);
-    if (result != kIOReturnSuccess) NSLog("%s\n", DescribeOpenFailure(mPath, result).c_str());
-    return result;
+    return mConnection->SetConfiguration(configurationValue);
 }
 
 IOReturn LibusbDevice::GetDeviceVendor(std::uint16_t& vendor) {

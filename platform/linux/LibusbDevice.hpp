@@ -12,8 +12,7 @@ namespace platform {
 
 class UsbConnection;
 
-/// A USB device over libusb. An open, a configuration or a claim that fails writes one line to the system log that says
-/// why in words. One thread.
+/// A USB device over libusb. One thread.
 class LibusbDevice final : public IOUSBDeviceInterface {
   public:
     /// @param entryId  the attach that is meant; a later device on the same port is another one

@@ -5,9 +5,7 @@
 #include <limits>
 #include <utility>
 
-#include "platform/Platform.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
-#include "platform/linux/OpenFailure.hpp"
 #include "platform/linux/UsbConnection.hpp"
 #include "platform/linux/UsbErrors.hpp"
 #include "platform/linux/UsbTransfers.hpp"
@@ -50,11 +48,7 @@ LibusbInterface::~LibusbInterface() {
 IOReturn LibusbInterface::USBInterfaceOpen() {
     if (mTransfers) return kIOReturnExclusiveAccess;
     const IOReturn result = IOReturnOfLibusb(libusb_claim_interface(mConnection->Handle(), mDescription.number));
-    if (result != kIOReturnSuccess) {
-        const std::string devicePath = mDescription.path.substr(0, mDescription.path.rfind('/'));
-        NSLog("%s\n", DescribeOpenFailure(devicePath, result).c_str());
-        return result;
-    }
+    if (result != kIOReturnSuccess) return result;
     mTransfers = std::make_shared<UsbTransfers>(mConnection, mDescription.number);
     return kIOReturnSuccess;
 }

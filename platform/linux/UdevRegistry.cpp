@@ -16,6 +16,7 @@
 #include "platform/Platform.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/IOServiceList.hpp"
+#include "platform/linux/OpenFailure.hpp"
 #include "platform/linux/UsbServices.hpp"
 
 namespace platform {
@@ -239,6 +240,10 @@ std::unique_ptr<IOService> UdevRegistry::IORegistryEntryFromPath(const std::stri
     const char* type = device ? udev_device_get_devtype(device.get()) : nullptr;
     if (!type || std::string_view(type) != kDeviceType) return nullptr;
     return UsbDeviceService::AtPath(path);
+}
+
+std::string UdevRegistry::DescribeOpenFailure(const std::string& path, IOReturn result) {
+    return platform::DescribeOpenFailure(path, result);
 }
 
 }  // namespace platform

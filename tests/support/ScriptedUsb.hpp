@@ -58,6 +58,7 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
                                                    {platform::kUSBIn, 2, platform::kUSBBulk, 64, 0},
                                                    {platform::kUSBOut, 3, platform::kUSBBulk, 64, 0}};
     std::string path = "scripted";
+    simulator::Duration opensIn{};
     std::vector<Bytes> writes;  ///< each write, in order
 
     std::size_t readsPending(std::uint8_t pipe) { return mReads[pipe].size(); }
@@ -75,6 +76,7 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
         return platform::kIOReturnUnsupported;
     }
     std::unique_ptr<platform::IOService> IORegistryEntryFromPath(std::string const& wanted) override;
+    std::string DescribeOpenFailure(std::string const&, platform::IOReturn) override { return {}; }
 
     // simulator::TimedWork
     std::optional<simulator::Time> nextDue() override;

@@ -8,6 +8,7 @@
 #include "IOU/IOU_Exception.hpp"
 #include "libs/IOU/IOU_UsbPacket.hpp"
 #include "libs/IOU/mac/IOU_Device.hpp"
+#include "platform/IORegistry.hpp"
 #include "platform/Platform.hpp"
 
 namespace iou {
@@ -53,7 +54,7 @@ Session_t::Session_t(std::string const& registryPath, win::Duration_t timeout)
     try {
         Start(registryPath, timeout);
     } catch (...) {
-        Abandon();
+        Abandon(registryPath);
         throw;
     }
     DebugServer().PrintStr("Session constructed.\n");
@@ -113,14 +114,20 @@ void Session_t::LearnMaxPacketSize(win::Duration_t timeout) {
 }
 
 /// The exception that ends construction may say no more than "1", so what was reported goes to the system log.
-void Session_t::Abandon() {
+void Session_t::Abandon(std::string const& registryPath) {
     DebugServer().PrintStr("iou::Session_t::Session_t - Failed\n");
+    bool const wasOpened = mDevice != nullptr;
     mDevice.reset();
     StopTimer();
-    if (mErrorOccurred)
-        platform::NSLog("The USB device can't be used: %s (0x%08X) at %s, %d\n",
-                        mErrorCode == 0 ? "not fit for it" : platform::IOReturnText(mErrorCode),
-                        static_cast<unsigned>(mErrorCode), mErrorFile, mErrorLine);
+    if (!mErrorOccurred) return;
+    std::string reason;
+    if (!wasOpened && mErrorCode != 0)
+        reason = platform::kIOMasterPortDefault().DescribeOpenFailure(registryPath, mErrorCode);
+    if (reason.empty())
+        reason = std::string("The USB device can't be used: ") +
+                 (mErrorCode == 0 ? "not fit for it" : platform::IOReturnText(mErrorCode));
+    platform::NSLog("%s (0x%08X) at %s, %d\n", reason.c_str(), static_cast<unsigned>(mErrorCode), mErrorFile,
+                    mErrorLine);
 }
 
 void Session_t::SendFrameWithTimeout(iol::Frame_t const& frame, Layer_t layer, win::Duration_t timeout) {

@@ -92,7 +92,7 @@ class Session_t : private glo::NonCopyable_t {
     void Start(std::string const& registryPath, win::Duration_t timeout);
     bool TryToStart();
     void LearnMaxPacketSize(win::Duration_t timeout);
-    void Abandon();
+    void Abandon(std::string const& registryPath);
     void StartTimer(win::Duration_t duration);
     void StopTimer() { mTimer.reset(); }
     bool TimerIsRunning() const { return mTimer && mTimer->CFRunLoopTimerIsValid(); }
