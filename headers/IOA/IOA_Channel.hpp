@@ -1,6 +1,7 @@
 #pragma once
 
 #include "IOA/IOA_Candidates.hpp"
+#include "IOA/IOA_Exception.hpp"
 #include "IOA/IOA_ProductData.hpp"
 #include "IOA/IOA_Protocols.hpp"
 #include "IOA/IOA_PvtData.hpp"

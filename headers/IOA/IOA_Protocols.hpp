@@ -1,5 +1,6 @@
 #pragma once
 
+#include "IOA/IOA_Exception.hpp"
 #include "IOL/IOL_Packet.hpp"
 
 #include <cstddef>

@@ -3,6 +3,7 @@
 #include "GEO/GEO_Position.hpp"
 #include "GLO/GLO_Optional.hpp"
 #include "GLO/GLO_Time.hpp"
+#include "IOL/IOL_Exception.hpp"
 #include "IOL/IOL_Packet.hpp"
 
 #include <array>

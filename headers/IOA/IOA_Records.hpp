@@ -1,5 +1,6 @@
 #pragma once
 
+#include "IOL/IOL_Exception.hpp"
 #include "IOL/IOL_Packet.hpp"
 
 #include <set>

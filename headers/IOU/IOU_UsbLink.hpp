@@ -6,6 +6,7 @@
 #include "GLO/GLO_AutoPtr.hpp"
 #include "IOL/IOL_Frame.hpp"
 #include "IOL/IOL_Link.hpp"
+#include "IOU/IOU_Exception.hpp"
 #include "THR/THR_CancelRequested.hpp"
 #include "WIN/WIN_Duration.hpp"
 
