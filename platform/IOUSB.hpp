@@ -85,7 +85,8 @@ class IOUSBDeviceInterface {
   public:
     virtual ~IOUSBDeviceInterface() = default;
 
-    /// kIOReturnNotPermitted when this account may not; kIOReturnExclusiveAccess when another program holds it.
+    /// kIOReturnNotPermitted when this account may not. A device that another program holds is refused with
+    /// kIOReturnExclusiveAccess here, or not before SetConfiguration or USBInterfaceOpen, as Linux does it.
     virtual IOReturn USBDeviceOpen() = 0;
     virtual IOReturn USBDeviceClose() = 0;
 
