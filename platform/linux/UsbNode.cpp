@@ -20,19 +20,6 @@ using std::chrono::nanoseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
-/// How much of the grace is left to a node. Its modification time is when it appeared, or when a program last used it:
-/// setting permissions changes only the change time. A clock that was set back meanwhile gives the whole grace, never
-/// more.
-nanoseconds GraceLeft(const std::string& node) {
-    struct stat status {};
-    if (::lstat(node.c_str(), &status) < 0) return nanoseconds(0);
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    const nanoseconds age =
-        seconds(now.tv_sec - status.st_mtim.tv_sec) + nanoseconds(now.tv_nsec - status.st_mtim.tv_nsec);
-    return std::clamp<nanoseconds>(kPermissionGrace - age, nanoseconds(0), kPermissionGrace);
-}
-
 /// Waits until something about the folder's files has changed; false when the time is up.
 bool WaitForChange(int inotify, steady_clock::time_point deadline) {
     for (;;) {
@@ -59,6 +46,18 @@ bool Pause(steady_clock::time_point deadline) {
 
 }  // namespace
 
+// A node's modification time is when it appeared, or when a program last used it: setting permissions changes only the
+// change time. A clock that was set back meanwhile gives the whole grace, never more.
+nanoseconds PermissionGraceLeft(const std::string& node) {
+    struct stat status {};
+    if (::lstat(node.c_str(), &status) < 0) return nanoseconds(0);
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const nanoseconds age =
+        seconds(now.tv_sec - status.st_mtim.tv_sec) + nanoseconds(now.tv_nsec - status.st_mtim.tv_nsec);
+    return std::clamp<nanoseconds>(kPermissionGrace - age, nanoseconds(0), kPermissionGrace);
+}
+
 int OpenReadWrite(const std::string& node) {
     return ::open(node.c_str(), O_RDWR | O_CLOEXEC | O_NOCTTY);
 }
@@ -71,7 +70,7 @@ IOReturn OpenUsbNode(const std::string& node, FileDescriptor& descriptor, const 
     int error = attempt();
     if (error != EACCES) return IOReturnOfErrno(error);
 
-    const auto deadline = steady_clock::now() + GraceLeft(node);
+    const auto deadline = steady_clock::now() + PermissionGraceLeft(node);
     // The folder is watched: the node itself can't be while it may not be read. Watch first, then try again, so that no
     // change is missed in between.
     const FileDescriptor inotify(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));

@@ -57,6 +57,8 @@ TEST_F(Channel, IdentificationAsksOnceTakesThreeAnswersAndSwitchesUnaskedDataOff
     EXPECT_EQ(link.sent, (std::vector{kRequest, kAsyncOff}));
     EXPECT_EQ(link.sendTimeouts, (Timeouts{3000, 3000}));
     EXPECT_EQ(link.receiveTimeouts, (Timeouts{3000, 1000, 1000}));
+    EXPECT_EQ(link.receivesBeforeSend, (std::vector<std::size_t>{0, 3}))
+        << "all three, before the data is switched off";
 }
 
 TEST_F(Channel, ProtocolListIsMendedByProductAndVersion) {
@@ -99,11 +101,17 @@ TEST_F(Channel, FailuresOfTheIdentificationPassThrough) {
     EXPECT_THROW(open(), glo::Timeout_t);
     link.Arrives(255, {1, 2, 3});
     EXPECT_THROW(open(), iol::BadFrame_t);
-    ProductArrives(7, 0).Fails(terminate);
-    EXPECT_THROW(open(), glo::Terminate_t);
-    ProductArrives(7, 0);
-    ProtocolsArrive("A001").Fails(terminate);
-    EXPECT_THROW(open(), glo::Terminate_t);
+    auto const breaks = [] { throw iol::Exception_t("tests", 1, {}); };
+    for (bool const listArrives : {false, true}) {
+        SCOPED_TRACE(listArrives);
+        for (std::function<void()> const& raise : {std::function<void()>(terminate), std::function<void()>(breaks)}) {
+            ProductArrives(7, 0);
+            if (listArrives) ProtocolsArrive("A001");
+            link.Fails(raise);
+            EXPECT_THROW(open(), glo::Exception_t);
+            EXPECT_EQ(link.sent.back(), kRequest) << "given up";
+        }
+    }
     link.sent.clear();
     for (auto const& [product, version] : {std::pair(60000, 100), {1201, -1}}) {
         ProductArrives(product, version);

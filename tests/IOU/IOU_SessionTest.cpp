@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "GLO/GLO_Exception.hpp"
 #include "IOU/IOU_Exception.hpp"
 #include "libs/IOU/mac/IOU_Session.hpp"
@@ -66,6 +68,20 @@ TEST(Session, OtherPacketsBeforeTheStartCostAnAttemptEach) {
     auto link = world.openLink();
     EXPECT_EQ(link.UnitId(), 0x04030201U);
     EXPECT_EQ(world.usb.writes.size(), 6U);  // five starts and the question for the size
+}
+
+TEST(Session, TimeForTheStartCountsFromBeforeTheOpenAndEachAttemptEndsAfterHalfASecond) {
+    std::tuple<int, std::size_t, long long> const cases[] = {{0, 6, 3000}, {2000, 2, 3000}, {3500, 1, 4000}};
+    for (auto const& [opensIn, attempts, waited] : cases) {
+        SCOPED_TRACE(opensIn);
+        ScriptedDevice world;
+        world.usb.opensIn = milliseconds(opensIn);
+        for (int i = 0; i < 6; ++i) world.usb.endsWrite({.ends = false});
+        std::string raised;
+        EXPECT_EQ(world.timed([&] { raised = raisedAt<glo::Timeout_t>([&] { world.openLink(); }); }), waited);
+        EXPECT_EQ(raised, std::string(kSessionFile) + " 116");
+        EXPECT_EQ(world.usb.writes.size(), attempts);
+    }
 }
 
 TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
@@ -172,6 +188,45 @@ TEST(Session, RefusedWriteIsAnErrorAtOnce) {
     world.addFault(Fault::onOperation(simulator::BusOperation::WritePipeAsync, platform::kIOReturnNoMemory));
     EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); }),
               "libs/IOU/mac/IOU_OutPipe 110");
+}
+
+TEST(Session, FirstErrorStaysAndNothingIsWrittenAfterIt) {
+    ScriptedDevice world;
+    world.startsSession();
+    iou::Session_t session("scripted", kLimit);
+    session.ReportErrorWithCode(1, "first", 1);
+    session.ReportErrorWithCode(2, "second", 2);
+    auto const send = [&] { session.SendFrameWithTimeout(frameOf(10, 2), iou::Layer_t::Application, kLimit); };
+    EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>(send), "first 1");
+    EXPECT_EQ(world.usb.writes.size(), 2U) << "those of the start";
+}
+
+TEST(Session, TwoOnOneThreadEachGetTheirOwnAnswers) {
+    SimulatedDevice world;
+    auto profile = simulator::Profile::instant();
+    profile.unitId = 77;
+    auto const other = world.bus.addDevice(profile);
+    world.plug(other);
+    for (int round = 0; round < 2; ++round) {
+        auto first = world.openLink();
+        auto second = world.open(world.path(other));
+        for (auto* link : {&first, &second}) link->SendFrameWithTimeout({10, Bytes{14, 0}}, kLimit);  // the unit id
+        for (auto* link : {&second, &first}) {
+            auto const own = simulator::Writer().u32(link->UnitId()).take();
+            EXPECT_EQ(link->GetFrameWithTimeout(kLimit).Bytes(), own);
+        }
+        EXPECT_NE(first.UnitId(), second.UnitId());
+    }
+    EXPECT_TRUE(world.isUntouched());
+}
+
+TEST(SessionDeathTest, AnotherThreadIsStopped) {
+    ScriptedDevice world;
+    world.startsSession();
+    auto link = world.openLink();
+    auto const elsewhere = [](auto action) { std::thread(action).join(); };
+    EXPECT_DEATH(elsewhere([&] { link.GetFrameWithTimeout(0); }), kSessionFile);
+    EXPECT_DEATH(elsewhere([&] { link.SendFrameWithTimeout(frameOf(10, 2), 0); }), kSessionFile);
 }
 
 TEST(Session, EndedWithTransfersUnderWayTakesThemBack) {

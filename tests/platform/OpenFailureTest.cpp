@@ -107,6 +107,16 @@ TEST_F(OpenFailureTest, OtherFailuresAndDeniedAccessToANodeThatHasBeenThereLongA
     EXPECT_FALSE(descriptor);
 }
 
+TEST_F(OpenFailureTest, GraceOfANodeIsTwoSecondsFromItsAppearanceAndNeverMore) {
+    const std::pair<time_t, std::chrono::seconds> cases[] = {{-3600, {}}, {3600, std::chrono::seconds(2)}};
+    for (const auto& [age, grace] : cases) {
+        const timespec appeared{::time(nullptr) + age, 0}, times[2] = {appeared, appeared};
+        ASSERT_EQ(::utimensat(AT_FDCWD, node.c_str(), times, 0), 0);
+        EXPECT_EQ(PermissionGraceLeft(node), grace) << age;
+    }
+    EXPECT_EQ(PermissionGraceLeft(folder / "nothing").count(), 0);
+}
+
 TEST(UsbErrors, EveryResultOfLibusbHasItsMeaning) {
     for (int error = LIBUSB_ERROR_OTHER; error < 0; ++error) {
         EXPECT_NE(IOReturnOfLibusb(error), kIOReturnSuccess) << error;

@@ -76,6 +76,7 @@ class ScriptedLink : public iol::Link_t {
     void SendFrameWithTimeout(iol::Frame_t const& frame, win::Duration_t timeout) override {
         sent.push_back({frame.Id(), frame.Bytes()});
         sendTimeouts.push_back(timeout);
+        receivesBeforeSend.push_back(receiveTimeouts.size());
     }
 
     unsigned int MaxPacketSize() const override { return 255; }
@@ -86,6 +87,7 @@ class ScriptedLink : public iol::Link_t {
     std::vector<WireFrame> sent;
     std::vector<win::Duration_t> sendTimeouts;
     std::vector<win::Duration_t> receiveTimeouts;
+    std::vector<std::size_t> receivesBeforeSend;
 
   private:
     struct Step {

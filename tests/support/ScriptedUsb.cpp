@@ -42,17 +42,26 @@ class ScriptedUsb::Node final : public platform::IOService,
     }
 
     // IOUSBDeviceInterface
-    IOReturn USBDeviceOpen() override { return kIOReturnSuccess; }
+    IOReturn USBDeviceOpen() override {
+        mUsb.mClock.advanceBy(mUsb.opensIn);
+        return kIOReturnSuccess;
+    }
     IOReturn USBDeviceClose() override { return kIOReturnSuccess; }
     IOReturn GetConfigurationDescriptorPtr(std::uint8_t, platform::IOUSBConfigurationDescriptor& found) override {
-        return give(found, platform::IOUSBConfigurationDescriptor{1, 1});
+        return give(found, platform::IOUSBConfigurationDescriptor{kConfiguration, 1});
     }
-    IOReturn SetConfiguration(std::uint8_t) override { return kIOReturnSuccess; }
+    IOReturn SetConfiguration(std::uint8_t value) override {
+        return value == kConfiguration ? kIOReturnSuccess : platform::kIOReturnNotFound;
+    }
     IOReturn GetDeviceVendor(std::uint16_t& vendor) override { return give(vendor, platform::kTrovikVendorId); }
     IOReturn GetDeviceProduct(std::uint16_t& product) override { return give(product, std::uint16_t{3}); }
     IOReturn GetDeviceReleaseNumber(std::uint16_t& release) override { return give(release, std::uint16_t{1}); }
-    IOReturn CreateInterfaceIterator(platform::IOUSBFindInterfaceRequest const&,
+    IOReturn CreateInterfaceIterator(platform::IOUSBFindInterfaceRequest const& wanted,
                                      std::unique_ptr<platform::IOIterator>& iterator) override {
+        constexpr auto any = platform::kIOUSBFindInterfaceDontCare;  // this one is of no class that anybody names
+        for (auto const field :
+             {wanted.bInterfaceClass, wanted.bInterfaceSubClass, wanted.bInterfaceProtocol, wanted.bAlternateSetting})
+            if (field != any) return platform::kIOReturnNotFound;
         return give(iterator, node());
     }
 
@@ -113,6 +122,8 @@ class ScriptedUsb::Node final : public platform::IOService,
     void Cancelled() override { mUsb.mLoop.reset(); }
 
   private:
+    static constexpr std::uint8_t kConfiguration = 7;  // not what one would guess
+
     template <typename To, typename From>
     static IOReturn give(To& to, From from) {
         to = std::move(from);
