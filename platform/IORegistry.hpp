@@ -78,8 +78,9 @@ class IORegistry {
     virtual std::unique_ptr<IONotificationPort> IONotificationPortCreate() = 0;
 
     /// Arms a notification: from now on the call-back runs, on the loop that the port's source was added to, for each
-    /// group of entries that newly match. What is present now comes back in the iterator; nothing falls between the two
-    /// and nothing is in both. The notification lives as long as the port.
+    /// group of entries that newly match. What is present now comes back in the iterator, which the caller has to take
+    /// to its end: some registries do not call back before. Nothing falls between the two and nothing is in both. The
+    /// notification lives as long as the port.
     /// @param type  kIOServiceMatched; anything else is refused with kIOReturnUnsupported
     virtual IOReturn IOServiceAddMatchingNotification(IONotificationPort& port, const std::string& type,
                                                       const MatchingDictionary& matching,

@@ -24,6 +24,7 @@ struct IOUSBFindInterfaceRequest {
     std::uint16_t bInterfaceSubClass = kIOUSBFindInterfaceDontCare;
     std::uint16_t bInterfaceProtocol = kIOUSBFindInterfaceDontCare;
     std::uint16_t bAlternateSetting = kIOUSBFindInterfaceDontCare;
+    bool operator==(const IOUSBFindInterfaceRequest&) const = default;
 };
 
 struct IOUSBConfigurationDescriptor {

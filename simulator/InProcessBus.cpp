@@ -1,6 +1,8 @@
 #include "simulator/InProcessBus.hpp"
 
 #include <algorithm>
+#include <functional>
+#include <utility>
 
 #include "simulator/impl/BusCore.hpp"
 #include "simulator/impl/UsbObjects.hpp"
@@ -52,6 +54,23 @@ class NotificationPort final : public platform::IONotificationPort {
     std::shared_ptr<BusCore> mCore;
     std::shared_ptr<Listener> mListener;
     std::shared_ptr<NotificationSource> mSource;
+};
+
+/// What was there when a notification was added. Whoever takes it to its end arms the notification.
+class ArmingIterator final : public platform::IOIterator {
+  public:
+    ArmingIterator(std::unique_ptr<platform::IOIterator> present, std::function<void()> arm)
+        : mPresent(std::move(present)), mArm(std::move(arm)) {}
+
+    std::unique_ptr<platform::IOService> IOIteratorNext() override {
+        auto entry = mPresent->IOIteratorNext();
+        if (!entry && mArm) std::exchange(mArm, nullptr)();
+        return entry;
+    }
+
+  private:
+    std::unique_ptr<platform::IOIterator> mPresent;
+    std::function<void()> mArm;
 };
 
 }  // namespace
@@ -145,8 +164,13 @@ platform::IOReturn InProcessBus::IOServiceAddMatchingNotification(
         const auto failure = mCore->busFailure(BusOperation::IOServiceAddMatchingNotification);
         if (failure != platform::kIOReturnSuccess) return failure;
         // One lock over both, so that nothing falls between the list and the first notification.
-        iterator = makeDeviceIterator(mCore, mCore->present(matching));
-        own->listener().add({matching, callback, refCon, {}, false});
+        const std::size_t number = own->listener().add({matching, callback, refCon, {}});
+        iterator = std::make_unique<ArmingIterator>(
+            makeDeviceIterator(mCore, mCore->present(matching)),
+            [core = mCore, weak = own->listener().weak_from_this(), number] {
+                const auto listener = weak.lock();
+                if (listener) core->locked([&](Aftermath& after) { return listener->arm(number, after), 0; });
+            });
         return platform::kIOReturnSuccess;
     });
 }

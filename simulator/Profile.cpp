@@ -84,8 +84,9 @@ Bytes usbDescriptors(const Profile& profile) {
     out.u8(18).u8(1).u16(0x0200).u8(0xFF).u8(0).u8(0).u8(64);
     out.u16(profile.vendorId).u16(profile.productId).u16(profile.releaseNumber).u8(0).u8(0).u8(0).u8(1);
     const auto endpoints = static_cast<std::uint8_t>(profile.pipes.size());
-    // Configuration: one interface, bus powered with 100 mA.
-    out.u8(9).u8(2).u16(static_cast<std::uint16_t>(18 + 7 * endpoints)).u8(1).u8(profile.configurationValue);
+    // Configuration: bus powered with 100 mA.
+    const int total = 9 + 9 * profile.interfaces + 7 * endpoints;
+    out.u8(9).u8(2).u16(static_cast<std::uint16_t>(total)).u8(profile.interfaces).u8(profile.configurationValue);
     out.u8(0).u8(0x80).u8(50);
     out.u8(9).u8(4).u8(0).u8(0).u8(endpoints).u8(0xFF).u8(0).u8(0).u8(0);
     for (const auto& pipe : profile.pipes) {
@@ -94,6 +95,9 @@ Bytes usbDescriptors(const Profile& profile) {
         const bool stretched = highSpeed && pipe.transferType == platform::kUSBInterrupt;
         out.u8(7).u8(5).u8(static_cast<std::uint8_t>(address)).u8(pipe.transferType).u16(pipe.maxPacketSize);
         out.u8(stretched ? 4 : pipe.interval);
+    }
+    for (std::uint8_t other = 1; other < profile.interfaces; ++other) {
+        out.u8(9).u8(4).u8(other).u8(0).u8(0).u8(0xFF).u8(0).u8(0).u8(0);
     }
     return out.take();
 }

@@ -34,6 +34,7 @@ struct Profile {
     std::uint16_t productId = 3;
     std::uint16_t releaseNumber = 1;
     std::uint8_t configurationValue = 1;
+    std::uint8_t interfaces = 1;  ///< the first one has the pipes, any others have none
     /// The endpoints in descriptor order. A pipe that is left out does not exist on this device.
     std::vector<platform::PipeProperties> pipes = pipesOfSize(64);
 

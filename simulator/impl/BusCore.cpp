@@ -122,9 +122,15 @@ void Listener::arrived(const BusPort& port, const Attachment& attachment, Afterm
     }
 }
 
+void Listener::arm(std::size_t notification, Aftermath& after) {
+    if (notification >= mNotifications.size()) return;  // the port has gone
+    mNotifications[notification].armed = true;
+    post(notification, after);
+}
+
 void Listener::post(std::size_t notification, Aftermath& after) {
     auto& one = mNotifications[notification];
-    if (!mSchedule || one.posted || one.arrived.empty()) return;
+    if (!mSchedule || !one.armed || one.posted || one.arrived.empty()) return;
     one.posted = true;
     after.post(mSchedule, [self = shared_from_this(), notification, schedule = mSchedule] {
         self->deliver(notification, schedule);

@@ -129,11 +129,16 @@ class Listener : public std::enable_shared_from_this<Listener> {
         void* refCon = nullptr;
         std::vector<Attachment> arrived;  ///< not yet handed over
         bool posted = false;
+        bool armed = false;  ///< the iterator over what was there has been taken to its end
     };
 
     explicit Listener(std::shared_ptr<BusCore> core) : mCore(std::move(core)) {}
 
-    void add(Notification notification) { mNotifications.push_back(std::move(notification)); }
+    std::size_t add(Notification notification) {
+        mNotifications.push_back(std::move(notification));
+        return mNotifications.size() - 1;
+    }
+    void arm(std::size_t notification, Aftermath& after);
     void arrived(const BusPort& port, const Attachment& attachment, Aftermath& after);
     void scheduled(std::shared_ptr<platform::CFRunLoop> loop, std::string_view mode, Aftermath& after);
     void cancelled();

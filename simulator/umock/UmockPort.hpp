@@ -56,8 +56,13 @@ struct UmockUsb::Port {
     std::unique_ptr<NodeBacking> backing;
     std::map<std::uint8_t, std::deque<Urb>> pending;  // by endpoint
     std::deque<Urb> completed;
-    std::string driver;          // that holds the interface
-    std::string detachedDriver;  // and would take it again
+    /// Of an interface, each empty for none.
+    struct Driver {
+        std::string attached;  // holds the interface
+        std::string detached;  // and would take it again
+        void detach() { detached = std::exchange(attached, {}); }
+    };
+    std::map<unsigned, Driver> drivers;  // by interface
 };
 
 /// One open of a node.

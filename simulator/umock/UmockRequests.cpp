@@ -190,18 +190,22 @@ void UmockUsb::ioctl(UMockdevIoctlClient* client) {
             return reply(out && out->maxPacketSize > 64 ? 3 : 2);  // high or full
         }
         case USBDEVFS_GETDRIVER: {
-            if (port.driver.empty()) return reply(-1, ENODATA);
             const auto answer = resolve(argument, 0, sizeof(usbdevfs_getdriver));
-            std::snprintf(reinterpret_cast<usbdevfs_getdriver*>(answer->data)->driver, USBDEVFS_MAXDRIVERNAME + 1, "%s",
-                          port.driver.c_str());
+            auto& asked = *reinterpret_cast<usbdevfs_getdriver*>(answer->data);
+            const std::string& name = port.drivers[asked.interface].attached;
+            if (name.empty()) return reply(-1, ENODATA);
+            std::snprintf(asked.driver, USBDEVFS_MAXDRIVERNAME + 1, "%s", name.c_str());
             return reply(0);
         }
         case USBDEVFS_CLAIMINTERFACE:
-            return port.driver.empty() ? reply(0) : reply(-1, EBUSY);
-        case USBDEVFS_DISCONNECT_CLAIM:
-            if (port.driver == "usbfs") return reply(-1, EBUSY);
-            if (!port.driver.empty()) port.detachedDriver = std::exchange(port.driver, {});
+            return port.drivers[resolve(argument, 0, 4)->data[0]].attached.empty() ? reply(0) : reply(-1, EBUSY);
+        case USBDEVFS_DISCONNECT_CLAIM: {
+            const auto claim = resolve(argument, 0, sizeof(usbdevfs_disconnect_claim));
+            auto& driver = port.drivers[reinterpret_cast<usbdevfs_disconnect_claim*>(claim->data)->interface];
+            if (driver.attached == "usbfs") return reply(-1, EBUSY);
+            if (!driver.attached.empty()) driver.detach();
             return reply(0);
+        }
         case USBDEVFS_RELEASEINTERFACE:
         case USBDEVFS_RESET:
             return reply(0);
@@ -213,7 +217,9 @@ void UmockUsb::ioctl(UMockdevIoctlClient* client) {
 }
 
 void UmockUsb::configure(Port& port, Reply& reply) {
-    if (!port.driver.empty()) return reply(-1, EBUSY);
+    for (const auto& [interface, driver] : port.drivers) {
+        if (!driver.attached.empty()) return reply(-1, EBUSY);
+    }
     port.device.configured(now());
     reply(0);
 }
@@ -221,13 +227,15 @@ void UmockUsb::configure(Port& port, Reply& reply) {
 /// A driver leaves, or is asked to come back; that it comes is for the test to see.
 void UmockUsb::connectDriver(UMockdevIoctlData* argument, Port& port, Reply& reply) {
     const auto command = resolve(argument, 0, sizeof(usbdevfs_ioctl));
-    const auto code = static_cast<unsigned long>(reinterpret_cast<usbdevfs_ioctl*>(command->data)->ioctl_code);
+    const auto& asked = *reinterpret_cast<usbdevfs_ioctl*>(command->data);
+    const auto code = static_cast<unsigned long>(asked.ioctl_code);
+    auto& driver = port.drivers[static_cast<unsigned>(asked.ifno)];
     if (code == USBDEVFS_DISCONNECT) {
-        if (port.driver.empty()) return reply(-1, ENODATA);
-        port.detachedDriver = std::exchange(port.driver, {});
+        if (driver.attached.empty()) return reply(-1, ENODATA);
+        driver.detach();
     } else if (code == USBDEVFS_CONNECT) {
-        if (!port.driver.empty()) return reply(-1, EBUSY);
-        port.driver = std::exchange(port.detachedDriver, {});
+        if (!driver.attached.empty()) return reply(-1, EBUSY);
+        driver.attached = std::exchange(driver.detached, {});
     }
     reply(0);
 }

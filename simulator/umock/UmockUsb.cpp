@@ -107,14 +107,14 @@ Time UmockUsb::attachBegan(std::size_t port) const {
     return mPorts.at(port)->attachBegan;
 }
 
-void UmockUsb::setDriver(std::string name, std::size_t port) {
+void UmockUsb::setDriver(std::string name, unsigned interface, std::size_t port) {
     const std::lock_guard lock(mMutex);
-    mPorts.at(port)->driver = std::move(name);
+    mPorts.at(port)->drivers[interface].attached = std::move(name);
 }
 
-std::string UmockUsb::driver(std::size_t port) const {
+std::string UmockUsb::driver(unsigned interface, std::size_t port) const {
     const std::lock_guard lock(mMutex);
-    return mPorts.at(port)->driver;
+    return mPorts.at(port)->drivers[interface].attached;
 }
 
 UmockUsb::Requests UmockUsb::requests() const {

@@ -68,8 +68,8 @@ class UmockUsb final : public TimedWork {
     void withDevice(std::size_t port, const std::function<void(Device&, Time)>& action);
 
     /// Gives the interface a kernel driver, or another program ("usbfs") that holds it. Empty for none.
-    void setDriver(std::string name, std::size_t port = 0);
-    std::string driver(std::size_t port = 0) const;
+    void setDriver(std::string name, unsigned interface = 0, std::size_t port = 0);
+    std::string driver(unsigned interface = 0, std::size_t port = 0) const;
 
     /// What the kernel was asked for, by all programs together.
     struct Requests {

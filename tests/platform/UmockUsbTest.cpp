@@ -121,13 +121,17 @@ TEST_F(UmockUsbTest, DevicesOfOneMomentComeInOneNotificationAndEachAttachOnce) {
 }
 
 TEST_F(UmockUsbTest, KernelDriverIsDetachedAndGivenBack) {
+    usb.unplug();
+    usb.withDevice(0, [](simulator::Device& device, simulator::Time) { device.profile().interfaces = 2; });
+    usb.plug();
     usb.setDriver("cdc_acm");
+    usb.setDriver("cdc_ether", 1);
     {
         Opened opened(*this, path);
-        EXPECT_EQ(usb.driver(), "");
+        EXPECT_EQ(usb.driver() + usb.driver(1), "");
         opened.read(opened.interruptIn);
     }
-    EXPECT_EQ(usb.driver(), "cdc_acm");
+    EXPECT_EQ(usb.driver() + " " + usb.driver(1), "cdc_acm cdc_ether");
     EXPECT_TRUE(gLog.empty());
 }
 

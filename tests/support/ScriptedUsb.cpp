@@ -58,10 +58,8 @@ class ScriptedUsb::Node final : public platform::IOService,
     IOReturn GetDeviceReleaseNumber(std::uint16_t& release) override { return give(release, std::uint16_t{1}); }
     IOReturn CreateInterfaceIterator(platform::IOUSBFindInterfaceRequest const& wanted,
                                      std::unique_ptr<platform::IOIterator>& iterator) override {
-        constexpr auto any = platform::kIOUSBFindInterfaceDontCare;  // this one is of no class that anybody names
-        for (auto const field :
-             {wanted.bInterfaceClass, wanted.bInterfaceSubClass, wanted.bInterfaceProtocol, wanted.bAlternateSetting})
-            if (field != any) return platform::kIOReturnNotFound;
+        if (wanted != platform::IOUSBFindInterfaceRequest{})
+            return platform::kIOReturnNotFound;  // it fits nothing else
         return give(iterator, node());
     }
 
