@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr std::int32_t gcProduct = 0x0003;
-constexpr std::int32_t gcRelease = 0x0001;
 constexpr std::size_t gcPathBufferSize = 512;  ///< the terminating zero included
 
 /// What keeps a notification armed.
@@ -35,8 +33,8 @@ void keepForEver(Observation observation) {
 platform::MatchingDictionary USBTrovikModeFinderUtils::createTMDeviceMatcher() {
     auto matching = platform::IOServiceMatching(platform::kIOUSBDeviceClassName);
     matching.properties["idVendor"] = platform::kTrovikVendorId;
-    matching.properties["idProduct"] = gcProduct;
-    matching.properties["bcdDevice"] = gcRelease;
+    matching.properties["idProduct"] = platform::kTrovikProductId;
+    matching.properties["bcdDevice"] = platform::kTrovikReleaseNumber;
     return matching;
 }
 

@@ -30,9 +30,6 @@ constexpr std::uint16_t gcInterfacePlugInLine = 194;
 constexpr std::uint16_t gcInterfaceOpenLine = 203;
 constexpr std::uint16_t gcEventSourceLine = 217;
 
-constexpr std::uint16_t gcProduct = 0x0003;
-constexpr std::uint16_t gcRelease = 0x0001;
-
 }  // namespace
 
 Device_t::Device_t(std::string const& registryPath, Session_t& session) : mSession(session) {
@@ -92,7 +89,9 @@ void Device_t::CheckIdentity() {
     Require(mDevice->GetDeviceVendor(vendor), gcVendorLine);
     Require(mDevice->GetDeviceProduct(product), gcProductLine);
     Require(mDevice->GetDeviceReleaseNumber(release), gcReleaseLine);
-    if (vendor == platform::kTrovikVendorId && product == gcProduct && release == gcRelease) return;
+    if (vendor == platform::kTrovikVendorId && product == platform::kTrovikProductId &&
+        release == platform::kTrovikReleaseNumber)
+        return;
     mSession.ReportErrorWithCode(0, gcFile, gcIdentityLine);
     throw gcDeviceUnusable;
 }
