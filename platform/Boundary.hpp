@@ -11,6 +11,17 @@ namespace platform {
 /// Never throws. Any thread.
 void LogCaughtException(const char* file, int line) noexcept;
 
+/// Runs a block that nothing leaves.
+/// @param file, line  the caller's own position
+template <typename Block>
+void RunGuarded(const Block& block, const char* file, int line) noexcept {
+    try {
+        block();
+    } catch (...) {
+        LogCaughtException(file, line);
+    }
+}
+
 /// The same line, without its end, for a boundary that has a log of its own. Throws only for want of memory.
 std::string CaughtException(const char* file, int line);
 

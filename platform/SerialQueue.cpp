@@ -7,19 +7,14 @@
 #include <thread>
 #include <utility>
 
-#include "platform/Platform.hpp"
+#include "platform/Boundary.hpp"
 #include "platform/QueueFrame.hpp"
 
 namespace platform {
 namespace {
 
-/// Nothing leaves a block. Not its what() in the line: the library's exceptions share one text for all threads.
 void runGuarded(const std::function<void()>& block) {
-    try {
-        block();
-    } catch (...) {
-        NSLog("Unknown exception caught at %s, %d\n", "SerialQueue", __LINE__);
-    }
+    RunGuarded(block, "SerialQueue", __LINE__);
 }
 
 }  // namespace

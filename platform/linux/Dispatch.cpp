@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/Boundary.hpp"
 #include "platform/Platform.hpp"
 #include "platform/QueueFrame.hpp"
 
@@ -15,14 +16,8 @@ namespace {
 
 constexpr CFTimeInterval kShortestPeriod = 0.0001;  // of a repeating timer that asks for none
 
-/// Nothing leaves a block.
 void RunBlock(const std::function<void()>& block) {
-    try {
-        block();
-    } catch (...) {
-        // Not its what(): the library's exceptions share one text for all threads.
-        NSLog("Unknown exception caught at %s, %d\n", "Dispatch", __LINE__);
-    }
+    RunGuarded(block, "Dispatch", __LINE__);
 }
 
 /// What a main queue timer and the blocks that it posts share: either may be the last to go.

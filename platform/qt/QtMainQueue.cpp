@@ -12,18 +12,13 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/Platform.hpp"
+#include "platform/Boundary.hpp"
 
 namespace platform {
 namespace {
 
-/// A block or a handler is a boundary: what it throws ends there.
 void runGuarded(const std::function<void()>& block) {
-    try {
-        block();
-    } catch (...) {
-        NSLog("Unknown exception caught at %s, %d\n", "QtMainQueue", __LINE__);
-    }
+    RunGuarded(block, "QtMainQueue", __LINE__);
 }
 
 }  // namespace

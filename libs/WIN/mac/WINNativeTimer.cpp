@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "GLO/GLO_Exception.hpp"
 #include "WIN/WIN_CallbackTimer.hpp"
+#include "platform/Boundary.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/Platform.hpp"
 
@@ -56,11 +56,7 @@ void WINNativeTimer_t::Fired(std::uint64_t generation, bool repeats) {
         if (generation != mGeneration) return;
     }
     const std::weak_ptr<void> self = mSelf;
-    try {
-        runCallback();
-    } catch (...) {
-        glo::LogCaughtException("libs/WIN/mac/WINNativeTimer", __LINE__);
-    }
+    platform::RunGuarded([this] { runCallback(); }, "libs/WIN/mac/WINNativeTimer", __LINE__);
     if (self.expired()) return;  // the handler has destroyed its timer, and this with it
     const std::lock_guard lock(mLock);
     if (!repeats && generation == mGeneration) mIsRunning = false;

@@ -7,6 +7,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/Boundary.hpp"
 #include "platform/Platform.hpp"
 #include "platform/QueueFrame.hpp"
 
@@ -14,14 +15,9 @@ namespace {
 
 constexpr std::uint64_t kEverything = std::numeric_limits<std::uint64_t>::max();
 
-/// Nothing leaves a block. Not its what() in the line: the library's exceptions share one text for all threads.
 template <typename Block>
 void runGuarded(const Block& block) noexcept {
-    try {
-        block();
-    } catch (...) {
-        platform::NSLog("Unknown exception caught at %s, %d\n", "DDLogQueue", __LINE__);
-    }
+    platform::RunGuarded(block, "DDLogQueue", __LINE__);
 }
 
 }  // namespace
