@@ -1,9 +1,5 @@
 // Any payload under any id: every packet takes it, or throws what its header says.
 
-#include <stdlib.h>
-
-#include <cstdio>
-#include <functional>
 #include <sstream>
 
 #include "GLO/GLO_Exception.hpp"
@@ -17,18 +13,14 @@
 #include "IOA/IOA_Records.hpp"
 #include "IOL/IOL_Exception.hpp"
 #include "IOL/IOL_Frame.hpp"
+#include "fuzz/Harness.hpp"
 #include "fuzz/Input.hpp"
 #include "libs/IOU/IOU_UsbPacket.hpp"
 
 namespace {
 
+using fuzz::require;
 using Payload = std::vector<unsigned char>;
-
-void require(bool condition, char const* what) {
-    if (condition) return;
-    std::fprintf(stderr, "%s\n", what);
-    abort();
-}
 
 /// Fills the packet; what it then produces must be a frame that another one of its kind takes.
 /// @return false when the payload does not fit
@@ -148,8 +140,7 @@ constexpr void (*gcTakers[])(Payload const&) = {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    static bool const quiet = setenv("XDG_CACHE_HOME", "/nonexistent", 1) == 0;  // no folder for traces
-    require(quiet, "no environment");
+    fuzz::traceIntoNothing();
     fuzz::Input input(data, size);
     auto const taker = gcTakers[input.byte() % std::size(gcTakers)];
     taker(input.rest());

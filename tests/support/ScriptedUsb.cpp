@@ -134,19 +134,19 @@ class ScriptedUsb::Node final : public platform::IOService,
 };
 
 void ScriptedUsb::brings(std::uint8_t pipe, Bytes bytes, IOReturn result, simulator::Duration delay,
-                         std::optional<std::uint64_t> count) {
+                         std::optional<std::uint64_t> count, unsigned times) {
     mLastDue = std::max(mLastDue, mClock.now()) + delay;
-    add(mLastDue, [this, pipe, bytes = std::move(bytes), result, count] {
-        auto& waiting = mReads[pipe];
-        if (waiting.empty()) return false;
-        // The reads of a pipe share a buffer, so it is filled only right before the completion.
-        post([read = waiting.front(), bytes, result, count] {
-            auto const size = std::min(bytes.size(), read.buffer.size());
-            std::copy_n(bytes.begin(), size, read.buffer.begin());
-            read.callback(read.refCon, result, reinterpret_cast<void*>(count.value_or(size)));
-        });
-        waiting.pop_front();
-        return true;
+    add(mLastDue, [this, pipe, bytes = std::move(bytes), result, count, left = times]() mutable {
+        for (auto& waiting = mReads[pipe]; left > 0 && !waiting.empty(); --left) {
+            // The reads of a pipe share a buffer, so it is filled only right before the completion.
+            post([read = waiting.front(), bytes, result, count] {
+                auto const size = std::min(bytes.size(), read.buffer.size());
+                std::copy_n(bytes.begin(), size, read.buffer.begin());
+                read.callback(read.refCon, result, reinterpret_cast<void*>(count.value_or(size)));
+            });
+            waiting.pop_front();
+        }
+        return left == 0;
     });
 }
 

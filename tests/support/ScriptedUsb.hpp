@@ -34,14 +34,15 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
     /// Adds the end of a read. It waits for the ones added before it, for `delay`, and for a read on its pipe; one
     /// whose pipe nobody reads lets those behind it pass.
     /// @param count  reported in place of what fits into the read
+    /// @param times  so many reads end alike, one after the other
     void brings(std::uint8_t pipe, Bytes bytes, platform::IOReturn result = platform::kIOReturnSuccess,
-                simulator::Duration delay = {}, std::optional<std::uint64_t> count = {});
+                simulator::Duration delay = {}, std::optional<std::uint64_t> count = {}, unsigned times = 1);
     /// The same bytes as full reads of 4096 and a short (or empty) one.
     void bringsPacket(std::uint8_t pipe, Bytes const& packet);
 
-    /// Reports a byte count that no read can have.
-    void bringsCount(std::uint8_t pipe, std::uint64_t count) {
-        brings(pipe, {}, platform::kIOReturnSuccess, {}, count);
+    /// Reports a byte count without any bytes, also one that no read can have.
+    void bringsCount(std::uint8_t pipe, std::uint64_t count, unsigned times = 1) {
+        brings(pipe, {}, platform::kIOReturnSuccess, {}, count, times);
     }
 
     /// Adds the end of a write, for the next one that has none; without it a write succeeds at once.
