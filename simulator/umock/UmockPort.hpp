@@ -44,10 +44,13 @@ struct UmockUsb::Urb {
 
 struct UmockUsb::Port {
     Port(Profile profile, SettingsStore store, std::string where)
-        : device(std::move(profile), std::move(store)), path(std::move(where)) {}
+        : device(std::move(profile), std::move(store)),
+          path(std::move(where)),
+          descriptors(usbDescriptors(device.profile())) {}
 
     Device device;
     const std::string path;  // within sysfs
+    Bytes descriptors;       // as the node gives them
     std::string node;        // of the present attach
     bool attached = false;   // the kernel has it
     bool announced = false;  // and has said so

@@ -117,6 +117,11 @@ std::string UmockUsb::driver(unsigned interface, std::size_t port) const {
     return mPorts.at(port)->drivers[interface].attached;
 }
 
+void UmockUsb::setDescriptors(Bytes descriptors, std::size_t port) {
+    const std::lock_guard lock(mMutex);
+    mPorts.at(port)->descriptors = std::move(descriptors);
+}
+
 UmockUsb::Requests UmockUsb::requests() const {
     const std::lock_guard lock(mMutex);
     return mRequests;

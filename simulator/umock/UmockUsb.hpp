@@ -71,6 +71,9 @@ class UmockUsb final : public TimedWork {
     void setDriver(std::string name, unsigned interface = 0, std::size_t port = 0);
     std::string driver(unsigned interface = 0, std::size_t port = 0) const;
 
+    /// What the device's node gives to read from its next open on, in place of the descriptors of its profile.
+    void setDescriptors(Bytes descriptors, std::size_t port = 0);
+
     /// What the kernel was asked for, by all programs together.
     struct Requests {
         long submitted = 0;   ///< transfers
