@@ -1,0 +1,363 @@
+// Any sequence of reads, writes and seeks on the binary streams, in memory and on files, beside the plainest model of
+// what they must do; and any text through the code pages.
+
+#include <unistd.h>
+
+#include <clocale>
+#include <cstring>
+#include <cwchar>
+#include <filesystem>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "BIN/BIN_fstream.hpp"
+#include "BIN/BIN_stringstream.hpp"
+#include "GLO/GLO_String.hpp"
+#include "fuzz/Harness.hpp"
+#include "fuzz/Input.hpp"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+using fuzz::require;
+
+unsigned int const gcCodePages[] = {glo::gcUtf8Encoding, glo::gcWindows1252Encoding, glo::gcAsciiEncoding, 7};
+
+/// What a stream over these bytes must do.
+struct Model {
+    bool isFile = false;
+    Bytes bytes{};
+    std::size_t readAt = 0;
+    std::size_t writeAt = 0;
+    bool fails = false;
+    bool isAtEnd = false;
+
+    std::size_t remaining() const { return bytes.size() - readAt; }
+
+    bool readable() {
+        fails = fails || isAtEnd;
+        return !fails;
+    }
+    void advance(std::size_t n) {
+        readAt += n;
+        isAtEnd = isAtEnd || remaining() == 0;
+    }
+    bool read(void* to, std::size_t n) {
+        if (!readable()) return false;
+        fails = n > remaining();
+        if (fails) return false;
+        std::copy_n(bytes.data() + readAt, n, static_cast<unsigned char*>(to));
+        advance(n);
+        return true;
+    }
+    bool text(std::string& to) {
+        if (!readable()) return false;
+        auto const zero = std::find(bytes.begin() + static_cast<long>(readAt), bytes.end(), 0);
+        fails = zero == bytes.end();
+        if (fails) return false;
+        to.assign(bytes.begin() + static_cast<long>(readAt), zero);
+        advance(to.size() + 1);
+        return true;
+    }
+    void write(void const* from, std::size_t n) {
+        if (fails || (n == 0 && !isFile)) return;
+        if (n > 0) bytes.resize(std::max(bytes.size(), writeAt + n));
+        std::copy_n(static_cast<unsigned char const*>(from), n, bytes.begin() + static_cast<long>(n ? writeAt : 0));
+        writeAt += n;
+        if (isFile && remaining() > 0) isAtEnd = false;
+    }
+};
+
+/// One stream and its model, which the input takes through the same steps.
+template <typename Stream>
+class Twins {
+  public:
+    static constexpr bool gcWrites = std::is_base_of_v<bin::ostream, Stream>;
+    static constexpr bool gcIsMemory = std::is_same_v<Stream, bin::stringstream>;
+
+    Twins(Stream& stream, Model model, fuzz::Input& input) : mStream(stream), mModel(std::move(model)), mInput(input) {
+        mModel.isAtEnd = !gcIsMemory && mModel.bytes.empty();  // an empty file says so at once
+    }
+
+    Model const& run() {
+        for (int i = 0; i < 200 && !mInput.isAtEnd(); ++i) {
+            std::uint8_t const choice = mInput.byte();
+            if (!gcWrites || choice < 0xA0) {
+                readStep(choice % 16);
+            } else {
+                writeStep(choice % 8);
+            }
+            compare();
+        }
+        return mModel;
+    }
+
+  private:
+    void compare() {
+        require(mStream.rdstate() == ((mModel.fails ? bin::ios::failbit : 0) | (mModel.isAtEnd ? bin::ios::eofbit : 0)),
+                "another state");
+        require(mStream.tellg() == mModel.readAt, "another read position");
+        require(mStream.RemainingSize() == mModel.remaining(), "another number of bytes remains");
+        if constexpr (gcWrites) require(mStream.tellp() == mModel.writeAt, "another write position");
+    }
+
+    template <typename T, typename Wire = T>
+    void readScalar() {
+        T value;
+        std::memset(&value, 1, sizeof value);
+        T expected = value;
+        Wire wire{};
+        if (mModel.read(&wire, sizeof wire)) {
+            if constexpr (std::is_same_v<T, bool>)
+                expected = wire != 0;
+            else if constexpr (std::is_same_v<T, Wire>)
+                expected = wire;
+            else
+                expected = static_cast<T>(wire & 0xFFFFFFFF);
+        }
+        mStream >> value;
+        require(std::memcmp(&value, &expected, sizeof value) == 0, "another scalar");
+    }
+
+    void readStep(unsigned kind) {
+        switch (kind) {
+            case 0:
+                return readScalar<unsigned char>();
+            case 1:
+                return readScalar<bool, unsigned char>();
+            case 2:
+                return readScalar<short>();
+            case 3:
+                return readScalar<int>();
+            case 4:
+                return readScalar<long, std::uint64_t>();
+            case 5:
+                return readScalar<unsigned long long>();
+            case 6:
+                return readScalar<double>();
+            case 7:
+            case 8:
+                return readText(kind == 7);
+            case 9:
+            case 10:
+                return readBytes(kind == 9);
+            case 11: {
+                std::size_t const n = mInput.number() % 2500;
+                mStream.ignore(n);
+                if (n > 0 && mModel.readable()) mModel.advance(std::min(n, mModel.remaining()));
+                return;
+            }
+            case 12: {
+                std::string ignored;
+                mStream.ignore_string();
+                mModel.text(ignored);
+                return;
+            }
+            case 13: {
+                bool const isThere = !mModel.fails && !mModel.isAtEnd && mModel.remaining() > 0;
+                require(mStream.peek() == (isThere ? mModel.bytes[mModel.readAt] : -1), "another byte ahead");
+                return;
+            }
+            case 14: {
+                std::size_t const position = mInput.number() % (mModel.bytes.size() + 3);
+                mStream.seekg(position);
+                if (position > mModel.bytes.size())
+                    mModel.fails = true;
+                else
+                    mModel.readAt = position;
+                return;
+            }
+            default:
+                mStream.clear();
+                mModel.fails = mModel.isAtEnd = false;
+        }
+    }
+
+    void readText(bool isWide) {
+        std::string expected = "untouched";
+        mModel.text(expected);
+        if (!isWide) {
+            std::string text = "untouched";
+            mStream >> text;
+            return require(text == expected, "another text");
+        }
+        unsigned int const codePage = gcCodePages[mInput.byte() % std::size(gcCodePages)];
+        std::wstring text = L"untouched";
+        mStream.encodingg(codePage);
+        mStream >> text;
+        require(text == glo::wstring(expected, codePage), "another wide text");
+    }
+
+    void readBytes(bool isUpTo) {
+        std::size_t n = mInput.number() % 2500;
+        if (isUpTo) n = std::min(n, mModel.remaining());
+        if (n == 0 && !gcWrites) return;  // a failure on files that are only read
+        Bytes bytes(n), expected(n);
+        bool const isRead = mModel.read(expected.data(), n);
+        if (isUpTo) {
+            mStream.read(reinterpret_cast<char*>(bytes.data()), n);
+            require(mStream.gcount() == (isRead ? n : 0), "another count");
+        } else {
+            mStream.BinInput(bytes.data(), n);
+        }
+        require(bytes == expected, "other bytes");
+    }
+
+    template <typename T, typename Wire = T>
+    void writeScalar() {
+        Wire wire{};
+        Bytes const raw = mInput.bytes(sizeof wire);
+        std::copy(raw.begin(), raw.end(), reinterpret_cast<unsigned char*>(&wire));
+        T value;
+        if constexpr (std::is_same_v<T, Wire>) {
+            value = wire;
+        } else {
+            value = static_cast<T>(wire);
+            wire &= 0xFFFFFFFF;
+        }
+        mStream << value;
+        mModel.write(&wire, sizeof wire);
+    }
+
+    void writeStep([[maybe_unused]] unsigned kind) {
+        if constexpr (gcWrites) switch (kind) {
+                case 0:
+                    return writeScalar<unsigned short>();
+                case 1:
+                    return writeScalar<long, std::uint64_t>();
+                case 2:
+                    return writeScalar<long long>();
+                case 3: {
+                    Bytes const bytes(mInput.number() % 2500, mInput.byte());
+                    mStream.write(bytes.data(), bytes.size());
+                    return mModel.write(bytes.data(), bytes.size());
+                }
+                case 4: {
+                    std::string const text(mInput.byte() % 40, 'x');
+                    mStream << text;
+                    return mModel.write(text.c_str(), text.size() + 1);
+                }
+                case 5: {
+                    std::wstring const text{static_cast<wchar_t>(mInput.number()), static_cast<wchar_t>(mInput.byte())};
+                    unsigned int const codePage = gcCodePages[mInput.byte() % std::size(gcCodePages)];
+                    mStream.encodingp(codePage);
+                    mStream << text;
+                    std::string const bytes = glo::string(text, codePage);
+                    return mModel.write(bytes.c_str(), bytes.size() + 1);
+                }
+                case 6: {
+                    std::size_t const position = mInput.number() % 4000;
+                    mStream.seekp(position);
+                    mModel.writeAt = position;
+                    if (gcIsMemory) mModel.bytes.resize(std::max(mModel.bytes.size(), position));
+                    return;
+                }
+                default:
+                    Bytes const bytes(mInput.byte(), mInput.byte());
+                    if (bytes.empty()) return;
+                    if constexpr (gcIsMemory) {
+                        mStream.fill(static_cast<char>(bytes[0]), bytes.size());
+                        mModel.write(bytes.data(), bytes.size());
+                    } else {
+                        mStream.expand(bytes.size(), bytes[0]);
+                        if (mModel.fails) return;
+                        mModel.bytes.insert(mModel.bytes.end(), bytes.begin(), bytes.end());
+                        mModel.isAtEnd = false;
+                    }
+            }
+    }
+
+    Stream& mStream;
+    Model mModel;
+    fuzz::Input& mInput;
+};
+
+void tryMemory(fuzz::Input& input) {
+    Bytes const bytes = input.bytes(input.byte());
+    bin::stringstream stream(bytes);
+    Model const model = Twins(stream, {.bytes = bytes}, input).run();
+    bool const isGood = stream.good();
+    Bytes const rest(model.bytes.begin() + static_cast<long>(model.readAt), model.bytes.end());
+    require(stream.Buffer() == model.bytes, "another buffer");
+    require(stream.TakeRemaining() == (isGood ? rest : Bytes()), "another rest");
+}
+
+/// A file of this process alone, in memory where there is a place for that.
+std::string const& filePath() {
+    static std::string const path = std::filesystem::temp_directory_path() / ("fuzz-" + std::to_string(getpid()));
+    return path;
+}
+
+void tryFile(fuzz::Input& input) {
+    std::wstring const path = glo::wstring(filePath(), glo::gcUtf8Encoding);
+    Bytes written;
+    {
+        bin::fstream stream(path, std::ios_base::in | std::ios_base::out | std::ios_base::trunc);
+        written = Twins(stream, {.isFile = true}, input).run().bytes;
+    }
+    bin::ifstream stream(path);
+    Bytes read(written.size());
+    require(stream.size() == written.size(), "a file of another size");
+    if (!read.empty()) stream.read(reinterpret_cast<char*>(read.data()), read.size());
+    require(read == written, "another file");
+    stream.open(path);
+    fuzz::Input again = input;
+    Twins(stream, {.isFile = true, .bytes = written}, again).run();
+    std::filesystem::remove(filePath());
+}
+
+/// Compares with the C library's own decoder, which knows what is UTF-8 and what is not.
+void tryText(fuzz::Input& input) {
+    static bool const isSet = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
+    require(isSet, "no UTF-8");
+    Bytes const raw = input.rest();
+    std::string const bytes(raw.begin(), raw.end());
+
+    std::wstring expected;
+    std::mbstate_t state{};
+    bool isValid = true;
+    for (std::size_t at = 0, taken = 0; at < bytes.size() && isValid; at += taken) {
+        wchar_t character = 0;
+        taken = std::mbrtowc(&character, bytes.data() + at, bytes.size() - at, &state);
+        if (taken == 0) taken = 1;  // the 0 character
+        isValid = taken <= bytes.size();
+        expected += character;
+    }
+    std::wstring const decoded = glo::wstring(bytes, glo::gcUtf8Encoding);
+    require(
+        isValid == (decoded.find(L'\uFFFD') == std::wstring::npos) || bytes.find("\xEF\xBF\xBD") != std::string::npos,
+        "taken for UTF-8, or not");
+    std::string const encoded = glo::string(decoded, glo::gcUtf8Encoding);
+    require(!isValid || (decoded == expected && encoded == bytes), "another text");
+    require(glo::wstring(encoded, glo::gcUtf8Encoding) == decoded, "not the text that was written");
+
+    require(glo::string(glo::wstring(bytes, glo::gcWindows1252Encoding), glo::gcWindows1252Encoding) == bytes,
+            "a byte is lost");
+    require(glo::wstring(bytes, glo::gcAsciiEncoding).size() == bytes.size(), "a character is lost");
+    std::wstring wide(bytes.size() / sizeof(wchar_t), 0);
+    std::memcpy(wide.data(), bytes.data(), wide.size() * sizeof(wchar_t));
+    for (unsigned int const codePage : gcCodePages) {
+        std::string const once = glo::string(wide, codePage);
+        require(glo::string(glo::wstring(once, codePage), codePage) == once, "not the bytes that were written");
+        for (char const c : bytes) glo::IsPrintable(static_cast<unsigned char>(c), codePage);
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+    fuzz::traceIntoNothing();
+    fuzz::Input input(data, size);
+    switch (input.byte() % 4) {
+        case 0:
+            tryText(input);
+            break;
+        case 1:
+            tryFile(input);
+            break;
+        default:
+            tryMemory(input);
+    }
+    return 0;
+}
