@@ -63,7 +63,8 @@ UsbInterfaceDescription Describe(const std::string& devicePath, int configuratio
     const std::string name = devicePath.substr(devicePath.rfind('/') + 1);
     description.path = devicePath + "/" + name + ":" + std::to_string(configurationValue) + "." +
                        std::to_string(interface.bInterfaceNumber);
-    for (int i = 0; i < interface.bNumEndpoints; ++i) {
+    // Descriptors that end too early can promise endpoints and have none; libusb hands out the number all the same.
+    for (int i = 0; interface.endpoint && i < interface.bNumEndpoints; ++i) {
         const libusb_endpoint_descriptor& endpoint = interface.endpoint[i];
         PipeProperties pipe;
         pipe.direction = endpoint.bEndpointAddress & LIBUSB_ENDPOINT_IN ? kUSBIn : kUSBOut;
