@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -44,16 +45,14 @@ struct UmockUsb::Urb {
 
 struct UmockUsb::Port {
     Port(Profile profile, SettingsStore store, std::string where)
-        : device(std::move(profile), std::move(store)),
-          path(std::move(where)),
-          descriptors(usbDescriptors(device.profile())) {}
+        : device(std::move(profile), std::move(store)), path(std::move(where)) {}
 
     Device device;
-    const std::string path;  // within sysfs
-    Bytes descriptors;       // as the node gives them
-    std::string node;        // of the present attach
-    bool attached = false;   // the kernel has it
-    bool announced = false;  // and has said so
+    const std::string path;            // within sysfs
+    std::optional<Bytes> descriptors;  // as the node gives them; those of the profile unless set
+    std::string node;                  // of the present attach
+    bool attached = false;             // the kernel has it
+    bool announced = false;            // and has said so
     int generation = 0;
     Time attachBegan{};
     std::unique_ptr<NodeBacking> backing;

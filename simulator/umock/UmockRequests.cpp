@@ -107,7 +107,8 @@ int UmockUsb::handleRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockU
         return TRUE;
     }
     UMockdevIoctlData* const argument = umockdev_ioctl_client_get_arg(client);
-    const Bytes& descriptors = file->second.port->descriptors;
+    const Port& port = *file->second.port;
+    const Bytes descriptors = port.descriptors ? *port.descriptors : usbDescriptors(port.device.profile());
     const std::size_t size = std::min(descriptors.size(), static_cast<std::size_t>(argument->data_len));
     std::memcpy(argument->data, descriptors.data(), size);
     umockdev_ioctl_client_complete(client, static_cast<long>(size), 0);

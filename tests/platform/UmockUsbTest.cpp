@@ -135,6 +135,15 @@ TEST_F(UmockUsbTest, KernelDriverIsDetachedAndGivenBack) {
     EXPECT_TRUE(gLog.empty());
 }
 
+TEST_F(UmockUsbTest, DescriptorsCutOffBehindTheInterfaceLeaveItWithoutPipes) {
+    constexpr std::size_t kEndpoints = 18 + 9 + 9;  // behind device, configuration and interface
+    simulator::Bytes descriptors = simulator::usbDescriptors({});
+    ASSERT_GT(descriptors[kEndpoints - 9 + 4], 0) << "endpoints are promised";
+    descriptors.resize(kEndpoints + 3);  // and the first of them is cut off
+    usb.setDescriptors(descriptors);
+    EXPECT_EQ(OpenAsLink(), 1);
+}
+
 TEST_F(UmockUsbTest, DeviceOfAnotherProgramIsLeftAloneAndTheLogSaysSo) {
     usb.setDriver("usbfs");
     EXPECT_EQ(OpenAsLink(), 1);
