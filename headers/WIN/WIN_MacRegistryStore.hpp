@@ -29,7 +29,8 @@ class MacRegistryStore_t : public CallbackTimer_t, public TimerEventIntf_t {
     MacRegistryStore_t();
     ~MacRegistryStore_t() override;
 
-    /// Has the tree written in 1 ms, on the main thread. Calls in quick succession end in one write. Any thread.
+    /// Has the tree written in 1 ms, on the main thread. Calls in quick succession end in one write. What
+    /// is set in the last millisecond of the process is not written. Any thread.
     void Save();
 
     /// Writes the tree into the application's preferences, beside what else is there, and stops the timer. What can't

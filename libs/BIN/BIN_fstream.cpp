@@ -19,7 +19,7 @@ bool FileOpenMode(ios_base::openmode mode, fil::OpenMode_t& fileMode) {
         {ios_base::in | ios_base::out, fil::OpenMode_t::ReadWrite},
         {ios_base::in | ios_base::out | ios_base::trunc, fil::OpenMode_t::ReadWriteCreate},
         {ios_base::in | ios_base::out | ios_base::app, fil::OpenMode_t::ReadAppend},
-        {ios_base::in | ios_base::app, fil::OpenMode_t::ReadAppend},
+        {ios_base::in | ios_base::app, fil::OpenMode_t::ReadAppend},  // what is appended is wanted to be read too
     };
     const auto wanted = mode & ~(ios_base::ate | ios_base::binary);
     for (const auto& row : sRows) {

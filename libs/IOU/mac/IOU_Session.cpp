@@ -110,6 +110,7 @@ void Session_t::LearnMaxPacketSize(win::Duration_t timeout) {
         if (size && *size > gcUsbPacketHeaderSize)
             mMaxPacketSize = *size - static_cast<std::uint32_t>(gcUsbPacketHeaderSize);
     }
+    // Also where the device reports 12 or less, in which no packet with data fits.
     if (mMaxPacketSize == 0) mMaxPacketSize = gcDefaultMaxPacketSize;
 }
 
