@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <deque>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <string>
@@ -66,9 +67,9 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
     }
 
     void CFRunLoopPerformBlock(std::string_view mode, std::function<void()> block) override {
-        Mode& target = modeNamed(mode);
         const std::lock_guard lock(mMutex);
-        target.blocks.push_back(std::move(block));
+        if (mFinished) return;  // the block goes with this call
+        mModes.try_emplace(std::string(mode)).first->second.blocks.push_back(std::move(block));
     }
 
     void CFRunLoopAddSource(const std::shared_ptr<platform::CFRunLoopSource>& source, std::string_view mode) override {
@@ -108,16 +109,20 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
         for (auto& source : std::exchange(mSources, {})) source->Cancelled();
         decltype(mModes) modes;
         const std::lock_guard lock(mMutex);
+        mFinished = true;
         modes.swap(mModes);
     }
 
   private:
+    using Timers = std::deque<std::shared_ptr<TimerState>>;
     struct Mode {
         std::deque<std::function<void()>> blocks;  ///< under mMutex
-        std::vector<std::shared_ptr<TimerState>> timers;
-        std::size_t blocksOfTurn =
-            0;                    ///< the first so many were ready when the turn began; what came later has to wait
-        bool isTimerDue = false;  ///< one was when the turn began: it fires at the end of it
+        Timers timers;
+        /// The first so many were ready when the turn began; what came later has to wait.
+        std::size_t blocksOfTurn = 0;
+        Time turnBegan{};
+        std::shared_ptr<TimerState> due;  ///< was due as the turn began: where it still is, the turn ends with timers
+        Timers firing;                    ///< these
     };
 
     Mode& modeNamed(std::string_view name) {
@@ -144,18 +149,15 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
 
     /// A run of 0 seconds: all that was ready when it began, the timers last.
     CFRunLoopRunResult serveWhatIsReady(Mode& mode) {
-        std::vector<std::shared_ptr<TimerState>> due;
-        for (const auto& timer : mode.timers) {
-            if (timer->fires <= mClock.now()) due.push_back(timer);
-        }
         beginTurn(mode);
-        mode.isTimerDue = false;  // this run sees to them itself
+        mode.due.reset();
+        const Timers firing = dueTimers(mode);  // not the mode's: a run inside a handler may begin a turn of its own
         bool stopped = takeStop();
         for (auto left = mode.blocksOfTurn; left > 0 && !stopped; --left) {
             runBlock(mode);
             stopped = takeStop();
         }
-        for (const auto& timer : due) {
+        for (const auto& timer : firing) {
             if (stopped) break;
             fire(*timer);
             stopped = takeStop();
@@ -167,9 +169,11 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
     bool serveNext(Mode& mode) {
         for (bool hasBegun = false;; hasBegun = true) {
             if (runBlock(mode)) return true;
-            if (std::exchange(mode.isTimerDue, false)) {
-                const auto timer = nextTimer(mode);
-                if (timer && timer->fires <= mClock.now()) return fire(*timer);
+            if (const auto due = std::exchange(mode.due, {}); due && due->valid) mode.firing = dueTimers(mode);
+            while (!mode.firing.empty()) {
+                const auto timer = std::move(mode.firing.front());
+                mode.firing.pop_front();
+                if (fire(*timer)) return true;
             }
             if (hasBegun) return false;
             beginTurn(mode);
@@ -179,10 +183,21 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
     /// Devices first: an answer due at the very moment of a time-out is in time.
     void beginTurn(Mode& mode) {
         mClock.runDue();
-        const auto timer = nextTimer(mode);
-        mode.isTimerDue = timer && timer->fires <= mClock.now();
+        mode.turnBegan = mClock.now();
+        mode.firing.clear();
+        mode.due = nextTimer(mode);
+        if (mode.due && mode.due->fires > mode.turnBegan) mode.due.reset();
         const std::lock_guard lock(mMutex);
         mode.blocksOfTurn = mode.blocks.size();
+    }
+
+    /// The timers whose moment had come when the turn began, the earliest first.
+    static Timers dueTimers(const Mode& mode) {
+        Timers due;
+        std::ranges::copy_if(mode.timers, std::back_inserter(due),
+                             [&](const auto& timer) { return timer->valid && timer->fires <= mode.turnBegan; });
+        std::ranges::stable_sort(due, {}, [](const auto& timer) { return timer->fires; });
+        return due;
     }
 
     /// A stop counts once, for whichever run sees it first.
@@ -212,9 +227,9 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
         return next == mode.timers.end() ? nullptr : *next;
     }
 
-    /// Fires a timer, unless it has been invalidated since it was found to be due.
+    /// Fires a timer, unless it has been invalidated, or has fired, since it was found to be due.
     bool fire(TimerState& timer) {
-        if (!timer.valid) return false;
+        if (!timer.valid || timer.fires > mClock.now()) return false;
         if (timer.interval > Duration{0}) {
             timer.fires +=
                 ((mClock.now() - timer.fires) / timer.interval + 1) * timer.interval;  // missed ones are lost
@@ -231,6 +246,7 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
     mutable std::mutex mMutex;
     std::map<std::string, Mode, std::less<>> mModes;  ///< under mMutex; each stays once it is named
     bool mStop = false;                               ///< under mMutex
+    bool mFinished = false;                           ///< under mMutex
 };
 
 SimulatedRunLoops::SimulatedRunLoops(SimulatedClock& clock) : mLoop(std::make_shared<SimulatedRunLoop>(clock)) {}

@@ -14,8 +14,8 @@ class SimulatedRunLoop;
 /// slice. At one and the same moment devices come first, then blocks, then timers, so that an answer at the very moment
 /// of a time-out is in time. Serving takes no time here: what is ready again and again keeps a run from its end.
 ///
-/// CFRunLoopRun differs from a real loop in one way: it also returns once nothing is ready or due any more, since
-/// nobody is left who could wake it.
+/// It differs from a real loop in two ways: CFRunLoopRun also returns once nothing is ready or due any more, since
+/// nobody is left who could wake it, and a stop with no run under way ends the next run of any kind.
 class SimulatedRunLoops final : public platform::CFRunLoops {
   public:
     explicit SimulatedRunLoops(SimulatedClock& clock);

@@ -12,8 +12,9 @@
 namespace bin {
 
 /// How a stream reads a file: at a position of its own, with a read-ahead of 1024 bytes. What is held is dropped once
-/// the file has another size than before, so that a file that grows or is cut meanwhile is read as it is. Owned by the
-/// stream whose state it sets, beside the file; the file is open. One thread at a time.
+/// the file has another size than before, so that a file that grows or is cut meanwhile is read as it is; bytes that
+/// another program writes over in place may be seen late. Owned by the stream whose state it sets, beside the file; the
+/// file is open. One thread at a time.
 class FileReader_t : private glo::NonCopyable_t {
   public:
     FileReader_t(istream& stream, fil::File_t& file) : mStream(stream), mFile(file) {}

@@ -27,7 +27,8 @@ template <typename T, typename... Types>
 concept OneOf = (std::same_as<T, Types> || ...);
 
 /// A number, an address or one of the library's plain values, which goes onto a stack as its bytes. A pointer to
-/// characters is none: it is pushed as the text that it points to, and can't be popped.
+/// characters is none: of char and wchar_t it is pushed as the text that it points to, which can't be popped as a
+/// pointer; of the others it is refused.
 template <typename T>
 concept StackScalar = (std::is_arithmetic_v<T> && !std::is_same_v<T, bool>) || std::is_enum_v<T> ||
                       (std::is_pointer_v<T> && !OneOf<std::remove_cv_t<std::remove_pointer_t<T>>, char, signed char,

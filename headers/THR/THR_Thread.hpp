@@ -7,7 +7,8 @@ namespace thr {
 class Stack_t;
 
 /// Starts a thread that runs the entry function with the arguments and then releases its port. What the entry throws is
-/// logged. Nobody joins it: it must not need anything that the process takes down at its end.
+/// logged. Nobody joins it: it has to end before the process exits normally, which takes down what an exception
+/// announces itself on.
 /// @param arguments  copied; the entry's address is left on top of the caller's stack
 /// @throws thr::Exception_t  the system has no room for another thread
 /// Any thread.

@@ -7,8 +7,6 @@
 
 namespace win {
 
-class Error_t;
-
 /// The lock of all shared state in the library. Recursive: the thread that holds it may enter again, and leaves as
 /// often. The library's critical sections are each entered alone, so no order among them arises. Any thread.
 class CriticalSection_t : public glo::NonCopyable_t, public glo::LockIntf_t {

@@ -7,8 +7,6 @@
 
 namespace win {
 
-class Error_t;
-
 /// A recursive mutex of the system.
 class Mutex_t : public glo::NonCopyable_t {
   public:

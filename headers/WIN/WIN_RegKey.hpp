@@ -6,9 +6,6 @@
 
 namespace win {
 
-class RegError_t;
-class RegException_t;
-
 /// Names a key of the emulated registry, whether it exists or not. A plain value. One thread at a time.
 class RegKey_t {
   public:

@@ -4,10 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "THR/THR_Exception.hpp"
-
 namespace thr {
-class BadStackException_t;
 class Stack_t;
 }  // namespace thr
 

@@ -74,8 +74,9 @@ void FileReader_t::Fetch(void* destination, unsigned long n) {
         if (mPosition < mHeldOffset || mPosition + n > mHeldOffset + mHeldSize) {
             // Not valid until it has been filled: a failure on the way leaves it so.
             Forget();
-            const auto size = std::min<std::uint64_t>(mFile.Size() - mPosition, mHeld.size());
-            ReadExactly(mFile, mPosition, mHeld.data(), size);
+            const std::uint64_t end = mFile.Size();
+            const auto size = std::min<std::uint64_t>(end - std::min(mPosition, end), mHeld.size());
+            ReadExactly(mFile, mPosition, mHeld.data(), std::max<std::uint64_t>(size, n));
             mHeldOffset = mPosition;
             mHeldSize = size;
         }

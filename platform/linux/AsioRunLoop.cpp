@@ -50,7 +50,9 @@ struct AsioRunLoop::Mode {
     std::multimap<CFAbsoluteTime, std::shared_ptr<TimerState>> timers;
     std::size_t blocksOfTurn = 0;                      // the first so many
     std::deque<std::shared_ptr<WatchState>> readable;  // descriptors of the turn
-    bool isTimerDue = false;                           // one was when the turn began: it fires at the end of it
+    CFAbsoluteTime turnBegan = 0;
+    std::weak_ptr<TimerState> due;  // one that was due as the turn began: where it still is, the turn ends with timers
+    std::deque<std::weak_ptr<TimerState>> firing;  // these
 };
 
 /// Keeps a mode in existence. Shares the loop and the mode: a timer or a watch may outlive both the loop's thread and
@@ -136,15 +138,11 @@ std::unique_ptr<CFRunLoopTimer> AsioRunLoop::CFRunLoopAddTimer(std::string_view 
     return std::make_unique<Timer>(std::move(state));
 }
 
-bool AsioRunLoop::IsTimerDue(const Mode& mode) {
-    return !mode.timers.empty() && mode.timers.begin()->first <= CFAbsoluteTimeGetCurrent();
-}
-
-/// Fires a timer, unless it has been invalidated since it was found to be due.
+/// Fires a timer, unless it has been invalidated, or has fired, since it was found to be due.
 bool AsioRunLoop::Fire(Mode& mode, std::shared_ptr<TimerState> state) {
     const auto entry = std::find_if(mode.timers.begin(), mode.timers.end(),
                                     [&](const auto& candidate) { return candidate.second == state; });
-    if (entry == mode.timers.end()) return false;
+    if (entry == mode.timers.end() || entry->first > CFAbsoluteTimeGetCurrent()) return false;
     const CFAbsoluteTime fireDate = entry->first;
     mode.timers.erase(entry);
     if (state->interval > 0) {
@@ -248,10 +246,21 @@ void AsioRunLoop::CFRunLoopPerformBlock(std::string_view modeName, std::function
     boost::asio::post(mode->context, [] {});
 }
 
+/// The timers whose moment had come when the turn began, the earliest first.
+std::deque<std::weak_ptr<AsioRunLoop::TimerState>> AsioRunLoop::DueTimers(const Mode& mode) {
+    std::deque<std::weak_ptr<TimerState>> due;
+    const auto later = mode.timers.upper_bound(mode.turnBegan);
+    std::for_each(mode.timers.begin(), later, [&](const auto& timer) { due.push_back(timer.second); });
+    return due;
+}
+
 /// Adds all that is ready now to what is left of the turn before.
 void AsioRunLoop::BeginTurn(Mode& mode) {
-    // The clock comes first: what was ready when the timer became due is then found below.
-    mode.isTimerDue = IsTimerDue(mode);
+    // The clock comes first: what was ready when a timer became due is then found below.
+    mode.turnBegan = CFAbsoluteTimeGetCurrent();
+    mode.firing.clear();
+    mode.due.reset();
+    if (!mode.timers.empty() && mode.timers.begin()->first <= mode.turnBegan) mode.due = mode.timers.begin()->second;
     mode.context.poll();
     const std::lock_guard lock(mMutex);
     mode.isWoken = false;
@@ -285,7 +294,12 @@ bool AsioRunLoop::ServeReady(Mode& mode) {
 bool AsioRunLoop::ServeNext(Mode& mode) {
     for (bool hasBegun = false;; hasBegun = true) {
         if (ServeReady(mode)) return true;
-        if (std::exchange(mode.isTimerDue, false) && IsTimerDue(mode)) return Fire(mode, mode.timers.begin()->second);
+        if (const auto due = std::exchange(mode.due, {}).lock(); due && due->use) mode.firing = DueTimers(mode);
+        while (!mode.firing.empty()) {
+            const auto timer = mode.firing.front().lock();
+            mode.firing.pop_front();
+            if (timer && Fire(mode, timer)) return true;
+        }
         if (hasBegun) return false;
         BeginTurn(mode);
     }
@@ -294,16 +308,13 @@ bool AsioRunLoop::ServeNext(Mode& mode) {
 /// A run of 0 seconds: all that was ready when it began, the timers last.
 CFRunLoopRunResult AsioRunLoop::ServeWhatIsReady(Frame& frame) {
     Mode& mode = *frame.use.mode;
-    std::vector<std::shared_ptr<TimerState>> due;
-    const auto laterTimers = mode.timers.upper_bound(CFAbsoluteTimeGetCurrent());
-    std::for_each(mode.timers.begin(), laterTimers, [&](const auto& timer) { due.push_back(timer.second); });
     BeginTurn(mode);
-    mode.isTimerDue = false;  // this run sees to them itself
-    // Counted: a run inside a handler may begin a turn of its own.
+    mode.due.reset();
+    const auto firing = DueTimers(mode);  // not the mode's: a run inside a handler may begin a turn of its own
     for (auto left = mode.blocksOfTurn + mode.readable.size(); left > 0 && !frame.stop; --left) ServeReady(mode);
-    for (const auto& timer : due) {
+    for (const auto& entry : firing) {
         if (frame.stop) break;
-        Fire(mode, timer);
+        if (const auto timer = entry.lock()) Fire(mode, timer);
     }
     return frame.stop ? CFRunLoopRunResult::Stopped : CFRunLoopRunResult::TimedOut;
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -75,7 +76,7 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
 
     std::shared_ptr<Mode> ModeNamed(std::string_view name);  // mMutex held
     void Leave(Mode& mode);
-    static bool IsTimerDue(const Mode& mode);
+    static std::deque<std::weak_ptr<TimerState>> DueTimers(const Mode& mode);
     static bool Fire(Mode& mode, std::shared_ptr<TimerState> state);
     void BeginTurn(Mode& mode);
     bool ServeReady(Mode& mode);

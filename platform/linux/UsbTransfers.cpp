@@ -152,8 +152,12 @@ void UsbTransfers::EndRun() {
 }
 
 void UsbTransfers::Report() {
-    mReports = true;
-    const std::unique_ptr<bool, void (*)(bool*)> done(&mReports, [](bool* reports) { *reports = false; });
+    // Nested where a completion runs the loop again.
+    const struct Restore {
+        bool& reports;
+        const bool before;
+        ~Restore() { reports = before; }
+    } restore{mReports, std::exchange(mReports, true)};
     while (mLoop && !mDone.empty()) {
         Transfer& transfer = mDone.front();
         const Completion completion = transfer.completion;

@@ -292,13 +292,14 @@ void BusCore::serveWrites(BusPort& port, std::size_t pipe, Aftermath& after) {
     const std::size_t most = port.device.profile().pipes[pipe].maxPacketSize;
     while (!writes.empty()) {
         auto& write = writes.front();
-        auto result = Device::WriteResult::Taken;
+        auto result = Device::WriteResult::Stalled;  // of a pipe whose packets can't hold a byte
         // A transfer without bytes is one empty packet; one of whole packets ends without one.
-        do {
+        for (bool hasEnded = most == 0; !hasEnded;) {
             const std::size_t size = std::min(most, write.bytes.size() - write.written);
             result = port.device.writePacket(std::span(write.bytes).subspan(write.written, size), now());
             if (result == Device::WriteResult::Taken) write.written += size;
-        } while (result == Device::WriteResult::Taken && write.written < write.bytes.size());
+            hasEnded = result != Device::WriteResult::Taken || write.written == write.bytes.size();
+        }
         if (result == Device::WriteResult::Busy) return;
         const auto ended = std::exchange(write, {});
         writes.pop_front();

@@ -197,6 +197,22 @@ TYPED_TEST(RunLoopContract, TimerThatComesDueWhileThingsAreServedLetsTheReadyOne
     EXPECT_EQ(order, "first-second-posted-timer");
 }
 
+TYPED_TEST(RunLoopContract, TimerThatIsNoMoreLeavesItsPlaceToNoOtherAndDueOnesFireByTheirMoments) {
+    std::string order;
+    auto gone = this->AddDueTimer([&] { order += "-gone"; });
+    this->Post([&] { order += "first"; });
+    this->RunOnce();
+    gone.reset();
+    this->Post([&] { order += "-posted"; });
+    const auto timer = this->AddDueTimer([&] { order += "-timer"; });
+    const auto sooner =
+        this->loop.CFRunLoopAddTimer("mine", CFAbsoluteTimeGetCurrent() - 1, 0, [&] { order += "-sooner"; });
+    this->RunOnce();
+    EXPECT_EQ(order, "first-posted");
+    this->loop.CFRunLoopRunInMode("mine", 0, false);
+    EXPECT_EQ(order, "first-posted-sooner-timer");
+}
+
 TYPED_TEST(RunLoopContract, RunOfZeroSecondsServesWhatWasReadyAndALongerOneWhatIsPostedMeanwhileInAnyFlood) {
     this->MakeReady(true);
     std::vector<std::unique_ptr<CFRunLoopTimer>> timers;
