@@ -3,76 +3,109 @@
 
 #include <regex>
 
-#include "GLO/GLO_Exception.hpp"
+#include "IOL/IOL_Packet.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/UsbWorld.hpp"
 
-// A program of its own: the trace is switched on or off once in the life of a process.
+// A program of its own: the traces are switched on or off once in the life of a process.
 namespace {
 
 using namespace support;
+using platform::PropertyList;
+using std::chrono::microseconds;
 
-TEST(Trace, SwitchedOnTellsTheWholeSessionInOrder) {
+constexpr auto kInterrupt = ScriptedUsb::kInterruptIn;
+
+/// What a trace says behind its banner, without the time stamps.
+std::string traced(std::string const& file) {
+    std::string const trace = ReadFile(file);
+    std::string const behindBanner = trace.substr(trace.find('\n', trace.find('\n') + 1) + 1);
+    std::regex const stamp("^[0-9:]+ *: ", std::regex::multiline);
+    return std::regex_replace(behindBanner, stamp, "");
+}
+
+constexpr char kExchange[] = R"(
+iol::Link_t: Entering Get Packet looking for packet id: 9: Timeout = 20
+iol::Link_t: Start receive frame loop at time: 0
+iol::Link_t: Start GetFrame with timeout at time 0
+iol::Link_t: End GetFrame with timeout at time 15 found Frame id: 8
+iol::Link_t: Wrong frame repeat loop
+iol::Link_t: Start receive frame loop at time: 15
+iol::Link_t: Start GetFrame with timeout at time 15
+iol::Link_t: End GetFrame with timeout at time 31 found Frame id: 8
+iol::Link_t: Wrong frame repeat loop
+iol::Link_t: Start receive frame loop at time: 31
+iol::Link_t: Timed out trying to get packet 31
+
+iol::Link_t: Entering Get Packet looking for packet id: 9: Timeout = 20
+iol::Link_t: Start receive frame loop at time: 0
+iol::Link_t: Start GetFrame with timeout at time 0
+iol::Link_t: End GetFrame with timeout at time 2 found Frame id: 9
+iol::Link_t: Found the frame we were looking for start accept frame
+iol::Link_t: End accept frame
+)";
+
+TEST(Trace, SwitchedOnTellsTheWholeSessionAndItsExchangesInOrder) {
     TemporaryFolder const folder;
     {
         ScriptedDevice world;
         ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.path().c_str(), 1), 0);
+        PropertyList tree{PropertyList::Dictionary{{"ShowDebug", {PropertyList::Data{1}}}}};
+        for (char const* key : {"Settings", "Trovik", "Software"}) tree = {PropertyList::Dictionary{{key, tree}}};
+        world.defaults.values["RegistryRoot"] = tree;
         world.defaults.values["ShowUsbDebug"].value = true;
         EXPECT_THROW(world.openLink(), glo::Timeout_t);
         world.startsSession();
         auto link = world.openLink();
-        world.usb.brings(ScriptedUsb::kInterruptIn, Bytes(3, 1));
-        world.usb.brings(ScriptedUsb::kInterruptIn, {20, 0, 0, 0, 9, 0, 0, 0, 5, 0, 0, 0, 0x41});
-        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(1, 9));
-        world.usb.brings(ScriptedUsb::kInterruptIn, world.packet(20, 9, {0x41}));
-        link.GetFrameWithTimeout(1000);
+        world.usb.brings(kInterrupt, Bytes(3, 1));
+        world.usb.brings(kInterrupt, {20, 0, 0, 0, 9, 0, 0, 0, 5, 0, 0, 0, 0x41});
+        world.usb.brings(kInterrupt, world.packet(1, 9));
+        for (int i = 0; i < 2; ++i) world.usb.brings(kInterrupt, world.packet(20, 8), {}, microseconds(15500));
+        iol::Packet_t packet(9);
+        EXPECT_THROW(link.GetPacket(packet, 20), glo::Timeout_t);
+        world.usb.brings(kInterrupt, world.packet(20, 9, {0x41}), {}, microseconds(2500));
+        link.GetPacket(packet, 20);
         link.SendFrameWithTimeout(iol::Frame_t(10, Bytes(52)), 1000);
-        EXPECT_THROW(link.GetFrameWithTimeout(1), glo::Timeout_t);
+        EXPECT_THROW(link.GetPacket({&packet}, 1), glo::Timeout_t);
         world.usb.endsWrite({.ends = false});
-        EXPECT_THROW(link.SendFrameWithTimeout(iol::Frame_t(11, Bytes(1)), 1), glo::Timeout_t);
+        EXPECT_THROW(link.SendPacket(iol::Packet_t(11), 1), glo::Timeout_t);
     }
-    std::string const opening = "Constructing Session\nConstructing Out Pipe.\nOut Pipe Constructed.\n";
+    EXPECT_EQ(traced(folder / "Trovik/IoLinkDebug.txt.log"), kExchange);
+
     std::string const reads = "Interrupt ReadPipeAsync IOResult: 0\n";
+    std::string const opening = "Constructing Session\nConstructing Out Pipe.\nOut Pipe Constructed.\n" + reads;
     std::string const closing = "Out AbortPipe\nOut Pipe Destructed.\nInterrupt AbortPipe\nBulk AbortPipe\n";
-    auto const got = [](int size) {
-        return "Interrupt CompleteReadOfSize Bytes: " + std::to_string(size) + " IOResult: 0\n";
+    auto const bytes = [](char const* what, int size) { return what + (" Bytes: " + std::to_string(size)); };
+    auto const got = [&](int size) { return bytes("Interrupt CompleteReadOfSize", size) + " IOResult: 0\n"; };
+    auto const writes = [&](int size) { return bytes("Out WriteAsync", size) + " IOResult: 0\n"; };
+    auto const wrote = [&](int size) { return bytes("Out CompleteWriteAsyncOfSize", size) + " IOReturn: 0\n"; };
+    auto const bad = [&](int size, std::string const& reason, char const* dump) {
+        return got(size) + reason + "\nBad packet:\n0000: " + dump + "\n" + reads;
     };
-    auto const writes = [](int size) { return "Out WriteAsync Bytes: " + std::to_string(size) + " IOResult: 0\n"; };
-    auto const wrote = [](int size) {
-        return "Out CompleteWriteAsyncOfSize Bytes: " + std::to_string(size) + " IOReturn: 0\n";
-    };
-    std::string const start = "SendFrameWithTimeout complete. Layer: 0 Id: 5 Size: 0\n";
-    std::string expected = opening + reads;
-    for (int attempt = 0; attempt < 6; ++attempt) expected += writes(12) + wrote(12) + start;
+    std::string const sent = "SendFrameWithTimeout complete. Layer: ";
+    std::string expected = opening;
+    for (int attempt = 0; attempt < 6; ++attempt) expected += writes(12) + wrote(12) + sent + "0 Id: 5 Size: 0\n";
     expected +=
         "iou::Session_t::Session_t timed out waiting for start session response\n"
         "iou::Session_t::Session_t - Failed\n" +
-        closing;
-    expected += opening + reads + writes(12) + got(16) + reads + wrote(12) + start;
-    expected += writes(12) + got(16) + reads + wrote(12) + "SendFrameWithTimeout complete. Layer: 0 Id: 16 Size: 0\n";
-    expected += "Session constructed.\n" + got(3) +
-                "Failed to make packet!\nBuffer size: 3, packet size: 12\nBad packet:\n"
-                "0000: 01 01 01                                          ...\n" +
-                reads;
-    expected += got(13) +
-                "Packet discarded!\nBad size - packet: 5, buffer: 1\nBad packet:\n"
-                "0000: 14 00 00 00 09 00 00 00 05 00 00 00 41            ............A\n" +
-                reads;
-    expected += got(12) +
-                "Packet discarded!\nBad layer: 1\nBad packet:\n"
-                "0000: 01 00 00 00 09 00 00 00 00 00 00 00               ............\n" +
-                reads;
-    expected += got(13) + reads + "GetFrameWithTimeout complete. Id: 9 Size: 1\n";
+        closing + opening;
+    for (char const* id : {"5", "16"})
+        expected += writes(12) + got(16) + reads + wrote(12) + sent + "0 Id: " + id + " Size: 0\n";
+    expected += "Session constructed.\n";
+    expected += bad(3, "Failed to make packet!\nBuffer size: 3, packet size: 12",
+                    "01 01 01                                          ...");
+    expected += bad(13, "Packet discarded!\nBad size - packet: 5, buffer: 1",
+                    "14 00 00 00 09 00 00 00 05 00 00 00 41            ............A");
     expected +=
-        writes(64) + wrote(64) + writes(0) + wrote(0) + "SendFrameWithTimeout complete. Layer: 20 Id: 10 Size: 52\n";
-    expected += "Session_t::GetFrameWithTimeout - Timed out waiting to receive frame\n" + writes(13) +
+        bad(12, "Packet discarded!\nBad layer: 1", "01 00 00 00 09 00 00 00 00 00 00 00               ............");
+    for (auto const& [id, size] : {std::pair(8, 0), {8, 0}, {9, 1}})
+        expected += got(12 + size) + reads + "GetFrameWithTimeout complete. Id: " + std::to_string(id) +
+                    " Size: " + std::to_string(size) + "\n";
+    expected += writes(64) + wrote(64) + writes(0) + wrote(0) + sent + "20 Id: 10 Size: 52\n" +
+                "Session_t::GetFrameWithTimeout - Timed out waiting to receive frame\n" + writes(12) +
                 "iou::Session_t::SendFrameWithTimeout - Timed out waiting to send frame\n" + closing +
                 "Session ended.\n";
-
-    std::string const trace = ReadFile(folder / "Trovik/IouUsbDebug.log");
-    std::string const behindBanner = trace.substr(trace.find('\n', trace.find('\n') + 1) + 1);
-    std::regex const stamp("^[0-9:]+ *: ", std::regex::multiline);
-    EXPECT_EQ(std::regex_replace(behindBanner, stamp, ""), expected);
+    EXPECT_EQ(traced(folder / "Trovik/IouUsbDebug.log"), expected);
 }
 
 }  // namespace
