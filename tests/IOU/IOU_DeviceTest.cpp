@@ -81,11 +81,14 @@ TEST(Device, UnfitOneIsRefusedWithoutACodeAndOneThatHasGoneWithIt) {
     }
 }
 
-TEST(Device, WhoseFirstReadIsRefusedIsAnErrorOfTheSession) {
-    SimulatedDevice world;
-    world.addFault(Fault::onOperation(BusOperation::ReadPipeAsync, platform::kIOReturnNoMemory));
-    EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { world.openLink(); }), "libs/IOU/mac/IOU_InPipe 128");
-    EXPECT_TRUE(world.isUntouched());
+TEST(Device, WhoseFirstReadOrWriteIsRefusedIsAnErrorOfTheSession) {
+    for (auto const& [operation, site] : {std::pair(BusOperation::ReadPipeAsync, "libs/IOU/mac/IOU_InPipe 128"),
+                                          {BusOperation::WritePipeAsync, "libs/IOU/mac/IOU_OutPipe 110"}}) {
+        SimulatedDevice world;
+        world.addFault(Fault::onOperation(operation, platform::kIOReturnNoMemory));
+        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { world.openLink(); }), site);
+        EXPECT_TRUE(world.isUntouched()) << site;
+    }
 }
 
 TEST(Device, PicksThePipesByTypeAndDirectionAndNotByPosition) {

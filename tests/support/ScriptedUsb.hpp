@@ -63,7 +63,6 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
     std::vector<Bytes> writes;  ///< each write, in order
 
     std::size_t readsPending(std::uint8_t pipe) { return mReads[pipe].size(); }
-    std::size_t scriptLeft() const { return mEvents.size(); }
     bool isIdle() const { return !mIsOpen && !mLoop && mReads.empty(); }  ///< closed, no source on a run loop
 
     // platform::IORegistry
