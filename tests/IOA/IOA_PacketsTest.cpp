@@ -93,13 +93,6 @@ TEST(Packets, RequestNumbersWrapAtThirtyTwoAndOnlySixteenBitsTravel) {
     EXPECT_EQ(requests.requests, (std::set{Rqst{0}, Rqst{15}}));
 }
 
-TEST(Packets, AnyTextMakesAName) {
-    UnitNamePacket_t packet(std::wstring(1, static_cast<wchar_t>(0xD800)));
-    EXPECT_EQ(packet.ProduceFrame().Bytes(), (Bytes{0xEF, 0xBF, 0xBD, 0}));
-    packet.AcceptFrame(iol::Frame_t(525, Bytes{0xFF, 'a', 0, 'b'}));
-    EXPECT_EQ(packet.name, L"\uFFFDa");
-}
-
 TEST(Packets, RawCommandKeepsItsNumberAndTakesAnyData) {
     IopCommandPacket_t packet(1500, {1});
     packet.AcceptFrame(iol::Frame_t(1500, Bytes{2, 3}));

@@ -4,7 +4,6 @@
 
 #include <csignal>
 #include <memory>
-#include <sstream>
 
 #include "IOL/IOL_Exception.hpp"
 #include "IOL/IOL_FrameStream.hpp"
@@ -18,12 +17,6 @@ using iol::Frame_t;
 using support::Bytes;
 using support::SiteOf;
 using Timeouts = std::vector<win::Duration_t>;
-
-std::wstring DumpOf(Frame_t const& frame) {
-    std::wostringstream text;
-    frame.Write(text);
-    return text.str();
-}
 
 TEST(Frame, CopiesShareOnePayloadThatOutlivesTheOriginalAndStreamsCopyIt) {
     unsigned char const source[] = {1, 2, 3};
@@ -40,29 +33,19 @@ TEST(Frame, CopiesShareOnePayloadThatOutlivesTheOriginalAndStreamsCopyIt) {
     EXPECT_EQ(copy.Bytes(), (Bytes{1, 2, 3}));
 }
 
-TEST(Frame, DumpHasHeadingIdAndRowsOfSixteen) {
-    std::wstring const heading = L"Frame: (ID,DATA)\nID: ";
-    std::wstring const short10 = heading + L"10\n0000: ae 00 " + std::wstring(42, L' ') + L"  ..\n";
-    EXPECT_EQ(DumpOf(Frame_t(10, Bytes{0xAE, 0})), short10);
-    EXPECT_EQ(iol::BadFrame_t(Frame_t(10, Bytes{0xAE, 0}), "libs/X", 12).Message(), short10);
-    EXPECT_EQ(DumpOf(Frame_t(65535, nullptr, 0)), heading + L"65535\n  \n") << "no row brings the line of two spaces";
+TEST(Frame, BadOneIsDumpedWithHeadingIdAndRows) {
+    EXPECT_EQ(iol::BadFrame_t(Frame_t(65535, Bytes{0xAE, 0}), "libs/X", 12).Message(),
+              L"Frame: (ID,DATA)\nID: 65535\n0000: ae 00 " + std::wstring(42, L' ') + L"  ..\n");
+    EXPECT_EQ(iol::BadFrame_t(Frame_t(1, nullptr, 0), "libs/X", 12).Message(), L"Frame: (ID,DATA)\nID: 1\n  \n");
 }
 
 TEST(Frame, FromAStreamTakesExactlyWhatIsStillReadable) {
-    iol::FrameStream_t written;
-    written << 0x04030201U;
-    EXPECT_EQ(Frame_t(9, written).Bytes(), (Bytes{1, 2, 3, 4}));
-    EXPECT_EQ(written.rdstate(), bin::ios::eofbit);
-
-    iol::FrameStream_t half(Frame_t(1, Bytes{1, 2, 3, 4}));
-    half.ignore(3);
-    EXPECT_EQ(Frame_t(9, half).Bytes(), Bytes{4});
-    EXPECT_EQ(Frame_t(9, half).Size(), 0U) << "the end bit is set, so nothing is left";
-    EXPECT_EQ(half.rdstate(), bin::ios::eofbit);
-
-    iol::FrameStream_t empty;
-    EXPECT_EQ(Frame_t(9, empty).Size(), 0U);
-    EXPECT_TRUE(empty.fail());
+    iol::FrameStream_t stream;
+    stream << 0x04030201U;
+    stream.ignore(1);
+    EXPECT_EQ(Frame_t(9, stream).Bytes(), (Bytes{2, 3, 4}));
+    EXPECT_EQ(Frame_t(9, stream).Size(), 0U) << "the end bit is set, so nothing is left";
+    EXPECT_EQ(stream.rdstate(), bin::ios::eofbit);
 }
 
 TEST(Frame, FromAStreamOfMoreThanThirtyTwoBitsOfLengthIsALinkException) {

@@ -8,8 +8,6 @@
 
 #include <deque>
 #include <functional>
-#include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -46,22 +44,20 @@ class ScriptedLink : public iol::Link_t {
     /// @param delay  milliseconds after the receive before; a receive that may not wait so long times out and the frame
     ///               stays due for what remains
     ScriptedLink& Arrives(unsigned short id, Bytes payload = {}, std::uint64_t delay = 0) {
-        mScript.push_back({delay, iol::Frame_t(id, std::move(payload)), {}});
+        mScript.push_back({delay, [frame = iol::Frame_t(id, std::move(payload))] { return frame; }});
         return *this;
     }
 
     /// Adds a failure of the transport, thrown by the receive that reaches it.
-    ScriptedLink& Fails(std::function<void()> raise) {
-        mScript.push_back({0, std::nullopt, std::move(raise)});
+    ScriptedLink& Fails(std::function<iol::Frame_t()> raise) {
+        mScript.push_back({0, std::move(raise)});
         return *this;
     }
 
     iol::Frame_t GetFrameWithTimeout(win::Duration_t timeout) override {
         receiveTimeouts.push_back(timeout);
-        const bool infinite = timeout == win::gcDurationInfinite;
         const auto limit = static_cast<std::uint64_t>(timeout);
-        if (mScript.empty() || (!infinite && mScript.front().delay > limit)) {
-            if (infinite) throw std::logic_error("an endless wait for a frame that never comes");
+        if (mScript.empty() || mScript.front().delay > limit) {
             if (!mScript.empty()) mScript.front().delay -= limit;
             mClock.Advance(limit);
             throw glo::Timeout_t("tests/support/ScriptedLink", 1);
@@ -69,14 +65,12 @@ class ScriptedLink : public iol::Link_t {
         Step step = std::move(mScript.front());
         mScript.pop_front();
         mClock.Advance(step.delay);
-        if (step.raise) step.raise();
-        return *step.frame;
+        return step.ends();
     }
 
     void SendFrameWithTimeout(iol::Frame_t const& frame, win::Duration_t timeout) override {
         sent.push_back({frame.Id(), frame.Bytes()});
         sendTimeouts.push_back(timeout);
-        receivesBeforeSend.push_back(receiveTimeouts.size());
     }
 
     unsigned int MaxPacketSize() const override { return 255; }
@@ -87,13 +81,11 @@ class ScriptedLink : public iol::Link_t {
     std::vector<WireFrame> sent;
     std::vector<win::Duration_t> sendTimeouts;
     std::vector<win::Duration_t> receiveTimeouts;
-    std::vector<std::size_t> receivesBeforeSend;
 
   private:
     struct Step {
         std::uint64_t delay;
-        std::optional<iol::Frame_t> frame;
-        std::function<void()> raise;
+        std::function<iol::Frame_t()> ends;
     };
 
     ManualClock& mClock;
