@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "IOU/IOU_Exception.hpp"
 #include "tests/support/UsbWorld.hpp"
@@ -9,22 +9,13 @@ using namespace support;
 using simulator::BusOperation;
 using simulator::Fault;
 
-/// What opening throws, and the line that it logs.
-std::string failureOf(SimulatedDevice& world) {
-    try {
-        world.openLink();
-    } catch (int number) {
-        auto const lines = SimulatedDevice::log();
-        return std::to_string(number) + ", " + (lines.empty() ? "no line" : lines.back());
-    }
-    return "none";
-}
-
-std::string expected(platform::IOReturn code, char const* place) {
-    char text[200];
-    std::snprintf(text, sizeof text, "1, The USB device can't be used: %s (0x%08X) at libs/IOU/mac/IOU_%s\n",
+/// Opening throws 1 and logs the code and the place.
+void expectFailure(SimulatedDevice& world, platform::IOReturn code, char const* place) {
+    EXPECT_THAT([&] { world.openLink(); }, testing::Throws<int>(1)) << place;
+    char line[200];
+    std::snprintf(line, sizeof line, "The USB device can't be used: %s (0x%08X) at libs/IOU/mac/IOU_%s\n",
                   code == 0 ? "not fit for it" : platform::IOReturnText(code), static_cast<unsigned>(code), place);
-    return text;
+    EXPECT_THAT(SimulatedDevice::log(), testing::Contains(line));
 }
 
 TEST(Device, EachFailingStepOfOpeningIsReportedWithItsLineThrowsOneAndClosesEverything) {
@@ -54,7 +45,7 @@ TEST(Device, EachFailingStepOfOpeningIsReportedWithItsLineThrowsOneAndClosesEver
         SimulatedDevice world;
         world.addFault(Fault::onOperation(step, platform::kIOReturnNotPermitted, occurrence));
         auto const code = step == Step::InterfaceIteratorNext ? 0 : platform::kIOReturnNotPermitted;  // it has none
-        EXPECT_EQ(failureOf(world), expected(code, place));
+        expectFailure(world, code, place);
         EXPECT_TRUE(world.isUntouched()) << place;
         EXPECT_NO_THROW(world.openLink()) << "the failure left something behind, " << place;
     }
@@ -74,10 +65,10 @@ TEST(Device, UnfitOneIsRefusedWithoutACodeAndOneThatHasGoneWithIt) {
         Profile profile = Profile::instant();
         change(profile);
         SimulatedDevice world(profile);
-        EXPECT_EQ(failureOf(world), expected(0, place));
+        expectFailure(world, 0, place);
         EXPECT_TRUE(world.isUntouched());
         world.unplug();
-        EXPECT_EQ(failureOf(world), expected(platform::kIOReturnNoDevice, "Device, 51"));
+        expectFailure(world, platform::kIOReturnNoDevice, "Device, 51");
     }
 }
 

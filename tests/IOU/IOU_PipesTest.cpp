@@ -58,17 +58,6 @@ TEST_F(Pipes, BulkIsReadFromAnAnnouncementUntilItRunsDry) {
     EXPECT_EQ(usb.readsPending(kInterrupt), 1U) << "and means nothing on the interrupt pipe";
 }
 
-TEST_F(Pipes, AnnouncementBeforeTheLastRunHasEndedIsNotLost) {
-    announces();
-    usb.bringsPacket(kBulk, packet(20, 1));
-    announces();  // overtakes the empty transfer below
-    EXPECT_EQ(frames().size(), 1U);
-    EXPECT_EQ(usb.readsPending(kBulk), 2U);
-    usb.brings(kBulk, {});
-    usb.bringsPacket(kBulk, packet(20, 2));
-    EXPECT_EQ(frames(), (Frames{{2, 0}}));
-}
-
 TEST_F(Pipes, FloodOfAnnouncementsKeepsFewReadsUnderWayAndLosesNone) {
     constexpr int cRuns = 100;
     for (int i = 0; i < cRuns; ++i) announces();
