@@ -32,10 +32,7 @@ T Read(const Bytes& bytes) {
 }  // namespace
 
 TEST(StringStream, ValuesTravelInTheirWidths) {
-    const struct {
-        Bytes bytes;
-        Bytes written;
-    } cases[] = {
+    const std::pair<Bytes, Bytes> cases[] = {
         {{0x41}, Written([](auto& s) { s << 'A'; })},
         {{0xFF}, Written([](auto& s) { s << static_cast<signed char>(-1); })},
         {{1, 0}, Written([](auto& s) { s << true << false; })},
@@ -45,7 +42,7 @@ TEST(StringStream, ValuesTravelInTheirWidths) {
         {{'A', 'B', 0, 0}, Written([](auto& s) { s << "AB" << std::string(); })},
         {{7, 'x', 'x', 'x', 1, 2}, Written([](auto& s) { s.put(7).fill('x', 3).fill('y', 0).write("\1\2", 2); })},
     };
-    for (const auto& c : cases) EXPECT_EQ(c.written, c.bytes);
+    for (const auto& [bytes, written] : cases) EXPECT_EQ(written, bytes);
 
     EXPECT_EQ(Read<long>({0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0}), 4294967295L);
     EXPECT_EQ(Read<long>({1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}), 1L);
@@ -60,7 +57,6 @@ TEST(StringStream, NothingIsWrittenAfterAFailure) {
         stream.setstate(state);
         stream << 2 << "text" << 'c';
         EXPECT_EQ(stream.tellp(), state == ios::eofbit ? 14U : 4U) << "the end is no failure";
-        EXPECT_EQ(stream.tellp(), stream.Buffer().size());
     }
 }
 

@@ -9,7 +9,7 @@
 #include "platform/Boundary.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/Bundle.hpp"
-#include "simulator/world/SimulatedServices.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 namespace {
@@ -22,11 +22,6 @@ struct Output : glo::DebugOutputIntf_t {
     }
     std::string lines;
 };
-
-std::string gLog;
-void Log(const std::string& line) {
-    gLog += line;
-}
 
 }  // namespace
 
@@ -78,14 +73,14 @@ TEST(Exception, UserTextOfInvalidInputComesFromTheNamedTable) {
 }
 
 TEST(Exception, BoundaryLogsWhatItCaughtInTheFixedForm) {
-    platform::PlatformScope scope({.log = Log});
-    gLog.clear();
+    const simulator::SimulatedWorld world;
     try {
         throw glo::Terminate_t("libs/X/X_File", 7);
     } catch (...) {
         platform::LogCaughtException("libs/Y/Y_Port", 8);
     }
-    EXPECT_EQ(gLog, "Exception thrown at libs/X/X_File, 7; caught at libs/Y/Y_Port, 8\n");
+    EXPECT_EQ(world.log(),
+              std::vector<std::string>{"Exception thrown at libs/X/X_File, 7; caught at libs/Y/Y_Port, 8\n"});
 }
 
 TEST(CallStack, LinesAreDemangledWhereTheyHoldAName) {
@@ -101,13 +96,14 @@ TEST(ErrorReport, CallsTheSubroutineOfTheBundlesScript) {
     const support::TemporaryFolder folder;
     platform::Bundle bundle(folder.path(), {});
     simulator::RecordingScriptRunner scripts;
-    platform::PlatformScope scope({.mainBundle = &bundle, .scriptRunner = &scripts, .log = Log});
-    gLog.clear();
+    platform::PlatformScope scope({.mainBundle = &bundle, .scriptRunner = &scripts});
+    testing::internal::CaptureStderr();
     for (const char* const script : {"absent", "", "on error_report(a)"}) {
         if (script != std::string("absent")) support::WriteFile(folder / "Scripts/ErrorReport.scpt", script);
         glo::sendErrorReport(L"a", L"b\"\\", L"\xE9", L"", -1, L"e");
     }
-    EXPECT_EQ(gLog, "The script " + folder / "Scripts/ErrorReport.scpt" + " could not be read") << "the empty one";
+    const std::string unread = "The script " + folder / "Scripts/ErrorReport.scpt" + " could not be read\n";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), unread) << "the empty one";
     EXPECT_EQ(scripts.calls, std::vector<std::string>{"on error_report(a)\nerror_report(\"a\", \"b\\\"\\\\\", "
                                                       "\"\xC3\xA9\", \"\", -1, \"e\")\n"});
 }

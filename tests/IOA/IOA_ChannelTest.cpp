@@ -132,7 +132,6 @@ TEST_F(Channel, OperationsSendAndAwaitTheirPackets) {
     using C = ioa::Channel_t;
     std::vector<Operation> const operations = {
         {{}, [](C& c) { c.SendIopCommand(10, {0xAE, 0x00}); }, {{10, {0xAE, 0x00}}}, {}},
-        {{}, [](C& c) { c.SendCommand(0x0102); }, {{10, {2, 1}}}, {}},
         {{{38, {4, 3, 2, 1}}}, [](C& c) { EXPECT_EQ(c.GetUnitID(), 0x01020304U); }, {{10, {14, 0}}}, {3000}},
         {{{525, {'u', 0}}}, [](C& c) { EXPECT_EQ(c.GetUnitName(), L"u"); }, {{526, {}}}, {3000}},
         {{}, [](C& c) { c.SetUnitName(L"n"); }, {{525, {'n', 0}}}, {}},

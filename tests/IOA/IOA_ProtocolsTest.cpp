@@ -20,7 +20,6 @@ TEST(Protocols, AnyPayloadIsAListAndATrailingFragmentIsIgnored) {
     odd.AcceptFrame(iol::Frame_t(253, Bytes(100000, 0xFF)));
     ASSERT_EQ(odd.size(), 33333U);
     EXPECT_EQ(odd[0], (ioa::Protocol_t{static_cast<char>(0xFF), 0xFFFF}));
-    EXPECT_FALSE(odd.SupportsPCP());
 }
 
 // clang-format off
