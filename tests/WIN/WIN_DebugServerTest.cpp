@@ -22,10 +22,6 @@ const std::string kStamp = "[0-9]{2}:[0-9]{2}:[0-9]{2}: ";
 
 class DebugServerTest : public SettingsTest {
   protected:
-    DebugServerTest() {
-        info = {{"CFBundleName", {std::string("Product")}}, {"CFBundleVersion", {std::string("1.2.3.4 Beta")}}};
-    }
-
     std::string Traced(const std::string& name) const { return support::ReadFile(caches / ("Trovik/" + name)); }
 };
 
@@ -44,14 +40,14 @@ TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStamp) {
     whenAsked = [] {  // nobody holds the lock while the metadata is made: another thread can take it
         std::thread([] { const SmartCriticalSection_t guard(DebugServerCriticalSection()); }).join();
     };
-    {
+    OnFirstUse([&] {
         DebugServer_t server(L"Name.txt", true);
         EXPECT_EQ(Traced("Name.txt.log"), "") << "no file before the first print";
         server.PrintStr("a");
         server.PrintStr(L"b\u00E4\nc");
         server.PrintStr("next");
         server.PrintStr(" line\n");
-    }
+    });
     const std::string run = kBanner + kStamp + "ab\xC3\xA4\nc" + kStamp + "next line\n";
     EXPECT_THAT(Traced("Name.txt.log"), MatchesRegex(run));
     DebugServer_t(L"Name.txt", true).PrintStr("\n");
@@ -69,27 +65,34 @@ TEST_F(DebugServerTest, ValuesAreWrittenAsAStreamWritesThemAndNeverEndALine) {
                 MatchesRegex(kBanner + kStamp + "1\\.5c-34000000000" + "65535-56text\n" + "3000429496729520\\|\n"));
 }
 
-TEST_F(DebugServerTest, AServerThatIsOffMakesNoFileButItsFolder) {
-    DebugServer_t server(L"Off", false);
-    server.PrintStr("x\n");
-    server.PrintStr(L"x\n");
-    server.PrintData(1);
-    server.PrintTime();
-    server.PrintException(glo::Timeout_t("f", 1));
-    EXPECT_FALSE(DebugServer().IsEnabled()) << "\"ShowDebug\" is absent";
-    EXPECT_TRUE(std::filesystem::is_empty(caches.path() / "Trovik"));
-    EXPECT_EQ(DebugServer().FilePath(), DebugFileDirectory() + L"Product.log");
-    EXPECT_EQ(DebugFilePath(L"-x", L"") + DebugFilePath(L"-x", L"n"),
-              DebugFileDirectory() + L"Product-x.log" + DebugFileDirectory() + L"n.log");
+// Reading the switch raises an exception, which announces itself on the server that asks for the switch. Without care
+// the first use of the server would wait for itself for ever.
+TEST_F(DebugServerTest, AServerThatIsOffOrHasNoFlagForASwitchMakesNoFileButItsFolder) {
+    StoreSettings({{"ShowDebug", {std::string("not a flag")}}});
+    OnFirstUse([&] {
+        EXPECT_FALSE(DebugServer().IsEnabled());
+        DebugServer_t server(L"Off", false);
+        server.PrintStr("x\n");
+        server.PrintStr(L"x\n");
+        server.PrintData(1);
+        server.PrintTime();
+        server.PrintException(glo::Timeout_t("f", 1));
+        EXPECT_TRUE(std::filesystem::is_empty(caches / "Trovik"));
+        EXPECT_EQ(DebugServer().FilePath(), DebugFileDirectory() + L"Product.log");
+        EXPECT_EQ(DebugFilePath(L"-x", L"") + DebugFilePath(L"-x", L"n"),
+                  DebugFileDirectory() + L"Product-x.log" + DebugFileDirectory() + L"n.log");
+    });
 }
 
 TEST_F(DebugServerTest, ExceptionsAnnounceThemselvesWhenShowDebugIsOn) {
     StoreSettings({{"ShowDebug", {List::Data{1}}}});
     EXPECT_EXIT(glo::Assert(false, "libs/A", 9), testing::KilledBySignal(SIGILL), "File: libs/A Line: 9\n");
-    const glo::Timeout_t timeout("libs/X", 7);
-    DebugServer().PrintException(timeout, "context");
-    const glo::Exception_t zeros("libs/X", 8, std::string("a\0b", 3), std::string("s\0t", 3));
-    DebugServer().PrintException(zeros, std::string("c\0d", 3));
+    OnFirstUse([] {
+        const glo::Timeout_t timeout("libs/X", 7);
+        DebugServer().PrintException(timeout, "context");
+        const glo::Exception_t zeros("libs/X", 8, std::string("a\0b", 3), std::string("s\0t", 3));
+        DebugServer().PrintException(zeros, std::string("c\0d", 3));
+    });
     EXPECT_THAT(
         Traced("Product.log"),
         MatchesRegex(kBanner + kStamp + "Error: libs/A 9 SubId:  \n" +  // of the process that died
@@ -97,27 +100,22 @@ TEST_F(DebugServerTest, ExceptionsAnnounceThemselvesWhenShowDebugIsOn) {
                      kStamp + "Error: libs/X 8 SubId: s a\n" + kStamp + "Error: libs/X 8 SubId: s a  c\n"));
 }
 
-// Reading the switch raises an exception, which announces itself on the server that asks for the switch. Without care
-// the first use of the server would wait for itself for ever.
-TEST_F(DebugServerTest, AnExceptionRaisedWhileTheServerIsMadeDoesNotComeBackToIt) {
-    StoreSettings({{"ShowDebug", {std::string("not a flag")}}});
-    EXPECT_FALSE(DebugServer().IsEnabled());
-}
-
 TEST_F(DebugServerTest, APrintWithinAPrintIsDropped) {
     StoreSettings({{"ShowDebug", {List::Data{1}}}});
-    DebugServer_t other(L"Other", true);
-    BusyServer_t server(L"Busy", true);
-    server.mInside = [&] {
-        const glo::Timeout_t announcesItself("libs/X", 7);
-        server.PrintStr("nested\n");
-        std::thread([&] { other.PrintStr("another thread, another server\n"); }).join();
-    };
-    server.PrintStr("text\n");
-    server.mInside = [] { throw 1; };
-    server.PrintStr("lost\n");
-    server.mInside = nullptr;
-    server.PrintStr("after\n");
+    OnFirstUse([] {
+        DebugServer_t other(L"Other", true);
+        BusyServer_t server(L"Busy", true);
+        server.mInside = [&] {
+            const glo::Timeout_t announcesItself("libs/X", 7);
+            server.PrintStr("nested\n");
+            std::thread([&] { other.PrintStr("another thread, another server\n"); }).join();
+        };
+        server.PrintStr("text\n");
+        server.mInside = [] { throw 1; };
+        server.PrintStr("lost\n");
+        server.mInside = nullptr;
+        server.PrintStr("after\n");
+    });
     EXPECT_THAT(Traced("Busy.log"), MatchesRegex(kBanner + kStamp + "text\n" + kStamp + "after\n"));
     EXPECT_EQ(Traced("Other.log") + Traced("Product.log"), "");
 }
@@ -150,8 +148,8 @@ TEST_F(DebugServerTest, ResetMovesTheFileAsideOverThePreviousOne) {
 TEST_F(DebugServerTest, OutputThatCantBeWrittenIsLostSilently) {
     setenv("XDG_CACHE_HOME", (caches / "missing/parent").c_str(), 1);
     DebugServer_t(L"X", true).PrintStr("lost\n");
-    EXPECT_TRUE(std::filesystem::is_empty(caches.path())) << "missing parents are not made";
-    setenv("XDG_CACHE_HOME", caches.path().c_str(), 1);
+    EXPECT_TRUE(std::filesystem::is_empty(caches)) << "missing parents are not made";
+    setenv("XDG_CACHE_HOME", caches.c_str(), 1);
     std::filesystem::create_directories(caches / "Trovik/Y.log");
     DebugServer_t(L"Y", true).PrintStr("lost\n");
 }

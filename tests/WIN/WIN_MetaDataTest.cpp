@@ -87,36 +87,39 @@ TEST_F(MetaData, WhatTheBundleSaysIsTakenAndWhatItDoesntSayIsEmpty) {
             {"TrovikPartNumber", {std::string("006")}},
             {"CFBundleExecutable", {std::int64_t{1}}},
             {"CFBundleVersion", {std::string("1.2.3 Beta")}}};
-    const AppMetaData_t& metaData = AppMetaData();
-    EXPECT_EQ(metaData.ProductName(), L"N\u00E4me");
-    EXPECT_EQ(metaData.PartNumber(), L"006");
-    EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail() + metaData.ClassNameGuid(), L"");
-    EXPECT_EQ(metaData.Version(), Version_t(1, 2, 3, 0));
-    EXPECT_EQ(metaData.BuildTime().size(), 8u);
-    SetAppMetaDataContainer(new AppMetaDataContainer_t);
-    EXPECT_EQ(AppMetaData().PartNumber(), L"006") << "handed over too late";
+    OnFirstUse([] {
+        const AppMetaData_t& metaData = AppMetaData();
+        EXPECT_EQ(metaData.ProductName(), L"N\u00E4me");
+        EXPECT_EQ(metaData.PartNumber(), L"006");
+        EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail() + metaData.ClassNameGuid(),
+                  L"");
+        EXPECT_EQ(metaData.Version(), Version_t(1, 2, 3, 0));
+        EXPECT_EQ(metaData.BuildTime().size(), 8u);
+        SetAppMetaDataContainer(new AppMetaDataContainer_t);
+        EXPECT_EQ(AppMetaData().PartNumber(), L"006") << "handed over too late";
+    });
 }
 
-TEST_F(MetaData, TheApplicationsOwnWinOverTheBundlesAndTheLastHandedOverCounts) {
-    info = {{"CFBundleName", {std::string("Tool")}},
-            {"CFBundleShortVersionString", {std::string("3.4")}},
-            {"CFBundleVersion", {std::string("9 Beta")}}};
-    SetAppMetaDataContainer(new AppMetaDataContainer_t);
-    LegacyIOConfig::configureMetaData();
-    const AppMetaData_t& metaData = AppMetaData();
-    EXPECT_EQ(metaData.ProductName(), L"Tool");
-    EXPECT_EQ(metaData.Version(), Version_t(3, 4, 0, 0));
-    EXPECT_EQ(metaData.PartNumber(), L"006-B0000-00");
-    EXPECT_EQ(metaData.BuildUserId(), L"Trovik");
-    EXPECT_EQ(metaData.BuildType(), L"Release");
-    EXPECT_EQ(metaData.BuildDate().size(), 11u);
-    EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail() + metaData.ClassNameGuid(), L"");
-}
-
-TEST_F(MetaData, ABundleThatSaysNothingGivesTheApplicationsStandIns) {
-    LegacyIOConfig::configureMetaData();
-    EXPECT_EQ(AppMetaData().ProductName(), L"Trovik App");
-    EXPECT_EQ(AppMetaData().Version(), Version_t(1, 0, 0, 0));
+TEST_F(MetaData, TheApplicationsOwnWinOverTheBundlesAndStandInForThemAndTheLastHandedOverCounts) {
+    List::Dictionary full = {{"CFBundleName", {std::string("Tool")}},
+                             {"CFBundleShortVersionString", {std::string("3.4")}},
+                             {"CFBundleVersion", {std::string("9 Beta")}}};
+    const std::tuple<List::Dictionary, std::wstring, Version_t> cases[] = {{full, L"Tool", {3, 4, 0, 0}},
+                                                                           {{}, L"Trovik App", {1, 0, 0, 0}}};
+    for (const auto& [bundle, name, version] : cases) {
+        info = bundle;
+        OnFirstUse([&] {
+            SetAppMetaDataContainer(new AppMetaDataContainer_t);
+            LegacyIOConfig::configureMetaData();
+            const AppMetaData_t& metaData = AppMetaData();
+            EXPECT_EQ(metaData.ProductName(), name);
+            EXPECT_EQ(metaData.Version(), version);
+            EXPECT_EQ(metaData.PartNumber() + metaData.BuildUserId(), L"006-B0000-00Trovik");
+            EXPECT_EQ(metaData.BuildType(), L"Release");
+            EXPECT_EQ(metaData.BuildDate().size(), 11u);
+            EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail(), L"");
+        });
+    }
 }
 
 }  // namespace
