@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
 #include <thread>
 
 #include "GLO/GLO_Exception.hpp"

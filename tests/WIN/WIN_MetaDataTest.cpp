@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "WIN/WIN_AppMetaData.hpp"
 #include "WIN/WIN_Version.hpp"
 #include "app/LegacyIOConfig.hpp"

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
-#include <tuple>
 
 #include "WIN/WIN_CRegistry.hpp"
 #include "WIN/WIN_RegistryUtils.hpp"
@@ -43,29 +42,32 @@ TEST_F(RegistryTest, OpeningMakesKeysOnlyWhenToldToAndNeverPassesThroughAValue) 
 }
 
 TEST_F(RegistryTest, IntegersAreFourBytesOrANumber) {
-    StoreSettings({{"four", Bytes({1, 0, 0, 0x80})},
-                   {"two", Bytes({1, 0})},
-                   {"none", Bytes({})},
-                   {"number", {std::int64_t{-7}}},
-                   {"wide", {std::int64_t{0x1'0000'0005}}},
-                   {"real", {2.9}},
-                   {"huge", {1e300}},
-                   {"text", {std::string("5")}},
-                   {"true", {true}},
-                   {"key", {PropertyList::Dictionary()}}});
-    int expected = 0;
-    std::memcpy(&expected, "\1\0\0\x80", 4);
-    const std::tuple<const wchar_t*, bool, int> cases[] = {
-        {L"four", true, expected}, {L"two", false, 0}, {L"none", false, 0},  {L"number", true, -7},
-        {L"wide", true, 5},        {L"real", true, 2}, {L"huge", false, 0},  {L"text", false, 0},
-        {L"true", false, 0},       {L"key", false, 0}, {L"absent", false, 0}};
-    for (const auto& [name, isRead, expectedValue] : cases) {
+    int fourBytes = 0;
+    std::memcpy(&fourBytes, "\1\0\0\x80", 4);
+    const struct {
+        const char* name;
+        PropertyList value;
+        std::optional<int> expected = {};
+    } cases[] = {{"four", Bytes({1, 0, 0, 0x80}), fourBytes},
+                 {"two", Bytes({1, 0})},
+                 {"none", Bytes({})},
+                 {"number", {std::int64_t{-7}}, -7},
+                 {"wide", {std::int64_t{0x1'0000'0005}}, 5},
+                 {"real", {2.9}, 2},
+                 {"huge", {1e300}},
+                 {"text", {std::string("5")}},
+                 {"true", {true}},
+                 {"key", {PropertyList::Dictionary()}}};
+    for (const auto& [name, stored, expected] : cases) {
+        StoreSettings({{name, stored}});
         int value = 0;
-        EXPECT_EQ(Utils::GetRegistryValue(1, L"Software\\Trovik\\Settings", name, value), isRead) << name;
-        EXPECT_EQ(value, expectedValue) << name;
+        const std::wstring wide(name, name + std::strlen(name));
+        EXPECT_EQ(Utils::GetRegistryValue(1, L"Software\\Trovik\\Settings", wide, value), expected.has_value()) << name;
+        EXPECT_EQ(value, expected.value_or(0)) << name;
     }
     unsigned int number = 0;
     bool truth = false;
+    EXPECT_FALSE(Utils::GetRegistryValue(1, L"A", L"n", number));
     ASSERT_TRUE(Utils::SetRegistryValue(1, L"A", L"n", 0xFFFFFFFEU));
     EXPECT_TRUE(Utils::GetRegistryValue(1, L"A", L"n", number) && Utils::GetRegistryValue(1, L"A", L"n", truth));
     EXPECT_EQ(number, 0xFFFFFFFEU);

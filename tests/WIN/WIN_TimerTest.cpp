@@ -7,6 +7,7 @@
 #include "WIN/WIN_CallbackTimer.hpp"
 #include "WIN/WIN_Timer.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
+#include "tests/support/ManualClock.hpp"
 
 namespace {
 
@@ -99,35 +100,28 @@ TEST_F(CallbackTimer, WhatItsHandlerThrowsIsLoggedAndEndsAOneShotButNotARepeatin
                     testing::StartsWith("Unknown exception caught at libs/WIN/mac/WINNativeTimer, "), testing::_));
 }
 
-class StandingClock : public platform::Clock {
-  public:
-    platform::CFAbsoluteTime CFAbsoluteTimeGetCurrent() override { return now; }
-    bool MPDelayUntil(platform::CFAbsoluteTime) override { return true; }
-    double now = 1000;
-};
-
 TEST(Timer, CountsWhileItRunsAndOnlyThen) {
-    StandingClock clock;
-    platform::PlatformScope scope({.clock = &clock});
+    support::ManualClock clock, earlier;
+    const platform::PlatformScope scope({.clock = &clock});
     win::Timer_t timer;
     EXPECT_TRUE(timer.IsRunning());
     EXPECT_EQ(timer.ElapsedTime(), 0U);
-    clock.now += 1.5009765625;
+    clock.MPDelayUntil(clock.CFAbsoluteTimeGetCurrent() + 1.5009);
     EXPECT_EQ(timer.ElapsedTime(), 1500U) << "the rest is cut off";
     timer.Continue();
     EXPECT_EQ(timer.ElapsedTime(), 1500U);
     timer.Stop();
-    clock.now += 10;
+    clock.Advance(10000);
     timer.Stop();
     EXPECT_FALSE(timer.IsRunning());
     EXPECT_EQ(timer.ElapsedTime(), 1500U);
     timer.Continue();
-    clock.now += 0.5;
+    clock.Advance(500);
     EXPECT_EQ(timer.ElapsedTime(), 2000U);
     timer.Start();
-    clock.now += 0.25;
+    clock.Advance(250);
     EXPECT_EQ(timer.ElapsedTime(), 250U);
-    clock.now -= 5;
+    const platform::PlatformScope back({.clock = &earlier});
     EXPECT_EQ(timer.ElapsedTime(), 0U) << "no time is less than none";
 }
 
