@@ -19,18 +19,21 @@
 namespace thr {
 namespace {
 
-std::mutex gLogMutex;
-std::vector<std::string> gLog;  // gLogMutex
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::StartsWith;
 
 class CallTest : public ::testing::Test {
   protected:
     platform::AsioRunLoops runLoops;
+    static inline std::mutex logMutex;
+    static inline std::vector<std::string> log;  // logMutex
     const platform::PlatformScope scope{{.runLoops = &runLoops, .log = [](const std::string& line) {
-                                             const std::lock_guard lock(gLogMutex);
-                                             gLog.push_back(line);
+                                             const std::lock_guard lock(logMutex);
+                                             log.push_back(line);
                                          }}};
 
-    CallTest() { gLog.clear(); }
+    CallTest() { log.clear(); }
     ~CallTest() override { LocalPort_t::ReleaseLocalPort(); }
 
     /// Has the thread's own loop run a block.
@@ -62,6 +65,12 @@ T Pop(auto&& stack) {
     T value{};
     stack >> value;
     return value;
+}
+
+Stack_t AddressOf(const Object_t& object) {
+    Stack_t address;
+    object.PushOnStack(address);
+    return address;
 }
 
 // What the tests call across threads: an object that counts, and remembers the other side.
@@ -108,8 +117,7 @@ thread_local AtThreadEnd gAtThreadEnd;
 class Server {
   public:
     explicit Server(Counter_t& peer) {
-        Stack_t arguments;
-        peer.PushOnStack(arguments);
+        Stack_t arguments = AddressOf(peer);
         arguments << this;
         StartThread(Entry, arguments);
         Stack_t address = mAddress.get_future().get();
@@ -130,9 +138,7 @@ class Server {
         gAtThreadEnd.action = [ended = server->mEnded] { ended->set_value(); };
         Counter_t counter;
         counter.mPeer.reset(new RemoteReference_t(arguments));
-        Stack_t address;
-        counter.PushOnStack(address);
-        server->mAddress.set_value(address);
+        server->mAddress.set_value(AddressOf(counter));
         counter.RunLoop();
     }
 
@@ -140,55 +146,43 @@ class Server {
     std::shared_ptr<std::promise<void>> mEnded = std::make_shared<std::promise<void>>();  // outlives this object
 };
 
-TEST(Stack, ValuesComeBackLastInFirstOut) {
+TEST(Stack, ValuesComeBackLastInFirstOutAndTextByPointerAsText) {
     const ObjectId_t id = ObjectId_t::Next();
-    Stack_t stack = Stack(std::string("narrow\0x", 8), std::wstring(L"wide \x1F600"), id, win::Version_t(1, 2, 3, 4),
-                          -5, 2.5, std::wstring());
-    std::string narrow;
-    std::wstring wide, empty = L"x";
-    ObjectId_t popped;
-    win::Version_t version;
-    int number = 0;
-    double real = 0;
-    stack >> empty >> real >> number >> version >> popped >> wide >> narrow;
-    EXPECT_EQ(
-        std::tie(empty, real, number, version, popped, wide, narrow),
-        std::make_tuple(L"", 2.5, -5, win::Version_t(1, 2, 3, 4), id, L"wide \x1F600", std::string("narrow\0x", 8)));
-    EXPECT_TRUE(stack.IsEmpty());
     EXPECT_NE(id, ObjectId_t::Next());
-
-    // Text by pointer goes as text; its address means nothing to the other side.
+    const std::string narrow("narrow\0x", 8);
     const char* const narrowText = "narrow";
-    const wchar_t* const wideText = L"wide";
-    stack =
-        Stack(narrowText, wideText, win::Duration_t(5), glo::Time_t(7), glo::TimeSpan_t(0.5), geo::Position_t(1, 2));
+    const wchar_t* const wideText = L"wide \x1F600";
+    Stack_t stack = Stack(narrow, narrowText, std::wstring(), wideText, id, win::Version_t(1, 2, 3, 4), -5, 2.5,
+                          win::Duration_t(5), glo::Time_t(7), glo::TimeSpan_t(0.5), geo::Position_t(1, 2));
     EXPECT_EQ(Pop<geo::Position_t>(stack), geo::Position_t(1, 2));
     EXPECT_EQ(Pop<glo::TimeSpan_t>(stack), glo::TimeSpan_t(0.5));
     EXPECT_EQ(Pop<glo::Time_t>(stack), glo::Time_t(7));
     EXPECT_EQ(Pop<win::Duration_t>(stack), 5U);
+    EXPECT_EQ(Pop<double>(stack), 2.5);
+    EXPECT_EQ(Pop<int>(stack), -5);
+    EXPECT_EQ(Pop<win::Version_t>(stack), win::Version_t(1, 2, 3, 4));
+    EXPECT_EQ(Pop<ObjectId_t>(stack), id);
     EXPECT_EQ(Pop<std::wstring>(stack), wideText);
+    EXPECT_EQ(Pop<std::wstring>(stack), L"");
     EXPECT_EQ(Pop<std::string>(stack), narrowText);
+    EXPECT_EQ(Pop<std::string>(stack), narrow);
+    EXPECT_TRUE(stack.IsEmpty());
     static_assert(!StackScalar<const char*> && !StackScalar<wchar_t*>);
 }
 
 TEST(Stack, PoppingMoreThanIsThereThrowsWithADumpAndTakesNothing) {
     Stack_t stack({0x41, 0x42, 0x00});
     int value = 0;
-    EXPECT_THAT(
-        Raised([&] { stack.Pop(&value, sizeof value, "some/File", 123); }),
-        ::testing::StartsWith(L"some/File 123 Requested Data Size: 4\nStack Size: 3\nStack Contents:\n0000: 41 42 00"));
+    EXPECT_THAT(Raised([&] { stack.Pop(&value, sizeof value, "some/File", 123); }),
+                StartsWith(L"some/File 123 Requested Data Size: 4\nStack Size: 3\nStack Contents:\n0000: 41 42 00"));
     EXPECT_EQ(stack.Bytes().size(), 3u);
     win::Version_t version(1, 2, 3, 4);
     EXPECT_THROW(stack >> version, BadStackException_t);
     EXPECT_EQ(version, win::Version_t(1, 2, 3, 4));
-    for (const std::uint64_t count :
-         {std::uint64_t{4}, std::uint64_t{1} << 62, ~std::uint64_t{0}}) {  // counts that lie
-        Stack_t narrow = Stack('a', 'b', 'c', count), wide = Stack('a', count);
-        std::string text = "before";
-        std::wstring wideText = L"before";
-        EXPECT_THROW(narrow >> text, BadStackException_t);
-        EXPECT_THROW(wide >> wideText, BadStackException_t);
-        EXPECT_EQ(text + std::string(wideText.begin(), wideText.end()), "beforebefore");
+    for (const std::uint64_t lie : {std::uint64_t{4}, std::uint64_t{1} << 62, ~std::uint64_t{0}}) {
+        Stack_t narrow = Stack('a', 'b', 'c', lie), wide = Stack('a', lie);
+        EXPECT_THROW(Pop<std::string>(narrow), BadStackException_t) << lie;
+        EXPECT_THROW(Pop<std::wstring>(wide), BadStackException_t) << lie;
     }
 }
 
@@ -203,9 +197,8 @@ TEST_F(CallTest, APortRefusesWhatIsNoCallAndLogsWhatItCantDeliver) {
     Stack_t unknownObject = Stack(1, ObjectId_t::Next());
     MessagePort_t(LocalPort_t::GetLocalPort().Name()).SendStack(gcAsyncCall, unknownObject, L"");
     ProcessMessageWithNoWait();
-    ASSERT_EQ(gLog.size(), 2u);
-    EXPECT_EQ(gLog[0].find("Error: No message handler at libs/THR/mac/THR_MessagePort, "), 0u);
-    EXPECT_EQ(gLog[1].find("Exception thrown at libs/THR/THR_LocalPort, "), 0u);
+    EXPECT_THAT(log, ElementsAre(StartsWith("Error: No message handler at libs/THR/mac/THR_MessagePort, "),
+                                 StartsWith("Exception thrown at libs/THR/THR_LocalPort, ")));
 
     LocalPort_t& port = LocalPort_t::GetLocalPort();
     stack = Stack(1, port);
@@ -216,7 +209,7 @@ TEST_F(CallTest, APortRefusesWhatIsNoCallAndLogsWhatItCantDeliver) {
     Stack_t empty;
     EXPECT_THROW(deaf.SendStack(gcAsyncCall, empty, L"name"), Exception_t);
     EXPECT_THAT(Raised([&] { MessagePort_t(L"nobody").SendStack(gcAsyncCall, stack, L""); }),
-                ::testing::EndsWith(L" CFMessagePortSendRequest ReturnCode = -3"));
+                EndsWith(L" CFMessagePortSendRequest ReturnCode = -3"));
 }
 
 TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswerOrRaiseWhatTheyThrow) {
@@ -236,15 +229,13 @@ TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswerOrRaiseWhatTheyThrow)
 
 TEST_F(CallTest, ACallMayDestroyItsObject) {
     auto* const object = new Counter_t;
-    Stack_t address;
-    object->PushOnStack(address);
+    Stack_t address = AddressOf(*object);
     RemoteReference_t reference(address);
     reference.CallAsync([](Object_t& called, Stack_t&, Stack_t&) { delete &called; }, {});
     ProcessMessageWithNoWait();
     reference.CallAsync(Counter_t::Add, Stack(1));
     ProcessMessageWithNoWait();
-    EXPECT_THAT(gLog, ::testing::Contains(::testing::HasSubstr("libs/THR/THR_LocalPort")))
-        << "nobody has the id any more";
+    EXPECT_EQ(log.size(), 1U) << "nobody has the id any more";
 }
 
 TEST_F(CallTest, TheEndOfTheCalledThreadEndsAWaitingCall) {
@@ -256,7 +247,7 @@ TEST_F(CallTest, TheEndOfTheCalledThreadEndsAWaitingCall) {
     // Served once the call waits for its answer; the thread then ends with the call still in its queue.
     Post([&] { mayEnd.set_value(); });
     EXPECT_THAT(Raised([&] { server.reference->CallSync(Counter_t::Add, Stack(1)); }),
-                ::testing::EndsWith(L" The called thread has ended."));
+                EndsWith(L" The called thread has ended."));
     server.reference.reset();
 }
 
@@ -278,8 +269,7 @@ TEST_F(CallTest, ABoundFunctorSeesTheCancelOfAnotherThread) {
     mine.ResetCancel();
     const CancelRequestedFunctor_t& canceled = mine.CancelFunctor();
     EXPECT_FALSE(canceled());
-    Stack_t address;
-    mine.PushOnStack(address);
+    Stack_t address = AddressOf(mine);
     std::thread other([&] { RemoteReference_t(address).CallAsync(Counter_t::Cancel, {}); });
     while (!canceled()) std::this_thread::yield();  // a long operation that asks between its steps
     other.join();
@@ -299,8 +289,7 @@ TEST_F(CallTest, ABoundFunctorSeesTheCancelOfAnotherThread) {
 
 TEST_F(CallTest, MessagesThatKeepComingEndNeitherServingWithoutWaitNorATestForCancellation) {
     Counter_t mine;
-    Stack_t address;
-    mine.PushOnStack(address);
+    Stack_t address = AddressOf(mine);
     mine.mPeer.reset(new RemoteReference_t(address));
     static const Method_t callAgain = [](Object_t& object, Stack_t&, Stack_t&) {
         if (++Counter_t::From(object).mCount < 1000) Counter_t::From(object).mPeer->CallAsync(callAgain, {});
@@ -353,8 +342,7 @@ TEST_F(CallTest, WhatAThreadsEntryThrowsIsLoggedAndItsPortReleased) {
         arguments);
     Stack_t message = Stack(1);
     EXPECT_THROW(MessagePort_t(name.get_future().get()).SendStack(gcAsyncCall, message, L""), Exception_t);
-    ASSERT_EQ(gLog.size(), 1u);
-    EXPECT_EQ(gLog[0].find("Unknown exception caught at libs/THR/mac/THR_Thread, "), 0u);
+    EXPECT_THAT(log, ElementsAre(StartsWith("Unknown exception caught at libs/THR/mac/THR_Thread, ")));
 }
 
 }  // namespace
