@@ -2,8 +2,8 @@
 
 #include <sys/resource.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <mutex>
 #include <semaphore>
 
 #include "app/Util/Logging/DDLog.hpp"
@@ -58,15 +58,23 @@ class FileLogger : public testing::TestWithParam<bool> {
   protected:
     FileLogger() {
         platform::Platform services;
-        services.log = SystemLogLines::write;
+        services.log = [](const std::string& line) {
+            const std::lock_guard lock(mutex);
+            systemLog.push_back(line);
+        };
         services.mainQueue = &mainQueue;
         if (GetParam()) services.fileAttributes = &mNone;
         mScope.emplace(services);
-        SystemLogLines::take();
+        takeSystemLog();
         manager->setMaximumNumberOfLogFiles(0);
         logger.emplace(manager);
     }
 
+    /// What went to the system log.
+    static Texts takeSystemLog() {
+        const std::lock_guard lock(mutex);
+        return std::exchange(systemLog, {});
+    }
     void log(const std::string& text) { deliver(*logger, text); }
     void logBatch(const Texts& texts) {
         std::vector<DDLogMessage> messages;
@@ -93,6 +101,8 @@ class FileLogger : public testing::TestWithParam<bool> {
     }
     std::string newest() const { return manager->sortedLogFilePaths().at(0); }
 
+    static inline std::mutex mutex;
+    static inline Texts systemLog;  ///< under mutex
     platform::AsioRunLoops runLoops;
     platform::RunLoopMainQueue mainQueue{runLoops};
     NoFileAttributes mNone;
@@ -178,7 +188,7 @@ TEST_P(FileLogger, FileThatEndsIsLeftAndWhatFollowsIsKeptAlsoWhatAnotherLoggerOf
         otherManager->rolls.acquire();
         for (int i = 0; i < 3; ++i) deliver(other, "other"), log("one");
         EXPECT_EQ(files().back(), begin + std::string("new\nother\none\nother\none\nother\none\n"));
-        EXPECT_EQ(SystemLogLines::take(), Texts{});
+        EXPECT_EQ(takeSystemLog(), Texts{});
     }
 }
 
@@ -188,10 +198,10 @@ TEST_P(FileLogger, LinesAreLostWhereAnArchivedFileOrALinkInTheNewFilesPlaceCanno
     for (const char* commands : {"echo old > $F", "rm $F; echo old > target; ln -s target $F"}) {
         run(commands);
         DDLogFileInfo(manager->only).setIsArchived(true);
-        SystemLogLines::take();
+        takeSystemLog();
         log("lost");
         EXPECT_EQ(support::ReadFile(manager->only), "old\n") << commands;
-        EXPECT_EQ(SystemLogLines::take().size(), 1U) << commands;
+        EXPECT_EQ(takeSystemLog().size(), 1U) << commands;
     }
     manager->replaces = true;
     log("kept");
@@ -243,10 +253,9 @@ TEST_P(FileLogger, FullDiskLosesLinesButLeavesNoTornOneAndEndsWithTheSpace) {
     const std::string x = std::string(29, 'x') + "\n";
     EXPECT_EQ(files(), Texts{"the file is there\n" + x + x + "short\nspace again\n"});
 
-    const auto lines = SystemLogLines::take();
-    ASSERT_EQ(lines.size(), 11U);
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "DDFileLogger.logMessage: File too large"), 10);
-    EXPECT_EQ(lines.back(), "DDFileLogger.logMessage: Too many exceptions -- will not log any more of them.");
+    Texts reported(10, "DDFileLogger.logMessage: File too large");
+    reported.push_back("DDFileLogger.logMessage: Too many exceptions -- will not log any more of them.");
+    EXPECT_EQ(takeSystemLog(), reported);
 }
 
 TEST_P(FileLogger, MarksOfAFileFollowARenameAndGoWithTheFile) {
@@ -272,11 +281,11 @@ TEST_P(FileLogger, MarksOfAFileFollowARenameAndGoWithTheFile) {
     std::filesystem::rename(info.filePath() + ".new", info.filePath());
     EXPECT_FALSE(info.isArchived());
 
-    EXPECT_TRUE(SystemLogLines::take().empty());
+    EXPECT_TRUE(takeSystemLog().empty());
     DDLogFileInfo missing(folder / "missing.txt");
     missing.setIsArchived(true);
     missing.renameFile("other.txt");
-    EXPECT_EQ(SystemLogLines::take(),
+    EXPECT_EQ(takeSystemLog(),
               (Texts{"DDLogFileInfo: setxattr(modogriomu.log.archived, " + missing.filePath() + "): error = 2",
                      "DDLogFileInfo: Error renaming file (" + missing.filePath() + "): No such file or directory"}));
 }

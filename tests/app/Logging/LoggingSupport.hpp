@@ -4,7 +4,6 @@
 #include <time.h>
 
 #include <cstdlib>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -12,23 +11,6 @@
 #include "app/Util/Logging/DDLogMessage.hpp"
 #include "platform/Platform.hpp"
 #include "tests/support/TemporaryFolder.hpp"
-
-/// What went to the system log.
-class SystemLogLines {
-  public:
-    static void write(const std::string& line) {
-        const std::lock_guard guard(mLock);
-        mLines.push_back(line);
-    }
-    static std::vector<std::string> take() {
-        const std::lock_guard guard(mLock);
-        return std::exchange(mLines, {});
-    }
-
-  private:
-    static inline std::mutex mLock;
-    static inline std::vector<std::string> mLines;  ///< under mLock
-};
 
 /// A time zone for the life of this object.
 class TimeZone {
