@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <functional>
 #include <future>
 #include <thread>
 
@@ -181,8 +180,11 @@ TEST(Stack, PoppingMoreThanIsThereThrowsWithADumpAndTakesNothing) {
     EXPECT_EQ(version, win::Version_t(1, 2, 3, 4));
     for (const std::uint64_t lie : {std::uint64_t{4}, std::uint64_t{1} << 62, ~std::uint64_t{0}}) {
         Stack_t narrow = Stack('a', 'b', 'c', lie), wide = Stack('a', lie);
-        EXPECT_THROW(Pop<std::string>(narrow), BadStackException_t) << lie;
-        EXPECT_THROW(Pop<std::wstring>(wide), BadStackException_t) << lie;
+        std::string text = "before";
+        std::wstring wideText = L"before";
+        EXPECT_THROW(narrow >> text, BadStackException_t) << lie;
+        EXPECT_THROW(wide >> wideText, BadStackException_t) << lie;
+        EXPECT_EQ(text + std::string(wideText.begin(), wideText.end()), "beforebefore");
     }
 }
 

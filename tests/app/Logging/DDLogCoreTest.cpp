@@ -30,13 +30,13 @@ using Texts = std::vector<std::string>;
 
 /// Keeps what it is given and has a function look at it, on the logger's queue. Read it after a synchronous call or a
 /// flush.
-class RecordingLogger : public DDAbstractLogger {
-  public:
-    explicit RecordingLogger(std::function<void(const DDLogMessage&)> function = {})
-        : DDAbstractLogger("recorder"), mFunction(std::move(function)) {}
+struct RecordingLogger : DDAbstractLogger {
+    using Function = std::function<void(const DDLogMessage&)>;
+    explicit RecordingLogger(Function function = [](auto&) {})
+        : DDAbstractLogger("recorder"), then(std::move(function)) {}
     void logMessage(const DDLogMessage& message) override {
         messages.push_back(message);
-        if (mFunction) mFunction(message);
+        then(message);
     }
     void didAddLogger() override { events.push_back("added"); }
     void willRemoveLogger() override { events.push_back("removed after " + std::to_string(messages.size())); }
@@ -48,13 +48,10 @@ class RecordingLogger : public DDAbstractLogger {
     }
     std::vector<DDLogMessage> messages;
     Texts events;
-
-  private:
-    std::function<void(const DDLogMessage&)> mFunction;
+    const Function then;
 };
 
-class RecordingBatchLogger final : public RecordingLogger, public DDBatchLogger {
-  public:
+struct RecordingBatchLogger final : RecordingLogger, DDBatchLogger {
     using RecordingLogger::RecordingLogger;
     void logMessages(std::span<const DDLogMessage* const> batch) override {
         for (const DDLogMessage* message : batch) logMessage(*message);
@@ -75,7 +72,7 @@ void flush(DDLogCore& core) {
 
 class DDLogDelivery : public testing::TestWithParam<bool> {
   protected:
-    std::shared_ptr<RecordingLogger> logger(std::function<void(const DDLogMessage&)> function = {}) {
+    std::shared_ptr<RecordingLogger> logger(RecordingLogger::Function function = [](auto&) {}) {
         if (GetParam()) return std::make_shared<RecordingBatchLogger>(std::move(function));
         return std::make_shared<RecordingLogger>(std::move(function));
     }
@@ -296,28 +293,24 @@ TEST(DDLog, MessageHasTheTimeOfItsCallHoweverLongThatWaitsForRoom) {
 
 TEST(DDLog, OnlyErrorLinesWaitAndALevelThatIsOffEvaluatesNothing) {
     static int evaluated;
-    const struct {
-        std::uint32_t flag;
-        void (*log)();
-        bool synchronous;
-    } cases[] = {{DDLogFlagError, [] { DDLogError("%d", ++evaluated); }, true},
-                 {DDLogFlagWarning, [] { DDLogWarn("%d", ++evaluated); }, false},
-                 {DDLogFlagInfo, [] { DDLogInfo("%d", ++evaluated); }, false},
-                 {DDLogFlagDebug, [] { DDLogDebug("%d", ++evaluated); }, false},
-                 {DDLogFlagVerbose, [] { DDLogVerbose("%d", ++evaluated); }, false}};
+    const std::pair<std::uint32_t, void (*)()> cases[] = {{DDLogFlagError, [] { DDLogError("%d", ++evaluated); }},
+                                                          {DDLogFlagWarning, [] { DDLogWarn("%d", ++evaluated); }},
+                                                          {DDLogFlagInfo, [] { DDLogInfo("%d", ++evaluated); }},
+                                                          {DDLogFlagDebug, [] { DDLogDebug("%d", ++evaluated); }},
+                                                          {DDLogFlagVerbose, [] { DDLogVerbose("%d", ++evaluated); }}};
     EXPECT_EQ(ddLogLevel, 7U) << "the default";
     support::LogRecorder recorder;
-    for (const auto& tested : cases) {
-        SCOPED_TRACE(tested.flag);
+    for (const auto& [flag, log] : cases) {
+        SCOPED_TRACE(flag);
         evaluated = 0;
-        ddLogLevel = DDLogLevelAll & ~tested.flag;
-        tested.log();
+        ddLogLevel = DDLogLevelAll & ~flag;
+        log();
         EXPECT_EQ(evaluated, 0);
         ddLogLevel = DDLogLevelAll;
-        EXPECT_EQ(support::WaitsForItsLine(tested.synchronous, tested.log), tested.synchronous);
+        EXPECT_EQ(support::WaitsForItsLine(flag == DDLogFlagError, log), flag == DDLogFlagError);
         const auto lines = recorder.take();
         ASSERT_EQ(lines.size(), 1U);
-        EXPECT_EQ(lines[0].logFlag, tested.flag);
+        EXPECT_EQ(lines[0].logFlag, flag);
     }
     ddLogLevel = 7;
 }
