@@ -99,13 +99,7 @@ TEST_F(MetaData, WhatTheBundleSaysIsTakenAndWhatItDoesntSayIsEmpty) {
 }
 
 TEST_F(MetaData, TheApplicationsOwnWinOverTheBundlesAndStandInForThemAndTheLastHandedOverCounts) {
-    List::Dictionary full = {{"CFBundleName", {std::string("Tool")}},
-                             {"CFBundleShortVersionString", {std::string("3.4")}},
-                             {"CFBundleVersion", {std::string("9 Beta")}}};
-    const std::tuple<List::Dictionary, std::wstring, Version_t> cases[] = {{full, L"Tool", {3, 4, 0, 0}},
-                                                                           {{}, L"Trovik App", {1, 0, 0, 0}}};
-    for (const auto& [bundle, name, version] : cases) {
-        info = bundle;
+    const auto configuresAs = [this](const std::wstring& name, const Version_t& version) {
         OnFirstUse([&] {
             SetAppMetaDataContainer(new AppMetaDataContainer_t);
             LegacyIOConfig::configureMetaData();
@@ -115,9 +109,16 @@ TEST_F(MetaData, TheApplicationsOwnWinOverTheBundlesAndStandInForThemAndTheLastH
             EXPECT_EQ(metaData.PartNumber() + metaData.BuildUserId(), L"006-B0000-00Trovik");
             EXPECT_EQ(metaData.BuildType(), L"Release");
             EXPECT_EQ(metaData.BuildDate().size(), 11u);
-            EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail(), L"");
+            EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail() + metaData.ClassNameGuid(),
+                      L"");
         });
-    }
+    };
+    info = {{"CFBundleName", {std::string("Tool")}},
+            {"CFBundleShortVersionString", {std::string("3.4")}},
+            {"CFBundleVersion", {std::string("9 Beta")}}};
+    configuresAs(L"Tool", {3, 4, 0, 0});
+    info = {};
+    configuresAs(L"Trovik App", {1, 0, 0, 0});
 }
 
 }  // namespace
