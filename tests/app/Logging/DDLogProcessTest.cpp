@@ -48,9 +48,12 @@ class LoggingProcess : public testing::Test {
         if (mFolder) ::unsetenv("LOGGING_TEST_FOLDER");
     }
 
-    /// The text of the only log file.
+    /// The text of the log file, or of what else is in its folder too.
     std::string log() const {
-        return support::ReadFile(std::filesystem::directory_iterator(data + "/Trovik/ResetTool")->path());
+        std::string text;
+        for (const auto& entry : std::filesystem::directory_iterator(data + "/Trovik/ResetTool"))
+            text += support::ReadFile(entry.path());
+        return text;
     }
 
     std::optional<support::TemporaryFolder> mFolder;
