@@ -1,19 +1,14 @@
 // The controller's state table, on a simulated device that misbehaves and in simulated time.
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <latch>
 #include <set>
 #include <stdexcept>
 
 #include "GLO/GLO_Exception.hpp"
 #include "app/AppDelegate.hpp"
-#include "app/TrovikMode/TrovikModeUtil.hpp"
-#include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
-#include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
-#include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/CFRunLoop.hpp"
+#include "platform/linux/IOServiceList.hpp"
 #include "tests/app/AppWorld.hpp"
 
 namespace app_test {
@@ -21,10 +16,8 @@ namespace {
 
 using simulator::BootState;
 using simulator::BusOperation;
-using simulator::Bytes;
 using simulator::Fault;
 using simulator::FaultKind;
-using simulator::Profile;
 using std::chrono::milliseconds;
 using testing::Contains;
 using testing::ElementsAre;
@@ -143,7 +136,6 @@ struct Failure {
     const char* name;
     Fault fault;
     Lines log;  ///< from the confirmation on
-    Profile profile = {};
 
     /// The last line says what comes next.
     NextAction afterwards() const {
@@ -160,74 +152,38 @@ const Lines kEmptied = kHeld + Lines{"I Nonvol cleared"};
 const Lines kNoReboot = kUnopened + silently(kReboots);  ///< the reboot after a failure finds no device
 
 using enum FaultKind;
-using enum BootState;
 
 Fault onUsb(std::uint16_t id, FaultKind kind) {
     return Fault::onPacket(id, kind).onLayer(0);
-}
-Fault late(std::uint16_t id, int delay) {
-    return Fault::onAnswer(id, LateAnswer).withDelay(milliseconds(delay));
-}
-Fault rebootTakenAfter(int delay) {
-    return Fault::onCommand(0xAE, NotTaken).withDelay(milliseconds(delay));
-}
-Fault cableOutAtIdentification(BootState state, unsigned occurrence) {
-    return Fault::onPacket(254, Unplug).inState(state).atOccurrence(occurrence);
 }
 Fault openDenied(unsigned occurrence) {
     return Fault::onOperation(BusOperation::USBDeviceOpen, platform::kIOReturnNotPermitted, occurrence);
 }
 
 const std::vector<Failure> kFailures = {
-    {"NoAnswerToHold", Fault::onPacket(113, Ignore), kBegun + timedOut(kHolds, 258) + kAgain},
-    {"AnswerToHoldJustInTime", late(113, 3000), kDone},
-    {"AnswerToHoldJustTooLate", late(113, 3001), kBegun + timedOut(kHolds, 258) + kAgain},
-    {"GarbageForTheAnswerToHold", Fault::onAnswer(113, Garbage).withBytes(Bytes(50, 0x5A)),
-     kBegun + timedOut(kHolds, 258) + kAgain},
-    {"ForeignPacketsBeforeTheAnswerToHold", Fault::onAnswer(113, ForeignFrames).withNumber(50), kDone},
-    {"AnswerToHoldRepeated", Fault::onAnswer(113, Repeated).withNumber(20), kDone},
-    {"ProductDataJustInTime", late(255, 3000), kDone},
-    {"ProductDataJustTooLate", late(255, 3001), kFound + timedOut(kReboots, 258)},
-    {"ProductDataCutShort", Fault::onAnswer(255, Garbage).withBytes({20, 0, 0, 0, 255, 0, 0, 0, 1, 0, 0, 0, 9}),
-     kFound + broke(kReboots, "IOA_ProductData at Line: 36 Reason: Frame: (ID,DATA)\nID: 255\n0000: 09 " +
-                                  std::string(45, ' ') + "  .\n")},
-    {"ProtocolsJustInTime", late(253, 1000), kDone},
-    {"ProtocolsOfAnUnknownProductJustTooLate", late(253, 1001), kFound + broke(kReboots, "IOA_Channel at Line: 86")},
-    {"FirstStartOfASessionUnanswered", onUsb(5, Ignore), kDone},
     {"NoSessionAtAll", onUsb(5, Ignore).committed(6), kFound + silently(kReboots)},
-    {"StartTakenJustInTime", onUsb(5, NotTaken).withDelay(milliseconds(3000)), kDone},
-    {"StartTakenJustTooLate", onUsb(5, NotTaken).withDelay(milliseconds(3001)), kFound + silently(kReboots)},
-    {"LargestPacketNotTold", onUsb(16, Ignore), kDone},
     {"QuestionForTheSizeTakenJustInTime", onUsb(16, NotTaken).withDelay(milliseconds(3000)), kDone},
     {"QuestionForTheSizeTakenJustTooLate", onUsb(16, NotTaken).withDelay(milliseconds(3001)),
      kFound + silently(kReboots)},
+    {"ProductDataCutShort", Fault::onAnswer(255, Garbage).withBytes({20, 0, 0, 0, 255, 0, 0, 0, 1, 0, 0, 0, 9}),
+     kFound + broke(kReboots, "IOA_ProductData at Line: 36 Reason: Frame: (ID,DATA)\nID: 255\n0000: 09 " +
+                                  std::string(45, ' ') + "  .\n")},
+    {"RebootCommandTakenJustInTime", Fault::onCommand(0xAE, NotTaken).withDelay(milliseconds(3000)), kDone},
+    {"RebootCommandTakenJustTooLate", Fault::onCommand(0xAE, NotTaken).withDelay(milliseconds(3001)),
+     kFound + timedOut(kReboots, 230)},
+    {"AnswerToHoldJustInTime", Fault::onAnswer(113, LateAnswer).withDelay(milliseconds(3000)), kDone},
+    {"AnswerToHoldJustTooLate", Fault::onAnswer(113, LateAnswer).withDelay(milliseconds(3001)),
+     kBegun + timedOut(kHolds, 258) + kAgain},
 
-    {"InterruptPipeStalls", Fault::onAnswer(255, Stall), kFound + broke(kReboots, kGone)},
-    {"BulkInPipeStalls", Fault::onAnswer(255, Stall), kFound + broke(kReboots, kGone), Profile::wearable()},
-    {"OutPipeStallsAtTheStart", onUsb(5, Stall), kFound + silently(kReboots)},
-    {"OutPipeStallsAtIdentification", Fault::onPacket(254, Stall), kFound + broke(kReboots, kHalted)},
-    {"OutPipeStallsAtReboot", Fault::onCommand(0xAE, Stall), kFound + broke(kReboots, kHalted)},
     {"OutPipeStallsAtHold", Fault::onPacket(113, Stall), kBegun + broke(kHolds, kHalted) + kAgain},
     {"OutPipeStallsAtClear", Fault::onCommand(0x27, Stall), kHeld + broke(kClears, kHalted) + kAgain},
     {"OutPipeStallsAtResume", Fault::onPacket(1500, Stall), kEmptied + broke(kResumes, kHalted) + kAgain},
-    {"RebootCommandTakenJustInTime", rebootTakenAfter(3000), kDone},
-    {"RebootCommandTakenJustTooLate", rebootTakenAfter(3001), kFound + timedOut(kReboots, 230)},
 
-    {"CableOutAtTheStart", onUsb(5, Unplug), kFound + silently(kReboots)},
-    {"CableOutAtTheQuestionForTheSize", onUsb(16, Unplug), kFound + silently(kReboots)},
     {"CableOutAtIdentification", Fault::onPacket(254, Unplug), kFound + broke(kReboots, kGone)},
-    {"CableOutBeforeReboot", Fault::onPacket(28, Unplug), kFound + broke(kReboots, kNotBegun)},
     {"CableOutWithTheRebootCommand", Fault::onCommand(0xAE, Unplug), kBegun},
-    {"CableOutAtTheStartBeforeHold", onUsb(5, Unplug).inState(Starting), kBegun + silently(kHolds) + kNoReboot},
-    {"CableOutAtTheSizeBeforeHold", onUsb(16, Unplug).inState(Starting), kBegun + silently(kHolds) + kNoReboot},
-    {"CableOutAtIdentificationBeforeHold", cableOutAtIdentification(Starting, 1),
-     kBegun + broke(kHolds, kGone) + kNoReboot},
-    {"CableOutAtHold", Fault::onPacket(113, Unplug), kBegun + broke(kHolds, kGone) + kNoReboot},
-    {"CableOutAtIdentificationBeforeClear", cableOutAtIdentification(HeldInBootLoader, 1),
-     kHeld + broke(kClears, kGone) + kNoReboot},
+    {"CableOutAtTheStartBeforeHold", onUsb(5, Unplug).inState(BootState::Starting),
+     kBegun + silently(kHolds) + kNoReboot},
     {"CableOutWithTheClearCommand", Fault::onCommand(0x27, Unplug), kEmptied + broke(kResumes, kNotBegun) + kNoReboot},
-    {"CableOutAtIdentificationBeforeResume", cableOutAtIdentification(HeldInBootLoader, 2),
-     kEmptied + broke(kResumes, kGone) + kNoReboot},
     {"CableOutWithTheResumeCommand", Fault::onPacket(1500, Unplug), kDone},
     {"CableOutAtHoldAndInAgain", Fault::onPacket(113, Unplug).comingBackAfter(milliseconds(10'000)),
      kBegun + broke(kHolds, kGone) + kNoReboot + kAgain},
@@ -241,7 +197,7 @@ const std::vector<Failure> kFailures = {
 TEST(AppDelegate, FailureLeadsToAnotherRebootAndTheNextAttachGoesOn) {
     for (const Failure& failure : kFailures) {
         SCOPED_TRACE(failure.name);
-        AppWorld app(failure.profile);
+        AppWorld app;
         app.world.addFault(failure.fault);
         app.attach();
         app.log.take();
@@ -258,24 +214,6 @@ TEST(AppDelegate, FailureLeadsToAnotherRebootAndTheNextAttachGoesOn) {
             app.attach();
         }
         app.expectReset();
-    }
-}
-
-TEST(AppDelegate, GarbageBeforeAnyAnswerIsPassedOver) {
-    Bytes tooLong = simulator::encodePacket({20, 113, Bytes(100)});
-    tooLong[8] = 99;
-    for (const Bytes& garbage :
-         {Bytes(11, 0), Bytes(64, 0xFF), Bytes(4097, 20), simulator::encodePacket({1, 113, {}}), tooLong}) {
-        AppWorld app;
-        for (const std::uint16_t answer : std::vector<std::uint16_t>{6, 17, 255, 253, 248, 113})
-            app.world.addFault(Fault::onAnswer(answer, GarbageBefore).withBytes(garbage).committed(100));
-        app.attach();
-        app.log.take();
-        app.confirmReset();
-        app.run();
-        EXPECT_EQ(app.log.take(), kDone) << garbage.size();
-        EXPECT_TRUE(app.storeIsEmpty());
-        EXPECT_EQ(app.world.device().record().faults().size(), 17U) << "before every answer";
     }
 }
 
@@ -301,15 +239,16 @@ TEST(AppDelegate, GetsOverEveryFaultOfTheCatalogueWhoseNamesAreUnique) {
 
 TEST(AppDelegate, OfTwoDevicesAtOnceTheWorkerTakesTheFirstAndANotificationTheLast) {
     AppWorld app;
-    const std::size_t second = app.world.bus.addDevice();
+    simulator::Profile lookalike;
+    lookalike.releaseNumber = 2;
+    const std::size_t second = app.world.bus.addDevice(simulator::Profile::wearable());
+    const std::size_t other = app.world.bus.addDevice(lookalike);
     app.confirmReset();
     app.runWorker();
-    app.world.bus.plug({0, second});
-    app.world.runUntilQuiet(milliseconds(1500));
-    EXPECT_THAT(app.world.device(0).record().received(), IsEmpty());
-    EXPECT_THAT(app.world.device(second).record().received(), ElementsAreArray(expectedTraffic({kReboot})));
+    app.world.bus.plug({0, second, other});
     app.run();
     EXPECT_THAT(app.world.device(0).record().received(), IsEmpty());
+    EXPECT_THAT(app.world.device(other).record().received(), IsEmpty());
     EXPECT_TRUE(app.world.device(second).store().empty());
     EXPECT_EQ(app.controller.nextAction(), NextAction::None);
 
@@ -337,14 +276,6 @@ struct Entry final : platform::IOService {
     bool mHasId;
 };
 
-struct Entries final : platform::IOIterator {
-    std::unique_ptr<platform::IOService> IOIteratorNext() override {
-        return next < entries.size() ? std::make_unique<Entry>(entries[next++]) : nullptr;
-    }
-    std::vector<Entry> entries;
-    std::size_t next = 0;
-};
-
 TEST(AppDelegate, OfWhatANotificationHoldsTheLastPathAndTheLastIdCountEvenOfDifferentEntries) {
     AppWorld app;
     const std::string device = app.world.path(), longest(511, '/'), tooLong(512, '/');
@@ -367,8 +298,9 @@ TEST(AppDelegate, OfWhatANotificationHoldsTheLastPathAndTheLastIdCountEvenOfDiff
         app.attach();
         app.controller.rebootDevice({});  // fails: what is told of next is to be rebooted
         app.log.take();
-        Entries iterator;
-        iterator.entries = notifications[i].first;
+        std::vector<std::unique_ptr<platform::IOService>> entries;
+        for (const Entry& entry : notifications[i].first) entries.push_back(std::make_unique<Entry>(entry));
+        platform::IOServiceList iterator(std::move(entries));
         trovikModeDeviceAttached(&app.controller, iterator);
         EXPECT_EQ(withoutLine(app.log.take()), notifications[i].second);
     }
@@ -404,37 +336,6 @@ TEST(AppDelegate, WhatTheWorkerOrTheListenerThrowsIsLoggedAndTheNextAttachGoesOn
         app.attach();
         app.expectReset();
     }
-}
-
-// ---- log lines
-
-/// A log that takes nothing until it is told to.
-struct GatedLogger final : DDAbstractLogger {
-    void logMessage(const DDLogMessage&) override {
-        gate.wait();
-        ++messages;
-    }
-    std::latch gate{1};
-    std::atomic<int> messages = 0;
-};
-
-TEST(AppDelegate, InfoLinesAreNotWaitedForAndErrorLinesAre) {
-    AppWorld app;
-    const auto logger = std::make_shared<GatedLogger>();
-    DDLog::addLogger(logger);
-    app.controller.trovikModeDeviceDetected({});
-    EXPECT_EQ(logger->messages, 0);
-    logger->gate.count_down();
-    app.controller.exceptionHandlerShouldLogException({"name", "reason", {}}, 255);
-    EXPECT_EQ(logger->messages, 3);
-    app.controller.rebootDevice({});  // what was caught, and then how it ended
-    EXPECT_GE(logger->messages, 4);
-    UsbTrovikModeIoLink::initWithPath(std::nullopt);
-    EXPECT_EQ(logger->messages, 6);
-    Error error;
-    TrovikModeUtil::populateError(&error, 0, "issueCommand Failed", glo::Timeout_t("file", 5));
-    EXPECT_EQ(logger->messages, 7);
-    DDLog::removeLogger(logger);
 }
 
 // ---- what nobody caught

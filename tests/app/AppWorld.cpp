@@ -57,28 +57,9 @@ void confirmReset(const AppDelegate::Outlets& outlets) {
 
 // ---- AppWorld
 
-namespace {
-
-platform::Platform platformOf(simulator::SimulatedWorld& world, platform::Bundle& bundle) {
-    platform::Platform platform;
-    platform.clock = &world.clock;
-    platform.runLoops = &world.loops;
-    platform.masterPort = &world.bus;
-    platform.mainQueue = &world.mainQueue;
-    platform.globalQueue = &world.globalQueue;
-    platform.mainBundle = &bundle;
-    platform.standardUserDefaults = &world.defaults;
-    platform.scriptRunner = &world.scripts;
-    platform.exceptionHandler = &world.exceptions;
-    return platform;
-}
-
-}  // namespace
-
 AppWorld::AppWorld(simulator::Profile profile, std::vector<std::string> languages)
     : world(std::move(profile)),
       bundle(TROVIK_RESOURCES, std::move(languages)),
-      mScope(platformOf(world, bundle)),
       controller([this](int status) { exits.push_back(status); }),
       window(controller) {
     window.show();
@@ -110,28 +91,19 @@ bool AppWorld::shows(QWidget* screen) const {
 
 // ---- expected traffic
 
-const UsbPacket kReboot = {20, 10, {0xAE, 0x00}};
-const UsbPacket kHold = {20, 113, {}};
-const UsbPacket kClear = {20, 10, {0x27, 0x00}};
-const UsbPacket kResume = {20, 1500, {}};
-
-std::vector<Bytes> expectedTraffic(const std::vector<UsbPacket>& commands) {
-    std::vector<Bytes> traffic = {
-        {0, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0},   // start session
-        {0, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0},  // ask for the largest packet
-    };
-    for (const UsbPacket& command : commands) {
-        traffic.push_back({20, 0, 0, 0, 254, 0, 0, 0, 0, 0, 0, 0});       // product data, please
-        traffic.push_back({20, 0, 0, 0, 28, 0, 0, 0, 2, 0, 0, 0, 0, 0});  // nothing unasked, please
-        traffic.push_back(simulator::encodePacket(command));
-    }
-    return traffic;
-}
-
 std::vector<Bytes> expectedTrafficOfAReset() {
-    auto traffic = expectedTraffic({kReboot});
-    const auto second = expectedTraffic({kHold, kClear, kResume});
-    traffic.insert(traffic.end(), second.begin(), second.end());
+    std::vector<Bytes> traffic;
+    const UsbPacket reboot = {20, 10, {0xAE, 0x00}}, hold = {20, 113, {}}, clear = {20, 10, {0x27, 0x00}};
+    const UsbPacket resume = {20, 1500, {}};
+    for (const std::vector<UsbPacket>& link : {std::vector{reboot}, {hold, clear, resume}}) {
+        traffic.push_back({0, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0});   // start session
+        traffic.push_back({0, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0});  // ask for the largest packet
+        for (const UsbPacket& command : link) {
+            traffic.push_back({20, 0, 0, 0, 254, 0, 0, 0, 0, 0, 0, 0});       // product data, please
+            traffic.push_back({20, 0, 0, 0, 28, 0, 0, 0, 2, 0, 0, 0, 0, 0});  // nothing unasked, please
+            traffic.push_back(simulator::encodePacket(command));
+        }
+    }
     return traffic;
 }
 

@@ -9,9 +9,9 @@
 
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
+#include "app/Util/ViewUtilities.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/Bundle.hpp"
-#include "simulator/Wire.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/LogRecorder.hpp"
 
@@ -72,8 +72,9 @@ class AppWorld {
     /// Puts the cable in, where need be after pulling it out, and runs.
     void attach();
 
-    bool shows(QWidget* screen) const;
-    void expectReset();  ///< the device is cleared, the window says so, and all is at rest
+    void show(QWidget* screen) { ViewUtilities::setAndPinSubview(*outlets.mainWindowView, *screen); }
+    bool shows(QWidget* screen) const;  ///< also lays a new screen out
+    void expectReset();                 ///< the device is cleared, the window says so, and all is at rest
     bool storeIsEmpty() { return world.device().store().empty(); }
     /// Nothing is pending, nothing is open.
     bool isAtRest() const { return world.bus.pendingTransfers() == 0 && world.bus.openDevices() == 0; }
@@ -82,7 +83,15 @@ class AppWorld {
     AskedBundle bundle;
 
   private:
-    platform::PlatformScope mScope;
+    platform::PlatformScope mScope{{.clock = &world.clock,
+                                    .runLoops = &world.loops,
+                                    .masterPort = &world.bus,
+                                    .mainQueue = &world.mainQueue,
+                                    .globalQueue = &world.globalQueue,
+                                    .mainBundle = &bundle,
+                                    .standardUserDefaults = &world.defaults,
+                                    .scriptRunner = &world.scripts,
+                                    .exceptionHandler = &world.exceptions}};
 
   public:
     std::vector<int> exits;  ///< statuses with which the process would have ended
@@ -92,13 +101,7 @@ class AppWorld {
     ControllerLog log;
 };
 
-/// What one link to the device carries when it sends these commands: the start of the session, and before each command
-/// the identification.
-std::vector<simulator::Bytes> expectedTraffic(const std::vector<simulator::UsbPacket>& commands);
-
-/// The two links of a whole reset.
+/// What reaches the device in a whole reset, on both links.
 std::vector<simulator::Bytes> expectedTrafficOfAReset();
-
-extern const simulator::UsbPacket kReboot, kHold, kClear, kResume;
 
 }  // namespace app_test
