@@ -32,34 +32,21 @@ RealTimeApp::RealTimeApp(support::UsbBackend& usb) : mUsb(usb) {
     setenv("XDG_CACHE_HOME", folder().path().c_str(), 1);
     std::filesystem::remove_all(folder() / "Trovik");
     std::filesystem::create_directories(folder() / "Trovik/ResetTool");
-    platform::Platform platform;
-    platform.runLoops = &usb.runLoops();
-    platform.masterPort = &usb.registry();
-    platform.mainQueue = &mMainQueue;
-    platform.globalQueue = &mGlobalQueue;
-    platform.mainBundle = &mBundle;
-    platform.scriptRunner = &mScripts;
-    platform.exceptionHandler = &exceptions;
-    mScope.emplace(platform);
-    controller = std::make_unique<AppDelegate>([](int) {});
-    window = std::make_unique<MainWindow>(*controller);
-    log = std::make_unique<ControllerLog>();
-    controller->applicationWillFinishLaunching();
-    controller->applicationDidFinishLaunching();
-    controller->waitUntilListening();
-    window->show();
+    controller.applicationWillFinishLaunching();
+    controller.applicationDidFinishLaunching();
+    controller.waitUntilListening();
+    window.show();
 }
 
 RealTimeApp::~RealTimeApp() {
     mGlobalQueue.join();  // its block may have been through for long, but only this says so
-    window.reset();
-    controller.reset();  // joins the listener
+    controller.stopListener();
     DDLog::removeAllLoggers();
     DDLog::flushLog();
 }
 
 const std::vector<std::string>& RealTimeApp::lines() {
-    for (std::string& line : log->take()) mLines.push_back(std::move(line));
+    for (std::string& line : log.take()) mLines.push_back(std::move(line));
     return mLines;
 }
 
@@ -75,9 +62,9 @@ void RealTimeApp::reset() {
     });
     confirmReset();
     waitFor(NextAction::ClearOnAttach);
-    EXPECT_TRUE(controller->outlets().inProgressView->isVisible());
+    EXPECT_TRUE(controller.outlets().inProgressView->isVisible());
     mUsb.plug();
-    waitFor(controller->outlets().completeView);
+    waitFor(controller.outlets().completeView);
     mGlobalQueue.join();
 }
 
@@ -86,8 +73,8 @@ void RealTimeApp::startAfresh() {
         device.store() = simulator::SettingsStore::wellUsed();
         device.record().clear();
     });
-    log->take();
-    controller->returnToMainMenuButtonClicked();
+    log.take();
+    controller.returnToMainMenuButtonClicked();
     QApplication::processEvents();
 }
 
@@ -96,7 +83,7 @@ void RealTimeApp::waitFor(QWidget* screen) {
 }
 
 void RealTimeApp::waitFor(NextAction action) const {
-    waitUntil("the next action", [&] { return controller->nextAction() == action; });
+    waitUntil("the next action", [&] { return controller.nextAction() == action; });
 }
 
 void RealTimeApp::waitUntil(const char* what, const std::function<bool()>& condition) {
@@ -117,6 +104,7 @@ void RealTimeApp::resetsLeaveNothingBehind(int rounds) {
         reset();
         withDevice([](Device& device) {
             ASSERT_TRUE(device.store().empty());
+            ASSERT_THAT(device.record().received(), testing::ElementsAreArray(expectedTrafficOfAReset()));
             ASSERT_THAT(device.record().refused(), testing::IsEmpty());
         });
         ASSERT_TRUE(mUsb.isAtRest());

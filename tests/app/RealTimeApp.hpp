@@ -1,8 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -18,15 +16,12 @@ namespace app_test {
 /// A global queue whose threads a test can see off: one for each block.
 class WorkerQueue final : public platform::DispatchQueue {
   public:
-    ~WorkerQueue() override { join(); }
     void dispatch_async(std::function<void()> block) override { mThreads.emplace_back(std::move(block)); }
     void dispatch_sync(const std::function<void()>& block) override { block(); }
-    void join() {
-        for (std::thread& thread : std::exchange(mThreads, {})) thread.join();
-    }
+    void join() { mThreads.clear(); }
 
   private:
-    std::vector<std::thread> mThreads;  ///< main thread only
+    std::vector<std::jthread> mThreads;  ///< main thread only
 };
 
 /// The whole tool with its real threads: launch, window, worker, listener. One at a time.
@@ -43,7 +38,7 @@ class RealTimeApp {
 
     /// Puts the cable in and waits until the listener has seen the device and left it alone.
     void plug();
-    void confirmReset() { app_test::confirmReset(controller->outlets()); }
+    void confirmReset() { app_test::confirmReset(controller.outlets()); }
 
     /// A whole reset. The device comes back on the test's word, since the controller learns only after the command that
     /// it succeeded: no real device is back by then, but this one might.
@@ -73,14 +68,24 @@ class RealTimeApp {
     WorkerQueue mGlobalQueue;
     platform::Bundle mBundle{TROVIK_RESOURCES, {}};
     simulator::RecordingScriptRunner mScripts;
-    std::optional<platform::PlatformScope> mScope;
     std::vector<std::string> mLines;
 
   public:
     simulator::RecordingExceptionHandler exceptions;
-    std::unique_ptr<AppDelegate> controller;
-    std::unique_ptr<MainWindow> window;
-    std::unique_ptr<ControllerLog> log;
+
+  private:
+    platform::PlatformScope mScope{{.runLoops = &mUsb.runLoops(),
+                                    .masterPort = &mUsb.registry(),
+                                    .mainQueue = &mMainQueue,
+                                    .globalQueue = &mGlobalQueue,
+                                    .mainBundle = &mBundle,
+                                    .scriptRunner = &mScripts,
+                                    .exceptionHandler = &exceptions}};
+
+  public:
+    AppDelegate controller{[](int) {}};
+    MainWindow window{controller};
+    ControllerLog log;
 };
 
 }  // namespace app_test
