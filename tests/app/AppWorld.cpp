@@ -4,11 +4,12 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QMessageBox>
-#include <QPushButton>
 #include <QTest>
 #include <QTimer>
+#include <regex>
 #include <utility>
+
+#include "app/Util/ViewUtilities.hpp"
 
 namespace app_test {
 
@@ -16,11 +17,12 @@ using simulator::Bytes;
 using simulator::UsbPacket;
 
 std::vector<std::string> ControllerLog::take() {
+    static const std::regex ownLine("caught at AppDelegate, .*");
     std::vector<std::string> lines;
     for (const DDLogMessage& message : mRecorder.take()) {
         if (message.fileName() != "AppDelegate") continue;
         const char level = message.logFlag == DDLogFlagError ? 'E' : message.logFlag == DDLogFlagInfo ? 'I' : '?';
-        lines.push_back(std::string(1, level) + ' ' + message.logMsg);
+        lines.push_back(std::string(1, level) + ' ' + std::regex_replace(message.logMsg, ownLine, "caught"));
     }
     return lines;
 }
@@ -73,6 +75,11 @@ void AppWorld::attach() {
     world.unplug();
     world.plug();
     run();
+}
+
+void AppWorld::show(QWidget* screen) {
+    ViewUtilities::setAndPinSubview(*outlets.mainWindowView, *screen);
+    QApplication::processEvents();
 }
 
 void AppWorld::expectReset() {

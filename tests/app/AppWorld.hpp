@@ -9,7 +9,6 @@
 
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
-#include "app/Util/ViewUtilities.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/Bundle.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
@@ -17,7 +16,8 @@
 
 namespace app_test {
 
-/// What the controller logs while this lives, each line with its level's letter: "I Device rebooted".
+/// What the controller logs while this lives, each line with its level's letter: "I Device rebooted". The line of its
+/// source that a message names is left out: it moves with the source.
 class ControllerLog {
   public:
     /// The lines since the last call.
@@ -72,9 +72,9 @@ class AppWorld {
     /// Puts the cable in, where need be after pulling it out, and runs.
     void attach();
 
-    void show(QWidget* screen) { ViewUtilities::setAndPinSubview(*outlets.mainWindowView, *screen); }
-    bool shows(QWidget* screen) const;  ///< also lays a new screen out
-    void expectReset();                 ///< the device is cleared, the window says so, and all is at rest
+    void show(QWidget* screen);
+    bool shows(QWidget* screen) const;
+    void expectReset();  ///< the device is cleared, the window says so, and all is at rest
     bool storeIsEmpty() { return world.device().store().empty(); }
     /// Nothing is pending, nothing is open.
     bool isAtRest() const { return world.bus.pendingTransfers() == 0 && world.bus.openDevices() == 0; }

@@ -10,7 +10,6 @@
 #include <QProgressBar>
 #include <QTest>
 
-#include "app/Util/ViewUtilities.hpp"
 #include "tests/app/AppWorld.hpp"
 
 namespace {
@@ -29,11 +28,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 struct MainWindowTest : testing::Test {
-    void show(QWidget* screen) {
-        ViewUtilities::setAndPinSubview(*outlets.mainWindowView, *screen);
-        QApplication::processEvents();
-    }
-
     QStringList texts(const std::vector<const char*>& keys) const {
         QStringList found;
         for (const char* const key : keys)
@@ -96,7 +90,7 @@ TEST_F(MainWindowTest, ConfirmationIsCriticalAndAnyWayOutOfItChangesNothing) {
 }
 
 TEST_F(MainWindowTest, EveryWayOutEndsTheProcessWithStatusZero) {
-    show(outlets.completeView);
+    app.show(outlets.completeView);
     click(outlets.quitButton);
     outlets.quitMenuItem->trigger();
     QTest::keyClick(&app.window, Qt::Key_Q, Qt::ControlModifier);
@@ -142,7 +136,7 @@ TEST_F(MainWindowTest, NewScreenTakesTheFocusWithItsTextsAndEveryControlHasAName
     for (const auto& [screen, focus, heading, body] : expected) {
         std::vector<QObject*> heard;
         announced = &heard;
-        show(screen);
+        app.show(screen);
         announced = nullptr;
         EXPECT_THAT(heard, ElementsAre(static_cast<QObject*>(screen)));
         EXPECT_EQ(app.window.focusWidget(), focus);
@@ -167,14 +161,14 @@ TEST_F(MainWindowTest, ScreensFillTheWindowAtAnyWidthAndScrollWhereItIsLow) {
     for (const int width : {360, 520, 1400}) {
         app.window.resize(width, 640);
         for (QWidget* const screen : screens) {
-            show(screen);
+            app.show(screen);
             EXPECT_TRUE(app.shows(screen));
             EXPECT_EQ(app.window.width(), width);
             EXPECT_LE(screen->minimumSizeHint().width(), width);
         }
     }
     app.window.resize(360, 240);
-    show(outlets.inProgressView);
+    app.show(outlets.inProgressView);
     EXPECT_EQ(app.window.height(), 240);
     EXPECT_GT(outlets.inProgressView->height(), app.window.centralWidget()->height());
     EXPECT_GE(outlets.dontUnplugText->height(),
@@ -201,7 +195,7 @@ TEST_F(MainWindowTest, ColoursAreThoseOfTheDesktop) {
     dark.setColor(QPalette::WindowText, QColor(240, 241, 242));
     QApplication::setPalette(dark);
     for (QWidget* const screen : screens) {
-        show(screen);
+        app.show(screen);
         const QImage picture = app.window.grab().toImage();
         EXPECT_EQ(picture.pixelColor(picture.width() / 2, picture.height() - 3), QColor(20, 24, 28));
         for (const QLabel* const label : screen->findChildren<QLabel*>()) {
