@@ -8,12 +8,12 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QWidget>
-#include <tuple>
 #include <vector>
 
 namespace {
 
 using testing::ElementsAre;
+using testing::FieldsAre;
 using ViewUtilities::setAndPinSubview;
 
 /// A container of 300 x 200 with two screens that it does not own.
@@ -43,18 +43,13 @@ TEST_F(ViewUtilitiesTest, PinningAddsTheViewWithItsFourEdgesOnceAndFillsTheConta
     EXPECT_FALSE(ViewUtilities::translatesAutoresizingMaskIntoConstraints(first));
     EXPECT_EQ(first.graphicsEffect(), nullptr);
     EXPECT_THAT(children(), ElementsAre(&first));
-    std::vector<std::tuple<const QWidget*, int, const QWidget*, int>> edges;
-    for (const LayoutConstraint& c : constraints()) {
-        edges.emplace_back(c.firstItem, static_cast<int>(c.firstAttribute), c.secondItem,
-                           static_cast<int>(c.secondAttribute));
-        EXPECT_EQ(c.constant, 0);
-        EXPECT_EQ(c.multiplier, 1);
-        EXPECT_EQ(c.priority, 251.0F);
-    }
-    EXPECT_EQ(edges, (decltype(edges){{&first, 5, &container, 5},
-                                      {&container, 6, &first, 6},
-                                      {&first, 3, &container, 3},
-                                      {&container, 4, &first, 4}}));
+    const auto edge = [](const QWidget* one, LayoutAttribute attribute, const QWidget* other) {
+        return FieldsAre(one, attribute, other, attribute, 1.0, 0.0, 251.0F);
+    };
+    EXPECT_THAT(constraints(), ElementsAre(edge(&first, LayoutAttribute::Leading, &container),
+                                           edge(&container, LayoutAttribute::Trailing, &first),
+                                           edge(&first, LayoutAttribute::Top, &container),
+                                           edge(&container, LayoutAttribute::Bottom, &first)));
     container.resize(360, 700);
     QApplication::processEvents();
     EXPECT_EQ(first.geometry(), QRect(0, 0, 360, 700));
