@@ -19,13 +19,13 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
-using testing::UnorderedElementsAre;
 
-/// The text of the one file in a folder.
+/// The text of the one file in a folder, crash reports aside.
 std::string onlyFileIn(const std::string& folder) {
     std::error_code missing;
     std::vector<std::string> texts;
-    for (const auto& entry : fs::directory_iterator(folder, missing)) texts.push_back(support::ReadFile(entry.path()));
+    for (const auto& entry : fs::directory_iterator(folder, missing))
+        if (entry.path().extension() != ".crash") texts.push_back(support::ReadFile(entry.path()));
     return texts.size() == 1 ? texts[0] : std::to_string(texts.size()) + " files in " + folder;
 }
 
@@ -76,12 +76,8 @@ TEST_F(Process, KeepsTheLogsOfSevenDays) {
         support::WriteFile(logs + "/ResetTool_2001.01.0" + day + ".txt", std::string(1 << 20, '.'));  // full
     }
     EXPECT_EQ(run("quit"), 0);
-    std::vector<std::string> old;
-    for (const auto& entry : fs::directory_iterator(logs)) {
-        if (entry.path().filename().string().starts_with("ResetTool_2001")) old.push_back(entry.path().stem());
-    }
-    EXPECT_THAT(old, UnorderedElementsAre(EndsWith("04"), EndsWith("05"), EndsWith("06"), EndsWith("07"),
-                                          EndsWith("08"), EndsWith("09")));
+    EXPECT_EQ(std::distance(fs::directory_iterator(logs), {}), 7);
+    EXPECT_TRUE(fs::exists(logs + "/ResetTool_2001.01.04.txt")) << "the oldest of six, beside today's";
 }
 
 TEST_F(Process, KeepsSettingsLogsAndTracesInTheFoldersOfItsUser) {
@@ -146,12 +142,9 @@ TEST_F(Process, LogsAnExceptionThatNobodyCatchesWithItsStack) {
     writeSettings("<key>logLevel</key><integer>1</integer>");  // errors alone
     const int status = run("throw");
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
-    std::string text;  // beside it lies the crash report
-    for (const auto& entry : fs::directory_iterator(logs))
-        if (entry.path().extension() == ".txt") text = support::ReadFile(entry.path());
-    EXPECT_THAT(text, HasSubstr(" | E | Exception: name: std::runtime_error reason: no more\n"));
-    EXPECT_THAT(text, Not(HasSubstr(" | I | ")));
-    EXPECT_THAT(text, ContainsRegex("| E | Stack:\n.+\n.+\n"));
+    EXPECT_THAT(log(), HasSubstr(" | E | Exception: name: std::runtime_error reason: no more\n"));
+    EXPECT_THAT(log(), Not(HasSubstr(" | I | ")));
+    EXPECT_THAT(log(), ContainsRegex(" [|] E [|] Stack:\n.+\n.+\n"));
 }
 
 }  // namespace
