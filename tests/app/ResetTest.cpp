@@ -3,7 +3,6 @@
 
 #include <filesystem>
 
-#include "app/Util/Logging/TrovikLogs.hpp"
 #include "tests/app/RealTimeApp.hpp"
 #include "tests/support/Holdings.hpp"
 #include "tests/support/RealTimeBackend.hpp"
@@ -12,7 +11,6 @@ namespace app_test {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 
 struct ResetTest : testing::Test {
     support::RealTimeBackend usb{simulator::Profile::instant()};
@@ -31,16 +29,6 @@ TEST_F(ResetTest, WholeResetFromTheButtonToTheCompleteScreen) {
                             "I Device found, rebooting", "I Device rebooted", "I Hold in bootloader sent",
                             "I Nonvol cleared", "I Boot resumed"));
 
-    // The log file tells the same.
-    const auto files = TrovikLogs::sortedLogsWithPrefix("ResetTool");
-    ASSERT_EQ(files.size(), 1U);
-    EXPECT_THAT(files.front(), HasSubstr(RealTimeApp::folder().path().string() + "/Trovik/ResetTool/ResetTool_"));
-    const std::string text = support::ReadFile(files.front());
-    std::size_t at = 0;
-    for (const std::string& line : app.lines()) {
-        at = text.find("| I | " + line.substr(2) + "\n", at);
-        EXPECT_NE(at, std::string::npos) << line << "\n in\n" << text;
-    }
     // With the switches off no trace is made.
     for (const auto& file : std::filesystem::recursive_directory_iterator(RealTimeApp::folder().path()))
         EXPECT_NE(file.path().extension(), ".log") << file.path();
