@@ -1,4 +1,4 @@
-#include "simulator/Device.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
 
 #include <gtest/gtest.h>
 
@@ -24,28 +24,23 @@ Bytes commandBytes(std::uint16_t command) {
     return application(kCommand, Writer().u16(command).take());
 }
 
-/// The host's end of the bus, by hand: cuts what it writes into packets, puts what it reads together, follows the
-/// device's wish to leave and to come back.
-class Host {
-  public:
-    explicit Host(Profile profile = {}) : device(std::move(profile)) {
-        device.setCable(true, now);
-        device.attached(now);
-        device.configured(now);
-    }
+/// The host's end of the bus, by hand: cuts what it writes into packets and puts what it reads together.
+struct Host {
+    explicit Host(Profile profile = {}) : world(std::move(profile)) { world.plug(); }
 
     Device::WriteResult write(const Bytes& bytes) {
         const std::size_t most = device.profile().pipe(Pipe::BulkOut)->maxPacketSize;
         auto result = Device::WriteResult::Taken;
-        for (std::size_t at = 0; at <= bytes.size() && result == Device::WriteResult::Taken; at += most) {
-            result = device.writePacket(std::span(bytes).subspan(at, std::min(most, bytes.size() - at)), now);
-        }
-        follow();
+        world.bus.withDevice(0, [&](Device&, Time now) {
+            for (std::size_t at = 0; at <= bytes.size() && result == Device::WriteResult::Taken; at += most) {
+                result = device.writePacket(std::span(bytes).subspan(at, std::min(most, bytes.size() - at)), now);
+            }
+        });
         return result;
     }
 
     /// Everything that waits on a pipe, one entry a transfer.
-    Packets read(Pipe pipe) {
+    Packets read(Pipe pipe = Pipe::InterruptIn) {
         Packets transfers;
         bool open = false;
         while (device.hasPacket(pipe)) {
@@ -57,38 +52,14 @@ class Host {
         EXPECT_FALSE(open) << "a transfer without an end";
         return transfers;
     }
-    Packets read() { return read(Pipe::InterruptIn); }
-
-    void wait(Duration span) {
-        const Time end = now + span;
-        for (auto due = device.nextDue(); due && *due <= end; due = device.nextDue()) {
-            now = *due;
-            device.advance(now);
-            follow();
-        }
-        now = end;
-        device.advance(now);
-        follow();
-    }
 
     void start() {
         write(kStart);
         read();
     }
 
-    Time now{0};
-    Device device;
-
-  private:
-    void follow() {
-        if (device.wantsBus() == device.isAttached()) return;
-        if (device.wantsBus()) {
-            device.attached(now);
-            device.configured(now);
-        } else {
-            device.detached(now);
-        }
-    }
+    SimulatedWorld world;
+    Device& device = world.device();
 };
 
 TEST(Device, IdentificationIsExactByteForByte) {
@@ -123,19 +94,17 @@ TEST(Device, RebootIsSeenHoweverShortAndGoesOnWithoutTheCable) {
     Host host(Profile::instant());
     host.start();
     host.write(commandBytes(kReboot));
-    EXPECT_FALSE(host.device.isAttached()) << "it has to be seen leaving";
-    host.wait(Duration{0});
+    EXPECT_FALSE(host.device.sessionStarted()) << "it has to be seen leaving";
     EXPECT_TRUE(host.device.isAttached());
 
     host.device.profile().rebootTime = seconds(2);
     host.device.profile().leaveDelay = seconds(1);
     host.start();
     host.write(commandBytes(kReboot));
-    host.device.setCable(false, host.now);
-    host.wait(seconds(3));
+    host.world.unplug();
+    host.world.runFor(seconds(3));
     EXPECT_EQ(host.device.bootState(), BootState::Starting);
-    host.device.setCable(true, host.now);
-    host.wait(Duration{0});
+    host.world.plug();
     EXPECT_TRUE(host.device.isAttached());
 }
 
@@ -145,11 +114,11 @@ TEST(Device, BootWindowEndsUnlessSomebodyHoldsTheDevice) {
         host.device.profile().bootWindow = seconds(10);
         host.start();
         host.write(commandBytes(kReboot));
-        host.wait(milliseconds(9999));
+        host.world.runFor(milliseconds(9999));
         host.start();
         EXPECT_EQ(host.device.bootState(), BootState::Starting);
         if (hold) host.write(application(kHoldInBootLoader));
-        host.wait(seconds(10));
+        host.world.runFor(seconds(10));
         EXPECT_EQ(host.device.bootState(), hold ? BootState::HeldInBootLoader : BootState::Running);
     }
 }
@@ -190,7 +159,7 @@ TEST(Device, WhatMakesNoSenseIsRefusedRecordedAndWithoutEffect) {
         SCOPED_TRACE(one.reason);
         Host host;
         if (one.session) host.start();
-        host.device.setBootState(one.state, host.now);
+        host.device.setBootState(one.state, host.world.clock.now());
         const auto store = host.device.store().entries();
         EXPECT_EQ(host.write(one.bytes), Device::WriteResult::Taken);
         EXPECT_EQ(host.device.record().refused(), std::vector<std::string>{one.reason});
@@ -207,10 +176,10 @@ TEST(Device, ConfigurationAndDetachEndTheSessionAndDropWhatWaits) {
         host.start();
         host.device.profile().answerDelay = milliseconds(5);
         host.write(application(kProductRequest));
-        if (detach) host.device.detached(host.now);
-        detach ? host.device.attached(host.now) : host.device.configured(host.now);
+        if (detach) host.world.unplug();
+        detach ? host.world.plug() : host.device.configured(host.world.clock.now());
         EXPECT_FALSE(host.device.sessionStarted());
-        host.wait(seconds(1));
+        host.world.runFor(seconds(1));
         EXPECT_TRUE(host.read().empty());
         EXPECT_TRUE(host.read(Pipe::BulkIn).empty());
     }
