@@ -53,30 +53,15 @@ class UmockUsbTest : public ::testing::Test, public support::UmockBackend {
             device.send(contract::packetOfSize(20, id), now);
         });
     }
-    std::unique_ptr<IOUSBDeviceInterface> Device() {
-        std::unique_ptr<IOCFPlugInInterface> plugIn;
-        std::unique_ptr<IOUSBDeviceInterface> device;
-        EXPECT_EQ(registry().IORegistryEntryFromPath(path)->IOCreatePlugInInterfaceForService(
-                      IOUserClientType::kIOUSBDeviceUserClientTypeID, plugIn),
-                  kIOReturnSuccess);
-        EXPECT_EQ(plugIn->QueryInterface(device), kIOReturnSuccess);
-        return device;
-    }
-
-    /// Opens the device as the library does. @return what that throws, 0 for nothing
-    int OpenAsLink() {
-        thr::CancelRequestedFunctor_t cancel;
-        try {
-            iou::UsbLink_t(cancel, path, iou::UsbLink_t::PacketCheckingModeDefault, 3000);
-        } catch (int thrown) {
-            return thrown;
-        }
-        return 0;
+    iou::UsbLink_t OpenAsLink() { return {mCancel, path, iou::UsbLink_t::PacketCheckingModeDefault, 30'000}; }
+    void ExpectNotOpened() {
+        EXPECT_THAT([&] { OpenAsLink(); }, testing::Throws<int>(1));
     }
 
     std::string path;
 
   private:
+    thr::CancelRequestedFunctor_t mCancel;
     static void Log(const std::string& line) { gLog.push_back(line); }
     PlatformScope mScope{{.runLoops = &runLoops(), .masterPort = &registry(), .log = Log}};
 };
@@ -141,12 +126,12 @@ TEST_F(UmockUsbTest, DescriptorsCutOffBehindTheInterfaceLeaveItWithoutPipes) {
     ASSERT_GT(descriptors[kEndpoints - 9 + 4], 0) << "endpoints are promised";
     descriptors.resize(kEndpoints + 3);  // and the first of them is cut off
     usb.setDescriptors(descriptors);
-    EXPECT_EQ(OpenAsLink(), 1);
+    ExpectNotOpened();
 }
 
 TEST_F(UmockUsbTest, DeviceOfAnotherProgramIsLeftAloneAndTheLogSaysSo) {
     usb.setDriver("usbfs");
-    EXPECT_EQ(OpenAsLink(), 1);
+    ExpectNotOpened();
     EXPECT_EQ(usb.driver(), "usbfs");
     EXPECT_THAT(gLog, ElementsAre(AllOf(HasSubstr("/dev/bus/usb/001/002 can't be opened: held by another program."),
                                         EndsWith(" (0xE00002C5) at libs/IOU/mac/IOU_Device, 101\n"))));
@@ -154,15 +139,15 @@ TEST_F(UmockUsbTest, DeviceOfAnotherProgramIsLeftAloneAndTheLogSaysSo) {
 
 TEST_F(UmockUsbTest, OpenOfANodeThatIsJustGoingLeavesNothingOpen) {
     ASSERT_TRUE(std::filesystem::remove(getenv("UMOCKDEV_DIR") + std::string("/dev/bus/usb/001/002")));
-    EXPECT_EQ(Device()->USBDeviceOpen(), kIOReturnNoDevice);
+    EXPECT_EQ(contract::deviceAt(registry(), path)->USBDeviceOpen(), kIOReturnNoDevice);
     EXPECT_TRUE(isAtRest());
 }
 
 TEST_F(UmockUsbTest, DeviceThatHasGoneIsNotOpenedAsTheNextOneOnItsPort) {
-    const auto device = Device();
+    const auto device = contract::deviceAt(registry(), path);
     usb.unplug();
     EXPECT_EQ(device->USBDeviceOpen(), kIOReturnNoDevice);
-    EXPECT_EQ(OpenAsLink(), 1);
+    ExpectNotOpened();
     EXPECT_THAT(gLog, ElementsAre(HasSubstr("it has gone")));
     usb.plug();
     EXPECT_EQ(device->USBDeviceOpen(), kIOReturnNoDevice);
@@ -175,7 +160,7 @@ TEST_F(UmockUsbTest, CompletionThatThrowsLosesNoneOfThoseBehindIt) {
     std::array<unsigned char, 64> buffer{};
     for (int i = 0; i < 3; ++i) {
         opened.interface->ReadPipeAsync(
-            static_cast<std::uint8_t>(opened.interruptIn), buffer,
+            opened.interruptIn, buffer,
             [](void*, IOReturn, void* count) {
                 counts.push_back(reinterpret_cast<std::size_t>(count));
                 throw std::runtime_error("from a completion");
@@ -192,8 +177,7 @@ TEST_F(UmockUsbTest, CompletionThatThrowsLosesNoneOfThoseBehindIt) {
 
 TEST_F(UmockUsbTest, WhatTheKernelHasForUsComesBeforeATimeOutThatIsDue) {
     {
-        thr::CancelRequestedFunctor_t cancel;
-        iou::UsbLink_t link(cancel, path, iou::UsbLink_t::PacketCheckingModeDefault, 30000);
+        auto link = OpenAsLink();
         Send(77);
         EXPECT_EQ(link.GetFrameWithTimeout(0).Id(), 77);
     }
@@ -213,7 +197,7 @@ TEST_F(UmockUsbTest, InterfaceMayBeClosedByItsOwnCompletion) {
     std::array<unsigned char, 64> buffer{};
     for (int i = 0; i < 2; ++i) {
         opened.interface->ReadPipeAsync(
-            static_cast<std::uint8_t>(opened.interruptIn), buffer,
+            opened.interruptIn, buffer,
             [](void* refCon, IOReturn, void*) {
                 auto& self = *static_cast<Opened*>(refCon);
                 ASSERT_TRUE(self.interface) << "reported after the close";

@@ -36,10 +36,7 @@ TEST(InProcessBus, ObjectsMayOutliveTheBus) {
     bus->plug(bus->addDevice());
     const auto entry = bus->IORegistryEntryFromPath(bus->registryPath(0));
     const auto port = bus->IONotificationPortCreate();
-    std::unique_ptr<platform::IOCFPlugInInterface> plugIn;
-    std::unique_ptr<platform::IOUSBDeviceInterface> device;
-    entry->IOCreatePlugInInterfaceForService(platform::IOUserClientType::kIOUSBDeviceUserClientTypeID, plugIn);
-    plugIn->QueryInterface(device);
+    const auto device = contract::deviceAt(*bus, bus->registryPath(0));
     ASSERT_EQ(device->USBDeviceOpen(), platform::kIOReturnSuccess);
     bus.reset();
     EXPECT_EQ(device->SetConfiguration(1), platform::kIOReturnNoDevice);

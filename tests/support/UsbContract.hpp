@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <deque>
 #include <functional>
+#include <iterator>
+#include <map>
 #include <memory>
 #include <numeric>
 #include <set>
@@ -40,22 +44,32 @@ bool runUntil(CFRunLoop& loop, std::string_view mode, Condition condition) {
 
 /// How one transfer ended.
 struct Completion {
-    int pipe = 0;
+    std::uint8_t pipe = 0;
     IOReturn result = 0;
     Bytes bytes;            ///< of a read
     std::size_t count = 0;  ///< reported
 };
 
+inline void check(IOReturn result) {
+    if (result != kIOReturnSuccess) throw std::runtime_error(IOReturnText(result));
+}
+
+/// The device at a path, not yet opened.
+inline std::unique_ptr<IOUSBDeviceInterface> deviceAt(IORegistry& registry, const std::string& path) {
+    const auto entry = registry.IORegistryEntryFromPath(path);
+    if (!entry) throw std::runtime_error("no device at " + path);
+    std::unique_ptr<IOCFPlugInInterface> plugIn;
+    check(entry->IOCreatePlugInInterfaceForService(IOUserClientType::kIOUSBDeviceUserClientTypeID, plugIn));
+    std::unique_ptr<IOUSBDeviceInterface> device;
+    check(plugIn->QueryInterface(device));
+    return device;
+}
+
 /// The way from a path to an opened interface, as the library goes it, with a mode of its own.
 class Opened {
   public:
-    Opened(UsbBackend& backend, const std::string& path, std::string mode = "contract")
-        : mBackend(backend), mMode(std::move(mode)) {
-        const auto entry = backend.registry().IORegistryEntryFromPath(path);
-        std::unique_ptr<IOCFPlugInInterface> plugIn;
-        if (!entry) throw std::runtime_error("no device at " + path);
-        check(entry->IOCreatePlugInInterfaceForService(IOUserClientType::kIOUSBDeviceUserClientTypeID, plugIn));
-        check(plugIn->QueryInterface(device));
+    Opened(UsbBackend& backend, const std::string& path)
+        : device(deviceAt(backend.registry(), path)), mLoop(backend.loop()) {
         check(device->USBDeviceOpen());
         IOUSBConfigurationDescriptor configuration;
         check(device->GetConfigurationDescriptorPtr(0, configuration));
@@ -64,6 +78,7 @@ class Opened {
         check(device->CreateInterfaceIterator({}, iterator));
         const auto first = iterator->IOIteratorNext();
         if (!first) throw std::runtime_error("no interface");
+        std::unique_ptr<IOCFPlugInInterface> plugIn;
         check(first->IOCreatePlugInInterfaceForService(IOUserClientType::kIOUSBInterfaceUserClientTypeID, plugIn));
         check(plugIn->QueryInterface(interface));
         check(interface->USBInterfaceOpen());
@@ -79,14 +94,14 @@ class Opened {
             pipes.push_back(properties);
         }
         check(interface->CreateInterfaceAsyncEventSource(mSource));
-        backend.loop().CFRunLoopAddSource(mSource, mMode);
+        mLoop.CFRunLoopAddSource(mSource, "contract");
     }
     ~Opened() { close(); }
     Opened(const Opened&) = delete;
     Opened& operator=(const Opened&) = delete;
 
     void close() {
-        if (mSource) mBackend.loop().CFRunLoopRemoveSource(std::exchange(mSource, nullptr));
+        if (mSource) mLoop.CFRunLoopRemoveSource(std::exchange(mSource, nullptr));
         if (interface) interface->USBInterfaceClose();
         interface.reset();
         if (device) device->USBDeviceClose();
@@ -95,98 +110,77 @@ class Opened {
 
     /// Starts a read into the pipe's one buffer. On its completion the buffer's contents are kept, and, if wanted, the
     /// next read is started.
-    IOReturn read(int pipe, bool again = false) {
-        return start(Request{this, pipe, true, again}, [&](std::uint8_t ref, Request* request) {
-            return interface->ReadPipeAsync(ref, mBuffers[index(pipe)], completed, request);
-        });
+    IOReturn read(std::uint8_t pipe, bool again = false) {
+        mRequests.push_back({this, pipe, again});
+        const std::size_t before = completions.size();
+        const IOReturn result = interface->ReadPipeAsync(pipe, mBuffers[pipe], completed, &mRequests.back());
+        calledElsewhere = calledElsewhere || completions.size() != before;
+        return result;
     }
 
     /// The bytes are the interface's once the call returns: this copy goes at once.
-    IOReturn write(std::vector<unsigned char> bytes) {
-        return start(Request{this, bulkOut, false, false}, [&](std::uint8_t ref, Request* request) {
-            return interface->WritePipeAsync(ref, bytes, completed, request);
-        });
+    IOReturn write(Bytes bytes) {
+        mRequests.push_back({this, bulkOut, false});
+        const std::size_t before = completions.size();
+        const IOReturn result = interface->WritePipeAsync(bulkOut, bytes, completed, &mRequests.back());
+        calledElsewhere = calledElsewhere || completions.size() != before;
+        return result;
     }
 
     /// A write as the library makes it: an exact multiple of the packet size is followed by an empty transfer.
     void writeWhole(const Bytes& bytes) {
         ASSERT_EQ(write(bytes), kIOReturnSuccess);
-        if (bytes.size() % pipes[static_cast<std::size_t>(bulkOut) - 1].maxPacketSize == 0) {
+        if (bytes.size() % pipes[bulkOut - 1U].maxPacketSize == 0) {
             ASSERT_EQ(write({}), kIOReturnSuccess);
         }
     }
 
     /// Gives what must not come the time to come.
-    void settle(const std::string& mode = "contract") { mBackend.loop().CFRunLoopRunInMode(mode, 0.02, false); }
+    void settle(const std::string& mode = "contract") { mLoop.CFRunLoopRunInMode(mode, 0.02, false); }
     template <typename Condition>
     bool runUntil(Condition condition) {
-        return contract::runUntil(mBackend.loop(), mMode, condition);
+        return contract::runUntil(mLoop, "contract", condition);
     }
     bool runUntilCompletions(std::size_t count) {
         return runUntil([&] { return completions.size() >= count; });
     }
     /// What ended on one pipe.
-    std::vector<Completion> on(int pipe) const {
+    std::vector<Completion> on(std::uint8_t pipe) const {
         std::vector<Completion> found;
-        for (const auto& one : completions) {
-            if (one.pipe == pipe) found.push_back(one);
-        }
+        std::copy_if(completions.begin(), completions.end(), std::back_inserter(found),
+                     [pipe](const Completion& one) { return one.pipe == pipe; });
         return found;
     }
 
     std::unique_ptr<IOUSBDeviceInterface> device;
     std::unique_ptr<IOUSBInterfaceInterface> interface;
     std::vector<PipeProperties> pipes;
-    int interruptIn = 0;
-    int bulkIn = 0;
-    int bulkOut = 0;
+    std::uint8_t interruptIn = 0, bulkIn = 0, bulkOut = 0;
     std::vector<Completion> completions;
     std::vector<IOReturn> restarted;  ///< what became of the reads that completions have started
-    bool calledInside = false;        ///< a completion ran inside the call that started a transfer
-    bool calledOnOtherThread = false;
+    bool calledElsewhere = false;     ///< a completion ran inside a call that starts a transfer, or on another thread
 
   private:
     struct Request {
         Opened* self;
-        int pipe;
-        bool reads;
+        std::uint8_t pipe;
         bool again;
     };
 
-    template <typename Call>
-    IOReturn start(Request request, Call call) {
-        auto const kept = mRequests.emplace_back(std::make_unique<Request>(request)).get();
-        mInCall = true;
-        const IOReturn result = call(static_cast<std::uint8_t>(request.pipe), kept);
-        mInCall = false;
-        return result;
-    }
-    static void check(IOReturn result) {
-        if (result != kIOReturnSuccess) throw std::runtime_error(IOReturnText(result));
-    }
-    std::size_t index(int pipe) const { return pipe == interruptIn ? 0 : 1; }
-
     static void completed(void* refCon, IOReturn result, void* arg0) {
-        auto& request = *static_cast<Request*>(refCon);
-        Opened& self = *request.self;
+        auto& [self, pipe, again] = *static_cast<Request*>(refCon);
         const auto count = reinterpret_cast<std::size_t>(arg0);
-        Completion completion{request.pipe, result, {}, count};
-        if (request.reads) {
-            const auto& buffer = self.mBuffers[self.index(request.pipe)];
-            completion.bytes.assign(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(count));
-        }
-        self.completions.push_back(std::move(completion));
-        self.calledInside = self.calledInside || self.mInCall;
-        self.calledOnOtherThread = self.calledOnOtherThread || std::this_thread::get_id() != self.mThread;
-        if (request.again && result == kIOReturnSuccess) self.restarted.push_back(self.read(request.pipe, true));
+        const auto& buffer = self->mBuffers[pipe];
+        const std::size_t length = pipe == self->bulkOut ? 0 : count;
+        self->completions.push_back({pipe, result, Bytes(buffer.data(), buffer.data() + length), count});
+        self->calledElsewhere = self->calledElsewhere || std::this_thread::get_id() != self->mThread;
+        if (again && result == kIOReturnSuccess) self->restarted.push_back(self->read(pipe, true));
     }
 
-    UsbBackend& mBackend;
-    std::string mMode;
+    CFRunLoop& mLoop;
     std::shared_ptr<CFRunLoopSource> mSource;
-    std::array<std::array<unsigned char, 4096>, 2> mBuffers{};
-    std::vector<std::unique_ptr<Request>> mRequests;
-    bool mInCall = false;
+    std::map<std::uint8_t, std::array<unsigned char, 4096>> mBuffers;
+    std::deque<Request> mRequests;  ///< kept, since each is somebody's context
     std::thread::id mThread = std::this_thread::get_id();
 };
 
@@ -368,8 +362,7 @@ TYPED_TEST_P(UsbContract, CompletionsComeInOrderAndOnlyWhileTheModeRuns) {
     std::vector<Bytes> read;
     for (const auto& completion : opened.on(opened.interruptIn)) read.push_back(completion.bytes);
     EXPECT_EQ(read, expected);
-    EXPECT_FALSE(opened.calledInside);
-    EXPECT_FALSE(opened.calledOnOtherThread);
+    EXPECT_FALSE(opened.calledElsewhere);
 }
 
 TYPED_TEST_P(UsbContract, ReadEndsWithAShortPacketAnEmptyOneOrAFullBuffer) {
@@ -422,16 +415,16 @@ TYPED_TEST_P(UsbContract, WriteOfAnExactMultipleEndsWithTheEmptyTransferOnly) {
 TYPED_TEST_P(UsbContract, AbortEndsEveryTransferOfThePipeOnce) {
     this->addFault(Fault::onPacket(77, FaultKind::NotTaken));
     Opened opened = this->open();
-    for (const int pipe : {opened.interruptIn, opened.interruptIn, opened.bulkIn}) opened.read(pipe);
+    for (const auto pipe : {opened.interruptIn, opened.interruptIn, opened.bulkIn}) opened.read(pipe);
     opened.writeWhole(encodePacket(packetOfSize(20)));
-    for (const int pipe : {opened.interruptIn, opened.bulkOut}) {
-        ASSERT_EQ(opened.interface->AbortPipe(static_cast<std::uint8_t>(pipe)), kIOReturnSuccess);
+    for (const auto pipe : {opened.interruptIn, opened.bulkOut}) {
+        ASSERT_EQ(opened.interface->AbortPipe(pipe), kIOReturnSuccess);
     }
     ASSERT_TRUE(opened.runUntilCompletions(3));
     opened.settle();
     ASSERT_EQ(opened.completions.size(), 3u) << "the bulk read goes on waiting";
     for (const auto& completion : opened.completions) EXPECT_EQ(completion.result, kIOReturnAborted);
-    EXPECT_FALSE(opened.calledInside);
+    EXPECT_FALSE(opened.calledElsewhere);
 
     // The pipe is as good as before.
     opened.read(opened.interruptIn);
@@ -456,7 +449,7 @@ TYPED_TEST_P(UsbContract, StallEndsTheTransferWithItsOwnResult) {
 
 TYPED_TEST_P(UsbContract, UnplugEndsWhatIsUnderWayAndRefusesWhatFollows) {
     Opened opened = this->open();
-    for (const int pipe : {opened.interruptIn, opened.interruptIn, opened.bulkIn}) opened.read(pipe);
+    for (const auto pipe : {opened.interruptIn, opened.interruptIn, opened.bulkIn}) opened.read(pipe);
     this->backend.unplug();
     ASSERT_TRUE(opened.runUntilCompletions(3));
     for (const auto& completion : opened.completions) EXPECT_EQ(completion.result, kIOReturnNoDevice);
@@ -490,7 +483,7 @@ TYPED_TEST_P(UsbContract, FailureBehindASuccessComesInARunOfItsOwn) {
     this->backend.unplug();
 
     // The answer's read is started anew when the device has gone: that is no news for the run that tells of the write.
-    std::vector<int> successes;
+    std::vector<std::uint8_t> successes;
     for (std::size_t seen = 0; opened.completions.size() < 4;) {
         ASSERT_TRUE(opened.runUntilCompletions(seen + 1));
         const bool startsWell = opened.completions[seen].result == kIOReturnSuccess;
