@@ -2,18 +2,34 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <utility>
 
+#include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/RealTimeBackend.hpp"
 #include "tests/support/UsbContract.hpp"
-#include "tests/support/WorldBackend.hpp"
 
 namespace simulator {
 namespace {
 
 using contract::Opened;
-using support::WorldBackend;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using support::RealTimeBackend;
+
+/// The in-process bus in simulated time, and all that is around it.
+struct WorldBackend final : support::UsbBackend {
+    platform::IORegistry& registry() override { return world.bus; }
+    platform::CFRunLoops& runLoops() override { return world.loops; }
+    void plug() override { world.plug(); }
+    void unplug() override { world.unplug(); }
+    void withDevice(const std::function<void(Device&, Time)>& action) override { world.bus.withDevice(0, action); }
+    bool isAtRest() override { return world.bus.pendingTransfers() == 0 && world.bus.openDevices() == 0; }
+
+    SimulatedWorld world;
+};
 
 TEST(InProcessBus, DeviceAndInterfaceAreHeldByOneAtATime) {
     WorldBackend backend;
@@ -62,8 +78,57 @@ TEST(InProcessBus, ObserverHearsOfWhatAPersonWouldSee) {
     EXPECT_FALSE(hears([&] { world.plug(); }));
 }
 
+TEST(RealTimeDrive, LateAnswerAndReturnFromARebootComeByThemselves) {
+    RealTimeBackend backend;
+    backend.withDevice([](Device& device, Time) {
+        device.profile().leaveDelay = milliseconds(2);
+        device.profile().rebootTime = milliseconds(5);
+        device.addFault(Fault::onAnswer(kSessionStarted, FaultKind::LateAnswer).withDelay(milliseconds(30)));
+    });
+    backend.plug();
+    Opened opened(backend, backend.bus.registryPath(0));
+    opened.read(opened.interruptIn, true);
+    opened.writeWhole(contract::kStart);
+    ASSERT_TRUE(opened.runUntilCompletions(2));
+    opened.writeWhole(encodePacket({kApplicationLayer, kCommand, Writer().u16(kReboot).take()}));
+    ASSERT_TRUE(opened.runUntil([&] { return opened.on(opened.interruptIn).size() == 2; }));
+    EXPECT_EQ(opened.on(opened.interruptIn)[1].result, platform::kIOReturnNoDevice);
+    opened.close();
+    ASSERT_TRUE(opened.runUntil([&] { return !contract::present(backend.bus).empty(); }));
+    backend.withDevice([](Device& device, Time) { EXPECT_EQ(device.bootState(), BootState::Starting); });
+}
+
+TEST(RealTimeDrive, HostAndPersonMayWorkAtTheSameTime) {
+    RealTimeBackend backend;
+    backend.withDevice([](Device& device, Time) { device.profile().answerDelay = microseconds(50); });
+    backend.plug();
+    std::atomic<bool> done{false};
+    std::thread person([&] {
+        for (int i = 0; i < 200; ++i) {
+            backend.unplug();
+            backend.plug();
+        }
+        done = true;
+    });
+    do {
+        try {
+            Opened opened(backend, backend.bus.registryPath(0));
+            opened.read(opened.interruptIn);
+            opened.read(opened.interruptIn);
+            if (opened.write(contract::kStart) == platform::kIOReturnSuccess) opened.runUntilCompletions(2);
+            for (const auto& one : opened.completions)
+                EXPECT_TRUE(one.result == platform::kIOReturnSuccess || one.result == platform::kIOReturnNoDevice);
+        } catch (const std::runtime_error&) {
+            // The device left while it was being opened.
+        }
+    } while (!done);
+    person.join();
+    EXPECT_TRUE(backend.isAtRest());
+    EXPECT_EQ(dynamic_cast<platform::AsioRunLoop&>(backend.loop()).ModeCount(), 0u);
+}
+
 }  // namespace
 }  // namespace simulator
 
-INSTANTIATE_TYPED_TEST_SUITE_P(InProcessInSimulatedTime, UsbContract, support::WorldBackend);
+INSTANTIATE_TYPED_TEST_SUITE_P(InProcessInSimulatedTime, UsbContract, simulator::WorldBackend);
 INSTANTIATE_TYPED_TEST_SUITE_P(InProcessInRealTime, UsbContract, support::RealTimeBackend);
