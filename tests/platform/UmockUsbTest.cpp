@@ -67,42 +67,34 @@ class UmockUsbTest : public ::testing::Test, public support::UmockBackend {
 };
 
 TEST_F(UmockUsbTest, DevicesOfOneMomentComeInOneNotificationAndEachAttachOnce) {
-    std::vector<std::vector<std::uint64_t>> groups;
-    const auto isTold = [](void* refCon, IOIterator& iterator) {
-        auto& group = static_cast<decltype(groups)*>(refCon)->emplace_back();
-        for (const auto& one : contract::drain(iterator)) group.push_back(one.id);
-    };
     usb.unplug(0);
     usb.unplug(1);
-    auto port = registry().IONotificationPortCreate();
-    std::unique_ptr<IOIterator> iterator;
-    ASSERT_EQ(registry().IOServiceAddMatchingNotification(*port, kIOServiceMatched, contract::matchingTrovik(), isTold,
-                                                          &groups, iterator),
-              kIOReturnSuccess);
-    EXPECT_TRUE(contract::drain(*iterator).empty());
+    contract::Listener listener(registry());
+    ASSERT_EQ(listener.subscribe(), kIOReturnSuccess);
+    EXPECT_TRUE(contract::drain(*listener.iterator).empty());
     usb.plug({0, 1});
     // A source that is added late delivers what has come meanwhile.
-    loop().CFRunLoopAddSource(port->IONotificationPortGetRunLoopSource(), kCFRunLoopDefaultMode);
+    const auto source = listener.port->IONotificationPortGetRunLoopSource();
+    loop().CFRunLoopAddSource(source, kCFRunLoopDefaultMode);
     loop().CFRunLoopRunInMode(kCFRunLoopDefaultMode, 10, true);
-    ASSERT_EQ(groups.size(), 1U);
     const auto present = contract::present(registry());
     ASSERT_EQ(present.size(), 2U);
-    EXPECT_EQ(groups[0], (std::vector{present[0].id, present[1].id}));
+    EXPECT_EQ(listener.groups, decltype(listener.groups){present});
 
     for (const bool loses : {false, true}) {
         SCOPED_TRACE(loses);
         gLosesEvents = loses;
-        groups.clear();
+        listener.groups.clear();
         usb.announceAgain(0);
         usb.unplug(1);
         usb.plug(1);
-        EXPECT_TRUE(contract::runUntil(loop(), kCFRunLoopDefaultMode, [&] { return !groups.empty(); }));
+        EXPECT_TRUE(contract::runUntil(loop(), kCFRunLoopDefaultMode, [&] { return !listener.groups.empty(); }));
         const auto now = contract::present(registry());
         EXPECT_NE(now.at(1).id, present[1].id);
-        EXPECT_THAT(groups, ElementsAre(ElementsAre(now[1].id))) << "not the one that was only announced again";
+        EXPECT_THAT(listener.groups, ElementsAre(ElementsAre(now[1]))) << "not the one that was only announced again";
     }
     gLosesEvents = false;
-    loop().CFRunLoopRemoveSource(port->IONotificationPortGetRunLoopSource());
+    loop().CFRunLoopRemoveSource(source);
 }
 
 TEST_F(UmockUsbTest, KernelDriverIsDetachedAndGivenBack) {
@@ -155,23 +147,13 @@ TEST_F(UmockUsbTest, DeviceThatHasGoneIsNotOpenedAsTheNextOneOnItsPort) {
 
 TEST_F(UmockUsbTest, CompletionThatThrowsLosesNoneOfThoseBehindIt) {
     Opened opened(*this, path);
-    static std::vector<std::size_t> counts;
-    counts.clear();
-    std::array<unsigned char, 64> buffer{};
-    for (int i = 0; i < 3; ++i) {
-        opened.interface->ReadPipeAsync(
-            opened.interruptIn, buffer,
-            [](void*, IOReturn, void* count) {
-                counts.push_back(reinterpret_cast<std::size_t>(count));
-                throw std::runtime_error("from a completion");
-            },
-            nullptr);
-    }
+    opened.onCompletion = [] { throw std::runtime_error("from a completion"); };
+    for (int i = 0; i < 3; ++i) opened.read(opened.interruptIn);
     // All three have ended by the time the mode runs.
     for (std::uint16_t id = 0; id < 3; ++id) Send(id);
     for (std::size_t i = 1; i <= 3; ++i) {
         EXPECT_THROW(loop().CFRunLoopRunInMode("contract", 10, true), std::runtime_error);
-        EXPECT_EQ(counts.size(), i);
+        EXPECT_EQ(opened.completions.size(), i);
     }
 }
 
@@ -194,22 +176,13 @@ TEST_F(UmockUsbTest, WhatTheKernelHasForUsComesBeforeATimeOutThatIsDue) {
 TEST_F(UmockUsbTest, InterfaceMayBeClosedByItsOwnCompletion) {
     Opened opened(*this, path);
     opened.read(opened.bulkIn);
-    std::array<unsigned char, 64> buffer{};
-    for (int i = 0; i < 2; ++i) {
-        opened.interface->ReadPipeAsync(
-            opened.interruptIn, buffer,
-            [](void* refCon, IOReturn, void*) {
-                auto& self = *static_cast<Opened*>(refCon);
-                ASSERT_TRUE(self.interface) << "reported after the close";
-                self.close();
-            },
-            &opened);
-    }
+    opened.onCompletion = [&] { opened.close(); };
+    for (int i = 0; i < 2; ++i) opened.read(opened.interruptIn);
     Send(1);
     Send(2);
     loop().CFRunLoopRunInMode("contract", 10, true);
     EXPECT_FALSE(opened.interface);
-    EXPECT_TRUE(opened.completions.empty());
+    EXPECT_EQ(opened.completions.size(), 1U) << "reported after the close";
     EXPECT_EQ(gLog, std::vector<std::string>{}) << "no transfer was left behind";
     EXPECT_TRUE(isAtRest());
 }
