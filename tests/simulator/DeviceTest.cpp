@@ -82,12 +82,6 @@ TEST(Device, IdentificationIsExactByteForByte) {
     const Bytes extended = {20, 0, 0, 0, 0xF8, 0, 0, 0, 2, 0, 0, 0, 'X', 0};
     EXPECT_EQ(host.read(), (Packets{product, protocols, extended}));
     EXPECT_TRUE(host.device.record().refused().empty());
-
-    // The same on the bulk pipe: each answer announced and its run ended by an empty transfer.
-    host.device.profile().route = AnswerRoute::AllOnBulk;
-    host.write(application(kProductRequest));
-    EXPECT_EQ(host.read(), Packets(3, {0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(host.read(Pipe::BulkIn), (Packets{product, {}, protocols, {}, extended, {}}));
 }
 
 TEST(Device, RebootIsSeenHoweverShortAndGoesOnWithoutTheCable) {

@@ -85,13 +85,10 @@ class Opened {
         std::uint8_t count = 0;
         check(interface->GetNumEndpoints(count));
         for (std::uint8_t ref = 1; ref <= count; ++ref) {
-            PipeProperties properties;
-            check(interface->GetPipeProperties(ref, properties));
-            if (properties.transferType == kUSBInterrupt) interruptIn = ref;
-            if (properties.transferType == kUSBBulk) {
-                (properties.direction == kUSBIn ? bulkIn : bulkOut) = ref;
-            }
-            pipes.push_back(properties);
+            auto& pipe = pipes.emplace_back();
+            check(interface->GetPipeProperties(ref, pipe));
+            auto& bulk = pipe.direction == kUSBIn ? bulkIn : bulkOut;
+            (pipe.transferType == kUSBInterrupt ? interruptIn : bulk) = ref;
         }
         check(interface->CreateInterfaceAsyncEventSource(mSource));
         mLoop.CFRunLoopAddSource(mSource, "contract");

@@ -4,17 +4,23 @@
 #include <sys/mman.h>
 
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <set>
+#include <stdexcept>
 #include <thread>
 #include <tuple>
 #include <vector>
 
+#include "platform/linux/TerminateExceptionHandler.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 namespace fs = std::filesystem;
 
 extern "C" const char* __crashreporter_info__;
+
+namespace platform {
+namespace {
 
 TEST(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
     const std::tuple<void (*)(), int, const char*> cases[] = {
@@ -31,7 +37,7 @@ TEST(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
         EXPECT_EXIT(
             {
                 __crashreporter_info__ = "File: somewhere Line: 7";
-                platform::InstallCrashHandler(folder / "ResetTool", "Reset Tool 1.2.3");
+                InstallCrashHandler(folder / "ResetTool", "Reset Tool 1.2.3");
                 crash();
             },
             testing::KilledBySignal(signal), "Reset Tool 1.2.3");
@@ -51,7 +57,7 @@ TEST(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
 TEST(CrashHandler, WithoutAFileStillReportsToStandardError) {
     EXPECT_EXIT(
         {
-            platform::InstallCrashHandler("", std::string(2000, 'v'));
+            InstallCrashHandler("", std::string(2000, 'v'));
             __builtin_trap();
         },
         testing::KilledBySignal(SIGILL), "^v{500}\nSignal 4");
@@ -63,8 +69,59 @@ TEST(CrashHandler, KeepsTheNewestTenReportsOfItsName) {
     for (int i = 998; i < 1010; ++i) kept.insert("ResetTool-" + std::to_string(i) + "-7.crash");
     for (const auto& name : kept) support::WriteFile(folder / name, "");
     for (const char* old : {"ResetTool-998-7.crash", "ResetTool-999-7.crash"}) kept.erase(old);
-    EXPECT_EXIT((platform::InstallCrashHandler(folder / "ResetTool", ""), _exit(0)), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT((InstallCrashHandler(folder / "ResetTool", ""), _exit(0)), testing::ExitedWithCode(0), "");
     std::set<std::string> files;
     for (const auto& file : fs::directory_iterator(folder.path())) files.insert(file.path().filename());
     EXPECT_EQ(files, kept);
 }
+
+struct OddException {};
+
+/// Prints what it is told of; the process ends, so that standard error is all that is left.
+struct Printing final : NSExceptionHandlerDelegate {
+    bool exceptionHandlerShouldLogException(const NSException& exception, std::uint32_t mask) override {
+        std::fprintf(stderr, "name %s reason '%s' mask %u frames %s\n", exception.name.c_str(),
+                     exception.reason.c_str(), mask, exception.callStackSymbols.size() > 1 ? "some" : "none");
+        if (throws) throw 1;
+        return true;
+    }
+    bool exceptionHandlerShouldHandleException(const NSException&, std::uint32_t) override {
+        std::fputs("asked twice\n", stderr);
+        return true;
+    }
+    bool throws = false;
+};
+
+class TerminateExceptionHandlerDeathTest : public testing::Test {
+  protected:
+    TerminateExceptionHandlerDeathTest() {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        handler.setDelegate(&delegate);
+        handler.setExceptionHandlingMask(255);
+    }
+
+    /// How the process ends when nobody catches: gtest would on the test's own thread.
+    template <typename E, typename Matcher>
+    static void ExpectReport(const E& exception, const Matcher& report) {
+        EXPECT_EXIT(std::thread([&] { throw exception; }).join(), testing::KilledBySignal(SIGABRT), report);
+    }
+
+    TerminateExceptionHandler handler;
+    Printing delegate;
+};
+
+TEST_F(TerminateExceptionHandlerDeathTest, UncaughtExceptionIsReportedBeforeTheProcessAbortsIfAnybodyAsked) {
+    ExpectReport(std::out_of_range("too far"),
+                 "name std::out_of_range reason 'too far' mask 255 frames some\nasked twice\n");
+    ExpectReport(OddException(), "OddException reason '' mask 255");
+    delegate.throws = true;
+    ExpectReport(std::runtime_error("x"), "name std::runtime_error");
+    handler.setExceptionHandlingMask(0);
+    ExpectReport(std::runtime_error("x"), testing::Not(testing::HasSubstr("name std")));
+    handler.setExceptionHandlingMask(255);
+    handler.setDelegate(nullptr);
+    ExpectReport(std::runtime_error("x"), testing::Not(testing::HasSubstr("name std")));
+}
+
+}  // namespace
+}  // namespace platform
