@@ -48,11 +48,7 @@ class UmockUsbTest : public ::testing::Test, public support::UmockBackend {
         path = usb.registryPath(0);
     }
 
-    void Send(std::uint16_t id) {
-        usb.withDevice(0, [&](simulator::Device& device, simulator::Time now) {
-            device.send(contract::packetOfSize(20, id), now);
-        });
-    }
+    void Send(std::uint16_t id) { send(contract::packetOfSize(20, id)); }
     iou::UsbLink_t OpenAsLink() { return {mCancel, path, iou::UsbLink_t::PacketCheckingModeDefault, 30'000}; }
     void ExpectNotOpened() {
         EXPECT_THAT([&] { OpenAsLink(); }, testing::Throws<int>(1));

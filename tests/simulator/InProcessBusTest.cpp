@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <future>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "simulator/world/SimulatedWorld.hpp"
@@ -100,13 +99,11 @@ TEST(RealTimeDrive, HostAndPersonMayWorkAtTheSameTime) {
     RealTimeBackend backend;
     backend.withDevice([](Device& device, Time) { device.profile().answerDelay = microseconds(50); });
     backend.plug();
-    std::atomic<bool> done{false};
-    std::thread person([&] {
+    const auto person = std::async(std::launch::async, [&] {
         for (int i = 0; i < 200; ++i) {
             backend.unplug();
             backend.plug();
         }
-        done = true;
     });
     do {
         try {
@@ -119,8 +116,7 @@ TEST(RealTimeDrive, HostAndPersonMayWorkAtTheSameTime) {
         } catch (const std::runtime_error&) {
             // The device left while it was being opened.
         }
-    } while (!done);
-    person.join();
+    } while (person.wait_for(microseconds(0)) != std::future_status::ready);
     EXPECT_TRUE(backend.isAtRest());
     EXPECT_EQ(dynamic_cast<platform::AsioRunLoop&>(backend.loop()).ModeCount(), 0u);
 }

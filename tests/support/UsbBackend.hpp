@@ -23,6 +23,11 @@ class UsbBackend {
     /// reaches the bus before or soon after this returns.
     virtual void withDevice(const std::function<void(simulator::Device&, simulator::Time)>& action) = 0;
 
+    /// Has the device send a packet that nobody asked for.
+    void send(const simulator::UsbPacket& packet) {
+        withDevice([&](simulator::Device& device, simulator::Time now) { device.send(packet, now); });
+    }
+
     /// Nothing is pending, nothing is open; waits for a bus that is told late.
     virtual bool isAtRest() = 0;
 

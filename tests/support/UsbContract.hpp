@@ -240,16 +240,13 @@ inline const Bytes kStart = encodePacket({kUsbLayer, kStartSession, {}});
 template <typename Backend>
 class UsbContract : public ::testing::Test {
   protected:
-    std::string plugged() {
+    Found plugged() {
         backend.plug();
         const auto found = present(backend.registry());
         EXPECT_EQ(found.size(), 1u);
-        return found.empty() ? std::string() : found.front().path;
+        return found.empty() ? Found() : found.front();
     }
-    Opened open() { return {backend, plugged()}; }
-    void send(const UsbPacket& packet) {
-        backend.withDevice([&](Device& device, Time now) { device.send(packet, now); });
-    }
+    Opened open() { return {backend, plugged().path}; }
     void addFault(const Fault& fault) {
         backend.withDevice([&](Device& device, Time) { device.addFault(fault); });
     }
@@ -268,11 +265,9 @@ TYPED_TEST_P(UsbContract, PresentDeviceIsFoundByItsPathAndForgottenWhenItLeaves)
     auto& registry = this->backend.registry();
     EXPECT_TRUE(present(registry).empty());
 
-    this->backend.plug();
-    const auto first = present(registry);
-    ASSERT_EQ(first.size(), 1u);
-    EXPECT_LT(first[0].path.size(), 512u);
-    const auto entry = registry.IORegistryEntryFromPath(first[0].path);
+    const auto first = this->plugged();
+    EXPECT_LT(first.path.size(), 512u);
+    const auto entry = registry.IORegistryEntryFromPath(first.path);
     ASSERT_TRUE(entry);
     std::string path;
     EXPECT_EQ(entry->IORegistryEntryGetPath("IOPower", path), kIOReturnNotFound);
@@ -280,14 +275,12 @@ TYPED_TEST_P(UsbContract, PresentDeviceIsFoundByItsPathAndForgottenWhenItLeaves)
     this->backend.unplug();
     EXPECT_TRUE(present(registry).empty());
     EXPECT_EQ(entry->IORegistryEntryGetPath(kIOServicePlane, path), kIOReturnNoDevice);
-    EXPECT_FALSE(registry.IORegistryEntryFromPath(first[0].path));
+    EXPECT_FALSE(registry.IORegistryEntryFromPath(first.path));
 
-    this->backend.plug();
-    const auto second = present(registry);
-    ASSERT_EQ(second.size(), 1u);
-    EXPECT_EQ(second[0].path, first[0].path) << "the path belongs to the port";
-    EXPECT_NE(second[0].id, first[0].id) << "the id belongs to the attach";
-    EXPECT_FALSE(registry.IORegistryEntryFromPath(first[0].path + "x"));
+    const auto second = this->plugged();
+    EXPECT_EQ(second.path, first.path) << "the path belongs to the port";
+    EXPECT_NE(second.id, first.id) << "the id belongs to the attach";
+    EXPECT_FALSE(registry.IORegistryEntryFromPath(first.path + "x"));
 }
 
 TYPED_TEST_P(UsbContract, NotificationTellsOfNewMatchesOnly) {
@@ -359,7 +352,7 @@ TYPED_TEST_P(UsbContract, CompletionsComeInOrderAndOnlyWhileTheModeRuns) {
     EXPECT_EQ(opened.on(opened.bulkOut).at(0).count, 12u);
     std::vector<Bytes> expected = {{0, 0, 0, 0, 6, 0, 0, 0, 4, 0, 0, 0, 0x4E, 0xC7, 0x3B, 0xE3}};
     for (const std::size_t size : {13u, 14u}) {
-        this->send(packetOfSize(size));
+        this->backend.send(packetOfSize(size));
         expected.push_back(encodePacket(packetOfSize(size)));
     }
     ASSERT_TRUE(opened.runUntilCompletions(4));
@@ -381,7 +374,7 @@ TYPED_TEST_P(UsbContract, ReadEndsWithAShortPacketAnEmptyOneOrAFullBuffer) {
         const auto packet = packetOfSize(std::accumulate(lengths.begin(), lengths.end(), std::size_t{0}));
         SCOPED_TRACE(packet.data.size() + kHeaderSize);
         opened.completions.clear();
-        this->send(packet);
+        this->backend.send(packet);
         ASSERT_TRUE(opened.runUntil([&] { return opened.on(opened.bulkIn).size() >= lengths.size(); }));
         Bytes all;
         std::vector<std::size_t> seen;
@@ -421,9 +414,8 @@ TYPED_TEST_P(UsbContract, AbortEndsEveryTransferOfThePipeOnce) {
     Opened opened = this->open();
     for (const auto pipe : {opened.interruptIn, opened.interruptIn, opened.bulkIn}) opened.read(pipe);
     opened.writeWhole(encodePacket(packetOfSize(20)));
-    for (const auto pipe : {opened.interruptIn, opened.bulkOut}) {
-        ASSERT_EQ(opened.interface->AbortPipe(pipe), kIOReturnSuccess);
-    }
+    ASSERT_EQ(opened.interface->AbortPipe(opened.interruptIn), kIOReturnSuccess);
+    ASSERT_EQ(opened.interface->AbortPipe(opened.bulkOut), kIOReturnSuccess);
     ASSERT_TRUE(opened.runUntilCompletions(3));
     opened.settle();
     ASSERT_EQ(opened.completions.size(), 3u) << "the bulk read goes on waiting";
@@ -432,7 +424,7 @@ TYPED_TEST_P(UsbContract, AbortEndsEveryTransferOfThePipeOnce) {
 
     // The pipe is as good as before.
     opened.read(opened.interruptIn);
-    this->send(packetOfSize(30));
+    this->backend.send(packetOfSize(30));
     ASSERT_TRUE(opened.runUntilCompletions(4));
     EXPECT_EQ(opened.completions.back().count, 30u);
 }
@@ -502,7 +494,7 @@ TYPED_TEST_P(UsbContract, FailureBehindASuccessComesInARunOfItsOwn) {
 }
 
 TYPED_TEST_P(UsbContract, CloseTakesBackWhatIsPendingAndCompletesNothingMore) {
-    const std::string path = this->plugged();
+    const std::string path = this->plugged().path;
     for (int round = 0; round < 4; ++round) {
         Opened opened(this->backend, path);
         opened.read(opened.interruptIn);
