@@ -41,7 +41,7 @@ std::vector<std::string> gLog;
 /// Two devices on the emulated bus, both plugged; what the platform logs is kept.
 class UmockUsbTest : public ::testing::Test, public support::UmockBackend {
   protected:
-    explicit UmockUsbTest(Node node = Node::Queue) : UmockBackend(node) {
+    UmockUsbTest() {
         gLog.clear();
         usb.addDevice();
         usb.plug({0, 1});
@@ -184,18 +184,19 @@ TEST_F(UmockUsbTest, InterfaceMayBeClosedByItsOwnCompletion) {
 }
 
 /// A node that hangs up, as a real one does.
-struct UmockHangUpTest : UmockUsbTest {
-    UmockHangUpTest() : UmockUsbTest(Node::Terminal) {}
+struct OnTerminalNode : support::UmockBackend {
+    OnTerminalNode() : UmockBackend(Node::Terminal) {}
 };
+using UmockHangUpTest = contract::UsbContract<OnTerminalNode>;
 
 TEST_F(UmockHangUpTest, DeviceThatHasGoneDoesNotKeepItsLoopBusy) {
-    Opened opened(*this, path);
+    Opened opened = open();
     opened.read(opened.interruptIn);
-    usb.unplug();
+    backend.unplug();
     ASSERT_TRUE(opened.runUntilCompletions(1));
     // What libusb tells itself about the removal is served once; then there is nothing more.
     int served = 0;
-    while (served < 10 && loop().CFRunLoopRunInMode("contract", 0.05, true) != CFRunLoopRunResult::TimedOut) {
+    while (served < 10 && backend.loop().CFRunLoopRunInMode("contract", 0.05, true) != CFRunLoopRunResult::TimedOut) {
         ++served;
     }
     EXPECT_LE(served, 2);
@@ -213,10 +214,6 @@ TEST_F(UmockUsbTest, WaitingForTheDeviceAsksTheKernelNothing) {
     EXPECT_EQ(after.reaped, before.reaped);
     EXPECT_EQ(after.other, before.other);
 }
-
-struct OnTerminalNode : support::UmockBackend {
-    OnTerminalNode() : UmockBackend(Node::Terminal) {}
-};
 
 }  // namespace
 }  // namespace platform

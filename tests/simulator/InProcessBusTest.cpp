@@ -30,16 +30,16 @@ struct WorldBackend final : support::UsbBackend {
     SimulatedWorld world;
 };
 
-TEST(InProcessBus, DeviceAndInterfaceAreHeldByOneAtATime) {
-    WorldBackend backend;
-    SimulatedWorld& world = backend.world;
-    world.plug();
-    Opened opened(backend, world.path());
+using InProcessBusTest = contract::UsbContract<WorldBackend>;
+using RealTimeDriveTest = contract::UsbContract<RealTimeBackend>;
+
+TEST_F(InProcessBusTest, DeviceAndInterfaceAreHeldByOneAtATime) {
+    Opened opened = open();
     EXPECT_EQ(opened.device->USBDeviceOpen(), platform::kIOReturnExclusiveAccess);
     EXPECT_EQ(opened.interface->USBInterfaceOpen(), platform::kIOReturnExclusiveAccess);
-    EXPECT_THROW(Opened(backend, world.path()), std::runtime_error);
+    EXPECT_THROW(Opened(backend, backend.world.path()), std::runtime_error);
     opened.close();
-    EXPECT_NO_THROW(Opened(backend, world.path()));
+    EXPECT_NO_THROW(Opened(backend, backend.world.path()));
 }
 
 TEST(InProcessBus, ObjectsMayOutliveTheBus) {
@@ -57,8 +57,8 @@ TEST(InProcessBus, ObjectsMayOutliveTheBus) {
     EXPECT_EQ(entry->IORegistryEntryGetPath(platform::kIOServicePlane, path), platform::kIOReturnNoDevice);
 }
 
-TEST(InProcessBus, ObserverHearsOfWhatAPersonWouldSee) {
-    SimulatedWorld world;
+TEST_F(InProcessBusTest, ObserverHearsOfWhatAPersonWouldSee) {
+    SimulatedWorld& world = backend.world;
     bool heard = false;
     world.bus.setObserver([&] { heard = true; });
     const auto hears = [&](const auto& action) {
@@ -75,15 +75,13 @@ TEST(InProcessBus, ObserverHearsOfWhatAPersonWouldSee) {
     EXPECT_FALSE(hears([&] { world.plug(); }));
 }
 
-TEST(RealTimeDrive, LateAnswerAndReturnFromARebootComeByThemselves) {
-    RealTimeBackend backend;
+TEST_F(RealTimeDriveTest, LateAnswerAndReturnFromARebootComeByThemselves) {
     backend.withDevice([](Device& device, Time) {
         device.profile().leaveDelay = milliseconds(2);
         device.profile().rebootTime = milliseconds(5);
-        device.addFault(Fault::onAnswer(kSessionStarted, FaultKind::LateAnswer).withDelay(milliseconds(30)));
     });
-    backend.plug();
-    Opened opened(backend, backend.bus.registryPath(0));
+    addFault(Fault::onAnswer(kSessionStarted, FaultKind::LateAnswer).withDelay(milliseconds(30)));
+    Opened opened = open();
     opened.read(opened.interruptIn, true);
     opened.writeWhole(contract::kStart);
     ASSERT_TRUE(opened.runUntilCompletions(2));
@@ -95,8 +93,7 @@ TEST(RealTimeDrive, LateAnswerAndReturnFromARebootComeByThemselves) {
     backend.withDevice([](Device& device, Time) { EXPECT_EQ(device.bootState(), BootState::Starting); });
 }
 
-TEST(RealTimeDrive, HostAndPersonMayWorkAtTheSameTime) {
-    RealTimeBackend backend;
+TEST_F(RealTimeDriveTest, HostAndPersonMayWorkAtTheSameTime) {
     backend.withDevice([](Device& device, Time) { device.profile().answerDelay = microseconds(50); });
     backend.plug();
     const auto person = std::async(std::launch::async, [&] {
