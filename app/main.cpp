@@ -74,5 +74,5 @@ int main(int argc, char** argv) {
     StartUp::windowIsShown();
     controller.applicationDidFinishLaunching();
     SystemLog::shared().loggersAreAdded();
-    terminate(QApplication::exec());
+    terminate(application->exec());
 }

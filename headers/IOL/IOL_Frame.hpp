@@ -1,6 +1,7 @@
 #pragma once
 
 #include "GLO/GLO_SmartPtr.hpp"
+#include "IOL/IOL_Exception.hpp"
 
 #include <iosfwd>
 #include <utility>
@@ -8,7 +9,6 @@
 
 namespace iol {
 
-class Exception_t;
 class FrameStream_t;
 
 /// What a link carries: a 16-bit packet id and an opaque run of payload bytes. A value: built once, copied freely.

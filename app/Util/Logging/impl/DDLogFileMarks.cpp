@@ -61,7 +61,7 @@ int writeBeside(const std::string& path, ino_t inode, const Marks& marks) {
         return 0;
     }
     std::string text = std::to_string(inode) + '\n';
-    for (const auto& [name, value] : marks) text += name + ' ' + value + '\n';
+    for (const auto& [name, value] : marks) text.append(name).append(" ").append(value).append("\n");
     // A new file takes the place whole, so that neither half of it can be read nor a link be followed.
     const std::string fresh = besidePath(path) + ".new";
     std::remove(fresh.c_str());
