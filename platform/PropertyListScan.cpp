@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 namespace platform {
@@ -33,11 +34,38 @@ bool hasOnlySafeCharacters(std::string_view xml) {
     return true;
 }
 
-/// True when the parser reads the element's text as what it says. It reads any text as a number, integers of any size
-/// and base into 64 bits, and dates into 32 bits of seconds on both sides of 2001.
-bool isKept(std::string_view element, std::string_view text) {
+/// True for a moment that exists, within 32 bits of seconds on both sides of 2001.
+bool isDate(std::string_view text) {
     constexpr std::string_view kFirst = "1932-12-13T20:45:52Z";
     constexpr std::string_view kLast = "2069-01-19T03:14:07Z";
+    constexpr const char* kFormat = "%Y-%m-%dT%H:%M:%SZ";
+    if (text.size() != kFirst.size() || text < kFirst || text > kLast) return false;
+    std::tm time{};
+    if (!strptime(std::string(text).c_str(), kFormat, &time)) return false;
+    timegm(&time);  // makes a March day of the 31st of February
+    char again[kFirst.size() + 1];
+    return std::string_view(again, std::strftime(again, sizeof again, kFormat, &time)) == text;
+}
+
+/// True for whole groups of four base64 digits, the last one padded, with white space anywhere.
+bool isData(std::string_view text) {
+    constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::size_t digits = 0;
+    std::size_t padding = 0;
+    for (const char c : text) {
+        if (kSpace.find(c) != std::string_view::npos) continue;
+        const bool isPadding = c == '=';
+        if (!isPadding && (padding > 0 || kDigits.find(c) == std::string_view::npos)) return false;
+        ++(isPadding ? padding : digits);
+    }
+    return padding <= 2 && (digits + padding) % 4 == 0;
+}
+
+/// True when the parser reads the element's text as what it says. It reads any text as a number, a date or data, and
+/// integers of any size and base into 64 bits.
+bool isKept(std::string_view element, std::string_view text) {
+    if (element == "date") return isDate(text);  // untrimmed: the parser can't read one with much space behind it
+    if (element == "data") return isData(text);
     text = trimmed(text);
     if (element == "integer") {
         std::int64_t value = 0;
@@ -45,12 +73,11 @@ bool isKept(std::string_view element, std::string_view text) {
         return std::to_string(value) == text;
     }
     if (element == "real") {
-        if (text.starts_with('+')) text.remove_prefix(1);  // of an infinity
+        if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);  // of an infinity
         double value = 0;
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
         return error == std::errc{} && end == text.data() + text.size();
     }
-    if (element == "date") return text.size() == kFirst.size() && text >= kFirst && text <= kLast;
     return true;
 }
 
@@ -88,6 +115,7 @@ std::optional<int> scanPropertyList(std::string_view xml) {
         if (moved > kMostMoved) return std::nullopt;
 
         const bool isClosing = markup.starts_with("</");
+        const bool isEmpty = markup.ends_with('/');
         markup.remove_prefix(isClosing ? 2 : 1);
         const std::string_view name = markup.substr(0, markup.find_first_of(" \t\r\n/"));
         if (name == "array" || name == "dict") {
@@ -95,8 +123,8 @@ std::optional<int> scanPropertyList(std::string_view xml) {
             // A list has one root. The parser would put a second one into the first where that is empty.
             if (!isClosing && depth == 0 && deepest > 0) return std::nullopt;
             if (!isClosing) deepest = std::max(deepest, depth + 1);
-            if (!isClosing && !markup.ends_with('/')) ++depth;
-        } else if (isClosing && !isKept(name, text)) {
+            if (!isClosing && !isEmpty) ++depth;
+        } else if (isClosing ? !isKept(name, text) : isEmpty && !isKept(name, {})) {
             return std::nullopt;
         }
     }

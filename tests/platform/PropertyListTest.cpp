@@ -13,7 +13,7 @@ using List = PropertyList;
 const List kEverything{List::Dictionary{
     {" key & <tag> ", {true}},
     {"array", {List::Array{{false}, {std::string("x")}, {List::Array{}}, {List::Dictionary{}}}}},
-    {"bytes", {List::Data{0, 1, 254, 255}}},
+    {"bytes", {List::Data(1000, 251)}},  // several lines, with all the special digits
     {"date", {List::Date{std::numeric_limits<std::int32_t>::max()}}},
     {"largest", {std::numeric_limits<std::int64_t>::max()}},
     {"no bytes", {List::Data{}}},
@@ -54,11 +54,16 @@ TEST(PropertyList, WhatIsNoPropertyListIsRefused) {
         "<plist><!-- " + Nested(1) + "--><array/>" + Nested(100'000), "<!DOCTYPE plist [ > " + shallow + "]>" + deep,
         "<plist a=\">" + shallow + "\">" + deep, "<plist a='\"' b=\">" + shallow + "'>" + deep,
         "<? > " + shallow + "?>" + deep, "<plist>" + shallow + deep, "<!--> " + shallow + "-->" + deep,
-        Times(300, "<array a=\"></array>\">")};
+        Times(300, "<array a=\"></array>\">"),
+        // What the parser would read as another value.
+        "<real>+-1</real>", "<real/>", "<integer/>", "<date/>",
+        "<date>2001-01-01T00:00:00Z" + std::string(12, ' ') + "</date>", "<data>@@@</data>", "<data>AAE</data>",
+        "<data>AA==AAE=</data>", "<data>A===</data>", "<data>AAEC=</data>"};
     for (const auto& bytes : refused) EXPECT_FALSE(parsePropertyList(bytes)) << bytes.substr(0, 60);
     // What the parser would read as another value.
     for (const std::string text : {"9223372036854775808", "-9223372036854775809", "18446744073709551616", "010", "--7",
-                                   "", "7<!-- -->x", "4001-01-01T00:00:00Z", "1932-12-13T20:45:51Z", "tomorrow"}) {
+                                   "", "7<!-- -->x", "4001-01-01T00:00:00Z", "1932-12-13T20:45:51Z", "tomorrow",
+                                   "2000-xx-31T00:00:00Z", "2000-02-31T00:00:00Z", "2000-12-31T23:59:60Z"}) {
         EXPECT_FALSE(parsePropertyList("<plist><integer>" + text + "</integer></plist>")) << text;
         EXPECT_FALSE(parsePropertyList("<plist><real>" + text + "x</real></plist>")) << text;
         EXPECT_FALSE(parsePropertyList("<plist><date>" + text + "</date></plist>")) << text;
@@ -72,6 +77,9 @@ TEST(PropertyList, WhatAPersonMayWriteIsRead) {
         {"<!-- <array> --><plist><string>a<!-- </array> --><![CDATA[<array>]]></string></plist>",
          {std::string("a<array>")}},
         {"<plist><integer> -12 </integer></plist>", {std::int64_t{-12}}},
+        {"<plist><real> +1.5 </real></plist>", {1.5}},
+        {"<plist><date>2000-02-29T23:59:59Z</date></plist>", {List::Date{-306 * 86400 - 1}}},
+        {"<plist><data> AAE\n CAw Q=\n</data></plist>", {List::Data{0, 1, 2, 3, 4}}},
     };
     for (const auto& [xml, list] : cases) EXPECT_EQ(parsePropertyList(xml), list) << xml;
     EXPECT_TRUE(parsePropertyList(Nested(256)));
