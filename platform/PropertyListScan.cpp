@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -76,7 +77,8 @@ bool isKept(std::string_view element, std::string_view text) {
         if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);  // of an infinity
         double value = 0;
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-        return error == std::errc{} && end == text.data() + text.size();
+        // Nothing equals a NaN, so that what is written could not be compared with what is read back.
+        return error == std::errc{} && end == text.data() + text.size() && !std::isnan(value);
     }
     return true;
 }

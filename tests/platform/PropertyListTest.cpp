@@ -55,8 +55,8 @@ TEST(PropertyList, WhatIsNoPropertyListIsRefused) {
         "<plist a=\">" + shallow + "\">" + deep, "<plist a='\"' b=\">" + shallow + "'>" + deep,
         "<? > " + shallow + "?>" + deep, "<plist>" + shallow + deep, "<!--> " + shallow + "-->" + deep,
         Times(300, "<array a=\"></array>\">"),
-        // What the parser would read as another value.
-        "<real>+-1</real>", "<real/>", "<integer/>", "<date/>",
+        // What the parser would read as another value, and what equals nothing, so that no check of a save could pass.
+        "<real>+-1</real>", "<real>nan</real>", "<real/>", "<integer/>", "<date/>",
         "<date>2001-01-01T00:00:00Z" + std::string(12, ' ') + "</date>", "<data>@@@</data>", "<data>AAE</data>",
         "<data>AA==AAE=</data>", "<data>A===</data>", "<data>AAEC=</data>"};
     for (const auto& bytes : refused) EXPECT_FALSE(parsePropertyList(bytes)) << bytes.substr(0, 60);
