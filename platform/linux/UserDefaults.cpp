@@ -30,15 +30,17 @@ void makeFolders(const std::string& folder) {
 /// Reads a file; a damaged one is moved away, or the link to it, for what lies in another folder is the user's.
 Dictionary read(const std::string& path) {
     auto file = readPropertyListFile(path);
+    std::string aside;
     if (file.state == State::Damaged) {
         FileReplacement replacement(path, FileReplacement::Of::Link);
         file = readPropertyListFile(path);  // under the lock: a repair that came first must be seen
         if (file.state == State::Damaged) {
-            const std::string aside = replacement.setAside();
-            if (!aside.empty()) NSLog("%s is no property list; it was kept as %s.\n", path.c_str(), aside.c_str());
+            aside = replacement.setAside();
             if (aside.empty()) file.state = State::Unreadable;
         }
     }
+    // Behind the lock: the system log waits for a console that takes nothing, and nobody else should.
+    if (!aside.empty()) NSLog("%s is no property list; it was kept as %s.\n", path.c_str(), aside.c_str());
     if (file.state == State::Unreadable) NSLog("%s can't be read.\n", path.c_str());
     return std::move(file.contents);
 }
@@ -145,11 +147,14 @@ bool UserDefaults::setPersistentDomain(const Dictionary& contents, const std::st
     if (path.empty()) return false;
     makeFolders(mFolder);
     read(path);  // a damaged file is moved away before the lock is taken: behind a link that is another one
+    const bool isWritten = mergeIntoFile(contents, domain, path);
+    if (!isWritten) NSLog("%s can't be written.\n", path.c_str());
+    return isWritten;
+}
+
+bool UserDefaults::mergeIntoFile(const Dictionary& contents, const std::string& domain, const std::string& path) {
     FileReplacement replacement(path);
-    if (!replacement.isLocked()) {
-        NSLog("%s can't be written.\n", path.c_str());
-        return false;
-    }
+    if (!replacement.isLocked()) return false;
     const PropertyListFile file = readPropertyListFile(replacement.path());
     const bool isSound = file.state == State::Read || file.state == State::Absent;
     Dictionary result;
@@ -160,13 +165,10 @@ bool UserDefaults::setPersistentDomain(const Dictionary& contents, const std::st
     }
     const std::string bytes = formatPropertyList({result});
     // What can't be read back as it is would count as damage at the next start or come back as something else.
-    const bool isWritten = isSound && parsePropertyList(bytes) == PropertyList{result} && replacement.commit(bytes);
-    if (isWritten) {
-        const std::lock_guard lock(mMutex);
-        if (const auto base = mLastRead.find(domain); base != mLastRead.end()) base->second = contents;
-    }
-    if (!isWritten) NSLog("%s can't be written.\n", path.c_str());
-    return isWritten;
+    if (!isSound || parsePropertyList(bytes) != PropertyList{result} || !replacement.commit(bytes)) return false;
+    const std::lock_guard lock(mMutex);
+    if (const auto base = mLastRead.find(domain); base != mLastRead.end()) base->second = contents;
+    return true;
 }
 
 }  // namespace platform

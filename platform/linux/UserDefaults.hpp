@@ -34,6 +34,8 @@ class UserDefaults : public NSUserDefaults {
 
   private:
     std::string pathOf(const std::string& domain) const;
+    /// Logs nothing: it holds the file's lock, and the system log may block.
+    bool mergeIntoFile(const PropertyList::Dictionary& contents, const std::string& domain, const std::string& path);
 
     std::string mDomain;
     std::string mFolder;

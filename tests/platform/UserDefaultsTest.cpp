@@ -40,6 +40,7 @@ constexpr const char* kDomain = "org.example.App";
 const std::string kBig(100'000, 'x');  // takes more than one page of the file
 
 std::vector<std::string> gLog;
+std::string gTemporary;  // the file that is the lock
 
 class UserDefaultsTest : public ::testing::Test {
   protected:
@@ -48,7 +49,10 @@ class UserDefaultsTest : public ::testing::Test {
     const std::string file = folder + "/org.example.App.plist";
     UserDefaults defaults{kDomain, folder};
 
-    UserDefaultsTest() { gLog.clear(); }
+    UserDefaultsTest() {
+        gLog.clear();
+        gTemporary = folder + "/.org.example.App.plist.new";
+    }
 
     std::ptrdiff_t FilesInFolder() const {
         return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
@@ -64,7 +68,10 @@ class UserDefaultsTest : public ::testing::Test {
         return child;
     }
 
-    const PlatformScope scope{{.log = [](const std::string& line) { gLog.push_back(line); }}};
+    const PlatformScope scope{{.log = [](const std::string& line) {
+        gLog.push_back(line);  // which may take as long as a console likes
+        EXPECT_FALSE(fs::exists(gTemporary)) << "the lock is held: " << line;
+    }}};
 };
 
 TEST_F(UserDefaultsTest, ValuesAreReadByTheNextRunAndByTheirType) {
@@ -192,12 +199,11 @@ TEST_F(UserDefaultsTest, AFullDiskLeavesTheOldFileAndTheNextSaveIsWholeAndSynced
         EXPECT_EQ(support::ReadFile(file), before) << size;
     }
     EXPECT_EQ(FilesInFolder(), 1) << "a part of a file was left behind";
-    const std::string temporary = folder + "/.org.example.App.plist.new";
-    support::WriteFile(temporary, kBig + kBig);  // left over
+    support::WriteFile(gTemporary, kBig + kBig);  // left over
     gSynced.clear();
     EXPECT_TRUE(defaults.setPersistentDomain({{"a", {kBig}}}, kDomain));
     EXPECT_EQ(support::ReadFile(file), formatPropertyList({Dictionary{{"a", {kBig}}}}));
-    EXPECT_EQ(gSynced, (std::vector<fs::path>{temporary, folder, file})) << "each after it was changed";
+    EXPECT_EQ(gSynced, (std::vector<fs::path>{gTemporary, folder, file})) << "each after it was changed";
 }
 
 // The child is stopped at the beginning and at the end of each system call of one save in turn, and killed there.
