@@ -62,7 +62,7 @@ class DDLog {
 
     /// Adds a logger after the messages that were logged before this call. A message reaches it when the message's flag
     /// is numerically not above the level. Null is ignored. A logger whose queue gets no thread from the system is
-    /// named in the system log and left out. Never blocks.
+    /// named in the system log and works on the threads of those who log. Never blocks.
     static void addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level = DDLogLevelAll);
 
     /// Tells the logger on its own queue that it goes, then lets go of it. Never blocks.

@@ -126,24 +126,37 @@ TEST_F(LoggingProcess, KilledInTheMidstOfLoggingKeepsEveryLineThatWasAcknowledge
     EXPECT_EQ(last[0], 400);
 }
 
-TEST_F(LoggingProcess, LoggerThatGetsNoThreadIsNamedAndLeftOut) {
-    const std::string leftOut = "Logger gets no thread and is left out: [^\n]*\n";
-    for (const bool evenTheCore : {false, true}) {
-        EXPECT_EXIT(
-            {
-                if (!evenTheCore) DDLog::addLogger(DDTTYLogger::sharedInstance());
-                if (!evenTheCore) DDLog::flushLog();
-                rlimit none{};
-                if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) std::exit(2);
-                if (::setrlimit(RLIMIT_NPROC, &none) != 0) std::exit(2);
-                setUpLogging();
-                DDLogInfo("asynchronous");
-                DDLogError("synchronous");
-                std::exit(0);
-            },
-            testing::ExitedWithCode(0),
-            evenTheCore ? "tty" + leftOut + ".*file" + leftOut : "file" + leftOut + "(.*\n)*.*asynchronous");
-    }
+TEST_F(LoggingProcess, LoggerThatGetsNoThreadIsNamedAndWorksOnItsCallers) {
+    const auto noMoreThreads = [this] {
+        ::chmod(data.c_str(), 0777);
+        if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) std::exit(2);
+        const rlimit none{0, 0};
+        if (::setrlimit(RLIMIT_NPROC, &none) != 0) std::exit(2);
+    };
+    const std::string named = "gets no thread and works on those of its callers: [^\n]*\n";
+    EXPECT_EXIT(
+        {
+            DDLog::addLogger(DDTTYLogger::sharedInstance());
+            DDLog::flushLog();
+            noMoreThreads();
+            setUpLogging();
+            DDLogInfo("on it goes");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "fileLogger " + named + "(.*\n)*.*on it goes");
+    EXPECT_THAT(log(), testing::HasSubstr(" | on it goes\n"));
+    // Not even the core has one.
+    EXPECT_EXIT(
+        {
+            noMoreThreads();
+            setUpLogging();
+            DDLogInfo("asynchronous");
+            DDLogError("synchronous");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "ttyLogger " + named + ".*fileLogger " + named + "(.*\n)*.*asynchronous\n.*synchronous\n");
+    EXPECT_THAT(log(), testing::EndsWith(" | synchronous\n"));
 }
 
 }  // namespace

@@ -49,10 +49,15 @@ class Group {
         // The promise goes with the block, and so ends the wait also where that is dropped.
         const auto done = std::make_shared<std::promise<void>>();
         mMembers.push_back(done->get_future());
-        queue.dispatch_async([this, block = std::move(block), done] {
+        const auto member = [this, block = std::move(block), done] {
             mLoggingQueue.performWithin(block);
             done->set_value();
-        });
+        };
+        try {
+            queue.dispatch_async(member);
+        } catch (const std::system_error&) {
+            queue.dispatch_sync(member);  // no thread for it: on this one
+        }
     }
 
   private:
@@ -111,12 +116,13 @@ void DDLogCore::lt_addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint
     if (!node.loggerQueue) node.loggerQueue = std::make_shared<platform::SerialQueue>(logger->loggerName());
     node.logLevel = level;
     node.batchLogger = dynamic_cast<DDBatchLogger*>(logger.get());
+    const auto welcome = [this, logger] { mLoggingQueue.performWithin([&] { logger->didAddLogger(); }); };
     try {
-        node.loggerQueue->dispatch_async(
-            [this, logger] { mLoggingQueue.performWithin([&] { logger->didAddLogger(); }); });
+        node.loggerQueue->dispatch_async(welcome);
     } catch (const std::system_error& error) {
-        return platform::NSLog("The logger %s gets no thread and is left out: %s\n", logger->loggerName().c_str(),
-                               error.what());
+        platform::NSLog("The logger %s gets no thread and works on those of its callers: %s\n",
+                        logger->loggerName().c_str(), error.what());
+        node.loggerQueue->dispatch_sync(welcome);
     }
     mOnlyBatchLoggers = mOnlyBatchLoggers && node.batchLogger;
     node.logger = std::move(logger);
