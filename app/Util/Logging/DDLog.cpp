@@ -56,8 +56,8 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
     va_copy(again, arguments);
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     bool queued = false;
+    DDLogMessage message;
     try {
-        DDLogMessage message;
         if (length < 0) {
             message.logMsg = format;  // an argument that can't be shown; the format itself still tells something
         } else if (static_cast<std::size_t>(length) < sizeof text) {
@@ -83,7 +83,8 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
         // No memory: the beginning on standard error is better than nothing.
     }
     va_end(again);
-    if (!queued) std::fprintf(stderr, "%s\n", text);
+    // What is not taken is still in the message.
+    if (!queued) std::fprintf(stderr, "%s\n", message.logMsg.empty() ? text : message.logMsg.c_str());
 }
 
 void DDLog::addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level) {

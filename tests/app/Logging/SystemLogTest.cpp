@@ -29,6 +29,7 @@ TEST(SystemLog, LineFromALoggerOrTheLoggingQueueGoesToStandardErrorAndWaitsForNo
     struct Logger final : DDAbstractLogger {
         void logMessage(const DDLogMessage& message) override {
             platform::NSLog("no paper for %s\n", message.logMsg.c_str());
+            for (int i = 0; message.logMsg == "three" && i <= 1000; ++i) DDLogError("%600d", i);
             throw 1;
         }
         void source() {
@@ -42,12 +43,14 @@ TEST(SystemLog, LineFromALoggerOrTheLoggingQueueGoesToStandardErrorAndWaitsForNo
     DDLogError("two");
     logger->source();
     DDLogCore::shared().loggingQueue().dispatch_sync([] { platform::NSLog("on the queue\n"); });
+    DDLogError("three");
     DDLog::removeLogger(logger);
     DDLog::flushLog();
     const std::string errors = testing::internal::GetCapturedStderr();
     std::size_t at = 0;
     for (const char* line : {"no paper for one\n", "Unknown exception caught at DDLogQueue, ", "no paper for two\n",
-                             "Unknown exception caught at DDLogQueue, ", "deleted\n", "on the queue\n"}) {
+                             "Unknown exception caught at DDLogQueue, ", "deleted\n", "on the queue\n",
+                             "no paper for three\n", " 1000\n"}) {
         at = errors.find(line, at);
         ASSERT_NE(at, std::string::npos) << line << " is missing in " << errors;
     }
