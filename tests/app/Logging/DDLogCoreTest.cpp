@@ -215,6 +215,7 @@ TEST(DDLogCore, LoggersComeAndGoInOrderWithTheMessages) {
         add(core, logger);
         post(core, "first");
         post(core, "second");
+        core.loggingQueue().dispatch_async(nullptr);
         flush(core);
         core.loggingQueue().dispatch_async([&] { core.lt_removeLogger(logger.get()); });
         post(core, "after");

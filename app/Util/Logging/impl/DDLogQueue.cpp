@@ -70,6 +70,7 @@ bool DDLogQueue::post(DDLogMessage&& message, bool asynchronous) {
 }
 
 void DDLogQueue::dispatch_async(std::function<void()> block) {
+    if (!block) return;  // would count as a message
     std::unique_lock guard(mLock);
     mWaiting.emplace_back().block = std::move(block);
     ++mSubmitted;
