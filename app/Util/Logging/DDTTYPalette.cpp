@@ -80,10 +80,9 @@ DDTTYPalette DDTTYPalette::withDirectColors() {
 }
 
 std::size_t DDTTYPalette::codeIndex(const DDTTYColor& color) const {
-    // By the square of the distance: whole numbers tell equal distances from nearly equal ones.
-    const auto [red, green, blue] = color.bytes();
-    const auto distance = [&, red = red, green = green, blue = blue](const std::array<int, 3>& entry) {
-        const int r = red - entry[0], g = green - entry[1], b = blue - entry[2];
+    // The squares of whole components are exact, so that equal distances are told from nearly equal ones.
+    const auto distance = [&](const std::array<int, 3>& entry) {
+        const double r = color.red * 255 - entry[0], g = color.green * 255 - entry[1], b = color.blue * 255 - entry[2];
         return r * r + g * g + b * b;
     };
     const auto nearest = std::ranges::min_element(mColors, {}, distance);

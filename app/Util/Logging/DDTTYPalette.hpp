@@ -16,7 +16,7 @@ struct DDTTYColor {
         return {r / 255.0, g / 255.0, b / 255.0};
     }
 
-    /// Components of 0 to 255, cut to whole numbers; what lies outside becomes the nearer end.
+    /// Components of 0 to 255 to be printed: cut to whole numbers; what lies outside becomes the nearer end.
     std::array<int, 3> bytes() const;
 };
 

@@ -135,6 +135,7 @@ TEST(DDTTYPaletteTest, NearestEntryWinsAndTheFirstOfSeveral) {
         EXPECT_EQ(few.codeIndex(color), tested.few) << tested.red;
         EXPECT_EQ(many.codeIndex(color), tested.many) << tested.red;
     }
+    EXPECT_EQ(many.codeIndex({113.9 / 255, 113.9 / 255, 113.9 / 255}), 243U) << "118 is nearer than 108";
     EXPECT_EQ(many.foregroundCode(DDTTYColor::fromBytes(95, 135, 175)), "\033[38;5;67m");
     EXPECT_EQ(many.backgroundCode(DDTTYColor::fromBytes(95, 135, 175)), "\033[48;5;67m");
     EXPECT_EQ(few.backgroundCode(DDTTYColor::fromBytes(120, 130, 125)), "\033[1;40m");
