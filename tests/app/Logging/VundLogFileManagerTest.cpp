@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstdio>
 #include <ctime>
+#include <fstream>
 
 #include "app/Util/Logging/DDFileLogger.hpp"
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
@@ -128,23 +129,34 @@ TEST_F(VundLogFileManagerTest, FileLastsUntilMidnightOnDaysOfAnyLength) {
     }
 }
 
-TEST(DDLocalTime, DaysFollowOneAnotherWithoutAGapWhereverTheClockChanges) {
+TEST(DDLocalTime, DaysFollowOneAnotherWithoutAGapInEveryZoneAndYear) {
     constexpr std::time_t kDay = 86400, k2020 = 1577836800, k2038 = 2145916800;
     const auto dayOf = [](std::time_t moment) { return DDLocalTime::fields(moment).tm_yday; };
-    // At night; to and from midnight in both directions; by half an hour; in the southern hemisphere.
-    for (const char* rules :
-         {"CET-1CEST,M3.5.0,M10.5.0/3", "EET-2EEST,M3.5.0/0,M10.5.0/0", "CST5CDT,M3.2.0/0,M11.1.0/1",
-          "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0", "<-04>4<-03>,M9.1.6/24,M4.1.6/24"}) {
-        const TimeZone zone(rules);
-        for (auto day = DDLocalTime::startOfDay(std::chrono::system_clock::from_time_t(k2020));;) {
-            const auto next = DDLocalTime::adding(day, kDay);
-            const std::time_t second = std::chrono::system_clock::to_time_t(next);
-            ASSERT_NE(dayOf(second), dayOf(second - 1)) << rules << DDLocalTime::format(" %F", next);
-            ASSERT_EQ(dayOf(second - 1), DDLocalTime::fields(day).tm_yday);
-            if (second > k2038) break;
-            day = next;
+    {
+        const TimeZone apia("Pacific/Apia");  // which left out 2011-12-30
+        const auto day = std::chrono::system_clock::from_time_t(1325152800);
+        EXPECT_EQ(DDLocalTime::format("%F %T", DDLocalTime::adding(day, kDay)), "2011-12-31 00:00:00");
+    }
+    int changes = 0;
+    std::ifstream database("/usr/share/zoneinfo/tzdata.zi");
+    for (std::string line; std::getline(database, line);) {
+        if (!line.starts_with("Z ")) continue;
+        const TimeZone zone(line.substr(2, line.find(' ', 2) - 2).c_str());
+        // Four days around every change of the clocks; elsewhere all days are alike.
+        for (std::time_t noon = k2020 + kDay / 2; noon < k2038; noon += kDay) {
+            if (DDLocalTime::fields(noon).tm_gmtoff == DDLocalTime::fields(noon + kDay).tm_gmtoff) continue;
+            ++changes;
+            auto day = DDLocalTime::startOfDay(std::chrono::system_clock::from_time_t(noon - kDay));
+            for (int i = 0; i < 4; ++i) {
+                const auto next = DDLocalTime::adding(day, kDay);
+                const std::time_t second = std::chrono::system_clock::to_time_t(next);
+                ASSERT_NE(dayOf(second), dayOf(second - 1)) << line << DDLocalTime::format(" %F", next);
+                ASSERT_EQ(dayOf(second - 1), DDLocalTime::fields(day).tm_yday);
+                day = next;
+            }
         }
     }
+    EXPECT_GT(changes, 2000) << "the time-zone database was not read";
 }
 
 TEST(LogFormatters, LinesHaveTimeThreadLetterAndTextOrTimeAndText) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <mutex>
 #include <utility>
 
 namespace DDLocalTime {
@@ -17,13 +16,17 @@ std::time_t secondOf(Date moment) {
 }
 
 /// The first second of a day of the calendar. It is searched for: where clocks go forward at midnight the day has no
-/// 00:00, and where they go back there it has two.
+/// 00:00, and where they go back there it has two. Of a day that the zone has left out it is that of the day behind.
 Date startOf(std::tm day) {
     const auto date = [](const std::tm& time) { return std::pair(time.tm_year, time.tm_yday); };
     day.tm_hour = 12;
     day.tm_min = day.tm_sec = 0;
-    day.tm_isdst = -1;
-    const std::time_t noon = std::mktime(&day);  // a day behind the month's end becomes one of the next month
+    ::timegm(&day);  // a day behind the month's end becomes one of the next month
+    std::tm found = day;
+    found.tm_isdst = -1;
+    std::time_t noon = std::mktime(&found);
+    // For a day that was left out the C library answers the one before or the one behind, as it comes.
+    if (date(found) < date(day)) noon += static_cast<std::time_t>(kSecondsPerDay);
     std::time_t first = noon;
     for (std::time_t before = noon - static_cast<std::time_t>(kSecondsPerDay); first - before > 1;) {
         const std::time_t middle = before + (first - before) / 2;
@@ -35,9 +38,7 @@ Date startOf(std::tm day) {
 }  // namespace
 
 std::tm fields(std::time_t moment) {
-    static constinit std::mutex one;
-    const std::lock_guard guard(one);  // the time zone that tzset reads anew is the process's
-    ::tzset();                         // localtime_r alone would keep the one that the process started with
+    ::tzset();  // localtime_r alone would keep the time zone that the process started with
     std::tm result{};
     ::localtime_r(&moment, &result);
     return result;
