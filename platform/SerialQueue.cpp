@@ -48,8 +48,13 @@ void SerialQueue::State::work() {
         blocks.pop_front();
         busy = true;
         guard.unlock();
-        run(block);
-        block = nullptr;  // what it holds may be the queue, and goes before the lock is taken again
+        {
+            const QueueFrame frame(this, label.c_str());
+            runGuarded(block);
+            // What it holds goes on the queue, and before the lock is taken again: it may be an object that asks
+            // which queue it ends on, or the queue itself.
+            block = nullptr;
+        }
         guard.lock();
         busy = false;
     }
@@ -77,7 +82,8 @@ void SerialQueue::dispatch_async(std::function<void()> block) {
     const std::shared_ptr<State> state = mState;  // the block may let go of the queue before this call is through
     {
         const std::lock_guard guard(state->lock);
-        if (!state->worker.joinable()) state->worker = std::thread([state] { state->work(); });
+        // The end of the queue has taken the thread, which runs this block as well.
+        if (!state->stopping && !state->worker.joinable()) state->worker = std::thread([state] { state->work(); });
         state->blocks.push_back(std::move(block));
     }
     state->wake.notify_one();

@@ -63,6 +63,21 @@ TEST(SerialQueue, BlockThatThrowsOrLetsGoOfTheQueueHarmsNothing) {
         done.count_down();
     });
     done.wait();
+
+    // What a block holds goes within the queue, and what a block submits while the queue ends still runs.
+    bool within = false;
+    int left = 1000;
+    std::function<void()> again;
+    {
+        SerialQueue ending("ending");
+        ending.dispatch_async([held = std::shared_ptr<void>(nullptr, [&](void*) { within = ending.isCurrent(); })] {});
+        again = [&] {
+            if (--left > 0) ending.dispatch_async(again);
+        };
+        ending.dispatch_async(again);
+    }
+    EXPECT_TRUE(within);
+    EXPECT_EQ(left, 0);
 }
 
 // The file logger's tests show what tells of a file's end, and what does not.
