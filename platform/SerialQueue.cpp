@@ -110,10 +110,6 @@ void SerialQueue::dispatch_sync(const std::function<void()>& block) {
     done->wait();
 }
 
-const std::string& SerialQueue::label() const {
-    return mState->label;
-}
-
 bool SerialQueue::isCurrent() const {
     return QueueFrame::isInside(mState.get());
 }

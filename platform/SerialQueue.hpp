@@ -22,8 +22,6 @@ class SerialQueue final : public DispatchQueue {
     /// The block must not let go of the queue, as one of dispatch_async may.
     void dispatch_sync(const std::function<void()>& block) override;
 
-    const std::string& label() const;
-
     /// True inside a block of this queue. Any thread.
     bool isCurrent() const;
 

@@ -45,7 +45,6 @@ class DDLogQueue final : public platform::DispatchQueue {
     void dispatch_async(std::function<void()> block) override;
     void dispatch_sync(const std::function<void()>& block) override;
 
-    const std::string& label() const { return mLabel; }
     /// True within a delivery or a block of this queue, loggers at work on their own threads included: whoever is in
     /// there can't wait for this queue.
     bool isCurrent() const;
