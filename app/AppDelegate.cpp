@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <optional>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -90,19 +89,15 @@ void setText(Control* control, const char* key) {
     control->setText(QString::fromStdString(localized(key)));
 }
 
-/// Null where there is no place for a log, or no thread that writes one.
+/// Null where there is no place for a log.
 std::shared_ptr<DDFileLogger> makeFileLogger() {
     if (TrovikLogs::logsDirectory().empty()) return nullptr;
-    try {
-        auto manager = std::make_shared<VundLogFileManager>(kLogFilePrefix);
-        auto fileLogger = std::make_shared<DDFileLogger>(manager);
-        fileLogger->setLogFormatter(std::make_shared<VundLogFormatter>());
-        manager->setMaximumNumberOfLogFiles(kMaximumNumberOfLogFiles);
-        fileLogger->setRollingFrequency(kRollingFrequency);
-        return fileLogger;
-    } catch (const std::system_error&) {
-        return nullptr;
-    }
+    auto manager = std::make_shared<VundLogFileManager>(kLogFilePrefix);
+    auto fileLogger = std::make_shared<DDFileLogger>(manager);
+    fileLogger->setLogFormatter(std::make_shared<VundLogFormatter>());
+    manager->setMaximumNumberOfLogFiles(kMaximumNumberOfLogFiles);
+    fileLogger->setRollingFrequency(kRollingFrequency);
+    return fileLogger;
 }
 
 void startAnimation(QProgressBar* indicator) {
@@ -146,10 +141,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     const auto fileLogger = makeFileLogger();
     DDLog::addLogger(DDTTYLogger::sharedInstance());
     DDLog::addLogger(fileLogger);
-    if (!fileLogger) {
-        DDLogWarn("%s", TrovikLogs::logsDirectory().empty() ? "No home folder: there are no log files and no traces."
-                                                            : "No thread for the log: there are no log files.");
-    }
+    if (!fileLogger) DDLogWarn("No home folder: there are no log files and no traces.");
 
     const platform::PropertyList::Dictionary& info = platform::mainBundle().infoDictionary();
     const auto version = info.find("CFBundleShortVersionString");
