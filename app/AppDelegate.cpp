@@ -126,11 +126,17 @@ void AppDelegate::setNextAction(NextAction action) {
 
 void AppDelegate::applicationWillFinishLaunching() {
     mListener = std::thread([this] {
-        mLaunched.wait();
+        {
+            std::unique_lock lock(mListenerMutex);
+            mListenerChanged.wait(lock, [this] { return mHasLaunched; });
+        }
         try {
             runTrovikModeListenLoop();
         } catch (...) {
             logCaughtException(__LINE__);
+            const std::lock_guard lock(mListenerMutex);
+            mListenerFailed = true;
+            mListenerChanged.notify_all();
         }
     });
 }
@@ -154,7 +160,13 @@ void AppDelegate::applicationDidFinishLaunching() {
 
     LegacyIOConfig::configureMetaData();
 
-    mLaunched.count_down();
+    letListenerGo();
+}
+
+void AppDelegate::letListenerGo() {
+    const std::lock_guard lock(mListenerMutex);
+    mHasLaunched = true;
+    mListenerChanged.notify_all();
 }
 
 void AppDelegate::awakeFromNib() {
@@ -239,10 +251,10 @@ void AppDelegate::runTrovikModeListenLoop() {
     }
     if (!observing) DDLogInfo("Could not start observing Trovik-mode device attaches.");
     {
-        const std::lock_guard lock(mListenLoopMutex);
+        const std::lock_guard lock(mListenerMutex);
         mListenLoop = loop;
+        mListenerChanged.notify_all();
     }
-    mListenLoopRuns.notify_all();
     for (;;) {
         try {
             return loop->CFRunLoopRun();
@@ -253,17 +265,17 @@ void AppDelegate::runTrovikModeListenLoop() {
 }
 
 void AppDelegate::waitUntilListening() {
-    std::unique_lock lock(mListenLoopMutex);
-    mListenLoopRuns.wait(lock, [this] { return mListenLoop != nullptr; });
+    std::unique_lock lock(mListenerMutex);
+    mListenerChanged.wait(lock, [this] { return mListenLoop != nullptr || mListenerFailed; });
 }
 
 void AppDelegate::stopListener() {
     if (!mListener.joinable()) return;
-    if (!mLaunched.try_wait()) mLaunched.count_down();  // a launch that was given up
+    letListenerGo();  // should the launch have been given up
     waitUntilListening();
+    const auto loop = mListenLoop;  // written once, before the wait ended; null where the listener has failed
     // As a block of the mode that the body runs: it may be inside a wait of its own for a device.
-    const auto loop = mListenLoop;  // written once, before the wait ended
-    loop->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode, [loop] { loop->CFRunLoopStop(); });
+    if (loop) loop->CFRunLoopPerformBlock(platform::kCFRunLoopDefaultMode, [loop] { loop->CFRunLoopStop(); });
     mListener.join();
 }
 

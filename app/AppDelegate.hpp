@@ -4,7 +4,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <latch>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -119,6 +118,7 @@ class AppDelegate final : public platform::NSExceptionHandlerDelegate {
   private:
     void setNextAction(NextAction action);
     void resetAttachedDevice();
+    void letListenerGo();
 
     Outlets mOutlets;
     std::function<void(int)> mTerminate;
@@ -128,11 +128,12 @@ class AppDelegate final : public platform::NSExceptionHandlerDelegate {
     /// the user. Only through the two accessors, which are atomic.
     std::uint32_t mNextAction = 0;
 
-    std::latch mLaunched{1};  ///< what the listener thread waits for first
     std::thread mListener;
-    std::mutex mListenLoopMutex;
-    std::condition_variable mListenLoopRuns;
-    std::shared_ptr<platform::CFRunLoop> mListenLoop;  ///< behind mListenLoopMutex; null until the listener is ready
+    std::mutex mListenerMutex;
+    std::condition_variable mListenerChanged;  ///< one of the three below
+    bool mHasLaunched = false;                 ///< behind mListenerMutex; what the listener thread waits for first
+    bool mListenerFailed = false;              ///< behind mListenerMutex; it has no loop and has ended
+    std::shared_ptr<platform::CFRunLoop> mListenLoop;  ///< behind mListenerMutex; null until the listener is ready
 };
 
 /// Call-back for attached devices: takes every entry from the iterator and hands the last one that has a path and an id

@@ -324,6 +324,18 @@ TEST(AppDelegate, WhatTheWorkerOrTheListenerThrowsIsLoggedAndTheNextAttachGoesOn
     }
 }
 
+TEST(AppDelegate, ListenerThatGetsNoLoopIsNotWaitedFor) {
+    struct NoLoops final : platform::CFRunLoops {
+        std::shared_ptr<platform::CFRunLoop> CFRunLoopGetCurrent() override { throw std::runtime_error("none"); }
+    } noLoops;
+    platform::Platform platform;
+    platform.runLoops = &noLoops;
+    const platform::PlatformScope scope(platform);
+    ControllerLog log;
+    AppDelegate().applicationWillFinishLaunching();
+    EXPECT_EQ(withoutLine(log.take()), kUnopened);
+}
+
 // ---- what nobody caught
 
 TEST(AppDelegate, UncaughtExceptionIsLoggedWithItsStackAndNotHandled) {
