@@ -41,6 +41,9 @@ int main(int argc, char** argv) {
     QApplication::setDesktopFileName(QStringLiteral("org.trovik.ResetTool"));
     const auto application = StartUp::makeApplication(argc, argv);
 
+    platform::Platform platform;
+    platform.log = [](const std::string& line) { SystemLog::shared().write(line); };
+    const platform::PlatformScope logScope(platform);  // for what the next ones find damaged
     platform::Bundle bundle;
     platform::UserDefaults userDefaults(bundle.bundleIdentifier());
     platform::AsioRunLoops runLoops;
@@ -49,7 +52,6 @@ int main(int argc, char** argv) {
     platform::SignalScriptRunner scriptRunner;
     const auto globalQueue = StartUp::withThread([] { return std::make_unique<platform::GlobalQueue>(); });
 
-    platform::Platform platform;
     platform.runLoops = &runLoops;
     platform.masterPort = &registry;
     platform.mainQueue = &mainQueue;
@@ -58,7 +60,6 @@ int main(int argc, char** argv) {
     platform.standardUserDefaults = &userDefaults;
     platform.scriptRunner = &scriptRunner;
     platform.exceptionHandler = &exceptionHandler;
-    platform.log = [](const std::string& line) { SystemLog::shared().write(line); };
     const platform::PlatformScope scope(platform);
 
     const auto version = bundle.infoDictionary().find("CFBundleShortVersionString");

@@ -90,6 +90,14 @@ TEST_F(Process, KeepsSettingsLogsAndTracesInTheFoldersOfItsUser) {
     EXPECT_THAT(onlyFileIn(home / ".cache/Trovik"), HasSubstr("probe"));
 }
 
+TEST_F(Process, HasTheLinesAboutADamagedResourceInTheLog) {
+    support::WriteFile(home / "share/trovik-reset-tool/Info.plist", "damaged");
+    fs::create_directory(home / "bin");
+    fs::copy_file(TROVIK_PROBE_PROGRAM, home / "bin/probe");
+    EXPECT_EQ(run("quit", "", ">/dev/null 2>run/errors", home / "bin/probe"), 0);
+    EXPECT_THAT(log(), HasSubstr("/Info.plist can't be read as a property list.\n"));
+}
+
 TEST_F(Process, HasNoStrangerForAStandardStream) {
     EXPECT_EQ(run("quit", "", "<&- >&- 2>&-"), 0);
     for (const char* const stream : {"0", "1", "2"})
