@@ -15,7 +15,8 @@
 
 namespace {
 
-/// Says one line to whoever started the program, in a terminal or from a menu, and ends the process.
+/// Says one line to whoever started the program, in a terminal or from a menu, and ends the process. It stays at that
+/// one line: what is in gWarnings is not told then.
 [[noreturn]] void refuse(int status, std::string line) {
     std::replace(line.begin(), line.end(), '\n', ' ');
     line.erase(line.find_last_not_of(' ') + 1);
@@ -29,7 +30,8 @@ namespace {
 }
 
 std::mutex gWarningsMutex;
-QStringList gWarnings;  ///< behind gWarningsMutex; of the toolkit, until the window shows
+QStringList gWarnings;     ///< behind gWarningsMutex; of the toolkit, until the window shows
+bool gHasDisplay = false;  ///< behind gWarningsMutex
 
 /// The environment's choice of a display, as far as there is one.
 std::string chosenDisplay() {
@@ -43,7 +45,7 @@ std::string chosenDisplay() {
 
 void keepWarning(QtMsgType type, const QMessageLogContext&, const QString& text) {
     const std::lock_guard lock(gWarningsMutex);
-    if (type == QtDebugMsg) {
+    if (type == QtDebugMsg || (type == QtFatalMsg && gHasDisplay)) {  // behind a fatal one the toolkit aborts
         std::fprintf(stderr, "%s\n", qPrintable(text));
     } else if (text.startsWith(QLatin1String("QThread::start"))) {
         // Each of the toolkit's own threads is one that it waits for or gets the window's events from.
@@ -72,6 +74,10 @@ void StartUp::openStandardStreams() {
 std::unique_ptr<QApplication> StartUp::makeApplication(int& argc, char** argv) {
     qInstallMessageHandler(keepWarning);
     auto application = std::make_unique<QApplication>(argc, argv);
+    {
+        const std::lock_guard lock(gWarningsMutex);
+        gHasDisplay = true;
+    }
     // The toolkit has parts of a drawing done in this pool and waits for them, without end where no thread can be
     // started by then. One is enough, and stays.
     QThreadPool* const pool = QThreadPool::globalInstance();

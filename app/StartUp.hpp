@@ -18,8 +18,9 @@ class StartUp {
     static void openStandardStreams();
 
     /// Makes the application object and the thread that the toolkit draws with. Without a display the toolkit would
-    /// abort, without one of its threads wait for ever: from here until windowIsShown that ends the process with one
-    /// line, and kNoDisplay or kNoThread. What else the toolkit has to say comes out then.
+    /// abort, without one of its threads wait for ever: here, and for the threads until windowIsShown, that ends the
+    /// process with one line, and kNoDisplay or kNoThread. What else the toolkit has to say comes out then, except a
+    /// fatal message: that comes at once, and the toolkit aborts.
     static std::unique_ptr<QApplication> makeApplication(int& argc, char** argv);
     static void windowIsShown();
 

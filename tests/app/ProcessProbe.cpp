@@ -36,6 +36,7 @@ std::atomic<int> gThreadsLeft = gThreads ? std::atoi(gThreads) : 1000;
 
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
                               void* argument) noexcept {
+    if (qApp && gThreads && gThreads == std::string_view("fatal")) qFatal("gone wrong");
     static const auto next = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
     return gThreadsLeft-- > 0 ? next(thread, attributes, body, argument) : EAGAIN;
 }

@@ -130,6 +130,9 @@ TEST_F(Process, RefusesInOneLineWithoutADisplay) {
             EXPECT_THAT(errors(), HasSubstr(reason));
         }
     }
+    const int status = run("quit", "PROBE_THREADS=fatal");
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
+    EXPECT_EQ(errors(), "gone wrong\n") << "by then there is a display";
 }
 
 TEST_F(Process, StartsWithTheThreadsOfAResetOrRefusesInOneLine) {
