@@ -13,14 +13,15 @@
 /// This thread's log calls find no memory.
 static thread_local bool gNoMemory = false;
 
-void* operator new(std::size_t size) {
+// Not inlined: the compiler would take a pair of which it sees one side only for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     if (void* const memory = gNoMemory ? nullptr : std::malloc(size)) return memory;
     throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 
