@@ -83,7 +83,8 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
         // No memory: the beginning on standard error is better than nothing.
     }
     va_end(again);
-    // What is not taken is still in the message.
+    // What is not taken has not been moved from.
+    // NOLINTNEXTLINE(bugprone-use-after-move)
     if (!queued) std::fprintf(stderr, "%s\n", message.logMsg.empty() ? text : message.logMsg.c_str());
 }
 
