@@ -1,17 +1,5 @@
 #include "app/AppDelegate.hpp"
 
-#include <QAction>
-#include <QLabel>
-#include <QProgressBar>
-#include <QPushButton>
-#include <QWidget>
-#include <array>
-#include <atomic>
-#include <cstdlib>
-#include <optional>
-#include <utility>
-#include <vector>
-
 #include "app/LegacyIOConfig.hpp"
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
@@ -30,6 +18,19 @@
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
 #include "platform/ScriptRunner.hpp"
+
+#include <QAction>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QWidget>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <optional>
+#include <utility>
+#include <vector>
 
 namespace {
 

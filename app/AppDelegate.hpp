@@ -1,6 +1,11 @@
 #pragma once
 
+#include "app/TrovikMode/USBRegistryInfo.hpp"
+#include "platform/IORegistry.hpp"
+#include "platform/NSExceptionHandler.hpp"
+
 #include <QPointer>
+
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -8,10 +13,6 @@
 #include <mutex>
 #include <string>
 #include <thread>
-
-#include "app/TrovikMode/USBRegistryInfo.hpp"
-#include "platform/IORegistry.hpp"
-#include "platform/NSExceptionHandler.hpp"
 
 class QAction;
 class QLabel;

@@ -1,13 +1,13 @@
 #include "app/LegacyIOConfig.hpp"
 
-#include <string>
-
 #include "GLO/GLO_String.hpp"
 #include "WIN/WIN_AppMetaData.hpp"
 #include "WIN/WIN_BuildInfo.hpp"
 #include "WIN/WIN_Encoding.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
+
+#include <string>
 
 namespace {
 

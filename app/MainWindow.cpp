@@ -1,5 +1,12 @@
 #include "app/MainWindow.hpp"
 
+#include "app/AppDelegate.hpp"
+#include "app/MainWindowScreen.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
+#include "app/Util/ViewUtilities.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
+
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
@@ -17,13 +24,6 @@
 #include <QScrollArea>
 #include <QStringList>
 #include <QUrl>
-
-#include "app/AppDelegate.hpp"
-#include "app/MainWindowScreen.hpp"
-#include "app/Util/Logging/TrovikLogs.hpp"
-#include "app/Util/ViewUtilities.hpp"
-#include "platform/NSBundle.hpp"
-#include "platform/Platform.hpp"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include <QShowEvent>
 #include <QStringList>
 #include <QVBoxLayout>
+
 #include <algorithm>
 #include <map>
 

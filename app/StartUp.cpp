@@ -1,17 +1,17 @@
 #include "app/StartUp.hpp"
 
-#include <fcntl.h>
-#include <syslog.h>
-
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
 #include <QThreadPool>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <mutex>
 #include <string>
+#include <syslog.h>
 
 namespace {
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QApplication>
+
 #include <memory>
 #include <system_error>
 

@@ -1,16 +1,5 @@
 // The same window on a simulated device: to look at, to try the tool's behaviour out, and to prove it without a
 // display.
-#include <getopt.h>
-
-#include <QApplication>
-#include <QMetaObject>
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
@@ -27,6 +16,17 @@
 #include "platform/linux/Dispatch.hpp"
 #include "platform/linux/TerminateExceptionHandler.hpp"
 #include "platform/qt/QtMainQueue.hpp"
+
+#include <QApplication>
+#include <QMetaObject>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <getopt.h>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace {
 

@@ -1,9 +1,4 @@
 // The tool. Picks what the platform interface is made of on this system, and runs the application on it.
-#include <QApplication>
-#include <cstdlib>
-#include <memory>
-#include <string>
-
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
@@ -22,6 +17,12 @@
 #include "platform/linux/UserDefaults.hpp"
 #include "platform/qt/QtMainQueue.hpp"
 #include "platform/qt/QtPreload.hpp"
+
+#include <QApplication>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
 
 namespace {
 

@@ -1,13 +1,13 @@
 // A device that keeps to the rules of the bus and of the session, and answers as it likes: the whole conversation of a
 // channel, through the real session and link. An input of zeros is a device that answers everything as it should.
 
-#include <functional>
-#include <memory>
-
 #include "FTX/FTX_Channel.hpp"
 #include "fuzz/Harness.hpp"
 #include "fuzz/Input.hpp"
 #include "tests/support/UsbWorld.hpp"
+
+#include <functional>
+#include <memory>
 
 namespace {
 
@@ -22,7 +22,7 @@ struct Operation {
     std::function<void(ftx::Channel_t&)> run;
 };
 
-void askWhatItSupports(ioa::Protocols_t const& protocols) {
+void askWhatItSupports(const ioa::Protocols_t& protocols) {
     using Query = bool (ioa::Protocols_t::*)() const;
     using P = ioa::Protocols_t;
     static constexpr Query cQueries[] = {
@@ -41,12 +41,12 @@ void askWhatItSupports(ioa::Protocols_t const& protocols) {
         &P::SupportsProductInventory,
         &P::Supports405FitnessHistoryTransfer,
     };
-    for (Query const query : cQueries) (protocols.*query)();
+    for (const Query query : cQueries) (protocols.*query)();
 }
 
-std::vector<Operation> const& operations() {
+const std::vector<Operation>& operations() {
     // The first one is what the tool does.
-    static std::vector<Operation> const all = {
+    static const std::vector<Operation> all = {
         {113,
          {},
          9,
@@ -65,7 +65,7 @@ std::vector<Operation> const& operations() {
         {981, {0, 1, 0, 0, 0, 0, 0, 0, 0}, 9, [](auto& channel) { channel.GetRgnSize(3); }},
         {51, Bytes(64, 3), 6,
          [](auto& channel) {
-             auto const pvt = channel.GetPvt();
+             const auto pvt = channel.GetPvt();
              if (pvt.fix < 2) return;
              pvt.Position();
              pvt.Alt();
@@ -98,7 +98,7 @@ class Answers {
     bool areProper() const { return mAreProper; }
 
   private:
-    void send(std::uint8_t layer, std::uint16_t id, Bytes const& payload) {
+    void send(std::uint8_t layer, std::uint16_t id, const Bytes& payload) {
         auto& usb = mDevice.usb;
         if (mIsOnBulk) usb.brings(ScriptedUsb::kInterruptIn, mDevice.packet(0, 2));
         usb.brings(mIsOnBulk ? ScriptedUsb::kBulkIn : ScriptedUsb::kInterruptIn, mDevice.packet(layer, id, payload));
@@ -113,7 +113,7 @@ class Answers {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::traceIntoNothing();
     fuzz::Input input(data, size);
     support::ScriptedDevice device;
@@ -123,7 +123,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     answers.answer(20, 255, {0xE8, 3, 0xE6, 0, 'x', 0});
     answers.answer(20, 253, {'A', 1, 0, 'A', 10, 0, 'A', 0x59, 2, 'A', 100, 0, 'D', 108, 0});
     answers.answer(20, 248, {'y', 0});
-    std::vector<Operation const*> wanted;
+    std::vector<const Operation*> wanted;
     do {
         wanted.push_back(&operations()[input.byte() % operations().size()]);
         if (wanted.back()->answer) answers.answer(20, wanted.back()->answer, wanted.back()->payload);
@@ -137,7 +137,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     bool isDone = limits.hold(10, gcBytes, "Opening", [&] {
         link.reset(new iou::UsbLink_t(device.openLink()));
     }) && limits.hold(16, gcBytes, "Identification", [&] { channel = std::make_unique<ftx::Channel_t>(*link); });
-    for (Operation const* const operation : wanted) {
+    for (const Operation* const operation : wanted) {
         if (!channel) break;
         fuzz::require(!channel->Protocols().empty(), "A channel without protocols");
         isDone &= limits.hold(operation->seconds, gcBytes, "An operation", [&] { operation->run(*channel); });

@@ -1,20 +1,19 @@
 #include "fuzz/Harness.hpp"
 
-#include <sanitizer/allocator_interface.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <filesystem>
-
 #include "GLO/GLO_String.hpp"
 #include "IOU/IOU_DebugServer.hpp"
 #include "WIN/WIN_DebugServer.hpp"
 #include "libs/IOL/IOL_DebugServer.hpp"
 #include "platform/Platform.hpp"
 #include "simulator/world/SimulatedServices.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <sanitizer/allocator_interface.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 namespace fuzz {
 namespace {
@@ -25,18 +24,18 @@ std::atomic<std::ptrdiff_t> gHeld = 0;
 std::atomic<std::ptrdiff_t> gPeak = 0;
 std::ptrdiff_t gStart = 0;
 
-void allocated(void const volatile*, std::size_t size) {
+void allocated(const volatile void*, std::size_t size) {
     std::ptrdiff_t const held = gHeld += static_cast<std::ptrdiff_t>(size);
     if (held > gPeak) gPeak = held;
 }
 
-void freed(void const volatile* memory) {
-    gHeld -= static_cast<std::ptrdiff_t>(__sanitizer_get_allocated_size(const_cast<void const*>(memory)));
+void freed(const volatile void* memory) {
+    gHeld -= static_cast<std::ptrdiff_t>(__sanitizer_get_allocated_size(const_cast<const void*>(memory)));
 }
 
 }  // namespace
 
-void require(bool condition, char const* what) {
+void require(bool condition, const char* what) {
     if (condition) return;
     std::fprintf(stderr, "%s\n", what);
     abort();
@@ -51,7 +50,7 @@ void traceIntoNothing() {
     using platform::PropertyList;
     simulator::MemoryDefaults defaults;
     PropertyList tree{PropertyList::Dictionary{{"ShowDebug", {PropertyList::Data{1}}}}};
-    for (char const* element : {"Settings", "Trovik", "Software"}) tree = {PropertyList::Dictionary{{element, tree}}};
+    for (const char* element : {"Settings", "Trovik", "Software"}) tree = {PropertyList::Dictionary{{element, tree}}};
     defaults.values["RegistryRoot"] = tree;
     defaults.values["ShowUsbDebug"] = {true};
     platform::PlatformScope const scope({.standardUserDefaults = &defaults});
@@ -64,14 +63,14 @@ void traceIntoNothing() {
 }
 
 void Limits::begin() {
-    static bool const isHooked = __sanitizer_install_malloc_and_free_hooks(allocated, freed) != 0;
+    static const bool isHooked = __sanitizer_install_malloc_and_free_hooks(allocated, freed) != 0;
     require(isHooked, "no hooks of the allocator");
     mStart = mClock.CFAbsoluteTimeGetCurrent();
     gPeak = gStart = gHeld;
 }
 
-void Limits::end(double seconds, std::size_t bytes, char const* what) {
-    double const took = mClock.CFAbsoluteTimeGetCurrent() - mStart;
+void Limits::end(double seconds, std::size_t bytes, const char* what) {
+    const double took = mClock.CFAbsoluteTimeGetCurrent() - mStart;
     std::ptrdiff_t const held = gPeak - gStart;
     if (took <= seconds + 0.001 && held <= static_cast<std::ptrdiff_t>(bytes)) return;
     std::fprintf(stderr, "%s took %.3f s and %td bytes; %.3f s and %zu bytes are its limits.\n", what, took, held,

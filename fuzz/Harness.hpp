@@ -1,14 +1,14 @@
 #pragma once
 
-#include <cstddef>
-
 #include "GLO/GLO_Exception.hpp"
 #include "platform/Clock.hpp"
+
+#include <cstddef>
 
 namespace fuzz {
 
 /// Ends the process with a message unless the condition holds: what a fuzzer reports as a finding.
-void require(bool condition, char const* what);
+void require(bool condition, const char* what);
 
 /// Switches all traces of the library on, for the rest of the process, and lets them end nowhere. Before the library
 /// has traced anything; further calls do nothing.
@@ -23,12 +23,12 @@ class Limits {
     /// @param bytes    most heap that may be held at one moment of it, above what was held at its beginning
     /// @return false when it ended with one of the library's exceptions
     template <typename Action>
-    bool hold(double seconds, std::size_t bytes, char const* what, Action action) {
+    bool hold(double seconds, std::size_t bytes, const char* what, Action action) {
         begin();
         bool isDone = true;
         try {
             action();
-        } catch (glo::Exception_t const&) {
+        } catch (const glo::Exception_t&) {
             isDone = false;
         } catch (int) {  // iou::gcDeviceUnusable
             isDone = false;
@@ -39,7 +39,7 @@ class Limits {
 
   private:
     void begin();
-    void end(double seconds, std::size_t bytes, char const* what);
+    void end(double seconds, std::size_t bytes, const char* what);
 
     platform::Clock& mClock;
     double mStart = 0;

@@ -11,7 +11,7 @@ namespace fuzz {
 /// Reads a fuzzer's input as choices and bytes. Past its end everything is 0 and empty.
 class Input {
   public:
-    Input(std::uint8_t const* data, std::size_t size) : mRest(data, size) {}
+    Input(const std::uint8_t* data, std::size_t size) : mRest(data, size) {}
 
     bool isAtEnd() const { return mRest.empty(); }
 
@@ -23,12 +23,12 @@ class Input {
     }
 
     std::uint16_t number() {
-        unsigned const low = byte();
+        const unsigned low = byte();
         return static_cast<std::uint16_t>(low | static_cast<unsigned>(byte()) << 8);
     }
 
     std::vector<unsigned char> bytes(std::size_t count) {
-        auto const taken = mRest.first(std::min(count, mRest.size()));
+        const auto taken = mRest.first(std::min(count, mRest.size()));
         mRest = mRest.subspan(taken.size());
         return {taken.begin(), taken.end()};
     }

@@ -1,7 +1,5 @@
 // Any payload under any id: every packet takes it, or throws what its header says.
 
-#include <sstream>
-
 #include "GLO/GLO_Exception.hpp"
 #include "IOA/IOA_Candidates.hpp"
 #include "IOA/IOA_Exception.hpp"
@@ -17,6 +15,8 @@
 #include "fuzz/Input.hpp"
 #include "libs/IOU/IOU_UsbPacket.hpp"
 
+#include <sstream>
+
 namespace {
 
 using fuzz::require;
@@ -24,10 +24,10 @@ using Payload = std::vector<unsigned char>;
 
 /// Fills the packet; what it then produces must be a frame that another one of its kind takes.
 /// @return false when the payload does not fit
-bool accepts(iol::Packet_t& packet, iol::Packet_t& second, Payload const& payload) {
+bool accepts(iol::Packet_t& packet, iol::Packet_t& second, const Payload& payload) {
     try {
         packet.AcceptFrame(iol::Frame_t(packet.Id(), payload));
-    } catch (iol::BadFrame_t const&) {
+    } catch (const iol::BadFrame_t&) {
         return false;
     }
     second.AcceptFrame(packet.ProduceFrame());
@@ -36,13 +36,13 @@ bool accepts(iol::Packet_t& packet, iol::Packet_t& second, Payload const& payloa
 }
 
 template <typename Packet>
-void take(Payload const& payload) {
+void take(const Payload& payload) {
     Packet packet;
     Packet second;
     accepts(packet, second, payload);
 }
 
-void takePvt(Payload const& payload) {
+void takePvt(const Payload& payload) {
     ioa::PvtData_t packet;
     ioa::PvtData_t second;
     if (!accepts(packet, second, payload) || packet.fix < 2) return;
@@ -52,7 +52,7 @@ void takePvt(Payload const& payload) {
 }
 
 /// The identification's first two records, and questions about them.
-void takeIdentification(Payload const& payload) {
+void takeIdentification(const Payload& payload) {
     fuzz::Input input(payload.data(), payload.size());
     ioa::ProductData_t product;
     ioa::ProductData_t otherProduct;
@@ -92,31 +92,31 @@ void takeIdentification(Payload const& payload) {
         &P::Supports301FitnessHistoryTransfer,
         &P::Supports405FitnessHistoryTransfer,
     };
-    for (Query const query : cQueries) {
+    for (const Query query : cQueries) {
         try {
             (protocols.*query)();
-        } catch (ioa::Exception_t const&) {
+        } catch (const ioa::Exception_t&) {
         }
     }
 }
 
-void takeUsbPacket(Payload const& payload) {
-    auto const packet = iou::MakeUsbPacket(payload);
+void takeUsbPacket(const Payload& payload) {
+    const auto packet = iou::MakeUsbPacket(payload);
     require(!packet || packet->data.size() + iou::gcUsbPacketHeaderSize == payload.size(), "a packet of another size");
 }
 
-void dump(Payload const& payload) {
+void dump(const Payload& payload) {
     std::wostringstream text;
     iol::Frame_t(1, payload).Write(text);
 }
 
-void takeRaw(Payload const& payload) {
+void takeRaw(const Payload& payload) {
     ioa::IopCommandPacket_t packet(10, {});
     ioa::IopCommandPacket_t second(10, {});
     require(accepts(packet, second, payload) && packet.data == payload, "a raw packet keeps what it is given");
 }
 
-constexpr void (*gcTakers[])(Payload const&) = {
+constexpr void (*gcTakers[])(const Payload&) = {
     take<ioa::Packet_t<10, unsigned short>>,
     take<ioa::Packet_t<47, short>>,
     take<ioa::Packet_t<91, unsigned int>>,
@@ -139,10 +139,10 @@ constexpr void (*gcTakers[])(Payload const&) = {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::traceIntoNothing();
     fuzz::Input input(data, size);
-    auto const taker = gcTakers[input.byte() % std::size(gcTakers)];
+    const auto taker = gcTakers[input.byte() % std::size(gcTakers)];
     taker(input.rest());
     return 0;
 }

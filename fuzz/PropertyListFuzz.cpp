@@ -1,6 +1,12 @@
 // Any bytes as a settings file or a string table: they are read or refused, within bounds. What is counted before the
 // parser sees a text is compared with what the parser makes of it.
 
+#include "fuzz/Input.hpp"
+#include "platform/Platform.hpp"
+#include "platform/PropertyList.hpp"
+#include "platform/PropertyListScan.hpp"
+#include "platform/linux/Bundle.hpp"
+
 #include <plist/plist.h>
 
 #include <algorithm>
@@ -14,12 +20,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "fuzz/Input.hpp"
-#include "platform/Platform.hpp"
-#include "platform/PropertyList.hpp"
-#include "platform/PropertyListScan.hpp"
-#include "platform/linux/Bundle.hpp"
 
 namespace {
 

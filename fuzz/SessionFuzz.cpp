@@ -2,13 +2,13 @@
 // like. Whatever it does, the session ends with an exception of the library's or without one, within its limits, and
 // leaves nothing behind. An input of zeros is a device that does nothing wrong.
 
-#include <memory>
-
 #include "FTX/FTX_Channel.hpp"
 #include "IOL/IOL_Packet.hpp"
 #include "fuzz/Harness.hpp"
 #include "fuzz/Input.hpp"
 #include "tests/support/UsbWorld.hpp"
+
+#include <memory>
 
 namespace {
 
@@ -47,7 +47,7 @@ class Script {
         auto& usb = mDevice.usb;
         std::uint8_t const choice = mInput.byte();
         std::uint8_t const pipe = choice & 0x80 ? ScriptedUsb::kBulkIn : ScriptedUsb::kInterruptIn;
-        auto const delay = std::chrono::milliseconds(choice & 0x40 ? 10 * mInput.byte() : 0);
+        const auto delay = std::chrono::milliseconds(choice & 0x40 ? 10 * mInput.byte() : 0);
         switch (choice & 7) {
             case 0:
             case 1:
@@ -90,7 +90,7 @@ class Script {
     /// script small, so that all that is held is held by the session.
     void bringsLongPacket(std::uint8_t pipe) {
         std::uint8_t const reads = mInput.byte();
-        unsigned const fullReads = reads < 0xF0 || !take(sLongPacketsLeft) ? 1 + reads % 4 : 2 * mInput.byte() + 1;
+        const unsigned fullReads = reads < 0xF0 || !take(sLongPacketsLeft) ? 1 + reads % 4 : 2 * mInput.byte() + 1;
         auto first = mDevice.packet(20, 253);
         std::uint16_t const rest = mInput.byte();
         std::uint32_t const size = fullReads * gcFullRead + rest - 12;
@@ -116,7 +116,7 @@ class Script {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::traceIntoNothing();
     fuzz::Input input(data, size);
     support::ScriptedDevice device;

@@ -1,7 +1,11 @@
 // Any sequence of reads, writes and seeks on the binary streams, in memory and on files, beside the plainest model of
 // what they must do; and any text through the code pages.
 
-#include <unistd.h>
+#include "BIN/BIN_fstream.hpp"
+#include "BIN/BIN_stringstream.hpp"
+#include "GLO/GLO_String.hpp"
+#include "fuzz/Harness.hpp"
+#include "fuzz/Input.hpp"
 
 #include <clocale>
 #include <cstring>
@@ -9,20 +13,15 @@
 #include <filesystem>
 #include <string>
 #include <type_traits>
+#include <unistd.h>
 #include <vector>
-
-#include "BIN/BIN_fstream.hpp"
-#include "BIN/BIN_stringstream.hpp"
-#include "GLO/GLO_String.hpp"
-#include "fuzz/Harness.hpp"
-#include "fuzz/Input.hpp"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 using fuzz::require;
 
-unsigned int const gcCodePages[] = {glo::gcUtf8Encoding, glo::gcWindows1252Encoding, glo::gcAsciiEncoding, 7};
+const unsigned int gcCodePages[] = {glo::gcUtf8Encoding, glo::gcWindows1252Encoding, glo::gcAsciiEncoding, 7};
 
 /// What a stream over these bytes must do.
 struct Model {
@@ -53,17 +52,17 @@ struct Model {
     }
     bool text(std::string& to) {
         if (!readable()) return false;
-        auto const zero = std::find(bytes.begin() + static_cast<long>(readAt), bytes.end(), 0);
+        const auto zero = std::find(bytes.begin() + static_cast<long>(readAt), bytes.end(), 0);
         fails = zero == bytes.end();
         if (fails) return false;
         to.assign(bytes.begin() + static_cast<long>(readAt), zero);
         advance(to.size() + 1);
         return true;
     }
-    void write(void const* from, std::size_t n) {
+    void write(const void* from, std::size_t n) {
         if (fails || (n == 0 && !isFile)) return;
         if (n > 0) bytes.resize(std::max(bytes.size(), writeAt + n));
-        std::copy_n(static_cast<unsigned char const*>(from), n, bytes.begin() + static_cast<long>(n ? writeAt : 0));
+        std::copy_n(static_cast<const unsigned char*>(from), n, bytes.begin() + static_cast<long>(n ? writeAt : 0));
         writeAt += n;
         if (isFile && remaining() > 0) isAtEnd = false;
     }
@@ -80,7 +79,7 @@ class Twins {
         mModel.isAtEnd = !gcIsMemory && mModel.bytes.empty();  // an empty file says so at once
     }
 
-    Model const& run() {
+    const Model& run() {
         for (int i = 0; i < 200 && !mInput.isAtEnd(); ++i) {
             std::uint8_t const choice = mInput.byte();
             if (!gcWrites || choice < 0xA0) {
@@ -155,7 +154,7 @@ class Twins {
                 return;
             }
             case 13: {
-                bool const isThere = !mModel.fails && !mModel.isAtEnd && mModel.remaining() > 0;
+                const bool isThere = !mModel.fails && !mModel.isAtEnd && mModel.remaining() > 0;
                 require(mStream.peek() == (isThere ? mModel.bytes[mModel.readAt] : -1), "another byte ahead");
                 return;
             }
@@ -182,7 +181,7 @@ class Twins {
             mStream >> text;
             return require(text == expected, "another text");
         }
-        unsigned int const codePage = gcCodePages[mInput.byte() % std::size(gcCodePages)];
+        const unsigned int codePage = gcCodePages[mInput.byte() % std::size(gcCodePages)];
         std::wstring text = L"untouched";
         mStream.encodingg(codePage);
         mStream >> text;
@@ -194,7 +193,7 @@ class Twins {
         if (isUpTo) n = std::min(n, mModel.remaining());
         if (n == 0 && !gcWrites) return;  // a failure on files that are only read
         Bytes bytes(n), expected(n);
-        bool const isRead = mModel.read(expected.data(), n);
+        const bool isRead = mModel.read(expected.data(), n);
         if (isUpTo) {
             mStream.read(reinterpret_cast<char*>(bytes.data()), n);
             require(mStream.gcount() == (isRead ? n : 0), "another count");
@@ -207,7 +206,7 @@ class Twins {
     template <typename T, typename Wire = T>
     void writeScalar() {
         Wire wire{};
-        Bytes const raw = mInput.bytes(sizeof wire);
+        const Bytes raw = mInput.bytes(sizeof wire);
         std::copy(raw.begin(), raw.end(), reinterpret_cast<unsigned char*>(&wire));
         T value;
         if constexpr (std::is_same_v<T, Wire>) {
@@ -229,7 +228,7 @@ class Twins {
                 case 2:
                     return writeScalar<long long>();
                 case 3: {
-                    Bytes const bytes(mInput.number() % 2500, mInput.byte());
+                    const Bytes bytes(mInput.number() % 2500, mInput.byte());
                     mStream.write(bytes.data(), bytes.size());
                     return mModel.write(bytes.data(), bytes.size());
                 }
@@ -240,7 +239,7 @@ class Twins {
                 }
                 case 5: {
                     std::wstring const text{static_cast<wchar_t>(mInput.number()), static_cast<wchar_t>(mInput.byte())};
-                    unsigned int const codePage = gcCodePages[mInput.byte() % std::size(gcCodePages)];
+                    const unsigned int codePage = gcCodePages[mInput.byte() % std::size(gcCodePages)];
                     mStream.encodingp(codePage);
                     mStream << text;
                     std::string const bytes = glo::string(text, codePage);
@@ -254,7 +253,7 @@ class Twins {
                     return;
                 }
                 default:
-                    Bytes const bytes(mInput.byte(), mInput.byte());
+                    const Bytes bytes(mInput.byte(), mInput.byte());
                     if (bytes.empty()) return;
                     if constexpr (gcIsMemory) {
                         mStream.fill(static_cast<char>(bytes[0]), bytes.size());
@@ -274,17 +273,17 @@ class Twins {
 };
 
 void tryMemory(fuzz::Input& input) {
-    Bytes const bytes = input.bytes(input.byte());
+    const Bytes bytes = input.bytes(input.byte());
     bin::stringstream stream(bytes);
-    Model const model = Twins(stream, {.bytes = bytes}, input).run();
-    bool const isGood = stream.good();
-    Bytes const rest(model.bytes.begin() + static_cast<long>(model.readAt), model.bytes.end());
+    const Model model = Twins(stream, {.bytes = bytes}, input).run();
+    const bool isGood = stream.good();
+    const Bytes rest(model.bytes.begin() + static_cast<long>(model.readAt), model.bytes.end());
     require(stream.Buffer() == model.bytes, "another buffer");
     require(stream.TakeRemaining() == (isGood ? rest : Bytes()), "another rest");
 }
 
 /// A file of this process alone, in memory where there is a place for that.
-std::string const& filePath() {
+const std::string& filePath() {
     static std::string const path = std::filesystem::temp_directory_path() / ("fuzz-" + std::to_string(getpid()));
     return path;
 }
@@ -309,9 +308,9 @@ void tryFile(fuzz::Input& input) {
 
 /// Compares with the C library's own decoder, which knows what is UTF-8 and what is not.
 void tryText(fuzz::Input& input) {
-    static bool const isSet = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
+    static const bool isSet = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
     require(isSet, "no UTF-8");
-    Bytes const raw = input.rest();
+    const Bytes raw = input.rest();
     std::string const bytes(raw.begin(), raw.end());
 
     std::wstring expected;
@@ -337,16 +336,16 @@ void tryText(fuzz::Input& input) {
     require(glo::wstring(bytes, glo::gcAsciiEncoding).size() == bytes.size(), "a character is lost");
     std::wstring wide(bytes.size() / sizeof(wchar_t), 0);
     std::memcpy(wide.data(), bytes.data(), wide.size() * sizeof(wchar_t));
-    for (unsigned int const codePage : gcCodePages) {
+    for (const unsigned int codePage : gcCodePages) {
         std::string const once = glo::string(wide, codePage);
         require(glo::string(glo::wstring(once, codePage), codePage) == once, "not the bytes that were written");
-        for (char const c : bytes) glo::IsPrintable(static_cast<unsigned char>(c), codePage);
+        for (const char c : bytes) glo::IsPrintable(static_cast<unsigned char>(c), codePage);
     }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::traceIntoNothing();
     fuzz::Input input(data, size);
     switch (input.byte() % 4) {

@@ -1,9 +1,6 @@
 // What a device says of itself: attributes and descriptors with anything in them, found and opened through the real
 // libudev and libusb on an emulated bus. An input of zeros is a device that is in order.
 
-#include <cstdio>
-#include <fstream>
-
 #include "fuzz/Harness.hpp"
 #include "fuzz/Input.hpp"
 #include "platform/MachineClock.hpp"
@@ -11,6 +8,9 @@
 #include "platform/VendorId.hpp"
 #include "platform/linux/UdevRegistry.hpp"
 #include "simulator/umock/UmockUsb.hpp"
+
+#include <cstdio>
+#include <fstream>
 
 namespace {
 
@@ -26,7 +26,7 @@ struct Bus {
     }
     simulator::Profile profile;
     simulator::UmockUsb usb;
-    PlatformScope scope{{.log = [](std::string const&) {}}};
+    PlatformScope scope{{.log = [](const std::string&) {}}};
     std::string path;
     std::string deviceNumber;
 };
@@ -39,13 +39,13 @@ Bus& bus() {
 void writeAttributes(fuzz::Input& input, std::uint8_t wrong) {
     char vendor[8];
     std::snprintf(vendor, sizeof vendor, "%04x", static_cast<unsigned>(kTrovikVendorId));
-    std::pair<char const*, std::string> attributes[] = {
+    std::pair<const char*, std::string> attributes[] = {
         {"idVendor", vendor},           {"idProduct", "0003"}, {"bcdDevice", "0001"},
         {"devnum", bus().deviceNumber}, {"busnum", "1"},
     };
     for (auto& [name, text] : attributes) {
         if (wrong & 1) {
-            auto const bytes = input.bytes(input.byte() % 32);
+            const auto bytes = input.bytes(input.byte() % 32);
             text.assign(bytes.begin(), bytes.end());
         }
         wrong = static_cast<std::uint8_t>(wrong >> 1);
@@ -57,7 +57,7 @@ simulator::Bytes descriptors(fuzz::Input& input, bool areChanged) {
     auto bytes = simulator::usbDescriptors(bus().profile);
     if (!areChanged) return bytes;
     for (int changes = input.byte() % 8; changes > 0; --changes) bytes[input.byte() % bytes.size()] = input.byte();
-    auto const more = input.bytes(input.byte());
+    const auto more = input.bytes(input.byte());
     bytes.insert(bytes.begin() + input.byte() % static_cast<int>(bytes.size() + 1), more.begin(), more.end());
     bytes.resize(std::min<std::size_t>(bytes.size(), 255));  // what one read takes
     return bytes;
@@ -72,7 +72,7 @@ unsigned open(IOService& service) {
         plugIn->QueryInterface(device) || device->USBDeviceOpen())
         return 0;
     IOUSBConfigurationDescriptor configuration;
-    for (auto const index : {std::uint8_t{3}, std::uint8_t{0}})
+    for (const auto index : {std::uint8_t{3}, std::uint8_t{0}})
         if (device->GetConfigurationDescriptorPtr(index, configuration) == kIOReturnSuccess)
             device->SetConfiguration(configuration.bConfigurationValue);
     std::uint16_t number = 0;
@@ -83,7 +83,7 @@ unsigned open(IOService& service) {
     unsigned pipes = 0;
     std::unique_ptr<IOIterator> interfaces;
     if (device->CreateInterfaceIterator({}, interfaces)) return 0;
-    while (auto const found = interfaces->IOIteratorNext()) {
+    while (const auto found = interfaces->IOIteratorNext()) {
         std::unique_ptr<IOUSBInterfaceInterface> interface;
         std::uint8_t count = 0;
         if (found->IOCreatePlugInInterfaceForService(IOUserClientType::kIOUSBInterfaceUserClientTypeID, plugIn) ||
@@ -91,7 +91,7 @@ unsigned open(IOService& service) {
             continue;
         for (unsigned pipe = 0; pipe <= count + 1U; ++pipe) {
             PipeProperties properties;
-            bool const isThere = interface->GetPipeProperties(static_cast<std::uint8_t>(pipe), properties) == 0;
+            const bool isThere = interface->GetPipeProperties(static_cast<std::uint8_t>(pipe), properties) == 0;
             require(isThere == (pipe >= 1 && pipe <= count), "a pipe too many or too few");
             require(properties.number <= 15 && properties.maxPacketSize <= 0x7FF, "no pipe can have that");
             interface->AbortPipe(static_cast<std::uint8_t>(pipe));
@@ -103,7 +103,7 @@ unsigned open(IOService& service) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
     std::uint8_t const wrong = input.byte();
     writeAttributes(input, wrong & 31);
@@ -118,12 +118,12 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
         std::unique_ptr<IOIterator> iterator;
         require(registry.IOServiceGetMatchingServices(matching, iterator) == kIOReturnSuccess, "no list");
         unsigned found = 0;
-        for (std::string path; auto const entry = iterator->IOIteratorNext(); ++found)
+        for (std::string path; const auto entry = iterator->IOIteratorNext(); ++found)
             require(entry->IORegistryEntryGetPath(kIOServicePlane, path) == kIOReturnSuccess && path == bus().path,
                     "another device");
         require(found == 1 || (found == 0 && wrong & 31), "a device that is in order is not found, or twice");
         // What is found may have changed by the time it is opened: this one is opened in any case.
-        auto const service = registry.IORegistryEntryFromPath(bus().path);
+        const auto service = registry.IORegistryEntryFromPath(bus().path);
         unsigned const pipes = service ? open(*service) : 0;
         require(pipes == 3 || wrong & 0xB8, "a device that is in order can't be opened");
     });

@@ -1,14 +1,14 @@
 #include "platform/CFMessagePort.hpp"
 
+#include "platform/CFRunLoop.hpp"
+#include "platform/Platform.hpp"
+
 #include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <map>
 #include <mutex>
 #include <utility>
-
-#include "platform/CFRunLoop.hpp"
-#include "platform/Platform.hpp"
 
 namespace platform {
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "platform/Clock.hpp"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "platform/Clock.hpp"
 
 namespace platform {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/Clock.hpp"
+
 #include <functional>
 #include <memory>
 #include <string_view>
-
-#include "platform/Clock.hpp"
 
 namespace platform {
 

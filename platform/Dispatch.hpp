@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/Clock.hpp"
+
 #include <functional>
 #include <memory>
-
-#include "platform/Clock.hpp"
 
 namespace platform {
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "platform/CFRunLoop.hpp"
+#include "platform/IOReturn.hpp"
+
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
-
-#include "platform/CFRunLoop.hpp"
-#include "platform/IOReturn.hpp"
 
 namespace platform {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "platform/CFRunLoop.hpp"
+#include "platform/IORegistry.hpp"
+#include "platform/IOReturn.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
-
-#include "platform/CFRunLoop.hpp"
-#include "platform/IORegistry.hpp"
-#include "platform/IOReturn.hpp"
 
 namespace platform {
 

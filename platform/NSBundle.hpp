@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/PropertyList.hpp"
+
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "platform/PropertyList.hpp"
 
 namespace platform {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/PropertyList.hpp"
+
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include "platform/PropertyList.hpp"
 
 namespace platform {
 

@@ -1,18 +1,18 @@
 #include "platform/Platform.hpp"
 
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <random>
-#include <string_view>
-#include <utility>
-
 #include "platform/CFRunLoop.hpp"
 #include "platform/FileAttributes.hpp"
 #include "platform/MachineClock.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/NSUserDefaults.hpp"
 #include "platform/WallClock.hpp"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <string_view>
+#include <utility>
 
 namespace platform {
 namespace {

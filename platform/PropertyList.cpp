@@ -1,14 +1,14 @@
 #include "platform/PropertyList.hpp"
 
-#include <locale.h>
+#include "platform/PropertyListScan.hpp"
+
 #include <plist/plist.h>
 
 #include <cstdlib>
+#include <locale.h>
 #include <memory>
 #include <new>
 #include <utility>
-
-#include "platform/PropertyListScan.hpp"
 
 namespace platform {
 namespace {

@@ -1,14 +1,14 @@
 #include "platform/SerialQueue.hpp"
 
+#include "platform/Boundary.hpp"
+#include "platform/QueueFrame.hpp"
+
 #include <condition_variable>
 #include <deque>
 #include <latch>
 #include <mutex>
 #include <thread>
 #include <utility>
-
-#include "platform/Boundary.hpp"
-#include "platform/QueueFrame.hpp"
 
 namespace platform {
 namespace {

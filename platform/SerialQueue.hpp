@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/Dispatch.hpp"
+
 #include <memory>
 #include <string>
-
-#include "platform/Dispatch.hpp"
 
 namespace platform {
 

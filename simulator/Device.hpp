@@ -1,5 +1,12 @@
 #pragma once
 
+#include "simulator/Fault.hpp"
+#include "simulator/Profile.hpp"
+#include "simulator/Record.hpp"
+#include "simulator/SettingsStore.hpp"
+#include "simulator/Types.hpp"
+#include "simulator/Wire.hpp"
+
 #include <array>
 #include <cstdint>
 #include <deque>
@@ -9,13 +16,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "simulator/Fault.hpp"
-#include "simulator/Profile.hpp"
-#include "simulator/Record.hpp"
-#include "simulator/SettingsStore.hpp"
-#include "simulator/Types.hpp"
-#include "simulator/Wire.hpp"
 
 namespace simulator {
 

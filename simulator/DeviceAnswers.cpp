@@ -1,8 +1,8 @@
 // The device's mouth: from an answer, through the faults, to USB packets in a pipe.
+#include "simulator/Device.hpp"
+
 #include <algorithm>
 #include <utility>
-
-#include "simulator/Device.hpp"
 
 namespace simulator {
 namespace {

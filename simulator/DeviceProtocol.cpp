@@ -1,7 +1,7 @@
 // The device's ear: what the host writes, from single USB packets to commands.
-#include <algorithm>
-
 #include "simulator/Device.hpp"
+
+#include <algorithm>
 
 namespace simulator {
 namespace {

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "platform/IOReturn.hpp"
+#include "simulator/Types.hpp"
+#include "simulator/Wire.hpp"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "platform/IOReturn.hpp"
-#include "simulator/Types.hpp"
-#include "simulator/Wire.hpp"
 
 namespace simulator {
 

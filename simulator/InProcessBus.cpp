@@ -1,11 +1,11 @@
 #include "simulator/InProcessBus.hpp"
 
+#include "simulator/impl/BusCore.hpp"
+#include "simulator/impl/UsbObjects.hpp"
+
 #include <algorithm>
 #include <functional>
 #include <utility>
-
-#include "simulator/impl/BusCore.hpp"
-#include "simulator/impl/UsbObjects.hpp"
 
 namespace simulator {
 namespace {

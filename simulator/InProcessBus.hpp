@@ -1,14 +1,14 @@
 #pragma once
 
+#include "platform/IORegistry.hpp"
+#include "simulator/Device.hpp"
+#include "simulator/Types.hpp"
+
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "platform/IORegistry.hpp"
-#include "simulator/Device.hpp"
-#include "simulator/Types.hpp"
 
 namespace simulator {
 

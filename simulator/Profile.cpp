@@ -1,9 +1,9 @@
 #include "simulator/Profile.hpp"
 
+#include "simulator/Wire.hpp"
+
 #include <algorithm>
 #include <sstream>
-
-#include "simulator/Wire.hpp"
 
 namespace simulator {
 namespace {

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "platform/IOUSB.hpp"
+#include "platform/VendorId.hpp"
+#include "simulator/Types.hpp"
+
 #include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "platform/IOUSB.hpp"
-#include "platform/VendorId.hpp"
-#include "simulator/Types.hpp"
 
 namespace simulator {
 

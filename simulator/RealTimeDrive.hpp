@@ -1,10 +1,10 @@
 #pragma once
 
+#include "simulator/Types.hpp"
+
 #include <condition_variable>
 #include <mutex>
 #include <thread>
-
-#include "simulator/Types.hpp"
 
 namespace simulator {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "simulator/Types.hpp"
+#include "simulator/Wire.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <string>
 #include <vector>
-
-#include "simulator/Types.hpp"
-#include "simulator/Wire.hpp"
 
 namespace simulator {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "platform/Clock.hpp"
+#include "simulator/Types.hpp"
+
 #include <atomic>
 #include <optional>
 #include <vector>
-
-#include "platform/Clock.hpp"
-#include "simulator/Types.hpp"
 
 namespace simulator {
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include "platform/CFRunLoop.hpp"
 #include "simulator/SimulatedClock.hpp"
+
+#include <memory>
 
 namespace simulator {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "simulator/Types.hpp"
+
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
-
-#include "simulator/Types.hpp"
 
 namespace simulator {
 

@@ -1,23 +1,23 @@
 #include "app/TrovikMode/TrovikModeUtil.hpp"
 
-#include <utility>
-
 #include "GLO/GLO_String.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+
+#include <utility>
 
 namespace {
 
 constexpr char gcFile[] = "app/TrovikMode/TrovikModeUtil";
 constexpr int gcLogLine = 55;  ///< stable identifier of the log call, known to support
 
-std::string lastPathComponent(std::string const& path) {
+std::string lastPathComponent(const std::string& path) {
     return path.substr(path.find_last_of('/') + 1);
 }
 
 }  // namespace
 
-void TrovikModeUtil::populateError(Error* error, long code, std::string const& message,
-                                   glo::Exception_t const& exception) {
+void TrovikModeUtil::populateError(Error* error, long code, const std::string& message,
+                                   const glo::Exception_t& exception) {
     if (!error) return;
     std::string text = "TrovikModeIoLink: " + message + " [File: " + lastPathComponent(exception.File()) +
                        " at Line: " + std::to_string(exception.Line());

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "GLO/GLO_Exception.hpp"
 #include "app/Util/Error.hpp"
+
+#include <string>
 
 /// Domain of every error that a command to a device ends with.
 inline constexpr const char* NonvolToolErrorDomain = "NonvolToolErrorDomain";

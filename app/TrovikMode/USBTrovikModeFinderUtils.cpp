@@ -1,12 +1,12 @@
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 
-#include <memory>
-#include <mutex>
-#include <utility>
-
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
 #include "platform/VendorId.hpp"
+
+#include <memory>
+#include <mutex>
+#include <utility>
 
 namespace {
 
@@ -45,7 +45,7 @@ std::optional<std::vector<USBRegistryInfo>> USBTrovikModeFinderUtils::connectedP
         return std::nullopt;
 
     std::vector<USBRegistryInfo> devices;
-    while (auto const entry = iterator->IOIteratorNext()) {
+    while (const auto entry = iterator->IOIteratorNext()) {
         std::string path;
         std::uint64_t entryId = 0;
         if (entry->IORegistryEntryGetPath(platform::kIOServicePlane, path) == platform::kIOReturnSuccess &&
@@ -60,14 +60,14 @@ bool USBTrovikModeFinderUtils::tmDeviceConnected() {
     return connectedPaths().has_value();
 }
 
-bool USBTrovikModeFinderUtils::observeTMDevicesForType(char const* type, platform::IOServiceMatchingCallback callback,
+bool USBTrovikModeFinderUtils::observeTMDevicesForType(const char* type, platform::IOServiceMatchingCallback callback,
                                                        void* refCon) {
     auto& registry = platform::kIOMasterPortDefault();
     Observation observation;
     observation.port = registry.IONotificationPortCreate();
     observation.source = observation.port->IONotificationPortGetRunLoopSource();
     platform::CFRunLoopGetCurrent()->CFRunLoopAddSource(observation.source, platform::kCFRunLoopDefaultMode);
-    bool const isArmed =
+    const bool isArmed =
         registry.IOServiceAddMatchingNotification(*observation.port, type, createTMDeviceMatcher(), callback, refCon,
                                                   observation.iterator) == platform::kIOReturnSuccess;
     if (isArmed) {

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "app/TrovikMode/USBRegistryInfo.hpp"
+#include "platform/IORegistry.hpp"
+
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "app/TrovikMode/USBRegistryInfo.hpp"
-#include "platform/IORegistry.hpp"
 
 /// Finds the maker's devices that are attached in Trovik mode, and reports those that come.
 class USBTrovikModeFinderUtils {

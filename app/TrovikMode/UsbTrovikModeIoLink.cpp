@@ -1,7 +1,5 @@
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 
-#include <vector>
-
 #include "ANT/ANT_Exception.hpp"
 #include "FTX/FTX_Channel.hpp"
 #include "GLO/GLO_Exception.hpp"
@@ -10,6 +8,8 @@
 #include "THR/THR_CancelRequested.hpp"
 #include "app/TrovikMode/TrovikModeUtil.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+
+#include <vector>
 
 namespace {
 
@@ -25,12 +25,12 @@ thr::CancelRequested_t& noCancelSource() {
 
 }  // namespace
 
-std::unique_ptr<UsbTrovikModeIoLink> UsbTrovikModeIoLink::initWithPath(std::optional<std::string> const& path) {
+std::unique_ptr<UsbTrovikModeIoLink> UsbTrovikModeIoLink::initWithPath(const std::optional<std::string>& path) {
     DDLogVerbose("New UsbTrovikModeIoLink");
     std::unique_ptr<UsbTrovikModeIoLink> facade(new UsbTrovikModeIoLink);
     try {
         facade->mLink = getIolLinkForPath(path);
-    } catch (glo::Exception_t const& exception) {
+    } catch (const glo::Exception_t& exception) {
         DDLogError("Error creating UsbTrovikModeIoLink at path:%s\n%s on line %d", path ? path->c_str() : "(null)",
                    exception.File().c_str(), exception.Line());
         return nullptr;
@@ -39,7 +39,7 @@ std::unique_ptr<UsbTrovikModeIoLink> UsbTrovikModeIoLink::initWithPath(std::opti
     return facade;
 }
 
-glo::AutoPtr<iol::Link_t> UsbTrovikModeIoLink::getIolLinkForPath(std::optional<std::string> const& path) {
+glo::AutoPtr<iol::Link_t> UsbTrovikModeIoLink::getIolLinkForPath(const std::optional<std::string>& path) {
     if (!path) throw glo::InvalidInput_t(L"USB IO Path not specified", gcFile, gcNoPathLine);
     return glo::AutoPtr<iol::Link_t>(
         new iou::UsbLink_t(noCancelSource(), *path, iou::UsbLink_t::PacketCheckingModeDefault, iol::gcDefaultTimeout));
@@ -54,11 +54,11 @@ bool UsbTrovikModeIoLink::sendIopCommand(std::uint16_t command, ByteView data, b
             channel.GetPacket(response);
         }
         return true;
-    } catch (glo::Timeout_t const& exception) {
+    } catch (const glo::Timeout_t& exception) {
         TrovikModeUtil::populateError(error, 0, "issueCommand Timeout", exception);
-    } catch (ant::AuthenticateReject_t const& exception) {
+    } catch (const ant::AuthenticateReject_t& exception) {
         TrovikModeUtil::populateError(error, 0, "issueCommand Authentication Rejected", exception);
-    } catch (glo::Exception_t const& exception) {
+    } catch (const glo::Exception_t& exception) {
         TrovikModeUtil::populateError(error, 0, "issueCommand Failed", exception);
     } catch (...) {
         TrovikModeUtil::populateError(error, 0, "issueCommand Failed: Unknown Exception", glo::Exception_t());

@@ -1,14 +1,14 @@
 #pragma once
 
+#include "GLO/GLO_AutoPtr.hpp"
+#include "IOL/IOL_Link.hpp"
+#include "app/Util/Error.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
-
-#include "GLO/GLO_AutoPtr.hpp"
-#include "IOL/IOL_Link.hpp"
-#include "app/Util/Error.hpp"
 
 using ByteView = std::span<const unsigned char>;
 

@@ -1,6 +1,7 @@
 #include "app/Util/ConstraintLayout.hpp"
 
 #include <QWidget>
+
 #include <algorithm>
 
 ConstraintLayout& ConstraintLayout::of(QWidget& container) {

@@ -2,6 +2,7 @@
 
 #include <QLayout>
 #include <QSize>
+
 #include <memory>
 #include <vector>
 

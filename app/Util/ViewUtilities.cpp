@@ -12,6 +12,7 @@
 #include <QStyle>
 #include <QTextEdit>
 #include <QVariant>
+
 #include <array>
 
 namespace ViewUtilities {

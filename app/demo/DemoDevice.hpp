@@ -1,11 +1,11 @@
 #pragma once
 
+#include "simulator/InProcessBus.hpp"
+#include "simulator/RealTimeDrive.hpp"
+
 #include <functional>
 #include <string>
 #include <vector>
-
-#include "simulator/InProcessBus.hpp"
-#include "simulator/RealTimeDrive.hpp"
 
 /// The demo's one simulated device, on a bus of its own in real time. Any thread.
 class DemoDevice {

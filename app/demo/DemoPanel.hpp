@@ -1,8 +1,8 @@
 #pragma once
 
-#include <QDockWidget>
-
 #include "app/demo/DemoDevice.hpp"
+
+#include <QDockWidget>
 
 class QComboBox;
 class QLabel;

@@ -1,5 +1,7 @@
 #include "app/demo/DemoRun.hpp"
 
+#include "app/AppDelegate.hpp"
+
 #include <QApplication>
 #include <QDir>
 #include <QLabel>
@@ -10,9 +12,8 @@
 #include <QPushButton>
 #include <QTime>
 #include <QWindow>
-#include <cstdio>
 
-#include "app/AppDelegate.hpp"
+#include <cstdio>
 
 namespace {
 

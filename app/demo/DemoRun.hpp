@@ -1,12 +1,13 @@
 #pragma once
 
+#include "app/demo/DemoDevice.hpp"
+
 #include <QObject>
 #include <QPointer>
 #include <QString>
 #include <QTimer>
-#include <functional>
 
-#include "app/demo/DemoDevice.hpp"
+#include <functional>
 
 class AppDelegate;
 class QMessageBox;

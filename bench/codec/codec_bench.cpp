@@ -6,6 +6,9 @@
 //   ratio <record> to_stringstream <value> goal 0.333
 //   ratio <record> to_cursor <value>
 
+#include "IOA/IOA_Protocols.hpp"
+#include "IOA/IOA_PvtData.hpp"
+
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -19,9 +22,6 @@
 #include <tuple>
 #include <utility>
 #include <vector>
-
-#include "IOA/IOA_Protocols.hpp"
-#include "IOA/IOA_PvtData.hpp"
 
 namespace {
 
@@ -82,7 +82,7 @@ Position SamplePosition() {
 class Cursor {
   public:
     template <typename T>
-    void Put(T const& value) {
+    void Put(const T& value) {
         if (mBytes.size() - mPosition < sizeof value) mBytes.resize(mPosition + sizeof value);
         std::memcpy(mBytes.data() + mPosition, &value, sizeof value);
         mPosition += sizeof value;
@@ -103,8 +103,8 @@ class Cursor {
 };
 
 template <typename T>
-void Put(std::stringstream& stream, T const& value) {
-    stream.write(reinterpret_cast<char const*>(&value), sizeof value);
+void Put(std::stringstream& stream, const T& value) {
+    stream.write(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
 template <typename T>
@@ -134,12 +134,12 @@ void PvtFrame(benchmark::State& state) {
 
 void PvtStringstream(benchmark::State& state) {
     std::stringstream stream;
-    Position const sent = SamplePosition();
+    const Position sent = SamplePosition();
     Position read;
     bool isWhole = true;
     for (auto _ : state) {
         Rewind(stream);
-        Position::EachField(sent, [&stream](auto const& value) { Put(stream, value); });
+        Position::EachField(sent, [&stream](const auto& value) { Put(stream, value); });
         Position::EachField(read, [&](auto& value) { isWhole = Get(stream, value) && isWhole; });
         benchmark::DoNotOptimize(read.dayCount);
     }
@@ -148,11 +148,11 @@ void PvtStringstream(benchmark::State& state) {
 
 void PvtCursor(benchmark::State& state) {
     Cursor cursor;
-    Position const sent = SamplePosition();
+    const Position sent = SamplePosition();
     Position read;
     bool isWhole = true;
     for (auto _ : state) {
-        Position::EachField(sent, [&cursor](auto const& value) { cursor.Put(value); });
+        Position::EachField(sent, [&cursor](const auto& value) { cursor.Put(value); });
         cursor.Turn();
         Position::EachField(read, [&](auto& value) { isWhole = cursor.Get(value) && isWhole; });
         cursor.Turn();
@@ -179,7 +179,7 @@ void ProtocolsStringstream(benchmark::State& state) {
     std::size_t count = 0;
     for (auto _ : state) {
         Rewind(stream);
-        for (ioa::Protocol_t const& protocol : sent) {
+        for (const ioa::Protocol_t& protocol : sent) {
             Put(stream, protocol.tag);
             Put(stream, protocol.number);
         }
@@ -196,7 +196,7 @@ void ProtocolsCursor(benchmark::State& state) {
     Cursor cursor;
     std::size_t count = 0;
     for (auto _ : state) {
-        for (ioa::Protocol_t const& protocol : sent) {
+        for (const ioa::Protocol_t& protocol : sent) {
             cursor.Put(protocol.tag);
             cursor.Put(protocol.number);
         }
@@ -222,8 +222,8 @@ class MedianReporter : public benchmark::ConsoleReporter {
   public:
     MedianReporter() : ConsoleReporter(OO_Tabular) {}  // no colours: scripts read this
 
-    void ReportRuns(std::vector<Run> const& runs) override {
-        for (Run const& run : runs) {
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
             if (run.error_occurred) hasFailed = true;
             if (run.aggregate_name == "median") medians[run.run_name.function_name] = run.GetAdjustedCPUTime();
         }
@@ -250,7 +250,7 @@ int main(int argc, char** argv) {
     MedianReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     for (std::string const record : {"pvt", "protocols"}) {
-        auto const ratioTo = [&](char const* peer) {
+        const auto ratioTo = [&](const char* peer) {
             return reporter.medians[record + "/frame"] / reporter.medians[record + "/" + peer];
         };
         std::printf("ratio %s to_stringstream %.3f goal 0.333\n", record.c_str(), ratioTo("stringstream"));

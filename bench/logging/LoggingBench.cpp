@@ -4,24 +4,23 @@
 //
 // bench_logging [messages]    how many of them a throughput run has, 1,000,000 unless given
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <thread>
-#include <vector>
-
 #include "Peer.hpp"
 #include "app/Util/Logging/DDFileLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
 #include "app/Util/Logging/DDTTYLogger.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <thread>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 

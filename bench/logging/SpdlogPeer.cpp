@@ -1,9 +1,9 @@
+#include "Peer.hpp"
+
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "Peer.hpp"
 
 // The library's headers are not held to this project's warnings.
 #pragma GCC diagnostic push

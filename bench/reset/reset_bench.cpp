@@ -1,6 +1,13 @@
 // A whole reset on a device that answers at once, in process, beside a bare pair of threads that pass the same packets
 // to and fro by a mailbox each. The two take turns, round by round; the ratio is taken pair by pair.
 //   reset_bench [ROUNDS]
+#include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
+#include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
+#include "platform/Platform.hpp"
+#include "platform/linux/AsioRunLoop.hpp"
+#include "simulator/InProcessBus.hpp"
+#include "simulator/RealTimeDrive.hpp"
+
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -10,13 +17,6 @@
 #include <mutex>
 #include <thread>
 #include <vector>
-
-#include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
-#include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
-#include "platform/Platform.hpp"
-#include "platform/linux/AsioRunLoop.hpp"
-#include "simulator/InProcessBus.hpp"
-#include "simulator/RealTimeDrive.hpp"
 
 namespace {
 

@@ -1,14 +1,14 @@
 // Preloaded into a window program: ends it right after its first painted frame has been handed to the window system and
 // says how long that took and how much memory the process then held. The program itself knows nothing of it.
-#include <dlfcn.h>
-#include <unistd.h>
-
 #include <QtGui/QBackingStore>
 #include <QtGui/QRegion>
 #include <QtGui/QWindow>
+
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <dlfcn.h>
+#include <unistd.h>
 
 namespace {
 

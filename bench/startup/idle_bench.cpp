@@ -1,18 +1,17 @@
 // Wake-ups of the idle tool: how often each of its threads was scheduled in a span of time with nobody touching it.
 //   idle_bench TOOL [SECONDS]
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <signal.h>
+#include <spawn.h>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 extern char** environ;
 

@@ -1,15 +1,14 @@
 // Start to first painted frame, and private memory at that moment: the tool beside a bare window, in turn.
 //   startup_bench TOOL BARE PRELOAD [ROUNDS [NAME]]    NAME of the peer, "bare window" unless given
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <fcntl.h>
+#include <spawn.h>
 #include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 extern char** environ;

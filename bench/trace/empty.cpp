@@ -2,6 +2,6 @@
 
 namespace bench {
 
-void Empty(char const*) {}
+void Empty(const char*) {}
 
 }  // namespace bench

@@ -3,6 +3,6 @@
 namespace bench {
 
 /// Does nothing, where the compiler can't see it.
-void Empty(char const* text);
+void Empty(const char* text);
 
 }  // namespace bench

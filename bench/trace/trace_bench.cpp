@@ -1,14 +1,14 @@
 // What a trace on a switched-off server costs, beside the call of an empty function: at most the same.
 
+#include "WIN/WIN_DebugServer.hpp"
+#include "bench/trace/empty.hpp"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
-
-#include "WIN/WIN_DebugServer.hpp"
-#include "bench/trace/empty.hpp"
 
 namespace {
 
@@ -25,8 +25,8 @@ void Measure(benchmark::State& state, Call call) {
 /// Shows what the console shows, and keeps the medians.
 class MedianReporter : public benchmark::ConsoleReporter {
   public:
-    void ReportRuns(std::vector<Run> const& runs) override {
-        for (Run const& run : runs) {
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
             if (run.aggregate_name == "median") medians[run.run_name.function_name] = run.GetAdjustedCPUTime();
         }
         ConsoleReporter::ReportRuns(runs);
@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 1;
     MedianReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    for (char const* name : {"PrintStr", "PrintData"}) {
+    for (const char* name : {"PrintStr", "PrintData"}) {
         std::printf("ratio %s to_empty_function %.3f goal 1.0\n", name,
                     reporter.medians[name] / reporter.medians["empty"]);
     }

@@ -1,17 +1,16 @@
 #include "bench/usb/BareHost.hpp"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <unistd.h>
+#include "simulator/Wire.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <poll.h>
 #include <string_view>
-
-#include "simulator/Wire.hpp"
+#include <unistd.h>
 
 namespace bench {
 namespace {

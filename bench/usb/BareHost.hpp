@@ -1,5 +1,7 @@
 #pragma once
 
+#include "simulator/Types.hpp"
+
 #include <libudev.h>
 #include <libusb.h>
 
@@ -8,8 +10,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "simulator/Types.hpp"
 
 namespace bench {
 

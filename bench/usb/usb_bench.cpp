@@ -5,12 +5,6 @@
 // The two take turns, round by round, and the ratio is taken pair by pair. Times are the emulation's: a real bus has
 // others. What the kernel was asked for is counted as well; that is exact.
 //   usb_bench [RESETS] [ROUND TRIPS]
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <optional>
-
 #include "IOL/IOL_Frame.hpp"
 #include "IOU/IOU_UsbLink.hpp"
 #include "THR/THR_CancelRequested.hpp"
@@ -21,6 +15,12 @@
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/UdevRegistry.hpp"
 #include "simulator/umock/UmockUsb.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
 
 namespace {
 

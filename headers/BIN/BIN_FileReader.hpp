@@ -1,13 +1,13 @@
 #pragma once
 
+#include "BIN/BIN_istream.hpp"
+#include "FIL/FIL_File.hpp"
+#include "GLO/GLO_NonCopyable.hpp"
+
 #include <array>
 #include <cstdint>
 #include <ios>
 #include <string>
-
-#include "BIN/BIN_istream.hpp"
-#include "FIL/FIL_File.hpp"
-#include "GLO/GLO_NonCopyable.hpp"
 
 namespace bin {
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <cstdint>
-#include <ios>
-#include <string>
-
 #include "BIN/BIN_FileReader.hpp"
 #include "BIN/BIN_iostream.hpp"
 #include "FIL/FIL_File.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
+
+#include <cstdint>
+#include <ios>
+#include <string>
 
 namespace bin {
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "BIN/BIN_istream.hpp"
+
 #include <cstddef>
 #include <iterator>
-
-#include "BIN/BIN_istream.hpp"
 
 namespace bin {
 

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "BIN/BIN_ios.hpp"
+#include "GLO/GLO_Optional.hpp"
+
 #include <cstdint>
 #include <cstring>
 #include <string>
-
-#include "BIN/BIN_ios.hpp"
-#include "GLO/GLO_Optional.hpp"
 
 namespace bin {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <algorithm>
-#include <vector>
-
 #include "BIN/BIN_iostream.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
+
+#include <algorithm>
+#include <vector>
 
 namespace bin {
 

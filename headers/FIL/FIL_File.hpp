@@ -1,10 +1,10 @@
 #pragma once
 
+#include "GLO/GLO_NonCopyable.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
-
-#include "GLO/GLO_NonCopyable.hpp"
 
 namespace glo {
 class FileError_t;

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "GLO/GLO_Assert.hpp"
+
 #include <cstddef>
 #include <utility>
-
-#include "GLO/GLO_Assert.hpp"
 
 namespace glo {
 

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "GLO/GLO_AutoPtr.hpp"
+#include "GLO/GLO_Lock.hpp"
+#include "GLO/GLO_NonCopyable.hpp"
+
 #include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
-
-#include "GLO/GLO_AutoPtr.hpp"
-#include "GLO/GLO_Lock.hpp"
-#include "GLO/GLO_NonCopyable.hpp"
 
 namespace glo {
 

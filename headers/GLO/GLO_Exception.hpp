@@ -1,9 +1,9 @@
 #pragma once
 
+#include "GLO/GLO_DebugOutput.hpp"
+
 #include <exception>
 #include <string>
-
-#include "GLO/GLO_DebugOutput.hpp"
 
 namespace glo {
 

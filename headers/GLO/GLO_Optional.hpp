@@ -1,9 +1,9 @@
 #pragma once
 
-#include <type_traits>
-
 #include "GLO/GLO_Assert.hpp"
 #include "GLO/GLO_AutoPtr.hpp"
+
+#include <type_traits>
 
 namespace glo {
 

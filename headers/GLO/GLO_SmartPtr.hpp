@@ -1,11 +1,11 @@
 #pragma once
 
+#include "GLO/GLO_Assert.hpp"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
-
-#include "GLO/GLO_Assert.hpp"
 
 namespace glo {
 

@@ -25,7 +25,7 @@ class Candidates_t {
     /// with white space between them; a protocol that doesn't read ends its row. Of two rows for the same product and
     /// version the first wins.
     /// @param common  protocols appended to every row
-    Candidates_t(unsigned int count, char const* const* rows, std::string const& common);
+    Candidates_t(unsigned int count, const char* const* rows, const std::string& common);
 
     /// Finds the row with the largest minimum version that isn't above the given one.
     /// @param result  filled only when the row is found
@@ -40,15 +40,15 @@ class Candidates_t {
 };
 
 /// Whole lists, for devices that send none. Built by the first caller; any thread.
-Candidates_t const& NoPcpCandidates();
+const Candidates_t& NoPcpCandidates();
 
 /// What devices of old leave out of the list that they send. Built by the first caller; any thread.
-Candidates_t const& IncompletePcpCandidates();
+const Candidates_t& IncompletePcpCandidates();
 
 /// Replaces the list of a device that sent none by what is known of it; without a row the list stays empty.
-void SynthesizeMissingPcp(ProductData_t const& productData, Protocols_t& protocols);
+void SynthesizeMissingPcp(const ProductData_t& productData, Protocols_t& protocols);
 
 /// Appends what the device is known to leave out and, whatever the device, A001.
-void AppendMissingProtocols(ProductData_t const& productData, Protocols_t& protocols);
+void AppendMissingProtocols(const ProductData_t& productData, Protocols_t& protocols);
 
 }  // namespace ioa

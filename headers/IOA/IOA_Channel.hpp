@@ -7,7 +7,6 @@
 #include "IOA/IOA_PvtData.hpp"
 #include "IOA/IOA_RawPackets.hpp"
 #include "IOA/IOA_Records.hpp"
-
 #include "IOL/IOL_Link.hpp"
 #include "WIN/WIN_Duration.hpp"
 
@@ -37,14 +36,14 @@ class Channel_t {
     /// Sends nothing.
     virtual ~Channel_t();
 
-    Channel_t(Channel_t const&) = delete;
-    Channel_t& operator=(Channel_t const&) = delete;
+    Channel_t(const Channel_t&) = delete;
+    Channel_t& operator=(const Channel_t&) = delete;
 
     // What the identification found out.
 
-    ProductData_t const& Product() const { return mProductData; }
-    ProductDataExt_t const& ProductExt() const { return mProductDataExt; }  ///< empty when the device didn't send it
-    Protocols_t const& Protocols() const { return mProtocols; }             ///< never empty
+    const ProductData_t& Product() const { return mProductData; }
+    const ProductDataExt_t& ProductExt() const { return mProductDataExt; }  ///< empty when the device didn't send it
+    const Protocols_t& Protocols() const { return mProtocols; }             ///< never empty
 
     /// Sends a raw command: the command number becomes the frame's id. A reply is the caller's to await.
     void SendIopCommand(unsigned short command, std::vector<unsigned char> data);
@@ -53,13 +52,13 @@ class Channel_t {
     void SendCommand(unsigned short command) const;
 
     void GetPacket(iol::Packet_t& packet) const;
-    void SendPacket(iol::Packet_t const& packet) const;
+    void SendPacket(const iol::Packet_t& packet) const;
 
     unsigned int GetUnitID();
     std::wstring GetUnitName();
-    void SetUnitName(std::wstring const& name);
+    void SetUnitName(const std::wstring& name);
     TimeData_t GetTimeData();
-    void SetTimeData(TimeData_t const& time);
+    void SetTimeData(const TimeData_t& time);
     void SendKeepAlive() const;
     unsigned int GetDeviceDisconnectTimeout() const;
 
@@ -94,7 +93,7 @@ class Channel_t {
 
     /// What to call the device in front of a person: its owner's name for it, else the model's, then with the extra
     /// text in parentheses. A failure to get the owner's name counts as none.
-    std::wstring DisplayName(std::wstring const& extra);
+    std::wstring DisplayName(const std::wstring& extra);
 
   private:
     void Identify();

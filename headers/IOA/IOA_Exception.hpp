@@ -9,7 +9,7 @@ namespace ioa {
 /// A reply that is well formed but wrong, and root of the other failures of the application protocol.
 class Exception_t : public iol::Exception_t {
   public:
-    Exception_t(char const* file, unsigned short line, std::wstring const& message = {});
+    Exception_t(const char* file, unsigned short line, const std::wstring& message = {});
 };
 
 /// A checksum doesn't match.
@@ -33,7 +33,7 @@ class ProtocolNotSupportedException_t : public Exception_t {
 /// Failure of a file transfer. Not a communications error: the transfer failed, not the device.
 class GftpException_t : public glo::Exception_t {
   public:
-    GftpException_t(char const* file, unsigned short line, std::wstring const& message = {});
+    GftpException_t(const char* file, unsigned short line, const std::wstring& message = {});
 };
 
 /// A fault in the file transfer's own bookkeeping.

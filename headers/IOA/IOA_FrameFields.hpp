@@ -14,7 +14,7 @@ namespace ioa {
 /// @param file, line  raise site to report
 /// @throws iol::BadFrame_t  too short; fields before the missing one have been read
 template <typename... Fields_t>
-void ReadFields(iol::Frame_t const& frame, char const* file, unsigned short line, Fields_t&... fields) {
+void ReadFields(const iol::Frame_t& frame, const char* file, unsigned short line, Fields_t&... fields) {
     iol::FrameStream_t stream(frame);
     (stream >> ... >> fields);
     if (stream.fail()) throw iol::BadFrame_t(frame, file, line);
@@ -23,7 +23,7 @@ void ReadFields(iol::Frame_t const& frame, char const* file, unsigned short line
 /// Builds a frame whose payload is the fields in their order, in the widths of the binary streams. Records are of fixed
 /// size, so the payload is put together on the stack and copied once.
 template <typename... Fields_t>
-iol::Frame_t WriteFields(unsigned short id, Fields_t const&... fields) {
+iol::Frame_t WriteFields(unsigned short id, const Fields_t&... fields) {
     // A long would lose half of itself on its way through a stream, a bool its type.
     static_assert(((std::is_arithmetic_v<Fields_t> && !std::is_same_v<Fields_t, long> &&
                     !std::is_same_v<Fields_t, unsigned long> && !std::is_same_v<Fields_t, bool>)&&...));

@@ -23,7 +23,7 @@ class Packet_t : public iol::Packet_t {
     explicit Packet_t(Value_t initial = Value_t()) : iol::Packet_t(Id_v), value(initial) {}
 
     /// @throws iol::BadFrame_t  the payload is shorter than the value
-    void AcceptFrame(iol::Frame_t const& frame) override {
+    void AcceptFrame(const iol::Frame_t& frame) override {
         iol::Packet_t::AcceptFrame(frame);
         ReadFields(frame, "../IOA/IOA_Packet.hpp", __LINE__, value);
     }

@@ -25,7 +25,7 @@ class ProductData_t : public iol::Packet_t {
 
     /// Appends to the descriptions; a text without its closing 0 is dropped.
     /// @throws iol::BadFrame_t  too short for the two numbers
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     /// What to call the model in front of a person: the first description up to its software version.
@@ -45,7 +45,7 @@ class ProductDataExt_t : public iol::Packet_t {
     ProductDataExt_t();
 
     /// Appends to the descriptions; a text without its closing 0 is dropped.
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     std::vector<std::wstring> descriptions;

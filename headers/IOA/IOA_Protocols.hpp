@@ -18,7 +18,7 @@ struct Protocol_t {
     /// The tag and the number in at least three digits, as in A010.
     std::string Str() const;
 
-    bool operator==(Protocol_t const&) const = default;
+    bool operator==(const Protocol_t&) const = default;
 };
 
 /// What a device speaks, in its own order: each 'A' entry is followed by the 'D' entries of the data types that the
@@ -42,25 +42,25 @@ class Protocols_t : public iol::Packet_t {
     Protocols_t();
 
     /// Appends the frame's records to the list; a trailing fragment of a record is ignored. Never throws for bad data.
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
-    void push_back(Protocol_t const& protocol) { mProtocols.push_back(protocol); }
+    void push_back(const Protocol_t& protocol) { mProtocols.push_back(protocol); }
     void clear() { mProtocols.clear(); }
     bool empty() const { return mProtocols.empty(); }
     std::size_t size() const { return mProtocols.size(); }
-    Protocol_t const& operator[](std::size_t index) const { return mProtocols[index]; }
+    const Protocol_t& operator[](std::size_t index) const { return mProtocols[index]; }
     const_iterator begin() const { return mProtocols.begin(); }
     const_iterator end() const { return mProtocols.end(); }
 
     /// The first equal entry, or end().
-    const_iterator find(Protocol_t const& protocol) const;
+    const_iterator find(const Protocol_t& protocol) const;
 
     /// Tells whether the device has the protocol and uses it with data types of the given sets: the entries that follow
     /// its first occurrence must be 'D' entries, each in its set.
     /// @throws ioa::Exception_t  the list ends, or breaks off with another entry, before every set has had its turn: a
     ///                           malformed list is an error, not a "no"
-    bool Contains(Protocol_t const& protocol, TypeSets_t const& dataTypes) const;
+    bool Contains(const Protocol_t& protocol, const TypeSets_t& dataTypes) const;
 
     // What the device can do. Each asks Contains(), and throws what it throws.
     bool SupportsPCP() const;

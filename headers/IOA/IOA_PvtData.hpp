@@ -32,7 +32,7 @@ class PvtData_t : public iol::Packet_t {
     explicit PvtData_t(unsigned short product = 0, short version = 0);
 
     /// @throws iol::BadFrame_t  too short, or a fix of 2 and more whose position or time is no finite number
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     // Only with a fix of 2 and more; asking without one is a mistake of the program and an assertion.

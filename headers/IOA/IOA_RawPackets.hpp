@@ -12,7 +12,7 @@ class RawPacket_t : public iol::Packet_t {
     explicit RawPacket_t(unsigned short id, std::vector<unsigned char> payload = {});
 
     /// Replaces the data; any payload will do.
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     std::vector<unsigned char> data;

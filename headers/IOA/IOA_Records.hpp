@@ -17,7 +17,7 @@ class UnitIdPacket_t : public iol::Packet_t {
     static constexpr unsigned short gcId = 38;
 
     UnitIdPacket_t();
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     unsigned int unitId = 0;
@@ -29,7 +29,7 @@ class DeviceDisconnectTimeout_t : public iol::Packet_t {
     static constexpr unsigned short gcId = 1523;
 
     DeviceDisconnectTimeout_t();
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     unsigned int timeout = 0;
@@ -41,7 +41,7 @@ class UnitNamePacket_t : public iol::Packet_t {
     static constexpr unsigned short gcId = 525;
 
     explicit UnitNamePacket_t(std::wstring unitName = {});
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     std::wstring name;
@@ -62,7 +62,7 @@ class TimeData_t : public iol::Packet_t {
     static constexpr unsigned short gcId = 14;
 
     TimeData_t();
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     unsigned char month = 0;
@@ -83,7 +83,7 @@ class DataRqst_t : public iol::Packet_t {
     enum Rqst_t : unsigned int {};
 
     explicit DataRqst_t(std::set<Rqst_t> initial = {});
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     std::set<Rqst_t> requests;
@@ -95,7 +95,7 @@ class RgnSize_t : public iol::Packet_t {
     static constexpr unsigned short gcId = 981;
 
     RgnSize_t();
-    void AcceptFrame(iol::Frame_t const& frame) override;
+    void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
     long long size = 0;

@@ -11,13 +11,13 @@ class Frame_t;
 /// Failure of the link layer, and root of what the application protocol throws.
 class Exception_t : public glo::CommunicationsError_t {
   public:
-    Exception_t(char const* file, unsigned short line, std::wstring const& message);
+    Exception_t(const char* file, unsigned short line, const std::wstring& message);
 };
 
 /// A frame whose payload isn't what its id promises. The message is the frame's dump.
 class BadFrame_t : public Exception_t {
   public:
-    BadFrame_t(Frame_t const& frame, char const* file, unsigned short line);
+    BadFrame_t(const Frame_t& frame, const char* file, unsigned short line);
 };
 
 /// A transfer was abandoned.
@@ -29,7 +29,7 @@ class Abort_t : public Exception_t {
         gcProtocolAbandoned = 2,  ///< given up by the file transfer protocol
     };
 
-    Abort_t(char const* file, unsigned short line, Cause_t cause);
+    Abort_t(const char* file, unsigned short line, Cause_t cause);
 
     Cause_t Cause() const { return mCause; }
 

@@ -26,7 +26,7 @@ class Frame_t {
 
     /// Copies the bytes.
     /// @param bytes  may be null when count is 0
-    Frame_t(unsigned short id, unsigned char const* bytes, unsigned int count);
+    Frame_t(unsigned short id, const unsigned char* bytes, unsigned int count);
 
     /// Takes the bytes over without copying them.
     /// @throws iol::Exception_t  more than 4294967295 bytes
@@ -38,16 +38,16 @@ class Frame_t {
     Frame_t(unsigned short id, FrameStream_t& stream);
 
     unsigned short Id() const { return mId; }
-    unsigned char const* Data() const { return mData->bytes.data(); }
+    const unsigned char* Data() const { return mData->bytes.data(); }
     unsigned int Size() const { return static_cast<unsigned int>(mData->bytes.size()); }
-    std::vector<unsigned char> const& Bytes() const { return mData->bytes; }
+    const std::vector<unsigned char>& Bytes() const { return mData->bytes; }
 
     /// Writes the dump that diagnostics show: a heading, the id in decimal, the payload as a hex dump.
     void Write(std::wostream& stream) const;
 
   private:
     unsigned short mId;
-    glo::SmartPtr_t<Data_t const> mData;  ///< never empty
+    glo::SmartPtr_t<const Data_t> mData;  ///< never empty
 };
 
 }  // namespace iol

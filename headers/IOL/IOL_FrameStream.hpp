@@ -1,8 +1,7 @@
 #pragma once
 
-#include "IOL/IOL_Frame.hpp"
-
 #include "BIN/BIN_stringstream.hpp"
+#include "IOL/IOL_Frame.hpp"
 
 namespace iol {
 
@@ -12,7 +11,7 @@ class FrameStream_t : public bin::stringstream {
   public:
     /// A stream over no bytes, to be written into.
     FrameStream_t();
-    explicit FrameStream_t(Frame_t const& frame);
+    explicit FrameStream_t(const Frame_t& frame);
     ~FrameStream_t() override;
 };
 

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "IOL/IOL_Frame.hpp"
-
 #include "GLO/GLO_NonCopyable.hpp"
+#include "IOL/IOL_Frame.hpp"
 #include "WIN/WIN_Duration.hpp"
 
 #include <cstddef>
@@ -37,7 +36,7 @@ class Link_t : private glo::NonCopyable_t {
     /// @param timeout  milliseconds; gcDurationInfinite waits for ever
     /// @throws glo::Timeout_t  not taken in time
     /// Blocks. Owner thread only.
-    virtual void SendFrameWithTimeout(Frame_t const& frame, win::Duration_t timeout) = 0;
+    virtual void SendFrameWithTimeout(const Frame_t& frame, win::Duration_t timeout) = 0;
 
     virtual ~Link_t();
 
@@ -48,7 +47,7 @@ class Link_t : private glo::NonCopyable_t {
     /// @param timeout  milliseconds, passed to the transport as it is
     /// @throws whatever SendFrameWithTimeout throws
     /// Blocks. Owner thread only.
-    void SendPacket(Packet_t const& packet, win::Duration_t timeout);
+    void SendPacket(const Packet_t& packet, win::Duration_t timeout);
 
     /// Waits for a frame with the packet's id and reads it into the packet. Frames with other ids are lost for good.
     /// The limit is looked at before each receive, and each receive may take the whole of it: a stream of other frames
@@ -63,7 +62,7 @@ class Link_t : private glo::NonCopyable_t {
     /// @param packets  borrowed; neither empty nor holding a null pointer, else an assertion
     /// @return the position of the packet that was filled
     /// Throws and blocks like the other form. Owner thread only.
-    std::size_t GetPacket(std::vector<Packet_t*> const& packets, win::Duration_t timeout);
+    std::size_t GetPacket(const std::vector<Packet_t*>& packets, win::Duration_t timeout);
 };
 
 }  // namespace iol

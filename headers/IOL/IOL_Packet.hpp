@@ -1,8 +1,7 @@
 #pragma once
 
-#include "IOL/IOL_Frame.hpp"
-
 #include "GLO/GLO_Assert.hpp"
+#include "IOL/IOL_Frame.hpp"
 
 namespace iol {
 
@@ -19,7 +18,7 @@ class Packet_t {
     /// The frame must have the packet's id; handing over another is a fault of the caller and an assertion. A payload,
     /// whatever is in it, is never one.
     /// @throws iol::BadFrame_t  (overrides) the payload doesn't hold the packet's fields; the fields are unspecified
-    virtual void AcceptFrame(Frame_t const& frame) {
+    virtual void AcceptFrame(const Frame_t& frame) {
         glo::Assert(frame.Id() == mId, "../IOL/IOL_Packet.hpp", kWrongIdLine);
     }
 
@@ -29,8 +28,8 @@ class Packet_t {
     unsigned short Id() const { return mId; }
 
   protected:
-    Packet_t(Packet_t const&) = default;
-    Packet_t& operator=(Packet_t const&) = default;
+    Packet_t(const Packet_t&) = default;
+    Packet_t& operator=(const Packet_t&) = default;
 
   private:
     static constexpr unsigned short kWrongIdLine = 70;  ///< a stable identifier in crash reports, not this file's line

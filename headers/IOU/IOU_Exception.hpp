@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
-
 #include "GLO/GLO_Exception.hpp"
+
+#include <cstdint>
 
 namespace iou {
 
@@ -16,7 +16,7 @@ class Exception_t : public glo::CommunicationsError_t {
 /// place that reported it; the message is empty. The session that threw it throws it again at every further operation.
 class BadUsbDevice_t : public Exception_t {
   public:
-    BadUsbDevice_t(char const* file, std::uint16_t line) : Exception_t(file, line, {}) {}
+    BadUsbDevice_t(const char* file, std::uint16_t line) : Exception_t(file, line, {}) {}
 };
 
 }  // namespace iou

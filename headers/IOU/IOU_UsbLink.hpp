@@ -1,14 +1,14 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-
 #include "GLO/GLO_AutoPtr.hpp"
 #include "IOL/IOL_Frame.hpp"
 #include "IOL/IOL_Link.hpp"
 #include "IOU/IOU_Exception.hpp"
 #include "THR/THR_CancelRequested.hpp"
 #include "WIN/WIN_Duration.hpp"
+
+#include <cstdint>
+#include <string>
 
 namespace iou {
 
@@ -32,7 +32,7 @@ class UsbLink_t : public iol::Link_t {
     /// @throws iou::BadUsbDevice_t  a pipe reported an error
     /// @throws int                  always 1: the device could not be opened; the system log says why
     /// Whatever is thrown, the device has been closed again. Blocks. Owner thread only.
-    UsbLink_t(thr::CancelRequested_t& cancel, std::string const& registryPath, PacketCheckingMode_t mode,
+    UsbLink_t(thr::CancelRequested_t& cancel, const std::string& registryPath, PacketCheckingMode_t mode,
               win::Duration_t timeout);
 
     /// Ends the session and closes the device; transfers under way are taken back. Owner thread only.
@@ -50,7 +50,7 @@ class UsbLink_t : public iol::Link_t {
     /// @throws glo::Timeout_t       not written in time; part of it may have left, the session stays usable
     /// @throws iou::BadUsbDevice_t  a pipe reported an error, now or earlier
     /// Blocks. Owner thread only.
-    void SendFrameWithTimeout(iol::Frame_t const& frame, win::Duration_t timeout) override;
+    void SendFrameWithTimeout(const iol::Frame_t& frame, win::Duration_t timeout) override;
 
     /// Bytes of payload that one frame may carry: what the device said at the start of the session, else 255.
     std::uint32_t MaxPacketSize() const override;

@@ -40,7 +40,7 @@ class CancelRequested_t {
     /// @return 1 after the full time, 0 when cancelled during it
     /// Blocks.
     virtual int Wait(win::Duration_t duration) const = 0;
-    virtual int Wait(std::vector<int> const& handles, win::Duration_t duration) const = 0;
+    virtual int Wait(const std::vector<int>& handles, win::Duration_t duration) const = 0;
 
     virtual bool operator()() const = 0;
 };
@@ -51,9 +51,9 @@ class CancelRequested_t {
 class CancelRequestedFunctor_t : public CancelRequested_t {
   public:
     /// @param source  the object to watch, none for a free-standing flag; borrowed, must outlive the functor
-    explicit CancelRequestedFunctor_t(CancelSourceIntf_t const* source = nullptr) : mSource(source) {}
-    CancelRequestedFunctor_t(CancelRequestedFunctor_t const& other);
-    CancelRequestedFunctor_t& operator=(CancelRequestedFunctor_t const& other);
+    explicit CancelRequestedFunctor_t(const CancelSourceIntf_t* source = nullptr) : mSource(source) {}
+    CancelRequestedFunctor_t(const CancelRequestedFunctor_t& other);
+    CancelRequestedFunctor_t& operator=(const CancelRequestedFunctor_t& other);
     ~CancelRequestedFunctor_t() override;
 
     void Clear() override;
@@ -70,13 +70,13 @@ class CancelRequestedFunctor_t : public CancelRequested_t {
     /// meanwhile; the list of handles is ignored.
     /// Blocks.
     int Wait(win::Duration_t duration) const override;
-    int Wait(std::vector<int> const& handles, win::Duration_t duration) const override;
+    int Wait(const std::vector<int>& handles, win::Duration_t duration) const override;
 
     /// Once true it stays true until Clear().
     bool operator()() const override;
 
   private:
-    CancelSourceIntf_t const* mSource;
+    const CancelSourceIntf_t* mSource;
     mutable std::atomic<bool> mRequested{false};
 };
 

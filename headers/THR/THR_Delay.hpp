@@ -10,6 +10,6 @@ class CancelRequested_t;
 /// @param milliseconds  0 returns at once
 /// @throws glo::Terminate_t  cancelled during the delay
 /// Blocks. Any thread.
-void Delay(unsigned int milliseconds, CancelRequested_t const& cancel);
+void Delay(unsigned int milliseconds, const CancelRequested_t& cancel);
 
 }  // namespace thr

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <map>
-#include <memory>
-
 #include "GLO/GLO_AutoPtr.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalReference.hpp"
 #include "THR/THR_MessagePort.hpp"
 #include "THR/THR_ObjectId.hpp"
+
+#include <map>
+#include <memory>
 
 namespace thr {
 
@@ -28,7 +28,7 @@ class LocalPort_t : public MessageHandlerIntf_t, private glo::NonCopyable_t {
 
     /// Ids 100 and 200, see the header of the port.
     /// @throws thr::Exception_t  any other id, or no such object
-    void ProcessMessage(Stack_t& stack, std::int32_t id, std::wstring const& name) override;
+    void ProcessMessage(Stack_t& stack, std::int32_t id, const std::wstring& name) override;
 
     void InvokeAsync(Stack_t& stack);
 
@@ -39,7 +39,7 @@ class LocalPort_t : public MessageHandlerIntf_t, private glo::NonCopyable_t {
     ///     id 400, pushed last   id of the object, then message, line in 2 bytes and file of the exception
     ///
     /// @throws thr::Exception_t  the caller is gone
-    void InvokeSync(Stack_t& stack, std::wstring const& replyTo);
+    void InvokeSync(Stack_t& stack, const std::wstring& replyTo);
 
     /// Pops an object's id and finds its reference. Shared, since the call that is about to run may take it out.
     /// @throws thr::Exception_t  no such object here
@@ -55,7 +55,7 @@ class LocalPort_t : public MessageHandlerIntf_t, private glo::NonCopyable_t {
     /// @throws thr::BadStackException_t  it is not on top; the stack is unchanged
     void Pop(Stack_t& stack) const;
 
-    std::wstring const& Name() const { return mPort.Name(); }
+    const std::wstring& Name() const { return mPort.Name(); }
 
   private:
     std::map<ObjectId_t, std::shared_ptr<LocalReference_t>> mReferences;

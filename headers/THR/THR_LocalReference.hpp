@@ -41,7 +41,7 @@ class LocalReference_t : public glo::NonCopyable_t {
 
   private:
     Object_t* mObject;  ///< null once given up
-    ObjectId_t const mId;
+    const ObjectId_t mId;
 };
 
 }  // namespace thr

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "THR/THR_Exception.hpp"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "THR/THR_Exception.hpp"
 
 namespace platform {
 class CFMessagePort;
@@ -31,7 +31,7 @@ class MessageHandlerIntf_t {
     /// @param stack  the sender's values, without the name that came on top
     /// @param name   what the sender passed to SendStack()
     /// What it throws is logged and dropped. Callback on the thread that made the port.
-    virtual void ProcessMessage(Stack_t& stack, std::int32_t id, std::wstring const& name) = 0;
+    virtual void ProcessMessage(Stack_t& stack, std::int32_t id, const std::wstring& name) = 0;
 };
 
 /// One end of a named message port: the receiving end, which belongs to the thread that made it and is served by that
@@ -44,25 +44,25 @@ class MessagePort_t {
     explicit MessagePort_t(MessageHandlerIntf_t* handler);
 
     /// Connects to the receiving port of that name. One that doesn't exist makes every send fail.
-    explicit MessagePort_t(std::wstring const& name);
+    explicit MessagePort_t(const std::wstring& name);
     ~MessagePort_t();
-    MessagePort_t(MessagePort_t const&) = delete;
-    MessagePort_t& operator=(MessagePort_t const&) = delete;
+    MessagePort_t(const MessagePort_t&) = delete;
+    MessagePort_t& operator=(const MessagePort_t&) = delete;
 
-    std::wstring const& Name() const { return mName; }
+    const std::wstring& Name() const { return mName; }
 
     /// Pushes the name and sends the stack. While the other side's queue is full, tries again every 0.1 s, without
     /// limit, and serves this thread's own run loop in between: two threads that call each other get on.
     /// @throws thr::Exception_t  the stack is empty, or the other side is gone; nothing was sent
     /// Blocks. Any thread.
-    void SendStack(std::int32_t id, Stack_t& stack, std::wstring const& name);
+    void SendStack(std::int32_t id, Stack_t& stack, const std::wstring& name);
 
     /// Has the block run on this thread's run loop once the other side is gone, after every message that the other
     /// side's thread sent to this one. Owner thread only.
     void WhenInvalid(std::function<void()> block);
 
   private:
-    static void HandlePortMessage(std::int32_t id, std::vector<unsigned char> const& data,
+    static void HandlePortMessage(std::int32_t id, const std::vector<unsigned char>& data,
                                   MessageHandlerIntf_t* handler);
 
     std::unique_ptr<platform::CFMessagePort> mPort;  ///< null when there is nothing to connect to

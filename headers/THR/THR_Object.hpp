@@ -1,13 +1,13 @@
 #pragma once
 
-#include <cstdint>
-
 #include "GLO/GLO_AutoPtr.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
 #include "THR/THR_CancelRequested.hpp"
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalReference.hpp"
 #include "THR/THR_ObjectId.hpp"
+
+#include <cstdint>
 
 namespace thr {
 
@@ -61,7 +61,7 @@ class Object_t : public CancelSourceIntf_t, private glo::NonCopyable_t {
 
   private:
     mutable CancelRequestedFunctor_t mCancel;
-    ObjectId_t const mId = ObjectId_t::Next();
+    const ObjectId_t mId = ObjectId_t::Next();
     mutable bool mIsCancelRequested = false;
     std::uint32_t mRetainCount = 0;
 };

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "THR/THR_Exception.hpp"
+
 #include <compare>
 #include <cstdint>
-
-#include "THR/THR_Exception.hpp"
 
 namespace thr {
 
@@ -17,7 +17,7 @@ class ObjectId_t {
     /// One that no other object of the process has.
     static ObjectId_t Next();
 
-    auto operator<=>(ObjectId_t const&) const = default;
+    auto operator<=>(const ObjectId_t&) const = default;
 
     void Push(Stack_t& stack) const;
 

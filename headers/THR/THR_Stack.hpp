@@ -1,5 +1,10 @@
 #pragma once
 
+#include "GEO/GEO_Position.hpp"
+#include "GLO/GLO_Time.hpp"
+#include "THR/THR_Exception.hpp"
+#include "WIN/WIN_Duration.hpp"
+
 #include <concepts>
 #include <cstddef>
 #include <string>
@@ -7,18 +12,13 @@
 #include <utility>
 #include <vector>
 
-#include "GEO/GEO_Position.hpp"
-#include "GLO/GLO_Time.hpp"
-#include "THR/THR_Exception.hpp"
-#include "WIN/WIN_Duration.hpp"
-
 namespace thr {
 
 class Stack_t;
 
 /// A value type that knows its own layout on a stack.
 template <typename T>
-concept StackValue = requires(T const& constant, T& value, Stack_t& stack) {
+concept StackValue = requires(const T& constant, T& value, Stack_t& stack) {
     constant.Push(stack);
     value.Pop(stack);
 };
@@ -48,38 +48,38 @@ class Stack_t {
     Stack_t() = default;
     explicit Stack_t(std::vector<unsigned char> bytes) : mBytes(std::move(bytes)) {}
 
-    void Push(void const* source, std::size_t count);
+    void Push(const void* source, std::size_t count);
 
     /// Takes the last bytes off.
     /// @param file, line  the caller's position, for the exception
     /// @throws thr::BadStackException_t  fewer bytes are left; the stack is unchanged
-    void Pop(void* destination, std::size_t count, char const* file, unsigned short line);
+    void Pop(void* destination, std::size_t count, const char* file, unsigned short line);
 
     /// Checks that so many bytes are left.
     /// @throws thr::BadStackException_t  they are not; its message has both numbers and a dump of the stack
-    void Require(std::size_t count, char const* file, unsigned short line) const;
+    void Require(std::size_t count, const char* file, unsigned short line) const;
 
     bool IsEmpty() const { return mBytes.empty(); }
-    std::vector<unsigned char> const& Bytes() const { return mBytes; }
+    const std::vector<unsigned char>& Bytes() const { return mBytes; }
 
   private:
     std::vector<unsigned char> mBytes;
 };
 
 template <StackScalar T>
-Stack_t& operator<<(Stack_t& stack, T const& value) {
+Stack_t& operator<<(Stack_t& stack, const T& value) {
     stack.Push(&value, sizeof value);
     return stack;
 }
 
 template <StackValue T>
-Stack_t& operator<<(Stack_t& stack, T const& value) {
+Stack_t& operator<<(Stack_t& stack, const T& value) {
     value.Push(stack);
     return stack;
 }
 
-Stack_t& operator<<(Stack_t& stack, std::string const& text);
-Stack_t& operator<<(Stack_t& stack, std::wstring const& text);
+Stack_t& operator<<(Stack_t& stack, const std::string& text);
+Stack_t& operator<<(Stack_t& stack, const std::wstring& text);
 
 /// Each takes what its counterpart above pushed.
 /// @throws thr::BadStackException_t  too few bytes; the value is unchanged

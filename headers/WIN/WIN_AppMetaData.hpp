@@ -1,11 +1,11 @@
 #pragma once
 
-#include <string>
-
 #include "GLO/GLO_AutoPtr.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
 #include "GLO/GLO_Optional.hpp"
 #include "WIN/WIN_Version.hpp"
+
+#include <string>
 
 namespace win {
 
@@ -29,17 +29,17 @@ class AppMetaData_t : public glo::NonCopyable_t {
   public:
     explicit AppMetaData_t(glo::AutoPtr<AppMetaDataContainer_t> container) : mContainer(std::move(container)) {}
 
-    std::wstring const& ProductName() const { return mContainer->mProductName; }
-    std::wstring const& InternalName() const { return mContainer->mInternalName; }
-    Version_t const& Version() const { return mContainer->mVersion; }
-    std::wstring const& PartNumber() const { return mContainer->mPartNumber; }
-    std::wstring const& BetaEmail() const { return mContainer->mBetaEmail; }
-    std::wstring const& BuildDate() const { return mContainer->mBuildDate; }
-    std::wstring const& BuildTime() const { return mContainer->mBuildTime; }
-    std::wstring const& BuildUserId() const { return mContainer->mBuildUserId; }
-    std::wstring const& ClassNameGuid() const { return mContainer->mClassNameGuid; }
-    std::wstring const& BuildType() const { return mContainer->mBuildType; }
-    std::wstring const& Copyright() const { return mContainer->mCopyright; }
+    const std::wstring& ProductName() const { return mContainer->mProductName; }
+    const std::wstring& InternalName() const { return mContainer->mInternalName; }
+    const Version_t& Version() const { return mContainer->mVersion; }
+    const std::wstring& PartNumber() const { return mContainer->mPartNumber; }
+    const std::wstring& BetaEmail() const { return mContainer->mBetaEmail; }
+    const std::wstring& BuildDate() const { return mContainer->mBuildDate; }
+    const std::wstring& BuildTime() const { return mContainer->mBuildTime; }
+    const std::wstring& BuildUserId() const { return mContainer->mBuildUserId; }
+    const std::wstring& ClassNameGuid() const { return mContainer->mClassNameGuid; }
+    const std::wstring& BuildType() const { return mContainer->mBuildType; }
+    const std::wstring& Copyright() const { return mContainer->mCopyright; }
 
     /// Three parts of the version for a release; else all four and the build type: "2.0.1.7 Alpha".
     std::wstring FormattedVersion() const;
@@ -55,7 +55,7 @@ class AppMetaData_t : public glo::NonCopyable_t {
     /// A release that the release account "SQA" built. A release of any other account deliberately doesn't count.
     bool IsRelease() const;
 
-    static bool IsReleaseBuildType(std::wstring const& type) { return type == L"Release"; }
+    static bool IsReleaseBuildType(const std::wstring& type) { return type == L"Release"; }
 
   private:
     glo::AutoPtr<AppMetaDataContainer_t> mContainer;
@@ -63,7 +63,7 @@ class AppMetaData_t : public glo::NonCopyable_t {
 
 /// The process's metadata, made at the first call from the container that was handed over before, else from the bundle.
 /// Any thread.
-AppMetaData_t const& AppMetaData();
+const AppMetaData_t& AppMetaData();
 
 /// Hands a container over for the first AppMetaData() call; after that call it is kept and ignored.
 /// @param container  owned by the library from here on

@@ -3,8 +3,8 @@
 namespace win {
 
 /// Fixed when the library was compiled; taken from SOURCE_DATE_EPOCH where that is set, so that two builds are alike.
-char const* BuildDate();    ///< "Mar  2 2017", the day padded to two characters
-char const* BuildTime();    ///< "hh:mm:ss"
-char const* BuildUserId();  ///< the account that built it
+const char* BuildDate();    ///< "Mar  2 2017", the day padded to two characters
+const char* BuildTime();    ///< "hh:mm:ss"
+const char* BuildUserId();  ///< the account that built it
 
 }  // namespace win

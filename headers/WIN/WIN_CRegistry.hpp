@@ -1,10 +1,10 @@
 #pragma once
 
-#include <string>
-
 #include "GLO/GLO_NonCopyable.hpp"
 #include "WIN/WIN_MacRegistryStore.hpp"
 #include "WIN/WIN_TXString.hpp"
+
+#include <string>
 
 /// The registry's roots. Both open paths in the one tree; the number never selects another one.
 inline constexpr int gcRegistryCurrentUser = 1;
@@ -29,24 +29,24 @@ class CRegistry : public glo::NonCopyable_t {
 
     /// @param create  makes the keys that are missing; without it a path with a missing key fails and makes nothing
     /// @return false when there is no such path, or when it leads through a value
-    bool OpenKeyPath(TXString const& path, bool create);
+    bool OpenKeyPath(const TXString& path, bool create);
     void CloseKeyPath() { mOpenKey.reset(); }
 
-    bool Read(TXString const& name, TXString& value) const;
-    bool Read(TXString const& name, int& value) const;
+    bool Read(const TXString& name, TXString& value) const;
+    bool Read(const TXString& name, int& value) const;
 
     /// @param buffer  filled only when the data fits; may be null
     /// @param size    of the buffer, in bytes
     /// @return gcAbsent for no such value or no open key, 0 for one that is no data, else the length of the data
-    unsigned int Read(TXString const& name, void* buffer, unsigned int size) const;
+    unsigned int Read(const TXString& name, void* buffer, unsigned int size) const;
 
-    bool Write(TXString const& name, TXString const& value);
-    bool Write(TXString const& name, int value);
-    bool Write(TXString const& name, void const* data, unsigned int size);
-    bool Remove(TXString const& name);
+    bool Write(const TXString& name, const TXString& value);
+    bool Write(const TXString& name, int value);
+    bool Write(const TXString& name, const void* data, unsigned int size);
+    bool Remove(const TXString& name);
 
     /// Removes the key that the path ends with from its parent. The path starts at the root, not at the open key.
-    bool RemoveTerminalNodeOfPath(TXString const& path);
+    bool RemoveTerminalNodeOfPath(const TXString& path);
 
     /// Values and subkeys are counted apart, each in one order that changes only with the entries.
     int ValueCount() const { return CountOf(false); }
@@ -60,17 +60,17 @@ class CRegistry : public glo::NonCopyable_t {
     enum class UserScope_t { CurrentUser, AnyUser };
     enum class HostScope_t { CurrentHost, AnyHost };
 
-    Subkey_t Walk(std::string const& path, bool create) const;
-    platform::PropertyList const* Find(TXString const& name) const;
-    bool Store(TXString const& name, platform::PropertyList value);
+    Subkey_t Walk(const std::string& path, bool create) const;
+    const platform::PropertyList* Find(const TXString& name) const;
+    bool Store(const TXString& name, platform::PropertyList value);
     int CountOf(bool subkeys) const;
     bool NameOf(int index, bool subkeys, TXString& name) const;
 
-    TXString const mStoreName = L"RegistryRoot";
+    const TXString mStoreName = L"RegistryRoot";
     Subkey_t mOpenKey;
     bool mIsDirty = false;
     // What the platform would be asked for; nothing reads them, nor the store's name, with one file for each user.
-    UserScope_t const mUserScope;
-    HostScope_t const mHostScope;
+    const UserScope_t mUserScope;
+    const HostScope_t mHostScope;
     std::wstring const mBundleIdentifier;
 };

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <atomic>
-#include <memory>
-
 #include "GLO/GLO_NonCopyable.hpp"
 #include "WIN/WIN_Duration.hpp"
+
+#include <atomic>
+#include <memory>
 
 class WINNativeTimer_t;
 

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <fstream>
-#include <string>
-#include <type_traits>
-
 #include "GLO/GLO_AutoPtr.hpp"
 #include "GLO/GLO_DebugOutput.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
 #include "WIN/WIN_Duration.hpp"
+
+#include <fstream>
+#include <string>
+#include <type_traits>
 
 namespace glo {
 class Exception_t;
@@ -29,17 +29,17 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
   public:
     /// Computes the file's path, for which the folder is made when it is missing. The file comes with the first print.
     /// @param name  file name without the ".log" that is appended; empty for the product's name
-    DebugServer_t(std::wstring const& name, bool enabled);
+    DebugServer_t(const std::wstring& name, bool enabled);
 
     /// The product's own trace, switched on by the setting "ShowDebug".
     DebugServer_t();
     ~DebugServer_t() override;
 
     /// Writes text. A text with a line end in it flushes the file and lets the next print start a new line.
-    void PrintStr(char const* text) {
+    void PrintStr(const char* text) {
         if (mIsEnabled) WriteText(text);
     }
-    void PrintStr(wchar_t const* text) {
+    void PrintStr(const wchar_t* text) {
         if (mIsEnabled) WriteText(text);
     }
 
@@ -47,7 +47,7 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
     /// number. Instances exist for float, char, int, unsigned int, unsigned short, long, unsigned long, std::string and
     /// win::Duration_t.
     template <typename Value_t>
-    void PrintData(Value_t const& value) {
+    void PrintData(const Value_t& value) {
         if (!mIsEnabled) return;
         if constexpr (std::is_enum_v<Value_t>) {
             WriteData(static_cast<unsigned int>(value));
@@ -58,8 +58,8 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
 
     /// Writes the line of an exception: "Error: ", file, line, " SubId: ", sub-identifier, what(). The second form
     /// appends two spaces and the context.
-    void PrintException(glo::Exception_t const& exception) override;
-    void PrintException(glo::Exception_t const& exception, std::string const& context);
+    void PrintException(const glo::Exception_t& exception) override;
+    void PrintException(const glo::Exception_t& exception, const std::string& context);
 
     /// Writes the line's time stamp if it is due. Called within a print.
     virtual void PrintTime();
@@ -71,7 +71,7 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
     /// Moves the file aside to its name plus ".previous", over one that is there.
     void Reset();
 
-    std::wstring const& FilePath() const { return mFilePath; }
+    const std::wstring& FilePath() const { return mFilePath; }
     bool IsEnabled() const { return mIsEnabled; }
 
     /// A server that is off, has no path and touches nothing.
@@ -81,12 +81,12 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
   private:
     template <typename Write_t>
     void Print(Write_t write) noexcept;
-    void WriteText(char const* text);
-    void WriteText(wchar_t const* text);
+    void WriteText(const char* text);
+    void WriteText(const wchar_t* text);
     template <typename Value_t>
-    void WriteData(Value_t const& value);
+    void WriteData(const Value_t& value);
 
-    bool const mIsEnabled;
+    const bool mIsEnabled;
     glo::AutoPtr<std::ofstream> mOutput;  ///< empty until the first print
     bool mIsMidLine = false;              ///< the time stamp of the current line has been written
     bool mIsNewRunPending = true;
@@ -95,15 +95,15 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
     static bool mIsPrinting;  ///< of all servers and threads; only through std::atomic_ref
 };
 
-extern template void DebugServer_t::WriteData(float const&);
-extern template void DebugServer_t::WriteData(char const&);
-extern template void DebugServer_t::WriteData(int const&);
-extern template void DebugServer_t::WriteData(unsigned int const&);
-extern template void DebugServer_t::WriteData(unsigned short const&);
-extern template void DebugServer_t::WriteData(long const&);
-extern template void DebugServer_t::WriteData(unsigned long const&);
-extern template void DebugServer_t::WriteData(std::string const&);
-extern template void DebugServer_t::WriteData(Duration_t const&);
+extern template void DebugServer_t::WriteData(const float&);
+extern template void DebugServer_t::WriteData(const char&);
+extern template void DebugServer_t::WriteData(const int&);
+extern template void DebugServer_t::WriteData(const unsigned int&);
+extern template void DebugServer_t::WriteData(const unsigned short&);
+extern template void DebugServer_t::WriteData(const long&);
+extern template void DebugServer_t::WriteData(const unsigned long&);
+extern template void DebugServer_t::WriteData(const std::string&);
+extern template void DebugServer_t::WriteData(const Duration_t&);
 
 /// Serialises the prints of all servers. Entered alone, never with another lock.
 CriticalSection_t& DebugServerCriticalSection();
@@ -120,6 +120,6 @@ std::wstring DebugFileDirectory();
 
 /// Path of a trace file, whose folder is made when it is missing (its parents are not).
 /// @param suffix  appended to the product's name when `name` is empty
-std::wstring DebugFilePath(std::wstring const& suffix, std::wstring const& name);
+std::wstring DebugFilePath(const std::wstring& suffix, const std::wstring& name);
 
 }  // namespace win

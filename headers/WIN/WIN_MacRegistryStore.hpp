@@ -1,13 +1,13 @@
 #pragma once
 
+#include "WIN/WIN_CallbackTimer.hpp"
+#include "platform/PropertyList.hpp"
+
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <variant>
-
-#include "WIN/WIN_CallbackTimer.hpp"
-#include "platform/PropertyList.hpp"
 
 namespace win {
 
@@ -37,7 +37,7 @@ class MacRegistryStore_t : public CallbackTimer_t, public TimerEventIntf_t {
     /// be written stays in memory for the next save. Callback on the main thread.
     void HandleTimeout() override;
 
-    RegistryDictionary_t::Subkey_t const& Root() const { return mRoot; }
+    const RegistryDictionary_t::Subkey_t& Root() const { return mRoot; }
     std::mutex& TreeMutex() { return mTreeMutex; }
 
   private:

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <sys/types.h>  // where the system has the bare type
-
 #include "GLO/GLO_NonCopyable.hpp"
 #include "WIN/WIN_Error.hpp"
+
+#include <sys/types.h>  // where the system has the bare type
 
 namespace win {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <string>
-
 #include "GLO/GLO_Optional.hpp"
 #include "GLO/GLO_Time.hpp"
 #include "WIN/WIN_Error.hpp"
 #include "WIN/WIN_RegKey.hpp"
+
+#include <string>
 
 namespace win {
 
@@ -13,29 +13,29 @@ namespace win {
 /// of any other length is unknown.
 /// @throws win::RegError_t  the value is there and of another kind
 template <typename Value_t>
-glo::Optional_t<Value_t> ReadRegValue(RegKey_t const& key, std::wstring const& name);
+glo::Optional_t<Value_t> ReadRegValue(const RegKey_t& key, const std::wstring& name);
 template <typename Value_t>
-void WriteRegValue(RegKey_t const& key, std::wstring const& name, Value_t const& value);
+void WriteRegValue(const RegKey_t& key, const std::wstring& name, const Value_t& value);
 
 template <>
-glo::Optional_t<bool> ReadRegValue(RegKey_t const& key, std::wstring const& name);
+glo::Optional_t<bool> ReadRegValue(const RegKey_t& key, const std::wstring& name);
 template <>
-glo::Optional_t<glo::TimeSpan_t> ReadRegValue(RegKey_t const& key, std::wstring const& name);
+glo::Optional_t<glo::TimeSpan_t> ReadRegValue(const RegKey_t& key, const std::wstring& name);
 template <>
-glo::Optional_t<std::wstring> ReadRegValue(RegKey_t const& key, std::wstring const& name);
+glo::Optional_t<std::wstring> ReadRegValue(const RegKey_t& key, const std::wstring& name);
 template <>
-void WriteRegValue(RegKey_t const& key, std::wstring const& name, bool const& value);
+void WriteRegValue(const RegKey_t& key, const std::wstring& name, const bool& value);
 template <>
-void WriteRegValue(RegKey_t const& key, std::wstring const& name, glo::TimeSpan_t const& value);
+void WriteRegValue(const RegKey_t& key, const std::wstring& name, const glo::TimeSpan_t& value);
 template <>
-void WriteRegValue(RegKey_t const& key, std::wstring const& name, std::wstring const& value);
+void WriteRegValue(const RegKey_t& key, const std::wstring& name, const std::wstring& value);
 
 /// A typed value of the registry, as it was last read. One thread at a time.
 template <typename Value_t>
 class ConstRegValue_t {
   public:
     /// Unknown until the first Refresh().
-    ConstRegValue_t(RegKey_t const& key, std::wstring const& name) : mKey(key), mName(name) {}
+    ConstRegValue_t(const RegKey_t& key, const std::wstring& name) : mKey(key), mName(name) {}
 
     /// Reads it again; unknown when it isn't there.
     /// @throws win::RegError_t  it is there and of another kind; unchanged
@@ -49,13 +49,13 @@ class ConstRegValue_t {
     bool IsKnown() const { return mCurrent.IsKnown(); }
 
     /// @throws win::RegException_t  it is unknown
-    Value_t const& Get() const {
+    const Value_t& Get() const {
         if (!mCurrent.IsKnown()) throw RegException_t("headers/WIN/WIN_RegValue", __LINE__, L'\\' + mName);
         return mCurrent.Value();
     }
 
-    RegKey_t const& Key() const { return mKey; }
-    std::wstring const& Name() const { return mName; }
+    const RegKey_t& Key() const { return mKey; }
+    const std::wstring& Name() const { return mName; }
 
   protected:
     RegKey_t mKey;
@@ -67,16 +67,16 @@ class ConstRegValue_t {
 template <typename Value_t>
 class RegValue_t : public ConstRegValue_t<Value_t> {
   public:
-    RegValue_t(RegKey_t const& key, std::wstring const& name, glo::Optional_t<Value_t> const& defaultValue = {})
+    RegValue_t(const RegKey_t& key, const std::wstring& name, const glo::Optional_t<Value_t>& defaultValue = {})
         : ConstRegValue_t<Value_t>(key, name), mDefault(defaultValue) {
         try {
             this->Refresh();
-        } catch (RegException_t const&) {
+        } catch (const RegException_t&) {
             this->mCurrent.MakeUnknown();
         }
     }
 
-    void Set(Value_t const& value) {
+    void Set(const Value_t& value) {
         this->mCurrent.Value(value);
         Flush();
     }

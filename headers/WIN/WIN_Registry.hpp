@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "GLO/GLO_NonCopyable.hpp"
 #include "WIN/WIN_RegValue.hpp"
+
+#include <string>
 
 namespace win {
 
@@ -11,7 +11,7 @@ namespace win {
 /// when this is made. The local time, offset and zone have no reader in this program. One thread at a time.
 class Registry_t : public glo::NonCopyable_t {
   public:
-    explicit Registry_t(RegKey_t const& key);
+    explicit Registry_t(const RegKey_t& key);
 
     RegValue_t<bool>& UseLocalTime() { return mUseLocalTime; }
     RegValue_t<glo::TimeSpan_t>& UserUtcOffset() { return mUserUtcOffset; }

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "WIN/WIN_TXString.hpp"
+
+#include <string>
 
 class CRegistry;
 
@@ -10,30 +10,30 @@ class CRegistry;
 /// make what is missing. Failures come back as results. One thread at a time.
 class RegistryUtils {
   public:
-    static bool PrepRegistry(CRegistry& registry, TXString const& path, bool create);
+    static bool PrepRegistry(CRegistry& registry, const TXString& path, bool create);
 
-    static bool PathExists(int root, TXString const& path);
-    static bool KeyExists(int root, TXString const& path, TXString const& name);
+    static bool PathExists(int root, const TXString& path);
+    static bool KeyExists(int root, const TXString& path, const TXString& name);
 
     /// @param size  of the buffer, in bytes
     /// @return as CRegistry::Read of binary data
-    static unsigned int GetRegistryValue(int root, TXString const& path, TXString const& name, void* buffer, int size);
-    static bool GetRegistryValue(int root, TXString const& path, TXString const& name, std::string& value);
-    static bool GetRegistryValue(int root, TXString const& path, TXString const& name, TXString& value);
-    static bool GetRegistryValue(int root, TXString const& path, TXString const& name, bool& value);
-    static bool GetRegistryValue(int root, TXString const& path, TXString const& name, int& value);
-    static bool GetRegistryValue(int root, TXString const& path, TXString const& name, unsigned int& value);
+    static unsigned int GetRegistryValue(int root, const TXString& path, const TXString& name, void* buffer, int size);
+    static bool GetRegistryValue(int root, const TXString& path, const TXString& name, std::string& value);
+    static bool GetRegistryValue(int root, const TXString& path, const TXString& name, TXString& value);
+    static bool GetRegistryValue(int root, const TXString& path, const TXString& name, bool& value);
+    static bool GetRegistryValue(int root, const TXString& path, const TXString& name, int& value);
+    static bool GetRegistryValue(int root, const TXString& path, const TXString& name, unsigned int& value);
 
-    static bool SetRegistryValue(int root, TXString const& path, TXString const& name, std::string const& value);
-    static bool SetRegistryValue(int root, TXString const& path, TXString const& name, TXString const& value);
-    static bool SetRegistryValue(int root, TXString const& path, TXString const& name, unsigned int value);
-    static bool SetRegistryValue(int root, TXString const& path, TXString const& name, void const* data, int size);
+    static bool SetRegistryValue(int root, const TXString& path, const TXString& name, const std::string& value);
+    static bool SetRegistryValue(int root, const TXString& path, const TXString& name, const TXString& value);
+    static bool SetRegistryValue(int root, const TXString& path, const TXString& name, unsigned int value);
+    static bool SetRegistryValue(int root, const TXString& path, const TXString& name, const void* data, int size);
 
-    static bool RemoveRegistryKeyAndValue(int root, TXString const& path, TXString const& name);
-    static bool RemoveTerminlNodeOfPath(int root, TXString const& path);
+    static bool RemoveRegistryKeyAndValue(int root, const TXString& path, const TXString& name);
+    static bool RemoveTerminlNodeOfPath(int root, const TXString& path);
 
-    static int ValueCount(int root, TXString const& path);
-    static bool ValueName(int root, TXString const& path, int index, TXString& name);
-    static int SubKeyCount(int root, TXString const& path);
-    static bool SubKeyName(int root, TXString const& path, int index, TXString& name);
+    static int ValueCount(int root, const TXString& path);
+    static bool ValueName(int root, const TXString& path, int index, TXString& name);
+    static int SubKeyCount(int root, const TXString& path);
+    static bool SubKeyName(int root, const TXString& path, int index, TXString& name);
 };

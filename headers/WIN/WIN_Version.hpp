@@ -19,7 +19,7 @@ class Version_t {
 
     /// Reads the numbers between the dots. What is no number is skipped and the following ones move up: "5.x.7" is
     /// 5.7.0.0. StringToVersion() deliberately reads it otherwise.
-    explicit Version_t(std::wstring const& text);
+    explicit Version_t(const std::wstring& text);
 
     std::uint16_t Major() const { return mMajor; }
     std::uint16_t Minor() const { return mMinor; }
@@ -30,8 +30,8 @@ class Version_t {
     std::wstring MajorMinorString() const;  ///< "3.7"
     std::wstring DeviceString() const;      ///< as devices show it, two digits of minor at least: "3.07"
 
-    bool LessThan(Version_t const& other) const { return *this < other; }
-    auto operator<=>(Version_t const&) const = default;
+    bool LessThan(const Version_t& other) const { return *this < other; }
+    auto operator<=>(const Version_t&) const = default;
 
     void Push(thr::Stack_t& stack) const;
 
@@ -47,6 +47,6 @@ class Version_t {
 
 /// Reads the first four pieces between the dots, each by its leading digits: 0 where there are none, cut to 16 bits.
 /// "5.x.7" is 5.0.7.0; "1.2.3 Beta" is 1.2.3.0. Any thread.
-Version_t StringToVersion(std::string const& text);
+Version_t StringToVersion(const std::string& text);
 
 }  // namespace win

@@ -1,10 +1,10 @@
 #include "BIN/BIN_FileReader.hpp"
 
+#include "libs/BIN/impl/BIN_FileAccess.hpp"
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
-
-#include "libs/BIN/impl/BIN_FileAccess.hpp"
 
 namespace bin {
 namespace {

@@ -1,9 +1,9 @@
 #include "BIN/BIN_istream.hpp"
 
+#include "GLO/GLO_String.hpp"
+
 #include <algorithm>
 #include <utility>
-
-#include "GLO/GLO_String.hpp"
 
 namespace bin {
 

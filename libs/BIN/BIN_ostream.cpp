@@ -1,9 +1,9 @@
 #include "BIN/BIN_ostream.hpp"
 
+#include "GLO/GLO_String.hpp"
+
 #include <algorithm>
 #include <array>
-
-#include "GLO/GLO_String.hpp"
 
 namespace bin {
 

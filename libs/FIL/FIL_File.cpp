@@ -1,16 +1,15 @@
 #include "FIL/FIL_File.hpp"
 
+#include "GLO/GLO_Exception.hpp"
+#include "GLO/GLO_String.hpp"
+
+#include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
-
-#include "GLO/GLO_Exception.hpp"
-#include "GLO/GLO_String.hpp"
 
 namespace fil {
 namespace {

@@ -1,9 +1,9 @@
 #include "GLO/GLO_Assert.hpp"
 
-#include <string>
-
 #include "GLO/GLO_Blackbox.hpp"
 #include "GLO/GLO_Exception.hpp"
+
+#include <string>
 
 namespace glo {
 

@@ -1,11 +1,10 @@
 #include "GLO/GLO_Blackbox.hpp"
 
-#include <dlfcn.h>
+#include "platform/Platform.hpp"
 
 #include <algorithm>
 #include <cstring>
-
-#include "platform/Platform.hpp"
+#include <dlfcn.h>
 
 namespace glo {
 

@@ -1,13 +1,12 @@
 #include "GLO/GLO_CallStack.hpp"
 
-#include <cxxabi.h>
-#include <execinfo.h>
+#include "GLO/GLO_String.hpp"
 
 #include <array>
 #include <cstdlib>
+#include <cxxabi.h>
+#include <execinfo.h>
 #include <memory>
-
-#include "GLO/GLO_String.hpp"
 
 namespace glo {
 namespace {

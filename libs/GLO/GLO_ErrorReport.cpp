@@ -1,12 +1,12 @@
 #include "GLO/GLO_ErrorReport.hpp"
 
-#include <fstream>
-#include <iterator>
-
 #include "GLO/GLO_String.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
 #include "platform/ScriptRunner.hpp"
+
+#include <fstream>
+#include <iterator>
 
 namespace glo {
 namespace {

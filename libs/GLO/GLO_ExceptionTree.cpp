@@ -1,10 +1,10 @@
-#include <algorithm>
-
 #include "GLO/GLO_Blackbox.hpp"
 #include "GLO/GLO_Exception.hpp"
 #include "GLO/GLO_String.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
+
+#include <algorithm>
 
 namespace glo {
 namespace {

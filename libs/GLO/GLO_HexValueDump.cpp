@@ -1,9 +1,9 @@
 #include "GLO/GLO_HexValueDump.hpp"
 
+#include "GLO/GLO_String.hpp"
+
 #include <algorithm>
 #include <ostream>
-
-#include "GLO/GLO_String.hpp"
 
 namespace glo {
 namespace {

@@ -9,7 +9,7 @@ namespace ioa {
 namespace {
 
 // clang-format off
-constexpr char const* kNoPcpRows[] = {
+constexpr const char* kNoPcpRows[] = {
     "   7   0 L001 A010 A100 D100 A200 D200 D100 A500 D500",
     "  13   0 L001 A010 A100 D100 A200 D200 D100 A300 D300 A400 D400 A500 D500",
     "  14   0 L001 A010 A100 D100 A200 D200 D100 A400 D400 A500 D500",
@@ -71,7 +71,7 @@ constexpr char const* kNoPcpRows[] = {
 };
 
 // A row without protocols closes the range of the row before it.
-constexpr char const* kIncompletePcpRows[] = {
+constexpr const char* kIncompletePcpRows[] = {
     "  22   0 A903",
     "  36   0 A903",
     "  39   0 A903",
@@ -99,13 +99,13 @@ constexpr char kNoPcpCommon[] = "P000 A000 A600 D600 A700 D700";
 
 }  // namespace
 
-Candidates_t const& NoPcpCandidates() {
-    static Candidates_t const table(std::size(kNoPcpRows), kNoPcpRows, kNoPcpCommon);
+const Candidates_t& NoPcpCandidates() {
+    static const Candidates_t table(std::size(kNoPcpRows), kNoPcpRows, kNoPcpCommon);
     return table;
 }
 
-Candidates_t const& IncompletePcpCandidates() {
-    static Candidates_t const table(std::size(kIncompletePcpRows), kIncompletePcpRows, "");
+const Candidates_t& IncompletePcpCandidates() {
+    static const Candidates_t table(std::size(kIncompletePcpRows), kIncompletePcpRows, "");
     return table;
 }
 

@@ -14,7 +14,7 @@ void ReadProtocols(std::istream& text, Protocols_t& protocols) {
 
 }  // namespace
 
-Candidates_t::Candidates_t(unsigned int count, char const* const* rows, std::string const& common) {
+Candidates_t::Candidates_t(unsigned int count, const char* const* rows, const std::string& common) {
     for (unsigned int i = 0; i < count; ++i) {
         Candidate_t candidate;
         std::istringstream row(rows[i]);
@@ -32,16 +32,16 @@ void Candidates_t::Add(Candidate_t candidate) {
 }
 
 Candidates_t::Result_t Candidates_t::FindBest(int productId, int version, Candidate_t& result) const {
-    auto const product = mProducts.find(productId);
+    const auto product = mProducts.find(productId);
     if (product == mProducts.end()) return gcUnknownProduct;
     // The map runs from the largest version down, so this is the first row at or below the version.
-    auto const row = product->second.lower_bound(version);
+    const auto row = product->second.lower_bound(version);
     if (row == product->second.end()) return gcVersionTooLow;
     result = row->second;
     return gcFound;
 }
 
-void SynthesizeMissingPcp(ProductData_t const& productData, Protocols_t& protocols) {
+void SynthesizeMissingPcp(const ProductData_t& productData, Protocols_t& protocols) {
     Candidates_t::Candidate_t best;
     if (NoPcpCandidates().FindBest(productData.productId, productData.softwareVersion, best) != Candidates_t::gcFound) {
         return;
@@ -49,13 +49,13 @@ void SynthesizeMissingPcp(ProductData_t const& productData, Protocols_t& protoco
     protocols = std::move(best.protocols);
 }
 
-void AppendMissingProtocols(ProductData_t const& productData, Protocols_t& protocols) {
-    auto const appendIfMissing = [&protocols](Protocol_t const& protocol) {
+void AppendMissingProtocols(const ProductData_t& productData, Protocols_t& protocols) {
+    const auto appendIfMissing = [&protocols](const Protocol_t& protocol) {
         if (protocols.find(protocol) == protocols.end()) protocols.push_back(protocol);
     };
     Candidates_t::Candidate_t best;
     IncompletePcpCandidates().FindBest(productData.productId, productData.softwareVersion, best);
-    for (Protocol_t const& protocol : best.protocols) appendIfMissing(protocol);
+    for (const Protocol_t& protocol : best.protocols) appendIfMissing(protocol);
     appendIfMissing({'A', 1});
 }
 

@@ -1,13 +1,13 @@
 #include "IOA/IOA_Channel.hpp"
 
-#include <utility>
-
 #include "GLO/GLO_Exception.hpp"
 #include "IOA/IOA_Exception.hpp"
 #include "IOA/IOA_Packet.hpp"
 #include "THR/THR_CancelRequested.hpp"
 #include "THR/THR_Delay.hpp"
 #include "impl/IOA_ChannelIds.hpp"
+
+#include <utility>
 
 // The operations; the identification exchange is in impl/.
 
@@ -21,7 +21,7 @@ constexpr unsigned short kRegionLimit = 256;
 
 }  // namespace
 
-void Channel_t::SendPacket(iol::Packet_t const& packet) const {
+void Channel_t::SendPacket(const iol::Packet_t& packet) const {
     mLink.SendPacket(packet, iol::gcDefaultTimeout);
 }
 
@@ -55,7 +55,7 @@ std::wstring Channel_t::GetUnitName() {
     return reply.name;
 }
 
-void Channel_t::SetUnitName(std::wstring const& name) {
+void Channel_t::SetUnitName(const std::wstring& name) {
     SendPacket(UnitNamePacket_t(name));
 }
 
@@ -65,7 +65,7 @@ TimeData_t Channel_t::GetTimeData() {
     return reply;
 }
 
-void Channel_t::SetTimeData(TimeData_t const& time) {
+void Channel_t::SetTimeData(const TimeData_t& time) {
     SendPacket(time);
     SendPacket(Packet_t<47, short>(0));
 }
@@ -132,7 +132,7 @@ long long Channel_t::GetRgnSize(unsigned short region) {
     return reply.size < 0 ? 0 : reply.size;
 }
 
-std::wstring Channel_t::DisplayName(std::wstring const& extra) {
+std::wstring Channel_t::DisplayName(const std::wstring& extra) {
     if (mProtocols.SupportsNaming()) {
         try {
             if (std::wstring name = GetUnitName(); !name.empty()) return name;

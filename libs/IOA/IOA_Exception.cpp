@@ -2,10 +2,10 @@
 
 namespace ioa {
 
-Exception_t::Exception_t(char const* file, unsigned short line, std::wstring const& message)
+Exception_t::Exception_t(const char* file, unsigned short line, const std::wstring& message)
     : iol::Exception_t(file, line, message) {}
 
-GftpException_t::GftpException_t(char const* file, unsigned short line, std::wstring const& message)
+GftpException_t::GftpException_t(const char* file, unsigned short line, const std::wstring& message)
     : glo::Exception_t(file, line, message, {}) {}
 
 }  // namespace ioa

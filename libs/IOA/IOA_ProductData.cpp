@@ -1,11 +1,11 @@
 #include "IOA/IOA_ProductData.hpp"
 
-#include <utility>
-
 #include "GLO/GLO_Assert.hpp"
 #include "IOL/IOL_Exception.hpp"
 #include "IOL/IOL_FrameStream.hpp"
 #include "WIN/WIN_Encoding.hpp"
+
+#include <utility>
 
 namespace ioa {
 namespace {
@@ -18,9 +18,9 @@ void ReadTexts(iol::FrameStream_t& stream, std::vector<std::wstring>& texts) {
     for (std::wstring text; stream >> text;) texts.push_back(std::move(text));
 }
 
-iol::Frame_t WriteTexts(unsigned short id, iol::FrameStream_t& stream, std::vector<std::wstring> const& texts) {
+iol::Frame_t WriteTexts(unsigned short id, iol::FrameStream_t& stream, const std::vector<std::wstring>& texts) {
     stream.encodingp(win::Utf8Encoding());
-    for (std::wstring const& text : texts) stream << text;
+    for (const std::wstring& text : texts) stream << text;
     glo::Assert(!stream.fail(), kSource, __LINE__);
     return iol::Frame_t(id, stream);
 }
@@ -29,7 +29,7 @@ iol::Frame_t WriteTexts(unsigned short id, iol::FrameStream_t& stream, std::vect
 
 ProductData_t::ProductData_t() : iol::Packet_t(gcId) {}
 
-void ProductData_t::AcceptFrame(iol::Frame_t const& frame) {
+void ProductData_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     iol::FrameStream_t stream(frame);
     stream >> productId >> softwareVersion;
@@ -45,18 +45,18 @@ iol::Frame_t ProductData_t::ProduceFrame() const {
 
 std::wstring ProductData_t::DisplayName() const {
     if (descriptions.empty()) return {};
-    std::wstring const& text = descriptions.front();
+    const std::wstring& text = descriptions.front();
     // The last marker is never reached, since the first is part of it: a beta's name keeps its "Beta". People know
     // their devices by these names, so the order stays.
-    for (wchar_t const* marker : {L" Software", L" software", L" Beta Software"}) {
-        if (auto const end = text.find(marker); end != std::wstring::npos) return text.substr(0, end);
+    for (const wchar_t* marker : {L" Software", L" software", L" Beta Software"}) {
+        if (const auto end = text.find(marker); end != std::wstring::npos) return text.substr(0, end);
     }
     return text;
 }
 
 ProductDataExt_t::ProductDataExt_t() : iol::Packet_t(gcId) {}
 
-void ProductDataExt_t::AcceptFrame(iol::Frame_t const& frame) {
+void ProductDataExt_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     iol::FrameStream_t stream(frame);
     if (stream.fail()) throw iol::BadFrame_t(frame, kSource, __LINE__);

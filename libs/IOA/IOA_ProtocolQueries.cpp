@@ -17,29 +17,29 @@ constexpr Protocol_t DataType(unsigned short number) {
     return {'D', number};
 }
 
-Types_t const& WaypointTypes() {
-    static Types_t const types{100, 101, 102, 103, 104, 105, 106, 107, 108,
+const Types_t& WaypointTypes() {
+    static const Types_t types{100, 101, 102, 103, 104, 105, 106, 107, 108,
                                109, 110, 150, 151, 152, 154, 155, 400, 403};
     return types;
 }
 
-Types_t const& RouteHeaderTypes() {
-    static Types_t const types{200, 201, 202};
+const Types_t& RouteHeaderTypes() {
+    static const Types_t types{200, 201, 202};
     return types;
 }
 
-Types_t const& RouteLinkTypes() {
-    static Types_t const types{210};
+const Types_t& RouteLinkTypes() {
+    static const Types_t types{210};
     return types;
 }
 
-Types_t const& TrackHeaderTypes() {
-    static Types_t const types{310, 311, 312};
+const Types_t& TrackHeaderTypes() {
+    static const Types_t types{310, 311, 312};
     return types;
 }
 
-Types_t const& TrackPointTypes() {
-    static Types_t const types{300, 301, 302, 303, 304};
+const Types_t& TrackPointTypes() {
+    static const Types_t types{300, 301, 302, 303, 304};
     return types;
 }
 
@@ -54,25 +54,25 @@ bool Protocols_t::SupportsCommands() const {
 }
 
 bool Protocols_t::SupportsWaypointTransfer() const {
-    static TypeSets_t const types100{WaypointTypes()};
+    static const TypeSets_t types100{WaypointTypes()};
     return Contains(Application(100), types100);
 }
 
 bool Protocols_t::SupportsProxWaypointTransfer() const {
-    static TypeSets_t const types400{WaypointTypes()};
+    static const TypeSets_t types400{WaypointTypes()};
     return Contains(Application(400), types400);
 }
 
 bool Protocols_t::SupportsRouteTransfer() const {
-    static TypeSets_t const types200{RouteHeaderTypes(), WaypointTypes()};
-    static TypeSets_t const types201{RouteHeaderTypes(), WaypointTypes(), RouteLinkTypes()};
+    static const TypeSets_t types200{RouteHeaderTypes(), WaypointTypes()};
+    static const TypeSets_t types201{RouteHeaderTypes(), WaypointTypes(), RouteLinkTypes()};
     return Contains(Application(200), types200) || Contains(Application(201), types201);
 }
 
 bool Protocols_t::SupportsTrackTransfer() const {
-    static TypeSets_t const types300{TrackPointTypes()};
-    static TypeSets_t const types301{TrackHeaderTypes(), TrackPointTypes()};
-    static TypeSets_t const types302{TrackHeaderTypes(), TrackPointTypes()};
+    static const TypeSets_t types300{TrackPointTypes()};
+    static const TypeSets_t types301{TrackHeaderTypes(), TrackPointTypes()};
+    static const TypeSets_t types302{TrackHeaderTypes(), TrackPointTypes()};
     return Contains(Application(300), types300) || Contains(Application(301), types301) ||
            Contains(Application(302), types302);
 }
@@ -126,17 +126,17 @@ bool Protocols_t::SupportsInitFix() const {
 }
 
 bool Protocols_t::SupportsAVDInfo() const {
-    static TypeSets_t const types901{{901, 902}};
+    static const TypeSets_t types901{{901, 902}};
     return Contains(Application(901), types901);
 }
 
 bool Protocols_t::SupportsTawsInfo() const {
-    static TypeSets_t const types901{{902}};
+    static const TypeSets_t types901{{902}};
     return Contains(Application(901), types901);
 }
 
 bool Protocols_t::SupportsImageTransfer() const {
-    static TypeSets_t const types907{{907, 908, 909, 910}};
+    static const TypeSets_t types907{{907, 908, 909, 910}};
     return Contains(Application(907), types907);
 }
 
@@ -145,12 +145,12 @@ bool Protocols_t::SupportsRegionSizeQuery() const {
 }
 
 bool Protocols_t::SupportsRegionChecksums() const {
-    static TypeSets_t const types912{{912}};
+    static const TypeSets_t types912{{912}};
     return Contains(Application(912), types912);
 }
 
 bool Protocols_t::SupportsCustomPoiTransfer() const {
-    static TypeSets_t const types917{{917}};
+    static const TypeSets_t types917{{917}};
     return Contains(Application(917), types917);
 }
 
@@ -175,22 +175,22 @@ bool Protocols_t::SupportsSendActivityGoals() const {
 }
 
 bool Protocols_t::SupportsCalorieBurnDataTransfer() const {
-    static TypeSets_t const types1013{{1014}};
+    static const TypeSets_t types1013{{1014}};
     return Contains(Application(1013), types1013);
 }
 
 bool Protocols_t::SupportsWorkoutTransfer() const {
-    static TypeSets_t const types1002{{1002, 1008}};
-    static TypeSets_t const types1003{{1003}};
-    static TypeSets_t const types1005{{1005}};
+    static const TypeSets_t types1002{{1002, 1008}};
+    static const TypeSets_t types1003{{1003}};
+    static const TypeSets_t types1005{{1005}};
     return Contains(Application(1002), types1002) && Contains(Application(1003), types1003) &&
            Contains(Application(1005), types1005);
 }
 
 bool Protocols_t::SupportsWorkoutSend() const {
-    static TypeSets_t const types1017{{1002, 1008}};
-    static TypeSets_t const types1003{{1003}};
-    static TypeSets_t const types1005{{1005}};
+    static const TypeSets_t types1017{{1002, 1008}};
+    static const TypeSets_t types1003{{1003}};
+    static const TypeSets_t types1005{{1005}};
     return Contains(Application(1017), types1017) && Contains(Application(1003), types1003) &&
            Contains(Application(1005), types1005);
 }
@@ -200,7 +200,7 @@ bool Protocols_t::SupportsUserProfileTransfer() const {
 }
 
 bool Protocols_t::Supports305UserProfileTransfer() const {
-    static TypeSets_t const types1004{{1004}};
+    static const TypeSets_t types1004{{1004}};
     return Contains(Application(1004), types1004);
 }
 
@@ -209,7 +209,7 @@ bool Protocols_t::SupportsUserProfileSend() const {
 }
 
 bool Protocols_t::Supports405UserProfileSend() const {
-    static TypeSets_t const types1016{{1016}};
+    static const TypeSets_t types1016{{1016}};
     return Contains(Application(1016), types1016);
 }
 
@@ -218,10 +218,10 @@ bool Protocols_t::SupportsFitnessCourseTransfer() const {
 }
 
 bool Protocols_t::Supports305FitnessCourseTransfer() const {
-    static TypeSets_t const types1006{{1006}};
-    static TypeSets_t const types1007{{1007}};
-    static TypeSets_t const types302{{311}, {304}};
-    static TypeSets_t const types1008{{1012}};
+    static const TypeSets_t types1006{{1006}};
+    static const TypeSets_t types1007{{1007}};
+    static const TypeSets_t types302{{311}, {304}};
+    static const TypeSets_t types1008{{1012}};
     return Contains(Application(1006), types1006) && Contains(Application(1007), types1007) &&
            Contains(Application(302), types302) && Contains(Application(1008), types1008);
 }
@@ -231,10 +231,10 @@ bool Protocols_t::SupportsFitnessCourseSend() const {
 }
 
 bool Protocols_t::Supports405FitnessCourseSend() const {
-    static TypeSets_t const types1018{{1006}};
-    static TypeSets_t const types1007{{1007}};
-    static TypeSets_t const types302{{311}, {1018}};
-    static TypeSets_t const types1008{{1012}};
+    static const TypeSets_t types1018{{1006}};
+    static const TypeSets_t types1007{{1007}};
+    static const TypeSets_t types302{{311}, {1018}};
+    static const TypeSets_t types1008{{1012}};
     return Contains(Application(1018), types1018) && Contains(Application(1007), types1007) &&
            Contains(Application(302), types302) && Contains(Application(1008), types1008);
 }
@@ -245,31 +245,31 @@ bool Protocols_t::SupportsFitnessHistoryTransfer() const {
 }
 
 bool Protocols_t::Supports201FitnessHistoryTransfer() const {
-    static TypeSets_t const types906{{906}};
-    static TypeSets_t const types302{{311}, {301}};
+    static const TypeSets_t types906{{906}};
+    static const TypeSets_t types302{{311}, {301}};
     return Contains(Application(906), types906) && Contains(Application(302), types302);
 }
 
 bool Protocols_t::Supports301FitnessHistoryTransfer() const {
-    static TypeSets_t const types1000{{1000, 1010}};
-    static TypeSets_t const types906{{1001}};
-    static TypeSets_t const types302{{311}, {303}};
+    static const TypeSets_t types1000{{1000, 1010}};
+    static const TypeSets_t types906{{1001}};
+    static const TypeSets_t types302{{311}, {303}};
     return Contains(Application(1000), types1000) && Contains(Application(906), types906) &&
            Contains(Application(302), types302);
 }
 
 bool Protocols_t::Supports305FitnessHistoryTransfer() const {
-    static TypeSets_t const types1000{{1009}};
-    static TypeSets_t const types906{{1011, 1015}};
-    static TypeSets_t const types302{{311}, {304}};
+    static const TypeSets_t types1000{{1009}};
+    static const TypeSets_t types906{{1011, 1015}};
+    static const TypeSets_t types302{{311}, {304}};
     return Contains(Application(1000), types1000) && Contains(Application(906), types906) &&
            Contains(Application(302), types302);
 }
 
 bool Protocols_t::Supports405FitnessHistoryTransfer() const {
-    static TypeSets_t const types1000{{1009}};
-    static TypeSets_t const types906{{1011, 1015}};
-    static TypeSets_t const types302{{311}, {1018}};
+    static const TypeSets_t types1000{{1009}};
+    static const TypeSets_t types906{{1011, 1015}};
+    static const TypeSets_t types302{{311}, {1018}};
     return Contains(Application(1000), types1000) && Contains(Application(906), types906) &&
            Contains(Application(302), types302);
 }

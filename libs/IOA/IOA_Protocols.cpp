@@ -1,11 +1,11 @@
 #include "IOA/IOA_Protocols.hpp"
 
+#include "IOA/IOA_Exception.hpp"
+
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <utility>
-
-#include "IOA/IOA_Exception.hpp"
 
 namespace ioa {
 namespace {
@@ -24,9 +24,9 @@ Protocols_t::Protocols_t() : iol::Packet_t(gcId) {}
 
 // The records are taken from, and put into, the payload as a whole: one pass, and no more entries than the frame holds.
 
-void Protocols_t::AcceptFrame(iol::Frame_t const& frame) {
+void Protocols_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
-    unsigned char const* record = frame.Data();
+    const unsigned char* record = frame.Data();
     std::size_t const count = frame.Size() / kRecordSize;
     mProtocols.reserve(mProtocols.size() + count);
     for (std::size_t i = 0; i < count; ++i, record += kRecordSize) {
@@ -37,7 +37,7 @@ void Protocols_t::AcceptFrame(iol::Frame_t const& frame) {
 iol::Frame_t Protocols_t::ProduceFrame() const {
     std::vector<unsigned char> payload(mProtocols.size() * kRecordSize);
     unsigned char* record = payload.data();
-    for (Protocol_t const& protocol : mProtocols) {
+    for (const Protocol_t& protocol : mProtocols) {
         record[0] = static_cast<unsigned char>(protocol.tag);
         record[1] = static_cast<unsigned char>(protocol.number & 0xFF);
         record[2] = static_cast<unsigned char>(protocol.number >> 8);
@@ -46,14 +46,14 @@ iol::Frame_t Protocols_t::ProduceFrame() const {
     return iol::Frame_t(Id(), std::move(payload));
 }
 
-Protocols_t::const_iterator Protocols_t::find(Protocol_t const& protocol) const {
+Protocols_t::const_iterator Protocols_t::find(const Protocol_t& protocol) const {
     return std::find(mProtocols.begin(), mProtocols.end(), protocol);
 }
 
-bool Protocols_t::Contains(Protocol_t const& protocol, TypeSets_t const& dataTypes) const {
+bool Protocols_t::Contains(const Protocol_t& protocol, const TypeSets_t& dataTypes) const {
     const_iterator entry = find(protocol);
     if (entry == mProtocols.end()) return false;
-    for (std::set<unsigned short> const& types : dataTypes) {
+    for (const std::set<unsigned short>& types : dataTypes) {
         ++entry;
         if (entry == mProtocols.end() || entry->tag != 'D') throw Exception_t("libs/IOA/IOA_Protocols", __LINE__);
         if (!types.contains(entry->number)) return false;

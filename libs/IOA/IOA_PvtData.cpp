@@ -1,10 +1,10 @@
 #include "IOA/IOA_PvtData.hpp"
 
-#include <algorithm>
-#include <cmath>
-
 #include "GLO/GLO_Assert.hpp"
 #include "IOA/IOA_FrameFields.hpp"
+
+#include <algorithm>
+#include <cmath>
 
 namespace ioa {
 namespace {
@@ -17,7 +17,7 @@ constexpr double kSecondsPerDay = 86400;
 PvtData_t::PvtData_t(unsigned short product, short version)
     : iol::Packet_t(gcId), productId(product), softwareVersion(version) {}
 
-void PvtData_t::AcceptFrame(iol::Frame_t const& frame) {
+void PvtData_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     auto& [f1, f2, f3, f4] = floats1To4;
     auto& [f9, f10, f11, f12] = floats9To12;
@@ -30,8 +30,8 @@ void PvtData_t::AcceptFrame(iol::Frame_t const& frame) {
 }
 
 iol::Frame_t PvtData_t::ProduceFrame() const {
-    auto const& [f1, f2, f3, f4] = floats1To4;
-    auto const& [f9, f10, f11, f12] = floats9To12;
+    const auto& [f1, f2, f3, f4] = floats1To4;
+    const auto& [f9, f10, f11, f12] = floats9To12;
     return WriteFields(gcId, f1, f2, f3, f4, fix, timeOfWeek, latitude, longitude, f9, f10, f11, f12, leapSeconds,
                        dayCount);
 }
@@ -51,7 +51,7 @@ glo::Time_t PvtData_t::Time() const {
     glo::Assert(HasFix(), kSource, __LINE__);
     // A finite but absurd time of week must not overflow the whole seconds.
     constexpr double kLimit = 1e15;
-    double const seconds = dayCount * kSecondsPerDay + timeOfWeek - leapSeconds;
+    const double seconds = dayCount * kSecondsPerDay + timeOfWeek - leapSeconds;
     return glo::Time_t::GpsEpoch() + std::llround(std::clamp(seconds, -kLimit, kLimit));
 }
 

@@ -7,7 +7,7 @@ namespace ioa {
 RawPacket_t::RawPacket_t(unsigned short id, std::vector<unsigned char> payload)
     : iol::Packet_t(id), data(std::move(payload)) {}
 
-void RawPacket_t::AcceptFrame(iol::Frame_t const& frame) {
+void RawPacket_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     data = frame.Bytes();
 }

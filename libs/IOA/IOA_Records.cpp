@@ -1,9 +1,9 @@
 #include "IOA/IOA_Records.hpp"
 
-#include <utility>
-
 #include "IOA/IOA_FrameFields.hpp"
 #include "WIN/WIN_Encoding.hpp"
+
+#include <utility>
 
 namespace ioa {
 namespace {
@@ -14,7 +14,7 @@ constexpr char kSource[] = "libs/IOA/IOA_Records";
 
 UnitIdPacket_t::UnitIdPacket_t() : iol::Packet_t(gcId) {}
 
-void UnitIdPacket_t::AcceptFrame(iol::Frame_t const& frame) {
+void UnitIdPacket_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     ReadFields(frame, kSource, __LINE__, unitId);
 }
@@ -25,7 +25,7 @@ iol::Frame_t UnitIdPacket_t::ProduceFrame() const {
 
 DeviceDisconnectTimeout_t::DeviceDisconnectTimeout_t() : iol::Packet_t(gcId) {}
 
-void DeviceDisconnectTimeout_t::AcceptFrame(iol::Frame_t const& frame) {
+void DeviceDisconnectTimeout_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     ReadFields(frame, kSource, __LINE__, timeout);
 }
@@ -36,7 +36,7 @@ iol::Frame_t DeviceDisconnectTimeout_t::ProduceFrame() const {
 
 UnitNamePacket_t::UnitNamePacket_t(std::wstring unitName) : iol::Packet_t(gcId), name(std::move(unitName)) {}
 
-void UnitNamePacket_t::AcceptFrame(iol::Frame_t const& frame) {
+void UnitNamePacket_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     iol::FrameStream_t stream(frame);
     stream.encodingg(win::Utf8Encoding());
@@ -54,7 +54,7 @@ iol::Frame_t UnitNamePacket_t::ProduceFrame() const {
 
 TimeData_t::TimeData_t() : iol::Packet_t(gcId) {}
 
-void TimeData_t::AcceptFrame(iol::Frame_t const& frame) {
+void TimeData_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     ReadFields(frame, kSource, __LINE__, month, day, year, hour, minute, second);
 }
@@ -65,7 +65,7 @@ iol::Frame_t TimeData_t::ProduceFrame() const {
 
 DataRqst_t::DataRqst_t(std::set<Rqst_t> initial) : iol::Packet_t(gcId), requests(std::move(initial)) {}
 
-void DataRqst_t::AcceptFrame(iol::Frame_t const& frame) {
+void DataRqst_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     unsigned short bits = 0;
     ReadFields(frame, kSource, __LINE__, bits);
@@ -77,13 +77,13 @@ void DataRqst_t::AcceptFrame(iol::Frame_t const& frame) {
 
 iol::Frame_t DataRqst_t::ProduceFrame() const {
     unsigned int bits = 0;
-    for (Rqst_t const request : requests) bits |= 1U << (request % 32);
+    for (const Rqst_t request : requests) bits |= 1U << (request % 32);
     return WriteFields(gcId, static_cast<unsigned short>(bits & 0xFFFF));
 }
 
 RgnSize_t::RgnSize_t() : iol::Packet_t(gcId) {}
 
-void RgnSize_t::AcceptFrame(iol::Frame_t const& frame) {
+void RgnSize_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     ReadFields(frame, kSource, __LINE__, size, status);
 }

@@ -1,13 +1,13 @@
 #include "IOL/IOL_Frame.hpp"
 
+#include "GLO/GLO_HexValueDump.hpp"
+#include "IOL/IOL_Exception.hpp"
+#include "IOL/IOL_FrameStream.hpp"
+
 #include <cstdint>
 #include <limits>
 #include <ostream>
 #include <utility>
-
-#include "GLO/GLO_HexValueDump.hpp"
-#include "IOL/IOL_Exception.hpp"
-#include "IOL/IOL_FrameStream.hpp"
 
 namespace iol {
 namespace {
@@ -27,7 +27,7 @@ std::vector<unsigned char> TakeRest(FrameStream_t& stream) {
 
 }  // namespace
 
-Frame_t::Frame_t(unsigned short id, unsigned char const* bytes, unsigned int count)
+Frame_t::Frame_t(unsigned short id, const unsigned char* bytes, unsigned int count)
     : mId(id),
       mData(new Data_t(count == 0 ? std::vector<unsigned char>() : std::vector<unsigned char>(bytes, bytes + count))) {}
 

@@ -1,12 +1,12 @@
 #include "IOL/IOL_Link.hpp"
 
-#include <algorithm>
-
 #include "GLO/GLO_Assert.hpp"
 #include "GLO/GLO_Exception.hpp"
 #include "IOL/IOL_Packet.hpp"
 #include "IOL_DebugServer.hpp"
 #include "WIN/WIN_Timer.hpp"
+
+#include <algorithm>
 
 namespace iol {
 namespace {
@@ -19,7 +19,7 @@ constexpr unsigned short kEmptyListLine = 77;
 constexpr unsigned short kNullPacketLine = 80;
 constexpr unsigned short kListTimedOutLine = 89;
 
-bool IsOver(win::Timer_t const& stopwatch, win::Duration_t timeout) {
+bool IsOver(const win::Timer_t& stopwatch, win::Duration_t timeout) {
     return timeout != win::gcDurationInfinite && stopwatch.ElapsedTime() > timeout;
 }
 
@@ -27,14 +27,14 @@ bool IsOver(win::Timer_t const& stopwatch, win::Duration_t timeout) {
 
 Link_t::~Link_t() = default;
 
-void Link_t::SendPacket(Packet_t const& packet, win::Duration_t timeout) {
+void Link_t::SendPacket(const Packet_t& packet, win::Duration_t timeout) {
     SendFrameWithTimeout(packet.ProduceFrame(), timeout);
 }
 
 void Link_t::GetPacket(Packet_t& packet, win::Duration_t timeout) {
     win::DebugServer_t& trace = DebugServer();
     win::Timer_t const stopwatch;
-    auto const traceTime = [&](char const* text, char const* end) {
+    const auto traceTime = [&](const char* text, const char* end) {
         if (!trace.IsEnabled()) return;
         trace.PrintStr(text);
         trace.PrintData(win::Duration_t(stopwatch.ElapsedTime()));
@@ -51,7 +51,7 @@ void Link_t::GetPacket(Packet_t& packet, win::Duration_t timeout) {
         traceTime("iol::Link_t: Start receive frame loop at time: ", "\n");
         if (IsOver(stopwatch, timeout)) break;
         traceTime("iol::Link_t: Start GetFrame with timeout at time ", "\n");
-        Frame_t const frame = GetFrameWithTimeout(timeout);
+        const Frame_t frame = GetFrameWithTimeout(timeout);
         traceTime("iol::Link_t: End GetFrame with timeout at time ", " found Frame id: ");
         trace.PrintData(frame.Id());
         trace.PrintStr("\n");
@@ -67,15 +67,15 @@ void Link_t::GetPacket(Packet_t& packet, win::Duration_t timeout) {
     throw glo::Timeout_t(kSource, kPacketTimedOutLine);
 }
 
-std::size_t Link_t::GetPacket(std::vector<Packet_t*> const& packets, win::Duration_t timeout) {
+std::size_t Link_t::GetPacket(const std::vector<Packet_t*>& packets, win::Duration_t timeout) {
     glo::Assert(!packets.empty(), kSource, kEmptyListLine);
     glo::Assert(std::find(packets.begin(), packets.end(), nullptr) == packets.end(), kSource, kNullPacketLine);
     win::Timer_t const stopwatch;
     for (;;) {
         if (IsOver(stopwatch, timeout)) throw glo::Timeout_t(kSource, kListTimedOutLine);
-        Frame_t const frame = GetFrameWithTimeout(timeout);
-        auto const match = std::find_if(packets.begin(), packets.end(),
-                                        [&frame](Packet_t const* packet) { return packet->Id() == frame.Id(); });
+        const Frame_t frame = GetFrameWithTimeout(timeout);
+        const auto match = std::find_if(packets.begin(), packets.end(),
+                                        [&frame](const Packet_t* packet) { return packet->Id() == frame.Id(); });
         if (match == packets.end()) continue;
         (*match)->AcceptFrame(frame);
         return static_cast<std::size_t>(match - packets.begin());

@@ -4,7 +4,7 @@
 
 namespace iou {
 
-UsbLink_t::UsbLink_t(thr::CancelRequested_t& cancel, std::string const& registryPath, PacketCheckingMode_t mode,
+UsbLink_t::UsbLink_t(thr::CancelRequested_t& cancel, const std::string& registryPath, PacketCheckingMode_t mode,
                      win::Duration_t timeout)
     : mCancel(cancel), mDefaultTimeout(timeout), mImpl(new UsbLinkImpl_t(registryPath, mode, *this)) {}
 
@@ -14,7 +14,7 @@ iol::Frame_t UsbLink_t::GetFrameWithTimeout(win::Duration_t timeout) {
     return mImpl->Session().GetFrameWithTimeout(timeout);
 }
 
-void UsbLink_t::SendFrameWithTimeout(iol::Frame_t const& frame, win::Duration_t timeout) {
+void UsbLink_t::SendFrameWithTimeout(const iol::Frame_t& frame, win::Duration_t timeout) {
     mImpl->Session().SendFrameWithTimeout(frame, Layer_t::Application, timeout);
 }
 

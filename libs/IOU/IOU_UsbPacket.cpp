@@ -1,9 +1,9 @@
 #include "libs/IOU/IOU_UsbPacket.hpp"
 
-#include <algorithm>
-
 #include "IOU/IOU_DebugServer.hpp"
 #include "UTL/UTL_HexDump.hpp"
+
+#include <algorithm>
 
 namespace iou {
 namespace {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "IOU/IOU_Layer.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <vector>
-
-#include "IOU/IOU_Layer.hpp"
 
 namespace iou {
 

@@ -36,7 +36,7 @@ class CancelRequestedClone_t final : public Clone_t {
     void Clear() override { mOriginal.Clear(); }
     void Set() override { mOriginal.Set(); }
     int Wait(win::Duration_t duration) const override { return mOriginal.Wait(duration); }
-    int Wait(std::vector<int> const& handles, win::Duration_t duration) const override {
+    int Wait(const std::vector<int>& handles, win::Duration_t duration) const override {
         return mOriginal.Wait(handles, duration);
     }
     bool operator()() const override { return mOriginal(); }
@@ -47,28 +47,28 @@ class CancelRequestedClone_t final : public Clone_t {
 
 class ConstCancelRequestedClone_t final : public Clone_t {
   public:
-    explicit ConstCancelRequestedClone_t(CancelRequestedFunctor_t const& original) : mOriginal(original) {}
+    explicit ConstCancelRequestedClone_t(const CancelRequestedFunctor_t& original) : mOriginal(original) {}
 
     void Clear() override { glo::Assert(false, kSource, __LINE__); }
     void Set() override { glo::Assert(false, kSource, __LINE__); }
     int Wait(win::Duration_t duration) const override { return mOriginal.Wait(duration); }
-    int Wait(std::vector<int> const& handles, win::Duration_t duration) const override {
+    int Wait(const std::vector<int>& handles, win::Duration_t duration) const override {
         return mOriginal.Wait(handles, duration);
     }
     bool operator()() const override { return mOriginal(); }
 
   private:
-    CancelRequestedFunctor_t const& mOriginal;
+    const CancelRequestedFunctor_t& mOriginal;
 };
 
 }  // namespace
 
 CancelRequested_t::~CancelRequested_t() = default;
 
-CancelRequestedFunctor_t::CancelRequestedFunctor_t(CancelRequestedFunctor_t const& other)
+CancelRequestedFunctor_t::CancelRequestedFunctor_t(const CancelRequestedFunctor_t& other)
     : mSource(other.mSource), mRequested(other.mRequested.load(std::memory_order_relaxed)) {}
 
-CancelRequestedFunctor_t& CancelRequestedFunctor_t::operator=(CancelRequestedFunctor_t const& other) {
+CancelRequestedFunctor_t& CancelRequestedFunctor_t::operator=(const CancelRequestedFunctor_t& other) {
     if (this == &other) return *this;
     mSource = other.mSource;
     mRequested.store(other.mRequested.load(std::memory_order_relaxed), std::memory_order_relaxed);
@@ -99,7 +99,7 @@ int CancelRequestedFunctor_t::Wait(win::Duration_t duration) const {
     return SleepFor(duration);
 }
 
-int CancelRequestedFunctor_t::Wait(std::vector<int> const&, win::Duration_t duration) const {
+int CancelRequestedFunctor_t::Wait(const std::vector<int>&, win::Duration_t duration) const {
     return SleepFor(duration);
 }
 

@@ -6,9 +6,9 @@
 
 namespace thr {
 
-void Delay(unsigned int milliseconds, CancelRequested_t const& cancel) {
+void Delay(unsigned int milliseconds, const CancelRequested_t& cancel) {
     constexpr char kSource[] = "libs/THR/THR_Delay";
-    int const result = cancel.Wait(win::Duration_t(milliseconds));
+    const int result = cancel.Wait(win::Duration_t(milliseconds));
     if (result == 0) throw glo::Terminate_t(kSource, __LINE__);
     glo::Assert(result == 1, kSource, __LINE__);
 }

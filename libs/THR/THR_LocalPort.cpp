@@ -1,11 +1,11 @@
 #include "THR/THR_LocalPort.hpp"
 
-#include <utility>
-
 #include "GLO/GLO_Exception.hpp"
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_Object.hpp"
 #include "THR/THR_Stack.hpp"
+
+#include <utility>
 
 namespace thr {
 namespace {
@@ -23,7 +23,7 @@ struct PortRelease_t {
 }  // namespace
 
 LocalPort_t& LocalPort_t::GetLocalPort() {
-    static thread_local PortRelease_t const releaseAtEnd;
+    static thread_local const PortRelease_t releaseAtEnd;
     if (!gPort) gPort = new LocalPort_t;
     return *gPort;
 }
@@ -39,7 +39,7 @@ LocalPort_t::LocalPort_t() : mPort(this) {}
 
 LocalPort_t::~LocalPort_t() = default;
 
-void LocalPort_t::ProcessMessage(Stack_t& stack, std::int32_t id, std::wstring const& name) {
+void LocalPort_t::ProcessMessage(Stack_t& stack, std::int32_t id, const std::wstring& name) {
     switch (id) {
         case gcAsyncCall:
             return InvokeAsync(stack);
@@ -54,16 +54,16 @@ void LocalPort_t::InvokeAsync(Stack_t& stack) {
     GetReference(stack)->CallAsync(stack);
 }
 
-void LocalPort_t::InvokeSync(Stack_t& stack, std::wstring const& replyTo) {
+void LocalPort_t::InvokeSync(Stack_t& stack, const std::wstring& replyTo) {
     ObjectId_t id;
     Stack_t reply;
     bool hasSucceeded = false;
     try {
-        auto const reference = GetReference(stack);
+        const auto reference = GetReference(stack);
         id = reference->Id();
         reference->CallSync(stack, reply);
         hasSucceeded = true;
-    } catch (glo::Exception_t const& exception) {
+    } catch (const glo::Exception_t& exception) {
         reply = Stack_t();
         reply << exception.File() << exception.Line() << exception.Message();
     } catch (...) {
@@ -77,19 +77,19 @@ void LocalPort_t::InvokeSync(Stack_t& stack, std::wstring const& replyTo) {
 std::shared_ptr<LocalReference_t> LocalPort_t::GetReference(Stack_t& stack) const {
     ObjectId_t id;
     stack >> id;
-    auto const it = mReferences.find(id);
+    const auto it = mReferences.find(id);
     if (it == mReferences.end()) throw Exception_t(cFile, __LINE__, std::wstring());
     return it->second;
 }
 
 void LocalPort_t::AddReference(glo::AutoPtr<LocalReference_t> reference) {
-    ObjectId_t const id = reference->Id();
+    const ObjectId_t id = reference->Id();
     mReferences[id] = std::shared_ptr<LocalReference_t>(reference.release());
 }
 
 void LocalPort_t::RemoveReference(ObjectId_t id) {
     // Out of the map before it is destroyed: its object's end may come back here.
-    auto const node = mReferences.extract(id);
+    const auto node = mReferences.extract(id);
     if (node) node.mapped()->LetGo();  // a call that is under way still holds the reference
 }
 

@@ -1,11 +1,11 @@
 #include "THR/THR_Object.hpp"
 
-#include <utility>
-
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalPort.hpp"
 #include "THR/THR_Stack.hpp"
 #include "THR/THR_Thread.hpp"
+
+#include <utility>
 
 namespace thr {
 
@@ -37,7 +37,7 @@ void Object_t::RunLoop() const {
     do {
         try {
             ProcessMessageWithInfiniteWait();
-        } catch (AbortThread_t const&) {
+        } catch (const AbortThread_t&) {
             return;
         } catch (...) {
             // One bad call must not end the loop that serves all others.

@@ -1,10 +1,10 @@
 #include "THR/THR_RemoteReference.hpp"
 
-#include <utility>
-
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalPort.hpp"
 #include "THR/THR_Thread.hpp"
+
+#include <utility>
 
 namespace thr {
 namespace {
@@ -28,7 +28,7 @@ struct Reply_t : MessageHandlerIntf_t {
     std::int32_t mId = 0;  ///< 0 until it has come
     Stack_t mStack;
 
-    void ProcessMessage(Stack_t& stack, std::int32_t id, std::wstring const&) override {
+    void ProcessMessage(Stack_t& stack, std::int32_t id, const std::wstring&) override {
         PopId(stack);
         mStack = std::move(stack);
         mId = id;
@@ -47,7 +47,7 @@ void RemoteReference_t::CallAsync(Method_t method, Stack_t arguments) {
 Stack_t RemoteReference_t::CallSync(Method_t method, Stack_t arguments) {
     // A port for this one reply: a call that is served meanwhile may make synchronous calls of its own.
     Reply_t reply;
-    MessagePort_t const replyPort(&reply);
+    const MessagePort_t replyPort(&reply);
     MessagePort_t target(mPort.Name());
     bool isGone = false;
     target.WhenInvalid([&isGone] { isGone = true; });

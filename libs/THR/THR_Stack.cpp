@@ -1,13 +1,13 @@
 #include "THR/THR_Stack.hpp"
 
+#include "GLO/GLO_HexValueDump.hpp"
+#include "THR/THR_Exception.hpp"
+#include "THR/THR_ObjectId.hpp"
+
 #include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <sstream>
-
-#include "GLO/GLO_HexValueDump.hpp"
-#include "THR/THR_Exception.hpp"
-#include "THR/THR_ObjectId.hpp"
 
 namespace thr {
 namespace {
@@ -15,7 +15,7 @@ namespace {
 constexpr char cFile[] = "libs/THR/THR_Stack";
 
 template <typename Character_t>
-void PushText(Stack_t& stack, std::basic_string<Character_t> const& text) {
+void PushText(Stack_t& stack, const std::basic_string<Character_t>& text) {
     stack.Push(text.data(), text.size() * sizeof(Character_t));
     stack << static_cast<std::uint64_t>(text.size());
 }
@@ -35,12 +35,12 @@ void PopText(Stack_t& stack, std::basic_string<Character_t>& text) {
 
 }  // namespace
 
-void Stack_t::Push(void const* source, std::size_t count) {
-    auto const* const bytes = static_cast<unsigned char const*>(source);
+void Stack_t::Push(const void* source, std::size_t count) {
+    const auto* const bytes = static_cast<const unsigned char*>(source);
     mBytes.insert(mBytes.end(), bytes, bytes + count);
 }
 
-void Stack_t::Require(std::size_t count, char const* file, unsigned short line) const {
+void Stack_t::Require(std::size_t count, const char* file, unsigned short line) const {
     if (count <= mBytes.size()) return;
     std::wostringstream message;
     message << L"Requested Data Size: " << count << L"\nStack Size: " << mBytes.size() << L"\nStack Contents:\n";
@@ -48,19 +48,19 @@ void Stack_t::Require(std::size_t count, char const* file, unsigned short line) 
     throw BadStackException_t(file, line, message.str());
 }
 
-void Stack_t::Pop(void* destination, std::size_t count, char const* file, unsigned short line) {
+void Stack_t::Pop(void* destination, std::size_t count, const char* file, unsigned short line) {
     Require(count, file, line);
     if (count == 0) return;
     std::memcpy(destination, mBytes.data() + mBytes.size() - count, count);
     mBytes.resize(mBytes.size() - count);
 }
 
-Stack_t& operator<<(Stack_t& stack, std::string const& text) {
+Stack_t& operator<<(Stack_t& stack, const std::string& text) {
     PushText(stack, text);
     return stack;
 }
 
-Stack_t& operator<<(Stack_t& stack, std::wstring const& text) {
+Stack_t& operator<<(Stack_t& stack, const std::wstring& text) {
     PushText(stack, text);
     return stack;
 }

@@ -1,9 +1,5 @@
 #include "WIN/WIN_AppMetaData.hpp"
 
-#include <mutex>
-#include <utility>
-#include <vector>
-
 #include "GLO/GLO_Assert.hpp"
 #include "GLO/GLO_String.hpp"
 #include "WIN/WIN_BuildInfo.hpp"
@@ -12,6 +8,10 @@
 #include "platform/NSBundle.hpp"
 #include "platform/NSUserDefaults.hpp"
 #include "platform/Platform.hpp"
+
+#include <mutex>
+#include <utility>
+#include <vector>
 
 namespace win {
 namespace {
@@ -27,15 +27,15 @@ Pending_t& Pending() {
     return pending;
 }
 
-std::string BundleText(platform::PropertyList::Dictionary const& info, char const* key) {
-    auto const it = info.find(key);
-    std::string const* text = it == info.end() ? nullptr : it->second.string();
+std::string BundleText(const platform::PropertyList::Dictionary& info, const char* key) {
+    const auto it = info.find(key);
+    const std::string* text = it == info.end() ? nullptr : it->second.string();
     return text ? *text : std::string();
 }
 
-std::vector<std::wstring> Words(std::wstring const& text) {
+std::vector<std::wstring> Words(const std::wstring& text) {
     std::vector<std::wstring> words(1);
-    for (wchar_t const character : text) {
+    for (const wchar_t character : text) {
         if (character == L' ')
             words.emplace_back();
         else
@@ -44,17 +44,17 @@ std::vector<std::wstring> Words(std::wstring const& text) {
     return words;
 }
 
-std::wstring Ascii(char const* text) {
+std::wstring Ascii(const char* text) {
     return glo::wstring(text, AsciiEncoding());
 }
-std::wstring Wide(std::string const& text) {
+std::wstring Wide(const std::string& text) {
     return glo::wstring(text, Utf8Encoding());
 }
 
 }  // namespace
 
 std::wstring AppMetaData_t::FormattedVersion() const {
-    Version_t const& version = Version();
+    const Version_t& version = Version();
     std::wstring text = version.MajorMinorString() + L'.' + std::to_wstring(version.Third());
     if (IsReleaseBuildType(BuildType())) return text;
     return text + L'.' + std::to_wstring(version.Fourth()) + L' ' + BuildType();
@@ -78,8 +78,8 @@ bool AppMetaData_t::IsRelease() const {
     return IsReleaseBuildType(BuildType()) && glo::EqualNoCase(BuildUserId(), L"SQA");
 }
 
-AppMetaData_t const& AppMetaData() {
-    static AppMetaData_t const metaData([] {
+const AppMetaData_t& AppMetaData() {
+    static const AppMetaData_t metaData([] {
         FirstUseScope_t const firstUse;
         glo::AutoPtr<AppMetaDataContainer_t> container;
         {
@@ -104,7 +104,7 @@ glo::AutoPtr<AppMetaDataContainer_t> CreateAppMetaData() {
     container->mBuildUserId =
         platform::standardUserDefaults().boolForKey("AppTestReleaseBuild") ? L"SQA" : Ascii(BuildUserId());
 
-    auto const& info = platform::mainBundle().infoDictionary();
+    const auto& info = platform::mainBundle().infoDictionary();
     container->mProductName = Wide(BundleText(info, "CFBundleName"));
     container->mInternalName = Wide(BundleText(info, "CFBundleExecutable"));
     container->mPartNumber = Wide(BundleText(info, "TrovikPartNumber"));
@@ -112,7 +112,7 @@ glo::AutoPtr<AppMetaDataContainer_t> CreateAppMetaData() {
 
     std::string const version = BundleText(info, "CFBundleVersion");
     container->mVersion = StringToVersion(version);
-    auto const words = Words(Wide(version));
+    const auto words = Words(Wide(version));
     std::wstring& type = container->mBuildType;
     if (words.size() >= 2) type = words[1];
     if (type != L"Internal" && type != L"Alpha" && type != L"Beta") {

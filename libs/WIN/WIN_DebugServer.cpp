@@ -1,10 +1,5 @@
 #include "WIN/WIN_DebugServer.hpp"
 
-#include <atomic>
-#include <cstdio>
-#include <cstring>
-#include <string_view>
-
 #include "GLO/GLO_Exception.hpp"
 #include "GLO/GLO_String.hpp"
 #include "GLO/GLO_Time.hpp"
@@ -15,10 +10,15 @@
 #include "libs/WIN/impl/WIN_FirstUse.hpp"
 #include "libs/WIN/impl/WIN_TimeStamp.hpp"
 
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
 namespace win {
 namespace {
 
-std::string Utf8(std::wstring const& text) {
+std::string Utf8(const std::wstring& text) {
     return glo::string(text, Utf8Encoding());
 }
 
@@ -35,7 +35,7 @@ std::string TimeStampText(glo::Time_t moment, glo::Time_t::DateFlag_t date) {
 /// line where that is due. Swallows everything, so that a trace never disturbs what it traces.
 template <typename Write_t>
 void DebugServer_t::Print(Write_t write) noexcept {
-    std::atomic_ref<bool> const isPrinting(mIsPrinting);
+    const std::atomic_ref<bool> isPrinting(mIsPrinting);
     if (isPrinting.exchange(true, std::memory_order_relaxed)) return;
     CriticalSection_t& section = DebugServerCriticalSection();
     try {
@@ -58,11 +58,11 @@ void DebugServer_t::Print(Write_t write) noexcept {
     section.Leave();
 }
 
-DebugServer_t::DebugServer_t(std::wstring const& name, bool enabled)
+DebugServer_t::DebugServer_t(const std::wstring& name, bool enabled)
     : mIsEnabled(enabled), mFilePath(DebugFilePath(std::wstring(), name)) {
     if (!enabled) return;
     // What every print needs: made here, it outlives this server, and no lock is held while it is made.
-    FirstUseScope_t const firstUse;
+    const FirstUseScope_t firstUse;
     static_cast<void>(DebugServerCriticalSection());
     static_cast<void>(AppMetaData());
 }
@@ -73,7 +73,7 @@ DebugServer_t::DebugServer_t(SwitchedOff_t) : mIsEnabled(false) {}
 
 DebugServer_t::~DebugServer_t() = default;
 
-void DebugServer_t::WriteText(char const* text) {
+void DebugServer_t::WriteText(const char* text) {
     Print([&](std::ofstream& output) {
         output << text;
         if (!std::strchr(text, '\n')) return;
@@ -82,30 +82,30 @@ void DebugServer_t::WriteText(char const* text) {
     });
 }
 
-void DebugServer_t::WriteText(wchar_t const* text) {
+void DebugServer_t::WriteText(const wchar_t* text) {
     WriteText(Utf8(text).c_str());
 }
 
 template <typename Value_t>
-void DebugServer_t::WriteData(Value_t const& value) {
+void DebugServer_t::WriteData(const Value_t& value) {
     Print([&](std::ofstream& output) { output << value; });
 }
 
-template void DebugServer_t::WriteData(float const&);
-template void DebugServer_t::WriteData(char const&);
-template void DebugServer_t::WriteData(int const&);
-template void DebugServer_t::WriteData(unsigned int const&);
-template void DebugServer_t::WriteData(unsigned short const&);
-template void DebugServer_t::WriteData(long const&);
-template void DebugServer_t::WriteData(unsigned long const&);
-template void DebugServer_t::WriteData(std::string const&);
-template void DebugServer_t::WriteData(Duration_t const&);
+template void DebugServer_t::WriteData(const float&);
+template void DebugServer_t::WriteData(const char&);
+template void DebugServer_t::WriteData(const int&);
+template void DebugServer_t::WriteData(const unsigned int&);
+template void DebugServer_t::WriteData(const unsigned short&);
+template void DebugServer_t::WriteData(const long&);
+template void DebugServer_t::WriteData(const unsigned long&);
+template void DebugServer_t::WriteData(const std::string&);
+template void DebugServer_t::WriteData(const Duration_t&);
 
-void DebugServer_t::PrintException(glo::Exception_t const& exception) {
+void DebugServer_t::PrintException(const glo::Exception_t& exception) {
     if (mIsEnabled) WriteText(glo::ExceptionLine(exception).c_str());
 }
 
-void DebugServer_t::PrintException(glo::Exception_t const& exception, std::string const& context) {
+void DebugServer_t::PrintException(const glo::Exception_t& exception, const std::string& context) {
     if (mIsEnabled) WriteText(glo::ExceptionLine(exception, context).c_str());
 }
 
@@ -117,7 +117,7 @@ void DebugServer_t::PrintTime() {
 
 void DebugServer_t::PrintNewRun() {
     mOutput.reset(new std::ofstream(Utf8(mFilePath), std::ios::app));
-    AppMetaData_t const& application = AppMetaData();
+    const AppMetaData_t& application = AppMetaData();
     *mOutput << TimeStampText(glo::Time_t::Now(), glo::Time_t::DateFlag_t::WithDate)
              << " ***************** New Run ****************************\n"
              << "Application Version: " << Utf8(application.Version().Str() + L' ' + application.BuildType()) << '\n';
@@ -147,7 +147,7 @@ DebugServer_t& DebugServer() {
 }
 
 bool DefaultDebugToOn() {
-    auto const& showDebug = Registry().ShowDebug();
+    const auto& showDebug = Registry().ShowDebug();
     return showDebug.IsKnown() && showDebug.Get();
 }
 

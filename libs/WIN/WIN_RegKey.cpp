@@ -13,12 +13,12 @@ constexpr wchar_t cTrovikPath[] = L"Software\\Trovik";
 
 }  // namespace
 
-RegKey_t::RegKey_t(RegKey_t const& parent, std::wstring const& name)
+RegKey_t::RegKey_t(const RegKey_t& parent, const std::wstring& name)
     : mRoot(parent.mRoot), mPath(name.empty() ? parent.mPath : parent.mPath + L'\\' + name) {}
 
-RegKey_t::RegKey_t(RegKey_t const& parent, int index) : RegKey_t(parent, parent.SubKeyName(index)) {}
+RegKey_t::RegKey_t(const RegKey_t& parent, int index) : RegKey_t(parent, parent.SubKeyName(index)) {}
 
-bool RegKey_t::ValueExists(std::wstring const& name) const {
+bool RegKey_t::ValueExists(const std::wstring& name) const {
     return RegistryUtils::KeyExists(static_cast<int>(mRoot), mPath, name);
 }
 
@@ -41,30 +41,30 @@ std::wstring RegKey_t::SubKeyName(int index) const {
     throw RegException_t(cFile, __LINE__, mPath);
 }
 
-unsigned int RegKey_t::GetBinaryValue(std::wstring const& name, void* buffer, unsigned int size) const {
-    unsigned int const count =
+unsigned int RegKey_t::GetBinaryValue(const std::wstring& name, void* buffer, unsigned int size) const {
+    const unsigned int count =
         RegistryUtils::GetRegistryValue(static_cast<int>(mRoot), mPath, name, buffer, static_cast<int>(size));
     if (count == 0) throw RegError_t(cFile, __LINE__, name);
     return count;
 }
 
-bool RegKey_t::SetBinaryValue(std::wstring const& name, void const* data, unsigned int size) const {
+bool RegKey_t::SetBinaryValue(const std::wstring& name, const void* data, unsigned int size) const {
     return RegistryUtils::SetRegistryValue(static_cast<int>(mRoot), mPath, name, data, static_cast<int>(size));
 }
 
-bool RegKey_t::GetStringValue(std::wstring const& name, std::wstring& value) const {
+bool RegKey_t::GetStringValue(const std::wstring& name, std::wstring& value) const {
     return RegistryUtils::GetRegistryValue(static_cast<int>(mRoot), mPath, name, value);
 }
 
-bool RegKey_t::SetStringValue(std::wstring const& name, std::wstring const& value) const {
+bool RegKey_t::SetStringValue(const std::wstring& name, const std::wstring& value) const {
     return RegistryUtils::SetRegistryValue(static_cast<int>(mRoot), mPath, name, value);
 }
 
-bool RegKey_t::Delete(std::wstring const& name) const {
+bool RegKey_t::Delete(const std::wstring& name) const {
     return RegistryUtils::RemoveRegistryKeyAndValue(static_cast<int>(mRoot), mPath, name);
 }
 
-bool RegKey_t::DeleteSubKey(std::wstring const& name) const {
+bool RegKey_t::DeleteSubKey(const std::wstring& name) const {
     return RegistryUtils::RemoveTerminlNodeOfPath(static_cast<int>(mRoot), mPath + L'\\' + name);
 }
 
@@ -72,43 +72,43 @@ bool RegKey_t::DeleteSubKey(int index) const {
     return DeleteSubKey(SubKeyName(index));
 }
 
-RegKey_t const& CurrentUserKey() {
-    static RegKey_t const key(gcRegistryCurrentUser, L"HKEY_CURRENT_USER");
+const RegKey_t& CurrentUserKey() {
+    static const RegKey_t key(gcRegistryCurrentUser, L"HKEY_CURRENT_USER");
     return key;
 }
 
-RegKey_t const& LocalMachineKey() {
-    static RegKey_t const key(gcRegistryLocalMachine, L"HKEY_LOCAL_MACHINE");
+const RegKey_t& LocalMachineKey() {
+    static const RegKey_t key(gcRegistryLocalMachine, L"HKEY_LOCAL_MACHINE");
     return key;
 }
 
-RegKey_t const& TrovikCurrentUserKey() {
-    static RegKey_t const key(gcRegistryCurrentUser, cTrovikPath);
+const RegKey_t& TrovikCurrentUserKey() {
+    static const RegKey_t key(gcRegistryCurrentUser, cTrovikPath);
     return key;
 }
 
-RegKey_t const& TrovikLocalMachineKey() {
-    static RegKey_t const key(LocalMachineKey(), cTrovikPath);
+const RegKey_t& TrovikLocalMachineKey() {
+    static const RegKey_t key(LocalMachineKey(), cTrovikPath);
     return key;
 }
 
-RegKey_t const& CommonCurrentUserKey() {
-    static RegKey_t const key(TrovikCurrentUserKey(), L"Common");
+const RegKey_t& CommonCurrentUserKey() {
+    static const RegKey_t key(TrovikCurrentUserKey(), L"Common");
     return key;
 }
 
-RegKey_t const& SettingsKey() {
-    static RegKey_t const key(RegKey_t(TrovikCurrentUserKey(), L""), L"Settings");
+const RegKey_t& SettingsKey() {
+    static const RegKey_t key(RegKey_t(TrovikCurrentUserKey(), L""), L"Settings");
     return key;
 }
 
-RegKey_t const& DataKey() {
-    static RegKey_t const key(RegKey_t(TrovikCurrentUserKey(), L""), L"Data");
+const RegKey_t& DataKey() {
+    static const RegKey_t key(RegKey_t(TrovikCurrentUserKey(), L""), L"Data");
     return key;
 }
 
-RegKey_t const& SharedSettingsKey() {
-    static RegKey_t const key(TrovikCurrentUserKey(), L"SharedSettings");
+const RegKey_t& SharedSettingsKey() {
+    static const RegKey_t key(TrovikCurrentUserKey(), L"SharedSettings");
     return key;
 }
 

@@ -15,7 +15,7 @@ void Normalise(RegValue_t<bool>& value) {
 
 }  // namespace
 
-Registry_t::Registry_t(RegKey_t const& key)
+Registry_t::Registry_t(const RegKey_t& key)
     : mUseLocalTime(key, L"UseLocalTime", true),
       mUserUtcOffset(key, L"UserUtcOffset", glo::TimeSpan_t()),
       mUserTimeZoneId(key, L"UserTimeZoneId"),

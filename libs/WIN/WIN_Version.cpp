@@ -1,15 +1,16 @@
 #include "WIN/WIN_Version.hpp"
 
+#include "THR/THR_Stack.hpp"
+
+#include <boost/tokenizer.hpp>
+
 #include <algorithm>
 #include <array>
-#include <boost/tokenizer.hpp>
 #include <cstdio>
 #include <limits>
 #include <locale>
 #include <sstream>
 #include <string_view>
-
-#include "THR/THR_Stack.hpp"
 
 namespace win {
 namespace {
@@ -18,10 +19,10 @@ namespace {
 int IntValue(std::string_view text) {
     constexpr std::int64_t cLimit = std::numeric_limits<int>::max();
     text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
-    bool const isNegative = text.starts_with('-');
+    const bool isNegative = text.starts_with('-');
     if (isNegative || text.starts_with('+')) text.remove_prefix(1);
     std::int64_t value = 0;
-    for (char const character : text) {
+    for (const char character : text) {
         if (character < '0' || character > '9') break;
         value = std::min(value * 10 + (character - '0'), isNegative ? cLimit + 1 : cLimit);
     }
@@ -30,11 +31,11 @@ int IntValue(std::string_view text) {
 
 }  // namespace
 
-Version_t::Version_t(std::wstring const& text) {
+Version_t::Version_t(const std::wstring& text) {
     using Tokenizer_t = boost::tokenizer<boost::char_separator<wchar_t>, std::wstring::const_iterator, std::wstring>;
-    std::array<std::uint16_t*, 4> const parts{&mMajor, &mMinor, &mThird, &mFourth};
+    const std::array<std::uint16_t*, 4> parts{&mMajor, &mMinor, &mThird, &mFourth};
     std::size_t count = 0;
-    for (std::wstring const& piece : Tokenizer_t(text, boost::char_separator<wchar_t>(L"."))) {
+    for (const std::wstring& piece : Tokenizer_t(text, boost::char_separator<wchar_t>(L"."))) {
         std::wistringstream stream(piece);
         stream.imbue(std::locale::classic());
         std::uint16_t number = 0;
@@ -44,11 +45,11 @@ Version_t::Version_t(std::wstring const& text) {
     }
 }
 
-Version_t StringToVersion(std::string const& text) {
+Version_t StringToVersion(const std::string& text) {
     std::array<std::uint16_t, 4> parts{};
     std::string_view rest = text;
     for (auto& part : parts) {
-        auto const dot = std::min(rest.find('.'), rest.size());
+        const auto dot = std::min(rest.find('.'), rest.size());
         part = static_cast<std::uint16_t>(IntValue(rest.substr(0, dot)));
         rest.remove_prefix(std::min(dot + 1, rest.size()));
     }

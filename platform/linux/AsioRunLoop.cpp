@@ -1,5 +1,12 @@
 #include "platform/linux/AsioRunLoop.hpp"
 
+#include "platform/Platform.hpp"
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -8,13 +15,6 @@
 #include <deque>
 #include <optional>
 #include <utility>  // before Asio: Boost 1.74 uses std::exchange without it
-
-#include <boost/asio/executor_work_guard.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
-#include <boost/asio/post.hpp>
-
-#include "platform/Platform.hpp"
 
 namespace platform {
 namespace {

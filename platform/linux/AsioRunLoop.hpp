@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/CFRunLoop.hpp"
+
 #include <atomic>
 #include <cstddef>
 #include <deque>
@@ -11,8 +13,6 @@
 #include <string_view>
 #include <thread>
 #include <vector>
-
-#include "platform/CFRunLoop.hpp"
 
 namespace platform {
 

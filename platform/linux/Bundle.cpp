@@ -1,13 +1,13 @@
 #include "platform/linux/Bundle.hpp"
 
+#include "platform/Platform.hpp"
+#include "platform/linux/PropertyListFile.hpp"
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <string_view>
 #include <utility>
-
-#include "platform/Platform.hpp"
-#include "platform/linux/PropertyListFile.hpp"
 
 namespace platform {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/NSBundle.hpp"
+
 #include <map>
 #include <string>
 #include <vector>
-
-#include "platform/NSBundle.hpp"
 
 namespace platform {
 

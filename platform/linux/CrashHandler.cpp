@@ -1,10 +1,6 @@
 #include "platform/linux/CrashHandler.hpp"
 
-#include <dlfcn.h>
-#include <execinfo.h>
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
+#include "platform/linux/FileDescriptor.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -13,12 +9,15 @@
 #include <cstddef>
 #include <cstring>
 #include <ctime>
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <signal.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
-
-#include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
 namespace {

@@ -1,9 +1,8 @@
 #include "platform/Directories.hpp"
 
+#include <cstdlib>
 #include <pwd.h>
 #include <unistd.h>
-
-#include <cstdlib>
 #include <vector>
 
 namespace platform {

@@ -1,15 +1,15 @@
 #include "platform/linux/Dispatch.hpp"
 
+#include "platform/Boundary.hpp"
+#include "platform/Platform.hpp"
+#include "platform/QueueFrame.hpp"
+
 #include <algorithm>
 #include <atomic>
 #include <exception>
 #include <future>
 #include <system_error>
 #include <utility>
-
-#include "platform/Boundary.hpp"
-#include "platform/Platform.hpp"
-#include "platform/QueueFrame.hpp"
 
 namespace platform {
 namespace {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "platform/CFRunLoop.hpp"
+#include "platform/Dispatch.hpp"
+
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -8,9 +11,6 @@
 #include <mutex>
 #include <thread>
 #include <vector>
-
-#include "platform/CFRunLoop.hpp"
-#include "platform/Dispatch.hpp"
 
 namespace platform {
 

@@ -1,10 +1,7 @@
 #include "platform/DispatchSource.hpp"
 
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
-#include <sys/inotify.h>
-#include <sys/stat.h>
-#include <sys/timerfd.h>
+#include "platform/Dispatch.hpp"
+#include "platform/linux/FileDescriptor.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -14,12 +11,14 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <sys/timerfd.h>
 #include <system_error>
 #include <thread>
 #include <utility>
-
-#include "platform/Dispatch.hpp"
-#include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
 namespace {

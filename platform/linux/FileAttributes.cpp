@@ -1,11 +1,10 @@
 #include "platform/FileAttributes.hpp"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <linux/limits.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-
-#include <cerrno>
 
 namespace platform {
 namespace {

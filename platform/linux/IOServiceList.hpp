@@ -1,11 +1,11 @@
 #pragma once
 
+#include "platform/IORegistry.hpp"
+
 #include <cstddef>
 #include <memory>
 #include <utility>
 #include <vector>
-
-#include "platform/IORegistry.hpp"
 
 namespace platform {
 

@@ -1,14 +1,14 @@
 #include "platform/linux/LibusbDevice.hpp"
 
-#include <utility>
-#include <vector>
-
 #include "platform/linux/IOServiceList.hpp"
 #include "platform/linux/LibusbInterface.hpp"
 #include "platform/linux/OpenFailure.hpp"
 #include "platform/linux/UsbConnection.hpp"
 #include "platform/linux/UsbErrors.hpp"
 #include "platform/linux/UsbServices.hpp"
+
+#include <utility>
+#include <vector>
 
 namespace platform {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/IOUSB.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include "platform/IOUSB.hpp"
 
 struct libusb_device_descriptor;
 

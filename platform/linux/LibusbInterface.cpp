@@ -1,14 +1,14 @@
 #include "platform/linux/LibusbInterface.hpp"
 
-#include <cstdio>
-#include <cstdlib>
-#include <limits>
-#include <utility>
-
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/UsbConnection.hpp"
 #include "platform/linux/UsbErrors.hpp"
 #include "platform/linux/UsbTransfers.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <utility>
 
 namespace platform {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/IOUSB.hpp"
+
 #include <memory>
 #include <string>
 #include <vector>
-
-#include "platform/IOUSB.hpp"
 
 namespace platform {
 

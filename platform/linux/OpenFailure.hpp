@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/IOReturn.hpp"
+
 #include <string>
 #include <vector>
-
-#include "platform/IOReturn.hpp"
 
 namespace platform {
 

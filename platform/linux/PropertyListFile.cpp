@@ -1,13 +1,12 @@
 #include "platform/linux/PropertyListFile.hpp"
 
+#include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <filesystem>
 #include <utility>
 
 namespace platform {

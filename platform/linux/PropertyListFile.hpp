@@ -1,10 +1,10 @@
 #pragma once
 
-#include <optional>
-#include <string>
-
 #include "platform/PropertyList.hpp"
 #include "platform/linux/FileDescriptor.hpp"
+
+#include <optional>
+#include <string>
 
 namespace platform {
 

@@ -10,6 +10,8 @@ extern "C" {  // glibc 2.36 forgets to say so itself
 #include <sys/pidfd.h>
 }
 
+#include "platform/linux/FileDescriptor.hpp"
+
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -20,8 +22,6 @@ extern "C" {  // glibc 2.36 forgets to say so itself
 #include <sstream>
 #include <string_view>
 #include <vector>
-
-#include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/ScriptRunner.hpp"
+
 #include <chrono>
 #include <optional>
 #include <string>
-
-#include "platform/ScriptRunner.hpp"
 
 namespace platform {
 

@@ -1,14 +1,13 @@
 #include "platform/linux/TerminateExceptionHandler.hpp"
 
-#include <cxxabi.h>
-#include <execinfo.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cstdlib>
+#include <cxxabi.h>
+#include <execinfo.h>
 #include <memory>
 #include <thread>
 #include <typeinfo>
+#include <unistd.h>
 
 namespace platform {
 namespace {

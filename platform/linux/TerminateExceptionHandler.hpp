@@ -1,12 +1,12 @@
 #pragma once
 
+#include "platform/NSExceptionHandler.hpp"
+
 #include <cstdint>
 #include <exception>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "platform/NSExceptionHandler.hpp"
 
 namespace platform {
 

@@ -1,5 +1,11 @@
 #include "platform/linux/UdevRegistry.hpp"
 
+#include "platform/Platform.hpp"
+#include "platform/linux/AsioRunLoop.hpp"
+#include "platform/linux/IOServiceList.hpp"
+#include "platform/linux/OpenFailure.hpp"
+#include "platform/linux/UsbServices.hpp"
+
 #include <libudev.h>
 
 #include <cerrno>
@@ -12,12 +18,6 @@
 #include <optional>
 #include <string_view>
 #include <vector>
-
-#include "platform/Platform.hpp"
-#include "platform/linux/AsioRunLoop.hpp"
-#include "platform/linux/IOServiceList.hpp"
-#include "platform/linux/OpenFailure.hpp"
-#include "platform/linux/UsbServices.hpp"
 
 namespace platform {
 namespace {

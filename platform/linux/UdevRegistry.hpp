@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/IORegistry.hpp"
+
 #include <memory>
 #include <string>
-
-#include "platform/IORegistry.hpp"
 
 namespace platform {
 

@@ -1,12 +1,11 @@
 #include "platform/linux/UsbConnection.hpp"
 
-#include <poll.h>
-#include <sys/epoll.h>
-
-#include <cerrno>
-
 #include "platform/linux/UsbErrors.hpp"
 #include "platform/linux/UsbNode.hpp"
+
+#include <cerrno>
+#include <poll.h>
+#include <sys/epoll.h>
 
 namespace platform {
 namespace {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "platform/IOReturn.hpp"
+#include "platform/linux/FileDescriptor.hpp"
+
 #include <libusb.h>
 
 #include <chrono>
@@ -7,9 +10,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-#include "platform/IOReturn.hpp"
-#include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
 

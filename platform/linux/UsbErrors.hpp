@@ -1,8 +1,8 @@
 #pragma once
 
-#include <libusb.h>
-
 #include "platform/IOReturn.hpp"
+
+#include <libusb.h>
 
 namespace platform {
 

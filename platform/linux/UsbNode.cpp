@@ -1,15 +1,14 @@
 #include "platform/linux/UsbNode.hpp"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/inotify.h>
-#include <sys/stat.h>
+#include "platform/linux/UsbErrors.hpp"
 
 #include <algorithm>
 #include <cerrno>
+#include <fcntl.h>
 #include <filesystem>
-
-#include "platform/linux/UsbErrors.hpp"
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
 
 namespace platform {
 namespace {

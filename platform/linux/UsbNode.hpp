@@ -1,11 +1,11 @@
 #pragma once
 
+#include "platform/IOReturn.hpp"
+#include "platform/linux/FileDescriptor.hpp"
+
 #include <chrono>
 #include <functional>
 #include <string>
-
-#include "platform/IOReturn.hpp"
-#include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
 

@@ -1,11 +1,10 @@
 #include "platform/linux/UsbServices.hpp"
 
-#include <sys/stat.h>
-
-#include <fstream>
-
 #include "platform/IOUSB.hpp"
 #include "platform/linux/LibusbDevice.hpp"
+
+#include <fstream>
+#include <sys/stat.h>
 
 namespace platform {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/IORegistry.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include "platform/IORegistry.hpp"
 
 namespace platform {
 

@@ -1,12 +1,12 @@
 #include "platform/linux/UsbTransfers.hpp"
 
+#include "platform/Platform.hpp"
+#include "platform/linux/UsbErrors.hpp"
+
 #include <algorithm>
 #include <chrono>
 #include <new>
 #include <utility>
-
-#include "platform/Platform.hpp"
-#include "platform/linux/UsbErrors.hpp"
 
 namespace platform {
 namespace {

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "platform/IOUSB.hpp"
+#include "platform/linux/AsioRunLoop.hpp"
+#include "platform/linux/UsbConnection.hpp"
+
 #include <libusb.h>
 
 #include <cstdint>
@@ -10,10 +14,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "platform/IOUSB.hpp"
-#include "platform/linux/AsioRunLoop.hpp"
-#include "platform/linux/UsbConnection.hpp"
 
 namespace platform {
 

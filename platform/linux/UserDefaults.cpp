@@ -1,17 +1,16 @@
 #include "platform/linux/UserDefaults.hpp"
 
-#include <strings.h>
-#include <sys/stat.h>
+#include "platform/Directories.hpp"
+#include "platform/Platform.hpp"
+#include "platform/linux/PropertyListFile.hpp"
 
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <strings.h>
+#include <sys/stat.h>
 #include <utility>
-
-#include "platform/Directories.hpp"
-#include "platform/Platform.hpp"
-#include "platform/linux/PropertyListFile.hpp"
 
 namespace platform {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/NSUserDefaults.hpp"
+
 #include <map>
 #include <mutex>
 #include <string>
-
-#include "platform/NSUserDefaults.hpp"
 
 namespace platform {
 

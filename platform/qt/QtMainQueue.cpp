@@ -1,9 +1,12 @@
 #include "platform/qt/QtMainQueue.hpp"
 
+#include "platform/Boundary.hpp"
+
 #include <QObject>
 #include <QPointer>
 #include <QThread>
 #include <QTimer>
+
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -11,8 +14,6 @@
 #include <limits>
 #include <mutex>
 #include <utility>
-
-#include "platform/Boundary.hpp"
 
 namespace platform {
 namespace {

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/Dispatch.hpp"
+
 #include <cstdint>
 #include <memory>
-
-#include "platform/Dispatch.hpp"
 
 namespace platform {
 

@@ -1,18 +1,18 @@
 #include "platform/qt/QtPreload.hpp"
 
-#include <dlfcn.h>
-#include <fontconfig/fontconfig.h>
+#include "platform/Boundary.hpp"
 
 #include <QByteArray>
 #include <QLibraryInfo>
 #include <QString>
 #include <QThread>
+#include <fontconfig/fontconfig.h>
+
+#include <dlfcn.h>
 #include <filesystem>
 #include <string>
 #include <system_error>
 #include <utility>
-
-#include "platform/Boundary.hpp"
 
 namespace platform {
 namespace {

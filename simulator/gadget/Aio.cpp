@@ -1,12 +1,11 @@
 #include "simulator/gadget/Aio.hpp"
 
-#include <sys/eventfd.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace simulator {
 namespace {

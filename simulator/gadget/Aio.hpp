@@ -1,14 +1,13 @@
 #pragma once
 
-#include <linux/aio_abi.h>
+#include "platform/linux/FileDescriptor.hpp"
+#include "simulator/Types.hpp"
 
 #include <cstdint>
 #include <functional>
+#include <linux/aio_abi.h>
 #include <memory>
 #include <vector>
-
-#include "platform/linux/FileDescriptor.hpp"
-#include "simulator/Types.hpp"
 
 namespace simulator {
 

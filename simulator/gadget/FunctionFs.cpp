@@ -1,18 +1,17 @@
 #include "simulator/gadget/FunctionFs.hpp"
 
+#include <cerrno>
+#include <cstdio>
 #include <endian.h>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <linux/usb/functionfs.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace simulator {

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <string>
-
 #include "platform/linux/FileDescriptor.hpp"
 #include "simulator/Profile.hpp"
 #include "simulator/Types.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <string>
 
 namespace simulator {
 

@@ -1,14 +1,13 @@
 #include "simulator/gadget/GadgetPlug.hpp"
 
-#include <linux/usb/functionfs.h>
-#include <poll.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <linux/usb/functionfs.h>
+#include <poll.h>
 #include <system_error>
+#include <unistd.h>
 #include <vector>
 
 namespace simulator {

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <array>
-#include <functional>
-#include <optional>
-
 #include "simulator/Device.hpp"
 #include "simulator/gadget/Aio.hpp"
 #include "simulator/gadget/FunctionFs.hpp"
+
+#include <array>
+#include <functional>
+#include <optional>
 
 namespace simulator {
 

@@ -1,9 +1,7 @@
 // trovik-gadget: the simulated device on a kernel's USB device controller (dummy_hcd on a desktop, or a board with a
 // USB device port and a real cable). Takes orders on standard input and tells what happens on standard output, a line
 // each.
-#include <signal.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
+#include "simulator/gadget/GadgetPlug.hpp"
 
 #include <algorithm>
 #include <cctype>
@@ -15,11 +13,12 @@
 #include <iostream>
 #include <map>
 #include <optional>
+#include <signal.h>
 #include <sstream>
 #include <string>
+#include <sys/signalfd.h>
+#include <unistd.h>
 #include <vector>
-
-#include "simulator/gadget/GadgetPlug.hpp"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include "simulator/impl/BusCore.hpp"
 
-#include <algorithm>
-
 #include "simulator/impl/UsbObjects.hpp"
+
+#include <algorithm>
 
 namespace simulator {
 

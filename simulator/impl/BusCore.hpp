@@ -1,5 +1,11 @@
 #pragma once
 
+#include "platform/CFRunLoop.hpp"
+#include "platform/IORegistry.hpp"
+#include "platform/IOUSB.hpp"
+#include "simulator/Device.hpp"
+#include "simulator/Types.hpp"
+
 #include <array>
 #include <cstdint>
 #include <deque>
@@ -10,12 +16,6 @@
 #include <span>
 #include <string>
 #include <vector>
-
-#include "platform/CFRunLoop.hpp"
-#include "platform/IORegistry.hpp"
-#include "platform/IOUSB.hpp"
-#include "simulator/Device.hpp"
-#include "simulator/Types.hpp"
 
 namespace simulator {
 

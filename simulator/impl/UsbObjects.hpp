@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
-#include <vector>
-
 #include "platform/IORegistry.hpp"
 #include "simulator/impl/BusCore.hpp"
+
+#include <memory>
+#include <vector>
 
 namespace simulator {
 

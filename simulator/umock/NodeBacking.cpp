@@ -1,17 +1,16 @@
 #include "simulator/umock/NodeBacking.hpp"
 
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <mqueue.h>
-#include <pty.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <mqueue.h>
+#include <pty.h>
+#include <unistd.h>
 
 namespace {
 

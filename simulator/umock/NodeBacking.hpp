@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "platform/linux/FileDescriptor.hpp"
 #include "simulator/umock/UmockUsb.hpp"
+
+#include <string>
 
 namespace simulator {
 

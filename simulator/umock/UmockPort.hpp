@@ -1,19 +1,19 @@
 #pragma once
 
-#include <linux/usbdevice_fs.h>
+#include "simulator/umock/NodeBacking.hpp"
+#include "simulator/umock/UmockUsb.hpp"
+
 #include <umockdev.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <linux/usbdevice_fs.h>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
-
-#include "simulator/umock/NodeBacking.hpp"
-#include "simulator/umock/UmockUsb.hpp"
 
 namespace simulator {
 

@@ -1,6 +1,7 @@
 // What the kernel's usbfs does with a program's requests: transfers, their cancellation and their return.
-#include <linux/usbdevice_fs.h>
-#include <sys/ioctl.h>
+#include "simulator/umock/UmockPort.hpp"
+#include "simulator/umock/UmockUsb.hpp"
+
 #include <umockdev.h>
 
 #include <algorithm>
@@ -9,10 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
 #include <utility>
-
-#include "simulator/umock/UmockPort.hpp"
-#include "simulator/umock/UmockUsb.hpp"
 
 namespace simulator {
 

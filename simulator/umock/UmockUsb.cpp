@@ -1,5 +1,7 @@
 #include "simulator/umock/UmockUsb.hpp"
 
+#include "simulator/umock/UmockPort.hpp"
+
 #include <umockdev.h>
 
 #include <algorithm>
@@ -9,8 +11,6 @@
 #include <filesystem>
 #include <optional>
 #include <utility>
-
-#include "simulator/umock/UmockPort.hpp"
 
 namespace simulator {
 namespace {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "simulator/Device.hpp"
+#include "simulator/RealTimeDrive.hpp"
+
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
@@ -10,9 +13,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-#include "simulator/Device.hpp"
-#include "simulator/RealTimeDrive.hpp"
 
 typedef struct _UMockdevTestbed UMockdevTestbed;
 typedef struct _UMockdevIoctlBase UMockdevIoctlBase;

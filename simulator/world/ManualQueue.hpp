@@ -1,5 +1,8 @@
 #pragma once
 
+#include "platform/Dispatch.hpp"
+#include "simulator/SimulatedClock.hpp"
+
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -7,9 +10,6 @@
 #include <mutex>
 #include <optional>
 #include <vector>
-
-#include "platform/Dispatch.hpp"
-#include "simulator/SimulatedClock.hpp"
 
 namespace simulator {
 

@@ -1,15 +1,15 @@
 #pragma once
 
+#include "platform/NSExceptionHandler.hpp"
+#include "platform/NSUserDefaults.hpp"
+#include "platform/ScriptRunner.hpp"
+
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "platform/NSExceptionHandler.hpp"
-#include "platform/NSUserDefaults.hpp"
-#include "platform/ScriptRunner.hpp"
 
 namespace simulator {
 

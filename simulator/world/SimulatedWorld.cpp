@@ -1,9 +1,9 @@
 #include "simulator/world/SimulatedWorld.hpp"
 
+#include "platform/CFRunLoop.hpp"
+
 #include <mutex>
 #include <utility>
-
-#include "platform/CFRunLoop.hpp"
 
 namespace simulator {
 namespace {

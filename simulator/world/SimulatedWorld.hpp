@@ -1,17 +1,17 @@
 #pragma once
 
-#include <chrono>
-#include <cstddef>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "platform/Platform.hpp"
 #include "simulator/InProcessBus.hpp"
 #include "simulator/SimulatedClock.hpp"
 #include "simulator/SimulatedRunLoops.hpp"
 #include "simulator/world/ManualQueue.hpp"
 #include "simulator/world/SimulatedServices.hpp"
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace simulator {
 

@@ -1,5 +1,10 @@
+#include "BIN/BIN_fstream.hpp"
+#include "BIN/BIN_stringstream.hpp"
+#include "GLO/GLO_Exception.hpp"
+#include "GLO/GLO_String.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <functional>
@@ -7,13 +12,8 @@
 #include <map>
 #include <sstream>
 #include <tuple>
+#include <unistd.h>
 #include <vector>
-
-#include "BIN/BIN_fstream.hpp"
-#include "BIN/BIN_stringstream.hpp"
-#include "GLO/GLO_Exception.hpp"
-#include "GLO/GLO_String.hpp"
-#include "tests/support/TemporaryFolder.hpp"
 
 namespace {
 

@@ -1,12 +1,11 @@
+#include "BIN/BIN_istream_iterator.hpp"
 #include "BIN/BIN_stringstream.hpp"
+#include "GLO/GLO_String.hpp"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <numeric>
-
-#include "BIN/BIN_istream_iterator.hpp"
-#include "GLO/GLO_String.hpp"
 
 namespace {
 

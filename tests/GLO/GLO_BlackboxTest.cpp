@@ -1,9 +1,8 @@
+#include "GLO/GLO_Assert.hpp"
 #include "GLO/GLO_Blackbox.hpp"
+#include "GLO/GLO_Exception.hpp"
 
 #include <gtest/gtest.h>
-
-#include "GLO/GLO_Assert.hpp"
-#include "GLO/GLO_Exception.hpp"
 
 extern "C" const char* __crashreporter_info__;
 

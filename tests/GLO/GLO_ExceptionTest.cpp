@@ -1,16 +1,15 @@
-#include "GLO/GLO_Exception.hpp"
-
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-
 #include "GLO/GLO_CallStack.hpp"
 #include "GLO/GLO_ErrorReport.hpp"
+#include "GLO/GLO_Exception.hpp"
 #include "platform/Boundary.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/Bundle.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
 
 namespace {
 

@@ -1,11 +1,11 @@
+#include "GLO/GLO_AutoPtr.hpp"
+#include "GLO/GLO_Optional.hpp"
+#include "GLO/GLO_SmartPtr.hpp"
+
 #include <gtest/gtest.h>
 
 #include <thread>
 #include <utility>
-
-#include "GLO/GLO_AutoPtr.hpp"
-#include "GLO/GLO_Optional.hpp"
-#include "GLO/GLO_SmartPtr.hpp"
 
 namespace {
 

@@ -1,3 +1,8 @@
+#include "GLO/GLO_HexValueDump.hpp"
+#include "GLO/GLO_String.hpp"
+#include "GLO/GLO_Time.hpp"
+#include "UTL/UTL_HexDump.hpp"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -6,11 +11,6 @@
 #include <tuple>
 #include <utility>
 #include <vector>
-
-#include "GLO/GLO_HexValueDump.hpp"
-#include "GLO/GLO_String.hpp"
-#include "GLO/GLO_Time.hpp"
-#include "UTL/UTL_HexDump.hpp"
 
 namespace {
 

@@ -1,13 +1,12 @@
-#include "IOA/IOA_Channel.hpp"
-
-#include <gtest/gtest.h>
-
 #include "FTX/FTX_Channel.hpp"
 #include "GLO/GLO_Exception.hpp"
+#include "IOA/IOA_Channel.hpp"
 #include "IOA/IOA_Exception.hpp"
 #include "IOA_Support.hpp"
 #include "platform/Platform.hpp"
 #include "tests/support/ScriptedLink.hpp"
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -16,8 +15,8 @@ using support::SiteOf;
 using support::WireFrame;
 using Timeouts = std::vector<win::Duration_t>;
 
-WireFrame const kRequest{254, {}};
-WireFrame const kAsyncOff{28, {0, 0}};
+const WireFrame kRequest{254, {}};
+const WireFrame kAsyncOff{28, {0, 0}};
 
 struct Channel : testing::Test {
     support::ManualClock clock;
@@ -32,12 +31,12 @@ struct Channel : testing::Test {
         return link.Arrives(255, data.ProduceFrame().Bytes(), delay);
     }
 
-    support::ScriptedLink& ProtocolsArrive(std::string const& text, std::uint64_t delay = 0) {
+    support::ScriptedLink& ProtocolsArrive(const std::string& text, std::uint64_t delay = 0) {
         return link.Arrives(253, ProtocolsFrom(text).ProduceFrame().Bytes(), delay);
     }
 
     /// A channel after its identification, with the record of that exchange cleared.
-    std::unique_ptr<ftx::Channel_t> Identified(std::string const& protocols = "A001") {
+    std::unique_ptr<ftx::Channel_t> Identified(const std::string& protocols = "A001") {
         ProductArrives(7, 202);
         ProtocolsArrive(protocols).Arrives(248);
         auto channel = std::make_unique<ftx::Channel_t>(link);
@@ -60,7 +59,7 @@ TEST_F(Channel, IdentificationAsksOnceTakesThreeAnswersAndSwitchesUnaskedDataOff
 }
 
 TEST_F(Channel, ProtocolListIsMendedByProductAndVersion) {
-    std::vector<std::tuple<int, int, std::string, std::string>> const cases = {
+    const std::vector<std::tuple<int, int, std::string, std::string>> cases = {
         {7, 0, "", "L001 A010 A100 D100 A200 D200 D100 A500 D500 P000 A000 A600 D600 A700 D700"},
         {22, 0, "A010", "A010 A903 A001"},
         {22, 0, "A903 A001", "A903 A001"},
@@ -68,7 +67,7 @@ TEST_F(Channel, ProtocolListIsMendedByProductAndVersion) {
         {118, 204, "A010", "A010 A001"},
         {60000, 1, "A001 A010", "A001 A010"},
     };
-    for (auto const& [product, version, sent, mended] : cases) {
+    for (const auto& [product, version, sent, mended] : cases) {
         ProductArrives(product, version);
         ProtocolsArrive(sent).Arrives(248);
         EXPECT_EQ(TextOf(ioa::Channel_t(link).Protocols()), mended);
@@ -76,13 +75,13 @@ TEST_F(Channel, ProtocolListIsMendedByProductAndVersion) {
 }
 
 TEST_F(Channel, OptionalAnswerCountsForASecondAndALateOneIsNotTakenForTheNext) {
-    std::pair<std::uint64_t, std::uint64_t> const cases[] = {{1000, 1000}, {1000, 1001}, {1001, 1000}, {1001, 1001}};
-    for (auto const& [list, extended] : cases) {  // milliseconds, each after the answer before it
+    const std::pair<std::uint64_t, std::uint64_t> cases[] = {{1000, 1000}, {1000, 1001}, {1001, 1000}, {1001, 1001}};
+    for (const auto& [list, extended] : cases) {  // milliseconds, each after the answer before it
         SCOPED_TRACE(testing::Message() << list << ", " << extended);
         ProductArrives(1344, 0);
         ProtocolsArrive("A010", list).Arrives(248, {'x', 0}, extended).Arrives(38, {4, 3, 2, 1});
         link.sent.clear();
-        double const start = clock.CFAbsoluteTimeGetCurrent();
+        const double start = clock.CFAbsoluteTimeGetCurrent();
         ioa::Channel_t channel(link);
         EXPECT_NEAR(clock.CFAbsoluteTimeGetCurrent() - start, 2.0, 0.002);
         EXPECT_EQ(link.sent, (std::vector{kRequest, kAsyncOff}));
@@ -94,11 +93,11 @@ TEST_F(Channel, OptionalAnswerCountsForASecondAndALateOneIsNotTakenForTheNext) {
 }
 
 TEST_F(Channel, FailuresOfTheIdentificationPassThrough) {
-    auto const open = [this] { ioa::Channel_t{link}; };
+    const auto open = [this] { ioa::Channel_t{link}; };
     EXPECT_THROW(open(), glo::Timeout_t);
     link.Arrives(255, {1, 2, 3});
     EXPECT_THROW(open(), iol::BadFrame_t);
-    for (bool const listArrives : {false, true}) {
+    for (const bool listArrives : {false, true}) {
         SCOPED_TRACE(listArrives);
         ProductArrives(7, 0);
         if (listArrives) ProtocolsArrive("A001");
@@ -107,7 +106,7 @@ TEST_F(Channel, FailuresOfTheIdentificationPassThrough) {
         EXPECT_EQ(link.sent.back(), kRequest) << "given up, and the data is not switched off before the last answer";
     }
     link.sent.clear();
-    for (auto const& [product, version] : {std::pair(60000, 100), {1201, -1}}) {
+    for (const auto& [product, version] : {std::pair(60000, 100), {1201, -1}}) {
         ProductArrives(product, version);
         EXPECT_EQ(SiteOf<ioa::InvalidProtocolInformation_t>(open), "libs/IOA/impl/IOA_Channel 86");
     }
@@ -130,7 +129,7 @@ std::function<void(ioa::Channel_t&)> Fills(void (ioa::Channel_t::*get)(Record&))
 // clang-format off
 TEST_F(Channel, OperationsSendAndAwaitTheirPackets) {
     using C = ioa::Channel_t;
-    std::vector<Operation> const operations = {
+    const std::vector<Operation> operations = {
         {{}, [](C& c) { c.SendIopCommand(10, {0xAE, 0x00}); }, {{10, {0xAE, 0x00}}}, {}},
         {{{38, {4, 3, 2, 1}}}, [](C& c) { EXPECT_EQ(c.GetUnitID(), 0x01020304U); }, {{10, {14, 0}}}, {3000}},
         {{{525, {'u', 0}}}, [](C& c) { EXPECT_EQ(c.GetUnitName(), L"u"); }, {{526, {}}}, {3000}},
@@ -154,10 +153,10 @@ TEST_F(Channel, OperationsSendAndAwaitTheirPackets) {
         {{}, [](C& c) { EXPECT_THROW(c.GetRgnSize(256), glo::OutOfRange_t); }, {}, {}},
         {{}, [](C& c) { c.DelayForUnit(); }, {}, {}}};
     // clang-format on
-    auto const channel = Identified();
-    for (auto const& [answers, run, sent, waits] : operations) {
+    const auto channel = Identified();
+    for (const auto& [answers, run, sent, waits] : operations) {
         SCOPED_TRACE(testing::PrintToString(sent));
-        for (WireFrame const& answer : answers) link.Arrives(answer.id, answer.payload);
+        for (const WireFrame& answer : answers) link.Arrives(answer.id, answer.payload);
         run(*channel);
         EXPECT_EQ(std::exchange(link.sent, {}), sent);
         EXPECT_EQ(std::exchange(link.receiveTimeouts, {}), waits);
@@ -170,10 +169,10 @@ TEST_F(Channel, OperationsSendAndAwaitTheirPackets) {
 }
 
 TEST_F(Channel, DisplayNameIsTheOwnersElseTheModelsWithTheExtraText) {
-    auto const unnamed = Identified("A001");
+    const auto unnamed = Identified("A001");
     EXPECT_EQ(unnamed->DisplayName(L"x"), L"Model (x)");
     EXPECT_TRUE(link.sent.empty());
-    auto const named = Identified("A001 A601");
+    const auto named = Identified("A001 A601");
     link.Arrives(525, {'m', 'y', 0}).Arrives(525, {0}).Arrives(525, {'c', 'u', 't'});
     link.Fails([]() -> iol::Frame_t { throw 1; });
     EXPECT_EQ(named->DisplayName(L"x"), L"my");

@@ -1,15 +1,15 @@
-#include <gtest/gtest.h>
-
-#include <csignal>
-#include <limits>
-#include <memory>
-
 #include "IOA/IOA_Packet.hpp"
 #include "IOA/IOA_ProductData.hpp"
 #include "IOA/IOA_PvtData.hpp"
 #include "IOA/IOA_RawPackets.hpp"
 #include "IOA/IOA_Records.hpp"
 #include "IOL/IOL_Exception.hpp"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <limits>
+#include <memory>
 
 namespace {
 
@@ -18,7 +18,7 @@ using Bytes = std::vector<unsigned char>;
 using Texts = std::vector<std::wstring>;
 using Rqst = DataRqst_t::Rqst_t;
 
-Bytes Payload(std::string const& text) {
+Bytes Payload(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
@@ -71,7 +71,7 @@ std::vector<WireForm> WireForms() {
 // clang-format on
 
 TEST(Packets, EncodingIsByteExactAndDecodingTakesSurplusButNothingShorter) {
-    for (WireForm const& form : WireForms()) {
+    for (const WireForm& form : WireForms()) {
         SCOPED_TRACE(form.id);
         EXPECT_EQ(form.packet->ProduceFrame().Id(), form.id);
         EXPECT_EQ(form.packet->ProduceFrame().Bytes(), form.payload);
@@ -101,13 +101,13 @@ TEST(Packets, RawCommandKeepsItsNumberAndTakesAnyData) {
 TEST(ProductData, WhateverTheDeviceSendsIsTakenOrABadFrame) {
     using namespace std::string_literals;
     std::string const numbers = "\x07\x01\xFE\xFF";
-    std::pair<std::string, Texts> const cases[] = {
+    const std::pair<std::string, Texts> cases[] = {
         {numbers, {}},
         {numbers + "Model \xC3\xA9\0\0second\0"s, {L"Model \u00E9", L"", L"second"}},
         {numbers + "one\0cut"s, {L"one"}},             // no closing 0
         {numbers + "\xFF\xC3\0"s, {L"\uFFFD\uFFFD"}},  // no UTF-8
     };
-    for (auto const& [payload, descriptions] : cases) {
+    for (const auto& [payload, descriptions] : cases) {
         ioa::ProductData_t data;
         data.AcceptFrame(iol::Frame_t(255, Payload(payload)));
         EXPECT_EQ(data.productId, 263);
@@ -125,7 +125,7 @@ TEST(ProductData, WhateverTheDeviceSendsIsTakenOrABadFrame) {
 }
 
 TEST(ProductData, DisplayNameEndsAtTheSoftwareVersion) {
-    std::pair<Texts, std::wstring> const cases[] = {
+    const std::pair<Texts, std::wstring> cases[] = {
         {{}, L""},
         {{L"Model Beta Software Version 3.10", L"Other Software"}, L"Model Beta"},
         {{L"Model software version 3.10"}, L"Model"},
@@ -133,7 +133,7 @@ TEST(ProductData, DisplayNameEndsAtTheSoftwareVersion) {
         {{L"Software"}, L"Software"},
         {{L" Software"}, L""},
     };
-    for (auto const& [descriptions, name] : cases) {
+    for (const auto& [descriptions, name] : cases) {
         ioa::ProductData_t data;
         data.descriptions = descriptions;
         EXPECT_EQ(data.DisplayName(), name);
@@ -151,7 +151,7 @@ TEST(PvtData, AccessorsFollowTheFix) {
 }
 
 TEST(PvtData, TimeIsTheNearestSecondWithHalvesAwayFromZero) {
-    auto const seconds = [](int day, double timeOfWeek, short leap) {
+    const auto seconds = [](int day, double timeOfWeek, short leap) {
         PvtData_t pvt;
         std::tie(pvt.fix, pvt.dayCount, pvt.timeOfWeek, pvt.leapSeconds) = std::tuple(2, day, timeOfWeek, leap);
         return pvt.Time().SecondsSinceGpsEpoch();
@@ -175,7 +175,7 @@ TEST(PvtData, FixWithoutFiniteNumbersIsABadFrameAndWithoutAFixNobodyLooks) {
 }
 
 TEST(PacketsDeathTest, FaultsOfTheCallerStopTheProgram) {
-    auto const stops = testing::KilledBySignal(SIGILL);
+    const auto stops = testing::KilledBySignal(SIGILL);
     EXPECT_EXIT((CommandPacket_t().AcceptFrame(iol::Frame_t(12, Bytes{1, 0}))), stops, "IOL/IOL_Packet.hpp Line: ");
     EXPECT_EXIT(PvtData_t().AcceptFrame(iol::Frame_t(12, Bytes(64))), stops, "IOL/IOL_Packet.hpp Line: ");
     EXPECT_EXIT(PvtData_t().Position(), stops, "libs/IOA/IOA_PvtData Line: ");

@@ -1,9 +1,8 @@
+#include "IOA/IOA_Exception.hpp"
 #include "IOA/IOA_Protocols.hpp"
+#include "IOA_Support.hpp"
 
 #include <gtest/gtest.h>
-
-#include "IOA/IOA_Exception.hpp"
-#include "IOA_Support.hpp"
 
 namespace {
 
@@ -24,7 +23,7 @@ TEST(Protocols, AnyPayloadIsAListAndATrailingFragmentIsIgnored) {
 
 // clang-format off
 /// For each query a list that just satisfies it.
-std::vector<std::pair<Query, std::string>> const kSatisfied = {
+const std::vector<std::pair<Query, std::string>> kSatisfied = {
     {&P::SupportsPCP, "A001"}, {&P::SupportsCommands, "A010"}, {&P::SupportsWaypointTransfer, "A100 D403"},
     {&P::SupportsProxWaypointTransfer, "A400 D155"}, {&P::SupportsRouteTransfer, "A200 D202 D100"},
     {&P::SupportsRouteTransfer, "A201 D200 D110 D210"}, {&P::SupportsTrackTransfer, "A300 D304"},
@@ -56,16 +55,16 @@ std::vector<std::pair<Query, std::string>> const kSatisfied = {
 // clang-format on
 
 /// "yes", "no", or "bad" for a malformed list.
-std::string Ask(P const& protocols, Query query) {
+std::string Ask(const P& protocols, Query query) {
     try {
         return (protocols.*query)() ? "yes" : "no";
-    } catch (ioa::Exception_t const&) {
+    } catch (const ioa::Exception_t&) {
         return "bad";
     }
 }
 
 TEST(ProtocolQueries, EachAsksForExactlyItsEntries) {
-    for (auto const& [query, list] : kSatisfied) {
+    for (const auto& [query, list] : kSatisfied) {
         SCOPED_TRACE(list);
         P const whole = ProtocolsFrom("P000 L001 " + list);
         EXPECT_EQ(Ask(whole, query), "yes");
@@ -85,7 +84,7 @@ TEST(ProtocolQueries, EachAsksForExactlyItsEntries) {
 
 // clang-format off
 TEST(ProtocolQueries, AnswersOfListsAtTheEdge) {
-    std::vector<std::tuple<Query, std::string, std::string>> const answers = {
+    const std::vector<std::tuple<Query, std::string, std::string>> answers = {
         {&P::SupportsWaypointTransfer, "A100 D999", "no"},
         {&P::SupportsWaypointTransfer, "A001 A100", "bad"},
         {&P::SupportsWaypointTransfer, "A100 A200 D200 D100", "bad"},
@@ -98,11 +97,11 @@ TEST(ProtocolQueries, AnswersOfListsAtTheEdge) {
         {&P::SupportsFitnessHistoryTransfer, "A906 D906 A302 D311 D301", "yes"},
         {&P::SupportsFitnessHistoryTransfer, "A1000 D1000 A906 D1001 A302 D311 D303", "yes"},
         {&P::SupportsFitnessHistoryTransfer, "A1000 D1009 A906 D1015 A302 D311 D304", "yes"}};
-    for (auto const& [query, list, answer] : answers) EXPECT_EQ(Ask(ProtocolsFrom(list), query), answer) << list;
+    for (const auto& [query, list, answer] : answers) EXPECT_EQ(Ask(ProtocolsFrom(list), query), answer) << list;
 }
 
 TEST(ProtocolQueries, TypeSetsHoldTheirMembersAndNoOthers) {
-    std::vector<std::tuple<Query, std::string, std::string, std::string>> const cases = {
+    const std::vector<std::tuple<Query, std::string, std::string, std::string>> cases = {
         {&P::SupportsWaypointTransfer, "A100", "",
          " 100 101 102 103 104 105 106 107 108 109 110 150 151 152 154 155 400 403"},
         {&P::SupportsRouteTransfer, "A200", " D100", " 200 201 202"},
@@ -113,7 +112,7 @@ TEST(ProtocolQueries, TypeSetsHoldTheirMembersAndNoOthers) {
         {&P::SupportsWorkoutTransfer, "A1003 D1003 A1005 D1005 A1002", "", " 1002 1008"},
         {&P::Supports301FitnessHistoryTransfer, "A906 D1001 A302 D311 D303 A1000", "", " 1000 1010"},
         {&P::Supports405FitnessHistoryTransfer, "A1000 D1009 A302 D311 D1018 A906", "", " 1011 1015"}};
-    for (auto const& [query, before, after, members] : cases) {
+    for (const auto& [query, before, after, members] : cases) {
         std::string found;
         for (int number = 0; number < 1100; ++number) {
             std::string const text = std::to_string(number);

@@ -1,15 +1,14 @@
+#include "IOL/IOL_Exception.hpp"
+#include "IOL/IOL_FrameStream.hpp"
 #include "IOL/IOL_Link.hpp"
+#include "IOL/IOL_Packet.hpp"
+#include "platform/Platform.hpp"
+#include "tests/support/ScriptedLink.hpp"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <memory>
-
-#include "IOL/IOL_Exception.hpp"
-#include "IOL/IOL_FrameStream.hpp"
-#include "IOL/IOL_Packet.hpp"
-#include "platform/Platform.hpp"
-#include "tests/support/ScriptedLink.hpp"
 
 namespace {
 
@@ -19,9 +18,9 @@ using support::SiteOf;
 using Timeouts = std::vector<win::Duration_t>;
 
 TEST(Frame, CopiesShareOnePayloadThatOutlivesTheOriginalAndStreamsCopyIt) {
-    unsigned char const source[] = {1, 2, 3};
+    const unsigned char source[] = {1, 2, 3};
     auto original = std::make_unique<Frame_t>(static_cast<unsigned short>(7), source, 3U);
-    Frame_t const copy = *original;
+    const Frame_t copy = *original;
     EXPECT_EQ(copy.Data(), original->Data());
     EXPECT_NE(copy.Data(), source);
     iol::FrameStream_t writer(*original);
@@ -68,7 +67,7 @@ TEST(LinkExceptions, AbortCarriesItsCause) {
 /// Keeps the payload; refuses an empty one.
 struct Probe : iol::Packet_t {
     using iol::Packet_t::Packet_t;
-    void AcceptFrame(Frame_t const& frame) override {
+    void AcceptFrame(const Frame_t& frame) override {
         if (frame.Size() == 0) throw iol::BadFrame_t(frame, "tests/Probe", 1);
         payload = frame.Bytes();
     }

@@ -1,7 +1,7 @@
-#include <gmock/gmock.h>
-
 #include "IOU/IOU_Exception.hpp"
 #include "tests/support/UsbWorld.hpp"
+
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -10,7 +10,7 @@ using simulator::BusOperation;
 using simulator::Fault;
 
 /// Opening throws 1 and logs the code and the place.
-void expectFailure(SimulatedDevice& world, platform::IOReturn code, char const* place) {
+void expectFailure(SimulatedDevice& world, platform::IOReturn code, const char* place) {
     EXPECT_THAT([&] { world.openLink(); }, testing::Throws<int>(1)) << place;
     char line[200];
     std::snprintf(line, sizeof line, "The USB device can't be used: %s (0x%08X) at libs/IOU/mac/IOU_%s\n",
@@ -20,7 +20,7 @@ void expectFailure(SimulatedDevice& world, platform::IOReturn code, char const* 
 
 TEST(Device, EachFailingStepOfOpeningIsReportedWithItsLineThrowsOneAndClosesEverything) {
     using Step = BusOperation;
-    std::tuple<Step, char const*, unsigned> const cases[] = {
+    const std::tuple<Step, const char*, unsigned> cases[] = {
         {Step::CreateDevicePlugIn, "Device, 51", 1},
         {Step::QueryDeviceInterface, "Device, 69", 1},
         {Step::USBDeviceOpen, "Device, 81", 1},
@@ -41,10 +41,10 @@ TEST(Device, EachFailingStepOfOpeningIsReportedWithItsLineThrowsOneAndClosesEver
         {Step::GetPipeProperties, "OutPipe, 59", 4},  // after 1 for interrupt, 2 for bulk in
         {Step::InterfaceIteratorNext, "Device, 160", 1},
     };
-    for (auto const& [step, place, occurrence] : cases) {
+    for (const auto& [step, place, occurrence] : cases) {
         SimulatedDevice world;
         world.addFault(Fault::onOperation(step, platform::kIOReturnNotPermitted, occurrence));
-        auto const code = step == Step::InterfaceIteratorNext ? 0 : platform::kIOReturnNotPermitted;  // it has none
+        const auto code = step == Step::InterfaceIteratorNext ? 0 : platform::kIOReturnNotPermitted;  // it has none
         expectFailure(world, code, place);
         EXPECT_TRUE(world.isUntouched()) << place;
         EXPECT_NO_THROW(world.openLink()) << "the failure left something behind, " << place;
@@ -53,7 +53,7 @@ TEST(Device, EachFailingStepOfOpeningIsReportedWithItsLineThrowsOneAndClosesEver
 
 TEST(Device, UnfitOneIsRefusedWithoutACodeAndOneThatHasGoneWithIt) {
     using simulator::Profile;
-    std::pair<void (*)(Profile&), char const*> const cases[] = {
+    const std::pair<void (*)(Profile&), const char*> cases[] = {
         {[](Profile& p) { p.releaseNumber = 2; }, "Device, 134"},
         {[](Profile& p) { p.productId = 4; }, "Device, 134"},
         {[](Profile& p) { p.vendorId ^= 1; }, "Device, 134"},
@@ -61,7 +61,7 @@ TEST(Device, UnfitOneIsRefusedWithoutACodeAndOneThatHasGoneWithIt) {
         {[](Profile& p) { p.pipes.erase(p.pipes.begin() + 1); }, "InPipe, 84"},
         {[](Profile& p) { p.pipes.pop_back(); }, "OutPipe, 71"},
     };
-    for (auto const& [change, place] : cases) {
+    for (const auto& [change, place] : cases) {
         Profile profile = Profile::instant();
         change(profile);
         SimulatedDevice world(profile);
@@ -73,7 +73,7 @@ TEST(Device, UnfitOneIsRefusedWithoutACodeAndOneThatHasGoneWithIt) {
 }
 
 TEST(Device, WhoseFirstReadOrWriteIsRefusedIsAnErrorOfTheSession) {
-    for (auto const& [operation, site] : {std::pair(BusOperation::ReadPipeAsync, "libs/IOU/mac/IOU_InPipe 128"),
+    for (const auto& [operation, site] : {std::pair(BusOperation::ReadPipeAsync, "libs/IOU/mac/IOU_InPipe 128"),
                                           {BusOperation::WritePipeAsync, "libs/IOU/mac/IOU_OutPipe 110"}}) {
         SimulatedDevice world;
         world.addFault(Fault::onOperation(operation, platform::kIOReturnNoMemory));

@@ -1,9 +1,9 @@
-#include <gtest/gtest.h>
-
 #include "GLO/GLO_Exception.hpp"
 #include "libs/IOU/mac/IOU_InPipe.hpp"
 #include "libs/IOU/mac/IOU_Session.hpp"
 #include "tests/support/UsbWorld.hpp"
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -24,10 +24,10 @@ class Pipes : public ScriptedDevice, public testing::Test {
         Frames got;
         try {
             for (;;) {
-                auto const frame = link.GetFrameWithTimeout(1000);
+                const auto frame = link.GetFrameWithTimeout(1000);
                 got.emplace_back(frame.Id(), frame.Size());
             }
-        } catch (glo::Timeout_t const&) {
+        } catch (const glo::Timeout_t&) {
             return got;
         }
     }
@@ -72,7 +72,7 @@ TEST_F(Pipes, FloodOfAnnouncementsKeepsFewReadsUnderWayAndLosesNone) {
 }
 
 TEST_F(Pipes, WhatIsNoPacketIsDroppedAndTheNextOneTaken) {
-    std::tuple<char const*, Bytes, bool> const cases[] = {
+    const std::tuple<const char*, Bytes, bool> cases[] = {
         {"eleven bytes", {20, 0, 0, 0, 10, 0, 0, 0, 0, 0, 0}, false},
         {"empty payload", {20, 0, 0, 0, 10, 0, 0, 0, 0, 0, 0, 0}, true},
         {"reserved fields are not looked at", {20, 9, 9, 9, 10, 0, 9, 9, 0, 0, 0, 0}, true},
@@ -86,8 +86,8 @@ TEST_F(Pipes, WhatIsNoPacketIsDroppedAndTheNextOneTaken) {
         {"nine thousand bytes", Bytes(9000, 0xFF), false},
     };
     announces();
-    for (auto const& [what, bytes, isTaken] : cases) {
-        for (auto const pipe : {kInterrupt, kBulk}) {
+    for (const auto& [what, bytes, isTaken] : cases) {
+        for (const auto pipe : {kInterrupt, kBulk}) {
             usb.bringsPacket(pipe, bytes);
             usb.brings(pipe, packet(20, 0x01FF, {1}));
             Frames expected{{0x01FF, 1}};
@@ -113,7 +113,7 @@ TEST_F(Pipes, TalkThatNobodyFetchesIsBounded) {
         usb.brings(kInterrupt, packet(20, static_cast<std::uint16_t>(i), Bytes(2000)));
     usb.endsWrite({.delay = milliseconds(10)});
     link.SendFrameWithTimeout(iol::Frame_t(10, nullptr, 0), 3000);
-    auto const got = frames();
+    const auto got = frames();
     EXPECT_EQ(got.size(), room);
     EXPECT_EQ(got.front().first, 0) << "the oldest are kept";
     usb.brings(kInterrupt, packet(20, 5, Bytes(2000)));

@@ -1,11 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <thread>
-
 #include "GLO/GLO_Exception.hpp"
 #include "IOU/IOU_Exception.hpp"
 #include "libs/IOU/mac/IOU_Session.hpp"
 #include "tests/support/UsbWorld.hpp"
+
+#include <gtest/gtest.h>
+
+#include <thread>
 
 namespace {
 
@@ -42,18 +42,18 @@ TEST(Session, StartLearnsTheUnitIdAsksForThePacketSizeAndLeavesNothingBehind) {
 TEST(Session, StartIsAskedForEachHalfSecondUntilAnsweredOrTheTimeFromBeforeTheOpenIsUp) {
     // How long the open takes, whether the device takes the question, how long after the first one it answers; how
     // often it is asked, how long that takes, whether the session starts.
-    std::tuple<int, bool, int, unsigned, long long, bool> const cases[] = {
+    const std::tuple<int, bool, int, unsigned, long long, bool> cases[] = {
         {0, true, 0, 1, 0, true},           {0, true, 499, 1, 499, true},     {0, true, 500, 1, 500, true},
         {0, true, 501, 2, 501, true},       {0, true, 2501, 6, 2501, true},   {0, true, 3000, 6, 3000, true},
         {0, true, 3001, 6, 3000, false},    {0, false, 3001, 6, 3000, false}, {2000, true, 1001, 2, 3000, false},
         {3500, false, 501, 1, 4000, false},
     };
-    for (auto const& [opensIn, isTaken, answersIn, asked, waited, starts] : cases) {
+    for (const auto& [opensIn, isTaken, answersIn, asked, waited, starts] : cases) {
         SCOPED_TRACE(testing::Message() << opensIn << ", " << isTaken << ", " << answersIn);
         ScriptedDevice world;
         world.usb.opensIn = milliseconds(opensIn);
         for (int i = 0; i < 6; ++i) world.usb.endsWrite({.ends = isTaken});
-        auto const answered = milliseconds(opensIn + answersIn);
+        const auto answered = milliseconds(opensIn + answersIn);
         world.usb.brings(kInterrupt, world.packet(0, 6, {1, 2, 3, 4}), {}, answered);
         world.usb.brings(kInterrupt, world.packet(0, 17, {12, 16, 0, 0}));
         std::string raised;
@@ -66,7 +66,7 @@ TEST(Session, StartIsAskedForEachHalfSecondUntilAnsweredOrTheTimeFromBeforeTheOp
 
 TEST(Session, OtherPacketsBeforeTheStartCostAnAttemptEach) {
     ScriptedDevice world;
-    for (auto const& other : {world.packet(20, 6, {9, 9, 9, 9}), world.packet(0, 7, {9, 9, 9, 9}),
+    for (const auto& other : {world.packet(20, 6, {9, 9, 9, 9}), world.packet(0, 7, {9, 9, 9, 9}),
                               world.packet(0, 6, {9, 9, 9}), world.packet(0, 6, {9, 9, 9, 9, 9})})
         world.usb.brings(kInterrupt, other);
     world.startsSession();
@@ -76,7 +76,7 @@ TEST(Session, OtherPacketsBeforeTheStartCostAnAttemptEach) {
 }
 
 TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
-    std::tuple<char const*, Bytes, std::uint32_t, long long, long long> const cases[] = {
+    const std::tuple<const char*, Bytes, std::uint32_t, long long, long long> cases[] = {
         {"as sent", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 0, 0},
         {"just in time", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 3000, 3000},
         {"just too late", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 255, 3001, 3000},
@@ -86,7 +86,7 @@ TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
         {"too short", ScriptedDevice::packet(0, 17, {12, 16}), 255, 0, 0},
         {"another packet", ScriptedDevice::packet(20, 17, {12, 16, 0, 0}), 255, 0, 0},
     };
-    for (auto const& [what, answer, size, delay, waited] : cases) {
+    for (const auto& [what, answer, size, delay, waited] : cases) {
         SCOPED_TRACE(what);
         ScriptedDevice world;
         world.usb.brings(kInterrupt, world.packet(0, 6, {1, 2, 3, 4}));
@@ -98,12 +98,12 @@ TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
 }
 
 TEST_F(StartedSession, AnswersAndWritesCountUpToTheLimitAndNotBeyond) {
-    for (int const delay : {2999, 3000, 3001}) {
+    for (const int delay : {2999, 3000, 3001}) {
         SCOPED_TRACE(delay);
-        bool const inTime = delay <= 3000;
+        const bool inTime = delay <= 3000;
         usb.brings(kInterrupt, packet(20, 10), 0, milliseconds(delay));
         std::string raised;
-        auto const get = [&] { raised = raisedAt<glo::Timeout_t>([&] { link.GetFrameWithTimeout(kLimit); }); };
+        const auto get = [&] { raised = raisedAt<glo::Timeout_t>([&] { link.GetFrameWithTimeout(kLimit); }); };
         EXPECT_EQ(timed(get), std::min(delay, 3000));
         EXPECT_EQ(raised, inTime ? "" : std::string(kSessionFile) + " 258");
         if (!inTime) get();
@@ -138,7 +138,7 @@ TEST_F(StartedSession, WriteThatFillsItsLastPacketEndsWithTheEmptyOne) {
 
 TEST(Session, ReportedErrorStaysWhateverHasBeenReceived) {
     using simulator::Pipe;
-    for (auto const pipe : {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut}) {
+    for (const auto pipe : {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut}) {
         std::string const site = pipe == Pipe::BulkOut ? "libs/IOU/mac/IOU_OutPipe 126" : "libs/IOU/mac/IOU_InPipe 178";
         auto profile = simulator::Profile::instant();
         profile.endsBulkRuns = false;  // so that the bulk pipe, once read, goes on being read
@@ -147,7 +147,7 @@ TEST(Session, ReportedErrorStaysWhateverHasBeenReceived) {
         world.device().send({20, 77, Bytes(200, 1)},
                             world.clock.now());  // too long for the interrupt pipe: announced and sent on the bulk pipe
         world.addFault(Fault::onPacket(10, FaultKind::Stall).withPipe(pipe));
-        auto const raised = raisedAt<iou::BadUsbDevice_t>([&] {
+        const auto raised = raisedAt<iou::BadUsbDevice_t>([&] {
             link.SendFrameWithTimeout(frameOf(10, 2), kLimit);  // halts the pipe
             link.SendFrameWithTimeout(frameOf(10, 2), kLimit);
             for (;;) link.GetFrameWithTimeout(kLimit);
@@ -165,7 +165,7 @@ TEST(Session, FirstErrorStaysAndNothingIsWrittenAfterIt) {
     iou::Session_t session("scripted", kLimit);
     session.ReportErrorWithCode(1, "first", 1);
     session.ReportErrorWithCode(2, "second", 2);
-    auto const send = [&] { session.SendFrameWithTimeout(frameOf(10, 2), iou::Layer_t::Application, kLimit); };
+    const auto send = [&] { session.SendFrameWithTimeout(frameOf(10, 2), iou::Layer_t::Application, kLimit); };
     EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>(send), "first 1");
     EXPECT_EQ(world.usb.writes.size(), 2U) << "those of the start";
 }
@@ -174,14 +174,14 @@ TEST(Session, TwoOnOneThreadEachGetTheirOwnAnswers) {
     SimulatedDevice world;
     auto profile = simulator::Profile::instant();
     profile.unitId = 77;
-    auto const other = world.bus.addDevice(profile);
+    const auto other = world.bus.addDevice(profile);
     world.plug(other);
     for (int round = 0; round < 2; ++round) {
         auto first = world.openLink();
         auto second = world.open(world.path(other));
         for (auto* link : {&first, &second}) link->SendFrameWithTimeout({10, Bytes{14, 0}}, kLimit);  // the unit id
         for (auto* link : {&second, &first}) {
-            auto const own = simulator::Writer().u32(link->UnitId()).take();
+            const auto own = simulator::Writer().u32(link->UnitId()).take();
             EXPECT_EQ(link->GetFrameWithTimeout(kLimit).Bytes(), own);
         }
         EXPECT_NE(first.UnitId(), second.UnitId());
@@ -190,7 +190,7 @@ TEST(Session, TwoOnOneThreadEachGetTheirOwnAnswers) {
 }
 
 TEST_F(SessionDeathTest, AnotherThreadIsStopped) {
-    auto const elsewhere = [](auto action) { std::thread(action).join(); };
+    const auto elsewhere = [](auto action) { std::thread(action).join(); };
     EXPECT_DEATH(elsewhere([&] { link.GetFrameWithTimeout(0); }), kSessionFile);
     EXPECT_DEATH(elsewhere([&] { link.SendFrameWithTimeout(frameOf(10, 2), 0); }), kSessionFile);
 }

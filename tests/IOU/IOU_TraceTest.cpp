@@ -1,11 +1,11 @@
-#include <gtest/gtest.h>
-#include <stdlib.h>
-
-#include <regex>
-
 #include "IOL/IOL_Packet.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/UsbWorld.hpp"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <stdlib.h>
 
 // A program of its own: the traces are switched on or off once in the life of a process.
 namespace {
@@ -17,7 +17,7 @@ using std::chrono::microseconds;
 constexpr auto kInterrupt = ScriptedUsb::kInterruptIn;
 
 /// What a trace says behind its banner, without the time stamps.
-std::string traced(std::string const& file) {
+std::string traced(const std::string& file) {
     std::string const trace = ReadFile(file);
     std::string const behindBanner = trace.substr(trace.find('\n', trace.find('\n') + 1) + 1);
     std::regex const stamp("^[0-9:]+ *: ", std::regex::multiline);
@@ -46,12 +46,12 @@ iol::Link_t: End accept frame
 )";
 
 TEST(Trace, SwitchedOnTellsTheWholeSessionAndItsExchangesInOrder) {
-    TemporaryFolder const folder;
+    const TemporaryFolder folder;
     {
         ScriptedDevice world;
         ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.path().c_str(), 1), 0);
         PropertyList tree{PropertyList::Dictionary{{"ShowDebug", {PropertyList::Data{1}}}}};
-        for (char const* key : {"Settings", "Trovik", "Software"}) tree = {PropertyList::Dictionary{{key, tree}}};
+        for (const char* key : {"Settings", "Trovik", "Software"}) tree = {PropertyList::Dictionary{{key, tree}}};
         world.defaults.values["RegistryRoot"] = tree;
         world.defaults.values["ShowUsbDebug"].value = true;
         EXPECT_THROW(world.openLink(), glo::Timeout_t);
@@ -75,11 +75,11 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionAndItsExchangesInOrder) {
     std::string const reads = "Interrupt ReadPipeAsync IOResult: 0\n";
     std::string const opening = "Constructing Session\nConstructing Out Pipe.\nOut Pipe Constructed.\n" + reads;
     std::string const closing = "Out AbortPipe\nOut Pipe Destructed.\nInterrupt AbortPipe\nBulk AbortPipe\n";
-    auto const bytes = [](char const* what, int size) { return what + (" Bytes: " + std::to_string(size)); };
-    auto const got = [&](int size) { return bytes("Interrupt CompleteReadOfSize", size) + " IOResult: 0\n"; };
-    auto const writes = [&](int size) { return bytes("Out WriteAsync", size) + " IOResult: 0\n"; };
-    auto const wrote = [&](int size) { return bytes("Out CompleteWriteAsyncOfSize", size) + " IOReturn: 0\n"; };
-    auto const bad = [&](int size, std::string const& reason, char const* dump) {
+    const auto bytes = [](const char* what, int size) { return what + (" Bytes: " + std::to_string(size)); };
+    const auto got = [&](int size) { return bytes("Interrupt CompleteReadOfSize", size) + " IOResult: 0\n"; };
+    const auto writes = [&](int size) { return bytes("Out WriteAsync", size) + " IOResult: 0\n"; };
+    const auto wrote = [&](int size) { return bytes("Out CompleteWriteAsyncOfSize", size) + " IOReturn: 0\n"; };
+    const auto bad = [&](int size, const std::string& reason, const char* dump) {
         return got(size) + reason + "\nBad packet:\n0000: " + dump + "\n" + reads;
     };
     std::string const sent = "SendFrameWithTimeout complete. Layer: ";
@@ -89,7 +89,7 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionAndItsExchangesInOrder) {
         "iou::Session_t::Session_t timed out waiting for start session response\n"
         "iou::Session_t::Session_t - Failed\n" +
         closing + opening;
-    for (char const* id : {"5", "16"})
+    for (const char* id : {"5", "16"})
         expected += writes(12) + got(16) + reads + wrote(12) + sent + "0 Id: " + id + " Size: 0\n";
     expected += "Session constructed.\n";
     expected += bad(3, "Failed to make packet!\nBuffer size: 3, packet size: 12",
@@ -98,7 +98,7 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionAndItsExchangesInOrder) {
                     "14 00 00 00 09 00 00 00 05 00 00 00 41            ............A");
     expected +=
         bad(12, "Packet discarded!\nBad layer: 1", "01 00 00 00 09 00 00 00 00 00 00 00               ............");
-    for (auto const& [id, size] : {std::pair(8, 0), {8, 0}, {9, 1}})
+    for (const auto& [id, size] : {std::pair(8, 0), {8, 0}, {9, 1}})
         expected += got(12 + size) + reads + "GetFrameWithTimeout complete. Id: " + std::to_string(id) +
                     " Size: " + std::to_string(size) + "\n";
     expected += writes(64) + wrote(64) + writes(0) + wrote(0) + sent + "20 Id: 10 Size: 52\n" +

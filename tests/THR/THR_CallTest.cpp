@@ -1,8 +1,3 @@
-#include <gmock/gmock.h>
-
-#include <future>
-#include <thread>
-
 #include "GLO/GLO_Exception.hpp"
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalPort.hpp"
@@ -14,6 +9,11 @@
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
+
+#include <gmock/gmock.h>
+
+#include <future>
+#include <thread>
 
 namespace thr {
 namespace {

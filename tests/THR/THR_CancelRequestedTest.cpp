@@ -1,14 +1,13 @@
+#include "GLO/GLO_Exception.hpp"
 #include "THR/THR_CancelRequested.hpp"
+#include "THR/THR_Delay.hpp"
+#include "platform/Platform.hpp"
+#include "tests/support/ManualClock.hpp"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <thread>
-
-#include "GLO/GLO_Exception.hpp"
-#include "THR/THR_Delay.hpp"
-#include "platform/Platform.hpp"
-#include "tests/support/ManualClock.hpp"
 
 namespace {
 
@@ -36,7 +35,7 @@ using CancelRequestedDeathTest = CancelRequested;
 TEST_F(CancelRequested, SetFromAnotherThreadIsSeenAndNotInheritedByAClone) {
     std::jthread setter([this] { flag.Set(); });
     while (!flag()) std::this_thread::yield();
-    auto const clone = flag.Clone();
+    const auto clone = flag.Clone();
     EXPECT_FALSE((*clone)());
     EXPECT_FALSE((*std::as_const(flag).Clone())());
     clone->Set();
@@ -45,8 +44,8 @@ TEST_F(CancelRequested, SetFromAnotherThreadIsSeenAndNotInheritedByAClone) {
 }
 
 TEST_F(CancelRequested, BoundFunctorLatchesTheRequestUntilClearedAndItsClonesForwardToIt) {
-    auto const clone = bound.Clone();
-    auto const constClone = std::as_const(bound).Clone();
+    const auto clone = bound.Clone();
+    const auto constClone = std::as_const(bound).Clone();
     EXPECT_FALSE(bound());
     clone->Set();
     EXPECT_TRUE(bound() && (*constClone)());
@@ -72,10 +71,10 @@ TEST_F(CancelRequested, DelaySleepsTheWholeTimeWithoutLookingAtTheFlag) {
 }
 
 TEST_F(CancelRequestedDeathTest, ImpossibleRequestsStopTheProgram) {
-    auto const clone = bound.Clone();
-    auto const constClone = std::as_const(bound).Clone();
+    const auto clone = bound.Clone();
+    const auto constClone = std::as_const(bound).Clone();
     clock.FailSleeps();
-    auto const stops = testing::KilledBySignal(SIGILL);
+    const auto stops = testing::KilledBySignal(SIGILL);
     EXPECT_EXIT((void)clone->Clone(), stops, "libs/THR/THR_CancelRequested Line: ");
     EXPECT_EXIT((void)std::as_const(*constClone).Clone(), stops, "libs/THR/THR_CancelRequested Line: ");
     EXPECT_EXIT(constClone->Set(), stops, "libs/THR/THR_CancelRequested Line: ");

@@ -1,13 +1,12 @@
+#include "GLO/GLO_Exception.hpp"
+#include "WIN/WIN_CriticalSection.hpp"
 #include "WIN/WIN_DebugServer.hpp"
+#include "libs/WIN/impl/WIN_TimeStamp.hpp"
+#include "tests/WIN/WIN_Support.hpp"
 
 #include <gmock/gmock.h>
 
 #include <thread>
-
-#include "GLO/GLO_Exception.hpp"
-#include "WIN/WIN_CriticalSection.hpp"
-#include "libs/WIN/impl/WIN_TimeStamp.hpp"
-#include "tests/WIN/WIN_Support.hpp"
 
 namespace win {
 namespace {

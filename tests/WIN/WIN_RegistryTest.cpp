@@ -1,12 +1,11 @@
+#include "WIN/WIN_CRegistry.hpp"
 #include "WIN/WIN_Registry.hpp"
+#include "WIN/WIN_RegistryUtils.hpp"
+#include "tests/WIN/WIN_Support.hpp"
 
 #include <gmock/gmock.h>
 
 #include <cstring>
-
-#include "WIN/WIN_CRegistry.hpp"
-#include "WIN/WIN_RegistryUtils.hpp"
-#include "tests/WIN/WIN_Support.hpp"
 
 namespace win {
 namespace {

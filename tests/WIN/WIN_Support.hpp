@@ -1,13 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <functional>
-#include <optional>
-#include <string>
-
 #include "WIN/WIN_MacRegistryStore.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
@@ -17,6 +9,14 @@
 #include "platform/linux/UserDefaults.hpp"
 #include "tests/support/ManualClock.hpp"
 #include "tests/support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
 
 namespace win {
 

@@ -1,13 +1,13 @@
-#include <gmock/gmock.h>
-
-#include <functional>
-#include <vector>
-
 #include "GLO/GLO_Exception.hpp"
 #include "WIN/WIN_CallbackTimer.hpp"
 #include "WIN/WIN_Timer.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/ManualClock.hpp"
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <vector>
 
 namespace {
 

@@ -1,15 +1,15 @@
 // The controller's state table, on a simulated device that misbehaves and in simulated time.
-#include <gmock/gmock.h>
-
-#include <set>
-#include <stdexcept>
-
 #include "GLO/GLO_Exception.hpp"
 #include "app/AppDelegate.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/linux/IOServiceList.hpp"
 #include "tests/app/AppWorld.hpp"
+
+#include <gmock/gmock.h>
+
+#include <set>
+#include <stdexcept>
 
 namespace app_test {
 namespace {

@@ -1,15 +1,15 @@
 #include "tests/app/AppWorld.hpp"
 
-#include <gtest/gtest.h>
+#include "app/Util/ViewUtilities.hpp"
 
 #include <QAbstractButton>
 #include <QApplication>
 #include <QTest>
 #include <QTimer>
+#include <gtest/gtest.h>
+
 #include <regex>
 #include <utility>
-
-#include "app/Util/ViewUtilities.hpp"
 
 namespace app_test {
 

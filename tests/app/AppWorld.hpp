@@ -1,18 +1,19 @@
 #pragma once
 
-#include <QMessageBox>
-#include <QPushButton>
-#include <functional>
-#include <set>
-#include <string>
-#include <vector>
-
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/Bundle.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/LogRecorder.hpp"
+
+#include <QMessageBox>
+#include <QPushButton>
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace app_test {
 

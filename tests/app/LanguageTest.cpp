@@ -1,5 +1,6 @@
 // The string tables: complete, in step with the code and with one another, and short enough for the window.
-#include <gmock/gmock.h>
+#include "platform/linux/PropertyListFile.hpp"
+#include "tests/app/AppWorld.hpp"
 
 #include <QAction>
 #include <QApplication>
@@ -8,11 +9,10 @@
 #include <QMenuBar>
 #include <QRegularExpression>
 #include <QScreen>
+#include <gmock/gmock.h>
+
 #include <filesystem>
 #include <map>
-
-#include "platform/linux/PropertyListFile.hpp"
-#include "tests/app/AppWorld.hpp"
 
 namespace app_test {
 namespace {

@@ -1,7 +1,6 @@
 // The window: what a person sees, clicks and hears of it.
 #include "app/MainWindow.hpp"
-
-#include <gmock/gmock.h>
+#include "tests/app/AppWorld.hpp"
 
 #include <QAccessible>
 #include <QAction>
@@ -9,8 +8,7 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QTest>
-
-#include "tests/app/AppWorld.hpp"
+#include <gmock/gmock.h>
 
 namespace {
 std::vector<QObject*>* announced = nullptr;  // where a test listens

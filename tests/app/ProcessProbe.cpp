@@ -1,24 +1,5 @@
 // Linked into the tool's own main program, this does in it what TROVIK_PROBE says, once its window is there; and it
 // stands between the program and the system, where a test has the system run out of something.
-#include <dlfcn.h>
-#include <pthread.h>
-#include <pwd.h>
-
-#include <QAction>
-#include <QApplication>
-#include <QPushButton>
-#include <QTimer>
-#include <QWidget>
-#include <QWindow>
-#include <atomic>
-#include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <stdexcept>
-#include <string>
-#include <string_view>
-#include <thread>
-
 #include "GLO/GLO_Exception.hpp"
 #include "GLO/GLO_String.hpp"
 #include "WIN/WIN_AppMetaData.hpp"
@@ -26,6 +7,25 @@
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/Platform.hpp"
+
+#include <QAction>
+#include <QApplication>
+#include <QPushButton>
+#include <QTimer>
+#include <QWidget>
+#include <QWindow>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <pthread.h>
+#include <pwd.h>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
 
 namespace {
 

@@ -1,15 +1,15 @@
 // What the tool's own process leaves behind, from its main function to its end.
+#include "tests/support/TemporaryFolder.hpp"
+
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <sys/wait.h>
 #include <utility>
 #include <vector>
-
-#include "tests/support/TemporaryFolder.hpp"
 
 namespace {
 

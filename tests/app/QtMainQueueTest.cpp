@@ -1,9 +1,9 @@
 #include "platform/qt/QtMainQueue.hpp"
+#include "tests/support/MainQueueContract.hpp"
 
 #include <QCoreApplication>
-#include <tuple>
 
-#include "tests/support/MainQueueContract.hpp"
+#include <tuple>
 
 namespace {
 

@@ -1,15 +1,15 @@
 #include "tests/app/RealTimeApp.hpp"
 
-#include <gmock/gmock.h>
+#include "app/Util/Logging/DDLog.hpp"
+#include "tests/support/Holdings.hpp"
 
 #include <QApplication>
 #include <QTest>
+#include <gmock/gmock.h>
+
 #include <chrono>
 #include <filesystem>
 #include <stdexcept>
-
-#include "app/Util/Logging/DDLog.hpp"
-#include "tests/support/Holdings.hpp"
 
 namespace app_test {
 

@@ -1,15 +1,15 @@
 #pragma once
 
+#include "platform/qt/QtMainQueue.hpp"
+#include "tests/app/AppWorld.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+#include "tests/support/UsbBackend.hpp"
+
 #include <functional>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include "platform/qt/QtMainQueue.hpp"
-#include "tests/app/AppWorld.hpp"
-#include "tests/support/TemporaryFolder.hpp"
-#include "tests/support/UsbBackend.hpp"
 
 namespace app_test {
 

@@ -1,11 +1,11 @@
 // The whole tool with its real threads, and a device in real time that answers at once.
-#include <gmock/gmock.h>
-
-#include <filesystem>
-
 #include "tests/app/RealTimeApp.hpp"
 #include "tests/support/Holdings.hpp"
 #include "tests/support/RealTimeBackend.hpp"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
 
 namespace app_test {
 namespace {

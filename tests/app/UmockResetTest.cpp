@@ -1,9 +1,9 @@
 // The whole tool over the real libusb and libudev, on an emulated bus.
-#include <gmock/gmock.h>
-
 #include "tests/app/RealTimeApp.hpp"
 #include "tests/support/Holdings.hpp"
 #include "tests/support/UmockBackend.hpp"
+
+#include <gmock/gmock.h>
 
 namespace app_test {
 namespace {

@@ -1,13 +1,13 @@
 #include "app/Util/ViewUtilities.hpp"
 
-#include <gmock/gmock.h>
-
 #include <QApplication>
 #include <QCheckBox>
 #include <QGraphicsEffect>
 #include <QLabel>
 #include <QPushButton>
 #include <QWidget>
+#include <gmock/gmock.h>
+
 #include <vector>
 
 namespace {

@@ -1,15 +1,15 @@
 // Opens a link on the first attached device of a real kernel and sends frames whose USB packets end just before, on and
 // just after a boundary of the bulk endpoint's packets. Each write must complete and the next one must still arrive.
-#include <cstdio>
-#include <exception>
-#include <vector>
-
 #include "IOU/IOU_UsbLink.hpp"
 #include "THR/THR_CancelRequested.hpp"
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/UdevRegistry.hpp"
+
+#include <cstdio>
+#include <exception>
+#include <vector>
 
 int main() {
     platform::UdevRegistry registry;

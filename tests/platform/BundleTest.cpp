@@ -1,11 +1,10 @@
 #include "platform/linux/Bundle.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <tuple>
-
-#include "tests/support/TemporaryFolder.hpp"
 
 namespace platform {
 namespace {

@@ -1,17 +1,16 @@
 #include "platform/linux/OpenFailure.hpp"
-
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
-#include <utility>
-#include <vector>
-
 #include "platform/linux/UsbErrors.hpp"
 #include "platform/linux/UsbNode.hpp"
 #include "tests/support/TemporaryFolder.hpp"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace platform {
 namespace {

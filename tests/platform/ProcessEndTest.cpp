@@ -1,19 +1,18 @@
 #include "platform/linux/CrashHandler.hpp"
+#include "platform/linux/TerminateExceptionHandler.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 #include <gmock/gmock.h>
-#include <sys/mman.h>
 
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <set>
 #include <stdexcept>
+#include <sys/mman.h>
 #include <thread>
 #include <tuple>
 #include <vector>
-
-#include "platform/linux/TerminateExceptionHandler.hpp"
-#include "tests/support/TemporaryFolder.hpp"
 
 namespace fs = std::filesystem;
 

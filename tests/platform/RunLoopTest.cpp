@@ -1,14 +1,3 @@
-#include <gtest/gtest.h>
-#include <sys/eventfd.h>
-
-#include <atomic>
-#include <future>
-#include <latch>
-#include <stdexcept>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "platform/CFMessagePort.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/AsioRunLoop.hpp"
@@ -16,6 +5,17 @@
 #include "platform/linux/FileDescriptor.hpp"
 #include "simulator/SimulatedRunLoops.hpp"
 #include "tests/support/MainQueueContract.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <latch>
+#include <stdexcept>
+#include <sys/eventfd.h>
+#include <thread>
+#include <utility>
+#include <vector>
 
 namespace platform {
 namespace {

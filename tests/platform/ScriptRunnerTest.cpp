@@ -1,14 +1,14 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <string>
-
 #include "platform/linux/SignalScriptRunner.hpp"
 #include "tests/support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <filesystem>
+#include <signal.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace platform {
 namespace {

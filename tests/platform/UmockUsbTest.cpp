@@ -1,17 +1,17 @@
-#include <dlfcn.h>
-#include <gmock/gmock.h>
-#include <libudev.h>
-
-#include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <stdexcept>
-
 #include "IOU/IOU_UsbLink.hpp"
 #include "THR/THR_CancelRequested.hpp"
 #include "platform/Platform.hpp"
 #include "tests/support/UmockBackend.hpp"
 #include "tests/support/UsbContract.hpp"
+
+#include <gmock/gmock.h>
+#include <libudev.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <stdexcept>
 
 namespace {
 bool gLosesEvents = false;  // as a socket does that has overflowed; the emulated one can't

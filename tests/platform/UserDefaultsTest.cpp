@@ -1,20 +1,19 @@
+#include "platform/Platform.hpp"
 #include "platform/linux/UserDefaults.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
+
+#include <csignal>
+#include <fcntl.h>
 #include <sys/fsuid.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <tuple>
-
-#include "platform/Platform.hpp"
-#include "tests/support/TemporaryFolder.hpp"
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 

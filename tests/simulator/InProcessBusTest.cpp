@@ -1,14 +1,13 @@
 #include "simulator/InProcessBus.hpp"
+#include "simulator/world/SimulatedWorld.hpp"
+#include "tests/support/RealTimeBackend.hpp"
+#include "tests/support/UsbContract.hpp"
 
 #include <gtest/gtest.h>
 
 #include <future>
 #include <string>
 #include <utility>
-
-#include "simulator/world/SimulatedWorld.hpp"
-#include "tests/support/RealTimeBackend.hpp"
-#include "tests/support/UsbContract.hpp"
 
 namespace simulator {
 namespace {

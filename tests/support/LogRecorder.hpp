@@ -1,5 +1,10 @@
 #pragma once
 
+#include "app/Util/Logging/DDAbstractLogger.hpp"
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/DDLogMessage.hpp"
+#include "app/Util/Logging/impl/DDLogCore.hpp"
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -8,11 +13,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "app/Util/Logging/DDAbstractLogger.hpp"
-#include "app/Util/Logging/DDLog.hpp"
-#include "app/Util/Logging/DDLogMessage.hpp"
-#include "app/Util/Logging/impl/DDLogCore.hpp"
 
 namespace support {
 

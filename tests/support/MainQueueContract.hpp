@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Dispatch.hpp"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,8 +11,6 @@
 #include <stdexcept>
 #include <thread>
 #include <vector>
-
-#include "platform/Dispatch.hpp"
 
 /// What the library and the application rely on in every main queue. The backend has a `queue` and runs the test's
 /// thread, the main one, in `runUntil(condition)`.

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <utility>
-
 #include "platform/linux/AsioRunLoop.hpp"
 #include "simulator/InProcessBus.hpp"
 #include "simulator/RealTimeDrive.hpp"
 #include "tests/support/UsbBackend.hpp"
+
+#include <utility>
 
 namespace support {
 

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "tests/support/ManualClock.hpp"
-
 #include "GLO/GLO_Exception.hpp"
 #include "IOL/IOL_Frame.hpp"
 #include "IOL/IOL_Link.hpp"
+#include "tests/support/ManualClock.hpp"
 
 #include <deque>
 #include <functional>
@@ -20,15 +19,15 @@ using Bytes = std::vector<unsigned char>;
 struct WireFrame {
     unsigned short id = 0;
     Bytes payload;
-    bool operator==(WireFrame const&) const = default;
+    bool operator==(const WireFrame&) const = default;
 };
 
 /// Where a call raises the given exception, as "<file> <line>"; other exceptions pass.
 template <typename Error>
-std::string SiteOf(std::function<void()> const& call) {
+std::string SiteOf(const std::function<void()>& call) {
     try {
         call();
-    } catch (Error const& error) {
+    } catch (const Error& error) {
         return error.File() + " " + std::to_string(error.Line());
     }
     return "nowhere";
@@ -68,7 +67,7 @@ class ScriptedLink : public iol::Link_t {
         return step.ends();
     }
 
-    void SendFrameWithTimeout(iol::Frame_t const& frame, win::Duration_t timeout) override {
+    void SendFrameWithTimeout(const iol::Frame_t& frame, win::Duration_t timeout) override {
         sent.push_back({frame.Id(), frame.Bytes()});
         sendTimeouts.push_back(timeout);
     }

@@ -1,9 +1,9 @@
 #include "tests/support/ScriptedUsb.hpp"
 
+#include "platform/VendorId.hpp"
+
 #include <algorithm>
 #include <utility>
-
-#include "platform/VendorId.hpp"
 
 namespace support {
 
@@ -23,7 +23,7 @@ class ScriptedUsb::Node final : public platform::IOService,
     explicit Node(ScriptedUsb& usb) : mUsb(usb) {}
 
     // IOService, IOIterator
-    IOReturn IORegistryEntryGetPath(std::string const&, std::string& found) override { return give(found, mUsb.path); }
+    IOReturn IORegistryEntryGetPath(const std::string&, std::string& found) override { return give(found, mUsb.path); }
     IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) override { return give(entryId, 1U); }
     IOReturn IOCreatePlugInInterfaceForService(platform::IOUserClientType,
                                                std::unique_ptr<platform::IOCFPlugInInterface>& plugIn) override {
@@ -56,7 +56,7 @@ class ScriptedUsb::Node final : public platform::IOService,
     IOReturn GetDeviceVendor(std::uint16_t& vendor) override { return give(vendor, platform::kTrovikVendorId); }
     IOReturn GetDeviceProduct(std::uint16_t& product) override { return give(product, std::uint16_t{3}); }
     IOReturn GetDeviceReleaseNumber(std::uint16_t& release) override { return give(release, std::uint16_t{1}); }
-    IOReturn CreateInterfaceIterator(platform::IOUSBFindInterfaceRequest const& wanted,
+    IOReturn CreateInterfaceIterator(const platform::IOUSBFindInterfaceRequest& wanted,
                                      std::unique_ptr<platform::IOIterator>& iterator) override {
         if (wanted != platform::IOUSBFindInterfaceRequest{})
             return platform::kIOReturnNotFound;  // it fits nothing else
@@ -103,7 +103,7 @@ class ScriptedUsb::Node final : public platform::IOService,
         return kIOReturnSuccess;
     }
     IOReturn AbortPipe(std::uint8_t pipeRef) override {
-        for (auto const& read : std::exchange(mUsb.mReads[pipeRef], {}))
+        for (const auto& read : std::exchange(mUsb.mReads[pipeRef], {}))
             mUsb.post([read] { read.callback(read.refCon, platform::kIOReturnAborted, nullptr); });
         return kIOReturnSuccess;
     }
@@ -112,7 +112,7 @@ class ScriptedUsb::Node final : public platform::IOService,
     }
 
     // CFRunLoopSource
-    void Scheduled(std::shared_ptr<platform::CFRunLoop> const& loop, std::string_view mode) override {
+    void Scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
         mUsb.mLoop = loop;
         mUsb.mMode = mode;
         mUsb.pump();
@@ -140,7 +140,7 @@ void ScriptedUsb::brings(std::uint8_t pipe, Bytes bytes, IOReturn result, simula
         for (auto& waiting = mReads[pipe]; left > 0 && !waiting.empty(); --left) {
             // The reads of a pipe share a buffer, so it is filled only right before the completion.
             post([read = waiting.front(), bytes, result, count] {
-                auto const size = std::min(bytes.size(), read.buffer.size());
+                const auto size = std::min(bytes.size(), read.buffer.size());
                 std::copy_n(bytes.begin(), size, read.buffer.begin());
                 read.callback(read.refCon, result, reinterpret_cast<void*>(count.value_or(size)));
             });
@@ -150,33 +150,33 @@ void ScriptedUsb::brings(std::uint8_t pipe, Bytes bytes, IOReturn result, simula
     });
 }
 
-void ScriptedUsb::bringsPacket(std::uint8_t pipe, Bytes const& packet) {
+void ScriptedUsb::bringsPacket(std::uint8_t pipe, const Bytes& packet) {
     for (std::size_t offset = 0; offset <= packet.size(); offset += 4096) {
-        auto const rest = std::span(packet).subspan(offset);
-        auto const part = rest.first(std::min<std::size_t>(4096, rest.size()));
+        const auto rest = std::span(packet).subspan(offset);
+        const auto part = rest.first(std::min<std::size_t>(4096, rest.size()));
         brings(pipe, Bytes(part.begin(), part.end()));
     }
 }
 
-IOReturn ScriptedUsb::IOServiceGetMatchingServices(platform::MatchingDictionary const&,
+IOReturn ScriptedUsb::IOServiceGetMatchingServices(const platform::MatchingDictionary&,
                                                    std::unique_ptr<platform::IOIterator>& iterator) {
     iterator = std::make_unique<Node>(*this);
     return kIOReturnSuccess;
 }
-std::unique_ptr<platform::IOService> ScriptedUsb::IORegistryEntryFromPath(std::string const& wanted) {
+std::unique_ptr<platform::IOService> ScriptedUsb::IORegistryEntryFromPath(const std::string& wanted) {
     return wanted == path ? std::make_unique<Node>(*this) : nullptr;
 }
 
 std::optional<Time> ScriptedUsb::nextDue() {
     std::optional<Time> next;
-    for (auto const& event : mEvents)
+    for (const auto& event : mEvents)
         if (event.due > mPumped && (!next || event.due < *next)) next = event.due;
     return next;
 }
 
 void ScriptedUsb::run(Time now) {
     mPumped = now;
-    if (mLoop && mIsOpen) mEvents.remove_if([now](Event const& event) { return event.due <= now && event.happens(); });
+    if (mLoop && mIsOpen) mEvents.remove_if([now](const Event& event) { return event.due <= now && event.happens(); });
 }
 
 void ScriptedUsb::add(Time due, std::function<bool()> happens) {

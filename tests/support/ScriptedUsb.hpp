@@ -1,5 +1,9 @@
 #pragma once
 
+#include "platform/IORegistry.hpp"
+#include "platform/IOUSB.hpp"
+#include "simulator/SimulatedClock.hpp"
+
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -9,10 +13,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "platform/IORegistry.hpp"
-#include "platform/IOUSB.hpp"
-#include "simulator/SimulatedClock.hpp"
 
 namespace support {
 
@@ -28,8 +28,8 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
 
     explicit ScriptedUsb(simulator::SimulatedClock& clock) : mClock(clock) { mClock.add(*this); }
     ~ScriptedUsb() override { mClock.remove(*this); }
-    ScriptedUsb(ScriptedUsb const&) = delete;
-    ScriptedUsb& operator=(ScriptedUsb const&) = delete;
+    ScriptedUsb(const ScriptedUsb&) = delete;
+    ScriptedUsb& operator=(const ScriptedUsb&) = delete;
 
     /// Adds the end of a read. It waits for the ones added before it, for `delay`, and for a read on its pipe; one
     /// whose pipe nobody reads lets those behind it pass.
@@ -38,7 +38,7 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
     void brings(std::uint8_t pipe, Bytes bytes, platform::IOReturn result = platform::kIOReturnSuccess,
                 simulator::Duration delay = {}, std::optional<std::uint64_t> count = {}, unsigned times = 1);
     /// The same bytes as full reads of 4096 and a short (or empty) one.
-    void bringsPacket(std::uint8_t pipe, Bytes const& packet);
+    void bringsPacket(std::uint8_t pipe, const Bytes& packet);
 
     /// Reports a byte count without any bytes, also one that no read can have.
     void bringsCount(std::uint8_t pipe, std::uint64_t count, unsigned times = 1) {
@@ -66,17 +66,17 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
     bool isIdle() const { return !mIsOpen && !mLoop && mReads.empty(); }  ///< closed, no source on a run loop
 
     // platform::IORegistry
-    platform::IOReturn IOServiceGetMatchingServices(platform::MatchingDictionary const& matching,
+    platform::IOReturn IOServiceGetMatchingServices(const platform::MatchingDictionary& matching,
                                                     std::unique_ptr<platform::IOIterator>& iterator) override;
     std::unique_ptr<platform::IONotificationPort> IONotificationPortCreate() override { return nullptr; }
-    platform::IOReturn IOServiceAddMatchingNotification(platform::IONotificationPort&, std::string const&,
-                                                        platform::MatchingDictionary const&,
+    platform::IOReturn IOServiceAddMatchingNotification(platform::IONotificationPort&, const std::string&,
+                                                        const platform::MatchingDictionary&,
                                                         platform::IOServiceMatchingCallback, void*,
                                                         std::unique_ptr<platform::IOIterator>&) override {
         return platform::kIOReturnUnsupported;
     }
-    std::unique_ptr<platform::IOService> IORegistryEntryFromPath(std::string const& wanted) override;
-    std::string DescribeOpenFailure(std::string const&, platform::IOReturn) override { return {}; }
+    std::unique_ptr<platform::IOService> IORegistryEntryFromPath(const std::string& wanted) override;
+    std::string DescribeOpenFailure(const std::string&, platform::IOReturn) override { return {}; }
 
     // simulator::TimedWork
     std::optional<simulator::Time> nextDue() override;

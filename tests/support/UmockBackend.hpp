@@ -1,11 +1,11 @@
 #pragma once
 
-#include <utility>
-
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/UdevRegistry.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 #include "tests/support/UsbBackend.hpp"
+
+#include <utility>
 
 namespace support {
 

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <functional>
-
 #include "platform/CFRunLoop.hpp"
 #include "platform/IORegistry.hpp"
 #include "simulator/Device.hpp"
+
+#include <functional>
 
 namespace support {
 

@@ -1,5 +1,12 @@
 #pragma once
 
+#include "platform/CFRunLoop.hpp"
+#include "platform/IORegistry.hpp"
+#include "platform/IOUSB.hpp"
+#include "platform/VendorId.hpp"
+#include "simulator/Device.hpp"
+#include "tests/support/UsbBackend.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,13 +23,6 @@
 #include <tuple>
 #include <utility>
 #include <vector>
-
-#include "platform/CFRunLoop.hpp"
-#include "platform/IORegistry.hpp"
-#include "platform/IOUSB.hpp"
-#include "platform/VendorId.hpp"
-#include "simulator/Device.hpp"
-#include "tests/support/UsbBackend.hpp"
 
 /// What the library relies on in every implementation of the registry and USB ports. A backend runs the same cases by
 ///

@@ -1,16 +1,15 @@
 #pragma once
 
-#include <stdlib.h>
-
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "GLO/GLO_Exception.hpp"
 #include "IOU/IOU_UsbLink.hpp"
 #include "THR/THR_CancelRequested.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/ScriptedUsb.hpp"
+
+#include <stdlib.h>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace support {
 
@@ -24,7 +23,7 @@ class UsbWorld : public simulator::SimulatedWorld {
         setenv("XDG_CACHE_HOME", "/nonexistent", 1);  // traces, where nobody switches them on, get no folder
     }
 
-    iou::UsbLink_t open(std::string const& registryPath) {
+    iou::UsbLink_t open(const std::string& registryPath) {
         return {mCancel, registryPath, iou::UsbLink_t::PacketCheckingModeDefault, iol::gcDefaultTimeout};
     }
 
@@ -65,7 +64,7 @@ class ScriptedDevice : public UsbWorld {
                                     .runLoops = &loops,
                                     .masterPort = &usb,
                                     .standardUserDefaults = &defaults,
-                                    .log = [](std::string const&) {}}};
+                                    .log = [](const std::string&) {}}};
 };
 
 /// "file line" of the exception of type E that the action ends with, "other, file line" of one of the library's that is
@@ -74,9 +73,9 @@ template <typename E, typename Action>
 std::string raisedAt(Action action) {
     try {
         action();
-    } catch (glo::Exception_t const& exception) {
-        std::exception const& any = exception;  // E may be the root itself
-        return (dynamic_cast<E const*>(&any) ? "" : "other, ") + exception.File() + " " +
+    } catch (const glo::Exception_t& exception) {
+        const std::exception& any = exception;  // E may be the root itself
+        return (dynamic_cast<const E*>(&any) ? "" : "other, ") + exception.File() + " " +
                std::to_string(exception.Line());
     }
     return {};

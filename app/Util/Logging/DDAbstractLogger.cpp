@@ -1,9 +1,9 @@
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 
-#include <utility>
-
 #include "app/Util/Logging/DDLogFormatter.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
+
+#include <utility>
 
 DDAbstractLogger::DDAbstractLogger(std::string name)
     : mName(std::move(name)), mLoggerQueue(std::make_shared<platform::SerialQueue>(mName)) {}

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/SerialQueue.hpp"
+
 #include <memory>
 #include <span>
 #include <string>
-
-#include "platform/SerialQueue.hpp"
 
 class DDLogFormatter;
 struct DDLogMessage;

@@ -1,15 +1,5 @@
 #include "app/Util/Logging/DDFileLogger.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <exception>
-#include <system_error>
-#include <utility>
-
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
 #include "app/Util/Logging/DDLogFormatter.hpp"
 #include "app/Util/Logging/DDLogMessage.hpp"
@@ -17,6 +7,15 @@
 #include "app/Util/Logging/impl/DDLogCore.hpp"
 #include "platform/DispatchSource.hpp"
 #include "platform/Platform.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
 
 namespace {
 

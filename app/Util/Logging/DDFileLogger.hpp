@@ -1,15 +1,15 @@
 #pragma once
 
+#include "app/Util/Logging/DDAbstractLogger.hpp"
+#include "app/Util/Logging/DDLogFileManager.hpp"
+#include "platform/linux/FileDescriptor.hpp"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "app/Util/Logging/DDAbstractLogger.hpp"
-#include "app/Util/Logging/DDLogFileManager.hpp"
-#include "platform/linux/FileDescriptor.hpp"
 
 namespace platform {
 class DispatchSource;

@@ -1,7 +1,8 @@
 #include "app/Util/Logging/DDLog.hpp"
 
-#include <pthread.h>
-#include <unistd.h>
+#include "app/Util/Logging/DDAbstractLogger.hpp"
+#include "app/Util/Logging/impl/DDLogCore.hpp"
+#include "platform/QueueFrame.hpp"
 
 #include <chrono>
 #include <cstdio>
@@ -9,11 +10,9 @@
 #include <future>
 #include <map>
 #include <mutex>
+#include <pthread.h>
+#include <unistd.h>
 #include <utility>
-
-#include "app/Util/Logging/DDAbstractLogger.hpp"
-#include "app/Util/Logging/impl/DDLogCore.hpp"
-#include "platform/QueueFrame.hpp"
 
 constinit std::atomic<std::uint32_t> ddLogLevel{DDLogFlagError | DDLogFlagWarning | DDLogFlagInfo};
 

@@ -1,14 +1,14 @@
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
 
+#include "app/Util/Logging/DDLogMessage.hpp"
+#include "platform/Directories.hpp"
+#include "platform/Platform.hpp"
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
 #include <utility>
-
-#include "app/Util/Logging/DDLogMessage.hpp"
-#include "platform/Directories.hpp"
-#include "platform/Platform.hpp"
 
 namespace fs = std::filesystem;
 

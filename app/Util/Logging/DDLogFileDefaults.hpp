@@ -1,11 +1,11 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "app/Util/Logging/DDLogFileManager.hpp"
 #include "app/Util/Logging/DDLogFormatter.hpp"
 #include "app/Util/Logging/impl/DDLocalTime.hpp"
+
+#include <string>
+#include <vector>
 
 /// The manager of a file logger that was given none: "log-<yyyyMMdd-HHmmss-SSS>.txt" in a folder, at most 5 files. The
 /// tool has its own.

@@ -1,16 +1,15 @@
 #include "app/Util/Logging/DDLogFileInfo.hpp"
 
-#include <sys/stat.h>
+#include "app/Util/Logging/impl/DDLogFileMarks.hpp"
+#include "platform/FileAttributes.hpp"
+#include "platform/Platform.hpp"
 
 #include <charconv>
 #include <chrono>
 #include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
 #include <utility>
-
-#include "app/Util/Logging/impl/DDLogFileMarks.hpp"
-#include "platform/FileAttributes.hpp"
-#include "platform/Platform.hpp"
 
 namespace {
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/WallClock.hpp"
+
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include "platform/WallClock.hpp"
 
 /// What a file system tells of a log file.
 struct DDLogFileAttributes {

@@ -1,11 +1,10 @@
 #include "app/Util/Logging/DDLogFileManager.hpp"
 
-#include <fcntl.h>
+#include "platform/linux/FileDescriptor.hpp"
 
+#include <fcntl.h>
 #include <filesystem>
 #include <system_error>
-
-#include "platform/linux/FileDescriptor.hpp"
 
 void DDLogFileManager::replaceWithEmptyFile(const std::string& path, DDLogFileInfo::Date creationDate) {
     // A new file and not a shortened one: the marks of the old one must go with it.

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "app/Util/Logging/DDLogFileInfo.hpp"
+
 #include <string>
 #include <vector>
-
-#include "app/Util/Logging/DDLogFileInfo.hpp"
 
 /// Names, lists, makes and removes the log files of one file logger. Called on the logger's queue only; settings are
 /// made before the logger is added. Sorted means the newest first. No failure is reported: a file or folder that is

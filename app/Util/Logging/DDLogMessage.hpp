@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/WallClock.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include "platform/WallClock.hpp"
 
 /// Whether a message keeps its own copy of the file and function texts; otherwise they are literals of the program.
 inline constexpr std::uint32_t DDLogMessageCopyFile = 1;

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "app/Util/Logging/DDAbstractLogger.hpp"
+
 #include <cstdint>
 #include <memory>
-
-#include "app/Util/Logging/DDAbstractLogger.hpp"
 
 /// One registered logger. Belongs to the logging queue.
 struct DDLoggerNode {

@@ -1,18 +1,17 @@
 #include "app/Util/Logging/DDTTYLogger.hpp"
 
-#include <errno.h>  // program_invocation_short_name too
-#include <poll.h>
-#include <unistd.h>
+#include "app/Util/Logging/DDLogFormatter.hpp"
+#include "app/Util/Logging/DDLogMessage.hpp"
 
 #include <algorithm>
 #include <charconv>
 #include <climits>
 #include <cstdio>
+#include <errno.h>  // program_invocation_short_name too
 #include <new>
+#include <poll.h>
+#include <unistd.h>
 #include <utility>
-
-#include "app/Util/Logging/DDLogFormatter.hpp"
-#include "app/Util/Logging/DDLogMessage.hpp"
 
 namespace {
 

@@ -1,15 +1,15 @@
 #pragma once
 
+#include "app/Util/Logging/DDAbstractLogger.hpp"
+#include "app/Util/Logging/DDTTYPalette.hpp"
+#include "app/Util/Logging/impl/DDLocalTime.hpp"
+
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "app/Util/Logging/DDAbstractLogger.hpp"
-#include "app/Util/Logging/DDTTYPalette.hpp"
-#include "app/Util/Logging/impl/DDLocalTime.hpp"
 
 /// The colours of some messages, and the escape sequences that stand for them. A plain value.
 struct DDTTYLoggerColorProfile {

@@ -1,12 +1,11 @@
 #include "app/Util/Logging/DDTTYPalette.hpp"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <strings.h>
 
 namespace {
 

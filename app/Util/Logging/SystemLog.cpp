@@ -1,8 +1,8 @@
 #include "app/Util/Logging/SystemLog.hpp"
 
-#include <cstdio>
-
 #include "app/Util/Logging/DDLog.hpp"
+
+#include <cstdio>
 
 namespace {
 

@@ -1,14 +1,14 @@
 #include "app/Util/Logging/TrovikLogs.hpp"
 
-#include <algorithm>
-#include <filesystem>
-#include <functional>
-#include <system_error>
-
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/Directories.hpp"
 #include "platform/NSUserDefaults.hpp"
 #include "platform/Platform.hpp"
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <system_error>
 
 namespace fs = std::filesystem;
 

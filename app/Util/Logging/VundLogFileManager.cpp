@@ -1,14 +1,14 @@
 #include "app/Util/Logging/VundLogFileManager.hpp"
 
+#include "app/Util/Logging/TrovikLogs.hpp"
+#include "app/Util/Logging/impl/DDLocalTime.hpp"
+#include "platform/Platform.hpp"
+
 #include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <system_error>
 #include <utility>
-
-#include "app/Util/Logging/TrovikLogs.hpp"
-#include "app/Util/Logging/impl/DDLocalTime.hpp"
-#include "platform/Platform.hpp"
 
 VundLogFileManager::VundLogFileManager(std::string filePrefix) : mLogFilePrefix(std::move(filePrefix)) {}
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "app/Util/Logging/DDLogFileManager.hpp"
+
 #include <string>
 #include <vector>
-
-#include "app/Util/Logging/DDLogFileManager.hpp"
 
 /// One log file a day in the tool's log folder: "<prefix>_<yyyy.MM.dd>.txt", in local time. Made once for a file logger
 /// and shared with it.

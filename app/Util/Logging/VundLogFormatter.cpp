@@ -1,11 +1,11 @@
 #include "app/Util/Logging/VundLogFormatter.hpp"
 
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/DDLogMessage.hpp"
+
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
-
-#include "app/Util/Logging/DDLog.hpp"
-#include "app/Util/Logging/DDLogMessage.hpp"
 
 namespace {
 

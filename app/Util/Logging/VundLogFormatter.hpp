@@ -1,9 +1,9 @@
 #pragma once
 
-#include <string>
-
 #include "app/Util/Logging/DDLogFormatter.hpp"
 #include "app/Util/Logging/impl/DDLocalTime.hpp"
+
+#include <string>
 
 /// The lines of the tool's log files: time, thread number, level letter and text, as in
 /// "2026-11-15 18.25.03 (GMT+01:00) | 7171 | I | Device rebooted".

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "BIN/BIN_ios.hpp"
+#include "FIL/FIL_File.hpp"
+#include "GLO/GLO_Exception.hpp"
+
 #include <algorithm>
 #include <cstdint>
 #include <ios>
 #include <string>
-
-#include "BIN/BIN_ios.hpp"
-#include "FIL/FIL_File.hpp"
-#include "GLO/GLO_Exception.hpp"
 
 namespace bin {
 

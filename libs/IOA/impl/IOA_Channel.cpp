@@ -38,7 +38,7 @@ void Channel_t::Identify() {
 void Channel_t::GetOptionalPacket(iol::Packet_t& packet) const {
     try {
         mLink.GetPacket(packet, mPcpTimeout);
-    } catch (glo::Timeout_t const&) {
+    } catch (const glo::Timeout_t&) {
         // Older devices don't send it.
     }
 }

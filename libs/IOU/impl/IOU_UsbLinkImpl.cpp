@@ -2,7 +2,7 @@
 
 namespace iou {
 
-UsbLinkImpl_t::UsbLinkImpl_t(std::string const& registryPath, UsbLink_t::PacketCheckingMode_t /*mode*/,
+UsbLinkImpl_t::UsbLinkImpl_t(const std::string& registryPath, UsbLink_t::PacketCheckingMode_t /*mode*/,
                              UsbLink_t& owner)
     : mSession(registryPath, owner.DefaultTimeout()) {}
 

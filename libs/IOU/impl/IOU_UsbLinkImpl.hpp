@@ -1,10 +1,10 @@
 #pragma once
 
-#include <string>
-
 #include "GLO/GLO_NonCopyable.hpp"
 #include "IOU/IOU_UsbLink.hpp"
 #include "libs/IOU/mac/IOU_Session.hpp"
+
+#include <string>
 
 namespace iou {
 
@@ -13,7 +13,7 @@ class UsbLinkImpl_t : private glo::NonCopyable_t {
   public:
     /// Opens the device and the session, with the link's default time-out.
     /// @throws whatever iou::Session_t throws
-    UsbLinkImpl_t(std::string const& registryPath, UsbLink_t::PacketCheckingMode_t mode, UsbLink_t& owner);
+    UsbLinkImpl_t(const std::string& registryPath, UsbLink_t::PacketCheckingMode_t mode, UsbLink_t& owner);
     virtual ~UsbLinkImpl_t();
 
     Session_t& Session() { return mSession; }

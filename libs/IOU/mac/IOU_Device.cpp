@@ -32,7 +32,7 @@ constexpr std::uint16_t gcEventSourceLine = 217;
 
 }  // namespace
 
-Device_t::Device_t(std::string const& registryPath, Session_t& session) : mSession(session) {
+Device_t::Device_t(const std::string& registryPath, Session_t& session) : mSession(session) {
     try {
         Open(registryPath);
     } catch (...) {
@@ -45,11 +45,11 @@ Device_t::~Device_t() {
     Cleanup();
 }
 
-void Device_t::WriteAsync(unsigned char const* bytes, long length) {
+void Device_t::WriteAsync(const unsigned char* bytes, long length) {
     mOutPipe->WriteAsync(bytes, length);
 }
 
-void Device_t::Open(std::string const& registryPath) {
+void Device_t::Open(const std::string& registryPath) {
     OpenDevice(registryPath);
     CheckIdentity();
     OpenInterface();
@@ -62,7 +62,7 @@ void Device_t::Open(std::string const& registryPath) {
     mInPipe->ReadAsync();
 }
 
-void Device_t::OpenDevice(std::string const& registryPath) {
+void Device_t::OpenDevice(const std::string& registryPath) {
     std::unique_ptr<platform::IOCFPlugInInterface> plugIn;
     {
         const auto service = platform::kIOMasterPortDefault().IORegistryEntryFromPath(registryPath);

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "GLO/GLO_NonCopyable.hpp"
+#include "platform/IOReturn.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <string>
-
-#include "GLO/GLO_NonCopyable.hpp"
-#include "platform/IOReturn.hpp"
 
 namespace platform {
 class CFRunLoopSource;
@@ -27,17 +27,17 @@ class Device_t : private glo::NonCopyable_t {
     /// Opens the device at a registry path and starts reading its interrupt pipe.
     /// @throws int  always 1, after reporting the failed step to the session; everything is closed again
     /// May block for some seconds while the system is still setting the device's permissions.
-    Device_t(std::string const& registryPath, Session_t& session);
+    Device_t(const std::string& registryPath, Session_t& session);
 
     /// Takes back what is under way and closes the device.
     ~Device_t();
 
     /// Starts a write; the bytes are taken over. Never blocks.
-    void WriteAsync(unsigned char const* bytes, long length);
+    void WriteAsync(const unsigned char* bytes, long length);
 
   private:
-    void Open(std::string const& registryPath);
-    void OpenDevice(std::string const& registryPath);
+    void Open(const std::string& registryPath);
+    void OpenDevice(const std::string& registryPath);
     void CheckIdentity();
     std::unique_ptr<platform::IOService> FirstInterface();
     void OpenInterface();

@@ -1,7 +1,5 @@
 #include "libs/IOU/mac/IOU_InPipe.hpp"
 
-#include <limits>
-
 #include "GLO/GLO_Assert.hpp"
 #include "GLO/GLO_Exception.hpp"
 #include "IOU/IOU_DebugServer.hpp"
@@ -9,6 +7,8 @@
 #include "libs/IOU/mac/IOU_PipeFinder.hpp"
 #include "libs/IOU/mac/IOU_Session.hpp"
 #include "platform/IOUSB.hpp"
+
+#include <limits>
 
 namespace iou {
 namespace {

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "GLO/GLO_NonCopyable.hpp"
+#include "platform/IOReturn.hpp"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
-
-#include "GLO/GLO_NonCopyable.hpp"
-#include "platform/IOReturn.hpp"
 
 namespace platform {
 class IOUSBInterfaceInterface;
@@ -62,7 +62,7 @@ class InPipe_t : private glo::NonCopyable_t {
     platform::IOUSBInterfaceInterface& mInterface;
     std::uint8_t mPipeRef = 0;
     std::uint16_t mMaxPacketSize = 0;
-    char const* mName;
+    const char* mName;
     std::unique_ptr<InPipe_t> mPartner;    ///< only the interrupt pipe has one
     std::vector<unsigned char> mGathered;  ///< the packet so far; its storage is kept from packet to packet
     bool mIsTooLong = false;               ///< the packet in hand has passed the limit; its rest is dropped

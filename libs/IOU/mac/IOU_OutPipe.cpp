@@ -1,12 +1,12 @@
 #include "libs/IOU/mac/IOU_OutPipe.hpp"
 
-#include <limits>
-
 #include "GLO/GLO_Exception.hpp"
 #include "IOU/IOU_DebugServer.hpp"
 #include "libs/IOU/mac/IOU_PipeFinder.hpp"
 #include "libs/IOU/mac/IOU_Session.hpp"
 #include "platform/IOUSB.hpp"
+
+#include <limits>
 
 namespace iou {
 namespace {
@@ -35,7 +35,7 @@ OutPipe_t::~OutPipe_t() {
     DebugServer().PrintStr("Out Pipe Destructed.\n");
 }
 
-void OutPipe_t::WriteAsync(unsigned char const* bytes, long length) {
+void OutPipe_t::WriteAsync(const unsigned char* bytes, long length) {
     const platform::IOReturn result = mInterface.WritePipeAsync(mPipeRef, {bytes, static_cast<std::size_t>(length)},
                                                                 &OutPipe_t::OutPipeHandler, this);
     win::DebugServer_t& trace = DebugServer();

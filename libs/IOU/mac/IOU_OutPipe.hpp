@@ -1,9 +1,9 @@
 #pragma once
 
-#include <cstdint>
-
 #include "GLO/GLO_NonCopyable.hpp"
 #include "platform/IOReturn.hpp"
+
+#include <cstdint>
 
 namespace platform {
 class IOUSBInterfaceInterface;
@@ -25,7 +25,7 @@ class OutPipe_t : private glo::NonCopyable_t {
     /// Starts a write of the whole buffer, whose bytes are taken over; a refusal is reported to the session.
     /// @param bytes  may be null when length is 0, which sends a zero-length packet
     /// Never blocks.
-    void WriteAsync(unsigned char const* bytes, long length);
+    void WriteAsync(const unsigned char* bytes, long length);
 
     void AbortPipe();
 

@@ -6,7 +6,7 @@
 namespace iou {
 
 FoundPipe_t FindPipe(Session_t& session, platform::IOUSBInterfaceInterface& interface, WantedPipe_t wanted,
-                     char const* file, PipeFailureLines_t const& lines) {
+                     const char* file, const PipeFailureLines_t& lines) {
     const auto require = [&](platform::IOReturn result, std::uint16_t line) {
         if (result == platform::kIOReturnSuccess) return;
         session.ReportErrorWithCode(result, file, line);

@@ -31,6 +31,6 @@ struct FoundPipe_t {
 /// @param file  the source file that a failure is reported for
 /// @throws int  always 1, after reporting to the session
 FoundPipe_t FindPipe(Session_t& session, platform::IOUSBInterfaceInterface& interface, WantedPipe_t wanted,
-                     char const* file, PipeFailureLines_t const& lines);
+                     const char* file, const PipeFailureLines_t& lines);
 
 }  // namespace iou

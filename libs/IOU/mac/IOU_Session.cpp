@@ -1,7 +1,5 @@
 #include "libs/IOU/mac/IOU_Session.hpp"
 
-#include <algorithm>
-
 #include "GLO/GLO_Assert.hpp"
 #include "GLO/GLO_Exception.hpp"
 #include "IOU/IOU_DebugServer.hpp"
@@ -10,6 +8,8 @@
 #include "libs/IOU/mac/IOU_Device.hpp"
 #include "platform/IORegistry.hpp"
 #include "platform/Platform.hpp"
+
+#include <algorithm>
 
 namespace iou {
 namespace {
@@ -27,7 +27,7 @@ constexpr win::Duration_t gcStartAttempt{500};            ///< each half of an a
 constexpr std::uint32_t gcDefaultMaxPacketSize = 255;     ///< of a device that does not tell
 constexpr std::size_t gcKeepingPerPacket = 64;            ///< bytes a queued packet counts for besides its own
 
-std::size_t queuedSize(std::vector<unsigned char> const& packet) {
+std::size_t queuedSize(const std::vector<unsigned char>& packet) {
     return packet.size() + gcKeepingPerPacket;
 }
 
@@ -48,7 +48,7 @@ class Session_t::Wait_t : private glo::NonCopyable_t {
     Session_t& mSession;
 };
 
-Session_t::Session_t(std::string const& registryPath, win::Duration_t timeout)
+Session_t::Session_t(const std::string& registryPath, win::Duration_t timeout)
     : mRunLoop(platform::CFRunLoopGetCurrent()), mRunLoopMode(platform::CFUUIDCreateString()) {
     DebugServer().PrintStr("Constructing Session\n");
     try {
@@ -67,7 +67,7 @@ Session_t::~Session_t() {
     DebugServer().PrintStr("Session ended.\n");
 }
 
-void Session_t::Start(std::string const& registryPath, win::Duration_t timeout) {
+void Session_t::Start(const std::string& registryPath, win::Duration_t timeout) {
     platform::CFAbsoluteTime const deadline = ConvertDurationToAbsoluteTime(timeout);
     mDevice = std::make_unique<Device_t>(registryPath, *this);
     CheckForError();
@@ -88,13 +88,13 @@ bool Session_t::TryToStart() {
     try {
         SendFrameWithTimeout(iol::Frame_t(gcPacketIdStartSession, nullptr, 0), Layer_t::UsbProtocol, gcStartAttempt);
         WaitForFrameWithTimeout(gcStartAttempt);
-    } catch (glo::Timeout_t const&) {
+    } catch (const glo::Timeout_t&) {
         return false;
     }
     if (mReceived.empty()) return false;
-    auto const bytes = TakePacket();
-    auto const packet = MakeUsbPacket(bytes);
-    auto const unitId = packet ? packet->ControlValue(gcPacketIdSessionStarted) : std::nullopt;
+    const auto bytes = TakePacket();
+    const auto packet = MakeUsbPacket(bytes);
+    const auto unitId = packet ? packet->ControlValue(gcPacketIdSessionStarted) : std::nullopt;
     if (unitId) mUnitId = *unitId;
     return unitId.has_value();
 }
@@ -103,9 +103,9 @@ void Session_t::LearnMaxPacketSize(win::Duration_t timeout) {
     SendFrameWithTimeout(iol::Frame_t(gcPacketIdAskMaxPacketSize, nullptr, 0), Layer_t::UsbProtocol, timeout);
     WaitForFrameWithTimeout(timeout);
     if (!mReceived.empty()) {
-        auto const bytes = TakePacket();
-        auto const packet = MakeUsbPacket(bytes);
-        auto const size = packet ? packet->ControlValue(gcPacketIdMaxPacketSize) : std::nullopt;
+        const auto bytes = TakePacket();
+        const auto packet = MakeUsbPacket(bytes);
+        const auto size = packet ? packet->ControlValue(gcPacketIdMaxPacketSize) : std::nullopt;
         // A size that leaves no room behind the header is no answer.
         if (size && *size > gcUsbPacketHeaderSize)
             mMaxPacketSize = *size - static_cast<std::uint32_t>(gcUsbPacketHeaderSize);
@@ -115,9 +115,9 @@ void Session_t::LearnMaxPacketSize(win::Duration_t timeout) {
 }
 
 /// The exception that ends construction may say no more than "1", so what was reported goes to the system log.
-void Session_t::Abandon(std::string const& registryPath) {
+void Session_t::Abandon(const std::string& registryPath) {
     DebugServer().PrintStr("iou::Session_t::Session_t - Failed\n");
-    bool const wasOpened = mDevice != nullptr;
+    const bool wasOpened = mDevice != nullptr;
     mDevice.reset();
     StopTimer();
     if (!mErrorOccurred) return;
@@ -131,7 +131,7 @@ void Session_t::Abandon(std::string const& registryPath) {
                     mErrorLine);
 }
 
-void Session_t::SendFrameWithTimeout(iol::Frame_t const& frame, Layer_t layer, win::Duration_t timeout) {
+void Session_t::SendFrameWithTimeout(const iol::Frame_t& frame, Layer_t layer, win::Duration_t timeout) {
     AssertOwnerThread();
     CheckForError();
     WriteUsbPacket(layer, frame.Id(), frame.Bytes(), mOutgoing);
@@ -161,7 +161,7 @@ iol::Frame_t Session_t::GetFrameWithTimeout(win::Duration_t timeout) {
         throw glo::Timeout_t(gcFile, gcReceiveTimeoutLine);
     }
     auto bytes = TakePacket();
-    auto const packet = MakeUsbPacket(bytes);
+    const auto packet = MakeUsbPacket(bytes);
     glo::Assert(packet.has_value(), gcFile, __LINE__);  // the pipes queue nothing that has not passed
     std::uint16_t const id = packet->id;
     bytes.erase(bytes.begin(), bytes.begin() + gcUsbPacketHeaderSize);  // the packet's own storage becomes the frame's
@@ -184,7 +184,7 @@ void Session_t::CheckForError() const {
     if (mErrorOccurred) throw BadUsbDevice_t(mErrorFile, mErrorLine);
 }
 
-void Session_t::SavePacket(std::vector<unsigned char> const& packet) {
+void Session_t::SavePacket(const std::vector<unsigned char>& packet) {
     if (mQueuedBytes + queuedSize(packet) > gcMaxQueuedBytes) {
         DebugServer().PrintStr("Packet discarded!\nNobody fetches what has been received\n");
         return;
@@ -200,7 +200,7 @@ std::vector<unsigned char> Session_t::TakePacket() {
     return packet;
 }
 
-void Session_t::ReportErrorWithCode(platform::IOReturn code, char const* file, std::uint16_t line) {
+void Session_t::ReportErrorWithCode(platform::IOReturn code, const char* file, std::uint16_t line) {
     if (mErrorOccurred) return;
     mErrorOccurred = true;
     mErrorCode = code;
@@ -216,7 +216,7 @@ void Session_t::StartTimer(win::Duration_t duration) {
 template <typename IsPending>
 void Session_t::WaitWhile(IsPending isPending, win::Duration_t timeout) {
     if (mErrorOccurred || !isPending()) return;  // nothing to wait for: no timer either
-    Wait_t const wait(*this, timeout);
+    const Wait_t wait(*this, timeout);
     while (!mErrorOccurred && isPending() && TimerIsRunning())
         mRunLoop->CFRunLoopRunInMode(mRunLoopMode, gcSlice, true);
 }

@@ -1,5 +1,12 @@
 #pragma once
 
+#include "GLO/GLO_NonCopyable.hpp"
+#include "IOL/IOL_Frame.hpp"
+#include "IOU/IOU_Layer.hpp"
+#include "WIN/WIN_Duration.hpp"
+#include "platform/CFRunLoop.hpp"
+#include "platform/IOReturn.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -7,13 +14,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "GLO/GLO_NonCopyable.hpp"
-#include "IOL/IOL_Frame.hpp"
-#include "IOU/IOU_Layer.hpp"
-#include "WIN/WIN_Duration.hpp"
-#include "platform/CFRunLoop.hpp"
-#include "platform/IOReturn.hpp"
 
 namespace iou {
 
@@ -43,7 +43,7 @@ class Session_t : private glo::NonCopyable_t {
     /// @throws iou::BadUsbDevice_t  a pipe reported an error
     /// @throws int                  gcDeviceUnusable: the device could not be opened
     /// Blocks. The calling thread becomes the owner thread.
-    Session_t(std::string const& registryPath, win::Duration_t timeout);
+    Session_t(const std::string& registryPath, win::Duration_t timeout);
     ~Session_t();
 
     /// Sends one frame and waits until the device has taken it.
@@ -51,7 +51,7 @@ class Session_t : private glo::NonCopyable_t {
     /// @throws glo::Timeout_t       not written in time; part of it may have left, the session stays usable
     /// @throws iou::BadUsbDevice_t  a pipe reported an error, now or earlier
     /// Blocks. Owner thread only.
-    void SendFrameWithTimeout(iol::Frame_t const& frame, Layer_t layer, win::Duration_t timeout);
+    void SendFrameWithTimeout(const iol::Frame_t& frame, Layer_t layer, win::Duration_t timeout);
 
     /// Takes the oldest packet received, of whichever layer, or waits for one.
     /// @param timeout  milliseconds; win::gcDurationInfinite waits for a year
@@ -75,24 +75,24 @@ class Session_t : private glo::NonCopyable_t {
     // For the device and its pipes, inside this session's waits.
 
     /// Queues a packet that MakeUsbPacket has passed.
-    void SavePacket(std::vector<unsigned char> const& packet);
+    void SavePacket(const std::vector<unsigned char>& packet);
     void CompleteWrite() { mWriteIsPending = false; }
 
     /// Records an error. The first one stays: later ones are its consequences.
     /// @param file  a text that lives as long as the process
-    void ReportError(char const* file, std::uint16_t line) { ReportErrorWithCode(0, file, line); }
-    void ReportErrorWithCode(platform::IOReturn code, char const* file, std::uint16_t line);
+    void ReportError(const char* file, std::uint16_t line) { ReportErrorWithCode(0, file, line); }
+    void ReportErrorWithCode(platform::IOReturn code, const char* file, std::uint16_t line);
 
-    std::string const& RunLoopMode() const { return mRunLoopMode; }
+    const std::string& RunLoopMode() const { return mRunLoopMode; }
     platform::CFRunLoop& RunLoop() const { return *mRunLoop; }
 
   private:
     class Wait_t;
 
-    void Start(std::string const& registryPath, win::Duration_t timeout);
+    void Start(const std::string& registryPath, win::Duration_t timeout);
     bool TryToStart();
     void LearnMaxPacketSize(win::Duration_t timeout);
-    void Abandon(std::string const& registryPath);
+    void Abandon(const std::string& registryPath);
     void StartTimer(win::Duration_t duration);
     void StopTimer() { mTimer.reset(); }
     bool TimerIsRunning() const { return mTimer && mTimer->CFRunLoopTimerIsValid(); }
@@ -102,7 +102,7 @@ class Session_t : private glo::NonCopyable_t {
     void AssertOwnerThread() const;
 
     std::thread::id const mOwner = std::this_thread::get_id();
-    std::shared_ptr<platform::CFRunLoop> const mRunLoop;  ///< the owner thread's
+    const std::shared_ptr<platform::CFRunLoop> mRunLoop;  ///< the owner thread's
     std::string const mRunLoopMode;                       ///< this session's alone
     std::uint32_t mMaxPacketSize = 0;
     std::uint32_t mUnitId = 0;
@@ -114,7 +114,7 @@ class Session_t : private glo::NonCopyable_t {
     bool mErrorOccurred = false;
     platform::IOReturn mErrorCode = 0;  ///< 0 when none was given
     std::uint16_t mErrorLine = 0;
-    char const* mErrorFile = "";
+    const char* mErrorFile = "";
     std::unique_ptr<Device_t> mDevice;
 };
 

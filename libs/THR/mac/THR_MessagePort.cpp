@@ -1,7 +1,5 @@
 #include "THR/THR_MessagePort.hpp"
 
-#include <utility>
-
 #include "GLO/GLO_Exception.hpp"
 #include "GLO/GLO_String.hpp"
 #include "THR/THR_Exception.hpp"
@@ -11,6 +9,8 @@
 #include "platform/CFMessagePort.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
+
+#include <utility>
 
 namespace thr {
 namespace {
@@ -24,18 +24,18 @@ constexpr double cSendTimeout = 0.1;  // seconds
 MessagePort_t::MessagePort_t(MessageHandlerIntf_t* handler) {
     std::string const name = std::string(cApplicationGroup) + '.' + platform::CFUUIDCreateString();
     mPort = platform::CFMessagePort::CFMessagePortCreateLocal(
-        name, [handler](std::int32_t id, platform::CFData const& data) { HandlePortMessage(id, data, handler); });
+        name, [handler](std::int32_t id, const platform::CFData& data) { HandlePortMessage(id, data, handler); });
     if (!mPort) throw Exception_t(cFile, __LINE__, std::wstring());
     mName = glo::wstring(name, win::Utf8Encoding());
     mPort->CFRunLoopAddSource();
 }
 
-MessagePort_t::MessagePort_t(std::wstring const& name)
+MessagePort_t::MessagePort_t(const std::wstring& name)
     : mPort(platform::CFMessagePort::CFMessagePortCreateRemote(glo::string(name, win::Utf8Encoding()))), mName(name) {}
 
 MessagePort_t::~MessagePort_t() = default;
 
-void MessagePort_t::SendStack(std::int32_t id, Stack_t& stack, std::wstring const& name) {
+void MessagePort_t::SendStack(std::int32_t id, Stack_t& stack, const std::wstring& name) {
     if (stack.IsEmpty()) throw Exception_t(cFile, __LINE__, std::wstring());
     stack << name;
     for (;;) {
@@ -53,7 +53,7 @@ void MessagePort_t::WhenInvalid(std::function<void()> block) {
     if (mPort) mPort->CFMessagePortSetInvalidationCallBack(std::move(block));
 }
 
-void MessagePort_t::HandlePortMessage(std::int32_t id, std::vector<unsigned char> const& data,
+void MessagePort_t::HandlePortMessage(std::int32_t id, const std::vector<unsigned char>& data,
                                       MessageHandlerIntf_t* handler) {
     try {
         if (!handler) return platform::NSLog("Error: No message handler at %s, %d\n", cFile, __LINE__);

@@ -1,11 +1,5 @@
 #include "THR/THR_Thread.hpp"
 
-#include <limits>
-#include <system_error>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "GLO/GLO_Exception.hpp"
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalPort.hpp"
@@ -13,6 +7,12 @@
 #include "platform/Boundary.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
+
+#include <limits>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
 
 namespace thr {
 namespace {
@@ -45,7 +45,7 @@ void StartThread(void (*entry)(Stack_t&), Stack_t& arguments) {
     arguments << entry;
     try {
         std::thread(Start, arguments.Bytes()).detach();
-    } catch (std::system_error const&) {
+    } catch (const std::system_error&) {
         throw Exception_t(cFile, __LINE__, std::wstring());
     }
 }
@@ -60,7 +60,7 @@ void ProcessMessageWithInfiniteWait() {
 }
 
 void ProcessMessageUntil(double absoluteTime) {
-    double const seconds = absoluteTime - platform::CFAbsoluteTimeGetCurrent();
+    const double seconds = absoluteTime - platform::CFAbsoluteTimeGetCurrent();
     if (seconds > 0) RunDefaultMode(seconds, false);
 }
 

@@ -9,8 +9,8 @@ class FirstUseScope_t {
   public:
     FirstUseScope_t() { ++gDepth; }
     ~FirstUseScope_t() { --gDepth; }
-    FirstUseScope_t(FirstUseScope_t const&) = delete;
-    FirstUseScope_t& operator=(FirstUseScope_t const&) = delete;
+    FirstUseScope_t(const FirstUseScope_t&) = delete;
+    FirstUseScope_t& operator=(const FirstUseScope_t&) = delete;
 
     static bool IsInside() { return gDepth > 0; }
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "GLO/GLO_Time.hpp"
+
+#include <string>
 
 namespace win {
 

@@ -1,11 +1,11 @@
 #include "libs/WIN/mac/WINNativeTimer.hpp"
 
-#include <utility>
-
 #include "WIN/WIN_CallbackTimer.hpp"
 #include "platform/Boundary.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/Platform.hpp"
+
+#include <utility>
 
 WINNativeTimer_t::WINNativeTimer_t(win::CallbackTimer_t& callback) : mCallback(callback) {}
 WINNativeTimer_t::~WINNativeTimer_t() {

@@ -1,10 +1,10 @@
-#include <sys/stat.h>
-
 #include "GLO/GLO_String.hpp"
 #include "WIN/WIN_AppMetaData.hpp"
 #include "WIN/WIN_DebugServer.hpp"
 #include "WIN/WIN_Encoding.hpp"
 #include "platform/Directories.hpp"
+
+#include <sys/stat.h>
 
 namespace win {
 
@@ -13,7 +13,7 @@ std::wstring DebugFileDirectory() {
     return caches.empty() ? std::wstring() : glo::wstring(caches, Utf8Encoding()) + L"/Trovik/";
 }
 
-std::wstring DebugFilePath(std::wstring const& suffix, std::wstring const& name) {
+std::wstring DebugFilePath(const std::wstring& suffix, const std::wstring& name) {
     std::wstring const directory = DebugFileDirectory();
     if (directory.empty()) return {};  // a user without a home folder: the file can't be opened and traces are lost
     // Fails where the caches folder itself is missing; the traces are lost then as well.

@@ -1,11 +1,11 @@
 #include "WIN/WIN_MacRegistryStore.hpp"
 
-#include <utility>
-
 #include "libs/WIN/impl/WIN_FirstUse.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/NSUserDefaults.hpp"
 #include "platform/Platform.hpp"
+
+#include <utility>
 
 namespace win {
 namespace {
@@ -16,10 +16,10 @@ using Subkey_t = RegistryDictionary_t::Subkey_t;
 constexpr char cStoreName[] = "RegistryRoot";
 constexpr Duration_t cSaveDelay = 1;
 
-Subkey_t TreeFrom(PropertyList::Dictionary const& dictionary) {
+Subkey_t TreeFrom(const PropertyList::Dictionary& dictionary) {
     auto key = std::make_shared<RegistryDictionary_t>();
-    for (auto const& [name, value] : dictionary) {
-        if (auto const* subkey = value.dictionary())
+    for (const auto& [name, value] : dictionary) {
+        if (const auto* subkey = value.dictionary())
             key->mEntries.emplace(name, TreeFrom(*subkey));
         else
             key->mEntries.emplace(name, value);
@@ -27,10 +27,10 @@ Subkey_t TreeFrom(PropertyList::Dictionary const& dictionary) {
     return key;
 }
 
-PropertyList ListFrom(RegistryDictionary_t const& key) {
+PropertyList ListFrom(const RegistryDictionary_t& key) {
     PropertyList::Dictionary dictionary;
-    for (auto const& [name, entry] : key.mEntries) {
-        auto const* subkey = std::get_if<Subkey_t>(&entry);
+    for (const auto& [name, entry] : key.mEntries) {
+        const auto* subkey = std::get_if<Subkey_t>(&entry);
         dictionary.emplace(name, subkey ? ListFrom(**subkey) : std::get<PropertyList>(entry));
     }
     return {std::move(dictionary)};
@@ -39,8 +39,8 @@ PropertyList ListFrom(RegistryDictionary_t const& key) {
 }  // namespace
 
 MacRegistryStore_t::MacRegistryStore_t() {
-    auto const saved = platform::standardUserDefaults().objectForKey(cStoreName);
-    auto const* dictionary = saved ? saved->dictionary() : nullptr;
+    const auto saved = platform::standardUserDefaults().objectForKey(cStoreName);
+    const auto* dictionary = saved ? saved->dictionary() : nullptr;
     mRoot = TreeFrom(dictionary ? *dictionary : PropertyList::Dictionary());
     SetHandler(*this);
 }

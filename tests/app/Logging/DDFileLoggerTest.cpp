@@ -1,11 +1,4 @@
 #include "app/Util/Logging/DDFileLogger.hpp"
-
-#include <sys/resource.h>
-
-#include <cerrno>
-#include <mutex>
-#include <semaphore>
-
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
 #include "app/Util/Logging/impl/DDLogFileMarks.hpp"
@@ -15,6 +8,11 @@
 #include "platform/linux/AsioRunLoop.hpp"
 #include "platform/linux/Dispatch.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
+
+#include <cerrno>
+#include <mutex>
+#include <semaphore>
+#include <sys/resource.h>
 
 namespace {
 

@@ -1,14 +1,14 @@
-#include <array>
-#include <atomic>
-#include <barrier>
-#include <stdexcept>
-#include <thread>
-
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
 #include "platform/linux/Dispatch.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
 #include "tests/support/LogRecorder.hpp"
+
+#include <array>
+#include <atomic>
+#include <barrier>
+#include <stdexcept>
+#include <thread>
 
 /// This thread's log calls find no memory.
 static thread_local bool gNoMemory = false;

@@ -1,21 +1,21 @@
 // What remains of the log when the process ends, in processes of their own.
 
-#include <gmock/gmock.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <array>
-#include <csignal>
-#include <regex>
-#include <sstream>
-#include <thread>
-
 #include "app/Util/Logging/DDFileLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDTTYLogger.hpp"
 #include "app/Util/Logging/VundLogFileManager.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <csignal>
+#include <regex>
+#include <sstream>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
 
 namespace {
 

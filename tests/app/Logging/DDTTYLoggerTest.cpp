@@ -1,13 +1,13 @@
-#include "app/Util/Logging/DDTTYLogger.hpp"
-
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <unistd.h>
-
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDLogFormatter.hpp"
+#include "app/Util/Logging/DDTTYLogger.hpp"
 #include "platform/linux/FileDescriptor.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
+
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 

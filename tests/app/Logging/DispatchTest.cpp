@@ -1,18 +1,18 @@
 // Queues and what is delivered on them: the logging's are their only users.
-#include <fcntl.h>
+#include "platform/DispatchSource.hpp"
+#include "platform/SerialQueue.hpp"
+#include "platform/linux/FileDescriptor.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+
 #include <gmock/gmock.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <fcntl.h>
 #include <latch>
 #include <stdexcept>
 #include <thread>
-
-#include "platform/DispatchSource.hpp"
-#include "platform/SerialQueue.hpp"
-#include "platform/linux/FileDescriptor.hpp"
-#include "tests/support/TemporaryFolder.hpp"
 
 namespace {
 

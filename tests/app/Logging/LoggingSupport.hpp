@@ -1,16 +1,16 @@
 #pragma once
 
-#include <gtest/gtest.h>
-#include <time.h>
-
-#include <cstdlib>
-#include <string>
-#include <vector>
-
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/DDLogMessage.hpp"
 #include "platform/Platform.hpp"
 #include "tests/support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <time.h>
+#include <vector>
 
 /// A time zone for the life of this object.
 class TimeZone {

@@ -1,5 +1,4 @@
 #include "app/Util/Logging/SystemLog.hpp"
-
 #include "app/Util/Logging/impl/DDLogCore.hpp"
 #include "tests/app/Logging/LoggingSupport.hpp"
 #include "tests/support/LogRecorder.hpp"

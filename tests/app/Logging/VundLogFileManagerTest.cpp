@@ -1,19 +1,17 @@
+#include "app/Util/Logging/DDFileLogger.hpp"
+#include "app/Util/Logging/DDLogFileDefaults.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
 #include "app/Util/Logging/VundLogFileManager.hpp"
-
-#include <dirent.h>
+#include "app/Util/Logging/VundLogFormatter.hpp"
+#include "tests/app/Logging/LoggingSupport.hpp"
 
 #include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <ctime>
+#include <dirent.h>
 #include <fstream>
-
-#include "app/Util/Logging/DDFileLogger.hpp"
-#include "app/Util/Logging/DDLogFileDefaults.hpp"
-#include "app/Util/Logging/TrovikLogs.hpp"
-#include "app/Util/Logging/VundLogFormatter.hpp"
-#include "tests/app/Logging/LoggingSupport.hpp"
 
 /// How many more entries of folders this thread can read; afterwards the disk fails.
 static thread_local int tReadableEntries = INT_MAX;

@@ -1,8 +1,7 @@
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
+#include "tests/support/UsbWorld.hpp"
 
 #include <gtest/gtest.h>
-
-#include "tests/support/UsbWorld.hpp"
 
 namespace {
 
@@ -17,20 +16,20 @@ TEST(Finder, ListsTheDevicesInTrovikModeThatCanBeNamedAndTellsNoneFromNoAnswer) 
     otherProduct.productId = 4;
     otherRelease.releaseNumber = 2;
     otherVendor.vendorId ^= 1;
-    for (Profile const& lookalike : {otherProduct, otherRelease, otherVendor})
+    for (const Profile& lookalike : {otherProduct, otherRelease, otherVendor})
         world.plug(world.bus.addDevice(lookalike));
-    auto const second = world.bus.addDevice({});
+    const auto second = world.bus.addDevice({});
     world.plug(second);
-    auto const devices = USBTrovikModeFinderUtils::connectedPaths().value();
+    const auto devices = USBTrovikModeFinderUtils::connectedPaths().value();
     ASSERT_EQ(devices.size(), 2U);
     EXPECT_EQ(devices[0].ioPath(), world.path());
     EXPECT_EQ(devices[1].ioPath(), world.path(second));
     EXPECT_NE(devices[0].ioId(), devices[1].ioId());
 
-    for (auto const operation :
+    for (const auto operation :
          {BusOperation::IORegistryEntryGetPath, BusOperation::IORegistryEntryGetRegistryEntryID}) {
         world.addFault(Fault::onOperation(operation, platform::kIOReturnNoDevice));
-        auto const nameable = USBTrovikModeFinderUtils::connectedPaths().value();
+        const auto nameable = USBTrovikModeFinderUtils::connectedPaths().value();
         ASSERT_EQ(nameable.size(), 1U);
         EXPECT_EQ(nameable[0].ioPath(), world.path(second));
     }

@@ -1,11 +1,10 @@
-#include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
-
-#include <gtest/gtest.h>
-
 #include "ANT/ANT_Exception.hpp"
 #include "app/TrovikMode/TrovikModeUtil.hpp"
+#include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "tests/support/LogRecorder.hpp"
 #include "tests/support/UsbWorld.hpp"
+
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -16,7 +15,7 @@ using simulator::FaultKind;
 TEST(IoLink, TellsTheClassesOfExceptionsApart) {
     struct {
         std::function<void()> raise;
-        char const* description;
+        const char* description;
     } const cases[] = {
         {[] { throw glo::Timeout_t("a/b/Here", 7); }, "issueCommand Timeout [File: Here at Line: 7]"},
         {[] { throw ant::AuthenticateReject_t("Here", 8); },
@@ -26,10 +25,10 @@ TEST(IoLink, TellsTheClassesOfExceptionsApart) {
         {[] { throw glo::ExitThread_t(); }, "issueCommand Failed: Unknown Exception [File:  at Line: 0]"},
         {[] { throw 1; }, "issueCommand Failed: Unknown Exception [File:  at Line: 0]"},
     };
-    for (auto const& c : cases) {
+    for (const auto& c : cases) {
         ScriptedDevice world;
         world.startsSession();
-        auto const facade = UsbTrovikModeIoLink::initWithPath("scripted");
+        const auto facade = UsbTrovikModeIoLink::initWithPath("scripted");
         LogRecorder log;
         Error error;
         error.userInfo["kept"] = "yes";
@@ -41,7 +40,7 @@ TEST(IoLink, TellsTheClassesOfExceptionsApart) {
         EXPECT_EQ(error.userInfo["kept"], "yes");
         world.usb.endsWrite({.raise = c.raise});
         EXPECT_FALSE(facade->sendIopCommand(10, {}, false, nullptr));
-        auto const lines = log.take();
+        const auto lines = log.take();
         ASSERT_EQ(lines.size(), 1U) << "without an error object nothing is logged";
         EXPECT_EQ(lines[0].logMsg, error.description());
         EXPECT_EQ(lines[0].logFlag, DDLogFlagError);
@@ -53,9 +52,9 @@ TEST(IoLink, ThatCannotBeMadeIsLoggedWithTheRaiseSite) {
     SimulatedDevice world;
     world.addFault(Fault::onPacket(5, FaultKind::Ignore).onLayer(0).committed(100));
     LogRecorder log;
-    auto const logsOf = [&log](std::optional<std::string> const& path) {
+    const auto logsOf = [&log](const std::optional<std::string>& path) {
         EXPECT_TRUE(WaitsForItsLine(true, [&] { EXPECT_FALSE(UsbTrovikModeIoLink::initWithPath(path)); }));
-        auto const lines = log.take();
+        const auto lines = log.take();
         return lines.size() == 1 ? lines[0].logMsg : std::to_string(lines.size()) + " lines";
     };
     std::string const start = "Error creating UsbTrovikModeIoLink at path:";

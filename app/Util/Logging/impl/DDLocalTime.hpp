@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/WallClock.hpp"
+
 #include <ctime>
 #include <string>
-
-#include "platform/WallClock.hpp"
 
 /// Days, hours and offsets of the user's time zone. Any thread.
 namespace DDLocalTime {

@@ -1,6 +1,7 @@
 #include "app/Util/Logging/impl/DDLogCore.hpp"
 
-#include <unistd.h>
+#include "app/Util/Logging/DDLog.hpp"
+#include "platform/Platform.hpp"
 
 #include <algorithm>
 #include <csignal>
@@ -8,10 +9,8 @@
 #include <future>
 #include <system_error>
 #include <thread>
+#include <unistd.h>
 #include <utility>
-
-#include "app/Util/Logging/DDLog.hpp"
-#include "platform/Platform.hpp"
 
 namespace {
 

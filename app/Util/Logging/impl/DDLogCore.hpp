@@ -1,12 +1,12 @@
 #pragma once
 
+#include "app/Util/Logging/DDLoggerNode.hpp"
+#include "app/Util/Logging/impl/DDLogQueue.hpp"
+
 #include <cstdint>
 #include <memory>
 #include <utility>
 #include <vector>
-
-#include "app/Util/Logging/DDLoggerNode.hpp"
-#include "app/Util/Logging/impl/DDLogQueue.hpp"
 
 /// The state behind DDLog: the logging queue, the registered loggers, and the delivery to them. The process has one
 /// (`shared`), made at first use and never destroyed, since static objects log while they are being destroyed; its

@@ -1,19 +1,18 @@
 #include "app/Util/Logging/impl/DDLogFileMarks.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <system_error>
-
 #include "platform/FileAttributes.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/FileDescriptor.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 

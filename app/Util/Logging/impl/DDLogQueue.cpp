@@ -1,15 +1,14 @@
 #include "app/Util/Logging/impl/DDLogQueue.hpp"
 
-#include <pthread.h>
-
-#include <algorithm>
-#include <limits>
-#include <system_error>
-#include <utility>
-
 #include "platform/Boundary.hpp"
 #include "platform/Platform.hpp"
 #include "platform/QueueFrame.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <pthread.h>
+#include <system_error>
+#include <utility>
 
 namespace {
 

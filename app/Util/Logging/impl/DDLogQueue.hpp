@@ -1,5 +1,8 @@
 #pragma once
 
+#include "app/Util/Logging/DDLogMessage.hpp"
+#include "platform/Dispatch.hpp"
+
 #include <array>
 #include <condition_variable>
 #include <cstdint>
@@ -9,9 +12,6 @@
 #include <span>
 #include <string>
 #include <thread>
-
-#include "app/Util/Logging/DDLogMessage.hpp"
-#include "platform/Dispatch.hpp"
 
 /// The logging queue: serial, and made for messages. Messages and blocks wait in one deque in the order in which they
 /// came. One thread at a time drains it: the queue's own for asynchronous work, a synchronous caller where nobody does
