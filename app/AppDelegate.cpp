@@ -12,12 +12,12 @@
 #include "app/Util/Logging/VundLogFileManager.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
 #include "app/Util/ViewUtilities.hpp"
-#include "platform/Boundary.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
 #include "platform/ScriptRunner.hpp"
+#include "platform/common/Boundary.hpp"
 
 #include <QAction>
 #include <QLabel>

@@ -11,10 +11,10 @@
 #include "platform/Directories.hpp"
 #include "platform/Platform.hpp"
 #include "platform/ScriptRunner.hpp"
-#include "platform/linux/AsioRunLoop.hpp"
-#include "platform/linux/Bundle.hpp"
-#include "platform/linux/Dispatch.hpp"
-#include "platform/linux/TerminateExceptionHandler.hpp"
+#include "platform/common/GlobalQueue.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "platform/linux/process/TerminateExceptionHandler.hpp"
+#include "platform/linux/settings/Bundle.hpp"
 #include "platform/qt/QtMainQueue.hpp"
 
 #include <QApplication>

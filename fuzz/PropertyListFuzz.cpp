@@ -4,8 +4,8 @@
 #include "fuzz/Input.hpp"
 #include "platform/Platform.hpp"
 #include "platform/PropertyList.hpp"
-#include "platform/PropertyListScan.hpp"
-#include "platform/linux/Bundle.hpp"
+#include "platform/common/PropertyListScan.hpp"
+#include "platform/linux/settings/Bundle.hpp"
 
 #include <plist/plist.h>
 

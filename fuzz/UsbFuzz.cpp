@@ -3,10 +3,10 @@
 
 #include "fuzz/Harness.hpp"
 #include "fuzz/Input.hpp"
-#include "platform/MachineClock.hpp"
 #include "platform/Platform.hpp"
 #include "platform/VendorId.hpp"
-#include "platform/linux/UdevRegistry.hpp"
+#include "platform/common/MachineClock.hpp"
+#include "platform/linux/usb/UdevRegistry.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
 #include <cstdio>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "simulator/InProcessBus.hpp"
-#include "simulator/RealTimeDrive.hpp"
+#include "simulator/bus/InProcessBus.hpp"
+#include "simulator/engine/RealTimeDrive.hpp"
 
 #include <functional>
 #include <string>

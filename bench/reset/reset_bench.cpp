@@ -4,9 +4,9 @@
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "platform/Platform.hpp"
-#include "platform/linux/AsioRunLoop.hpp"
-#include "simulator/InProcessBus.hpp"
-#include "simulator/RealTimeDrive.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "simulator/bus/InProcessBus.hpp"
+#include "simulator/engine/RealTimeDrive.hpp"
 
 #include <algorithm>
 #include <chrono>

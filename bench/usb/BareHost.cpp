@@ -1,6 +1,6 @@
 #include "bench/usb/BareHost.hpp"
 
-#include "simulator/Wire.hpp"
+#include "simulator/engine/Wire.hpp"
 
 #include <algorithm>
 #include <array>

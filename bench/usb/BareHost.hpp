@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/Types.hpp"
+#include "simulator/engine/Types.hpp"
 
 #include <libudev.h>
 #include <libusb.h>

@@ -12,8 +12,8 @@
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "bench/usb/BareHost.hpp"
 #include "platform/Platform.hpp"
-#include "platform/linux/AsioRunLoop.hpp"
-#include "platform/linux/UdevRegistry.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "platform/linux/usb/UdevRegistry.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
 #include <algorithm>

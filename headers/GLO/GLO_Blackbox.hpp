@@ -1,11 +1,11 @@
 #pragma once
 
 #include "GLO/GLO_AutoPtr.hpp"
-#include "GLO/GLO_Lock.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
 
 #include <array>
 #include <cstddef>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -45,10 +45,13 @@ class Blackbox_t : public NonCopyable_t {
 
     const char** mSymbol;
     AutoPtr<Buffer_t> mBuffer;
-    AutoPtr<LockIntf_t> mCriticalSection;  ///< guards all below and the buffer's text
+    mutable std::recursive_mutex mCriticalSection;  ///< guards all below and the buffer's text
     std::string mSnapshot;
     std::size_t mMark = 0;  ///< length of the history
 };
+
+/// Serializes the creation of process-wide objects. Taken alone, never together with another lock. Any thread.
+std::recursive_mutex& SingletonCriticalSection();
 
 /// The process-wide black box, made at its first use and destroyed at the end of the process. Any thread.
 Blackbox_t& Blackbox();

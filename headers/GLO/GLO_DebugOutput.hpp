@@ -15,7 +15,10 @@ class DebugOutputIntf_t {
     virtual void PrintException(const Exception_t& exception) = 0;
 };
 
-/// The process-wide debug output, win::DebugServer(). Any thread.
-DebugOutputIntf_t& DefaultDebugOutput();
+/// Says where exceptions that name no output announce themselves; the trace files do so in a program that links them.
+/// Without it such exceptions announce themselves nowhere. Before any thread.
+/// @param output  asked anew for each exception, on the thread that raises it; what it throws is discarded
+using DebugOutputSource_t = DebugOutputIntf_t& (*)();
+void SetDebugOutput(DebugOutputSource_t output) noexcept;
 
 }  // namespace glo

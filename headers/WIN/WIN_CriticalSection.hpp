@@ -1,6 +1,5 @@
 #pragma once
 
-#include "GLO/GLO_Lock.hpp"
 #include "GLO/GLO_NonCopyable.hpp"
 #include "WIN/WIN_Error.hpp"
 #include "WIN/WIN_Mutex.hpp"
@@ -9,17 +8,17 @@ namespace win {
 
 /// The lock of all shared state in the library. Recursive: the thread that holds it may enter again, and leaves as
 /// often. The library's critical sections are each entered alone, so no order among them arises. Any thread.
-class CriticalSection_t : public glo::NonCopyable_t, public glo::LockIntf_t {
+class CriticalSection_t : public glo::NonCopyable_t {
   public:
     /// @param disabled  makes one that never locks
     /// @throws win::Error_t  the system has no room for another one
     explicit CriticalSection_t(bool disabled = false) : mIsDisabled(disabled) {}
-    ~CriticalSection_t() override;
+    virtual ~CriticalSection_t();
 
     /// Blocks.
     /// @throws win::Error_t  not locked; nothing has changed
-    void Enter() override;
-    void Leave() override;
+    virtual void Enter();
+    virtual void Leave();
 
   private:
     Mutex_t mMutex;

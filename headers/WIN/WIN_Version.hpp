@@ -4,10 +4,6 @@
 #include <cstdint>
 #include <string>
 
-namespace thr {
-class Stack_t;
-}  // namespace thr
-
 namespace win {
 
 /// The library's version number of four parts. A plain value. Any thread.
@@ -33,10 +29,19 @@ class Version_t {
     bool LessThan(const Version_t& other) const { return *this < other; }
     auto operator<=>(const Version_t&) const = default;
 
-    void Push(thr::Stack_t& stack) const;
+    /// Onto a thr::Stack_t, the four numbers in their order. The stack belongs to a row above and is a parameter here.
+    template <typename Stack>
+    void Push(Stack& stack) const {
+        stack << mMajor << mMinor << mThird << mFourth;
+    }
 
     /// @throws thr::BadStackException_t  too few bytes; this version is unchanged
-    void Pop(thr::Stack_t& stack);
+    template <typename Stack>
+    void Pop(Stack& stack) {
+        Version_t popped;
+        stack >> popped.mFourth >> popped.mThird >> popped.mMinor >> popped.mMajor;
+        *this = popped;
+    }
 
   private:
     std::uint16_t mMajor = 0;

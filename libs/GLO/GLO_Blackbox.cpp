@@ -8,7 +8,7 @@
 
 namespace glo {
 
-Blackbox_t::Blackbox_t(const char** symbol) : mSymbol(symbol), mCriticalSection(NewLock()) {
+Blackbox_t::Blackbox_t(const char** symbol) : mSymbol(symbol) {
     if (!mSymbol) {
         platform::NSLog("ERROR: Unable to set black box up\n");
         return;
@@ -30,7 +30,7 @@ std::size_t Blackbox_t::AppendAt(std::size_t length, std::string_view text) {
 }
 
 void Blackbox_t::Add(std::string_view text) {
-    const SmartLock_t guard(*mCriticalSection);
+    const std::lock_guard guard(mCriticalSection);
     if (!mBuffer) return;
     std::size_t length = mMark;
     if (length >= gcBufferSize - 1) {
@@ -43,26 +43,31 @@ void Blackbox_t::Add(std::string_view text) {
 }
 
 void Blackbox_t::Update(std::string_view text) {
-    const SmartLock_t guard(*mCriticalSection);
+    const std::lock_guard guard(mCriticalSection);
     if (!mBuffer) return;
     mMark = AppendAt(0, text);
     AppendAt(mMark, mSnapshot);
 }
 
 void Blackbox_t::Snapshot(std::string_view text) {
-    const SmartLock_t guard(*mCriticalSection);
+    const std::lock_guard guard(mCriticalSection);
     if (!mBuffer) return;
     mSnapshot = text.empty() ? std::string() : "\nSnapshot: " + std::string(text);
     AppendAt(mMark, mSnapshot);
 }
 
 std::string Blackbox_t::CurrentText() const {
-    const SmartLock_t guard(*mCriticalSection);
+    const std::lock_guard guard(mCriticalSection);
     return mBuffer->data();
 }
 
+std::recursive_mutex& SingletonCriticalSection() {
+    static std::recursive_mutex sCriticalSection;
+    return sCriticalSection;
+}
+
 Blackbox_t& Blackbox() {
-    const SmartLock_t guard(SingletonCriticalSection());
+    const std::lock_guard guard(SingletonCriticalSection());
     static Blackbox_t sBlackbox(static_cast<const char**>(dlsym(RTLD_DEFAULT, "__crashreporter_info__")));
     return sBlackbox;
 }

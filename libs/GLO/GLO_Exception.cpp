@@ -2,7 +2,7 @@
 
 #include "GLO/GLO_CallStack.hpp"
 #include "GLO/GLO_String.hpp"
-#include "platform/Boundary.hpp"
+#include "platform/common/Boundary.hpp"
 
 namespace glo {
 namespace {
@@ -21,10 +21,16 @@ bool ReadRaiseSite(std::string& file, int& line) {
     }
 }
 
+constinit DebugOutputSource_t gDebugOutput = nullptr;  // set while static objects are made, in no certain order
+
 // A program that can throw an Exception_t has linked this file.
 [[maybe_unused]] const bool gcReaderIsSet = (platform::SetRaiseSiteReader(ReadRaiseSite), true);
 
 }  // namespace
+
+void SetDebugOutput(DebugOutputSource_t output) noexcept {
+    gDebugOutput = output;
+}
 
 ExceptionBase_t::ExceptionBase_t(bool captureStack) {
     if (captureStack) mStackTrace = CallStack();
@@ -35,9 +41,9 @@ ExceptionBase_t::~ExceptionBase_t() = default;
 Exception_t::Exception_t(const char* file, unsigned short line, const std::wstring& message,
                          const std::string& subIdentifier, bool captureStack)
     : ExceptionBase_t(captureStack), mFile(file), mLine(line), mMessage(message), mSubIdentifier(subIdentifier) {
-    // The accessor itself may fail, while the debug output is being made.
+    // The source itself may fail, while the debug output is being made.
     try {
-        Announce(DefaultDebugOutput());
+        if (gDebugOutput) Announce(gDebugOutput());
     } catch (...) {
     }
 }

@@ -14,16 +14,3 @@ void CriticalSection_t::Leave() {
 }
 
 }  // namespace win
-
-namespace glo {
-
-AutoPtr<LockIntf_t> NewLock() {
-    return AutoPtr<LockIntf_t>(new win::CriticalSection_t);
-}
-
-LockIntf_t& SingletonCriticalSection() {
-    static win::CriticalSection_t sCriticalSection;
-    return sCriticalSection;
-}
-
-}  // namespace glo

@@ -22,12 +22,16 @@ std::string Utf8(const std::wstring& text) {
     return glo::string(text, Utf8Encoding());
 }
 
+// A program that can print a trace has linked this file.
+[[maybe_unused]] const bool gcOutputIsSet =
+    (glo::SetDebugOutput([]() -> glo::DebugOutputIntf_t& { return DebugServer(); }), true);
+
 }  // namespace
 
 bool DebugServer_t::mIsPrinting = false;
 
 std::string TimeStampText(glo::Time_t moment, glo::Time_t::DateFlag_t date) {
-    std::wstring const text = moment.LocalText(date);
+    const std::wstring text = moment.LocalText(date);
     return text.empty() ? "00:00:00  " : Utf8(text);
 }
 
@@ -152,11 +156,3 @@ bool DefaultDebugToOn() {
 }
 
 }  // namespace win
-
-namespace glo {
-
-DebugOutputIntf_t& DefaultDebugOutput() {
-    return win::DebugServer();
-}
-
-}  // namespace glo

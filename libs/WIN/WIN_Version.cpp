@@ -1,7 +1,5 @@
 #include "WIN/WIN_Version.hpp"
 
-#include "THR/THR_Stack.hpp"
-
 #include <boost/tokenizer.hpp>
 
 #include <algorithm>
@@ -66,16 +64,6 @@ std::wstring Version_t::MajorMinorString() const {
 
 std::wstring Version_t::DeviceString() const {
     return std::to_wstring(mMajor) + (mMinor < 10 ? L".0" : L".") + std::to_wstring(mMinor);
-}
-
-void Version_t::Push(thr::Stack_t& stack) const {
-    stack << mMajor << mMinor << mThird << mFourth;
-}
-
-void Version_t::Pop(thr::Stack_t& stack) {
-    Version_t popped;
-    stack >> popped.mFourth >> popped.mThird >> popped.mMinor >> popped.mMajor;
-    *this = popped;
 }
 
 }  // namespace win

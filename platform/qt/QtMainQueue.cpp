@@ -1,6 +1,6 @@
 #include "platform/qt/QtMainQueue.hpp"
 
-#include "platform/Boundary.hpp"
+#include "platform/common/Boundary.hpp"
 
 #include <QObject>
 #include <QPointer>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/linux/FileDescriptor.hpp"
-#include "simulator/Types.hpp"
+#include "platform/common/FileDescriptor.hpp"
+#include "simulator/engine/Types.hpp"
 
 #include <cstdint>
 #include <functional>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/linux/FileDescriptor.hpp"
-#include "simulator/Profile.hpp"
-#include "simulator/Types.hpp"
+#include "platform/common/FileDescriptor.hpp"
+#include "simulator/engine/Profile.hpp"
+#include "simulator/engine/Types.hpp"
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/Device.hpp"
+#include "simulator/engine/Device.hpp"
 #include "simulator/gadget/Aio.hpp"
 #include "simulator/gadget/FunctionFs.hpp"
 

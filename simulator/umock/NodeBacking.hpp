@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/FileDescriptor.hpp"
+#include "platform/common/FileDescriptor.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
 #include <string>

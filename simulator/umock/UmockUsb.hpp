@@ -1,7 +1,7 @@
 #pragma once
 
-#include "simulator/Device.hpp"
-#include "simulator/RealTimeDrive.hpp"
+#include "simulator/engine/Device.hpp"
+#include "simulator/engine/RealTimeDrive.hpp"
 
 #include <condition_variable>
 #include <cstddef>

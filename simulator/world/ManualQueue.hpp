@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Dispatch.hpp"
-#include "simulator/SimulatedClock.hpp"
+#include "simulator/world/SimulatedClock.hpp"
 
 #include <cstddef>
 #include <deque>

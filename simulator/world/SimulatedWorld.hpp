@@ -1,10 +1,10 @@
 #pragma once
 
 #include "platform/Platform.hpp"
-#include "simulator/InProcessBus.hpp"
-#include "simulator/SimulatedClock.hpp"
-#include "simulator/SimulatedRunLoops.hpp"
+#include "simulator/bus/InProcessBus.hpp"
 #include "simulator/world/ManualQueue.hpp"
+#include "simulator/world/SimulatedClock.hpp"
+#include "simulator/world/SimulatedRunLoops.hpp"
 #include "simulator/world/SimulatedServices.hpp"
 
 #include <chrono>

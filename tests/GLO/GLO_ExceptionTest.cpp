@@ -1,9 +1,9 @@
 #include "GLO/GLO_CallStack.hpp"
 #include "GLO/GLO_ErrorReport.hpp"
 #include "GLO/GLO_Exception.hpp"
-#include "platform/Boundary.hpp"
 #include "platform/Platform.hpp"
-#include "platform/linux/Bundle.hpp"
+#include "platform/common/Boundary.hpp"
+#include "platform/linux/settings/Bundle.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 

@@ -8,7 +8,7 @@
 #include "WIN/WIN_Version.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
-#include "platform/linux/AsioRunLoop.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
 
 #include <gmock/gmock.h>
 

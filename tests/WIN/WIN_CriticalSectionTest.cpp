@@ -11,7 +11,7 @@ TEST(CriticalSection, IsRecursiveAndKeepsOtherThreadsOut) {
         for (int n = 0; n < 1000; ++n) {
             const win::SmartCriticalSection_t outer(section);
             const int before = counter;
-            { const glo::SmartLock_t inner(section); }
+            { const win::SmartCriticalSection_t inner(section); }
             std::this_thread::yield();  // still held: leaving once is not leaving twice
             counter = before + 1;
         }

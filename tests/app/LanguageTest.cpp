@@ -1,5 +1,5 @@
 // The string tables: complete, in step with the code and with one another, and short enough for the window.
-#include "platform/linux/PropertyListFile.hpp"
+#include "platform/linux/settings/PropertyListFile.hpp"
 #include "tests/app/AppWorld.hpp"
 
 #include <QAction>

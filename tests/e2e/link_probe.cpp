@@ -4,8 +4,8 @@
 #include "THR/THR_CancelRequested.hpp"
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "platform/Platform.hpp"
-#include "platform/linux/AsioRunLoop.hpp"
-#include "platform/linux/UdevRegistry.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "platform/linux/usb/UdevRegistry.hpp"
 
 #include <cstdio>
 #include <exception>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/linux/AsioRunLoop.hpp"
-#include "simulator/InProcessBus.hpp"
-#include "simulator/RealTimeDrive.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "simulator/bus/InProcessBus.hpp"
+#include "simulator/engine/RealTimeDrive.hpp"
 #include "tests/support/UsbBackend.hpp"
 
 #include <utility>

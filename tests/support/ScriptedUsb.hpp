@@ -2,7 +2,7 @@
 
 #include "platform/IORegistry.hpp"
 #include "platform/IOUSB.hpp"
-#include "simulator/SimulatedClock.hpp"
+#include "simulator/world/SimulatedClock.hpp"
 
 #include <cstdint>
 #include <deque>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/linux/AsioRunLoop.hpp"
-#include "platform/linux/UdevRegistry.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "platform/linux/usb/UdevRegistry.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 #include "tests/support/UsbBackend.hpp"
 

@@ -2,7 +2,7 @@
 
 #include "platform/CFRunLoop.hpp"
 #include "platform/IORegistry.hpp"
-#include "simulator/Device.hpp"
+#include "simulator/engine/Device.hpp"
 
 #include <functional>
 

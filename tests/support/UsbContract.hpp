@@ -4,7 +4,7 @@
 #include "platform/IORegistry.hpp"
 #include "platform/IOUSB.hpp"
 #include "platform/VendorId.hpp"
-#include "simulator/Device.hpp"
+#include "simulator/engine/Device.hpp"
 #include "tests/support/UsbBackend.hpp"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/SerialQueue.hpp"
+#include "platform/common/SerialQueue.hpp"
 
 #include <memory>
 #include <span>

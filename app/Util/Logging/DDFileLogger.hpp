@@ -2,7 +2,7 @@
 
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/DDLogFileManager.hpp"
-#include "platform/linux/FileDescriptor.hpp"
+#include "platform/common/FileDescriptor.hpp"
 
 #include <cstdint>
 #include <functional>

@@ -2,7 +2,7 @@
 
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
-#include "platform/QueueFrame.hpp"
+#include "platform/common/QueueFrame.hpp"
 
 #include <chrono>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "app/Util/Logging/DDLogFileManager.hpp"
 
-#include "platform/linux/FileDescriptor.hpp"
+#include "platform/common/FileDescriptor.hpp"
 
 #include <fcntl.h>
 #include <filesystem>

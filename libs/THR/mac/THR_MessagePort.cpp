@@ -5,10 +5,10 @@
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_Stack.hpp"
 #include "WIN/WIN_Encoding.hpp"
-#include "platform/Boundary.hpp"
-#include "platform/CFMessagePort.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/Boundary.hpp"
+#include "platform/common/CFMessagePort.hpp"
 
 #include <utility>
 

@@ -4,9 +4,9 @@
 #include "THR/THR_Exception.hpp"
 #include "THR/THR_LocalPort.hpp"
 #include "THR/THR_Stack.hpp"
-#include "platform/Boundary.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/Boundary.hpp"
 
 #include <limits>
 #include <system_error>

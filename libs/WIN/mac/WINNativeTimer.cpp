@@ -1,9 +1,9 @@
 #include "libs/WIN/mac/WINNativeTimer.hpp"
 
 #include "WIN/WIN_CallbackTimer.hpp"
-#include "platform/Boundary.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/Boundary.hpp"
 
 #include <utility>
 

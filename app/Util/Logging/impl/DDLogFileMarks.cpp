@@ -2,7 +2,7 @@
 
 #include "platform/FileAttributes.hpp"
 #include "platform/Platform.hpp"
-#include "platform/linux/FileDescriptor.hpp"
+#include "platform/common/FileDescriptor.hpp"
 
 #include <cerrno>
 #include <cstdio>

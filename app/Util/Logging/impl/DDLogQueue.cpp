@@ -1,8 +1,8 @@
 #include "app/Util/Logging/impl/DDLogQueue.hpp"
 
-#include "platform/Boundary.hpp"
 #include "platform/Platform.hpp"
-#include "platform/QueueFrame.hpp"
+#include "platform/common/Boundary.hpp"
+#include "platform/common/QueueFrame.hpp"
 
 #include <algorithm>
 #include <limits>

@@ -1,0 +1,149 @@
+#include "platform/Platform.hpp"
+
+#include "platform/CFRunLoop.hpp"
+#include "platform/FileAttributes.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/NSUserDefaults.hpp"
+#include "platform/WallClock.hpp"
+#include "platform/common/MachineClock.hpp"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <string_view>
+#include <utility>
+
+namespace platform {
+namespace {
+
+Platform gPlatform;
+
+class EmptyBundle final : public NSBundle {
+  public:
+    std::string bundleIdentifier() const override { return {}; }
+    const PropertyList::Dictionary& infoDictionary() const override { return mInfo; }
+    std::vector<std::string> preferredLocalizations() const override { return {}; }
+    std::string localizedStringForKey(const std::string& key, const std::string& value,
+                                      const std::string&) const override {
+        return value.empty() ? key : value;
+    }
+    std::optional<std::string> pathForResource(const std::string&, const std::string&,
+                                               const std::string&) const override {
+        return std::nullopt;
+    }
+
+  private:
+    PropertyList::Dictionary mInfo;
+};
+
+class NoDefaults final : public NSUserDefaults {
+  public:
+    std::optional<PropertyList> objectForKey(const std::string&) const override { return std::nullopt; }
+    bool boolForKey(const std::string&) const override { return false; }
+    std::int64_t integerForKey(const std::string&) const override { return 0; }
+    PropertyList::Dictionary persistentDomainForName(const std::string&) const override { return {}; }
+    bool setPersistentDomain(const PropertyList::Dictionary&, const std::string&) override { return false; }
+};
+
+class MachineWallClock final : public WallClock {
+  public:
+    Date now() override { return std::chrono::system_clock::now(); }
+};
+
+/// What the composition root left out and nothing can stand in for is a mistake in the program.
+template <typename T>
+T& required(T* object, const char* name) {
+    if (!object) {
+        std::fprintf(stderr, "No %s has been set.\n", name);
+        std::abort();
+    }
+    return *object;
+}
+
+}  // namespace
+
+PlatformScope::PlatformScope(const Platform& platform) : mPrevious(std::exchange(gPlatform, platform)) {}
+PlatformScope::~PlatformScope() {
+    gPlatform = mPrevious;
+}
+
+Clock& SystemClock() {
+    // Never destroyed, as the other stand-ins: a thread may still ask while the process ends.
+    static auto& machine = *new MachineClock;
+    return gPlatform.clock ? *gPlatform.clock : machine;
+}
+
+IORegistry& kIOMasterPortDefault() {
+    return required(gPlatform.masterPort, "device registry");
+}
+std::shared_ptr<CFRunLoop> CFRunLoopGetCurrent() {
+    return required(gPlatform.runLoops, "run loop").CFRunLoopGetCurrent();
+}
+MainQueue& dispatch_get_main_queue() {
+    return required(gPlatform.mainQueue, "main queue");
+}
+DispatchQueue& dispatch_get_global_queue() {
+    return required(gPlatform.globalQueue, "global queue");
+}
+ScriptRunner& scriptRunner() {
+    return required(gPlatform.scriptRunner, "script runner");
+}
+NSExceptionHandler& defaultExceptionHandler() {
+    return required(gPlatform.exceptionHandler, "exception handler");
+}
+
+NSBundle& mainBundle() {
+    static auto& empty = *new EmptyBundle;
+    return gPlatform.mainBundle ? *gPlatform.mainBundle : empty;
+}
+
+NSUserDefaults& standardUserDefaults() {
+    static auto& none = *new NoDefaults;
+    return gPlatform.standardUserDefaults ? *gPlatform.standardUserDefaults : none;
+}
+
+WallClock& wallClock() {
+    static auto& machine = *new MachineWallClock;
+    return gPlatform.wallClock ? *gPlatform.wallClock : machine;
+}
+
+FileAttributes& fileAttributes() {
+    return gPlatform.fileAttributes ? *gPlatform.fileAttributes : systemFileAttributes();
+}
+
+double CFAbsoluteTimeGetCurrent() {
+    return SystemClock().CFAbsoluteTimeGetCurrent();
+}
+
+void NSLog(const char* format, ...) {
+    char line[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    try {
+        if (gPlatform.log) return gPlatform.log(line);
+    } catch (...) {
+        // Falls back to standard error: the last place to complain must not fail itself.
+    }
+    std::fprintf(stderr, "%s%s", line, std::string_view(line).ends_with('\n') ? "" : "\n");
+}
+
+std::string CFUUIDCreateString() {
+    thread_local std::random_device entropy;
+    unsigned char bytes[16];
+    for (auto& byte : bytes) byte = static_cast<unsigned char>(entropy());
+    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);  // version 4
+    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
+    std::string text;
+    for (int i = 0; i < 16; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
+        if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+        text += digits;
+    }
+    return text;
+}
+
+}  // namespace platform

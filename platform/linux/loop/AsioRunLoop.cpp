@@ -1,0 +1,436 @@
+#include "platform/linux/loop/AsioRunLoop.hpp"
+
+#include "platform/Platform.hpp"
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <optional>
+#include <utility>  // before Asio: Boost 1.74 uses std::exchange without it
+
+namespace platform {
+namespace {
+
+using Steady = std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+constexpr double kForever = 1e8;  // seconds; a longer run has no end, and no wake-up to look for one
+
+/// Runs a function at the end of a scope, exceptions included.
+template <typename F>
+struct AtScopeEnd {
+    F function;
+    ~AtScopeEnd() { function(); }
+};
+template <typename F>
+AtScopeEnd(F) -> AtScopeEnd<F>;
+
+}  // namespace
+
+struct AsioRunLoop::Mode {
+    explicit Mode(std::string_view modeName) : name(modeName) {}
+
+    const std::string name;
+    boost::asio::io_context context;
+    // An empty mode waits instead of returning at once.
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{context.get_executor()};
+    std::size_t users = 0;                     // loop's mMutex
+    std::deque<std::function<void()>> blocks;  // loop's mMutex
+    bool isWoken = false;                      // loop's mMutex: a wake-up is on its way to the context
+
+    // Owner thread. What is ready when a turn begins is served in it, each once; what comes later has to wait.
+    std::multimap<CFAbsoluteTime, std::shared_ptr<TimerState>> timers;
+    std::size_t blocksOfTurn = 0;                      // the first so many
+    std::deque<std::shared_ptr<WatchState>> readable;  // descriptors of the turn
+    CFAbsoluteTime turnBegan = 0;
+    std::weak_ptr<TimerState> due;  // one that was due as the turn began: where it still is, the turn ends with timers
+    std::deque<std::weak_ptr<TimerState>> firing;  // these
+};
+
+/// Keeps a mode in existence. Shares the loop and the mode: a timer or a watch may outlive both the loop's thread and
+/// the loop's own list of modes.
+class AsioRunLoop::ModeUse {
+  public:
+    ModeUse(std::shared_ptr<AsioRunLoop> runLoop, std::string_view name) : loop(std::move(runLoop)) {
+        const std::lock_guard lock(loop->mMutex);
+        mode = loop->ModeNamed(name);
+        ++mode->users;
+    }
+    ~ModeUse() {
+        if (mode) loop->Leave(*mode);
+    }
+    ModeUse(ModeUse&&) = default;
+    ModeUse& operator=(ModeUse&& other) noexcept {
+        ModeUse old(std::move(*this));
+        loop = std::move(other.loop);
+        mode = std::move(other.mode);
+        return *this;
+    }
+
+    std::shared_ptr<AsioRunLoop> loop;
+    std::shared_ptr<Mode> mode;
+};
+
+/// One run under way, on the owner thread's stack.
+struct AsioRunLoop::Frame {
+    Frame(std::shared_ptr<AsioRunLoop> loop, std::string_view modeName) : use(std::move(loop), modeName) {
+        const std::lock_guard lock(use.loop->mMutex);
+        use.loop->mFrames.push_back(this);
+    }
+    ~Frame() {
+        const std::lock_guard lock(use.loop->mMutex);
+        use.loop->mFrames.pop_back();
+    }
+    Frame(const Frame&) = delete;
+    Frame& operator=(const Frame&) = delete;
+
+    ModeUse use;
+    std::atomic<bool> stop = false;
+};
+
+struct AsioRunLoop::ScheduledSource {
+    std::shared_ptr<CFRunLoopSource> source;
+    ModeUse use;
+};
+
+// ---- timers ----
+
+struct AsioRunLoop::TimerState {
+    std::optional<ModeUse> use;  // given up when the timer becomes invalid
+    CFTimeInterval interval;
+    std::function<void()> handler;
+};
+
+class AsioRunLoop::Timer final : public CFRunLoopTimer {
+  public:
+    explicit Timer(std::shared_ptr<TimerState> state) : mState(std::move(state)) {}
+    ~Timer() override { Timer::CFRunLoopTimerInvalidate(); }
+    Timer(const Timer&) = delete;
+    Timer& operator=(const Timer&) = delete;
+
+    bool CFRunLoopTimerIsValid() const override { return mState->use.has_value(); }
+
+    void CFRunLoopTimerInvalidate() override {
+        if (!mState->use) return;
+        mState->use->loop->AssertOwner();
+        std::erase_if(mState->use->mode->timers, [&](const auto& entry) { return entry.second == mState; });
+        mState->use.reset();
+    }
+
+  private:
+    const std::shared_ptr<TimerState> mState;  // shared with the mode, whose handler may destroy the timer
+};
+
+std::unique_ptr<CFRunLoopTimer> AsioRunLoop::CFRunLoopAddTimer(std::string_view mode, CFAbsoluteTime fireDate,
+                                                               CFTimeInterval interval, std::function<void()> handler) {
+    AssertOwner();
+    auto state =
+        std::make_shared<TimerState>(TimerState{ModeUse(shared_from_this(), mode), interval, std::move(handler)});
+    state->use->mode->timers.emplace(fireDate, state);
+    return std::make_unique<Timer>(std::move(state));
+}
+
+/// Fires a timer, unless it has been invalidated, or has fired, since it was found to be due.
+bool AsioRunLoop::Fire(Mode& mode, std::shared_ptr<TimerState> state) {
+    const auto entry = std::find_if(mode.timers.begin(), mode.timers.end(),
+                                    [&](const auto& candidate) { return candidate.second == state; });
+    if (entry == mode.timers.end() || entry->first > CFAbsoluteTimeGetCurrent()) return false;
+    const CFAbsoluteTime fireDate = entry->first;
+    mode.timers.erase(entry);
+    if (state->interval > 0) {
+        // Firings that were missed are not made up for. Steps too small for the clock still lead past this moment.
+        const CFAbsoluteTime now = CFAbsoluteTimeGetCurrent();
+        const double missed = std::floor((now - fireDate) / state->interval);
+        mode.timers.emplace(std::max(fireDate + (missed + 1) * state->interval, std::nextafter(now, HUGE_VAL)), state);
+    } else {
+        state->use.reset();
+    }
+    state->handler();
+    return true;
+}
+
+// ---- descriptors ----
+
+struct AsioRunLoop::WatchState {
+    ModeUse use;  // first: the descriptor's registration must go before its io_context
+    boost::asio::posix::stream_descriptor descriptor;
+    std::function<void()> handler;
+    bool live = true;
+
+    static void Arm(const std::shared_ptr<WatchState>& state) {
+        // Asio arms its edge-triggered epoll anew with each wait, so the level counts.
+        state->descriptor.async_wait(boost::asio::posix::stream_descriptor::wait_read,
+                                     [weak = std::weak_ptr(state)](const boost::system::error_code& error) {
+                                         const auto self = weak.lock();
+                                         if (!self || !self->live || error == boost::asio::error::operation_aborted)
+                                             return;
+                                         if (error) {
+                                             NSLog("A descriptor can't be watched: %s\n", error.message().c_str());
+                                             return;
+                                         }
+                                         self->use.mode->readable.push_back(self);
+                                     });
+    }
+};
+
+class AsioRunLoop::Watch final : public DescriptorWatch {
+  public:
+    explicit Watch(std::shared_ptr<WatchState> state) : mState(std::move(state)) {}
+    ~Watch() override {
+        mState->use.loop->AssertOwner();
+        mState->live = false;
+        std::erase(mState->use.mode->readable, mState);
+        mState->descriptor.release();  // it is the caller's to close
+    }
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+  private:
+    const std::shared_ptr<WatchState> mState;  // shared with the handler, which may destroy the watch
+};
+
+std::unique_ptr<DescriptorWatch> AsioRunLoop::WatchReadable(std::string_view mode, int descriptor,
+                                                            std::function<void()> handler) {
+    AssertOwner();
+    ModeUse use(shared_from_this(), mode);
+    boost::asio::posix::stream_descriptor watched(use.mode->context, descriptor);
+    auto state = std::make_shared<WatchState>(WatchState{std::move(use), std::move(watched), std::move(handler)});
+    WatchState::Arm(state);
+    return std::make_unique<Watch>(std::move(state));
+}
+
+// ---- the loop ----
+
+AsioRunLoop::AsioRunLoop() = default;
+AsioRunLoop::~AsioRunLoop() = default;
+
+void AsioRunLoop::AssertOwner() const {
+    if (std::this_thread::get_id() == mOwner || mEnded) return;
+    std::fputs("A run loop was used by a thread that does not own it.\n", stderr);
+    std::abort();
+}
+
+std::shared_ptr<AsioRunLoop::Mode> AsioRunLoop::ModeNamed(std::string_view name) {
+    const auto found = mModes.find(name);
+    if (found != mModes.end()) return found->second;
+    return mModes.emplace(name, std::make_shared<Mode>(name)).first->second;
+}
+
+void AsioRunLoop::Leave(Mode& mode) {
+    std::shared_ptr<Mode> dropped;  // goes after the lock: what it holds may call back
+    const std::lock_guard lock(mMutex);
+    if (--mode.users > 0 || !mode.blocks.empty()) return;
+    const auto found = mModes.find(mode.name);
+    if (found == mModes.end() || found->second.get() != &mode) return;
+    dropped = std::move(found->second);
+    mModes.erase(found);
+}
+
+void AsioRunLoop::CFRunLoopPerformBlock(std::string_view modeName, std::function<void()> block) {
+    std::shared_ptr<Mode> mode;
+    {
+        const std::lock_guard lock(mMutex);
+        if (mEnded) return;  // the block goes with this call
+        mode = ModeNamed(modeName);
+        mode->blocks.push_back(std::move(block));
+        if (std::exchange(mode->isWoken, true)) return;
+    }
+    boost::asio::post(mode->context, [] {});
+}
+
+/// The timers whose moment had come when the turn began, the earliest first.
+std::deque<std::weak_ptr<AsioRunLoop::TimerState>> AsioRunLoop::DueTimers(const Mode& mode) {
+    std::deque<std::weak_ptr<TimerState>> due;
+    const auto later = mode.timers.upper_bound(mode.turnBegan);
+    std::for_each(mode.timers.begin(), later, [&](const auto& timer) { due.push_back(timer.second); });
+    return due;
+}
+
+/// Adds all that is ready now to what is left of the turn before.
+void AsioRunLoop::BeginTurn(Mode& mode) {
+    // The clock comes first: what was ready when a timer became due is then found below.
+    mode.turnBegan = CFAbsoluteTimeGetCurrent();
+    mode.firing.clear();
+    mode.due.reset();
+    if (!mode.timers.empty() && mode.timers.begin()->first <= mode.turnBegan) mode.due = mode.timers.begin()->second;
+    mode.context.poll();
+    const std::lock_guard lock(mMutex);
+    mode.isWoken = false;
+    mode.blocksOfTurn = mode.blocks.size();
+}
+
+/// Serves one block or one descriptor of the turn.
+bool AsioRunLoop::ServeReady(Mode& mode) {
+    if (mode.blocksOfTurn > 0) {
+        --mode.blocksOfTurn;
+        std::function<void()> block;
+        {
+            const std::lock_guard lock(mMutex);
+            block = std::move(mode.blocks.front());
+            mode.blocks.pop_front();
+        }
+        block();
+        return true;
+    }
+    if (mode.readable.empty()) return false;
+    const auto watch = std::move(mode.readable.front());
+    mode.readable.pop_front();
+    const AtScopeEnd rearm{[&] {
+        if (watch->live) WatchState::Arm(watch);
+    }};
+    watch->handler();
+    return true;
+}
+
+/// Serves one thing, of a turn under way or of a new one. @return false when nothing is ready
+bool AsioRunLoop::ServeNext(Mode& mode) {
+    for (bool hasBegun = false;; hasBegun = true) {
+        if (ServeReady(mode)) return true;
+        if (const auto due = std::exchange(mode.due, {}).lock(); due && due->use) mode.firing = DueTimers(mode);
+        while (!mode.firing.empty()) {
+            const auto timer = mode.firing.front().lock();
+            mode.firing.pop_front();
+            if (timer && Fire(mode, timer)) return true;
+        }
+        if (hasBegun) return false;
+        BeginTurn(mode);
+    }
+}
+
+/// A run of 0 seconds: all that was ready when it began, the timers last.
+CFRunLoopRunResult AsioRunLoop::ServeWhatIsReady(Frame& frame) {
+    Mode& mode = *frame.use.mode;
+    BeginTurn(mode);
+    mode.due.reset();
+    const auto firing = DueTimers(mode);  // not the mode's: a run inside a handler may begin a turn of its own
+    for (auto left = mode.blocksOfTurn + mode.readable.size(); left > 0 && !frame.stop; --left) ServeReady(mode);
+    for (const auto& entry : firing) {
+        if (frame.stop) break;
+        if (const auto timer = entry.lock()) Fire(mode, timer);
+    }
+    return frame.stop ? CFRunLoopRunResult::Stopped : CFRunLoopRunResult::TimedOut;
+}
+
+/// Waits until something may be ready or the first timer is due.
+void AsioRunLoop::Wait(Mode& mode, double secondsLeft) {
+    double wait = secondsLeft;
+    if (!mode.timers.empty()) wait = std::min(wait, mode.timers.begin()->first - CFAbsoluteTimeGetCurrent());
+    if (wait <= 0) return;
+    if (wait >= kForever) {
+        mode.context.run_one();
+    } else {
+        // Rounded up, so that a timer's moment has come when the wait for it ends.
+        mode.context.run_one_for(std::chrono::ceil<std::chrono::microseconds>(Seconds(wait)));
+    }
+}
+
+CFRunLoopRunResult AsioRunLoop::Run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled) {
+    Mode& mode = *frame.use.mode;
+    const bool forever = seconds >= kForever;
+    // The slice is measured in real time, also where timers follow a simulated clock.
+    const auto start = Steady::now();
+    for (double left = seconds;;) {
+        if (frame.stop) return CFRunLoopRunResult::Stopped;
+        const bool served = ServeNext(mode);
+        if (frame.stop) return CFRunLoopRunResult::Stopped;
+        if (served && returnAfterSourceHandled) return CFRunLoopRunResult::HandledSource;
+        if (!forever) left = seconds - Seconds(Steady::now() - start).count();
+        if (!(left > 0)) return CFRunLoopRunResult::TimedOut;
+        if (!served) Wait(mode, left);
+    }
+}
+
+CFRunLoopRunResult AsioRunLoop::CFRunLoopRunInMode(std::string_view mode, CFTimeInterval seconds,
+                                                   bool returnAfterSourceHandled) {
+    AssertOwner();
+    Frame frame(shared_from_this(), mode);
+    const bool isPoll = !(seconds > 0) && !returnAfterSourceHandled;
+    return isPoll ? ServeWhatIsReady(frame) : Run(frame, seconds, returnAfterSourceHandled);
+}
+
+void AsioRunLoop::CFRunLoopRun() {
+    AssertOwner();
+    Frame frame(shared_from_this(), kCFRunLoopDefaultMode);
+    {
+        const std::lock_guard lock(mMutex);
+        if (std::exchange(mStopNextRun, false)) return;
+    }
+    while (Run(frame, kForever, false) != CFRunLoopRunResult::Stopped) {
+    }
+}
+
+void AsioRunLoop::CFRunLoopStop() {
+    std::shared_ptr<Mode> mode;
+    {
+        const std::lock_guard lock(mMutex);
+        if (mFrames.empty()) {
+            mStopNextRun = true;
+            return;
+        }
+        mFrames.back()->stop = true;
+        mode = mFrames.back()->use.mode;
+    }
+    boost::asio::post(mode->context, [] {});  // only wakes it
+}
+
+void AsioRunLoop::CFRunLoopAddSource(const std::shared_ptr<CFRunLoopSource>& source, std::string_view mode) {
+    AssertOwner();
+    mSources.push_back({source, ModeUse(shared_from_this(), mode)});
+    source->Scheduled(shared_from_this(), mode);
+}
+
+void AsioRunLoop::CFRunLoopRemoveSource(const std::shared_ptr<CFRunLoopSource>& source) {
+    AssertOwner();
+    const auto found =
+        std::find_if(mSources.begin(), mSources.end(), [&](const auto& entry) { return entry.source == source; });
+    if (found == mSources.end()) return;
+    const ScheduledSource removed = std::move(*found);
+    mSources.erase(found);
+    removed.source->Cancelled();
+}
+
+void AsioRunLoop::End() {
+    AssertOwner();
+    while (!mSources.empty()) CFRunLoopRemoveSource(mSources.back().source);
+    decltype(mModes) modes;
+    std::vector<std::function<void()>> blocks;
+    {
+        const std::lock_guard lock(mMutex);
+        mEnded = true;
+        modes.swap(mModes);
+        for (const auto& [name, mode] : modes) {
+            std::move(mode->blocks.begin(), mode->blocks.end(), std::back_inserter(blocks));
+            mode->blocks.clear();
+        }
+    }
+    for (const auto& [name, mode] : modes) {
+        const auto timers = std::exchange(mode->timers, {});
+        for (const auto& [fireDate, state] : timers) state->use.reset();
+    }
+}
+
+std::size_t AsioRunLoop::ModeCount() const {
+    const std::lock_guard lock(mMutex);
+    return mModes.size();
+}
+
+// ---- one loop for each thread ----
+
+std::shared_ptr<CFRunLoop> AsioRunLoops::CFRunLoopGetCurrent() {
+    struct OfThisThread {
+        const std::shared_ptr<AsioRunLoop> loop = std::make_shared<AsioRunLoop>();
+        ~OfThisThread() { loop->End(); }
+    };
+    thread_local OfThisThread current;
+    return current.loop;
+}
+
+}  // namespace platform

@@ -1,0 +1,157 @@
+#include "platform/linux/usb/LibusbDevice.hpp"
+
+#include "platform/linux/usb/IOServiceList.hpp"
+#include "platform/linux/usb/LibusbInterface.hpp"
+#include "platform/linux/usb/OpenFailure.hpp"
+#include "platform/linux/usb/UsbConnection.hpp"
+#include "platform/linux/usb/UsbErrors.hpp"
+#include "platform/linux/usb/UsbServices.hpp"
+
+#include <utility>
+#include <vector>
+
+namespace platform {
+namespace {
+
+/// The way to an interface's access object.
+class UsbInterfacePlugIn final : public IOCFPlugInInterface {
+  public:
+    UsbInterfacePlugIn(std::shared_ptr<UsbConnection> connection, UsbInterfaceDescription description)
+        : mConnection(std::move(connection)), mDescription(std::move(description)) {}
+    IOReturn QueryInterface(std::unique_ptr<IOUSBDeviceInterface>&) override { return kIOReturnUnsupported; }
+    IOReturn QueryInterface(std::unique_ptr<IOUSBInterfaceInterface>& interface) override {
+        interface = std::make_unique<LibusbInterface>(mConnection, mDescription);
+        return kIOReturnSuccess;
+    }
+
+  private:
+    const std::shared_ptr<UsbConnection> mConnection;
+    const UsbInterfaceDescription mDescription;
+};
+
+/// An interface of an opened device. Its path is the one that sysfs would give it; it has no id of its own.
+class UsbInterfaceService final : public IOService {
+  public:
+    UsbInterfaceService(std::shared_ptr<UsbConnection> connection, UsbInterfaceDescription description)
+        : mConnection(std::move(connection)), mDescription(std::move(description)) {}
+    IOReturn IORegistryEntryGetPath(const std::string& plane, std::string& path) override {
+        if (plane != kIOServicePlane) return kIOReturnNotFound;
+        path = mDescription.path;
+        return kIOReturnSuccess;
+    }
+    IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t&) override { return kIOReturnUnsupported; }
+    IOReturn IOCreatePlugInInterfaceForService(IOUserClientType type,
+                                               std::unique_ptr<IOCFPlugInInterface>& plugIn) override {
+        if (type != IOUserClientType::kIOUSBInterfaceUserClientTypeID) return kIOReturnUnsupported;
+        plugIn = std::make_unique<UsbInterfacePlugIn>(mConnection, mDescription);
+        return kIOReturnSuccess;
+    }
+
+  private:
+    const std::shared_ptr<UsbConnection> mConnection;
+    const UsbInterfaceDescription mDescription;
+};
+
+bool Fits(std::uint16_t wanted, std::uint8_t value) {
+    return wanted == kIOUSBFindInterfaceDontCare || wanted == value;
+}
+
+UsbInterfaceDescription Describe(const std::string& devicePath, int configurationValue,
+                                 const libusb_interface_descriptor& interface) {
+    UsbInterfaceDescription description;
+    description.number = interface.bInterfaceNumber;
+    const std::string name = devicePath.substr(devicePath.rfind('/') + 1);
+    description.path = devicePath + "/" + name + ":" + std::to_string(configurationValue) + "." +
+                       std::to_string(interface.bInterfaceNumber);
+    // Descriptors that end too early can promise endpoints and have none; libusb hands out the number all the same.
+    for (int i = 0; interface.endpoint && i < interface.bNumEndpoints; ++i) {
+        const libusb_endpoint_descriptor& endpoint = interface.endpoint[i];
+        PipeProperties pipe;
+        pipe.direction = endpoint.bEndpointAddress & LIBUSB_ENDPOINT_IN ? kUSBIn : kUSBOut;
+        pipe.number = endpoint.bEndpointAddress & LIBUSB_ENDPOINT_ADDRESS_MASK;
+        pipe.transferType = endpoint.bmAttributes & LIBUSB_TRANSFER_TYPE_MASK;
+        pipe.maxPacketSize = endpoint.wMaxPacketSize & 0x07FF;  // above: extra transactions of a microframe
+        pipe.interval = endpoint.bInterval;
+        description.pipes.push_back(pipe);
+    }
+    return description;
+}
+
+}  // namespace
+
+LibusbDevice::LibusbDevice(std::string registryPath, std::uint64_t entryId)
+    : mPath(std::move(registryPath)), mEntryId(entryId) {}
+LibusbDevice::~LibusbDevice() = default;
+
+IOReturn LibusbDevice::USBDeviceOpen() {
+    if (mConnection) return kIOReturnExclusiveAccess;
+    const auto present = UsbDeviceService::AtPath(mPath);
+    const std::string node = present && present->EntryId() == mEntryId ? DeviceNodeOfPath(mPath) : std::string();
+    return node.empty() ? kIOReturnNoDevice : UsbConnection::Open(node, mConnection);
+}
+
+IOReturn LibusbDevice::USBDeviceClose() {
+    if (!mConnection) return kIOReturnNotOpen;
+    mConnection.reset();
+    return kIOReturnSuccess;
+}
+
+IOReturn LibusbDevice::GetConfigurationDescriptorPtr(std::uint8_t index, IOUSBConfigurationDescriptor& descriptor) {
+    if (!mConnection) return kIOReturnNotOpen;
+    libusb_config_descriptor* found = nullptr;
+    const int result = libusb_get_config_descriptor(mConnection->Device(), index, &found);
+    const UsbConfiguration configuration(found);
+    if (result < 0) return IOReturnOfLibusb(result);
+    descriptor = {configuration->bConfigurationValue, configuration->bNumInterfaces};
+    return kIOReturnSuccess;
+}
+
+IOReturn LibusbDevice::SetConfiguration(std::uint8_t configurationValue) {
+    if (!mConnection) return kIOReturnNotOpen;
+    // Also done where the configuration is active already: it clears what halted an endpoint in an earlier session.
+    return mConnection->SetConfiguration(configurationValue);
+}
+
+IOReturn LibusbDevice::GetDeviceVendor(std::uint16_t& vendor) {
+    return ReadField(&libusb_device_descriptor::idVendor, vendor);
+}
+
+IOReturn LibusbDevice::GetDeviceProduct(std::uint16_t& product) {
+    return ReadField(&libusb_device_descriptor::idProduct, product);
+}
+
+IOReturn LibusbDevice::GetDeviceReleaseNumber(std::uint16_t& release) {
+    return ReadField(&libusb_device_descriptor::bcdDevice, release);
+}
+
+IOReturn LibusbDevice::ReadField(std::uint16_t libusb_device_descriptor::*field, std::uint16_t& value) const {
+    if (!mConnection) return kIOReturnNotOpen;
+    libusb_device_descriptor descriptor{};
+    const int result = libusb_get_device_descriptor(mConnection->Device(), &descriptor);
+    if (result == LIBUSB_SUCCESS) value = descriptor.*field;
+    return IOReturnOfLibusb(result);
+}
+
+IOReturn LibusbDevice::CreateInterfaceIterator(const IOUSBFindInterfaceRequest& request,
+                                               std::unique_ptr<IOIterator>& iterator) {
+    if (!mConnection) return kIOReturnNotOpen;
+    UsbConfiguration configuration;
+    const IOReturn result = mConnection->ActiveConfiguration(configuration);
+    if (result != kIOReturnSuccess) return result;
+
+    std::vector<std::unique_ptr<IOService>> interfaces;
+    for (const auto* interface : FirstSettings(*configuration)) {
+        if (!Fits(request.bInterfaceClass, interface->bInterfaceClass) ||
+            !Fits(request.bInterfaceSubClass, interface->bInterfaceSubClass) ||
+            !Fits(request.bInterfaceProtocol, interface->bInterfaceProtocol) ||
+            !Fits(request.bAlternateSetting, interface->bAlternateSetting)) {
+            continue;
+        }
+        interfaces.push_back(std::make_unique<UsbInterfaceService>(
+            mConnection, Describe(mPath, configuration->bConfigurationValue, *interface)));
+    }
+    iterator = std::make_unique<IOServiceList>(std::move(interfaces));
+    return kIOReturnSuccess;
+}
+
+}  // namespace platform

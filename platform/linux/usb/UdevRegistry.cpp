@@ -1,0 +1,249 @@
+#include "platform/linux/usb/UdevRegistry.hpp"
+
+#include "platform/Platform.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "platform/linux/usb/IOServiceList.hpp"
+#include "platform/linux/usb/OpenFailure.hpp"
+#include "platform/linux/usb/UsbServices.hpp"
+
+#include <libudev.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <list>
+#include <map>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace platform {
+namespace {
+
+template <auto kUnref>
+struct Unref {
+    template <typename T>
+    void operator()(T* object) const {
+        kUnref(object);
+    }
+};
+using Udev = std::unique_ptr<udev, Unref<udev_unref>>;
+using Device = std::unique_ptr<udev_device, Unref<udev_device_unref>>;
+using Enumerate = std::unique_ptr<udev_enumerate, Unref<udev_enumerate_unref>>;
+using Monitor = std::unique_ptr<udev_monitor, Unref<udev_monitor_unref>>;
+
+constexpr const char* kSubsystem = "usb";
+constexpr const char* kDeviceType = "usb_device";
+
+std::optional<std::int32_t> HexAttribute(udev_device* device, const std::string& name) {
+    const char* text = udev_device_get_sysattr_value(device, name.c_str());
+    if (!text) return std::nullopt;
+    std::int32_t number = 0;
+    const auto [end, error] = std::from_chars(text, text + std::strlen(text), number, 16);
+    if (error != std::errc() || *end != '\0') return std::nullopt;
+    return number;
+}
+
+/// Identity is compared as numbers. The dictionary's properties are called what sysfs calls the attributes; sysfs
+/// writes them in hexadecimal.
+bool Matches(udev_device* device, const MatchingDictionary& matching) {
+    const char* type = udev_device_get_devtype(device);
+    if (matching.className != kIOUSBDeviceClassName || !type || std::string_view(type) != kDeviceType) return false;
+    for (const auto& [name, number] : matching.properties) {
+        if (HexAttribute(device, name) != number) return false;
+    }
+    return true;
+}
+
+using Services = std::vector<std::unique_ptr<UsbDeviceService>>;
+
+/// What matches now, in libudev's order, which is that of the paths.
+IOReturn Present(udev* context, const MatchingDictionary& matching, Services& services) {
+    const Enumerate enumerate(udev_enumerate_new(context));
+    if (!enumerate) return kIOReturnNoMemory;
+    udev_enumerate_add_match_subsystem(enumerate.get(), kSubsystem);
+    for (const auto& [name, number] : matching.properties) {
+        // Leaves out all other devices without opening each of them.
+        char text[16];
+        std::snprintf(text, sizeof text, "%04x", static_cast<unsigned>(number));
+        udev_enumerate_add_match_sysattr(enumerate.get(), name.c_str(), text);
+    }
+    if (udev_enumerate_scan_devices(enumerate.get()) < 0) return kIOReturnError;
+    udev_list_entry* entry = nullptr;
+    udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get())) {
+        const char* path = udev_list_entry_get_name(entry);
+        const Device device(udev_device_new_from_syspath(context, path));
+        if (!device || !Matches(device.get(), matching)) continue;
+        if (auto service = UsbDeviceService::AtPath(path)) services.push_back(std::move(service));
+    }
+    return kIOReturnSuccess;
+}
+
+std::unique_ptr<IOIterator> Iterator(Services services) {
+    return std::make_unique<IOServiceList>(std::vector<std::unique_ptr<IOService>>(
+        std::make_move_iterator(services.begin()), std::make_move_iterator(services.end())));
+}
+
+/// One armed notification: its own monitor, and the attaches that it has accounted for. Owner thread only.
+class Subscription {
+  public:
+    Subscription(const MatchingDictionary& matching, IOServiceMatchingCallback callback, void* refCon)
+        : mMatching(matching), mCallback(callback), mRefCon(refCon) {}
+
+    /// Subscribes first and then looks at what is there: an attach in between is in the list, and its event is known
+    /// by its entry id.
+    IOReturn Arm(Services& present) {
+        mUdev.reset(udev_new());
+        if (!mUdev) return kIOReturnNoMemory;
+        mMonitor.reset(udev_monitor_new_from_netlink(mUdev.get(), "udev"));
+        if (!mMonitor || udev_monitor_filter_add_match_subsystem_devtype(mMonitor.get(), kSubsystem, kDeviceType) < 0 ||
+            udev_monitor_enable_receiving(mMonitor.get()) < 0) {
+            return kIOReturnError;
+        }
+        const IOReturn result = Present(mUdev.get(), mMatching, present);
+        TakeNew(present);
+        return result;
+    }
+
+    void Watch(AsioRunLoop& loop, std::string_view mode) {
+        mWatch = loop.WatchReadable(mode, udev_monitor_get_fd(mMonitor.get()), [this] { Receive(); });
+    }
+    void Unwatch() { mWatch.reset(); }
+
+  private:
+    /// Everything that has arrived makes one group.
+    void Receive() {
+        Services matched;
+        errno = 0;
+        for (Device device; device.reset(udev_monitor_receive_device(mMonitor.get())), device; errno = 0) {
+            const char* action = udev_device_get_action(device.get());
+            const std::string path = udev_device_get_syspath(device.get());
+            if (!action) continue;
+            // A removal is no reason to forget the port's entry: the list of what is there may be ahead of the events,
+            // and the entry already be that of the next attach.
+            if (std::string_view(action) != "add" || !Matches(device.get(), mMatching)) continue;
+            if (auto service = UsbDeviceService::AtPath(path)) matched.push_back(std::move(service));
+        }
+        if (errno == ENOBUFS) {
+            // The socket has overflowed and events are lost: look again at what is there.
+            NSLog("Attach events were lost; all devices are looked at again.\n");
+            matched.clear();
+            Present(mUdev.get(), mMatching, matched);
+        }
+        TakeNew(matched);
+        if (matched.empty()) return;
+        const auto iterator = Iterator(std::move(matched));
+        mCallback(mRefCon, *iterator);
+    }
+
+    /// Leaves only the attaches not seen before: udev may announce one again at any time ("udevadm trigger").
+    void TakeNew(Services& services) {
+        std::erase_if(services, [&](const auto& service) {
+            std::string path;
+            if (service->IORegistryEntryGetPath(kIOServicePlane, path) != kIOReturnSuccess) return true;
+            std::uint64_t& known = mKnown[path];
+            return std::exchange(known, service->EntryId()) == service->EntryId();
+        });
+    }
+
+    const MatchingDictionary mMatching;
+    const IOServiceMatchingCallback mCallback;
+    void* const mRefCon;
+    Udev mUdev;
+    Monitor mMonitor;
+    std::map<std::string, std::uint64_t> mKnown;  // entry id by registry path; one of each port
+    std::unique_ptr<DescriptorWatch> mWatch;      // last: goes before the monitor whose descriptor it watches
+};
+
+/// The source of a port: all its subscriptions, watched in the mode that it serves.
+class UdevSource final : public CFRunLoopSource {
+  public:
+    void Scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
+        mLoop = std::dynamic_pointer_cast<AsioRunLoop>(loop);
+        if (!mLoop) {
+            std::fputs("Attach notifications need a run loop that can watch descriptors.\n", stderr);
+            std::abort();
+        }
+        mMode = mode;
+        for (auto& subscription : mSubscriptions) subscription.Watch(*mLoop, mMode);
+    }
+    void Cancelled() override {
+        for (auto& subscription : mSubscriptions) subscription.Unwatch();
+        mLoop.reset();
+    }
+
+    IOReturn Add(const MatchingDictionary& matching, IOServiceMatchingCallback callback, void* refCon,
+                 Services& present) {
+        Subscription& subscription = mSubscriptions.emplace_back(matching, callback, refCon);
+        const IOReturn result = subscription.Arm(present);
+        if (result != kIOReturnSuccess) {
+            mSubscriptions.pop_back();
+        } else if (mLoop) {
+            subscription.Watch(*mLoop, mMode);
+        }
+        return result;
+    }
+    void Close() { mSubscriptions.clear(); }
+
+  private:
+    std::list<Subscription> mSubscriptions;  // a list: a watch refers to its subscription
+    std::shared_ptr<AsioRunLoop> mLoop;
+    std::string mMode;
+};
+
+class UdevNotificationPort final : public IONotificationPort {
+  public:
+    UdevNotificationPort() = default;
+    ~UdevNotificationPort() override { source->Close(); }
+    UdevNotificationPort(const UdevNotificationPort&) = delete;
+    UdevNotificationPort& operator=(const UdevNotificationPort&) = delete;
+
+    std::shared_ptr<CFRunLoopSource> IONotificationPortGetRunLoopSource() override { return source; }
+
+    const std::shared_ptr<UdevSource> source = std::make_shared<UdevSource>();  // shared with the loop
+};
+
+}  // namespace
+
+IOReturn UdevRegistry::IOServiceGetMatchingServices(const MatchingDictionary& matching,
+                                                    std::unique_ptr<IOIterator>& iterator) {
+    const Udev context(udev_new());
+    if (!context) return kIOReturnNoMemory;
+    Services services;
+    const IOReturn result = Present(context.get(), matching, services);
+    if (result == kIOReturnSuccess) iterator = Iterator(std::move(services));
+    return result;
+}
+
+std::unique_ptr<IONotificationPort> UdevRegistry::IONotificationPortCreate() {
+    return std::make_unique<UdevNotificationPort>();
+}
+
+IOReturn UdevRegistry::IOServiceAddMatchingNotification(IONotificationPort& port, const std::string& type,
+                                                        const MatchingDictionary& matching,
+                                                        IOServiceMatchingCallback callback, void* refCon,
+                                                        std::unique_ptr<IOIterator>& iterator) {
+    if (type != kIOServiceMatched) return kIOReturnUnsupported;
+    auto* own = dynamic_cast<UdevNotificationPort*>(&port);
+    if (!own) return kIOReturnBadArgument;
+    Services present;
+    const IOReturn result = own->source->Add(matching, callback, refCon, present);
+    if (result == kIOReturnSuccess) iterator = Iterator(std::move(present));
+    return result;
+}
+
+std::unique_ptr<IOService> UdevRegistry::IORegistryEntryFromPath(const std::string& path) {
+    const Udev context(udev_new());
+    const Device device(context ? udev_device_new_from_syspath(context.get(), path.c_str()) : nullptr);
+    const char* type = device ? udev_device_get_devtype(device.get()) : nullptr;
+    if (!type || std::string_view(type) != kDeviceType) return nullptr;
+    return UsbDeviceService::AtPath(path);
+}
+
+std::string UdevRegistry::DescribeOpenFailure(const std::string& path, IOReturn result) {
+    return platform::DescribeOpenFailure(path, result);
+}
+
+}  // namespace platform

@@ -1,0 +1,124 @@
+#include "platform/linux/usb/UsbConnection.hpp"
+
+#include "platform/linux/usb/UsbErrors.hpp"
+#include "platform/linux/usb/UsbNode.hpp"
+
+#include <cerrno>
+#include <poll.h>
+#include <sys/epoll.h>
+
+namespace platform {
+namespace {
+
+bool Add(int epoll, int descriptor, short events) {
+    epoll_event event{};
+    if (events & POLLIN) event.events |= EPOLLIN;
+    if (events & POLLOUT) event.events |= EPOLLOUT;
+    event.data.fd = descriptor;
+    return ::epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
+}  // namespace
+
+std::vector<const libusb_interface_descriptor*> FirstSettings(const libusb_config_descriptor& configuration) {
+    std::vector<const libusb_interface_descriptor*> settings;
+    for (int i = 0; i < configuration.bNumInterfaces; ++i) {
+        if (configuration.interface[i].num_altsetting > 0) settings.push_back(configuration.interface[i].altsetting);
+    }
+    return settings;
+}
+
+IOReturn UsbConnection::Open(const std::string& node, std::shared_ptr<UsbConnection>& connection) {
+    // make_shared can't reach the constructor.
+    std::shared_ptr<UsbConnection> made(new UsbConnection);
+    const IOReturn result = made->Attach(node);
+    if (result == kIOReturnSuccess) connection = std::move(made);
+    return result;
+}
+
+IOReturn UsbConnection::Attach(const std::string& node) {
+    IOReturn result = OpenUsbNode(node, mNode);
+    if (result != kIOReturnSuccess) return result;
+    mEpoll = FileDescriptor(::epoll_create1(EPOLL_CLOEXEC));
+    if (!mEpoll) return IOReturnOfErrno(errno);
+
+    // The registry is libudev's business: without discovery a context neither scans the bus nor starts a thread.
+    // Once: the option holds for all contexts to come, and libusb sets it without a lock.
+    static const int withoutDiscovery = libusb_set_option(nullptr, LIBUSB_OPTION_NO_DEVICE_DISCOVERY);
+    if (withoutDiscovery != LIBUSB_SUCCESS) return IOReturnOfLibusb(withoutDiscovery);
+    libusb_context* context = nullptr;
+    result = IOReturnOfLibusb(libusb_init(&context));
+    if (result != kIOReturnSuccess) return result;
+    mContext.reset(context);
+
+    libusb_device_handle* handle = nullptr;
+    result = IOReturnOfLibusb(libusb_wrap_sys_device(context, mNode.get(), &handle));
+    if (result != kIOReturnSuccess) return result;
+    mHandle.reset(handle);
+    libusb_set_auto_detach_kernel_driver(handle, 1);
+    return WatchEvents();
+}
+
+IOReturn UsbConnection::WatchEvents() {
+    libusb_set_pollfd_notifiers(
+        mContext.get(),
+        [](int descriptor, short events, void* self) {
+            Add(static_cast<UsbConnection*>(self)->mEpoll.get(), descriptor, events);
+        },
+        [](int descriptor, void* self) {
+            ::epoll_ctl(static_cast<UsbConnection*>(self)->mEpoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+        },
+        this);
+    const libusb_pollfd** descriptors = libusb_get_pollfds(mContext.get());
+    if (!descriptors) return kIOReturnNoMemory;
+    IOReturn result = kIOReturnSuccess;
+    for (const libusb_pollfd** entry = descriptors; *entry; ++entry) {
+        // What is not watched would never wake anybody.
+        if (!Add(mEpoll.get(), (*entry)->fd, (*entry)->events)) result = IOReturnOfErrno(errno);
+    }
+    libusb_free_pollfds(descriptors);
+    return result;
+}
+
+UsbConnection::~UsbConnection() {
+    if (!mHandle) return;
+    for (const int interface : mDetached) libusb_attach_kernel_driver(mHandle.get(), interface);
+    mHandle.reset();
+    libusb_set_pollfd_notifiers(mContext.get(), nullptr, nullptr, nullptr);
+}
+
+IOReturn UsbConnection::ActiveConfiguration(UsbConfiguration& configuration) const {
+    libusb_config_descriptor* found = nullptr;
+    const int result = libusb_get_active_config_descriptor(Device(), &found);
+    configuration.reset(result < 0 ? nullptr : found);
+    return IOReturnOfLibusb(result);
+}
+
+IOReturn UsbConnection::SetConfiguration(int configurationValue) {
+    int result = libusb_set_configuration(mHandle.get(), configurationValue);
+    if (result == LIBUSB_ERROR_BUSY && DetachKernelDrivers() == kIOReturnSuccess) {
+        result = libusb_set_configuration(mHandle.get(), configurationValue);
+    }
+    return IOReturnOfLibusb(result);
+}
+
+/// The kernel refuses a configuration while a driver, or another program, holds one of the interfaces. A program is
+/// left alone: it makes the second try fail as well.
+IOReturn UsbConnection::DetachKernelDrivers() {
+    UsbConfiguration configuration;
+    const IOReturn result = ActiveConfiguration(configuration);
+    if (result != kIOReturnSuccess) return result;
+    for (const auto* interface : FirstSettings(*configuration)) {
+        const int number = interface->bInterfaceNumber;
+        if (libusb_detach_kernel_driver(mHandle.get(), number) == LIBUSB_SUCCESS) mDetached.insert(number);
+    }
+    return kIOReturnSuccess;
+}
+
+bool UsbConnection::HandleEvents(std::chrono::milliseconds wait) {
+    timeval limit{wait.count() / 1000, wait.count() % 1000 * 1000};
+    const int result = libusb_handle_events_timeout_completed(mContext.get(), &limit, nullptr);
+    return result == LIBUSB_SUCCESS || result == LIBUSB_ERROR_INTERRUPTED;
+}
+
+}  // namespace platform

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "platform/IOReturn.hpp"
+#include "platform/common/FileDescriptor.hpp"
+
+#include <libusb.h>
+
+#include <chrono>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+struct FreeUsbConfiguration {
+    void operator()(libusb_config_descriptor* descriptor) const { libusb_free_config_descriptor(descriptor); }
+};
+using UsbConfiguration = std::unique_ptr<libusb_config_descriptor, FreeUsbConfiguration>;
+
+/// Of each interface, alternate setting 0, the one that a configuration starts with. They belong to the configuration.
+std::vector<const libusb_interface_descriptor*> FirstSettings(const libusb_config_descriptor& configuration);
+
+/// One opened device: a libusb context of its own, so that nothing but this device's owner ever handles its events, the
+/// handle, and the node's descriptor. All of libusb's descriptors stand in one epoll set, whose descriptor is the only
+/// one that a run loop has to watch. Shared by the device, its interface and the interface's event source, and closed
+/// with the last of them. Owner thread only.
+class UsbConnection {
+  public:
+    /// Opens the node of a device; udev being late with permissions is waited for.
+    static IOReturn Open(const std::string& node, std::shared_ptr<UsbConnection>& connection);
+
+    ~UsbConnection();
+    UsbConnection(const UsbConnection&) = delete;
+    UsbConnection& operator=(const UsbConnection&) = delete;
+
+    libusb_device_handle* Handle() const { return mHandle.get(); }
+    libusb_device* Device() const { return libusb_get_device(mHandle.get()); }
+
+    IOReturn ActiveConfiguration(UsbConfiguration& configuration) const;
+
+    /// Chooses the configuration; kernel drivers in the way are detached, and given back at the end.
+    IOReturn SetConfiguration(int configurationValue);
+
+    /// Readable while libusb has something to handle.
+    int EventDescriptor() const { return mEpoll.get(); }
+
+    /// Handles what is ready; transfers' call-backs run inside.
+    /// @param wait  how long to wait for something; 0 does not wait
+    /// @return false when libusb refused
+    bool HandleEvents(std::chrono::milliseconds wait = {});
+
+  private:
+    struct Exit {
+        void operator()(libusb_context* context) const { libusb_exit(context); }
+    };
+    struct Close {
+        void operator()(libusb_device_handle* handle) const { libusb_close(handle); }
+    };
+
+    UsbConnection() = default;
+    IOReturn Attach(const std::string& node);
+    IOReturn WatchEvents();
+    IOReturn DetachKernelDrivers();
+
+    // In the order in which they are made; they go the other way round.
+    FileDescriptor mNode;
+    FileDescriptor mEpoll;
+    std::unique_ptr<libusb_context, Exit> mContext;
+    std::unique_ptr<libusb_device_handle, Close> mHandle;
+    std::set<int> mDetached;  // interfaces whose kernel drivers have to be given back
+};
+
+}  // namespace platform

@@ -1,0 +1,200 @@
+#include "simulator/bus/InProcessBus.hpp"
+
+#include "simulator/bus/BusCore.hpp"
+#include "simulator/bus/UsbObjects.hpp"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+namespace simulator {
+namespace {
+
+/// Tells the listener which loop and mode to call back on.
+class NotificationSource final : public platform::CFRunLoopSource {
+  public:
+    NotificationSource(std::shared_ptr<BusCore> core, std::shared_ptr<Listener> listener)
+        : mCore(std::move(core)), mListener(std::move(listener)) {}
+
+    void Scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
+        mCore->locked([&](Aftermath& after) { return mListener->scheduled(loop, mode, after), 0; });
+    }
+    void Cancelled() override {
+        mCore->locked([&](Aftermath&) { return mListener->cancelled(), 0; });
+    }
+
+  private:
+    std::shared_ptr<BusCore> mCore;
+    std::shared_ptr<Listener> mListener;
+};
+
+class NotificationPort final : public platform::IONotificationPort {
+  public:
+    explicit NotificationPort(std::shared_ptr<BusCore> core)
+        : mCore(std::move(core)),
+          mListener(std::make_shared<Listener>(mCore)),
+          mSource(std::make_shared<NotificationSource>(mCore, mListener)) {
+        mCore->locked([&](Aftermath&) { return mCore->addListener(mListener), 0; });
+    }
+    ~NotificationPort() override {
+        mCore->locked([&](Aftermath&) {
+            mListener->close();
+            mCore->removeListener(mListener);
+            return 0;
+        });
+    }
+    NotificationPort(const NotificationPort&) = delete;
+    NotificationPort& operator=(const NotificationPort&) = delete;
+
+    std::shared_ptr<platform::CFRunLoopSource> IONotificationPortGetRunLoopSource() override { return mSource; }
+
+    Listener& listener() { return *mListener; }
+
+  private:
+    std::shared_ptr<BusCore> mCore;
+    std::shared_ptr<Listener> mListener;
+    std::shared_ptr<NotificationSource> mSource;
+};
+
+/// What was there when a notification was added. Whoever takes it to its end arms the notification.
+class ArmingIterator final : public platform::IOIterator {
+  public:
+    ArmingIterator(std::unique_ptr<platform::IOIterator> present, std::function<void()> arm)
+        : mPresent(std::move(present)), mArm(std::move(arm)) {}
+
+    std::unique_ptr<platform::IOService> IOIteratorNext() override {
+        auto entry = mPresent->IOIteratorNext();
+        if (!entry && mArm) std::exchange(mArm, nullptr)();
+        return entry;
+    }
+
+  private:
+    std::unique_ptr<platform::IOIterator> mPresent;
+    std::function<void()> mArm;
+};
+
+}  // namespace
+
+InProcessBus::InProcessBus(Drive& drive) : mCore(std::make_shared<BusCore>(drive)) {}
+
+InProcessBus::~InProcessBus() {
+    mCore->locked([&](Aftermath& after) { return mCore->shutDown(after), 0; });
+}
+
+std::size_t InProcessBus::addDevice(Profile profile, SettingsStore store) {
+    return mCore->locked([&](Aftermath&) {
+        const std::size_t number = mCore->ports().size();
+        auto path = "IOService:/SimulatedBus@0/Port@" + std::to_string(number + 1);
+        mCore->ports().push_back(std::make_unique<BusPort>(std::move(profile), std::move(store), std::move(path)));
+        return number;
+    });
+}
+
+void InProcessBus::plug(const std::vector<std::size_t>& ports) {
+    mCore->locked([&](Aftermath&) {
+        // All cables first, then one look at what the devices want: one notification for all of them.
+        for (const std::size_t port : ports) mCore->ports().at(port)->device.setCable(true, mCore->now());
+        return 0;
+    });
+}
+
+void InProcessBus::unplug(std::size_t port) {
+    withDevice(port, [](Device& device, Time now) { device.setCable(false, now); });
+}
+
+bool InProcessBus::isAttached(std::size_t port) const {
+    return mCore->locked([&](Aftermath&) { return mCore->ports().at(port)->attached; });
+}
+
+std::string InProcessBus::registryPath(std::size_t port) const {
+    return mCore->locked([&](Aftermath&) { return mCore->ports().at(port)->path; });
+}
+
+void InProcessBus::withDevice(std::size_t port, const std::function<void(Device&, Time)>& action) {
+    mCore->locked([&](Aftermath&) {
+        action(mCore->ports().at(port)->device, mCore->now());
+        return 0;
+    });
+}
+
+void InProcessBus::addFault(Fault fault) {
+    mCore->locked([&](Aftermath&) { return mCore->faults().add(std::move(fault)), 0; });
+}
+
+void InProcessBus::setObserver(std::function<void()> observer) {
+    mCore->locked([&](Aftermath&) { return mCore->setObserver(std::move(observer)), 0; });
+}
+
+std::size_t InProcessBus::pendingTransfers() const {
+    return mCore->locked([&](Aftermath&) {
+        std::size_t count = 0;
+        for (const auto& port : mCore->ports()) count += port->connection ? port->connection->count() : 0;
+        return count;
+    });
+}
+
+std::size_t InProcessBus::openDevices() const {
+    return mCore->locked([&](Aftermath&) {
+        return static_cast<std::size_t>(std::count_if(mCore->ports().begin(), mCore->ports().end(),
+                                                      [](const auto& port) { return port->openedBy != nullptr; }));
+    });
+}
+
+platform::IOReturn InProcessBus::IOServiceGetMatchingServices(const platform::MatchingDictionary& matching,
+                                                              std::unique_ptr<platform::IOIterator>& iterator) {
+    return mCore->locked([&](Aftermath&) {
+        const auto failure = mCore->busFailure(BusOperation::IOServiceGetMatchingServices);
+        if (failure == platform::kIOReturnSuccess) iterator = makeDeviceIterator(mCore, mCore->present(matching));
+        return failure;
+    });
+}
+
+std::unique_ptr<platform::IONotificationPort> InProcessBus::IONotificationPortCreate() {
+    return std::make_unique<NotificationPort>(mCore);
+}
+
+platform::IOReturn InProcessBus::IOServiceAddMatchingNotification(
+    platform::IONotificationPort& port, const std::string& type, const platform::MatchingDictionary& matching,
+    platform::IOServiceMatchingCallback callback, void* refCon, std::unique_ptr<platform::IOIterator>& iterator) {
+    // Ports of another registry can't be served from here.
+    auto* own = dynamic_cast<NotificationPort*>(&port);
+    if (!own) return platform::kIOReturnBadArgument;
+    if (type != platform::kIOServiceMatched) return platform::kIOReturnUnsupported;
+    return mCore->locked([&](Aftermath&) {
+        const auto failure = mCore->busFailure(BusOperation::IOServiceAddMatchingNotification);
+        if (failure != platform::kIOReturnSuccess) return failure;
+        // One lock over both, so that nothing falls between the list and the first notification.
+        const std::size_t number = own->listener().add({matching, callback, refCon, {}});
+        iterator = std::make_unique<ArmingIterator>(
+            makeDeviceIterator(mCore, mCore->present(matching)),
+            [core = mCore, weak = own->listener().weak_from_this(), number] {
+                const auto listener = weak.lock();
+                if (listener) core->locked([&](Aftermath& after) { return listener->arm(number, after), 0; });
+            });
+        return platform::kIOReturnSuccess;
+    });
+}
+
+std::unique_ptr<platform::IOService> InProcessBus::IORegistryEntryFromPath(const std::string& path) {
+    return mCore->locked([&](Aftermath&) -> std::unique_ptr<platform::IOService> {
+        if (mCore->busFailure(BusOperation::IORegistryEntryFromPath) != platform::kIOReturnSuccess) return nullptr;
+        for (std::size_t i = 0; i < mCore->ports().size(); ++i) {
+            BusPort& port = *mCore->ports()[i];
+            if (port.path != path || !port.attached) continue;
+            const auto failure = port.device.failure(BusOperation::IORegistryEntryFromPath, mCore->now());
+            return failure == platform::kIOReturnSuccess ? makeDeviceEntry(mCore, {i, port.entryId}) : nullptr;
+        }
+        return nullptr;
+    });
+}
+
+// The drive asks this right before it sleeps; from then on only an earlier moment wakes it.
+std::optional<Time> InProcessBus::nextDue() {
+    return mCore->locked([&](Aftermath&) { return mCore->nextDue(); });
+}
+
+void InProcessBus::run(Time now) {
+    mCore->locked([&](Aftermath&) { return mCore->advance(now), 0; });
+}
+
+}  // namespace simulator

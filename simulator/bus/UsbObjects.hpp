@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/IORegistry.hpp"
+#include "simulator/bus/BusCore.hpp"
+
+#include <memory>
+#include <vector>
+
+namespace simulator {
+
+/// An iterator over attached devices.
+std::unique_ptr<platform::IOIterator> makeDeviceIterator(std::shared_ptr<BusCore> core,
+                                                         std::vector<Attachment> attachments);
+
+/// One attached device.
+std::unique_ptr<platform::IOService> makeDeviceEntry(std::shared_ptr<BusCore> core, Attachment attachment);
+
+}  // namespace simulator

@@ -1,0 +1,114 @@
+#include "platform/linux/process/SignalScriptRunner.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <filesystem>
+#include <signal.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A running copy of a program of the system under a name of the test's choice. The name is unique to the test process:
+/// no other process is to be hit, and tests run side by side.
+class Child {
+  public:
+    Child(const fs::path& folder, const std::string& name, bool stubborn = false, uid_t user = ::getuid()) {
+        const fs::path program = folder / name;
+        fs::copy_file("/bin/sleep", program, fs::copy_options::skip_existing);
+        int ready[2];
+        EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+        mId = ::fork();
+        if (mId == 0) {
+            if (::setuid(user) != 0) ::_exit(126);
+            ::signal(SIGTERM, stubborn ? SIG_IGN : SIG_DFL);
+            ::execl(program.c_str(), program.c_str(), "1000", nullptr);
+            ::_exit(127);
+        }
+        ::close(ready[1]);
+        char byte = 0;
+        EXPECT_EQ(::read(ready[0], &byte, 1), 0);  // ends when exec closes the other side: now it has its name
+        ::close(ready[0]);
+    }
+    ~Child() {
+        ::kill(mId, SIGKILL);
+        ::waitpid(mId, nullptr, 0);
+    }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    bool HasEnded() const {
+        siginfo_t state{};
+        EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(mId), &state, WEXITED | WNOHANG | WNOWAIT), 0);
+        return state.si_pid == mId;
+    }
+
+  private:
+    pid_t mId = -1;
+};
+
+class ScriptRunnerTest : public ::testing::Test {
+  protected:
+    static std::string Quit(const std::string& name) { return "tell application \"" + name + "\" to quit"; }
+
+    const support::TemporaryFolder temporary;
+    const fs::path folder = temporary.path();
+    const std::string id = std::to_string(::getpid());
+    SignalScriptRunner runner;
+};
+
+TEST(ScriptText, OnlyTheQuitRequestIsUnderstood) {
+    EXPECT_EQ(ApplicationToQuit(R"(tell application "Trovik Station" to quit)"), "Trovik Station");
+    EXPECT_EQ(ApplicationToQuit(R"(tell application "a\"b\\c" to quit)"), R"(a"b\c)");
+    for (const char* wrong :
+         {"", "tell application \"x\"", "tell application \"x\" to quit now", "tell application \"\" to quit",
+          "tell application \"x to quit", "tell application \"x\\", " tell application \"x\" to quit"}) {
+        EXPECT_FALSE(ApplicationToQuit(wrong)) << wrong;
+        EXPECT_FALSE(SignalScriptRunner().executeAndReturnError(wrong)) << wrong;
+    }
+}
+
+TEST_F(ScriptRunnerTest, EveryProcessOfTheExactNameQuitsAndNoOther) {
+    const std::string shortName = "T " + id, longName = "Trovik Station Service " + id;
+    const Child first(folder, shortName), second(folder, shortName), service(folder, longName);
+    // The same 15 characters, as far as the kernel's own name goes.
+    const Child sibling(folder, longName + "s"), cut(folder, longName.substr(0, 15));
+    EXPECT_TRUE(runner.executeAndReturnError(Quit(shortName)));
+    EXPECT_TRUE(first.HasEnded() && second.HasEnded());
+    EXPECT_FALSE(service.HasEnded());
+    EXPECT_TRUE(runner.executeAndReturnError(Quit(longName)));
+    EXPECT_TRUE(service.HasEnded());
+    EXPECT_FALSE(sibling.HasEnded() || cut.HasEnded());
+    EXPECT_TRUE(runner.executeAndReturnError(Quit(longName))) << "an ended one that nobody waited for does not count";
+}
+
+TEST_F(ScriptRunnerTest, ProcessThatStaysMakesTheScriptFail) {
+    const std::string name = "stays " + id;
+    const Child child(folder, name, true), other(folder, name);
+    SignalScriptRunner impatient(std::chrono::milliseconds(50));
+    EXPECT_FALSE(impatient.executeAndReturnError(Quit(name)));
+    EXPECT_FALSE(child.HasEnded());
+}
+
+TEST_F(ScriptRunnerTest, ProcessOfAnotherUserIsLeftAlone) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can start a process of another user";
+    fs::permissions(folder, fs::perms(0755));
+    const std::string name = "others " + id;
+    const Child child(folder, name, false, 65534);
+    EXPECT_TRUE(runner.executeAndReturnError(Quit(name))) << "none of this user's is running";
+    EXPECT_FALSE(child.HasEnded());
+}
+
+TEST_F(ScriptRunnerTest, ShellCommandGivesItsExitStatus) {
+    EXPECT_EQ(runner.system("exit 3"), 3);
+    EXPECT_EQ(runner.system("kill -9 $$"), 128 + SIGKILL);
+}
+
+}  // namespace
+}  // namespace platform
