@@ -39,9 +39,9 @@ constexpr const char* kSourceFile = "AppDelegate";  ///< what messages of a thre
 /// Inside a catch block at the boundary of a thread or a call-back. An error line: it is written when this returns.
 void logCaughtException(int line) noexcept {
     try {
-        DDLogError("%s", platform::CaughtException(kSourceFile, line).c_str());
+        DDLogError("%s", platform::caughtException(kSourceFile, line).c_str());
     } catch (...) {
-        platform::LogCaughtException(kSourceFile, line);
+        platform::logCaughtException(kSourceFile, line);
     }
 }
 

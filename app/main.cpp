@@ -66,7 +66,7 @@ int main(int argc, char** argv) {
     const auto version = bundle.infoDictionary().find("CFBundleShortVersionString");
     const std::string* const text = version == bundle.infoDictionary().end() ? nullptr : version->second.string();
     const std::string& logs = TrovikLogs::logsDirectory();
-    platform::InstallCrashHandler(logs.empty() ? logs : logs + "/ResetTool",
+    platform::installCrashHandler(logs.empty() ? logs : logs + "/ResetTool",
                                   "Trovik Reset Tool " + (text ? *text : std::string()));
 
     AppDelegate controller(terminate);

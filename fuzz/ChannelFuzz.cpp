@@ -82,7 +82,7 @@ class Answers {
 
     void answer(std::uint8_t layer, std::uint16_t id, Bytes payload) {
         auto& usb = mDevice.usb;
-        std::uint8_t const choice = mInput.byte();
+        const std::uint8_t choice = mInput.byte();
         if (choice < 0x80) return send(layer, id, payload);  // half of them properly, or few would get to the end
         mAreProper = false;
         if (choice & 1) payload = mInput.bytes(mInput.byte());

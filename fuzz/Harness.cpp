@@ -25,7 +25,7 @@ std::atomic<std::ptrdiff_t> gPeak = 0;
 std::ptrdiff_t gStart = 0;
 
 void allocated(const volatile void*, std::size_t size) {
-    std::ptrdiff_t const held = gHeld += static_cast<std::ptrdiff_t>(size);
+    const std::ptrdiff_t held = gHeld += static_cast<std::ptrdiff_t>(size);
     if (held > gPeak) gPeak = held;
 }
 
@@ -53,7 +53,7 @@ void traceIntoNothing() {
     for (const char* element : {"Settings", "Trovik", "Software"}) tree = {PropertyList::Dictionary{{element, tree}}};
     defaults.values["RegistryRoot"] = tree;
     defaults.values["ShowUsbDebug"] = {true};
-    platform::PlatformScope const scope({.standardUserDefaults = &defaults});
+    const platform::PlatformScope scope({.standardUserDefaults = &defaults});
     for (win::DebugServer_t* const server : {&win::DebugServer(), &iol::DebugServer(), &iou::DebugServer()}) {
         require(server->IsEnabled(), "a trace is switched off");
         std::filesystem::create_symlink("/dev/null", glo::string(server->FilePath(), glo::gcUtf8Encoding));
@@ -71,7 +71,7 @@ void Limits::begin() {
 
 void Limits::end(double seconds, std::size_t bytes, const char* what) {
     const double took = mClock.CFAbsoluteTimeGetCurrent() - mStart;
-    std::ptrdiff_t const held = gPeak - gStart;
+    const std::ptrdiff_t held = gPeak - gStart;
     if (took <= seconds + 0.001 && held <= static_cast<std::ptrdiff_t>(bytes)) return;
     std::fprintf(stderr, "%s took %.3f s and %td bytes; %.3f s and %zu bytes are its limits.\n", what, took, held,
                  seconds, bytes);

@@ -17,7 +17,7 @@ class Input {
 
     std::uint8_t byte() {
         if (mRest.empty()) return 0;
-        std::uint8_t const value = mRest.front();
+        const std::uint8_t value = mRest.front();
         mRest = mRest.subspan(1);
         return value;
     }

@@ -14,20 +14,20 @@ namespace {
 
 using support::ScriptedUsb;
 
-platform::IOReturn const gcResults[] = {
+const platform::IOReturn gcResults[] = {
     platform::kIOReturnSuccess,  platform::kIOReturnAborted, platform::kIOReturnNoDevice,
     platform::kIOUSBPipeStalled, platform::kIOReturnOverrun, platform::kIOReturnTimeout,
 };
 
 /// Ids that the host waits for or treats in a way of its own.
-std::uint16_t const gcIds[] = {2, 5, 6, 10, 16, 17, 28, 113, 248, 253, 254, 255, 525, 1500};
+const std::uint16_t gcIds[] = {2, 5, 6, 10, 16, 17, 28, 113, 248, 253, 254, 255, 525, 1500};
 
 class Script {
   public:
     Script(support::ScriptedDevice& device, fuzz::Input& input) : mDevice(device), mInput(input) {}
 
     void write() {
-        std::uint8_t const flags = mInput.byte();
+        const std::uint8_t flags = mInput.byte();
         if (!(flags & 1)) mDevice.startsSession();
         if (!(flags & 2)) identifies();
         if (flags & 4) mDevice.usb.pipes[2].maxPacketSize = mInput.byte();
@@ -45,8 +45,8 @@ class Script {
 
     void step() {
         auto& usb = mDevice.usb;
-        std::uint8_t const choice = mInput.byte();
-        std::uint8_t const pipe = choice & 0x80 ? ScriptedUsb::kBulkIn : ScriptedUsb::kInterruptIn;
+        const std::uint8_t choice = mInput.byte();
+        const std::uint8_t pipe = choice & 0x80 ? ScriptedUsb::kBulkIn : ScriptedUsb::kInterruptIn;
         const auto delay = std::chrono::milliseconds(choice & 0x40 ? 10 * mInput.byte() : 0);
         switch (choice & 7) {
             case 0:
@@ -70,8 +70,8 @@ class Script {
     platform::IOReturn result() { return gcResults[mInput.byte() % std::size(gcResults)]; }
 
     simulator::Bytes packet() {
-        std::uint8_t const choice = mInput.byte();
-        std::uint16_t const id = choice & 0x80 ? mInput.number() : gcIds[choice % std::size(gcIds)];
+        const std::uint8_t choice = mInput.byte();
+        const std::uint16_t id = choice & 0x80 ? mInput.number() : gcIds[choice % std::size(gcIds)];
         auto bytes = mDevice.packet(choice & 0x40 ? 0 : 20, id, mInput.bytes(choice & 0x20 ? 4 : mInput.byte()));
         if ((choice & 0x70) == 0x70) bytes[mInput.byte() % 12] ^= mInput.byte();
         return bytes;
@@ -89,11 +89,11 @@ class Script {
     /// Up to two megabytes. Full reads follow the first, which has the header; that they bring nothing new keeps the
     /// script small, so that all that is held is held by the session.
     void bringsLongPacket(std::uint8_t pipe) {
-        std::uint8_t const reads = mInput.byte();
+        const std::uint8_t reads = mInput.byte();
         const unsigned fullReads = reads < 0xF0 || !take(sLongPacketsLeft) ? 1 + reads % 4 : 2 * mInput.byte() + 1;
         auto first = mDevice.packet(20, 253);
-        std::uint16_t const rest = mInput.byte();
-        std::uint32_t const size = fullReads * gcFullRead + rest - 12;
+        const std::uint16_t rest = mInput.byte();
+        const std::uint32_t size = fullReads * gcFullRead + rest - 12;
         for (unsigned i = 0; i < 4; ++i) first[8 + i] = static_cast<unsigned char>(size >> 8 * i);
         first.resize(gcFullRead);
         mDevice.usb.brings(pipe, first);
@@ -120,7 +120,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::traceIntoNothing();
     fuzz::Input input(data, size);
     support::ScriptedDevice device;
-    std::uint8_t const choice = input.byte();
+    const std::uint8_t choice = input.byte();
     Script(device, input).write();
 
     // Each send takes 3 s at most, and so does each wait for a frame; a packet's time is looked at between frames.

@@ -81,7 +81,7 @@ class Twins {
 
     const Model& run() {
         for (int i = 0; i < 200 && !mInput.isAtEnd(); ++i) {
-            std::uint8_t const choice = mInput.byte();
+            const std::uint8_t choice = mInput.byte();
             if (!gcWrites || choice < 0xA0) {
                 readStep(choice % 16);
             } else {
@@ -142,7 +142,7 @@ class Twins {
             case 10:
                 return readBytes(kind == 9);
             case 11: {
-                std::size_t const n = mInput.number() % 2500;
+                const std::size_t n = mInput.number() % 2500;
                 mStream.ignore(n);
                 if (n > 0 && mModel.readable()) mModel.advance(std::min(n, mModel.remaining()));
                 return;
@@ -159,7 +159,7 @@ class Twins {
                 return;
             }
             case 14: {
-                std::size_t const position = mInput.number() % (mModel.bytes.size() + 3);
+                const std::size_t position = mInput.number() % (mModel.bytes.size() + 3);
                 mStream.seekg(position);
                 if (position > mModel.bytes.size())
                     mModel.fails = true;
@@ -233,20 +233,20 @@ class Twins {
                     return mModel.write(bytes.data(), bytes.size());
                 }
                 case 4: {
-                    std::string const text(mInput.byte() % 40, 'x');
+                    const std::string text(mInput.byte() % 40, 'x');
                     mStream << text;
                     return mModel.write(text.c_str(), text.size() + 1);
                 }
                 case 5: {
-                    std::wstring const text{static_cast<wchar_t>(mInput.number()), static_cast<wchar_t>(mInput.byte())};
+                    const std::wstring text{static_cast<wchar_t>(mInput.number()), static_cast<wchar_t>(mInput.byte())};
                     const unsigned int codePage = gcCodePages[mInput.byte() % std::size(gcCodePages)];
                     mStream.encodingp(codePage);
                     mStream << text;
-                    std::string const bytes = glo::string(text, codePage);
+                    const std::string bytes = glo::string(text, codePage);
                     return mModel.write(bytes.c_str(), bytes.size() + 1);
                 }
                 case 6: {
-                    std::size_t const position = mInput.number() % 4000;
+                    const std::size_t position = mInput.number() % 4000;
                     mStream.seekp(position);
                     mModel.writeAt = position;
                     if (gcIsMemory) mModel.bytes.resize(std::max(mModel.bytes.size(), position));
@@ -284,12 +284,12 @@ void tryMemory(fuzz::Input& input) {
 
 /// A file of this process alone, in memory where there is a place for that.
 const std::string& filePath() {
-    static std::string const path = std::filesystem::temp_directory_path() / ("fuzz-" + std::to_string(getpid()));
+    static const std::string path = std::filesystem::temp_directory_path() / ("fuzz-" + std::to_string(getpid()));
     return path;
 }
 
 void tryFile(fuzz::Input& input) {
-    std::wstring const path = glo::wstring(filePath(), glo::gcUtf8Encoding);
+    const std::wstring path = glo::wstring(filePath(), glo::gcUtf8Encoding);
     Bytes written;
     {
         bin::fstream stream(path, std::ios_base::in | std::ios_base::out | std::ios_base::trunc);
@@ -311,7 +311,7 @@ void tryText(fuzz::Input& input) {
     static const bool isSet = std::setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
     require(isSet, "no UTF-8");
     const Bytes raw = input.rest();
-    std::string const bytes(raw.begin(), raw.end());
+    const std::string bytes(raw.begin(), raw.end());
 
     std::wstring expected;
     std::mbstate_t state{};
@@ -323,11 +323,11 @@ void tryText(fuzz::Input& input) {
         isValid = taken <= bytes.size();
         expected += character;
     }
-    std::wstring const decoded = glo::wstring(bytes, glo::gcUtf8Encoding);
+    const std::wstring decoded = glo::wstring(bytes, glo::gcUtf8Encoding);
     require(
         isValid == (decoded.find(L'\uFFFD') == std::wstring::npos) || bytes.find("\xEF\xBF\xBD") != std::string::npos,
         "taken for UTF-8, or not");
-    std::string const encoded = glo::string(decoded, glo::gcUtf8Encoding);
+    const std::string encoded = glo::string(decoded, glo::gcUtf8Encoding);
     require(!isValid || (decoded == expected && encoded == bytes), "another text");
     require(glo::wstring(encoded, glo::gcUtf8Encoding) == decoded, "not the text that was written");
 
@@ -337,7 +337,7 @@ void tryText(fuzz::Input& input) {
     std::wstring wide(bytes.size() / sizeof(wchar_t), 0);
     std::memcpy(wide.data(), bytes.data(), wide.size() * sizeof(wchar_t));
     for (const unsigned int codePage : gcCodePages) {
-        std::string const once = glo::string(wide, codePage);
+        const std::string once = glo::string(wide, codePage);
         require(glo::string(glo::wstring(once, codePage), codePage) == once, "not the bytes that were written");
         for (const char c : bytes) glo::IsPrintable(static_cast<unsigned char>(c), codePage);
     }

@@ -105,7 +105,7 @@ unsigned open(IOService& service) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::Input input(data, size);
-    std::uint8_t const wrong = input.byte();
+    const std::uint8_t wrong = input.byte();
     writeAttributes(input, wrong & 31);
     bus().usb.setDescriptors(descriptors(input, wrong & 32));
     bus().usb.setDriver(wrong & 64 ? "cdc_acm" : wrong & 128 ? "usbfs" : "");
@@ -124,7 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(found == 1 || (found == 0 && wrong & 31), "a device that is in order is not found, or twice");
         // What is found may have changed by the time it is opened: this one is opened in any case.
         const auto service = registry.IORegistryEntryFromPath(bus().path);
-        unsigned const pipes = service ? open(*service) : 0;
+        const unsigned pipes = service ? open(*service) : 0;
         require(pipes == 3 || wrong & 0xB8, "a device that is in order can't be opened");
     });
     return 0;

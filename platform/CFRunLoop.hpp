@@ -34,10 +34,10 @@ class CFRunLoopSource {
     virtual ~CFRunLoopSource() = default;
 
     /// Called by CFRunLoopAddSource on the loop's thread.
-    virtual void Scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) = 0;
+    virtual void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) = 0;
 
     /// Called by CFRunLoopRemoveSource on the loop's thread. Nothing is delivered after this returns.
-    virtual void Cancelled() = 0;
+    virtual void cancelled() = 0;
 };
 
 /// A thread's event loop with named modes. Work belongs to one mode and is done only while the owner thread runs that

@@ -92,7 +92,7 @@ class IORegistry {
 
     /// Why the device at a path could not be opened, as one sentence or more for the log; empty when nothing is known
     /// beyond the result. Whoever gives up the open logs it, so that a failure is told once.
-    virtual std::string DescribeOpenFailure(const std::string& path, IOReturn result) = 0;
+    virtual std::string describeOpenFailure(const std::string& path, IOReturn result) = 0;
 };
 
 }  // namespace platform

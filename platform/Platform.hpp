@@ -49,7 +49,7 @@ class PlatformScope {
 };
 
 /// The platform's own accessors. Any thread, while a PlatformScope lives.
-Clock& SystemClock();
+Clock& systemClock();
 IORegistry& kIOMasterPortDefault();
 std::shared_ptr<CFRunLoop> CFRunLoopGetCurrent();
 MainQueue& dispatch_get_main_queue();

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr char gcFile[] = "app/TrovikMode/TrovikModeUtil";
-constexpr int gcLogLine = 55;  ///< stable identifier of the log call, known to support
+constexpr int kLogLine = 55;  ///< stable identifier of the log call, known to support
 
 std::string lastPathComponent(const std::string& path) {
     return path.substr(path.find_last_of('/') + 1);
@@ -24,9 +24,9 @@ void TrovikModeUtil::populateError(Error* error, long code, const std::string& m
     if (!exception.Message().empty()) text += " Reason: " + glo::string(exception.Message(), glo::gcUtf8Encoding);
     text += "]";
 
-    std::uint32_t const level = ddLogLevel.load(std::memory_order_relaxed);
+    const std::uint32_t level = ddLogLevel.load(std::memory_order_relaxed);
     if (level & DDLogFlagError)
-        DDLog::log(false, level, DDLogFlagError, 0, gcFile, __func__, gcLogLine, nullptr, "%s", text.c_str());
+        DDLog::log(false, level, DDLogFlagError, 0, gcFile, __func__, kLogLine, nullptr, "%s", text.c_str());
 
     error->domain = NonvolToolErrorDomain;
     error->code = code;

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::size_t gcPathBufferSize = 512;  ///< the terminating zero included
+constexpr std::size_t kPathBufferSize = 512;  ///< the terminating zero included
 
 /// What keeps a notification armed.
 struct Observation {
@@ -24,7 +24,7 @@ struct Observation {
 void keepForEver(Observation observation) {
     static std::mutex mutex;
     static auto* const kept = new std::vector<Observation>;
-    std::lock_guard const lock(mutex);
+    const std::lock_guard lock(mutex);
     kept->push_back(std::move(observation));
 }
 
@@ -49,7 +49,7 @@ std::optional<std::vector<USBRegistryInfo>> USBTrovikModeFinderUtils::connectedP
         std::string path;
         std::uint64_t entryId = 0;
         if (entry->IORegistryEntryGetPath(platform::kIOServicePlane, path) == platform::kIOReturnSuccess &&
-            path.size() < gcPathBufferSize &&
+            path.size() < kPathBufferSize &&
             entry->IORegistryEntryGetRegistryEntryID(entryId) == platform::kIOReturnSuccess)
             devices.push_back(USBRegistryInfo::infoWithId(entryId, std::move(path)));
     }

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr char gcFile[] = "app/TrovikMode/UsbTrovikModeIoLink";
-constexpr std::uint16_t gcNoPathLine = 81;  ///< stable identifier of the raise site, known to support
+constexpr std::uint16_t kNoPathLine = 81;  ///< stable identifier of the raise site, known to support
 
 /// Nobody ever cancels a link of this tool. One object for all of them, since a link holds it by reference. Never
 /// destroyed: the listener may be talking to a device until the process has ended.
@@ -40,7 +40,7 @@ std::unique_ptr<UsbTrovikModeIoLink> UsbTrovikModeIoLink::initWithPath(const std
 }
 
 glo::AutoPtr<iol::Link_t> UsbTrovikModeIoLink::getIolLinkForPath(const std::optional<std::string>& path) {
-    if (!path) throw glo::InvalidInput_t(L"USB IO Path not specified", gcFile, gcNoPathLine);
+    if (!path) throw glo::InvalidInput_t(L"USB IO Path not specified", gcFile, kNoPathLine);
     return glo::AutoPtr<iol::Link_t>(
         new iou::UsbLink_t(noCancelSource(), *path, iou::UsbLink_t::PacketCheckingModeDefault, iol::gcDefaultTimeout));
 }

@@ -73,7 +73,7 @@ struct Position {
 };
 
 Position SamplePosition() {
-    ioa::PvtData_t const pvt = SamplePvt();
+    const ioa::PvtData_t pvt = SamplePvt();
     return {pvt.floats1To4, pvt.fix,         pvt.timeOfWeek,  pvt.latitude,
             pvt.longitude,  pvt.floats9To12, pvt.leapSeconds, pvt.dayCount};
 }
@@ -123,7 +123,7 @@ void Require(benchmark::State& state, bool condition) {
 }
 
 void PvtFrame(benchmark::State& state) {
-    ioa::PvtData_t const sent = SamplePvt();
+    const ioa::PvtData_t sent = SamplePvt();
     ioa::PvtData_t read;
     for (auto _ : state) {
         read.AcceptFrame(sent.ProduceFrame());
@@ -162,7 +162,7 @@ void PvtCursor(benchmark::State& state) {
 }
 
 void ProtocolsFrame(benchmark::State& state) {
-    ioa::Protocols_t const sent = SampleProtocols();
+    const ioa::Protocols_t sent = SampleProtocols();
     std::size_t count = 0;
     for (auto _ : state) {
         ioa::Protocols_t read;
@@ -174,7 +174,7 @@ void ProtocolsFrame(benchmark::State& state) {
 }
 
 void ProtocolsStringstream(benchmark::State& state) {
-    ioa::Protocols_t const sent = SampleProtocols();
+    const ioa::Protocols_t sent = SampleProtocols();
     std::stringstream stream;
     std::size_t count = 0;
     for (auto _ : state) {
@@ -192,7 +192,7 @@ void ProtocolsStringstream(benchmark::State& state) {
 }
 
 void ProtocolsCursor(benchmark::State& state) {
-    ioa::Protocols_t const sent = SampleProtocols();
+    const ioa::Protocols_t sent = SampleProtocols();
     Cursor cursor;
     std::size_t count = 0;
     for (auto _ : state) {
@@ -249,7 +249,7 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return EXIT_FAILURE;
     MedianReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    for (std::string const record : {"pvt", "protocols"}) {
+    for (const std::string record : {"pvt", "protocols"}) {
         const auto ratioTo = [&](const char* peer) {
             return reporter.medians[record + "/frame"] / reporter.medians[record + "/" + peer];
         };

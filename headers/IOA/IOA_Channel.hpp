@@ -24,7 +24,7 @@ namespace ioa {
 class Channel_t {
   public:
     /// The wait for the replies that a device may leave out, in milliseconds.
-    static win::Duration_t const mPcpTimeout;
+    static const win::Duration_t mPcpTimeout;
 
     /// Identifies the device: asks for its product data, takes the protocol list and the extended product data where
     /// they come, mends the list from what is known of the product, and switches unasked data off.

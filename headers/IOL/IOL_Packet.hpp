@@ -19,7 +19,7 @@ class Packet_t {
     /// whatever is in it, is never one.
     /// @throws iol::BadFrame_t  (overrides) the payload doesn't hold the packet's fields; the fields are unspecified
     virtual void AcceptFrame(const Frame_t& frame) {
-        glo::Assert(frame.Id() == mId, "../IOL/IOL_Packet.hpp", kWrongIdLine);
+        glo::Assert(frame.Id() == mId, "../IOL/IOL_Packet.hpp", gcWrongIdLine);
     }
 
     /// Builds the frame to send. This one has no payload.
@@ -32,7 +32,7 @@ class Packet_t {
     Packet_t& operator=(const Packet_t&) = default;
 
   private:
-    static constexpr unsigned short kWrongIdLine = 70;  ///< a stable identifier in crash reports, not this file's line
+    static constexpr unsigned short gcWrongIdLine = 70;  ///< a stable identifier in crash reports, not this file's line
 
     unsigned short mId;
 };

@@ -72,5 +72,5 @@ class CRegistry : public glo::NonCopyable_t {
     // What the platform would be asked for; nothing reads them, nor the store's name, with one file for each user.
     const UserScope_t mUserScope;
     const HostScope_t mHostScope;
-    std::wstring const mBundleIdentifier;
+    const std::wstring mBundleIdentifier;
 };

@@ -90,7 +90,7 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
     glo::AutoPtr<std::ofstream> mOutput;  ///< empty until the first print
     bool mIsMidLine = false;              ///< the time stamp of the current line has been written
     bool mIsNewRunPending = true;
-    std::wstring const mFilePath;
+    const std::wstring mFilePath;
 
     static bool mIsPrinting;  ///< of all servers and threads; only through std::atomic_ref
 };

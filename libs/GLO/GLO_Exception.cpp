@@ -24,7 +24,7 @@ bool ReadRaiseSite(std::string& file, int& line) {
 constinit DebugOutputSource_t gDebugOutput = nullptr;  // set while static objects are made, in no certain order
 
 // A program that can throw an Exception_t has linked this file.
-[[maybe_unused]] const bool gcReaderIsSet = (platform::SetRaiseSiteReader(ReadRaiseSite), true);
+[[maybe_unused]] const bool gcReaderIsSet = (platform::setRaiseSiteReader(ReadRaiseSite), true);
 
 }  // namespace
 

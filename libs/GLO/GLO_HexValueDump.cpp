@@ -15,9 +15,9 @@ constexpr char gcDigits[] = "0123456789abcdef";
 
 std::string HexRows(std::span<const unsigned char> bytes, bool withTextColumn) {
     // Offset and ": ", three characters a byte, two spaces, one character a byte, line end.
-    constexpr std::size_t cRowText = 6 + 4 * gcRowLength + 3;
+    constexpr std::size_t gcRowText = 6 + 4 * gcRowLength + 3;
     std::string text;
-    text.reserve((bytes.size() + gcRowLength - 1) / gcRowLength * cRowText);
+    text.reserve((bytes.size() + gcRowLength - 1) / gcRowLength * gcRowText);
     for (std::size_t offset = 0; offset < bytes.size(); offset += gcRowLength) {
         const auto row = bytes.subspan(offset, std::min(gcRowLength, bytes.size() - offset));
         int shift = 12;  // four digits at least; an offset past them keeps all it has

@@ -9,7 +9,7 @@ namespace ioa {
 namespace {
 
 // clang-format off
-constexpr const char* kNoPcpRows[] = {
+constexpr const char* gcNoPcpRows[] = {
     "   7   0 L001 A010 A100 D100 A200 D200 D100 A500 D500",
     "  13   0 L001 A010 A100 D100 A200 D200 D100 A300 D300 A400 D400 A500 D500",
     "  14   0 L001 A010 A100 D100 A200 D200 D100 A400 D400 A500 D500",
@@ -71,7 +71,7 @@ constexpr const char* kNoPcpRows[] = {
 };
 
 // A row without protocols closes the range of the row before it.
-constexpr const char* kIncompletePcpRows[] = {
+constexpr const char* gcIncompletePcpRows[] = {
     "  22   0 A903",
     "  36   0 A903",
     "  39   0 A903",
@@ -95,17 +95,17 @@ constexpr const char* kIncompletePcpRows[] = {
 // clang-format on
 
 /// What every device without a list of its own speaks besides.
-constexpr char kNoPcpCommon[] = "P000 A000 A600 D600 A700 D700";
+constexpr char gcNoPcpCommon[] = "P000 A000 A600 D600 A700 D700";
 
 }  // namespace
 
 const Candidates_t& NoPcpCandidates() {
-    static const Candidates_t table(std::size(kNoPcpRows), kNoPcpRows, kNoPcpCommon);
+    static const Candidates_t table(std::size(gcNoPcpRows), gcNoPcpRows, gcNoPcpCommon);
     return table;
 }
 
 const Candidates_t& IncompletePcpCandidates() {
-    static const Candidates_t table(std::size(kIncompletePcpRows), kIncompletePcpRows, "");
+    static const Candidates_t table(std::size(gcIncompletePcpRows), gcIncompletePcpRows, "");
     return table;
 }
 

@@ -14,10 +14,10 @@
 namespace ioa {
 namespace {
 
-constexpr char kSource[] = "libs/IOA/IOA_Channel";
-constexpr unsigned short kWrongTransferLine = 554;  // a stable identifier that support knows, not this file's line
-constexpr unsigned int kUnitDelay = 200;            // milliseconds
-constexpr unsigned short kRegionLimit = 256;
+constexpr char gcFile[] = "libs/IOA/IOA_Channel";
+constexpr unsigned short gcWrongTransferLine = 554;  // a stable identifier that support knows, not this file's line
+constexpr unsigned int gcUnitDelay = 200;            // milliseconds
+constexpr unsigned short gcRegionLimit = 256;
 
 }  // namespace
 
@@ -81,7 +81,7 @@ unsigned int Channel_t::GetDeviceDisconnectTimeout() const {
 }
 
 void Channel_t::DelayForUnit() {
-    thr::Delay(kUnitDelay, thr::CancelRequestedFunctor_t());
+    thr::Delay(gcUnitDelay, thr::CancelRequestedFunctor_t());
 }
 
 void Channel_t::CmndAsyncOff() {
@@ -91,7 +91,7 @@ void Channel_t::CmndAsyncOff() {
 unsigned short Channel_t::GetXferCmplt(unsigned short command) {
     TransferCompletePacket_t reply;
     GetPacket(reply);
-    if (reply.value != command) throw Exception_t(kSource, kWrongTransferLine);
+    if (reply.value != command) throw Exception_t(gcFile, gcWrongTransferLine);
     return command;
 }
 
@@ -125,7 +125,7 @@ void Channel_t::GetGmapRgnInfo(GmapRgnInfo_t& record) {
 }
 
 long long Channel_t::GetRgnSize(unsigned short region) {
-    if (region >= kRegionLimit) throw glo::OutOfRange_t(kSource, __LINE__, L"Region number out of range");
+    if (region >= gcRegionLimit) throw glo::OutOfRange_t(gcFile, __LINE__, L"Region number out of range");
     SendPacket(RgnSizeRequestPacket_t(static_cast<unsigned char>(region)));
     RgnSize_t reply;
     GetPacket(reply);

@@ -10,7 +10,7 @@
 namespace ioa {
 namespace {
 
-constexpr char kSource[] = "libs/IOA/IOA_ProductData";
+constexpr char gcFile[] = "libs/IOA/IOA_ProductData";
 
 /// Appends every text that the stream still holds. The end of the data ends the list and is no error.
 void ReadTexts(iol::FrameStream_t& stream, std::vector<std::wstring>& texts) {
@@ -21,7 +21,7 @@ void ReadTexts(iol::FrameStream_t& stream, std::vector<std::wstring>& texts) {
 iol::Frame_t WriteTexts(unsigned short id, iol::FrameStream_t& stream, const std::vector<std::wstring>& texts) {
     stream.encodingp(win::Utf8Encoding());
     for (const std::wstring& text : texts) stream << text;
-    glo::Assert(!stream.fail(), kSource, __LINE__);
+    glo::Assert(!stream.fail(), gcFile, __LINE__);
     return iol::Frame_t(id, stream);
 }
 
@@ -33,7 +33,7 @@ void ProductData_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     iol::FrameStream_t stream(frame);
     stream >> productId >> softwareVersion;
-    if (stream.fail()) throw iol::BadFrame_t(frame, kSource, __LINE__);
+    if (stream.fail()) throw iol::BadFrame_t(frame, gcFile, __LINE__);
     ReadTexts(stream, descriptions);
 }
 
@@ -59,7 +59,7 @@ ProductDataExt_t::ProductDataExt_t() : iol::Packet_t(gcId) {}
 void ProductDataExt_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     iol::FrameStream_t stream(frame);
-    if (stream.fail()) throw iol::BadFrame_t(frame, kSource, __LINE__);
+    if (stream.fail()) throw iol::BadFrame_t(frame, gcFile, __LINE__);
     ReadTexts(stream, descriptions);
 }
 

@@ -8,7 +8,7 @@ namespace {
 
 using Types_t = std::set<unsigned short>;
 
-constexpr Protocols_t::TypeSets_t kNoTypes;
+constexpr Protocols_t::TypeSets_t gcNoTypes;
 
 constexpr Protocol_t Application(unsigned short number) {
     return {'A', number};
@@ -46,11 +46,11 @@ const Types_t& TrackPointTypes() {
 }  // namespace
 
 bool Protocols_t::SupportsPCP() const {
-    return Contains(Application(1), kNoTypes);
+    return Contains(Application(1), gcNoTypes);
 }
 
 bool Protocols_t::SupportsCommands() const {
-    return Contains(Application(10), kNoTypes);
+    return Contains(Application(10), gcNoTypes);
 }
 
 bool Protocols_t::SupportsWaypointTransfer() const {
@@ -78,51 +78,51 @@ bool Protocols_t::SupportsTrackTransfer() const {
 }
 
 bool Protocols_t::SupportsTimeTransfer() const {
-    return Contains(Application(600), kNoTypes);
+    return Contains(Application(600), gcNoTypes);
 }
 
 bool Protocols_t::SupportsNaming() const {
-    return Contains(Application(601), kNoTypes);
+    return Contains(Application(601), gcNoTypes);
 }
 
 bool Protocols_t::SupportsFlightTransfer() const {
-    return Contains(Application(650), kNoTypes) && Contains(DataType(650), kNoTypes);
+    return Contains(Application(650), gcNoTypes) && Contains(DataType(650), gcNoTypes);
 }
 
 bool Protocols_t::SupportsPVT() const {
-    return Contains(Application(800), kNoTypes);
+    return Contains(Application(800), gcNoTypes);
 }
 
 bool Protocols_t::SupportsSV() const {
-    return Contains(Application(801), kNoTypes);
+    return Contains(Application(801), gcNoTypes);
 }
 
 bool Protocols_t::SupportsBaseStationMode() const {
-    return Contains(Application(1100), kNoTypes);
+    return Contains(Application(1100), gcNoTypes);
 }
 
 bool Protocols_t::SupportsMapInstallation() const {
-    return Contains(Application(900), kNoTypes);
+    return Contains(Application(900), gcNoTypes);
 }
 
 bool Protocols_t::SupportsIDReporting() const {
-    return Contains(Application(903), kNoTypes);
+    return Contains(Application(903), gcNoTypes);
 }
 
 bool Protocols_t::SupportsAutoRouting() const {
-    return Contains(Application(904), kNoTypes);
+    return Contains(Application(904), gcNoTypes);
 }
 
 bool Protocols_t::SupportsDEM() const {
-    return Contains(Application(914), kNoTypes);
+    return Contains(Application(914), gcNoTypes);
 }
 
 bool Protocols_t::SupportsCompressedMaps() const {
-    return Contains(Application(916), kNoTypes);
+    return Contains(Application(916), gcNoTypes);
 }
 
 bool Protocols_t::SupportsInitFix() const {
-    return Contains(Application(921), kNoTypes);
+    return Contains(Application(921), gcNoTypes);
 }
 
 bool Protocols_t::SupportsAVDInfo() const {
@@ -141,7 +141,7 @@ bool Protocols_t::SupportsImageTransfer() const {
 }
 
 bool Protocols_t::SupportsRegionSizeQuery() const {
-    return Contains(Application(908), kNoTypes);
+    return Contains(Application(908), gcNoTypes);
 }
 
 bool Protocols_t::SupportsRegionChecksums() const {
@@ -155,23 +155,23 @@ bool Protocols_t::SupportsCustomPoiTransfer() const {
 }
 
 bool Protocols_t::SupportsProductInventory() const {
-    return Contains(Application(918), kNoTypes) && Contains(DataType(918), kNoTypes);
+    return Contains(Application(918), gcNoTypes) && Contains(DataType(918), gcNoTypes);
 }
 
 bool Protocols_t::SupportsSendingNmea() const {
-    return Contains(Application(1010), kNoTypes);
+    return Contains(Application(1010), gcNoTypes);
 }
 
 bool Protocols_t::SupportsReceivingNmea() const {
-    return Contains(Application(1011), kNoTypes);
+    return Contains(Application(1011), gcNoTypes);
 }
 
 bool Protocols_t::SupportsDeviceDisconnectTimeout() const {
-    return Contains(Application(1015), kNoTypes);
+    return Contains(Application(1015), gcNoTypes);
 }
 
 bool Protocols_t::SupportsSendActivityGoals() const {
-    return Contains(Application(1014), kNoTypes) && Contains(DataType(1017), kNoTypes);
+    return Contains(Application(1014), gcNoTypes) && Contains(DataType(1017), gcNoTypes);
 }
 
 bool Protocols_t::SupportsCalorieBurnDataTransfer() const {

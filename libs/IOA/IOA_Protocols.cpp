@@ -10,7 +10,7 @@
 namespace ioa {
 namespace {
 
-constexpr std::size_t kRecordSize = 3;
+constexpr std::size_t gcRecordSize = 3;
 
 }  // namespace
 
@@ -27,21 +27,21 @@ Protocols_t::Protocols_t() : iol::Packet_t(gcId) {}
 void Protocols_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     const unsigned char* record = frame.Data();
-    std::size_t const count = frame.Size() / kRecordSize;
+    const std::size_t count = frame.Size() / gcRecordSize;
     mProtocols.reserve(mProtocols.size() + count);
-    for (std::size_t i = 0; i < count; ++i, record += kRecordSize) {
+    for (std::size_t i = 0; i < count; ++i, record += gcRecordSize) {
         mProtocols.push_back({static_cast<char>(record[0]), static_cast<unsigned short>(record[1] | record[2] << 8)});
     }
 }
 
 iol::Frame_t Protocols_t::ProduceFrame() const {
-    std::vector<unsigned char> payload(mProtocols.size() * kRecordSize);
+    std::vector<unsigned char> payload(mProtocols.size() * gcRecordSize);
     unsigned char* record = payload.data();
     for (const Protocol_t& protocol : mProtocols) {
         record[0] = static_cast<unsigned char>(protocol.tag);
         record[1] = static_cast<unsigned char>(protocol.number & 0xFF);
         record[2] = static_cast<unsigned char>(protocol.number >> 8);
-        record += kRecordSize;
+        record += gcRecordSize;
     }
     return iol::Frame_t(Id(), std::move(payload));
 }

@@ -9,8 +9,8 @@
 namespace ioa {
 namespace {
 
-constexpr char kSource[] = "libs/IOA/IOA_PvtData";
-constexpr double kSecondsPerDay = 86400;
+constexpr char gcFile[] = "libs/IOA/IOA_PvtData";
+constexpr double gcSecondsPerDay = 86400;
 
 }  // namespace
 
@@ -21,11 +21,11 @@ void PvtData_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     auto& [f1, f2, f3, f4] = floats1To4;
     auto& [f9, f10, f11, f12] = floats9To12;
-    ReadFields(frame, kSource, __LINE__, f1, f2, f3, f4, fix, timeOfWeek, latitude, longitude, f9, f10, f11, f12,
+    ReadFields(frame, gcFile, __LINE__, f1, f2, f3, f4, fix, timeOfWeek, latitude, longitude, f9, f10, f11, f12,
                leapSeconds, dayCount);
     // Nobody above could do anything with such a position, and no time can be made of it.
     if (HasFix() && !(std::isfinite(timeOfWeek) && std::isfinite(latitude) && std::isfinite(longitude))) {
-        throw iol::BadFrame_t(frame, kSource, __LINE__);
+        throw iol::BadFrame_t(frame, gcFile, __LINE__);
     }
 }
 
@@ -37,22 +37,22 @@ iol::Frame_t PvtData_t::ProduceFrame() const {
 }
 
 geo::Position_t PvtData_t::Position() const {
-    glo::Assert(HasFix(), kSource, __LINE__);
+    glo::Assert(HasFix(), gcFile, __LINE__);
     return geo::Position_t(latitude, longitude);
 }
 
 glo::Optional_t<float> PvtData_t::Alt() const {
-    glo::Assert(HasFix(), kSource, __LINE__);
+    glo::Assert(HasFix(), gcFile, __LINE__);
     if (fix != 3 && fix != 5) return {};
     return floats1To4[0];
 }
 
 glo::Time_t PvtData_t::Time() const {
-    glo::Assert(HasFix(), kSource, __LINE__);
+    glo::Assert(HasFix(), gcFile, __LINE__);
     // A finite but absurd time of week must not overflow the whole seconds.
-    constexpr double kLimit = 1e15;
-    const double seconds = dayCount * kSecondsPerDay + timeOfWeek - leapSeconds;
-    return glo::Time_t::GpsEpoch() + std::llround(std::clamp(seconds, -kLimit, kLimit));
+    constexpr double gcLimit = 1e15;
+    const double seconds = dayCount * gcSecondsPerDay + timeOfWeek - leapSeconds;
+    return glo::Time_t::GpsEpoch() + std::llround(std::clamp(seconds, -gcLimit, gcLimit));
 }
 
 }  // namespace ioa

@@ -8,7 +8,7 @@
 namespace ioa {
 namespace {
 
-constexpr char kSource[] = "libs/IOA/IOA_Records";
+constexpr char gcFile[] = "libs/IOA/IOA_Records";
 
 }  // namespace
 
@@ -16,7 +16,7 @@ UnitIdPacket_t::UnitIdPacket_t() : iol::Packet_t(gcId) {}
 
 void UnitIdPacket_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
-    ReadFields(frame, kSource, __LINE__, unitId);
+    ReadFields(frame, gcFile, __LINE__, unitId);
 }
 
 iol::Frame_t UnitIdPacket_t::ProduceFrame() const {
@@ -27,7 +27,7 @@ DeviceDisconnectTimeout_t::DeviceDisconnectTimeout_t() : iol::Packet_t(gcId) {}
 
 void DeviceDisconnectTimeout_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
-    ReadFields(frame, kSource, __LINE__, timeout);
+    ReadFields(frame, gcFile, __LINE__, timeout);
 }
 
 iol::Frame_t DeviceDisconnectTimeout_t::ProduceFrame() const {
@@ -41,14 +41,14 @@ void UnitNamePacket_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::FrameStream_t stream(frame);
     stream.encodingg(win::Utf8Encoding());
     stream >> name;
-    if (stream.fail()) throw iol::BadFrame_t(frame, kSource, __LINE__);
+    if (stream.fail()) throw iol::BadFrame_t(frame, gcFile, __LINE__);
 }
 
 iol::Frame_t UnitNamePacket_t::ProduceFrame() const {
     iol::FrameStream_t stream;
     stream.encodingp(win::Utf8Encoding());
     stream << name;
-    glo::Assert(!stream.fail(), kSource, __LINE__);
+    glo::Assert(!stream.fail(), gcFile, __LINE__);
     return iol::Frame_t(gcId, stream);
 }
 
@@ -56,7 +56,7 @@ TimeData_t::TimeData_t() : iol::Packet_t(gcId) {}
 
 void TimeData_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
-    ReadFields(frame, kSource, __LINE__, month, day, year, hour, minute, second);
+    ReadFields(frame, gcFile, __LINE__, month, day, year, hour, minute, second);
 }
 
 iol::Frame_t TimeData_t::ProduceFrame() const {
@@ -68,7 +68,7 @@ DataRqst_t::DataRqst_t(std::set<Rqst_t> initial) : iol::Packet_t(gcId), requests
 void DataRqst_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     unsigned short bits = 0;
-    ReadFields(frame, kSource, __LINE__, bits);
+    ReadFields(frame, gcFile, __LINE__, bits);
     requests.clear();
     for (unsigned int bit = 0; bit < 16; ++bit) {
         if (bits >> bit & 1) requests.insert(static_cast<Rqst_t>(bit));
@@ -85,7 +85,7 @@ RgnSize_t::RgnSize_t() : iol::Packet_t(gcId) {}
 
 void RgnSize_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
-    ReadFields(frame, kSource, __LINE__, size, status);
+    ReadFields(frame, gcFile, __LINE__, size, status);
 }
 
 iol::Frame_t RgnSize_t::ProduceFrame() const {

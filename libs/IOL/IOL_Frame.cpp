@@ -12,11 +12,11 @@
 namespace iol {
 namespace {
 
-constexpr unsigned short kTooLongLine = 36;  // a stable identifier that support knows, not this file's line
+constexpr unsigned short gcTooLongLine = 36;  // a stable identifier that support knows, not this file's line
 
 void CheckLength(std::uint64_t length) {
     if (length > std::numeric_limits<std::uint32_t>::max()) {
-        throw Exception_t("libs/IOL/IOL_Frame", kTooLongLine, std::wstring());
+        throw Exception_t("libs/IOL/IOL_Frame", gcTooLongLine, std::wstring());
     }
 }
 

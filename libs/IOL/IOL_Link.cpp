@@ -11,13 +11,13 @@
 namespace iol {
 namespace {
 
-constexpr char kSource[] = "libs/IOL/IOL_Link";
+constexpr char gcFile[] = "libs/IOL/IOL_Link";
 
 // Stable identifiers that support knows, not lines of this file.
-constexpr unsigned short kPacketTimedOutLine = 51;
-constexpr unsigned short kEmptyListLine = 77;
-constexpr unsigned short kNullPacketLine = 80;
-constexpr unsigned short kListTimedOutLine = 89;
+constexpr unsigned short gcPacketTimedOutLine = 51;
+constexpr unsigned short gcEmptyListLine = 77;
+constexpr unsigned short gcNullPacketLine = 80;
+constexpr unsigned short gcListTimedOutLine = 89;
 
 bool IsOver(const win::Timer_t& stopwatch, win::Duration_t timeout) {
     return timeout != win::gcDurationInfinite && stopwatch.ElapsedTime() > timeout;
@@ -33,7 +33,7 @@ void Link_t::SendPacket(const Packet_t& packet, win::Duration_t timeout) {
 
 void Link_t::GetPacket(Packet_t& packet, win::Duration_t timeout) {
     win::DebugServer_t& trace = DebugServer();
-    win::Timer_t const stopwatch;
+    const win::Timer_t stopwatch;
     const auto traceTime = [&](const char* text, const char* end) {
         if (!trace.IsEnabled()) return;
         trace.PrintStr(text);
@@ -64,15 +64,15 @@ void Link_t::GetPacket(Packet_t& packet, win::Duration_t timeout) {
         trace.PrintStr("iol::Link_t: Wrong frame repeat loop\n");
     }
     traceTime("iol::Link_t: Timed out trying to get packet ", "\n");
-    throw glo::Timeout_t(kSource, kPacketTimedOutLine);
+    throw glo::Timeout_t(gcFile, gcPacketTimedOutLine);
 }
 
 std::size_t Link_t::GetPacket(const std::vector<Packet_t*>& packets, win::Duration_t timeout) {
-    glo::Assert(!packets.empty(), kSource, kEmptyListLine);
-    glo::Assert(std::find(packets.begin(), packets.end(), nullptr) == packets.end(), kSource, kNullPacketLine);
-    win::Timer_t const stopwatch;
+    glo::Assert(!packets.empty(), gcFile, gcEmptyListLine);
+    glo::Assert(std::find(packets.begin(), packets.end(), nullptr) == packets.end(), gcFile, gcNullPacketLine);
+    const win::Timer_t stopwatch;
     for (;;) {
-        if (IsOver(stopwatch, timeout)) throw glo::Timeout_t(kSource, kListTimedOutLine);
+        if (IsOver(stopwatch, timeout)) throw glo::Timeout_t(gcFile, gcListTimedOutLine);
         const Frame_t frame = GetFrameWithTimeout(timeout);
         const auto match = std::find_if(packets.begin(), packets.end(),
                                         [&frame](const Packet_t* packet) { return packet->Id() == frame.Id(); });

@@ -7,12 +7,12 @@
 namespace thr {
 namespace {
 
-constexpr char kSource[] = "libs/THR/THR_CancelRequested";
+constexpr char gcFile[] = "libs/THR/THR_CancelRequested";
 
 /// Sleeps until a moment that is fixed once, so that nothing that wakes the thread early stretches the wait.
 int SleepFor(win::Duration_t duration) {
-    platform::Clock& clock = platform::SystemClock();
-    glo::Assert(clock.MPDelayUntil(clock.CFAbsoluteTimeGetCurrent() + duration.Seconds()), kSource, __LINE__);
+    platform::Clock& clock = platform::systemClock();
+    glo::Assert(clock.MPDelayUntil(clock.CFAbsoluteTimeGetCurrent() + duration.Seconds()), gcFile, __LINE__);
     return 1;
 }
 
@@ -24,7 +24,7 @@ class Clone_t : public CancelRequested_t {
 
   private:
     static glo::AutoPtr<CancelRequested_t> NoClone() {
-        glo::Assert(false, kSource, __LINE__);
+        glo::Assert(false, gcFile, __LINE__);
         return {};
     }
 };
@@ -49,8 +49,8 @@ class ConstCancelRequestedClone_t final : public Clone_t {
   public:
     explicit ConstCancelRequestedClone_t(const CancelRequestedFunctor_t& original) : mOriginal(original) {}
 
-    void Clear() override { glo::Assert(false, kSource, __LINE__); }
-    void Set() override { glo::Assert(false, kSource, __LINE__); }
+    void Clear() override { glo::Assert(false, gcFile, __LINE__); }
+    void Set() override { glo::Assert(false, gcFile, __LINE__); }
     int Wait(win::Duration_t duration) const override { return mOriginal.Wait(duration); }
     int Wait(const std::vector<int>& handles, win::Duration_t duration) const override {
         return mOriginal.Wait(handles, duration);

@@ -7,10 +7,10 @@
 namespace thr {
 
 void Delay(unsigned int milliseconds, const CancelRequested_t& cancel) {
-    constexpr char kSource[] = "libs/THR/THR_Delay";
+    constexpr char gcFile[] = "libs/THR/THR_Delay";
     const int result = cancel.Wait(win::Duration_t(milliseconds));
-    if (result == 0) throw glo::Terminate_t(kSource, __LINE__);
-    glo::Assert(result == 1, kSource, __LINE__);
+    if (result == 0) throw glo::Terminate_t(gcFile, __LINE__);
+    glo::Assert(result == 1, gcFile, __LINE__);
 }
 
 }  // namespace thr

@@ -10,7 +10,7 @@
 namespace thr {
 namespace {
 
-constexpr char cFile[] = "libs/THR/THR_LocalPort";
+constexpr char gcFile[] = "libs/THR/THR_LocalPort";
 
 // A plain pointer, good to look at even while the thread's other objects are being destroyed.
 thread_local LocalPort_t* gPort = nullptr;
@@ -46,7 +46,7 @@ void LocalPort_t::ProcessMessage(Stack_t& stack, std::int32_t id, const std::wst
         case gcSyncCall:
             return InvokeSync(stack, name);
         default:
-            throw Exception_t(cFile, __LINE__, std::wstring());
+            throw Exception_t(gcFile, __LINE__, std::wstring());
     }
 }
 
@@ -68,7 +68,7 @@ void LocalPort_t::InvokeSync(Stack_t& stack, const std::wstring& replyTo) {
         reply << exception.File() << exception.Line() << exception.Message();
     } catch (...) {
         reply = Stack_t();
-        reply << std::string(cFile) << static_cast<unsigned short>(__LINE__) << std::wstring();
+        reply << std::string(gcFile) << static_cast<unsigned short>(__LINE__) << std::wstring();
     }
     reply << id;
     MessagePort_t(replyTo).SendStack(hasSucceeded ? gcSyncReply : gcSyncFailure, reply, Name());
@@ -78,7 +78,7 @@ std::shared_ptr<LocalReference_t> LocalPort_t::GetReference(Stack_t& stack) cons
     ObjectId_t id;
     stack >> id;
     const auto it = mReferences.find(id);
-    if (it == mReferences.end()) throw Exception_t(cFile, __LINE__, std::wstring());
+    if (it == mReferences.end()) throw Exception_t(gcFile, __LINE__, std::wstring());
     return it->second;
 }
 
@@ -101,7 +101,7 @@ void LocalPort_t::Pop(Stack_t& stack) const {
     Stack_t rest = stack;
     std::wstring name;
     rest >> name;
-    if (name != Name()) throw BadStackException_t(cFile, __LINE__, L"Another port's name: " + name);
+    if (name != Name()) throw BadStackException_t(gcFile, __LINE__, L"Another port's name: " + name);
     stack = std::move(rest);
 }
 

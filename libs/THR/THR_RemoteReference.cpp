@@ -9,7 +9,7 @@
 namespace thr {
 namespace {
 
-constexpr char cFile[] = "libs/THR/THR_RemoteReference";
+constexpr char gcFile[] = "libs/THR/THR_RemoteReference";
 
 ObjectId_t PopId(Stack_t& stack) {
     ObjectId_t id;
@@ -57,7 +57,7 @@ Stack_t RemoteReference_t::CallSync(Method_t method, Stack_t arguments) {
     while (reply.mId == 0 && !isGone) ProcessMessageWithInfiniteWait();
 
     if (reply.mId == gcSyncReply) return std::move(reply.mStack);
-    if (reply.mId != gcSyncFailure) throw Exception_t(cFile, __LINE__, L"The called thread has ended.");
+    if (reply.mId != gcSyncFailure) throw Exception_t(gcFile, __LINE__, L"The called thread has ended.");
     std::string file;
     unsigned short line = 0;
     std::wstring message;

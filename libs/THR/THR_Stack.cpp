@@ -12,7 +12,7 @@
 namespace thr {
 namespace {
 
-constexpr char cFile[] = "libs/THR/THR_Stack";
+constexpr char gcFile[] = "libs/THR/THR_Stack";
 
 template <typename Character_t>
 void PushText(Stack_t& stack, const std::basic_string<Character_t>& text) {
@@ -23,13 +23,14 @@ void PushText(Stack_t& stack, const std::basic_string<Character_t>& text) {
 template <typename Character_t>
 void PopText(Stack_t& stack, std::basic_string<Character_t>& text) {
     std::uint64_t count = 0;
-    stack.Pop(&count, sizeof count, cFile, __LINE__);
+    stack.Pop(&count, sizeof count, gcFile, __LINE__);
     // A count that is no count must neither wrap round nor be allocated for.
-    std::uint64_t const held = stack.Bytes().size() / sizeof(Character_t);
+    const std::uint64_t held = stack.Bytes().size() / sizeof(Character_t);
     if (count > held)
-        stack.Require(count > SIZE_MAX / sizeof(Character_t) ? SIZE_MAX : count * sizeof(Character_t), cFile, __LINE__);
+        stack.Require(count > SIZE_MAX / sizeof(Character_t) ? SIZE_MAX : count * sizeof(Character_t), gcFile,
+                      __LINE__);
     std::basic_string<Character_t> popped(count, Character_t());
-    stack.Pop(popped.data(), count * sizeof(Character_t), cFile, __LINE__);
+    stack.Pop(popped.data(), count * sizeof(Character_t), gcFile, __LINE__);
     text = std::move(popped);
 }
 

@@ -80,10 +80,10 @@ bool AppMetaData_t::IsRelease() const {
 
 const AppMetaData_t& AppMetaData() {
     static const AppMetaData_t metaData([] {
-        FirstUseScope_t const firstUse;
+        const FirstUseScope_t firstUse;
         glo::AutoPtr<AppMetaDataContainer_t> container;
         {
-            std::lock_guard const lock(Pending().mMutex);
+            const std::lock_guard lock(Pending().mMutex);
             container = std::move(Pending().mContainer);
         }
         return container ? std::move(container) : CreateAppMetaData();
@@ -93,7 +93,7 @@ const AppMetaData_t& AppMetaData() {
 
 void SetAppMetaDataContainer(AppMetaDataContainer_t* container) {
     glo::AutoPtr<AppMetaDataContainer_t> owned(container);
-    std::lock_guard const lock(Pending().mMutex);
+    const std::lock_guard lock(Pending().mMutex);
     Pending().mContainer = std::move(owned);
 }
 
@@ -110,7 +110,7 @@ glo::AutoPtr<AppMetaDataContainer_t> CreateAppMetaData() {
     container->mPartNumber = Wide(BundleText(info, "TrovikPartNumber"));
     container->mCopyright = Wide(BundleText(info, "NSHumanReadableCopyright"));
 
-    std::string const version = BundleText(info, "CFBundleVersion");
+    const std::string version = BundleText(info, "CFBundleVersion");
     container->mVersion = StringToVersion(version);
     const auto words = Words(Wide(version));
     std::wstring& type = container->mBuildType;

@@ -128,8 +128,8 @@ void DebugServer_t::PrintNewRun() {
 }
 
 void DebugServer_t::Reset() {
-    std::string const path = Utf8(mFilePath);
-    std::string const previous = path + ".previous";
+    const std::string path = Utf8(mFilePath);
+    const std::string previous = path + ".previous";
     std::remove(previous.c_str());
     std::rename(path.c_str(), previous.c_str());
 }
@@ -143,7 +143,7 @@ DebugServer_t& DebugServer() {
     static DebugServer_t off(DebugServer_t::SwitchedOff_t{});
     if (FirstUseScope_t::IsInside()) return off;
     static DebugServer_t& server = []() -> DebugServer_t& {
-        FirstUseScope_t const firstUse;
+        const FirstUseScope_t firstUse;
         static DebugServer_t made;
         return made;
     }();

@@ -8,8 +8,8 @@
 namespace win {
 namespace {
 
-constexpr char cFile[] = "libs/WIN/WIN_RegKey";
-constexpr wchar_t cTrovikPath[] = L"Software\\Trovik";
+constexpr char gcFile[] = "libs/WIN/WIN_RegKey";
+constexpr wchar_t gcTrovikPath[] = L"Software\\Trovik";
 
 }  // namespace
 
@@ -32,19 +32,19 @@ int RegKey_t::SubKeyCount() const {
 std::wstring RegKey_t::ValueName(int index) const {
     std::wstring name;
     if (RegistryUtils::ValueName(static_cast<int>(mRoot), mPath, index, name)) return name;
-    throw RegException_t(cFile, __LINE__, mPath);
+    throw RegException_t(gcFile, __LINE__, mPath);
 }
 
 std::wstring RegKey_t::SubKeyName(int index) const {
     std::wstring name;
     if (RegistryUtils::SubKeyName(static_cast<int>(mRoot), mPath, index, name)) return name;
-    throw RegException_t(cFile, __LINE__, mPath);
+    throw RegException_t(gcFile, __LINE__, mPath);
 }
 
 unsigned int RegKey_t::GetBinaryValue(const std::wstring& name, void* buffer, unsigned int size) const {
     const unsigned int count =
         RegistryUtils::GetRegistryValue(static_cast<int>(mRoot), mPath, name, buffer, static_cast<int>(size));
-    if (count == 0) throw RegError_t(cFile, __LINE__, name);
+    if (count == 0) throw RegError_t(gcFile, __LINE__, name);
     return count;
 }
 
@@ -83,12 +83,12 @@ const RegKey_t& LocalMachineKey() {
 }
 
 const RegKey_t& TrovikCurrentUserKey() {
-    static const RegKey_t key(gcRegistryCurrentUser, cTrovikPath);
+    static const RegKey_t key(gcRegistryCurrentUser, gcTrovikPath);
     return key;
 }
 
 const RegKey_t& TrovikLocalMachineKey() {
-    static const RegKey_t key(LocalMachineKey(), cTrovikPath);
+    static const RegKey_t key(LocalMachineKey(), gcTrovikPath);
     return key;
 }
 
@@ -113,14 +113,14 @@ const RegKey_t& SharedSettingsKey() {
 }
 
 bool TrovikCurrentUserKeyExists() {
-    return RegistryUtils::PathExists(gcRegistryCurrentUser, cTrovikPath);
+    return RegistryUtils::PathExists(gcRegistryCurrentUser, gcTrovikPath);
 }
 bool TrovikLocalMachineKeyExists() {
-    return RegistryUtils::PathExists(gcRegistryLocalMachine, cTrovikPath);
+    return RegistryUtils::PathExists(gcRegistryLocalMachine, gcTrovikPath);
 }
 
 bool AppLocalMachineKeyExists() {
-    return RegistryUtils::PathExists(gcRegistryLocalMachine, cTrovikPath + (L'\\' + AppMetaData().InternalName()));
+    return RegistryUtils::PathExists(gcRegistryLocalMachine, gcTrovikPath + (L'\\' + AppMetaData().InternalName()));
 }
 
 }  // namespace win

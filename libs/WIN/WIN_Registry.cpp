@@ -28,7 +28,7 @@ Registry_t::Registry_t(const RegKey_t& key)
 
 Registry_t& Registry() {
     static Registry_t& registry = []() -> Registry_t& {
-        FirstUseScope_t const firstUse;
+        const FirstUseScope_t firstUse;
         static Registry_t made(SettingsKey());
         return made;
     }();

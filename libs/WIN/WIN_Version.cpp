@@ -15,14 +15,14 @@ namespace {
 
 /// The platform's conversion of a text to an integer: blanks, a sign, digits; what doesn't fit stays at the limit.
 int IntValue(std::string_view text) {
-    constexpr std::int64_t cLimit = std::numeric_limits<int>::max();
+    constexpr std::int64_t gcLimit = std::numeric_limits<int>::max();
     text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
     const bool isNegative = text.starts_with('-');
     if (isNegative || text.starts_with('+')) text.remove_prefix(1);
     std::int64_t value = 0;
     for (const char character : text) {
         if (character < '0' || character > '9') break;
-        value = std::min(value * 10 + (character - '0'), isNegative ? cLimit + 1 : cLimit);
+        value = std::min(value * 10 + (character - '0'), isNegative ? gcLimit + 1 : gcLimit);
     }
     return static_cast<int>(isNegative ? -value : value);
 }

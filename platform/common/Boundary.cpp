@@ -9,11 +9,11 @@ constinit RaiseSiteReader gReader = nullptr;  // set while static objects are ma
 
 }  // namespace
 
-void SetRaiseSiteReader(RaiseSiteReader reader) noexcept {
+void setRaiseSiteReader(RaiseSiteReader reader) noexcept {
     gReader = reader;
 }
 
-std::string CaughtException(const char* file, int line) {
+std::string caughtException(const char* file, int line) {
     const std::string caught = std::string(file) + ", " + std::to_string(line);
     std::string thrownIn;
     int thrownAt = 0;
@@ -21,9 +21,9 @@ std::string CaughtException(const char* file, int line) {
     return "Exception thrown at " + thrownIn + ", " + std::to_string(thrownAt) + "; caught at " + caught;
 }
 
-void LogCaughtException(const char* file, int line) noexcept {
+void logCaughtException(const char* file, int line) noexcept {
     try {
-        NSLog("%s\n", CaughtException(file, line).c_str());
+        NSLog("%s\n", caughtException(file, line).c_str());
     } catch (...) {
         NSLog("Unknown exception caught at %s, %d\n", file, line);
     }

@@ -10,7 +10,7 @@ namespace platform {
 
 GlobalQueue::GlobalQueue() {
     const std::lock_guard lock(mMutex);
-    AddThread();
+    addThread();
 }
 
 GlobalQueue::~GlobalQueue() {
@@ -33,7 +33,7 @@ void GlobalQueue::dispatch_async(std::function<void()> block) {
     mBlocks.push_back(std::move(block));
     if (mBlocks.size() <= mIdle) return mWake.notify_one();
     try {
-        AddThread();
+        addThread();
     } catch (const std::system_error&) {
         // The block waits for one of those that there are.
     }
@@ -41,15 +41,15 @@ void GlobalQueue::dispatch_async(std::function<void()> block) {
 
 void GlobalQueue::dispatch_sync(const std::function<void()>& block) {
     const QueueFrame frame(this, "global");
-    RunGuarded(block, "GlobalQueue", __LINE__);
+    runGuarded(block, "GlobalQueue", __LINE__);
 }
 
-void GlobalQueue::AddThread() {
-    mThreads.emplace_back([this] { Work(); });
+void GlobalQueue::addThread() {
+    mThreads.emplace_back([this] { work(); });
     ++mIdle;
 }
 
-void GlobalQueue::Work() {
+void GlobalQueue::work() {
     const QueueFrame frame(this, "global");
     std::unique_lock lock(mMutex);
     for (;;) {
@@ -59,7 +59,7 @@ void GlobalQueue::Work() {
         std::function<void()> block = std::move(mBlocks.front());
         mBlocks.pop_front();
         lock.unlock();
-        RunGuarded(block, "GlobalQueue", __LINE__);
+        runGuarded(block, "GlobalQueue", __LINE__);
         block = nullptr;  // what it holds goes before the lock is taken again
         lock.lock();
         ++mIdle;

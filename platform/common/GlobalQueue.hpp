@@ -28,8 +28,8 @@ class GlobalQueue final : public DispatchQueue {
     void dispatch_sync(const std::function<void()>& block) override;
 
   private:
-    void AddThread();
-    void Work();
+    void addThread();
+    void work();
 
     std::mutex mMutex;
     std::condition_variable mWake;

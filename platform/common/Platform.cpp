@@ -68,7 +68,7 @@ PlatformScope::~PlatformScope() {
     gPlatform = mPrevious;
 }
 
-Clock& SystemClock() {
+Clock& systemClock() {
     // Never destroyed, as the other stand-ins: a thread may still ask while the process ends.
     static auto& machine = *new MachineClock;
     return gPlatform.clock ? *gPlatform.clock : machine;
@@ -113,7 +113,7 @@ FileAttributes& fileAttributes() {
 }
 
 double CFAbsoluteTimeGetCurrent() {
-    return SystemClock().CFAbsoluteTimeGetCurrent();
+    return systemClock().CFAbsoluteTimeGetCurrent();
 }
 
 void NSLog(const char* format, ...) {

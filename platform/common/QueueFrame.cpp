@@ -6,7 +6,7 @@
 namespace platform {
 namespace {
 
-const std::thread::id gMainThread = std::this_thread::get_id();
+const std::thread::id kMainThread = std::this_thread::get_id();
 thread_local const QueueFrame* tInnermost = nullptr;
 
 }  // namespace
@@ -27,7 +27,7 @@ bool QueueFrame::isInside(const void* queue) {
 const char* QueueFrame::currentLabel() {
     for (const QueueFrame* frame = tInnermost; frame; frame = frame->mOuter)
         if (frame->mLabel) return frame->mLabel;
-    return std::this_thread::get_id() == gMainThread ? "main" : "";
+    return std::this_thread::get_id() == kMainThread ? "main" : "";
 }
 
 }  // namespace platform

@@ -53,7 +53,7 @@ RunLoopMainQueue::RunLoopMainQueue(CFRunLoops& runLoops) : mLoop(runLoops.CFRunL
 
 void RunLoopMainQueue::dispatch_async(std::function<void()> block) {
     mLoop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode,
-                                 [block = std::move(block)] { RunGuarded(block, "RunLoopMainQueue", __LINE__); });
+                                 [block = std::move(block)] { runGuarded(block, "RunLoopMainQueue", __LINE__); });
 }
 
 void RunLoopMainQueue::dispatch_sync(const std::function<void()>& block) {
@@ -61,7 +61,7 @@ void RunLoopMainQueue::dispatch_sync(const std::function<void()>& block) {
     auto done = std::make_shared<std::promise<void>>();
     const std::future<void> ran = done->get_future();
     mLoop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, [&block, done = std::move(done)] {
-        RunGuarded(block, "RunLoopMainQueue", __LINE__);
+        runGuarded(block, "RunLoopMainQueue", __LINE__);
         done->set_value();
     });
     ran.wait();
@@ -82,7 +82,7 @@ std::shared_ptr<NSTimer> RunLoopMainQueue::scheduledTimerWithTimeInterval(CFTime
                                                        const auto self = weak.lock();
                                                        if (!self || !self->valid) return;
                                                        if (!self->repeats) self->valid = false;
-                                                       RunGuarded(self->handler, "RunLoopMainQueue", __LINE__);
+                                                       runGuarded(self->handler, "RunLoopMainQueue", __LINE__);
                                                    });
     };
     if (std::this_thread::get_id() == mMainThread) {

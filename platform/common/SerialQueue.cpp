@@ -13,8 +13,8 @@
 namespace platform {
 namespace {
 
-void runGuarded(const std::function<void()>& block) {
-    RunGuarded(block, "SerialQueue", __LINE__);
+void runBlock(const std::function<void()>& block) {
+    runGuarded(block, "SerialQueue", __LINE__);
 }
 
 }  // namespace
@@ -36,7 +36,7 @@ struct SerialQueue::State {
 
 void SerialQueue::State::run(const std::function<void()>& block) {
     const QueueFrame frame(this, label.c_str());
-    runGuarded(block);
+    runBlock(block);
 }
 
 void SerialQueue::State::work() {
@@ -50,7 +50,7 @@ void SerialQueue::State::work() {
         guard.unlock();
         {
             const QueueFrame frame(this, label.c_str());
-            runGuarded(block);
+            runBlock(block);
             // What it holds goes on the queue, and before the lock is taken again: it may be an object that asks
             // which queue it ends on, or the queue itself.
             block = nullptr;
@@ -104,7 +104,7 @@ void SerialQueue::dispatch_sync(const std::function<void()>& block) {
     // Shared, because the thread that counts down touches it once more after this one has seen it.
     const auto done = std::make_shared<std::latch>(1);
     dispatch_async([&block, done] {
-        runGuarded(block);
+        runBlock(block);
         done->count_down();
     });
     done->wait();

@@ -18,8 +18,8 @@
 namespace platform {
 namespace {
 
-void runGuarded(const std::function<void()>& block) {
-    RunGuarded(block, "QtMainQueue", __LINE__);
+void runBlock(const std::function<void()>& block) {
+    runGuarded(block, "QtMainQueue", __LINE__);
 }
 
 }  // namespace
@@ -107,16 +107,16 @@ QtMainQueue::~QtMainQueue() {
 }
 
 void QtMainQueue::dispatch_async(std::function<void()> block) {
-    mMainThread->post([block = std::move(block)] { runGuarded(block); });
+    mMainThread->post([block = std::move(block)] { runBlock(block); });
 }
 
 void QtMainQueue::dispatch_sync(const std::function<void()>& block) {
-    if (mMainThread->isCurrent()) return runGuarded(block);
+    if (mMainThread->isCurrent()) return runBlock(block);
     // A block that is dropped breaks the promise, which ends the wait as well.
     auto done = std::make_shared<std::promise<void>>();
     const std::future<void> future = done->get_future();
     mMainThread->post([&block, done = std::move(done)] {
-        runGuarded(block);
+        runBlock(block);
         done->set_value();
     });
     future.wait();
@@ -139,7 +139,7 @@ std::shared_ptr<NSTimer> QtMainQueue::scheduledTimerWithTimeInterval(CFTimeInter
                 timer->stop();
                 timer->deleteLater();
             }
-            runGuarded(handler);
+            runBlock(handler);
         });
         timer->start(period.milliseconds);
     });

@@ -16,10 +16,10 @@ class NotificationSource final : public platform::CFRunLoopSource {
     NotificationSource(std::shared_ptr<BusCore> core, std::shared_ptr<Listener> listener)
         : mCore(std::move(core)), mListener(std::move(listener)) {}
 
-    void Scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
+    void scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
         mCore->locked([&](Aftermath& after) { return mListener->scheduled(loop, mode, after), 0; });
     }
-    void Cancelled() override {
+    void cancelled() override {
         mCore->locked([&](Aftermath&) { return mListener->cancelled(), 0; });
     }
 

@@ -21,10 +21,10 @@ class CompletionSource final : public platform::CFRunLoopSource {
     CompletionSource(std::shared_ptr<BusCore> core, std::shared_ptr<Connection> connection)
         : mCore(std::move(core)), mConnection(std::move(connection)) {}
 
-    void Scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
+    void scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
         mCore->locked([&](Aftermath& after) { return mConnection->scheduled(loop, mode, after), 0; });
     }
-    void Cancelled() override {
+    void cancelled() override {
         mConnection->takeBack(mCore->locked([&](Aftermath&) { return mConnection->cancelled(); }));
     }
 

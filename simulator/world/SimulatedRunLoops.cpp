@@ -75,11 +75,11 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
     void CFRunLoopAddSource(const std::shared_ptr<platform::CFRunLoopSource>& source, std::string_view mode) override {
         assertOwner();
         mSources.push_back(source);
-        source->Scheduled(shared_from_this(), mode);
+        source->scheduled(shared_from_this(), mode);
     }
 
     void CFRunLoopRemoveSource(const std::shared_ptr<platform::CFRunLoopSource>& source) override {
-        if (std::erase(mSources, source) > 0) source->Cancelled();
+        if (std::erase(mSources, source) > 0) source->cancelled();
     }
 
     std::unique_ptr<platform::CFRunLoopTimer> CFRunLoopAddTimer(std::string_view mode,
@@ -106,7 +106,7 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
 
     /// The loop's thread ends: its sources let go of it.
     void finish() {
-        for (auto& source : std::exchange(mSources, {})) source->Cancelled();
+        for (auto& source : std::exchange(mSources, {})) source->cancelled();
         decltype(mModes) modes;
         const std::lock_guard lock(mMutex);
         mFinished = true;

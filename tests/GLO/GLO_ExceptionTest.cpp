@@ -76,7 +76,7 @@ TEST(Exception, BoundaryLogsWhatItCaughtInTheFixedForm) {
     try {
         throw glo::Terminate_t("libs/X/X_File", 7);
     } catch (...) {
-        platform::LogCaughtException("libs/Y/Y_Port", 8);
+        platform::logCaughtException("libs/Y/Y_Port", 8);
     }
     EXPECT_EQ(world.log(),
               std::vector<std::string>{"Exception thrown at libs/X/X_File, 7; caught at libs/Y/Y_Port, 8\n"});

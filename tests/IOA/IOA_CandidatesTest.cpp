@@ -9,7 +9,7 @@ namespace {
 
 TEST(Candidates, RowIsTheOneWithTheLargestVersionAtOrBelowAndIsReadLeniently) {
     const char* const rows[] = {"  5   10   A1\t\n L002  D1018", "5 10 A999", "5 20 A7 Dx A8", "6 -5", "7 0 A70000 A1"};
-    ioa::Candidates_t const table(5, rows, "P0 Q");
+    const ioa::Candidates_t table(5, rows, "P0 Q");
     const std::tuple<int, int, int, std::string> lookups[] = {
         {5, 19, 0, "A001 L002 D1018 P000"},  // the first of two equal rows
         {5, 20, 0, "A007 P000"},             // up to the token that doesn't read

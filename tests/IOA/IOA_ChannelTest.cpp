@@ -49,7 +49,7 @@ struct Channel : testing::Test {
 TEST_F(Channel, IdentificationAsksOnceTakesThreeAnswersAndSwitchesUnaskedDataOff) {
     ProductArrives(7, 202, 2999);
     ProtocolsArrive("P000 A010", 999).Arrives(248, {'x', 0}, 999);
-    ftx::Channel_t const channel(link);
+    const ftx::Channel_t channel(link);
     EXPECT_EQ(channel.Product().softwareVersion, 202);
     EXPECT_EQ(channel.ProductExt().descriptions, (std::vector<std::wstring>{L"x"}));
     EXPECT_EQ(TextOf(channel.Protocols()), "P000 A010 A001");

@@ -76,7 +76,7 @@ TEST(Packets, EncodingIsByteExactAndDecodingTakesSurplusButNothingShorter) {
         EXPECT_EQ(form.packet->ProduceFrame().Id(), form.id);
         EXPECT_EQ(form.packet->ProduceFrame().Bytes(), form.payload);
         for (unsigned int size = 0; size < form.payload.size(); ++size) {
-            iol::Frame_t const cut(form.id, form.payload.data(), size);
+            const iol::Frame_t cut(form.id, form.payload.data(), size);
             EXPECT_THROW(form.blank->AcceptFrame(cut), iol::BadFrame_t) << size;
         }
         Bytes longer = form.payload;
@@ -100,7 +100,7 @@ TEST(Packets, RawCommandKeepsItsNumberAndTakesAnyData) {
 
 TEST(ProductData, WhateverTheDeviceSendsIsTakenOrABadFrame) {
     using namespace std::string_literals;
-    std::string const numbers = "\x07\x01\xFE\xFF";
+    const std::string numbers = "\x07\x01\xFE\xFF";
     const std::pair<std::string, Texts> cases[] = {
         {numbers, {}},
         {numbers + "Model \xC3\xA9\0\0second\0"s, {L"Model \u00E9", L"", L"second"}},

@@ -66,7 +66,7 @@ std::string Ask(const P& protocols, Query query) {
 TEST(ProtocolQueries, EachAsksForExactlyItsEntries) {
     for (const auto& [query, list] : kSatisfied) {
         SCOPED_TRACE(list);
-        P const whole = ProtocolsFrom("P000 L001 " + list);
+        const P whole = ProtocolsFrom("P000 L001 " + list);
         EXPECT_EQ(Ask(whole, query), "yes");
         // Without any one of the entries, or with a data type that no set knows, the answer is another.
         for (std::size_t i = 2; i < whole.size(); ++i) {
@@ -115,7 +115,7 @@ TEST(ProtocolQueries, TypeSetsHoldTheirMembersAndNoOthers) {
     for (const auto& [query, before, after, members] : cases) {
         std::string found;
         for (int number = 0; number < 1100; ++number) {
-            std::string const text = std::to_string(number);
+            const std::string text = std::to_string(number);
             if (Ask(ProtocolsFrom(before + " D" + text + after), query) == "yes") found += " " + text;
         }
         EXPECT_EQ(found, members);

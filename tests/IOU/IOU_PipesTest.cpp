@@ -36,7 +36,7 @@ class Pipes : public ScriptedDevice, public testing::Test {
 };
 
 TEST_F(Pipes, PacketGoesOnAsLongAsReadsComeBackFull) {
-    for (std::size_t const size : {20UL, 4095UL, 4096UL, 4097UL, 4116UL, 8192UL, 12288UL + 64UL}) {
+    for (const std::size_t size : {20UL, 4095UL, 4096UL, 4097UL, 4116UL, 8192UL, 12288UL + 64UL}) {
         usb.bringsPacket(kInterrupt, packet(20, 30, Bytes(size - 12, 7)));
         EXPECT_EQ(frames(), (Frames{{30, size - 12}})) << size;
     }
@@ -108,7 +108,7 @@ TEST_F(Pipes, PacketWithoutEndIsDroppedAtItsEndAndHoldsNoMemory) {
 }
 
 TEST_F(Pipes, TalkThatNobodyFetchesIsBounded) {
-    std::size_t const room = iou::Session_t::gcMaxQueuedBytes / (12 + 2000 + 64);
+    const std::size_t room = iou::Session_t::gcMaxQueuedBytes / (12 + 2000 + 64);
     for (std::size_t i = 0; i < room + 100; ++i)
         usb.brings(kInterrupt, packet(20, static_cast<std::uint16_t>(i), Bytes(2000)));
     usb.endsWrite({.delay = milliseconds(10)});

@@ -139,7 +139,7 @@ TEST_F(StartedSession, WriteThatFillsItsLastPacketEndsWithTheEmptyOne) {
 TEST(Session, ReportedErrorStaysWhateverHasBeenReceived) {
     using simulator::Pipe;
     for (const auto pipe : {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut}) {
-        std::string const site = pipe == Pipe::BulkOut ? "libs/IOU/mac/IOU_OutPipe 126" : "libs/IOU/mac/IOU_InPipe 178";
+        const std::string site = pipe == Pipe::BulkOut ? "libs/IOU/mac/IOU_OutPipe 126" : "libs/IOU/mac/IOU_InPipe 178";
         auto profile = simulator::Profile::instant();
         profile.endsBulkRuns = false;  // so that the bulk pipe, once read, goes on being read
         SimulatedDevice world(profile);

@@ -18,9 +18,9 @@ constexpr auto kInterrupt = ScriptedUsb::kInterruptIn;
 
 /// What a trace says behind its banner, without the time stamps.
 std::string traced(const std::string& file) {
-    std::string const trace = ReadFile(file);
-    std::string const behindBanner = trace.substr(trace.find('\n', trace.find('\n') + 1) + 1);
-    std::regex const stamp("^[0-9:]+ *: ", std::regex::multiline);
+    const std::string trace = ReadFile(file);
+    const std::string behindBanner = trace.substr(trace.find('\n', trace.find('\n') + 1) + 1);
+    const std::regex stamp("^[0-9:]+ *: ", std::regex::multiline);
     return std::regex_replace(behindBanner, stamp, "");
 }
 
@@ -72,9 +72,9 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionAndItsExchangesInOrder) {
     }
     EXPECT_EQ(traced(folder / "Trovik/IoLinkDebug.txt.log"), kExchange);
 
-    std::string const reads = "Interrupt ReadPipeAsync IOResult: 0\n";
-    std::string const opening = "Constructing Session\nConstructing Out Pipe.\nOut Pipe Constructed.\n" + reads;
-    std::string const closing = "Out AbortPipe\nOut Pipe Destructed.\nInterrupt AbortPipe\nBulk AbortPipe\n";
+    const std::string reads = "Interrupt ReadPipeAsync IOResult: 0\n";
+    const std::string opening = "Constructing Session\nConstructing Out Pipe.\nOut Pipe Constructed.\n" + reads;
+    const std::string closing = "Out AbortPipe\nOut Pipe Destructed.\nInterrupt AbortPipe\nBulk AbortPipe\n";
     const auto bytes = [](const char* what, int size) { return what + (" Bytes: " + std::to_string(size)); };
     const auto got = [&](int size) { return bytes("Interrupt CompleteReadOfSize", size) + " IOResult: 0\n"; };
     const auto writes = [&](int size) { return bytes("Out WriteAsync", size) + " IOResult: 0\n"; };
@@ -82,7 +82,7 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionAndItsExchangesInOrder) {
     const auto bad = [&](int size, const std::string& reason, const char* dump) {
         return got(size) + reason + "\nBad packet:\n0000: " + dump + "\n" + reads;
     };
-    std::string const sent = "SendFrameWithTimeout complete. Layer: ";
+    const std::string sent = "SendFrameWithTimeout complete. Layer: ";
     std::string expected = opening;
     for (int attempt = 0; attempt < 6; ++attempt) expected += writes(12) + wrote(12) + sent + "0 Id: 5 Size: 0\n";
     expected +=

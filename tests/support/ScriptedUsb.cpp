@@ -112,12 +112,12 @@ class ScriptedUsb::Node final : public platform::IOService,
     }
 
     // CFRunLoopSource
-    void Scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
+    void scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
         mUsb.mLoop = loop;
         mUsb.mMode = mode;
         mUsb.pump();
     }
-    void Cancelled() override { mUsb.mLoop.reset(); }
+    void cancelled() override { mUsb.mLoop.reset(); }
 
   private:
     static constexpr std::uint8_t kConfiguration = 7;  // not what one would guess

@@ -3,7 +3,7 @@
 namespace {
 
 [[maybe_unused]] const bool gIsInstalled = [] {
-    platform::InstallCrashHandler("", "test");
+    platform::installCrashHandler("", "test");
     return true;
 }();
 

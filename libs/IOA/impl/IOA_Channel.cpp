@@ -9,11 +9,11 @@
 namespace ioa {
 namespace {
 
-constexpr unsigned short kNoProtocolsLine = 86;  // a stable identifier that support knows, not this file's line
+constexpr unsigned short gcNoProtocolsLine = 86;  // a stable identifier that support knows, not this file's line
 
 }  // namespace
 
-win::Duration_t const Channel_t::mPcpTimeout{1000};
+const win::Duration_t Channel_t::mPcpTimeout{1000};
 
 Channel_t::Channel_t(iol::Link_t& link) : mLink(link) {
     Identify();
@@ -30,7 +30,7 @@ void Channel_t::Identify() {
     } else {
         AppendMissingProtocols(mProductData, mProtocols);
     }
-    if (mProtocols.empty()) throw InvalidProtocolInformation_t("libs/IOA/impl/IOA_Channel", kNoProtocolsLine);
+    if (mProtocols.empty()) throw InvalidProtocolInformation_t("libs/IOA/impl/IOA_Channel", gcNoProtocolsLine);
     GetOptionalPacket(mProductDataExt);
     CmndAsyncOff();
 }

@@ -27,7 +27,7 @@ constexpr win::Duration_t gcStartAttempt{500};            ///< each half of an a
 constexpr std::uint32_t gcDefaultMaxPacketSize = 255;     ///< of a device that does not tell
 constexpr std::size_t gcKeepingPerPacket = 64;            ///< bytes a queued packet counts for besides its own
 
-std::size_t queuedSize(const std::vector<unsigned char>& packet) {
+std::size_t QueuedSize(const std::vector<unsigned char>& packet) {
     return packet.size() + gcKeepingPerPacket;
 }
 
@@ -68,7 +68,7 @@ Session_t::~Session_t() {
 }
 
 void Session_t::Start(const std::string& registryPath, win::Duration_t timeout) {
-    platform::CFAbsoluteTime const deadline = ConvertDurationToAbsoluteTime(timeout);
+    const platform::CFAbsoluteTime deadline = ConvertDurationToAbsoluteTime(timeout);
     mDevice = std::make_unique<Device_t>(registryPath, *this);
     CheckForError();
 
@@ -123,7 +123,7 @@ void Session_t::Abandon(const std::string& registryPath) {
     if (!mErrorOccurred) return;
     std::string reason;
     if (!wasOpened && mErrorCode != 0)
-        reason = platform::kIOMasterPortDefault().DescribeOpenFailure(registryPath, mErrorCode);
+        reason = platform::kIOMasterPortDefault().describeOpenFailure(registryPath, mErrorCode);
     if (reason.empty())
         reason = std::string("The USB device can't be used: ") +
                  (mErrorCode == 0 ? "not fit for it" : platform::IOReturnText(mErrorCode));
@@ -163,7 +163,7 @@ iol::Frame_t Session_t::GetFrameWithTimeout(win::Duration_t timeout) {
     auto bytes = TakePacket();
     const auto packet = MakeUsbPacket(bytes);
     glo::Assert(packet.has_value(), gcFile, __LINE__);  // the pipes queue nothing that has not passed
-    std::uint16_t const id = packet->id;
+    const std::uint16_t id = packet->id;
     bytes.erase(bytes.begin(), bytes.begin() + gcUsbPacketHeaderSize);  // the packet's own storage becomes the frame's
     iol::Frame_t frame(id, std::move(bytes));
     trace.PrintStr("GetFrameWithTimeout complete. Id: ");
@@ -185,18 +185,18 @@ void Session_t::CheckForError() const {
 }
 
 void Session_t::SavePacket(const std::vector<unsigned char>& packet) {
-    if (mQueuedBytes + queuedSize(packet) > gcMaxQueuedBytes) {
+    if (mQueuedBytes + QueuedSize(packet) > gcMaxQueuedBytes) {
         DebugServer().PrintStr("Packet discarded!\nNobody fetches what has been received\n");
         return;
     }
     mReceived.push_back(packet);
-    mQueuedBytes += queuedSize(packet);
+    mQueuedBytes += QueuedSize(packet);
 }
 
 std::vector<unsigned char> Session_t::TakePacket() {
     auto packet = std::move(mReceived.front());
     mReceived.pop_front();
-    mQueuedBytes -= queuedSize(packet);
+    mQueuedBytes -= QueuedSize(packet);
     return packet;
 }
 

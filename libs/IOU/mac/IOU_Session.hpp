@@ -101,9 +101,9 @@ class Session_t : private glo::NonCopyable_t {
     std::vector<unsigned char> TakePacket();
     void AssertOwnerThread() const;
 
-    std::thread::id const mOwner = std::this_thread::get_id();
+    const std::thread::id mOwner = std::this_thread::get_id();
     const std::shared_ptr<platform::CFRunLoop> mRunLoop;  ///< the owner thread's
-    std::string const mRunLoopMode;                       ///< this session's alone
+    const std::string mRunLoopMode;                       ///< this session's alone
     std::uint32_t mMaxPacketSize = 0;
     std::uint32_t mUnitId = 0;
     std::deque<std::vector<unsigned char>> mReceived;  ///< oldest first; each a whole USB packet that has been checked

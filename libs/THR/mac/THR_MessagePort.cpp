@@ -15,17 +15,17 @@
 namespace thr {
 namespace {
 
-constexpr char cFile[] = "libs/THR/mac/THR_MessagePort";
-constexpr char cApplicationGroup[] = "TEAMID0000.Trovik";
-constexpr double cSendTimeout = 0.1;  // seconds
+constexpr char gcFile[] = "libs/THR/mac/THR_MessagePort";
+constexpr char gcApplicationGroup[] = "TEAMID0000.Trovik";
+constexpr double gcSendTimeout = 0.1;  // seconds
 
 }  // namespace
 
 MessagePort_t::MessagePort_t(MessageHandlerIntf_t* handler) {
-    std::string const name = std::string(cApplicationGroup) + '.' + platform::CFUUIDCreateString();
+    const std::string name = std::string(gcApplicationGroup) + '.' + platform::CFUUIDCreateString();
     mPort = platform::CFMessagePort::CFMessagePortCreateLocal(
         name, [handler](std::int32_t id, const platform::CFData& data) { HandlePortMessage(id, data, handler); });
-    if (!mPort) throw Exception_t(cFile, __LINE__, std::wstring());
+    if (!mPort) throw Exception_t(gcFile, __LINE__, std::wstring());
     mName = glo::wstring(name, win::Utf8Encoding());
     mPort->CFRunLoopAddSource();
 }
@@ -36,16 +36,16 @@ MessagePort_t::MessagePort_t(const std::wstring& name)
 MessagePort_t::~MessagePort_t() = default;
 
 void MessagePort_t::SendStack(std::int32_t id, Stack_t& stack, const std::wstring& name) {
-    if (stack.IsEmpty()) throw Exception_t(cFile, __LINE__, std::wstring());
+    if (stack.IsEmpty()) throw Exception_t(gcFile, __LINE__, std::wstring());
     stack << name;
     for (;;) {
-        std::int32_t const result = mPort ? mPort->CFMessagePortSendRequest(id, stack.Bytes(), cSendTimeout)
+        const std::int32_t result = mPort ? mPort->CFMessagePortSendRequest(id, stack.Bytes(), gcSendTimeout)
                                           : platform::kCFMessagePortIsInvalid;
         if (result == platform::kCFMessagePortSuccess) return;
         if (result != platform::kCFMessagePortSendTimeout) {
-            throw Exception_t(cFile, __LINE__, L"CFMessagePortSendRequest ReturnCode = " + std::to_wstring(result));
+            throw Exception_t(gcFile, __LINE__, L"CFMessagePortSendRequest ReturnCode = " + std::to_wstring(result));
         }
-        platform::CFRunLoopGetCurrent()->CFRunLoopRunInMode(platform::kCFRunLoopDefaultMode, cSendTimeout, false);
+        platform::CFRunLoopGetCurrent()->CFRunLoopRunInMode(platform::kCFRunLoopDefaultMode, gcSendTimeout, false);
     }
 }
 
@@ -56,14 +56,14 @@ void MessagePort_t::WhenInvalid(std::function<void()> block) {
 void MessagePort_t::HandlePortMessage(std::int32_t id, const std::vector<unsigned char>& data,
                                       MessageHandlerIntf_t* handler) {
     try {
-        if (!handler) return platform::NSLog("Error: No message handler at %s, %d\n", cFile, __LINE__);
+        if (!handler) return platform::NSLog("Error: No message handler at %s, %d\n", gcFile, __LINE__);
         if (data.empty()) return;
         Stack_t stack(data);
         std::wstring name;
         stack >> name;
         handler->ProcessMessage(stack, id, name);
     } catch (...) {
-        platform::LogCaughtException(cFile, __LINE__);
+        platform::logCaughtException(gcFile, __LINE__);
     }
 }
 

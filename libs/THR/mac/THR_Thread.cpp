@@ -17,7 +17,7 @@
 namespace thr {
 namespace {
 
-constexpr char cFile[] = "libs/THR/mac/THR_Thread";
+constexpr char gcFile[] = "libs/THR/mac/THR_Thread";
 
 using Entry_t = void (*)(Stack_t&);
 
@@ -29,7 +29,7 @@ void Start(std::vector<unsigned char> data) noexcept {
         stack >> entry;
         entry(stack);
     } catch (...) {
-        platform::LogCaughtException(cFile, __LINE__);
+        platform::logCaughtException(gcFile, __LINE__);
     }
     LocalPort_t::ReleaseLocalPort();
 }
@@ -46,7 +46,7 @@ void StartThread(void (*entry)(Stack_t&), Stack_t& arguments) {
     try {
         std::thread(Start, arguments.Bytes()).detach();
     } catch (const std::system_error&) {
-        throw Exception_t(cFile, __LINE__, std::wstring());
+        throw Exception_t(gcFile, __LINE__, std::wstring());
     }
 }
 
@@ -55,8 +55,8 @@ void ProcessMessageWithNoWait() {
 }
 
 void ProcessMessageWithInfiniteWait() {
-    constexpr double cEndless = 1e10;  // seconds; what the platform takes for "distant future"
-    RunDefaultMode(cEndless, true);
+    constexpr double gcEndless = 1e10;  // seconds; what the platform takes for "distant future"
+    RunDefaultMode(gcEndless, true);
 }
 
 void ProcessMessageUntil(double absoluteTime) {

@@ -56,7 +56,7 @@ void WINNativeTimer_t::Fired(std::uint64_t generation, bool repeats) {
         if (generation != mGeneration) return;
     }
     const std::weak_ptr<void> self = mSelf;
-    platform::RunGuarded([this] { runCallback(); }, "libs/WIN/mac/WINNativeTimer", __LINE__);
+    platform::runGuarded([this] { runCallback(); }, "libs/WIN/mac/WINNativeTimer", __LINE__);
     if (self.expired()) return;  // the handler has destroyed its timer, and this with it
     const std::lock_guard lock(mLock);
     if (!repeats && generation == mGeneration) mIsRunning = false;

@@ -46,7 +46,7 @@ Subkey_t CRegistry::Walk(const std::string& path, bool create) const {
     std::string rest = path;
     while (key && !rest.empty() && rest != "/") {
         const auto slash = rest.find('/');
-        std::string const head = rest.substr(0, slash);
+        const std::string head = rest.substr(0, slash);
         rest = slash == std::string::npos ? std::string() : rest.substr(slash + 1);
         auto it = key->mEntries.find(head);
         if (it == key->mEntries.end()) {
@@ -61,7 +61,7 @@ Subkey_t CRegistry::Walk(const std::string& path, bool create) const {
 }
 
 bool CRegistry::OpenKeyPath(const TXString& path, bool create) {
-    std::lock_guard const lock(win::MacRegistryStore().TreeMutex());
+    const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     Subkey_t key = Walk(WithSlashes(path), create);
     if (!key) return false;
     mOpenKey = std::move(key);
@@ -78,7 +78,7 @@ const PropertyList* CRegistry::Find(const TXString& name) const {
 }
 
 bool CRegistry::Read(const TXString& name, TXString& value) const {
-    std::lock_guard const lock(win::MacRegistryStore().TreeMutex());
+    const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     const PropertyList* found = Find(name);
     const std::string* text = found ? found->string() : nullptr;
     if (text) value = glo::wstring(*text, win::Utf8Encoding());
@@ -86,7 +86,7 @@ bool CRegistry::Read(const TXString& name, TXString& value) const {
 }
 
 bool CRegistry::Read(const TXString& name, int& value) const {
-    std::lock_guard const lock(win::MacRegistryStore().TreeMutex());
+    const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     const PropertyList* found = Find(name);
     if (!found) return false;
     if (const auto* data = std::get_if<PropertyList::Data>(&found->value)) {
@@ -105,7 +105,7 @@ bool CRegistry::Read(const TXString& name, int& value) const {
 }
 
 unsigned int CRegistry::Read(const TXString& name, void* buffer, unsigned int size) const {
-    std::lock_guard const lock(win::MacRegistryStore().TreeMutex());
+    const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     const PropertyList* found = Find(name);
     if (!found) return gcAbsent;
     const auto* data = std::get_if<PropertyList::Data>(&found->value);
@@ -116,7 +116,7 @@ unsigned int CRegistry::Read(const TXString& name, void* buffer, unsigned int si
 }
 
 bool CRegistry::Store(const TXString& name, PropertyList value) {
-    std::lock_guard const lock(win::MacRegistryStore().TreeMutex());
+    const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     if (!mOpenKey) return false;
     mOpenKey->mEntries.insert_or_assign(Utf8(name), std::move(value));
     mIsDirty = true;
@@ -138,16 +138,16 @@ bool CRegistry::Write(const TXString& name, const void* data, unsigned int size)
 }
 
 bool CRegistry::Remove(const TXString& name) {
-    std::lock_guard const lock(win::MacRegistryStore().TreeMutex());
+    const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     if (!mOpenKey || mOpenKey->mEntries.erase(Utf8(name)) == 0) return false;
     mIsDirty = true;
     return true;
 }
 
 bool CRegistry::RemoveTerminalNodeOfPath(const TXString& path) {
-    std::string const text = WithSlashes(path);
+    const std::string text = WithSlashes(path);
     const auto slash = text.rfind('/');
-    std::lock_guard const lock(win::MacRegistryStore().TreeMutex());
+    const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     const Subkey_t parent = Walk(slash == std::string::npos ? std::string() : text.substr(0, slash), false);
     if (!parent || parent->mEntries.erase(text.substr(slash + 1)) == 0) return false;
     mIsDirty = true;
@@ -155,14 +155,14 @@ bool CRegistry::RemoveTerminalNodeOfPath(const TXString& path) {
 }
 
 int CRegistry::CountOf(bool subkeys) const {
-    std::lock_guard const lock(win::MacRegistryStore().TreeMutex());
+    const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     if (!mOpenKey) return 0;
     return static_cast<int>(std::count_if(mOpenKey->mEntries.begin(), mOpenKey->mEntries.end(),
                                           [&](const auto& entry) { return IsSubkey(entry.second) == subkeys; }));
 }
 
 bool CRegistry::NameOf(int index, bool subkeys, TXString& name) const {
-    std::lock_guard const lock(win::MacRegistryStore().TreeMutex());
+    const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     if (!mOpenKey || index < 0) return false;
     for (const auto& [key, entry] : mOpenKey->mEntries) {
         if (IsSubkey(entry) != subkeys || index-- > 0) continue;

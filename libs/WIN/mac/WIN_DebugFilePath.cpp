@@ -9,12 +9,12 @@
 namespace win {
 
 std::wstring DebugFileDirectory() {
-    std::string const caches = platform::cachesDirectory();
+    const std::string caches = platform::cachesDirectory();
     return caches.empty() ? std::wstring() : glo::wstring(caches, Utf8Encoding()) + L"/Trovik/";
 }
 
 std::wstring DebugFilePath(const std::wstring& suffix, const std::wstring& name) {
-    std::wstring const directory = DebugFileDirectory();
+    const std::wstring directory = DebugFileDirectory();
     if (directory.empty()) return {};  // a user without a home folder: the file can't be opened and traces are lost
     // Fails where the caches folder itself is missing; the traces are lost then as well.
     mkdir(glo::string(directory, Utf8Encoding()).c_str(), S_IRWXU);

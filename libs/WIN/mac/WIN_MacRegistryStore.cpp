@@ -13,8 +13,8 @@ namespace {
 using platform::PropertyList;
 using Subkey_t = RegistryDictionary_t::Subkey_t;
 
-constexpr char cStoreName[] = "RegistryRoot";
-constexpr Duration_t cSaveDelay = 1;
+constexpr char gcStoreName[] = "RegistryRoot";
+constexpr Duration_t gcSaveDelay = 1;
 
 Subkey_t TreeFrom(const PropertyList::Dictionary& dictionary) {
     auto key = std::make_shared<RegistryDictionary_t>();
@@ -39,7 +39,7 @@ PropertyList ListFrom(const RegistryDictionary_t& key) {
 }  // namespace
 
 MacRegistryStore_t::MacRegistryStore_t() {
-    const auto saved = platform::standardUserDefaults().objectForKey(cStoreName);
+    const auto saved = platform::standardUserDefaults().objectForKey(gcStoreName);
     const auto* dictionary = saved ? saved->dictionary() : nullptr;
     mRoot = TreeFrom(dictionary ? *dictionary : PropertyList::Dictionary());
     SetHandler(*this);
@@ -48,32 +48,32 @@ MacRegistryStore_t::MacRegistryStore_t() {
 MacRegistryStore_t::~MacRegistryStore_t() = default;
 
 void MacRegistryStore_t::Save() {
-    std::lock_guard const lock(mTimerMutex);
+    const std::lock_guard lock(mTimerMutex);
     Stop();
-    Start(cSaveDelay);
+    Start(gcSaveDelay);
 }
 
 void MacRegistryStore_t::HandleTimeout() {
     // Stopped before the tree is copied: what another thread writes from here on starts the timer again.
     {
-        std::lock_guard const lock(mTimerMutex);
+        const std::lock_guard lock(mTimerMutex);
         Stop();
     }
     PropertyList root;
     {
-        std::lock_guard const lock(mTreeMutex);
+        const std::lock_guard lock(mTreeMutex);
         root = ListFrom(*mRoot);
     }
     auto& defaults = platform::standardUserDefaults();
-    std::string const domainName = platform::mainBundle().bundleIdentifier();
+    const std::string domainName = platform::mainBundle().bundleIdentifier();
     auto domain = defaults.persistentDomainForName(domainName);
-    domain.insert_or_assign(cStoreName, std::move(root));
+    domain.insert_or_assign(gcStoreName, std::move(root));
     defaults.setPersistentDomain(domain, domainName);
 }
 
 MacRegistryStore_t& MacRegistryStore() {
     static MacRegistryStore_t& store = []() -> MacRegistryStore_t& {
-        FirstUseScope_t const firstUse;
+        const FirstUseScope_t firstUse;
         static MacRegistryStore_t made;
         return made;
     }();

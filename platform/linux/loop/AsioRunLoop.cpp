@@ -61,11 +61,11 @@ class AsioRunLoop::ModeUse {
   public:
     ModeUse(std::shared_ptr<AsioRunLoop> runLoop, std::string_view name) : loop(std::move(runLoop)) {
         const std::lock_guard lock(loop->mMutex);
-        mode = loop->ModeNamed(name);
+        mode = loop->modeNamed(name);
         ++mode->users;
     }
     ~ModeUse() {
-        if (mode) loop->Leave(*mode);
+        if (mode) loop->leave(*mode);
     }
     ModeUse(ModeUse&&) = default;
     ModeUse& operator=(ModeUse&& other) noexcept {
@@ -120,7 +120,7 @@ class AsioRunLoop::Timer final : public CFRunLoopTimer {
 
     void CFRunLoopTimerInvalidate() override {
         if (!mState->use) return;
-        mState->use->loop->AssertOwner();
+        mState->use->loop->assertOwner();
         std::erase_if(mState->use->mode->timers, [&](const auto& entry) { return entry.second == mState; });
         mState->use.reset();
     }
@@ -131,7 +131,7 @@ class AsioRunLoop::Timer final : public CFRunLoopTimer {
 
 std::unique_ptr<CFRunLoopTimer> AsioRunLoop::CFRunLoopAddTimer(std::string_view mode, CFAbsoluteTime fireDate,
                                                                CFTimeInterval interval, std::function<void()> handler) {
-    AssertOwner();
+    assertOwner();
     auto state =
         std::make_shared<TimerState>(TimerState{ModeUse(shared_from_this(), mode), interval, std::move(handler)});
     state->use->mode->timers.emplace(fireDate, state);
@@ -139,7 +139,7 @@ std::unique_ptr<CFRunLoopTimer> AsioRunLoop::CFRunLoopAddTimer(std::string_view 
 }
 
 /// Fires a timer, unless it has been invalidated, or has fired, since it was found to be due.
-bool AsioRunLoop::Fire(Mode& mode, std::shared_ptr<TimerState> state) {
+bool AsioRunLoop::fire(Mode& mode, std::shared_ptr<TimerState> state) {
     const auto entry = std::find_if(mode.timers.begin(), mode.timers.end(),
                                     [&](const auto& candidate) { return candidate.second == state; });
     if (entry == mode.timers.end() || entry->first > CFAbsoluteTimeGetCurrent()) return false;
@@ -165,7 +165,7 @@ struct AsioRunLoop::WatchState {
     std::function<void()> handler;
     bool live = true;
 
-    static void Arm(const std::shared_ptr<WatchState>& state) {
+    static void arm(const std::shared_ptr<WatchState>& state) {
         // Asio arms its edge-triggered epoll anew with each wait, so the level counts.
         state->descriptor.async_wait(boost::asio::posix::stream_descriptor::wait_read,
                                      [weak = std::weak_ptr(state)](const boost::system::error_code& error) {
@@ -185,7 +185,7 @@ class AsioRunLoop::Watch final : public DescriptorWatch {
   public:
     explicit Watch(std::shared_ptr<WatchState> state) : mState(std::move(state)) {}
     ~Watch() override {
-        mState->use.loop->AssertOwner();
+        mState->use.loop->assertOwner();
         mState->live = false;
         std::erase(mState->use.mode->readable, mState);
         mState->descriptor.release();  // it is the caller's to close
@@ -197,13 +197,13 @@ class AsioRunLoop::Watch final : public DescriptorWatch {
     const std::shared_ptr<WatchState> mState;  // shared with the handler, which may destroy the watch
 };
 
-std::unique_ptr<DescriptorWatch> AsioRunLoop::WatchReadable(std::string_view mode, int descriptor,
+std::unique_ptr<DescriptorWatch> AsioRunLoop::watchReadable(std::string_view mode, int descriptor,
                                                             std::function<void()> handler) {
-    AssertOwner();
+    assertOwner();
     ModeUse use(shared_from_this(), mode);
     boost::asio::posix::stream_descriptor watched(use.mode->context, descriptor);
     auto state = std::make_shared<WatchState>(WatchState{std::move(use), std::move(watched), std::move(handler)});
-    WatchState::Arm(state);
+    WatchState::arm(state);
     return std::make_unique<Watch>(std::move(state));
 }
 
@@ -212,19 +212,19 @@ std::unique_ptr<DescriptorWatch> AsioRunLoop::WatchReadable(std::string_view mod
 AsioRunLoop::AsioRunLoop() = default;
 AsioRunLoop::~AsioRunLoop() = default;
 
-void AsioRunLoop::AssertOwner() const {
+void AsioRunLoop::assertOwner() const {
     if (std::this_thread::get_id() == mOwner || mEnded) return;
     std::fputs("A run loop was used by a thread that does not own it.\n", stderr);
     std::abort();
 }
 
-std::shared_ptr<AsioRunLoop::Mode> AsioRunLoop::ModeNamed(std::string_view name) {
+std::shared_ptr<AsioRunLoop::Mode> AsioRunLoop::modeNamed(std::string_view name) {
     const auto found = mModes.find(name);
     if (found != mModes.end()) return found->second;
     return mModes.emplace(name, std::make_shared<Mode>(name)).first->second;
 }
 
-void AsioRunLoop::Leave(Mode& mode) {
+void AsioRunLoop::leave(Mode& mode) {
     std::shared_ptr<Mode> dropped;  // goes after the lock: what it holds may call back
     const std::lock_guard lock(mMutex);
     if (--mode.users > 0 || !mode.blocks.empty()) return;
@@ -239,7 +239,7 @@ void AsioRunLoop::CFRunLoopPerformBlock(std::string_view modeName, std::function
     {
         const std::lock_guard lock(mMutex);
         if (mEnded) return;  // the block goes with this call
-        mode = ModeNamed(modeName);
+        mode = modeNamed(modeName);
         mode->blocks.push_back(std::move(block));
         if (std::exchange(mode->isWoken, true)) return;
     }
@@ -247,7 +247,7 @@ void AsioRunLoop::CFRunLoopPerformBlock(std::string_view modeName, std::function
 }
 
 /// The timers whose moment had come when the turn began, the earliest first.
-std::deque<std::weak_ptr<AsioRunLoop::TimerState>> AsioRunLoop::DueTimers(const Mode& mode) {
+std::deque<std::weak_ptr<AsioRunLoop::TimerState>> AsioRunLoop::dueTimers(const Mode& mode) {
     std::deque<std::weak_ptr<TimerState>> due;
     const auto later = mode.timers.upper_bound(mode.turnBegan);
     std::for_each(mode.timers.begin(), later, [&](const auto& timer) { due.push_back(timer.second); });
@@ -255,7 +255,7 @@ std::deque<std::weak_ptr<AsioRunLoop::TimerState>> AsioRunLoop::DueTimers(const 
 }
 
 /// Adds all that is ready now to what is left of the turn before.
-void AsioRunLoop::BeginTurn(Mode& mode) {
+void AsioRunLoop::beginTurn(Mode& mode) {
     // The clock comes first: what was ready when a timer became due is then found below.
     mode.turnBegan = CFAbsoluteTimeGetCurrent();
     mode.firing.clear();
@@ -268,7 +268,7 @@ void AsioRunLoop::BeginTurn(Mode& mode) {
 }
 
 /// Serves one block or one descriptor of the turn.
-bool AsioRunLoop::ServeReady(Mode& mode) {
+bool AsioRunLoop::serveReady(Mode& mode) {
     if (mode.blocksOfTurn > 0) {
         --mode.blocksOfTurn;
         std::function<void()> block;
@@ -284,43 +284,43 @@ bool AsioRunLoop::ServeReady(Mode& mode) {
     const auto watch = std::move(mode.readable.front());
     mode.readable.pop_front();
     const AtScopeEnd rearm{[&] {
-        if (watch->live) WatchState::Arm(watch);
+        if (watch->live) WatchState::arm(watch);
     }};
     watch->handler();
     return true;
 }
 
 /// Serves one thing, of a turn under way or of a new one. @return false when nothing is ready
-bool AsioRunLoop::ServeNext(Mode& mode) {
+bool AsioRunLoop::serveNext(Mode& mode) {
     for (bool hasBegun = false;; hasBegun = true) {
-        if (ServeReady(mode)) return true;
-        if (const auto due = std::exchange(mode.due, {}).lock(); due && due->use) mode.firing = DueTimers(mode);
+        if (serveReady(mode)) return true;
+        if (const auto due = std::exchange(mode.due, {}).lock(); due && due->use) mode.firing = dueTimers(mode);
         while (!mode.firing.empty()) {
             const auto timer = mode.firing.front().lock();
             mode.firing.pop_front();
-            if (timer && Fire(mode, timer)) return true;
+            if (timer && fire(mode, timer)) return true;
         }
         if (hasBegun) return false;
-        BeginTurn(mode);
+        beginTurn(mode);
     }
 }
 
 /// A run of 0 seconds: all that was ready when it began, the timers last.
-CFRunLoopRunResult AsioRunLoop::ServeWhatIsReady(Frame& frame) {
+CFRunLoopRunResult AsioRunLoop::serveWhatIsReady(Frame& frame) {
     Mode& mode = *frame.use.mode;
-    BeginTurn(mode);
+    beginTurn(mode);
     mode.due.reset();
-    const auto firing = DueTimers(mode);  // not the mode's: a run inside a handler may begin a turn of its own
-    for (auto left = mode.blocksOfTurn + mode.readable.size(); left > 0 && !frame.stop; --left) ServeReady(mode);
+    const auto firing = dueTimers(mode);  // not the mode's: a run inside a handler may begin a turn of its own
+    for (auto left = mode.blocksOfTurn + mode.readable.size(); left > 0 && !frame.stop; --left) serveReady(mode);
     for (const auto& entry : firing) {
         if (frame.stop) break;
-        if (const auto timer = entry.lock()) Fire(mode, timer);
+        if (const auto timer = entry.lock()) fire(mode, timer);
     }
     return frame.stop ? CFRunLoopRunResult::Stopped : CFRunLoopRunResult::TimedOut;
 }
 
 /// Waits until something may be ready or the first timer is due.
-void AsioRunLoop::Wait(Mode& mode, double secondsLeft) {
+void AsioRunLoop::wait(Mode& mode, double secondsLeft) {
     double wait = secondsLeft;
     if (!mode.timers.empty()) wait = std::min(wait, mode.timers.begin()->first - CFAbsoluteTimeGetCurrent());
     if (wait <= 0) return;
@@ -332,38 +332,38 @@ void AsioRunLoop::Wait(Mode& mode, double secondsLeft) {
     }
 }
 
-CFRunLoopRunResult AsioRunLoop::Run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled) {
+CFRunLoopRunResult AsioRunLoop::run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled) {
     Mode& mode = *frame.use.mode;
     const bool forever = seconds >= kForever;
     // The slice is measured in real time, also where timers follow a simulated clock.
     const auto start = Steady::now();
     for (double left = seconds;;) {
         if (frame.stop) return CFRunLoopRunResult::Stopped;
-        const bool served = ServeNext(mode);
+        const bool served = serveNext(mode);
         if (frame.stop) return CFRunLoopRunResult::Stopped;
         if (served && returnAfterSourceHandled) return CFRunLoopRunResult::HandledSource;
         if (!forever) left = seconds - Seconds(Steady::now() - start).count();
         if (!(left > 0)) return CFRunLoopRunResult::TimedOut;
-        if (!served) Wait(mode, left);
+        if (!served) wait(mode, left);
     }
 }
 
 CFRunLoopRunResult AsioRunLoop::CFRunLoopRunInMode(std::string_view mode, CFTimeInterval seconds,
                                                    bool returnAfterSourceHandled) {
-    AssertOwner();
+    assertOwner();
     Frame frame(shared_from_this(), mode);
     const bool isPoll = !(seconds > 0) && !returnAfterSourceHandled;
-    return isPoll ? ServeWhatIsReady(frame) : Run(frame, seconds, returnAfterSourceHandled);
+    return isPoll ? serveWhatIsReady(frame) : run(frame, seconds, returnAfterSourceHandled);
 }
 
 void AsioRunLoop::CFRunLoopRun() {
-    AssertOwner();
+    assertOwner();
     Frame frame(shared_from_this(), kCFRunLoopDefaultMode);
     {
         const std::lock_guard lock(mMutex);
         if (std::exchange(mStopNextRun, false)) return;
     }
-    while (Run(frame, kForever, false) != CFRunLoopRunResult::Stopped) {
+    while (run(frame, kForever, false) != CFRunLoopRunResult::Stopped) {
     }
 }
 
@@ -382,23 +382,23 @@ void AsioRunLoop::CFRunLoopStop() {
 }
 
 void AsioRunLoop::CFRunLoopAddSource(const std::shared_ptr<CFRunLoopSource>& source, std::string_view mode) {
-    AssertOwner();
+    assertOwner();
     mSources.push_back({source, ModeUse(shared_from_this(), mode)});
-    source->Scheduled(shared_from_this(), mode);
+    source->scheduled(shared_from_this(), mode);
 }
 
 void AsioRunLoop::CFRunLoopRemoveSource(const std::shared_ptr<CFRunLoopSource>& source) {
-    AssertOwner();
+    assertOwner();
     const auto found =
         std::find_if(mSources.begin(), mSources.end(), [&](const auto& entry) { return entry.source == source; });
     if (found == mSources.end()) return;
     const ScheduledSource removed = std::move(*found);
     mSources.erase(found);
-    removed.source->Cancelled();
+    removed.source->cancelled();
 }
 
-void AsioRunLoop::End() {
-    AssertOwner();
+void AsioRunLoop::end() {
+    assertOwner();
     while (!mSources.empty()) CFRunLoopRemoveSource(mSources.back().source);
     decltype(mModes) modes;
     std::vector<std::function<void()>> blocks;
@@ -417,7 +417,7 @@ void AsioRunLoop::End() {
     }
 }
 
-std::size_t AsioRunLoop::ModeCount() const {
+std::size_t AsioRunLoop::modeCount() const {
     const std::lock_guard lock(mMutex);
     return mModes.size();
 }
@@ -427,7 +427,7 @@ std::size_t AsioRunLoop::ModeCount() const {
 std::shared_ptr<CFRunLoop> AsioRunLoops::CFRunLoopGetCurrent() {
     struct OfThisThread {
         const std::shared_ptr<AsioRunLoop> loop = std::make_shared<AsioRunLoop>();
-        ~OfThisThread() { loop->End(); }
+        ~OfThisThread() { loop->end(); }
     };
     thread_local OfThisThread current;
     return current.loop;

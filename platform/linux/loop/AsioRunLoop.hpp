@@ -29,7 +29,7 @@ class DescriptorWatch {
 /// the wait: they cost no descriptor either and follow the process's clock.
 ///
 /// Belongs to the thread that made it (AsioRunLoops makes one for each thread that asks); shared, because other threads
-/// post to it. End() is its stop: it is called as the thread ends.
+/// post to it. end() is its stop: it is called as the thread ends.
 ///
 /// To end a thread that may be inside a nested run, post a block to the default mode that calls CFRunLoopStop: the
 /// block is served by the outer run only, whereas a bare CFRunLoopStop from elsewhere ends whichever run is innermost.
@@ -54,15 +54,15 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
     /// throws leaves the run, and the watch goes on.
     /// @param descriptor  must stay open for as long as the watch lives; regular files can't be watched
     /// Owner thread only.
-    std::unique_ptr<DescriptorWatch> WatchReadable(std::string_view mode, int descriptor,
+    std::unique_ptr<DescriptorWatch> watchReadable(std::string_view mode, int descriptor,
                                                    std::function<void()> handler);
 
     /// Takes every source, timer and block out; blocks are destroyed unrun. Later posts are destroyed at once.
     /// Owner thread only, outside any run.
-    void End();
+    void end();
 
     /// How many modes hold something. Any thread.
-    std::size_t ModeCount() const;
+    std::size_t modeCount() const;
 
   private:
     struct Mode;
@@ -74,17 +74,17 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
     class Watch;
     struct ScheduledSource;
 
-    std::shared_ptr<Mode> ModeNamed(std::string_view name);  // mMutex held
-    void Leave(Mode& mode);
-    static std::deque<std::weak_ptr<TimerState>> DueTimers(const Mode& mode);
-    static bool Fire(Mode& mode, std::shared_ptr<TimerState> state);
-    void BeginTurn(Mode& mode);
-    bool ServeReady(Mode& mode);
-    bool ServeNext(Mode& mode);
-    static void Wait(Mode& mode, double secondsLeft);
-    CFRunLoopRunResult ServeWhatIsReady(Frame& frame);
-    CFRunLoopRunResult Run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled);
-    void AssertOwner() const;
+    std::shared_ptr<Mode> modeNamed(std::string_view name);  // mMutex held
+    void leave(Mode& mode);
+    static std::deque<std::weak_ptr<TimerState>> dueTimers(const Mode& mode);
+    static bool fire(Mode& mode, std::shared_ptr<TimerState> state);
+    void beginTurn(Mode& mode);
+    bool serveReady(Mode& mode);
+    bool serveNext(Mode& mode);
+    static void wait(Mode& mode, double secondsLeft);
+    CFRunLoopRunResult serveWhatIsReady(Frame& frame);
+    CFRunLoopRunResult run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled);
+    void assertOwner() const;
 
     const std::thread::id mOwner = std::this_thread::get_id();
     std::atomic<bool> mEnded = false;

@@ -154,7 +154,7 @@ void handle(int signal) {
 
 }  // namespace
 
-void InstallCrashHandler(const std::string& filePrefix, const std::string& versionText) {
+void installCrashHandler(const std::string& filePrefix, const std::string& versionText) {
     gPrepared.prefixLength = filePrefix.copy(gPrepared.filePath, 3900);
     versionText.copy(gPrepared.version, 500);
     gPrepared.blackBox = static_cast<const char* const*>(dlsym(RTLD_DEFAULT, "__crashreporter_info__"));

@@ -14,6 +14,6 @@ namespace platform {
 /// @param versionText  first line of the report. Cut at 500 bytes.
 /// Once, at start-up, on the main thread: only that thread gets a stack of its own for the handler, which a report on
 /// an exhausted stack needs.
-void InstallCrashHandler(const std::string& filePrefix, const std::string& versionText);
+void installCrashHandler(const std::string& filePrefix, const std::string& versionText);
 
 }  // namespace platform

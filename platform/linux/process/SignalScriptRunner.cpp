@@ -33,44 +33,44 @@ using std::chrono::steady_clock;
 
 constexpr std::size_t kKernelNameLength = 15;  // of "comm", which the kernel cuts
 
-std::string Contents(const fs::path& file) {
+std::string contents(const fs::path& file) {
     std::ifstream stream(file, std::ios::binary);
     std::ostringstream contents;
     contents << stream.rdbuf();  // a process that ends meanwhile makes the read fail; an iterator would throw that
     return contents.str();
 }
 
-std::string_view BaseName(std::string_view path) {
+std::string_view baseName(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
 
 /// Whether the process's full name is this one: that of the program it runs, of its first argument, or, where an
 /// interpreter runs a script, of the script.
-bool HasFullName(const fs::path& process, const std::string& name) {
-    const std::string arguments = Contents(process / "cmdline");  // each ended by a zero byte
+bool hasFullName(const fs::path& process, const std::string& name) {
+    const std::string arguments = contents(process / "cmdline");  // each ended by a zero byte
     std::string_view rest = arguments;
     for (int i = 0; i < 2 && !rest.empty(); ++i) {
         const std::size_t end = std::min(rest.find('\0'), rest.size());
-        if (BaseName(rest.substr(0, end)) == name) return true;
+        if (baseName(rest.substr(0, end)) == name) return true;
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
     std::error_code error;
     const std::string program = fs::read_symlink(process / "exe", error);
-    return !error && BaseName(program) == name;
+    return !error && baseName(program) == name;
 }
 
 /// This user's, and of that exact name. What the kernel calls a process is cut to 15 characters: only a shorter name
 /// is told by it alone.
-bool IsWanted(const fs::path& process, const std::string& name) {
+bool isWanted(const fs::path& process, const std::string& name) {
     struct stat status {};
     if (::stat(process.c_str(), &status) < 0 || status.st_uid != ::geteuid()) return false;
-    std::string shortName = Contents(process / "comm");
+    std::string shortName = contents(process / "comm");
     if (shortName.ends_with('\n')) shortName.pop_back();
     if (shortName != name.substr(0, kKernelNameLength)) return false;
-    return name.size() < kKernelNameLength || HasFullName(process, name);
+    return name.size() < kKernelNameLength || hasFullName(process, name);
 }
 
-bool HasEnded(int process) {
+bool hasEnded(int process) {
     pollfd waited{process, POLLIN, 0};  // readable from the end on, also before its parent has taken notice
     return ::poll(&waited, 1, 0) > 0;
 }
@@ -80,7 +80,7 @@ struct Processes {
     bool outOfReach = false;              ///< there is one that can't be referred to
 };
 
-Processes Running(const std::string& name) {
+Processes running(const std::string& name) {
     Processes found;
     std::error_code error;
     for (fs::directory_iterator entry("/proc", error), end; !error && entry != end; entry.increment(error)) {
@@ -88,16 +88,16 @@ Processes Running(const std::string& name) {
         pid_t id = 0;
         const auto [last, failure] = std::from_chars(text.data(), text.data() + text.size(), id);
         if (failure != std::errc() || last != text.data() + text.size() || id == ::getpid()) continue;
-        if (!IsWanted(*entry, name)) continue;
+        if (!isWanted(*entry, name)) continue;
         FileDescriptor process(::pidfd_open(id, 0));
         if (!process && errno != ESRCH) found.outOfReach = true;
         // Looked at again: the id may have passed to another process before the descriptor was made.
-        if (process && !HasEnded(process.get()) && IsWanted(*entry, name)) found.running.push_back(std::move(process));
+        if (process && !hasEnded(process.get()) && isWanted(*entry, name)) found.running.push_back(std::move(process));
     }
     return found;
 }
 
-void WaitForEnd(const std::vector<FileDescriptor>& processes, milliseconds patience) {
+void waitForEnd(const std::vector<FileDescriptor>& processes, milliseconds patience) {
     std::vector<pollfd> waited;
     for (const auto& process : processes) waited.push_back({process.get(), POLLIN, 0});
     const auto deadline = steady_clock::now() + patience;
@@ -112,7 +112,7 @@ void WaitForEnd(const std::vector<FileDescriptor>& processes, milliseconds patie
 
 }  // namespace
 
-std::optional<std::string> ApplicationToQuit(const std::string& source) {
+std::optional<std::string> applicationToQuit(const std::string& source) {
     constexpr std::string_view kStart = "tell application \"";
     constexpr std::string_view kEnd = " to quit";
     if (!source.starts_with(kStart)) return std::nullopt;
@@ -127,14 +127,14 @@ std::optional<std::string> ApplicationToQuit(const std::string& source) {
 }
 
 bool SignalScriptRunner::executeAndReturnError(const std::string& source) {
-    const auto name = ApplicationToQuit(source);
+    const auto name = applicationToQuit(source);
     if (!name) return false;
     const auto isGone = [](const Processes& found) { return found.running.empty() && !found.outOfReach; };
-    const Processes asked = Running(*name);
+    const Processes asked = running(*name);
     if (isGone(asked)) return true;
     for (const auto& process : asked.running) ::pidfd_send_signal(process.get(), SIGTERM, nullptr, 0);
-    WaitForEnd(asked.running, mPatience);
-    return isGone(Running(*name));  // also one that has been started in the meantime counts
+    waitForEnd(asked.running, mPatience);
+    return isGone(running(*name));  // also one that has been started in the meantime counts
 }
 
 int SignalScriptRunner::system(const std::string& command) {

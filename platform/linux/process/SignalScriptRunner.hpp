@@ -25,6 +25,6 @@ class SignalScriptRunner final : public ScriptRunner {
 
 /// NAME of `tell application "NAME" to quit`; nothing when the script says anything else. Within the quotes, a
 /// backslash takes away the meaning of the quote or backslash after it.
-std::optional<std::string> ApplicationToQuit(const std::string& source);
+std::optional<std::string> applicationToQuit(const std::string& source);
 
 }  // namespace platform

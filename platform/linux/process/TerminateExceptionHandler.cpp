@@ -17,7 +17,7 @@ constexpr unsigned kPatience = 5;  ///< seconds, with the report of another thre
 
 std::atomic<TerminateExceptionHandler*> gInstalled = nullptr;  // a terminate handler has no argument
 
-std::string Demangled(const std::string& name) {
+std::string demangled(const std::string& name) {
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> text(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
                                                            &std::free);
@@ -25,18 +25,18 @@ std::string Demangled(const std::string& name) {
 }
 
 /// "module(_Zmangled+0x12) [0x34]" with the function's name as people write it.
-std::string Readable(const std::string& symbol) {
+std::string readable(const std::string& symbol) {
     const std::size_t open = symbol.find('(');
     const std::size_t plus = symbol.find('+', open == std::string::npos ? 0 : open);
     if (open == std::string::npos || plus == std::string::npos || plus == open + 1) return symbol;
-    return symbol.substr(0, open + 1) + Demangled(symbol.substr(open + 1, plus - open - 1)) + symbol.substr(plus);
+    return symbol.substr(0, open + 1) + demangled(symbol.substr(open + 1, plus - open - 1)) + symbol.substr(plus);
 }
 
 }  // namespace
 
 TerminateExceptionHandler::TerminateExceptionHandler() : mPrevious(std::get_terminate()) {
     gInstalled = this;
-    std::set_terminate(&Terminate);
+    std::set_terminate(&terminate);
 }
 
 TerminateExceptionHandler::~TerminateExceptionHandler() {
@@ -59,11 +59,11 @@ std::vector<std::string> TerminateExceptionHandler::callStackSymbols() {
     const int count = ::backtrace(frames, kMaxFrames);
     const std::unique_ptr<char*, decltype(&std::free)> symbols(::backtrace_symbols(frames, count), &std::free);
     std::vector<std::string> lines;
-    for (int i = 0; symbols && i < count; ++i) lines.push_back(Readable(symbols.get()[i]));
+    for (int i = 0; symbols && i < count; ++i) lines.push_back(readable(symbols.get()[i]));
     return lines;
 }
 
-void TerminateExceptionHandler::Terminate() {
+void TerminateExceptionHandler::terminate() {
     // Several threads may get here, and so may the delegate: only the first is reported.
     static std::atomic<std::thread::id> reporter;
     TerminateExceptionHandler* const handler = gInstalled;
@@ -71,7 +71,7 @@ void TerminateExceptionHandler::Terminate() {
     std::thread::id first;
     if (handler && reporter.compare_exchange_strong(first, self)) {
         try {
-            handler->Report();
+            handler->report();
         } catch (...) {
             // The report has failed; the process ends all the same.
         }
@@ -84,7 +84,7 @@ void TerminateExceptionHandler::Terminate() {
     std::abort();
 }
 
-void TerminateExceptionHandler::Report() {
+void TerminateExceptionHandler::report() {
     NSExceptionHandlerDelegate* delegate = nullptr;
     std::uint32_t mask = 0;
     {
@@ -96,7 +96,7 @@ void TerminateExceptionHandler::Report() {
     if (!delegate || mask == 0 || !type) return;  // without a type it was std::terminate() itself that somebody called
 
     NSException exception;
-    exception.name = Demangled(type->name());
+    exception.name = demangled(type->name());
     exception.callStackSymbols = callStackSymbols();
     try {
         std::rethrow_exception(std::current_exception());

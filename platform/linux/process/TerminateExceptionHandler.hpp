@@ -26,8 +26,8 @@ class TerminateExceptionHandler final : public NSExceptionHandler {
     std::vector<std::string> callStackSymbols() override;
 
   private:
-    [[noreturn]] static void Terminate();
-    void Report();
+    [[noreturn]] static void terminate();
+    void report();
 
     const std::terminate_handler mPrevious;
     std::mutex mMutex;

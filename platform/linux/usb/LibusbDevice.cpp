@@ -52,11 +52,11 @@ class UsbInterfaceService final : public IOService {
     const UsbInterfaceDescription mDescription;
 };
 
-bool Fits(std::uint16_t wanted, std::uint8_t value) {
+bool fits(std::uint16_t wanted, std::uint8_t value) {
     return wanted == kIOUSBFindInterfaceDontCare || wanted == value;
 }
 
-UsbInterfaceDescription Describe(const std::string& devicePath, int configurationValue,
+UsbInterfaceDescription describe(const std::string& devicePath, int configurationValue,
                                  const libusb_interface_descriptor& interface) {
     UsbInterfaceDescription description;
     description.number = interface.bInterfaceNumber;
@@ -85,9 +85,9 @@ LibusbDevice::~LibusbDevice() = default;
 
 IOReturn LibusbDevice::USBDeviceOpen() {
     if (mConnection) return kIOReturnExclusiveAccess;
-    const auto present = UsbDeviceService::AtPath(mPath);
-    const std::string node = present && present->EntryId() == mEntryId ? DeviceNodeOfPath(mPath) : std::string();
-    return node.empty() ? kIOReturnNoDevice : UsbConnection::Open(node, mConnection);
+    const auto present = UsbDeviceService::atPath(mPath);
+    const std::string node = present && present->entryId() == mEntryId ? deviceNodeOfPath(mPath) : std::string();
+    return node.empty() ? kIOReturnNoDevice : UsbConnection::open(node, mConnection);
 }
 
 IOReturn LibusbDevice::USBDeviceClose() {
@@ -99,7 +99,7 @@ IOReturn LibusbDevice::USBDeviceClose() {
 IOReturn LibusbDevice::GetConfigurationDescriptorPtr(std::uint8_t index, IOUSBConfigurationDescriptor& descriptor) {
     if (!mConnection) return kIOReturnNotOpen;
     libusb_config_descriptor* found = nullptr;
-    const int result = libusb_get_config_descriptor(mConnection->Device(), index, &found);
+    const int result = libusb_get_config_descriptor(mConnection->device(), index, &found);
     const UsbConfiguration configuration(found);
     if (result < 0) return IOReturnOfLibusb(result);
     descriptor = {configuration->bConfigurationValue, configuration->bNumInterfaces};
@@ -113,21 +113,21 @@ IOReturn LibusbDevice::SetConfiguration(std::uint8_t configurationValue) {
 }
 
 IOReturn LibusbDevice::GetDeviceVendor(std::uint16_t& vendor) {
-    return ReadField(&libusb_device_descriptor::idVendor, vendor);
+    return readField(&libusb_device_descriptor::idVendor, vendor);
 }
 
 IOReturn LibusbDevice::GetDeviceProduct(std::uint16_t& product) {
-    return ReadField(&libusb_device_descriptor::idProduct, product);
+    return readField(&libusb_device_descriptor::idProduct, product);
 }
 
 IOReturn LibusbDevice::GetDeviceReleaseNumber(std::uint16_t& release) {
-    return ReadField(&libusb_device_descriptor::bcdDevice, release);
+    return readField(&libusb_device_descriptor::bcdDevice, release);
 }
 
-IOReturn LibusbDevice::ReadField(std::uint16_t libusb_device_descriptor::*field, std::uint16_t& value) const {
+IOReturn LibusbDevice::readField(std::uint16_t libusb_device_descriptor::*field, std::uint16_t& value) const {
     if (!mConnection) return kIOReturnNotOpen;
     libusb_device_descriptor descriptor{};
-    const int result = libusb_get_device_descriptor(mConnection->Device(), &descriptor);
+    const int result = libusb_get_device_descriptor(mConnection->device(), &descriptor);
     if (result == LIBUSB_SUCCESS) value = descriptor.*field;
     return IOReturnOfLibusb(result);
 }
@@ -136,19 +136,19 @@ IOReturn LibusbDevice::CreateInterfaceIterator(const IOUSBFindInterfaceRequest& 
                                                std::unique_ptr<IOIterator>& iterator) {
     if (!mConnection) return kIOReturnNotOpen;
     UsbConfiguration configuration;
-    const IOReturn result = mConnection->ActiveConfiguration(configuration);
+    const IOReturn result = mConnection->activeConfiguration(configuration);
     if (result != kIOReturnSuccess) return result;
 
     std::vector<std::unique_ptr<IOService>> interfaces;
-    for (const auto* interface : FirstSettings(*configuration)) {
-        if (!Fits(request.bInterfaceClass, interface->bInterfaceClass) ||
-            !Fits(request.bInterfaceSubClass, interface->bInterfaceSubClass) ||
-            !Fits(request.bInterfaceProtocol, interface->bInterfaceProtocol) ||
-            !Fits(request.bAlternateSetting, interface->bAlternateSetting)) {
+    for (const auto* interface : firstSettings(*configuration)) {
+        if (!fits(request.bInterfaceClass, interface->bInterfaceClass) ||
+            !fits(request.bInterfaceSubClass, interface->bInterfaceSubClass) ||
+            !fits(request.bInterfaceProtocol, interface->bInterfaceProtocol) ||
+            !fits(request.bAlternateSetting, interface->bAlternateSetting)) {
             continue;
         }
         interfaces.push_back(std::make_unique<UsbInterfaceService>(
-            mConnection, Describe(mPath, configuration->bConfigurationValue, *interface)));
+            mConnection, describe(mPath, configuration->bConfigurationValue, *interface)));
     }
     iterator = std::make_unique<IOServiceList>(std::move(interfaces));
     return kIOReturnSuccess;

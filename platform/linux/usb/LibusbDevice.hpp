@@ -33,7 +33,7 @@ class LibusbDevice final : public IOUSBDeviceInterface {
                                      std::unique_ptr<IOIterator>& iterator) override;
 
   private:
-    IOReturn ReadField(std::uint16_t libusb_device_descriptor::*field, std::uint16_t& value) const;
+    IOReturn readField(std::uint16_t libusb_device_descriptor::*field, std::uint16_t& value) const;
 
     const std::string mPath;
     const std::uint64_t mEntryId;

@@ -18,21 +18,21 @@ class UsbEventSource final : public CFRunLoopSource {
   public:
     explicit UsbEventSource(std::shared_ptr<UsbTransfers> transfers) : mTransfers(std::move(transfers)) {}
 
-    void Scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
+    void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
         const auto asio = std::dynamic_pointer_cast<AsioRunLoop>(loop);
         if (!asio) {
             std::fputs("USB completions need a run loop that can watch descriptors.\n", stderr);
             std::abort();
         }
-        mTransfers->Schedule(asio, mode);
+        mTransfers->schedule(asio, mode);
     }
-    void Cancelled() override { mTransfers->Unschedule(); }
+    void cancelled() override { mTransfers->unschedule(); }
 
   private:
     const std::shared_ptr<UsbTransfers> mTransfers;
 };
 
-std::uint8_t Address(const PipeProperties& pipe) {
+std::uint8_t address(const PipeProperties& pipe) {
     return static_cast<std::uint8_t>(pipe.number | (pipe.direction == kUSBIn ? LIBUSB_ENDPOINT_IN : 0));
 }
 
@@ -47,7 +47,7 @@ LibusbInterface::~LibusbInterface() {
 
 IOReturn LibusbInterface::USBInterfaceOpen() {
     if (mTransfers) return kIOReturnExclusiveAccess;
-    const IOReturn result = IOReturnOfLibusb(libusb_claim_interface(mConnection->Handle(), mDescription.number));
+    const IOReturn result = IOReturnOfLibusb(libusb_claim_interface(mConnection->handle(), mDescription.number));
     if (result != kIOReturnSuccess) return result;
     mTransfers = std::make_shared<UsbTransfers>(mConnection, mDescription.number);
     return kIOReturnSuccess;
@@ -55,7 +55,7 @@ IOReturn LibusbInterface::USBInterfaceOpen() {
 
 IOReturn LibusbInterface::USBInterfaceClose() {
     if (!mTransfers) return kIOReturnNotOpen;
-    std::exchange(mTransfers, nullptr)->Close();
+    std::exchange(mTransfers, nullptr)->close();
     return kIOReturnSuccess;
 }
 
@@ -65,7 +65,7 @@ IOReturn LibusbInterface::GetNumEndpoints(std::uint8_t& count) {
     return kIOReturnSuccess;
 }
 
-IOReturn LibusbInterface::FindPipe(std::uint8_t pipeRef, std::uint8_t direction, const PipeProperties*& pipe) const {
+IOReturn LibusbInterface::findPipe(std::uint8_t pipeRef, std::uint8_t direction, const PipeProperties*& pipe) const {
     if (!mTransfers) return kIOReturnNotOpen;
     if (pipeRef < 1 || pipeRef > mDescription.pipes.size()) return kIOReturnBadArgument;
     pipe = &mDescription.pipes[pipeRef - 1U];
@@ -83,25 +83,25 @@ IOReturn LibusbInterface::GetPipeProperties(std::uint8_t pipeRef, PipeProperties
 IOReturn LibusbInterface::ReadPipeAsync(std::uint8_t pipeRef, std::span<unsigned char> buffer,
                                         IOAsyncCallback1 callback, void* refCon) {
     const PipeProperties* pipe = nullptr;
-    const IOReturn result = FindPipe(pipeRef, kUSBIn, pipe);
+    const IOReturn result = findPipe(pipeRef, kUSBIn, pipe);
     if (result != kIOReturnSuccess) return result;
     if (buffer.size() > std::numeric_limits<int>::max()) return kIOReturnBadArgument;
-    return mTransfers->Submit(Address(*pipe), pipe->transferType, {}, {callback, refCon, buffer});
+    return mTransfers->submit(address(*pipe), pipe->transferType, {}, {callback, refCon, buffer});
 }
 
 IOReturn LibusbInterface::WritePipeAsync(std::uint8_t pipeRef, std::span<const unsigned char> bytes,
                                          IOAsyncCallback1 callback, void* refCon) {
     const PipeProperties* pipe = nullptr;
-    const IOReturn result = FindPipe(pipeRef, kUSBOut, pipe);
+    const IOReturn result = findPipe(pipeRef, kUSBOut, pipe);
     if (result != kIOReturnSuccess) return result;
     if (bytes.size() > std::numeric_limits<int>::max()) return kIOReturnBadArgument;
-    return mTransfers->Submit(Address(*pipe), pipe->transferType, bytes, {callback, refCon, {}});
+    return mTransfers->submit(address(*pipe), pipe->transferType, bytes, {callback, refCon, {}});
 }
 
 IOReturn LibusbInterface::AbortPipe(std::uint8_t pipeRef) {
     if (!mTransfers) return kIOReturnNotOpen;
     if (pipeRef < 1 || pipeRef > mDescription.pipes.size()) return kIOReturnBadArgument;
-    mTransfers->Abort(Address(mDescription.pipes[pipeRef - 1U]));
+    mTransfers->abort(address(mDescription.pipes[pipeRef - 1U]));
     return kIOReturnSuccess;
 }
 

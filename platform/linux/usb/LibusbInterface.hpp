@@ -38,7 +38,7 @@ class LibusbInterface final : public IOUSBInterfaceInterface {
     IOReturn CreateInterfaceAsyncEventSource(std::shared_ptr<CFRunLoopSource>& source) override;
 
   private:
-    IOReturn FindPipe(std::uint8_t pipeRef, std::uint8_t direction, const PipeProperties*& pipe) const;
+    IOReturn findPipe(std::uint8_t pipeRef, std::uint8_t direction, const PipeProperties*& pipe) const;
 
     const std::shared_ptr<UsbConnection> mConnection;
     const UsbInterfaceDescription mDescription;

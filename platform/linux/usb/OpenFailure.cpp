@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string FirstLine(const fs::path& file) {
+std::string firstLine(const fs::path& file) {
     std::ifstream stream(file);
     std::string line;
     std::getline(stream, line);
@@ -23,7 +23,7 @@ std::string FirstLine(const fs::path& file) {
 }
 
 /// "root", or the number of an account without a name.
-std::string UserName(uid_t user) {
+std::string userName(uid_t user) {
     char buffer[4096];
     passwd entry{};
     passwd* found = nullptr;
@@ -31,7 +31,7 @@ std::string UserName(uid_t user) {
     return std::to_string(user);
 }
 
-std::string GroupName(gid_t id) {
+std::string groupName(gid_t id) {
     char buffer[4096];
     group entry{};
     group* found = nullptr;
@@ -39,31 +39,31 @@ std::string GroupName(gid_t id) {
     return std::to_string(id);
 }
 
-std::string OwnerAndMode(const std::string& node) {
+std::string ownerAndMode(const std::string& node) {
     struct stat status {};
     if (::stat(node.c_str(), &status) < 0) return "The node is not there.";
     char mode[8];
     std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(status.st_mode) & 07777U);
-    return "The node belongs to " + UserName(status.st_uid) + ":" + GroupName(status.st_gid) + ", mode " + mode + ".";
+    return "The node belongs to " + userName(status.st_uid) + ":" + groupName(status.st_gid) + ", mode " + mode + ".";
 }
 
-bool IsNumber(const std::string& text) {
+bool isNumber(const std::string& text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
 }
 
 /// Other processes that have the node open, as "name (process 123)". Those of other users stay unseen.
-std::vector<std::string> Holders(const std::string& node, const std::string& processes) {
+std::vector<std::string> holders(const std::string& node, const std::string& processes) {
     std::vector<std::string> holders;
     std::error_code error;
     for (fs::directory_iterator process(processes, error), end; !error && process != end; process.increment(error)) {
         const std::string id = process->path().filename();
-        if (!IsNumber(id) || id == std::to_string(::getpid())) continue;
+        if (!isNumber(id) || id == std::to_string(::getpid())) continue;
         std::error_code unreadable;
         for (fs::directory_iterator entry(process->path() / "fd", unreadable); !unreadable && entry != end;
              entry.increment(unreadable)) {
             std::error_code gone;
             if (fs::read_symlink(*entry, gone) != node) continue;
-            holders.push_back(FirstLine(process->path() / "comm") + " (process " + id + ")");
+            holders.push_back(firstLine(process->path() / "comm") + " (process " + id + ")");
             break;
         }
     }
@@ -71,7 +71,7 @@ std::vector<std::string> Holders(const std::string& node, const std::string& pro
 }
 
 /// Kernel drivers of the device's interfaces, as "name (interface 0)"; "usbfs" stands for a program.
-std::vector<std::string> Drivers(const std::string& registryPath) {
+std::vector<std::string> drivers(const std::string& registryPath) {
     std::vector<std::string> drivers;
     std::error_code error;
     for (fs::directory_iterator entry(registryPath, error), end; !error && entry != end; entry.increment(error)) {
@@ -86,13 +86,13 @@ std::vector<std::string> Drivers(const std::string& registryPath) {
     return drivers;
 }
 
-std::string Joined(const std::vector<std::string>& words) {
+std::string joined(const std::vector<std::string>& words) {
     std::string text;
     for (const auto& word : words) text += (text.empty() ? "" : ", ") + word;
     return text;
 }
 
-std::string InstalledRule(const std::vector<std::string>& folders) {
+std::string installedRule(const std::vector<std::string>& folders) {
     for (const auto& folder : folders) {
         const fs::path file = fs::path(folder) / kUdevRuleFile;
         std::error_code error;
@@ -103,7 +103,7 @@ std::string InstalledRule(const std::vector<std::string>& folders) {
 
 }  // namespace
 
-std::string DeviceNodeOfPath(const std::string& registryPath) {
+std::string deviceNodeOfPath(const std::string& registryPath) {
     constexpr std::string_view kKey = "DEVNAME=";
     std::ifstream properties(fs::path(registryPath) / "uevent");
     for (std::string line; std::getline(properties, line);) {
@@ -112,15 +112,15 @@ std::string DeviceNodeOfPath(const std::string& registryPath) {
     return {};
 }
 
-std::string DescribeOpenFailure(const std::string& registryPath, IOReturn result, const OpenFailurePlaces& places) {
-    const std::string node = DeviceNodeOfPath(registryPath);
+std::string describeOpenFailure(const std::string& registryPath, IOReturn result, const OpenFailurePlaces& places) {
+    const std::string node = deviceNodeOfPath(registryPath);
     if (node.empty()) {
         return "The USB device at " + registryPath + " can't be opened: it has gone (unplugged, or on its way back " +
                "from a reboot).";
     }
     std::string text =
-        "The USB device " + node + " can't be opened: " + IOReturnText(result) + ". " + OwnerAndMode(node);
-    const std::string rule = InstalledRule(places.ruleFolders);
+        "The USB device " + node + " can't be opened: " + IOReturnText(result) + ". " + ownerAndMode(node);
+    const std::string rule = installedRule(places.ruleFolders);
     if (!rule.empty()) {
         text += " The udev rule " + rule + " is installed.";
         if (result == kIOReturnNotPermitted) {
@@ -130,11 +130,11 @@ std::string DescribeOpenFailure(const std::string& registryPath, IOReturn result
         text += std::string(" The udev rule ") + kUdevRuleFile + " is not installed: put it into /etc/udev/rules.d, " +
                 "run \"udevadm control --reload\" and attach the device again.";
     }
-    const auto holders = Holders(node, places.processes);
-    text += holders.empty() ? " No other program of this user holds the device."
-                            : " It is held by " + Joined(holders) + ".";
-    const auto drivers = Drivers(registryPath);
-    if (!drivers.empty()) text += " It has the kernel driver " + Joined(drivers) + ".";
+    const auto programs = holders(node, places.processes);
+    text += programs.empty() ? " No other program of this user holds the device."
+                             : " It is held by " + joined(programs) + ".";
+    const auto bound = drivers(registryPath);
+    if (!bound.empty()) text += " It has the kernel driver " + joined(bound) + ".";
     return text;
 }
 

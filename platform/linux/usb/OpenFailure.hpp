@@ -18,12 +18,12 @@ struct OpenFailurePlaces {
 inline constexpr const char* kUdevRuleFile = "60-trovik-reset-tool.rules";
 
 /// The device node of a registry path; empty when the device has gone.
-std::string DeviceNodeOfPath(const std::string& registryPath);
+std::string deviceNodeOfPath(const std::string& registryPath);
 
 /// Why a device could not be opened, as one line for the log: the node with its owner and mode, whether the udev rule
 /// is installed and what to do if not, which program or kernel driver holds the device, whether it has gone.
 /// @param registryPath  as IORegistryEntryGetPath gave it
 /// Never throws on what it finds. Any thread.
-std::string DescribeOpenFailure(const std::string& registryPath, IOReturn result, const OpenFailurePlaces& places = {});
+std::string describeOpenFailure(const std::string& registryPath, IOReturn result, const OpenFailurePlaces& places = {});
 
 }  // namespace platform

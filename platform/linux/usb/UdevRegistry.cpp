@@ -37,7 +37,7 @@ using Monitor = std::unique_ptr<udev_monitor, Unref<udev_monitor_unref>>;
 constexpr const char* kSubsystem = "usb";
 constexpr const char* kDeviceType = "usb_device";
 
-std::optional<std::int32_t> HexAttribute(udev_device* device, const std::string& name) {
+std::optional<std::int32_t> hexAttribute(udev_device* device, const std::string& name) {
     const char* text = udev_device_get_sysattr_value(device, name.c_str());
     if (!text) return std::nullopt;
     std::int32_t number = 0;
@@ -48,11 +48,11 @@ std::optional<std::int32_t> HexAttribute(udev_device* device, const std::string&
 
 /// Identity is compared as numbers. The dictionary's properties are called what sysfs calls the attributes; sysfs
 /// writes them in hexadecimal.
-bool Matches(udev_device* device, const MatchingDictionary& matching) {
+bool matches(udev_device* device, const MatchingDictionary& matching) {
     const char* type = udev_device_get_devtype(device);
     if (matching.className != kIOUSBDeviceClassName || !type || std::string_view(type) != kDeviceType) return false;
     for (const auto& [name, number] : matching.properties) {
-        if (HexAttribute(device, name) != number) return false;
+        if (hexAttribute(device, name) != number) return false;
     }
     return true;
 }
@@ -60,7 +60,7 @@ bool Matches(udev_device* device, const MatchingDictionary& matching) {
 using Services = std::vector<std::unique_ptr<UsbDeviceService>>;
 
 /// What matches now, in libudev's order, which is that of the paths.
-IOReturn Present(udev* context, const MatchingDictionary& matching, Services& services) {
+IOReturn enumerate(udev* context, const MatchingDictionary& matching, Services& services) {
     const Enumerate enumerate(udev_enumerate_new(context));
     if (!enumerate) return kIOReturnNoMemory;
     udev_enumerate_add_match_subsystem(enumerate.get(), kSubsystem);
@@ -75,13 +75,13 @@ IOReturn Present(udev* context, const MatchingDictionary& matching, Services& se
     udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get())) {
         const char* path = udev_list_entry_get_name(entry);
         const Device device(udev_device_new_from_syspath(context, path));
-        if (!device || !Matches(device.get(), matching)) continue;
-        if (auto service = UsbDeviceService::AtPath(path)) services.push_back(std::move(service));
+        if (!device || !matches(device.get(), matching)) continue;
+        if (auto service = UsbDeviceService::atPath(path)) services.push_back(std::move(service));
     }
     return kIOReturnSuccess;
 }
 
-std::unique_ptr<IOIterator> Iterator(Services services) {
+std::unique_ptr<IOIterator> iteratorOver(Services services) {
     return std::make_unique<IOServiceList>(std::vector<std::unique_ptr<IOService>>(
         std::make_move_iterator(services.begin()), std::make_move_iterator(services.end())));
 }
@@ -94,7 +94,7 @@ class Subscription {
 
     /// Subscribes first and then looks at what is there: an attach in between is in the list, and its event is known
     /// by its entry id.
-    IOReturn Arm(Services& present) {
+    IOReturn arm(Services& present) {
         mUdev.reset(udev_new());
         if (!mUdev) return kIOReturnNoMemory;
         mMonitor.reset(udev_monitor_new_from_netlink(mUdev.get(), "udev"));
@@ -102,19 +102,19 @@ class Subscription {
             udev_monitor_enable_receiving(mMonitor.get()) < 0) {
             return kIOReturnError;
         }
-        const IOReturn result = Present(mUdev.get(), mMatching, present);
-        TakeNew(present);
+        const IOReturn result = enumerate(mUdev.get(), mMatching, present);
+        takeNew(present);
         return result;
     }
 
-    void Watch(AsioRunLoop& loop, std::string_view mode) {
-        mWatch = loop.WatchReadable(mode, udev_monitor_get_fd(mMonitor.get()), [this] { Receive(); });
+    void watch(AsioRunLoop& loop, std::string_view mode) {
+        mWatch = loop.watchReadable(mode, udev_monitor_get_fd(mMonitor.get()), [this] { receive(); });
     }
-    void Unwatch() { mWatch.reset(); }
+    void unwatch() { mWatch.reset(); }
 
   private:
     /// Everything that has arrived makes one group.
-    void Receive() {
+    void receive() {
         Services matched;
         errno = 0;
         for (Device device; device.reset(udev_monitor_receive_device(mMonitor.get())), device; errno = 0) {
@@ -123,28 +123,28 @@ class Subscription {
             if (!action) continue;
             // A removal is no reason to forget the port's entry: the list of what is there may be ahead of the events,
             // and the entry already be that of the next attach.
-            if (std::string_view(action) != "add" || !Matches(device.get(), mMatching)) continue;
-            if (auto service = UsbDeviceService::AtPath(path)) matched.push_back(std::move(service));
+            if (std::string_view(action) != "add" || !matches(device.get(), mMatching)) continue;
+            if (auto service = UsbDeviceService::atPath(path)) matched.push_back(std::move(service));
         }
         if (errno == ENOBUFS) {
             // The socket has overflowed and events are lost: look again at what is there.
             NSLog("Attach events were lost; all devices are looked at again.\n");
             matched.clear();
-            Present(mUdev.get(), mMatching, matched);
+            enumerate(mUdev.get(), mMatching, matched);
         }
-        TakeNew(matched);
+        takeNew(matched);
         if (matched.empty()) return;
-        const auto iterator = Iterator(std::move(matched));
+        const auto iterator = iteratorOver(std::move(matched));
         mCallback(mRefCon, *iterator);
     }
 
     /// Leaves only the attaches not seen before: udev may announce one again at any time ("udevadm trigger").
-    void TakeNew(Services& services) {
+    void takeNew(Services& services) {
         std::erase_if(services, [&](const auto& service) {
             std::string path;
             if (service->IORegistryEntryGetPath(kIOServicePlane, path) != kIOReturnSuccess) return true;
             std::uint64_t& known = mKnown[path];
-            return std::exchange(known, service->EntryId()) == service->EntryId();
+            return std::exchange(known, service->entryId()) == service->entryId();
         });
     }
 
@@ -160,32 +160,32 @@ class Subscription {
 /// The source of a port: all its subscriptions, watched in the mode that it serves.
 class UdevSource final : public CFRunLoopSource {
   public:
-    void Scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
+    void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
         mLoop = std::dynamic_pointer_cast<AsioRunLoop>(loop);
         if (!mLoop) {
             std::fputs("Attach notifications need a run loop that can watch descriptors.\n", stderr);
             std::abort();
         }
         mMode = mode;
-        for (auto& subscription : mSubscriptions) subscription.Watch(*mLoop, mMode);
+        for (auto& subscription : mSubscriptions) subscription.watch(*mLoop, mMode);
     }
-    void Cancelled() override {
-        for (auto& subscription : mSubscriptions) subscription.Unwatch();
+    void cancelled() override {
+        for (auto& subscription : mSubscriptions) subscription.unwatch();
         mLoop.reset();
     }
 
-    IOReturn Add(const MatchingDictionary& matching, IOServiceMatchingCallback callback, void* refCon,
+    IOReturn add(const MatchingDictionary& matching, IOServiceMatchingCallback callback, void* refCon,
                  Services& present) {
         Subscription& subscription = mSubscriptions.emplace_back(matching, callback, refCon);
-        const IOReturn result = subscription.Arm(present);
+        const IOReturn result = subscription.arm(present);
         if (result != kIOReturnSuccess) {
             mSubscriptions.pop_back();
         } else if (mLoop) {
-            subscription.Watch(*mLoop, mMode);
+            subscription.watch(*mLoop, mMode);
         }
         return result;
     }
-    void Close() { mSubscriptions.clear(); }
+    void close() { mSubscriptions.clear(); }
 
   private:
     std::list<Subscription> mSubscriptions;  // a list: a watch refers to its subscription
@@ -196,7 +196,7 @@ class UdevSource final : public CFRunLoopSource {
 class UdevNotificationPort final : public IONotificationPort {
   public:
     UdevNotificationPort() = default;
-    ~UdevNotificationPort() override { source->Close(); }
+    ~UdevNotificationPort() override { source->close(); }
     UdevNotificationPort(const UdevNotificationPort&) = delete;
     UdevNotificationPort& operator=(const UdevNotificationPort&) = delete;
 
@@ -212,8 +212,8 @@ IOReturn UdevRegistry::IOServiceGetMatchingServices(const MatchingDictionary& ma
     const Udev context(udev_new());
     if (!context) return kIOReturnNoMemory;
     Services services;
-    const IOReturn result = Present(context.get(), matching, services);
-    if (result == kIOReturnSuccess) iterator = Iterator(std::move(services));
+    const IOReturn result = enumerate(context.get(), matching, services);
+    if (result == kIOReturnSuccess) iterator = iteratorOver(std::move(services));
     return result;
 }
 
@@ -229,8 +229,8 @@ IOReturn UdevRegistry::IOServiceAddMatchingNotification(IONotificationPort& port
     auto* own = dynamic_cast<UdevNotificationPort*>(&port);
     if (!own) return kIOReturnBadArgument;
     Services present;
-    const IOReturn result = own->source->Add(matching, callback, refCon, present);
-    if (result == kIOReturnSuccess) iterator = Iterator(std::move(present));
+    const IOReturn result = own->source->add(matching, callback, refCon, present);
+    if (result == kIOReturnSuccess) iterator = iteratorOver(std::move(present));
     return result;
 }
 
@@ -239,11 +239,11 @@ std::unique_ptr<IOService> UdevRegistry::IORegistryEntryFromPath(const std::stri
     const Device device(context ? udev_device_new_from_syspath(context.get(), path.c_str()) : nullptr);
     const char* type = device ? udev_device_get_devtype(device.get()) : nullptr;
     if (!type || std::string_view(type) != kDeviceType) return nullptr;
-    return UsbDeviceService::AtPath(path);
+    return UsbDeviceService::atPath(path);
 }
 
-std::string UdevRegistry::DescribeOpenFailure(const std::string& path, IOReturn result) {
-    return platform::DescribeOpenFailure(path, result);
+std::string UdevRegistry::describeOpenFailure(const std::string& path, IOReturn result) {
+    return platform::describeOpenFailure(path, result);
 }
 
 }  // namespace platform

@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-bool Add(int epoll, int descriptor, short events) {
+bool add(int epoll, int descriptor, short events) {
     epoll_event event{};
     if (events & POLLIN) event.events |= EPOLLIN;
     if (events & POLLOUT) event.events |= EPOLLOUT;
@@ -20,7 +20,7 @@ bool Add(int epoll, int descriptor, short events) {
 
 }  // namespace
 
-std::vector<const libusb_interface_descriptor*> FirstSettings(const libusb_config_descriptor& configuration) {
+std::vector<const libusb_interface_descriptor*> firstSettings(const libusb_config_descriptor& configuration) {
     std::vector<const libusb_interface_descriptor*> settings;
     for (int i = 0; i < configuration.bNumInterfaces; ++i) {
         if (configuration.interface[i].num_altsetting > 0) settings.push_back(configuration.interface[i].altsetting);
@@ -28,16 +28,16 @@ std::vector<const libusb_interface_descriptor*> FirstSettings(const libusb_confi
     return settings;
 }
 
-IOReturn UsbConnection::Open(const std::string& node, std::shared_ptr<UsbConnection>& connection) {
+IOReturn UsbConnection::open(const std::string& node, std::shared_ptr<UsbConnection>& connection) {
     // make_shared can't reach the constructor.
     std::shared_ptr<UsbConnection> made(new UsbConnection);
-    const IOReturn result = made->Attach(node);
+    const IOReturn result = made->attach(node);
     if (result == kIOReturnSuccess) connection = std::move(made);
     return result;
 }
 
-IOReturn UsbConnection::Attach(const std::string& node) {
-    IOReturn result = OpenUsbNode(node, mNode);
+IOReturn UsbConnection::attach(const std::string& node) {
+    IOReturn result = openUsbNode(node, mNode);
     if (result != kIOReturnSuccess) return result;
     mEpoll = FileDescriptor(::epoll_create1(EPOLL_CLOEXEC));
     if (!mEpoll) return IOReturnOfErrno(errno);
@@ -56,14 +56,14 @@ IOReturn UsbConnection::Attach(const std::string& node) {
     if (result != kIOReturnSuccess) return result;
     mHandle.reset(handle);
     libusb_set_auto_detach_kernel_driver(handle, 1);
-    return WatchEvents();
+    return watchEvents();
 }
 
-IOReturn UsbConnection::WatchEvents() {
+IOReturn UsbConnection::watchEvents() {
     libusb_set_pollfd_notifiers(
         mContext.get(),
         [](int descriptor, short events, void* self) {
-            Add(static_cast<UsbConnection*>(self)->mEpoll.get(), descriptor, events);
+            add(static_cast<UsbConnection*>(self)->mEpoll.get(), descriptor, events);
         },
         [](int descriptor, void* self) {
             ::epoll_ctl(static_cast<UsbConnection*>(self)->mEpoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
@@ -74,7 +74,7 @@ IOReturn UsbConnection::WatchEvents() {
     IOReturn result = kIOReturnSuccess;
     for (const libusb_pollfd** entry = descriptors; *entry; ++entry) {
         // What is not watched would never wake anybody.
-        if (!Add(mEpoll.get(), (*entry)->fd, (*entry)->events)) result = IOReturnOfErrno(errno);
+        if (!add(mEpoll.get(), (*entry)->fd, (*entry)->events)) result = IOReturnOfErrno(errno);
     }
     libusb_free_pollfds(descriptors);
     return result;
@@ -87,16 +87,16 @@ UsbConnection::~UsbConnection() {
     libusb_set_pollfd_notifiers(mContext.get(), nullptr, nullptr, nullptr);
 }
 
-IOReturn UsbConnection::ActiveConfiguration(UsbConfiguration& configuration) const {
+IOReturn UsbConnection::activeConfiguration(UsbConfiguration& configuration) const {
     libusb_config_descriptor* found = nullptr;
-    const int result = libusb_get_active_config_descriptor(Device(), &found);
+    const int result = libusb_get_active_config_descriptor(device(), &found);
     configuration.reset(result < 0 ? nullptr : found);
     return IOReturnOfLibusb(result);
 }
 
 IOReturn UsbConnection::SetConfiguration(int configurationValue) {
     int result = libusb_set_configuration(mHandle.get(), configurationValue);
-    if (result == LIBUSB_ERROR_BUSY && DetachKernelDrivers() == kIOReturnSuccess) {
+    if (result == LIBUSB_ERROR_BUSY && detachKernelDrivers() == kIOReturnSuccess) {
         result = libusb_set_configuration(mHandle.get(), configurationValue);
     }
     return IOReturnOfLibusb(result);
@@ -104,18 +104,18 @@ IOReturn UsbConnection::SetConfiguration(int configurationValue) {
 
 /// The kernel refuses a configuration while a driver, or another program, holds one of the interfaces. A program is
 /// left alone: it makes the second try fail as well.
-IOReturn UsbConnection::DetachKernelDrivers() {
+IOReturn UsbConnection::detachKernelDrivers() {
     UsbConfiguration configuration;
-    const IOReturn result = ActiveConfiguration(configuration);
+    const IOReturn result = activeConfiguration(configuration);
     if (result != kIOReturnSuccess) return result;
-    for (const auto* interface : FirstSettings(*configuration)) {
+    for (const auto* interface : firstSettings(*configuration)) {
         const int number = interface->bInterfaceNumber;
         if (libusb_detach_kernel_driver(mHandle.get(), number) == LIBUSB_SUCCESS) mDetached.insert(number);
     }
     return kIOReturnSuccess;
 }
 
-bool UsbConnection::HandleEvents(std::chrono::milliseconds wait) {
+bool UsbConnection::handleEvents(std::chrono::milliseconds wait) {
     timeval limit{wait.count() / 1000, wait.count() % 1000 * 1000};
     const int result = libusb_handle_events_timeout_completed(mContext.get(), &limit, nullptr);
     return result == LIBUSB_SUCCESS || result == LIBUSB_ERROR_INTERRUPTED;

@@ -19,7 +19,7 @@ struct FreeUsbConfiguration {
 using UsbConfiguration = std::unique_ptr<libusb_config_descriptor, FreeUsbConfiguration>;
 
 /// Of each interface, alternate setting 0, the one that a configuration starts with. They belong to the configuration.
-std::vector<const libusb_interface_descriptor*> FirstSettings(const libusb_config_descriptor& configuration);
+std::vector<const libusb_interface_descriptor*> firstSettings(const libusb_config_descriptor& configuration);
 
 /// One opened device: a libusb context of its own, so that nothing but this device's owner ever handles its events, the
 /// handle, and the node's descriptor. All of libusb's descriptors stand in one epoll set, whose descriptor is the only
@@ -28,27 +28,27 @@ std::vector<const libusb_interface_descriptor*> FirstSettings(const libusb_confi
 class UsbConnection {
   public:
     /// Opens the node of a device; udev being late with permissions is waited for.
-    static IOReturn Open(const std::string& node, std::shared_ptr<UsbConnection>& connection);
+    static IOReturn open(const std::string& node, std::shared_ptr<UsbConnection>& connection);
 
     ~UsbConnection();
     UsbConnection(const UsbConnection&) = delete;
     UsbConnection& operator=(const UsbConnection&) = delete;
 
-    libusb_device_handle* Handle() const { return mHandle.get(); }
-    libusb_device* Device() const { return libusb_get_device(mHandle.get()); }
+    libusb_device_handle* handle() const { return mHandle.get(); }
+    libusb_device* device() const { return libusb_get_device(mHandle.get()); }
 
-    IOReturn ActiveConfiguration(UsbConfiguration& configuration) const;
+    IOReturn activeConfiguration(UsbConfiguration& configuration) const;
 
     /// Chooses the configuration; kernel drivers in the way are detached, and given back at the end.
     IOReturn SetConfiguration(int configurationValue);
 
     /// Readable while libusb has something to handle.
-    int EventDescriptor() const { return mEpoll.get(); }
+    int eventDescriptor() const { return mEpoll.get(); }
 
     /// Handles what is ready; transfers' call-backs run inside.
     /// @param wait  how long to wait for something; 0 does not wait
     /// @return false when libusb refused
-    bool HandleEvents(std::chrono::milliseconds wait = {});
+    bool handleEvents(std::chrono::milliseconds wait = {});
 
   private:
     struct Exit {
@@ -59,9 +59,9 @@ class UsbConnection {
     };
 
     UsbConnection() = default;
-    IOReturn Attach(const std::string& node);
-    IOReturn WatchEvents();
-    IOReturn DetachKernelDrivers();
+    IOReturn attach(const std::string& node);
+    IOReturn watchEvents();
+    IOReturn detachKernelDrivers();
 
     // In the order in which they are made; they go the other way round.
     FileDescriptor mNode;

@@ -20,7 +20,7 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 /// Waits until something about the folder's files has changed; false when the time is up.
-bool WaitForChange(int inotify, steady_clock::time_point deadline) {
+bool waitForChange(int inotify, steady_clock::time_point deadline) {
     for (;;) {
         const auto left = ceil<milliseconds>(deadline - steady_clock::now());
         if (left.count() <= 0) return false;
@@ -35,7 +35,7 @@ bool WaitForChange(int inotify, steady_clock::time_point deadline) {
 }
 
 /// In place of WaitForChange where the user's share of inotify instances is used up; false when the time is up.
-bool Pause(steady_clock::time_point deadline) {
+bool pause(steady_clock::time_point deadline) {
     constexpr milliseconds kPause(50);
     const auto left = ceil<milliseconds>(deadline - steady_clock::now());
     if (left.count() <= 0) return false;
@@ -47,7 +47,7 @@ bool Pause(steady_clock::time_point deadline) {
 
 // A node's modification time is when it appeared, or when a program last used it: setting permissions changes only the
 // change time. A clock that was set back meanwhile gives the whole grace, never more.
-nanoseconds PermissionGraceLeft(const std::string& node) {
+nanoseconds permissionGraceLeft(const std::string& node) {
     struct stat status {};
     if (::lstat(node.c_str(), &status) < 0) return nanoseconds(0);
     timespec now{};
@@ -57,11 +57,11 @@ nanoseconds PermissionGraceLeft(const std::string& node) {
     return std::clamp<nanoseconds>(kPermissionGrace - age, nanoseconds(0), kPermissionGrace);
 }
 
-int OpenReadWrite(const std::string& node) {
+int openReadWrite(const std::string& node) {
     return ::open(node.c_str(), O_RDWR | O_CLOEXEC | O_NOCTTY);
 }
 
-IOReturn OpenUsbNode(const std::string& node, FileDescriptor& descriptor, const NodeOpener& opener) {
+IOReturn openUsbNode(const std::string& node, FileDescriptor& descriptor, const NodeOpener& opener) {
     const auto attempt = [&] {
         descriptor = FileDescriptor(opener(node));
         return descriptor ? 0 : errno;
@@ -69,7 +69,7 @@ IOReturn OpenUsbNode(const std::string& node, FileDescriptor& descriptor, const 
     int error = attempt();
     if (error != EACCES) return IOReturnOfErrno(error);
 
-    const auto deadline = steady_clock::now() + PermissionGraceLeft(node);
+    const auto deadline = steady_clock::now() + permissionGraceLeft(node);
     // The folder is watched: the node itself can't be while it may not be read. Watch first, then try again, so that no
     // change is missed in between.
     const FileDescriptor inotify(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
@@ -78,7 +78,7 @@ IOReturn OpenUsbNode(const std::string& node, FileDescriptor& descriptor, const 
                                                          IN_ATTRIB | IN_CREATE | IN_DELETE | IN_MOVED_TO) >= 0;
     do {
         error = attempt();
-    } while (error == EACCES && (watching ? WaitForChange(inotify.get(), deadline) : Pause(deadline)));
+    } while (error == EACCES && (watching ? waitForChange(inotify.get(), deadline) : pause(deadline)));
     return IOReturnOfErrno(error);
 }
 

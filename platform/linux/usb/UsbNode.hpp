@@ -13,18 +13,18 @@ namespace platform {
 using NodeOpener = std::function<int(const std::string& node)>;
 
 /// Opens for reading and writing, never as a controlling terminal.
-int OpenReadWrite(const std::string& node);
+int openReadWrite(const std::string& node);
 
 /// How long after a node has appeared "access denied" may still be udev being late.
 inline constexpr std::chrono::milliseconds kPermissionGrace{2000};
 
 /// How much of the grace is left to a node, from 0 to kPermissionGrace. Any thread.
-std::chrono::nanoseconds PermissionGraceLeft(const std::string& node);
+std::chrono::nanoseconds permissionGraceLeft(const std::string& node);
 
 /// Opens a device's node. Just after an attach udev may still be setting permissions: denied access is tried again, at
 /// each change of the node's attributes, until it has been there for kPermissionGrace.
 /// @return kIOReturnNotPermitted when access stays denied, kIOReturnNoDevice when the node has gone
 /// Blocks for kPermissionGrace at most. Any thread.
-IOReturn OpenUsbNode(const std::string& node, FileDescriptor& descriptor, const NodeOpener& opener = OpenReadWrite);
+IOReturn openUsbNode(const std::string& node, FileDescriptor& descriptor, const NodeOpener& opener = openReadWrite);
 
 }  // namespace platform

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kMaxPathLength = 511;  // the platform's limit on a registry path
 
-std::uint64_t NumberIn(const std::string& file) {
+std::uint64_t numberIn(const std::string& file) {
     std::ifstream stream(file);
     std::uint64_t number = 0;
     stream >> number;
@@ -20,11 +20,11 @@ std::uint64_t NumberIn(const std::string& file) {
 
 /// 0 when nothing is there. Bits 16 and up: inode; below: bus and device number. An inode of sysfs has its generation
 /// in the upper half, which does not get near 2^16 while a system is up.
-std::uint64_t EntryIdAt(const std::string& path) {
+std::uint64_t entryIdAt(const std::string& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) < 0) return 0;
-    const std::uint64_t bus = NumberIn(path + "/busnum");
-    const std::uint64_t device = NumberIn(path + "/devnum");
+    const std::uint64_t bus = numberIn(path + "/busnum");
+    const std::uint64_t device = numberIn(path + "/devnum");
     if (device == 0) return 0;
     return (std::uint64_t{status.st_ino} << 16) ^ ((bus & 0x1FF) << 7) ^ (device & 0x7F);
 }
@@ -46,20 +46,20 @@ class UsbDevicePlugIn final : public IOCFPlugInInterface {
 
 }  // namespace
 
-std::unique_ptr<UsbDeviceService> UsbDeviceService::AtPath(std::string sysfsPath) {
-    const std::uint64_t entryId = EntryIdAt(sysfsPath);
+std::unique_ptr<UsbDeviceService> UsbDeviceService::atPath(std::string sysfsPath) {
+    const std::uint64_t entryId = entryIdAt(sysfsPath);
     if (entryId == 0) return nullptr;
     return std::unique_ptr<UsbDeviceService>(new UsbDeviceService(std::move(sysfsPath), entryId));
 }
 
-bool UsbDeviceService::IsThere() const {
-    return EntryIdAt(mPath) == mEntryId;
+bool UsbDeviceService::isThere() const {
+    return entryIdAt(mPath) == mEntryId;
 }
 
 IOReturn UsbDeviceService::IORegistryEntryGetPath(const std::string& plane, std::string& path) {
     if (plane != kIOServicePlane) return kIOReturnNotFound;
     if (mPath.size() > kMaxPathLength) return kIOReturnOverrun;
-    if (!IsThere()) return kIOReturnNoDevice;
+    if (!isThere()) return kIOReturnNoDevice;
     path = mPath;
     return kIOReturnSuccess;
 }
@@ -72,7 +72,7 @@ IOReturn UsbDeviceService::IORegistryEntryGetRegistryEntryID(std::uint64_t& entr
 IOReturn UsbDeviceService::IOCreatePlugInInterfaceForService(IOUserClientType type,
                                                              std::unique_ptr<IOCFPlugInInterface>& plugIn) {
     if (type != IOUserClientType::kIOUSBDeviceUserClientTypeID) return kIOReturnUnsupported;
-    if (!IsThere()) return kIOReturnNoDevice;
+    if (!isThere()) return kIOReturnNoDevice;
     plugIn = std::make_unique<UsbDevicePlugIn>(mPath, mEntryId);
     return kIOReturnSuccess;
 }

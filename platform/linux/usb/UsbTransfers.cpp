@@ -17,7 +17,7 @@ constexpr std::chrono::seconds kTakeBackLimit{5};  // the kernel cancels at once
 
 }  // namespace
 
-IOReturn UsbTransfers::Submit(std::uint8_t address, std::uint8_t type, std::span<const unsigned char> bytes,
+IOReturn UsbTransfers::submit(std::uint8_t address, std::uint8_t type, std::span<const unsigned char> bytes,
                               const Completion& completion) {
     if (mIdle.empty()) {
         Transfer& made = mIdle.emplace_back();
@@ -33,8 +33,8 @@ IOReturn UsbTransfers::Submit(std::uint8_t address, std::uint8_t type, std::span
     transfer.data.assign(bytes.begin(), bytes.end());
     if (address & LIBUSB_ENDPOINT_IN) transfer.data.resize(completion.destination.size());
     transfer.completion = completion;
-    libusb_fill_bulk_transfer(transfer.libusb.get(), mConnection->Handle(), address, transfer.data.data(),
-                              static_cast<int>(transfer.data.size()), &Ended, &transfer, kNoTimeout);
+    libusb_fill_bulk_transfer(transfer.libusb.get(), mConnection->handle(), address, transfer.data.data(),
+                              static_cast<int>(transfer.data.size()), &ended, &transfer, kNoTimeout);
     transfer.libusb->type = type;
     const int result = libusb_submit_transfer(transfer.libusb.get());
     if (result == LIBUSB_SUCCESS) {
@@ -49,7 +49,7 @@ IOReturn UsbTransfers::Submit(std::uint8_t address, std::uint8_t type, std::span
     return IOReturnOfLibusb(result);
 }
 
-void UsbTransfers::Ended(libusb_transfer* transfer) {
+void UsbTransfers::ended(libusb_transfer* transfer) {
     auto& ended = *static_cast<Transfer*>(transfer->user_data);
     UsbTransfers& self = *ended.owner;
     self.mDone.splice(self.mDone.end(), self.mInFlight, ended.self);
@@ -61,35 +61,35 @@ void UsbTransfers::Ended(libusb_transfer* transfer) {
     }
     self.mHasReported = true;
     try {
-        self.Report();
+        self.report();
     } catch (...) {
         self.mThrown = std::current_exception();  // libusb is C: nothing may be thrown through it
     }
 }
 
-void UsbTransfers::HandleEvents() {
+void UsbTransfers::handleEvents() {
     const auto self = shared_from_this();  // a completion may let go of the interface
     mHasReported = mHoldsBack = false;
     mInLibusb = true;
-    mConnection->HandleEvents();
+    mConnection->handleEvents();
     mInLibusb = false;
-    if (mClosed) Release();
-    EndRun();
+    if (mClosed) release();
+    endRun();
     if (mThrown) std::rethrow_exception(std::exchange(mThrown, nullptr));
 }
 
-void UsbTransfers::Abort(std::uint8_t address) {
+void UsbTransfers::abort(std::uint8_t address) {
     for (auto& transfer : mInFlight) {
         // One that has ended in the meantime is not found, which is as good.
         if (transfer.libusb->endpoint == address) libusb_cancel_transfer(transfer.libusb.get());
     }
 }
 
-void UsbTransfers::TakeBack() {
+void UsbTransfers::takeBack() {
     for (auto& transfer : mInFlight) libusb_cancel_transfer(transfer.libusb.get());
     const auto deadline = std::chrono::steady_clock::now() + kTakeBackLimit;
     while (!mInFlight.empty() && std::chrono::steady_clock::now() < deadline) {
-        if (!mConnection->HandleEvents(std::chrono::milliseconds(100))) break;
+        if (!mConnection->handleEvents(std::chrono::milliseconds(100))) break;
     }
     mIdle.splice(mIdle.end(), mDone);
     mIdle.splice(mIdle.end(), mRefused);
@@ -100,27 +100,27 @@ void UsbTransfers::TakeBack() {
     mInFlight.clear();
 }
 
-void UsbTransfers::Close() {
+void UsbTransfers::close() {
     mClosed = true;
-    Unschedule();
-    if (!mInLibusb) Release();
+    unschedule();
+    if (!mInLibusb) release();
 }
 
-void UsbTransfers::Release() {
+void UsbTransfers::release() {
     if (std::exchange(mReleased, true)) return;
-    TakeBack();
-    libusb_release_interface(mConnection->Handle(), mInterface);
+    takeBack();
+    libusb_release_interface(mConnection->handle(), mInterface);
 }
 
-void UsbTransfers::Schedule(const std::shared_ptr<AsioRunLoop>& loop, std::string_view mode) {
+void UsbTransfers::schedule(const std::shared_ptr<AsioRunLoop>& loop, std::string_view mode) {
     if (mClosed) return;
     mLoop = loop;
     mMode = mode;
-    mWatch = loop->WatchReadable(mode, mConnection->EventDescriptor(), [this] { HandleEvents(); });
-    if (!mDone.empty()) ReportLater(kLongPast);
+    mWatch = loop->watchReadable(mode, mConnection->eventDescriptor(), [this] { handleEvents(); });
+    if (!mDone.empty()) reportLater(kLongPast);
 }
 
-void UsbTransfers::Unschedule() {
+void UsbTransfers::unschedule() {
     mLater.reset();
     mWatch.reset();
     mLoop.reset();
@@ -128,30 +128,30 @@ void UsbTransfers::Unschedule() {
 
 /// For what is done already: no descriptor will announce it again.
 /// @param moment  timers with an earlier one, a time-out that is due say, fire before
-void UsbTransfers::ReportLater(CFAbsoluteTime moment) {
+void UsbTransfers::reportLater(CFAbsoluteTime moment) {
     if (!mLoop) return;
     mLater = mLoop->CFRunLoopAddTimer(mMode, moment, 0, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self) return;
         try {
-            self->Report();
+            self->report();
         } catch (...) {
-            self->EndRun();
+            self->endRun();
             throw;
         }
-        self->EndRun();
+        self->endRun();
     });
 }
 
 /// What is left over waits for the next run. What came from the kernel is still in time for a time-out that is due by
 /// now; a refused transfer is not, or completions that start another one each time would keep time-outs off for ever.
-void UsbTransfers::EndRun() {
+void UsbTransfers::endRun() {
     const CFAbsoluteTime moment = mDone.empty() ? CFAbsoluteTimeGetCurrent() : kLongPast;
     mDone.splice(mDone.end(), mRefused);
-    if (!mDone.empty()) ReportLater(moment);
+    if (!mDone.empty()) reportLater(moment);
 }
 
-void UsbTransfers::Report() {
+void UsbTransfers::report() {
     // Nested where a completion runs the loop again.
     const struct Restore {
         bool& reports;

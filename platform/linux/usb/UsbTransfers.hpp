@@ -29,7 +29,7 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
     /// @param interface  number of the interface, which has been claimed
     UsbTransfers(std::shared_ptr<UsbConnection> connection, int interface)
         : mConnection(std::move(connection)), mInterface(interface) {}
-    ~UsbTransfers() { Release(); }
+    ~UsbTransfers() { release(); }
     UsbTransfers(const UsbTransfers&) = delete;
     UsbTransfers& operator=(const UsbTransfers&) = delete;
 
@@ -43,19 +43,19 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
     /// @param address  endpoint with its direction in bit 7
     /// @param type     LIBUSB_TRANSFER_TYPE_BULK or _INTERRUPT
     /// @param bytes    of a write; taken over. A read takes up to completion.destination.size()
-    IOReturn Submit(std::uint8_t address, std::uint8_t type, std::span<const unsigned char> bytes,
+    IOReturn submit(std::uint8_t address, std::uint8_t type, std::span<const unsigned char> bytes,
                     const Completion& completion);
 
     /// Asks for every transfer of the endpoint to end; each is reported with kIOReturnAborted, unless it has made it.
-    void Abort(std::uint8_t address);
+    void abort(std::uint8_t address);
 
     /// Ends every transfer, waits until the kernel has given it back, and releases the interface; nothing is reported
     /// any more. Called by a completion, it waits only once that has returned. Blocks, in practice for as long as it
     /// takes the kernel to cancel.
-    void Close();
+    void close();
 
-    void Schedule(const std::shared_ptr<AsioRunLoop>& loop, std::string_view mode);
-    void Unschedule();
+    void schedule(const std::shared_ptr<AsioRunLoop>& loop, std::string_view mode);
+    void unschedule();
 
   private:
     struct Transfer {
@@ -69,13 +69,13 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
         Completion completion;
     };
 
-    static void LIBUSB_CALL Ended(libusb_transfer* transfer);
-    void HandleEvents();
-    void ReportLater(CFAbsoluteTime moment);
-    void EndRun();
-    void Report();
-    void TakeBack();
-    void Release();
+    static void LIBUSB_CALL ended(libusb_transfer* transfer);
+    void handleEvents();
+    void reportLater(CFAbsoluteTime moment);
+    void endRun();
+    void report();
+    void takeBack();
+    void release();
 
     const std::shared_ptr<UsbConnection> mConnection;
     const int mInterface;

@@ -57,7 +57,7 @@ TEST(IoLink, ThatCannotBeMadeIsLoggedWithTheRaiseSite) {
         const auto lines = log.take();
         return lines.size() == 1 ? lines[0].logMsg : std::to_string(lines.size()) + " lines";
     };
-    std::string const start = "Error creating UsbTrovikModeIoLink at path:";
+    const std::string start = "Error creating UsbTrovikModeIoLink at path:";
     EXPECT_EQ(logsOf(std::nullopt), start + "(null)\napp/TrovikMode/UsbTrovikModeIoLink on line 81");
     EXPECT_EQ(logsOf(world.path()), start + world.path() + "\nlibs/IOU/mac/IOU_Session on line 116");
     EXPECT_THROW(UsbTrovikModeIoLink::initWithPath(world.path() + "x"), int);

@@ -16,7 +16,7 @@ constexpr std::uint64_t kEverything = std::numeric_limits<std::uint64_t>::max();
 
 template <typename Block>
 void runGuarded(const Block& block) noexcept {
-    platform::RunGuarded(block, "DDLogQueue", __LINE__);
+    platform::runGuarded(block, "DDLogQueue", __LINE__);
 }
 
 }  // namespace

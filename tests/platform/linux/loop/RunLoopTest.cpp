@@ -26,21 +26,21 @@ constexpr double kWatchdog = 20;  // seconds; far beyond anything that a passing
 /// Readable until it is read.
 class EventSource final : public CFRunLoopSource {
   public:
-    void Scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
-        mWatch = std::dynamic_pointer_cast<AsioRunLoop>(loop)->WatchReadable(mode, mEvent.get(), [this] {
+    void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
+        mWatch = std::dynamic_pointer_cast<AsioRunLoop>(loop)->watchReadable(mode, mEvent.get(), [this] {
             eventfd_t count = 0;
             EXPECT_EQ(eventfd_read(mEvent.get(), &count), 0);
             ++served;
             if (onServed) onServed();
         });
     }
-    void Cancelled() override {
+    void cancelled() override {
         mWatch.reset();
-        ++cancelled;
+        ++cancellations;
     }
     void Signal() { eventfd_write(mEvent.get(), 1); }
 
-    int served = 0, cancelled = 0;
+    int served = 0, cancellations = 0;
     std::function<void()> onServed;
 
   private:
@@ -51,7 +51,7 @@ class EventSource final : public CFRunLoopSource {
 /// The real loop, and a source in its mode "mine" that is ready from Signal() until it has been served.
 struct RealLoop {
     RealLoop() { loop->CFRunLoopAddSource(source, "mine"); }
-    ~RealLoop() { loop->End(); }
+    ~RealLoop() { loop->end(); }
     void Signal() { source->Signal(); }
     const std::shared_ptr<AsioRunLoop> loop = std::make_shared<AsioRunLoop>();
     const std::shared_ptr<EventSource> source = std::make_shared<EventSource>();
@@ -77,10 +77,10 @@ TEST_F(RunLoop, ServesOnlyWhatBelongsToTheModeThatRuns) {
     }
     for (int i = 0; i < 3; ++i) EXPECT_EQ(Run("mine"), CFRunLoopRunResult::HandledSource);
     loop->CFRunLoopRemoveSource(source);
-    EXPECT_EQ(loop->ModeCount(), 0U) << "the watch under way has gone with its source";
+    EXPECT_EQ(loop->modeCount(), 0U) << "the watch under way has gone with its source";
     source->Signal();
     EXPECT_EQ(Run("mine", 0), CFRunLoopRunResult::TimedOut);
-    EXPECT_EQ(std::tuple(served, source->served, source->cancelled), std::tuple(2, 1, 1));
+    EXPECT_EQ(std::tuple(served, source->served, source->cancellations), std::tuple(2, 1, 1));
 }
 
 TEST_F(RunLoop, SourceStaysArmedAfterItsHandlerHasThrownUntilItRemovesItselfAndItsMode) {
@@ -93,7 +93,7 @@ TEST_F(RunLoop, SourceStaysArmedAfterItsHandlerHasThrownUntilItRemovesItselfAndI
     source->Signal();
     EXPECT_EQ(Run("mine"), CFRunLoopRunResult::HandledSource);
     EXPECT_EQ(source->served, 3);
-    EXPECT_EQ(loop->ModeCount(), 0U);
+    EXPECT_EQ(loop->modeCount(), 0U);
 }
 
 TEST_F(RunLoop, TimersFireInOrderOfTheirMomentsAndEndTheirWait) {
@@ -107,7 +107,7 @@ TEST_F(RunLoop, TimersFireInOrderOfTheirMomentsAndEndTheirWait) {
     loop->CFRunLoopAddTimer("timers", In(0.015), 0, [] { FAIL(); })->CFRunLoopTimerInvalidate();
     for (int i = 0; i < 2; ++i) EXPECT_EQ(Run("timers"), CFRunLoopRunResult::HandledSource);
     EXPECT_EQ(fired, "sooner later");
-    EXPECT_EQ(loop->ModeCount(), 1U) << "the source's";
+    EXPECT_EQ(loop->modeCount(), 1U) << "the source's";
 }
 
 TEST_F(RunLoop, RepeatingTimerSkipsWhatItMissedHoweverShortItsPeriod) {
@@ -260,7 +260,7 @@ TEST(RunLoops, EachThreadHasOneLoopAndItsEndDestroysWhatWaits) {
         timer = loop->CFRunLoopAddTimer("mine", 0, 1, [held] {});
     }).join();
     EXPECT_NE(loop, loops.CFRunLoopGetCurrent());
-    EXPECT_EQ(source->cancelled, 1);
+    EXPECT_EQ(source->cancellations, 1);
     EXPECT_FALSE(timer->CFRunLoopTimerIsValid());
     queue->dispatch_sync([] { ADD_FAILURE() << "ran on an ended thread"; });
     timer.reset();

@@ -36,7 +36,7 @@ TEST(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
         EXPECT_EXIT(
             {
                 __crashreporter_info__ = "File: somewhere Line: 7";
-                InstallCrashHandler(folder / "ResetTool", "Reset Tool 1.2.3");
+                installCrashHandler(folder / "ResetTool", "Reset Tool 1.2.3");
                 crash();
             },
             testing::KilledBySignal(signal), "Reset Tool 1.2.3");
@@ -56,7 +56,7 @@ TEST(CrashHandler, ReportsToStandardErrorAndFileAndDiesOfTheSignal) {
 TEST(CrashHandler, WithoutAFileStillReportsToStandardError) {
     EXPECT_EXIT(
         {
-            InstallCrashHandler("", std::string(2000, 'v'));
+            installCrashHandler("", std::string(2000, 'v'));
             __builtin_trap();
         },
         testing::KilledBySignal(SIGILL), "^v{500}\nSignal 4");
@@ -68,7 +68,7 @@ TEST(CrashHandler, KeepsTheNewestTenReportsOfItsName) {
     for (int i = 998; i < 1010; ++i) kept.insert("ResetTool-" + std::to_string(i) + "-7.crash");
     for (const auto& name : kept) support::WriteFile(folder / name, "");
     for (const char* old : {"ResetTool-998-7.crash", "ResetTool-999-7.crash"}) kept.erase(old);
-    EXPECT_EXIT((InstallCrashHandler(folder / "ResetTool", ""), _exit(0)), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT((installCrashHandler(folder / "ResetTool", ""), _exit(0)), testing::ExitedWithCode(0), "");
     std::set<std::string> files;
     for (const auto& file : fs::directory_iterator(folder.path())) files.insert(file.path().filename());
     EXPECT_EQ(files, kept);

@@ -64,12 +64,12 @@ class ScriptRunnerTest : public ::testing::Test {
 };
 
 TEST(ScriptText, OnlyTheQuitRequestIsUnderstood) {
-    EXPECT_EQ(ApplicationToQuit(R"(tell application "Trovik Station" to quit)"), "Trovik Station");
-    EXPECT_EQ(ApplicationToQuit(R"(tell application "a\"b\\c" to quit)"), R"(a"b\c)");
+    EXPECT_EQ(applicationToQuit(R"(tell application "Trovik Station" to quit)"), "Trovik Station");
+    EXPECT_EQ(applicationToQuit(R"(tell application "a\"b\\c" to quit)"), R"(a"b\c)");
     for (const char* wrong :
          {"", "tell application \"x\"", "tell application \"x\" to quit now", "tell application \"\" to quit",
           "tell application \"x to quit", "tell application \"x\\", " tell application \"x\" to quit"}) {
-        EXPECT_FALSE(ApplicationToQuit(wrong)) << wrong;
+        EXPECT_FALSE(applicationToQuit(wrong)) << wrong;
         EXPECT_FALSE(SignalScriptRunner().executeAndReturnError(wrong)) << wrong;
     }
 }

@@ -29,7 +29,7 @@ class OpenFailureTest : public ::testing::Test {
         fs::create_directories(folder / "proc");
     }
     std::string Describe(IOReturn result) {
-        return DescribeOpenFailure(device, result, {folder / "proc", {folder / "none", folder / "rules.d"}});
+        return describeOpenFailure(device, result, {folder / "proc", {folder / "none", folder / "rules.d"}});
     }
 
     /// Opens that fail with the given errors one after the other; then the node is opened really.
@@ -37,7 +37,7 @@ class OpenFailureTest : public ::testing::Test {
         attempts = 0;
         return [this, errors = std::move(errors)](const std::string& path) {
             const std::size_t attempt = attempts++;
-            if (attempt >= errors.size()) return OpenReadWrite(path);
+            if (attempt >= errors.size()) return openReadWrite(path);
             // From the second attempt on the folder is being watched: only then does a change count as one to wait for.
             if (attempt > 0) fs::permissions(node, fs::perms(0666));
             errno = errors[attempt];
@@ -85,25 +85,25 @@ TEST_F(OpenFailureTest, NodeThatHasGoneIsCalledGone) {
 }
 
 TEST_F(OpenFailureTest, DeniedAccessToANewNodeIsTriedAgainAtEachChangeOfItAndNothingElseIs) {
-    EXPECT_EQ(OpenUsbNode(node, descriptor, FailsWith({EACCES, EACCES, EACCES})), kIOReturnSuccess);
+    EXPECT_EQ(openUsbNode(node, descriptor, FailsWith({EACCES, EACCES, EACCES})), kIOReturnSuccess);
     EXPECT_TRUE(descriptor);
     EXPECT_EQ(attempts, 4U);
-    EXPECT_EQ(OpenUsbNode(node, descriptor, FailsWith({EBUSY})), kIOReturnExclusiveAccess);
+    EXPECT_EQ(openUsbNode(node, descriptor, FailsWith({EBUSY})), kIOReturnExclusiveAccess);
     EXPECT_EQ(attempts, 1U);
     // Gone while permissions were waited for.
-    EXPECT_EQ(OpenUsbNode(node, descriptor, FailsWith({EACCES, EACCES, ENODEV})), kIOReturnNoDevice);
+    EXPECT_EQ(openUsbNode(node, descriptor, FailsWith({EACCES, EACCES, ENODEV})), kIOReturnNoDevice);
 
     const timespec longAgo[2] = {{1000, 0}, {1000, 0}};
     ASSERT_EQ(::utimensat(AT_FDCWD, node.c_str(), longAgo, 0), 0);
-    EXPECT_EQ(OpenUsbNode(node, descriptor, FailsWith({EACCES, EACCES, EACCES})), kIOReturnNotPermitted);
+    EXPECT_EQ(openUsbNode(node, descriptor, FailsWith({EACCES, EACCES, EACCES})), kIOReturnNotPermitted);
     EXPECT_FALSE(descriptor);
 }
 
 TEST_F(OpenFailureTest, GraceOfANodeIsNeverMoreThanTwoSeconds) {
     const timespec appears{::time(nullptr) + 3600, 0}, times[2] = {appears, appears};
     ASSERT_EQ(::utimensat(AT_FDCWD, node.c_str(), times, 0), 0);
-    EXPECT_EQ(PermissionGraceLeft(node), std::chrono::seconds(2));
-    EXPECT_EQ(PermissionGraceLeft(folder / "nothing").count(), 0);
+    EXPECT_EQ(permissionGraceLeft(node), std::chrono::seconds(2));
+    EXPECT_EQ(permissionGraceLeft(folder / "nothing").count(), 0);
 }
 
 TEST(UsbErrors, EveryResultOfLibusbHasItsMeaning) {
