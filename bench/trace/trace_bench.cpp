@@ -1,6 +1,7 @@
 // What a trace on a switched-off server costs, beside the call of an empty function: at most the same.
 
 #include "WIN/WIN_DebugServer.hpp"
+#include "WIN/WIN_Trace.hpp"
 #include "bench/trace/empty.hpp"
 
 #include <benchmark/benchmark.h>
@@ -42,6 +43,12 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark("PrintStr",
                                  [](auto& state) { Measure(state, [](auto& s) { s.PrintStr("text\n"); }); });
     benchmark::RegisterBenchmark("PrintData", [](auto& state) { Measure(state, [](auto& s) { s.PrintData(1234U); }); });
+    benchmark::RegisterBenchmark("Trace", [](auto& state) {
+        Measure(state, [](auto& s) {
+            win::Trace(
+                s, "Id: ", 1234U, " Size: ", [] { return std::string(99, 'x'); }, "\n");
+        });
+    });
 
     std::string defaults[] = {"--benchmark_enable_random_interleaving=true", "--benchmark_repetitions=15",
                               "--benchmark_min_time=0.05", "--benchmark_report_aggregates_only=true"};
@@ -53,7 +60,7 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 1;
     MedianReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    for (const char* name : {"PrintStr", "PrintData"}) {
+    for (const char* name : {"PrintStr", "PrintData", "Trace"}) {
         std::printf("ratio %s to_empty_function %.3f goal 1.0\n", name,
                     reporter.medians[name] / reporter.medians["empty"]);
     }

@@ -5,6 +5,7 @@
 #include "IOL/IOL_Packet.hpp"
 #include "IOL_DebugServer.hpp"
 #include "WIN/WIN_Timer.hpp"
+#include "WIN/WIN_Trace.hpp"
 
 #include <algorithm>
 
@@ -32,38 +33,26 @@ void Link_t::SendPacket(const Packet_t& packet, win::Duration_t timeout) {
 }
 
 void Link_t::GetPacket(Packet_t& packet, win::Duration_t timeout) {
-    win::DebugServer_t& trace = DebugServer();
     const win::Timer_t stopwatch;
-    const auto traceTime = [&](const char* text, const char* end) {
-        if (!trace.IsEnabled()) return;
-        trace.PrintStr(text);
-        trace.PrintData(win::Duration_t(stopwatch.ElapsedTime()));
-        trace.PrintStr(end);
-    };
+    const auto elapsed = [&stopwatch] { return win::Duration_t(stopwatch.ElapsedTime()); };
+    const auto trace = [](const auto&... pieces) { win::Trace(DebugServer(), pieces...); };
 
-    trace.PrintStr("\n");
-    trace.PrintStr("iol::Link_t: Entering Get Packet looking for packet id: ");
-    trace.PrintData(packet.Id());
-    trace.PrintStr(": Timeout = ");
-    trace.PrintData(timeout);
-    trace.PrintStr("\n");
+    trace("\n", "iol::Link_t: Entering Get Packet looking for packet id: ", packet.Id(), ": Timeout = ", timeout, "\n");
     for (;;) {
-        traceTime("iol::Link_t: Start receive frame loop at time: ", "\n");
+        trace("iol::Link_t: Start receive frame loop at time: ", elapsed, "\n");
         if (IsOver(stopwatch, timeout)) break;
-        traceTime("iol::Link_t: Start GetFrame with timeout at time ", "\n");
+        trace("iol::Link_t: Start GetFrame with timeout at time ", elapsed, "\n");
         const Frame_t frame = GetFrameWithTimeout(timeout);
-        traceTime("iol::Link_t: End GetFrame with timeout at time ", " found Frame id: ");
-        trace.PrintData(frame.Id());
-        trace.PrintStr("\n");
+        trace("iol::Link_t: End GetFrame with timeout at time ", elapsed, " found Frame id: ", frame.Id(), "\n");
         if (frame.Id() == packet.Id()) {
-            trace.PrintStr("iol::Link_t: Found the frame we were looking for start accept frame\n");
+            trace("iol::Link_t: Found the frame we were looking for start accept frame\n");
             packet.AcceptFrame(frame);
-            trace.PrintStr("iol::Link_t: End accept frame\n");
+            trace("iol::Link_t: End accept frame\n");
             return;
         }
-        trace.PrintStr("iol::Link_t: Wrong frame repeat loop\n");
+        trace("iol::Link_t: Wrong frame repeat loop\n");
     }
-    traceTime("iol::Link_t: Timed out trying to get packet ", "\n");
+    trace("iol::Link_t: Timed out trying to get packet ", elapsed, "\n");
     throw glo::Timeout_t(gcFile, gcPacketTimedOutLine);
 }
 

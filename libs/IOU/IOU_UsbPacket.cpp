@@ -1,7 +1,7 @@
 #include "libs/IOU/IOU_UsbPacket.hpp"
 
-#include "IOU/IOU_DebugServer.hpp"
 #include "UTL/UTL_HexDump.hpp"
+#include "libs/IOU/IOU_Trace.hpp"
 
 #include <algorithm>
 
@@ -25,10 +25,11 @@ void WriteLittleEndian(std::uint32_t value, std::span<unsigned char> bytes) {
     }
 }
 
-void TraceBadPacket(std::span<const unsigned char> bytes) {
-    if (!DebugServer().IsEnabled()) return;  // the dump is five times the packet's size
-    DebugServer().PrintStr("Bad packet:\n");
-    DebugServer().PrintStr(utl::HexDump(bytes).c_str());
+/// Says why the bytes are no packet, and shows them.
+template <typename... Pieces_t>
+std::nullopt_t Refuse(std::span<const unsigned char> bytes, const Pieces_t&... why) {
+    Trace(why..., "Bad packet:\n", [bytes] { return utl::HexDump(bytes); });
+    return std::nullopt;
 }
 
 }  // namespace
@@ -40,42 +41,18 @@ std::optional<std::uint32_t> UsbPacket_t::ControlValue(std::uint16_t wantedId) c
 
 std::optional<UsbPacket_t> MakeUsbPacket(const std::vector<unsigned char>& bytes) {
     const std::span<const unsigned char> view(bytes);
-    if (view.size() < gcUsbPacketHeaderSize) {
-        win::DebugServer_t& trace = DebugServer();
-        trace.PrintStr("Failed to make packet!\n");
-        trace.PrintStr("Buffer size: ");
-        trace.PrintData(static_cast<unsigned long>(view.size()));
-        trace.PrintStr(", packet size: ");
-        trace.PrintData(static_cast<unsigned long>(gcUsbPacketHeaderSize));
-        trace.PrintStr("\n");
-        TraceBadPacket(view);
-        return std::nullopt;
-    }
+    if (view.size() < gcUsbPacketHeaderSize)
+        return Refuse(view, "Failed to make packet!\n", "Buffer size: ", view.size(),
+                      ", packet size: ", gcUsbPacketHeaderSize, "\n");
 
     const Layer_t layer{view[gcLayerOffset]};
-    if (layer != Layer_t::UsbProtocol && layer != Layer_t::Application) {
-        win::DebugServer_t& trace = DebugServer();
-        trace.PrintStr("Packet discarded!\n");
-        trace.PrintStr("Bad layer: ");
-        trace.PrintData(layer);
-        trace.PrintStr("\n");
-        TraceBadPacket(view);
-        return std::nullopt;
-    }
+    if (layer != Layer_t::UsbProtocol && layer != Layer_t::Application)
+        return Refuse(view, "Packet discarded!\n", "Bad layer: ", layer, "\n");
 
     const std::uint32_t dataSize = ReadLittleEndian(view.subspan(gcSizeOffset, sizeof(std::uint32_t)));
     const auto data = view.subspan(gcUsbPacketHeaderSize);
-    if (dataSize != data.size()) {
-        win::DebugServer_t& trace = DebugServer();
-        trace.PrintStr("Packet discarded!\n");
-        trace.PrintStr("Bad size - packet: ");
-        trace.PrintData(static_cast<unsigned int>(dataSize));
-        trace.PrintStr(", buffer: ");
-        trace.PrintData(static_cast<unsigned long>(data.size()));
-        trace.PrintStr("\n");
-        TraceBadPacket(view);
-        return std::nullopt;
-    }
+    if (dataSize != data.size())
+        return Refuse(view, "Packet discarded!\n", "Bad size - packet: ", dataSize, ", buffer: ", data.size(), "\n");
 
     const auto id = static_cast<std::uint16_t>(ReadLittleEndian(view.subspan(gcIdOffset, sizeof(std::uint16_t))));
     return UsbPacket_t{layer, id, data};

@@ -2,7 +2,7 @@
 
 #include "GLO/GLO_Assert.hpp"
 #include "GLO/GLO_Exception.hpp"
-#include "IOU/IOU_DebugServer.hpp"
+#include "libs/IOU/IOU_Trace.hpp"
 #include "libs/IOU/IOU_UsbPacket.hpp"
 #include "libs/IOU/mac/IOU_PipeFinder.hpp"
 #include "libs/IOU/mac/IOU_Session.hpp"
@@ -38,11 +38,7 @@ InPipe_t::~InPipe_t() {
 
 void InPipe_t::ReadAsync() {
     const platform::IOReturn result = mInterface.ReadPipeAsync(mPipeRef, mBuffer, &InPipe_t::InPipeHandler, this);
-    win::DebugServer_t& trace = DebugServer();
-    trace.PrintStr(mName);
-    trace.PrintStr(" ReadPipeAsync IOResult: ");
-    trace.PrintData(static_cast<int>(result));
-    trace.PrintStr("\n");
+    Trace(mName, " ReadPipeAsync IOResult: ", result, "\n");
     if (result == platform::kIOReturnSuccess) {
         ++mReads;
     } else {
@@ -51,8 +47,7 @@ void InPipe_t::ReadAsync() {
 }
 
 void InPipe_t::AbortPipe() {
-    DebugServer().PrintStr(mName);
-    DebugServer().PrintStr(" AbortPipe\n");
+    Trace(mName, " AbortPipe\n");
     mInterface.AbortPipe(mPipeRef);
 }
 
@@ -65,14 +60,7 @@ void InPipe_t::InPipeHandler(void* pipe, platform::IOReturn result, void* bytes)
 
 void InPipe_t::CompleteReadOfSize(std::uint32_t bytes, platform::IOReturn result) {
     if (mReads > 0) --mReads;
-    win::DebugServer_t& trace = DebugServer();
-    trace.PrintStr(mName);
-    trace.PrintStr(" CompleteReadOfSize Bytes: ");
-    trace.PrintData(static_cast<unsigned int>(bytes));
-    trace.PrintStr(" IOResult: ");
-    trace.PrintData(static_cast<int>(result));
-    trace.PrintStr("\n");
-
+    Trace(mName, " CompleteReadOfSize Bytes: ", bytes, " IOResult: ", result, "\n");
     if (result != platform::kIOReturnSuccess && result != platform::kIOReturnAborted) {
         mSession.ReportErrorWithCode(result, gcFile, gcReadFailedLine);
         return;
@@ -97,7 +85,7 @@ void InPipe_t::Gather(std::size_t bytes) {
 
 void InPipe_t::TakePacket() {
     if (mIsTooLong) {
-        DebugServer().PrintStr("Packet discarded!\nToo long\n");
+        Trace("Packet discarded!\nToo long\n");
         std::vector<unsigned char>().swap(mGathered);
         mIsTooLong = false;
         return;

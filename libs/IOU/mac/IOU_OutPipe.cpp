@@ -1,7 +1,7 @@
 #include "libs/IOU/mac/IOU_OutPipe.hpp"
 
 #include "GLO/GLO_Exception.hpp"
-#include "IOU/IOU_DebugServer.hpp"
+#include "libs/IOU/IOU_Trace.hpp"
 #include "libs/IOU/mac/IOU_PipeFinder.hpp"
 #include "libs/IOU/mac/IOU_Session.hpp"
 #include "platform/IOUSB.hpp"
@@ -23,32 +23,27 @@ constexpr std::uint16_t gcByteCountLine = 153;
 
 OutPipe_t::OutPipe_t(Session_t& session, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface)
     : mSession(session), mInterface(interface) {
-    DebugServer().PrintStr("Constructing Out Pipe.\n");
+    Trace("Constructing Out Pipe.\n");
     const FoundPipe_t found = FindPipe(session, interface, {transferType, platform::kUSBOut}, gcFile, gcFinderLines);
     mPipeRef = found.pipeRef;
     mMaxPacketSize = found.maxPacketSize;
-    DebugServer().PrintStr("Out Pipe Constructed.\n");
+    Trace("Out Pipe Constructed.\n");
 }
 
 OutPipe_t::~OutPipe_t() {
     AbortPipe();
-    DebugServer().PrintStr("Out Pipe Destructed.\n");
+    Trace("Out Pipe Destructed.\n");
 }
 
 void OutPipe_t::WriteAsync(const unsigned char* bytes, long length) {
     const platform::IOReturn result = mInterface.WritePipeAsync(mPipeRef, {bytes, static_cast<std::size_t>(length)},
                                                                 &OutPipe_t::OutPipeHandler, this);
-    win::DebugServer_t& trace = DebugServer();
-    trace.PrintStr("Out WriteAsync Bytes: ");
-    trace.PrintData(length);
-    trace.PrintStr(" IOResult: ");
-    trace.PrintData(static_cast<int>(result));
-    trace.PrintStr("\n");
+    Trace("Out WriteAsync Bytes: ", length, " IOResult: ", result, "\n");
     if (result != platform::kIOReturnSuccess) mSession.ReportErrorWithCode(result, gcFile, gcWriteRefusedLine);
 }
 
 void OutPipe_t::AbortPipe() {
-    DebugServer().PrintStr("Out AbortPipe\n");
+    Trace("Out AbortPipe\n");
     mInterface.AbortPipe(mPipeRef);
 }
 
@@ -60,13 +55,7 @@ void OutPipe_t::OutPipeHandler(void* pipe, platform::IOReturn result, void* byte
 }
 
 void OutPipe_t::CompleteWriteAsyncOfSize(std::uint32_t bytes, platform::IOReturn result) {
-    win::DebugServer_t& trace = DebugServer();
-    trace.PrintStr("Out CompleteWriteAsyncOfSize Bytes: ");
-    trace.PrintData(static_cast<unsigned int>(bytes));
-    trace.PrintStr(" IOReturn: ");
-    trace.PrintData(static_cast<int>(result));
-    trace.PrintStr("\n");
-
+    Trace("Out CompleteWriteAsyncOfSize Bytes: ", bytes, " IOReturn: ", result, "\n");
     if (result != platform::kIOReturnSuccess && result != platform::kIOReturnAborted) {
         mSession.ReportErrorWithCode(result, gcFile, gcWriteFailedLine);
         return;

@@ -2,8 +2,8 @@
 
 #include "GLO/GLO_Assert.hpp"
 #include "GLO/GLO_Exception.hpp"
-#include "IOU/IOU_DebugServer.hpp"
 #include "IOU/IOU_Exception.hpp"
+#include "libs/IOU/IOU_Trace.hpp"
 #include "libs/IOU/IOU_UsbPacket.hpp"
 #include "libs/IOU/mac/IOU_Device.hpp"
 #include "platform/IORegistry.hpp"
@@ -50,21 +50,21 @@ class Session_t::Wait_t : private glo::NonCopyable_t {
 
 Session_t::Session_t(const std::string& registryPath, win::Duration_t timeout)
     : mRunLoop(platform::CFRunLoopGetCurrent()), mRunLoopMode(platform::CFUUIDCreateString()) {
-    DebugServer().PrintStr("Constructing Session\n");
+    Trace("Constructing Session\n");
     try {
         Start(registryPath, timeout);
     } catch (...) {
         Abandon(registryPath);
         throw;
     }
-    DebugServer().PrintStr("Session constructed.\n");
+    Trace("Session constructed.\n");
 }
 
 Session_t::~Session_t() {
     AssertOwnerThread();
     mDevice.reset();
     StopTimer();
-    DebugServer().PrintStr("Session ended.\n");
+    Trace("Session ended.\n");
 }
 
 void Session_t::Start(const std::string& registryPath, win::Duration_t timeout) {
@@ -77,7 +77,7 @@ void Session_t::Start(const std::string& registryPath, win::Duration_t timeout) 
         isStarted = TryToStart();
     } while (!isStarted && platform::CFAbsoluteTimeGetCurrent() < deadline);
     if (!isStarted) {
-        DebugServer().PrintStr("iou::Session_t::Session_t timed out waiting for start session response\n");
+        Trace("iou::Session_t::Session_t timed out waiting for start session response\n");
         throw glo::Timeout_t(gcFile, gcStartTimeoutLine);
     }
     LearnMaxPacketSize(timeout);
@@ -116,7 +116,7 @@ void Session_t::LearnMaxPacketSize(win::Duration_t timeout) {
 
 /// The exception that ends construction may say no more than "1", so what was reported goes to the system log.
 void Session_t::Abandon(const std::string& registryPath) {
-    DebugServer().PrintStr("iou::Session_t::Session_t - Failed\n");
+    Trace("iou::Session_t::Session_t - Failed\n");
     const bool wasOpened = mDevice != nullptr;
     mDevice.reset();
     StopTimer();
@@ -139,25 +139,17 @@ void Session_t::SendFrameWithTimeout(const iol::Frame_t& frame, Layer_t layer, w
     mDevice->WriteAsync(mOutgoing.data(), static_cast<long>(mOutgoing.size()));
     WaitWhile([this] { return mWriteIsPending; }, timeout);
     CheckForError();
-    win::DebugServer_t& trace = DebugServer();
     if (mWriteIsPending) {
-        trace.PrintStr("iou::Session_t::SendFrameWithTimeout - Timed out waiting to send frame\n");
+        Trace("iou::Session_t::SendFrameWithTimeout - Timed out waiting to send frame\n");
         throw glo::Timeout_t(gcFile, gcSendTimeoutLine);
     }
-    trace.PrintStr("SendFrameWithTimeout complete. Layer: ");
-    trace.PrintData(layer);
-    trace.PrintStr(" Id: ");
-    trace.PrintData(frame.Id());
-    trace.PrintStr(" Size: ");
-    trace.PrintData(frame.Size());
-    trace.PrintStr("\n");
+    Trace("SendFrameWithTimeout complete. Layer: ", layer, " Id: ", frame.Id(), " Size: ", frame.Size(), "\n");
 }
 
 iol::Frame_t Session_t::GetFrameWithTimeout(win::Duration_t timeout) {
     WaitForFrameWithTimeout(timeout);
-    win::DebugServer_t& trace = DebugServer();
     if (mReceived.empty()) {
-        trace.PrintStr("Session_t::GetFrameWithTimeout - Timed out waiting to receive frame\n");
+        Trace("Session_t::GetFrameWithTimeout - Timed out waiting to receive frame\n");
         throw glo::Timeout_t(gcFile, gcReceiveTimeoutLine);
     }
     auto bytes = TakePacket();
@@ -166,11 +158,7 @@ iol::Frame_t Session_t::GetFrameWithTimeout(win::Duration_t timeout) {
     const std::uint16_t id = packet->id;
     bytes.erase(bytes.begin(), bytes.begin() + gcUsbPacketHeaderSize);  // the packet's own storage becomes the frame's
     iol::Frame_t frame(id, std::move(bytes));
-    trace.PrintStr("GetFrameWithTimeout complete. Id: ");
-    trace.PrintData(frame.Id());
-    trace.PrintStr(" Size: ");
-    trace.PrintData(frame.Size());
-    trace.PrintStr("\n");
+    Trace("GetFrameWithTimeout complete. Id: ", frame.Id(), " Size: ", frame.Size(), "\n");
     return frame;
 }
 
@@ -186,7 +174,7 @@ void Session_t::CheckForError() const {
 
 void Session_t::SavePacket(const std::vector<unsigned char>& packet) {
     if (mQueuedBytes + QueuedSize(packet) > gcMaxQueuedBytes) {
-        DebugServer().PrintStr("Packet discarded!\nNobody fetches what has been received\n");
+        Trace("Packet discarded!\nNobody fetches what has been received\n");
         return;
     }
     mReceived.push_back(packet);
