@@ -47,7 +47,7 @@ class Frame_t {
 
   private:
     unsigned short mId;
-    glo::SmartPtr_t<const Data_t> mData;  ///< never empty
+    glo::SmartPtr_t<const Data_t> mData;  ///< empty only in a frame that was moved from
 };
 
 }  // namespace iol

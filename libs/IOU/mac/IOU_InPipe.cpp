@@ -95,7 +95,7 @@ void InPipe_t::TakePacket() {
             // Only the interrupt pipe can announce; on the bulk pipe itself the packet has nobody to wake.
             if (mPartner) mPartner->Announced();
         } else {
-            mSession.SavePacket(mGathered);
+            mSession.SavePacket(*packet);
         }
     }
     mGathered.clear();

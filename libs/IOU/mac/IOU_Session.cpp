@@ -9,7 +9,7 @@
 #include "platform/IORegistry.hpp"
 #include "platform/Platform.hpp"
 
-#include <algorithm>
+#include <utility>
 
 namespace iou {
 namespace {
@@ -24,11 +24,10 @@ constexpr std::uint16_t gcReceiveTimeoutLine = 258;
 constexpr platform::CFTimeInterval gcOneYear = 31536000;  ///< seconds
 constexpr platform::CFTimeInterval gcSlice = 0.2;         ///< seconds; longest run of the loop between two looks
 constexpr win::Duration_t gcStartAttempt{500};            ///< each half of an attempt
-constexpr std::uint32_t gcDefaultMaxPacketSize = 255;     ///< of a device that does not tell
 constexpr std::size_t gcKeepingPerPacket = 64;            ///< bytes a queued packet counts for besides its own
 
-std::size_t QueuedSize(const std::vector<unsigned char>& packet) {
-    return packet.size() + gcKeepingPerPacket;
+std::size_t QueuedSize(std::size_t dataSize) {
+    return gcUsbPacketHeaderSize + dataSize + gcKeepingPerPacket;
 }
 
 }  // namespace
@@ -37,16 +36,6 @@ platform::CFAbsoluteTime ConvertDurationToAbsoluteTime(win::Duration_t duration)
     return platform::CFAbsoluteTimeGetCurrent() +
            (duration == win::gcDurationInfinite ? gcOneYear : duration.Seconds());
 }
-
-/// Holds the timer of one wait, so that none is left in the loop however the wait ends.
-class Session_t::Wait_t : private glo::NonCopyable_t {
-  public:
-    Wait_t(Session_t& session, win::Duration_t timeout) : mSession(session) { mSession.StartTimer(timeout); }
-    ~Wait_t() { mSession.StopTimer(); }
-
-  private:
-    Session_t& mSession;
-};
 
 Session_t::Session_t(const std::string& registryPath, win::Duration_t timeout)
     : mRunLoop(platform::CFRunLoopGetCurrent()), mRunLoopMode(platform::CFUUIDCreateString()) {
@@ -72,46 +61,36 @@ void Session_t::Start(const std::string& registryPath, win::Duration_t timeout) 
     mDevice = std::make_unique<Device_t>(registryPath, *this);
     CheckForError();
 
-    bool isStarted = false;
-    do {
-        isStarted = TryToStart();
-    } while (!isStarted && platform::CFAbsoluteTimeGetCurrent() < deadline);
-    if (!isStarted) {
+    std::optional<std::uint32_t> unitId;
+    while (!(unitId = TryToStart())) {
+        if (platform::CFAbsoluteTimeGetCurrent() < deadline) continue;
         Trace("iou::Session_t::Session_t timed out waiting for start session response\n");
         throw glo::Timeout_t(gcFile, gcStartTimeoutLine);
     }
-    LearnMaxPacketSize(timeout);
+    mUnitId = *unitId;
+
+    // A size that leaves no room behind the header is no answer: no packet with data fits.
+    const auto size = Ask(gcPacketIdAskMaxPacketSize, gcPacketIdMaxPacketSize, timeout);
+    if (size && *size > gcUsbPacketHeaderSize)
+        mMaxPacketSize = *size - static_cast<std::uint32_t>(gcUsbPacketHeaderSize);
 }
 
 /// One attempt looks at one packet: whatever was left over from an earlier session costs an attempt each.
-bool Session_t::TryToStart() {
+std::optional<std::uint32_t> Session_t::TryToStart() {
     try {
-        SendFrameWithTimeout(iol::Frame_t(gcPacketIdStartSession, nullptr, 0), Layer_t::UsbProtocol, gcStartAttempt);
-        WaitForFrameWithTimeout(gcStartAttempt);
+        return Ask(gcPacketIdStartSession, gcPacketIdSessionStarted, gcStartAttempt);
     } catch (const glo::Timeout_t&) {
-        return false;
+        return std::nullopt;
     }
-    if (mReceived.empty()) return false;
-    const auto bytes = TakePacket();
-    const auto packet = MakeUsbPacket(bytes);
-    const auto unitId = packet ? packet->ControlValue(gcPacketIdSessionStarted) : std::nullopt;
-    if (unitId) mUnitId = *unitId;
-    return unitId.has_value();
 }
 
-void Session_t::LearnMaxPacketSize(win::Duration_t timeout) {
-    SendFrameWithTimeout(iol::Frame_t(gcPacketIdAskMaxPacketSize, nullptr, 0), Layer_t::UsbProtocol, timeout);
+/// The number in the next packet, if that is the answer to the question and comes in time.
+std::optional<std::uint32_t> Session_t::Ask(std::uint16_t question, std::uint16_t answer, win::Duration_t timeout) {
+    SendFrameWithTimeout(iol::Frame_t(question, nullptr, 0), Layer_t::UsbProtocol, timeout);
     WaitForFrameWithTimeout(timeout);
-    if (!mReceived.empty()) {
-        const auto bytes = TakePacket();
-        const auto packet = MakeUsbPacket(bytes);
-        const auto size = packet ? packet->ControlValue(gcPacketIdMaxPacketSize) : std::nullopt;
-        // A size that leaves no room behind the header is no answer.
-        if (size && *size > gcUsbPacketHeaderSize)
-            mMaxPacketSize = *size - static_cast<std::uint32_t>(gcUsbPacketHeaderSize);
-    }
-    // Also where the device reports 12 or less, in which no packet with data fits.
-    if (mMaxPacketSize == 0) mMaxPacketSize = gcDefaultMaxPacketSize;
+    if (mReceived.empty()) return std::nullopt;
+    const Received_t received = TakePacket();
+    return UsbPacket_t{received.layer, received.frame.Id(), received.frame.Bytes()}.ControlValue(answer);
 }
 
 /// The exception that ends construction may say no more than "1", so what was reported goes to the system log.
@@ -152,12 +131,7 @@ iol::Frame_t Session_t::GetFrameWithTimeout(win::Duration_t timeout) {
         Trace("Session_t::GetFrameWithTimeout - Timed out waiting to receive frame\n");
         throw glo::Timeout_t(gcFile, gcReceiveTimeoutLine);
     }
-    auto bytes = TakePacket();
-    const auto packet = MakeUsbPacket(bytes);
-    glo::Assert(packet.has_value(), gcFile, __LINE__);  // the pipes queue nothing that has not passed
-    const std::uint16_t id = packet->id;
-    bytes.erase(bytes.begin(), bytes.begin() + gcUsbPacketHeaderSize);  // the packet's own storage becomes the frame's
-    iol::Frame_t frame(id, std::move(bytes));
+    iol::Frame_t frame = TakePacket().frame;
     Trace("GetFrameWithTimeout complete. Id: ", frame.Id(), " Size: ", frame.Size(), "\n");
     return frame;
 }
@@ -172,20 +146,21 @@ void Session_t::CheckForError() const {
     if (mErrorOccurred) throw BadUsbDevice_t(mErrorFile, mErrorLine);
 }
 
-void Session_t::SavePacket(const std::vector<unsigned char>& packet) {
-    if (mQueuedBytes + QueuedSize(packet) > gcMaxQueuedBytes) {
+void Session_t::SavePacket(const UsbPacket_t& packet) {
+    if (mQueuedBytes + QueuedSize(packet.data.size()) > gcMaxQueuedBytes) {
         Trace("Packet discarded!\nNobody fetches what has been received\n");
         return;
     }
-    mReceived.push_back(packet);
-    mQueuedBytes += QueuedSize(packet);
+    const auto size = static_cast<std::uint32_t>(packet.data.size());
+    mReceived.push_back({packet.layer, iol::Frame_t(packet.id, packet.data.data(), size)});
+    mQueuedBytes += QueuedSize(size);
 }
 
-std::vector<unsigned char> Session_t::TakePacket() {
-    auto packet = std::move(mReceived.front());
+Session_t::Received_t Session_t::TakePacket() {
+    Received_t received = std::move(mReceived.front());
     mReceived.pop_front();
-    mQueuedBytes -= QueuedSize(packet);
-    return packet;
+    mQueuedBytes -= QueuedSize(received.frame.Size());
+    return received;
 }
 
 void Session_t::ReportErrorWithCode(platform::IOReturn code, const char* file, std::uint16_t line) {
@@ -204,7 +179,11 @@ void Session_t::StartTimer(win::Duration_t duration) {
 template <typename IsPending>
 void Session_t::WaitWhile(IsPending isPending, win::Duration_t timeout) {
     if (mErrorOccurred || !isPending()) return;  // nothing to wait for: no timer either
-    const Wait_t wait(*this, timeout);
+    StartTimer(timeout);
+    const struct Stop_t {  // however the wait ends, no timer is left in the loop
+        Session_t& session;
+        ~Stop_t() { session.StopTimer(); }
+    } stop{*this};
     while (!mErrorOccurred && isPending() && TimerIsRunning())
         mRunLoop->CFRunLoopRunInMode(mRunLoopMode, gcSlice, true);
 }

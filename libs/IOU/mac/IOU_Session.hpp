@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,6 +19,7 @@
 namespace iou {
 
 class Device_t;
+struct UsbPacket_t;
 
 /// What opening a device throws when it fails, once the failure has been reported to the session.
 inline constexpr int gcDeviceUnusable = 1;
@@ -74,8 +76,8 @@ class Session_t : private glo::NonCopyable_t {
 
     // For the device and its pipes, inside this session's waits.
 
-    /// Queues a packet that MakeUsbPacket has passed.
-    void SavePacket(const std::vector<unsigned char>& packet);
+    /// Queues what a packet carries, as the frame that GetFrameWithTimeout hands out.
+    void SavePacket(const UsbPacket_t& packet);
     void CompleteWrite() { mWriteIsPending = false; }
 
     /// Records an error. The first one stays: later ones are its consequences.
@@ -87,28 +89,31 @@ class Session_t : private glo::NonCopyable_t {
     platform::CFRunLoop& RunLoop() const { return *mRunLoop; }
 
   private:
-    class Wait_t;
+    struct Received_t {
+        Layer_t layer;
+        iol::Frame_t frame;
+    };
 
     void Start(const std::string& registryPath, win::Duration_t timeout);
-    bool TryToStart();
-    void LearnMaxPacketSize(win::Duration_t timeout);
+    std::optional<std::uint32_t> TryToStart();
+    std::optional<std::uint32_t> Ask(std::uint16_t question, std::uint16_t answer, win::Duration_t timeout);
     void Abandon(const std::string& registryPath);
     void StartTimer(win::Duration_t duration);
     void StopTimer() { mTimer.reset(); }
     bool TimerIsRunning() const { return mTimer && mTimer->CFRunLoopTimerIsValid(); }
     template <typename IsPending>
     void WaitWhile(IsPending isPending, win::Duration_t timeout);
-    std::vector<unsigned char> TakePacket();
+    Received_t TakePacket();
     void AssertOwnerThread() const;
 
     const std::thread::id mOwner = std::this_thread::get_id();
     const std::shared_ptr<platform::CFRunLoop> mRunLoop;  ///< the owner thread's
     const std::string mRunLoopMode;                       ///< this session's alone
-    std::uint32_t mMaxPacketSize = 0;
+    std::uint32_t mMaxPacketSize = 255;                   ///< as long as the device has told no other
     std::uint32_t mUnitId = 0;
-    std::deque<std::vector<unsigned char>> mReceived;  ///< oldest first; each a whole USB packet that has been checked
-    std::size_t mQueuedBytes = 0;                      ///< what mReceived counts for
-    std::vector<unsigned char> mOutgoing;              ///< the packet being sent; its storage is kept
+    std::deque<Received_t> mReceived;      ///< oldest first
+    std::size_t mQueuedBytes = 0;          ///< what mReceived counts for
+    std::vector<unsigned char> mOutgoing;  ///< the packet that the port takes; its storage is kept
     bool mWriteIsPending = false;
     std::unique_ptr<platform::CFRunLoopTimer> mTimer;  ///< of the wait under way
     bool mErrorOccurred = false;
