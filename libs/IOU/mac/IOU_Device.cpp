@@ -2,7 +2,7 @@
 
 #include "libs/IOU/mac/IOU_InPipe.hpp"
 #include "libs/IOU/mac/IOU_OutPipe.hpp"
-#include "libs/IOU/mac/IOU_Session.hpp"
+#include "libs/IOU/mac/IOU_PipeEvents.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/IORegistry.hpp"
 #include "platform/IOUSB.hpp"
@@ -32,33 +32,32 @@ constexpr std::uint16_t gcEventSourceLine = 217;
 
 }  // namespace
 
-Device_t::Device_t(const std::string& registryPath, Session_t& session) : mSession(session) {
-    try {
-        Open(registryPath);
-    } catch (...) {
-        Cleanup();
-        throw;
-    }
+Device_t::Device_t(const std::string& registryPath, PipeEventsIntf_t& events, platform::CFRunLoop& loop,
+                   std::string_view mode)
+    : Device_t(events, loop) {
+    Open(registryPath, mode);  // where it throws, the destructor runs: the constructor above has ended
 }
+
+Device_t::Device_t(PipeEventsIntf_t& events, platform::CFRunLoop& loop) : mEvents(events), mRunLoop(loop) {}
 
 Device_t::~Device_t() {
     Cleanup();
 }
 
-void Device_t::WriteAsync(const unsigned char* bytes, long length) {
-    mOutPipe->WriteAsync(bytes, length);
+void Device_t::WriteAsync(std::span<const unsigned char> bytes) {
+    mOutPipe->WriteAsync(bytes);
 }
 
-void Device_t::Open(const std::string& registryPath) {
+void Device_t::Open(const std::string& registryPath, std::string_view mode) {
     OpenDevice(registryPath);
     CheckIdentity();
     OpenInterface();
-    mInPipe = std::make_unique<InPipe_t>(mSession, platform::kUSBInterrupt, *mInterface);
-    mOutPipe = std::make_unique<OutPipe_t>(mSession, platform::kUSBBulk, *mInterface);
+    mInPipe = std::make_unique<InPipe_t>(mEvents, platform::kUSBInterrupt, *mInterface);
+    mOutPipe = std::make_unique<OutPipe_t>(mEvents, platform::kUSBBulk, *mInterface);
 
     // Kept before it is added: what fails after that is undone with it.
     Require(mInterface->CreateInterfaceAsyncEventSource(mEventSource), gcEventSourceLine);
-    mSession.RunLoop().CFRunLoopAddSource(mEventSource, mSession.RunLoopMode());
+    mRunLoop.CFRunLoopAddSource(mEventSource, mode);
     mInPipe->ReadAsync();
 }
 
@@ -75,7 +74,7 @@ void Device_t::OpenDevice(const std::string& registryPath) {
     plugIn.reset();
 
     Require(mDevice->USBDeviceOpen(), gcDeviceOpenLine);
-    mDeviceIsOpen = true;
+    mOpened = Opened_t::Device;
     platform::IOUSBConfigurationDescriptor configuration;
     Require(mDevice->GetConfigurationDescriptorPtr(0, configuration), gcConfigurationLine);
     Require(mDevice->SetConfiguration(configuration.bConfigurationValue), gcSetConfigurationLine);
@@ -89,11 +88,9 @@ void Device_t::CheckIdentity() {
     Require(mDevice->GetDeviceVendor(vendor), gcVendorLine);
     Require(mDevice->GetDeviceProduct(product), gcProductLine);
     Require(mDevice->GetDeviceReleaseNumber(release), gcReleaseLine);
-    if (vendor == platform::kTrovikVendorId && product == platform::kTrovikProductId &&
-        release == platform::kTrovikReleaseNumber)
-        return;
-    mSession.ReportErrorWithCode(0, gcFile, gcIdentityLine);
-    throw gcDeviceUnusable;
+    if (vendor != platform::kTrovikVendorId || product != platform::kTrovikProductId ||
+        release != platform::kTrovikReleaseNumber)
+        mEvents.Refuse(gcFile, gcIdentityLine);
 }
 
 std::unique_ptr<platform::IOService> Device_t::FirstInterface() {
@@ -101,9 +98,8 @@ std::unique_ptr<platform::IOService> Device_t::FirstInterface() {
     Require(mDevice->CreateInterfaceIterator(platform::IOUSBFindInterfaceRequest{}, interfaces),
             gcInterfaceIteratorLine);
     auto first = interfaces->IOIteratorNext();
-    if (first) return first;
-    mSession.ReportError(gcFile, gcNoInterfaceLine);
-    throw gcDeviceUnusable;
+    if (!first) mEvents.Refuse(gcFile, gcNoInterfaceLine);
+    return first;
 }
 
 void Device_t::OpenInterface() {
@@ -114,7 +110,7 @@ void Device_t::OpenInterface() {
         gcInterfacePlugInLine);
     Require(plugIn->QueryInterface(mInterface), gcInterfacePlugInLine);
     Require(mInterface->USBInterfaceOpen(), gcInterfaceOpenLine);
-    mInterfaceIsOpen = true;
+    mOpened = Opened_t::Interface;
 }
 
 /// The loop is not run in here: what the aborts complete is dropped when the interface closes, and so no completion
@@ -122,24 +118,18 @@ void Device_t::OpenInterface() {
 void Device_t::Cleanup() {
     mOutPipe.reset();
     mInPipe.reset();
-    if (mInterfaceIsOpen) {
-        if (mEventSource) mSession.RunLoop().CFRunLoopRemoveSource(mEventSource);
+    if (mOpened == Opened_t::Interface) {
+        if (mEventSource) mRunLoop.CFRunLoopRemoveSource(mEventSource);
         mInterface->USBInterfaceClose();
-        mInterfaceIsOpen = false;
     }
     mInterface.reset();
-    if (mDeviceIsOpen) {
-        mDevice->USBDeviceClose();
-        mDeviceIsOpen = false;
-    }
+    if (mOpened != Opened_t::Nothing) mDevice->USBDeviceClose();
     mDevice.reset();
     mEventSource.reset();
 }
 
 void Device_t::Require(platform::IOReturn result, std::uint16_t line) {
-    if (result == platform::kIOReturnSuccess) return;
-    mSession.ReportErrorWithCode(result, gcFile, line);
-    throw gcDeviceUnusable;
+    mEvents.Require(result, gcFile, line);
 }
 
 }  // namespace iou

@@ -4,8 +4,8 @@
 #include "GLO/GLO_Exception.hpp"
 #include "libs/IOU/IOU_Trace.hpp"
 #include "libs/IOU/IOU_UsbPacket.hpp"
+#include "libs/IOU/mac/IOU_PipeEvents.hpp"
 #include "libs/IOU/mac/IOU_PipeFinder.hpp"
-#include "libs/IOU/mac/IOU_Session.hpp"
 #include "platform/IOUSB.hpp"
 
 #include <limits>
@@ -23,13 +23,13 @@ constexpr std::uint16_t gcReadFailedLine = 178;
 
 }  // namespace
 
-InPipe_t::InPipe_t(Session_t& session, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface)
-    : mSession(session), mInterface(interface), mName(transferType == platform::kUSBInterrupt ? "Interrupt" : "Bulk") {
-    const FoundPipe_t found = FindPipe(session, interface, {transferType, platform::kUSBIn}, gcFile, gcFinderLines);
-    mPipeRef = found.pipeRef;
-    mMaxPacketSize = found.maxPacketSize;
+InPipe_t::InPipe_t(PipeEventsIntf_t& events, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface)
+    : mEvents(events),
+      mInterface(interface),
+      mName(transferType == platform::kUSBInterrupt ? "Interrupt" : "Bulk"),
+      mPipeRef(FindPipe(events, interface, {transferType, platform::kUSBIn}, gcFile, gcFinderLines).pipeRef) {
     if (transferType == platform::kUSBInterrupt)
-        mPartner = std::make_unique<InPipe_t>(session, platform::kUSBBulk, interface);
+        mPartner = std::make_unique<InPipe_t>(events, platform::kUSBBulk, interface);
 }
 
 InPipe_t::~InPipe_t() {
@@ -42,7 +42,7 @@ void InPipe_t::ReadAsync() {
     if (result == platform::kIOReturnSuccess) {
         ++mReads;
     } else {
-        mSession.ReportErrorWithCode(result, gcFile, gcReadRefusedLine);
+        mEvents.ReportErrorWithCode(result, gcFile, gcReadRefusedLine);
     }
 }
 
@@ -62,7 +62,7 @@ void InPipe_t::CompleteReadOfSize(std::uint32_t bytes, platform::IOReturn result
     if (mReads > 0) --mReads;
     Trace(mName, " CompleteReadOfSize Bytes: ", bytes, " IOResult: ", result, "\n");
     if (result != platform::kIOReturnSuccess && result != platform::kIOReturnAborted) {
-        mSession.ReportErrorWithCode(result, gcFile, gcReadFailedLine);
+        mEvents.ReportErrorWithCode(result, gcFile, gcReadFailedLine);
         return;
     }
 
@@ -95,7 +95,7 @@ void InPipe_t::TakePacket() {
             // Only the interrupt pipe can announce; on the bulk pipe itself the packet has nobody to wake.
             if (mPartner) mPartner->Announced();
         } else {
-            mSession.SavePacket(*packet);
+            mEvents.SavePacket(*packet);
         }
     }
     mGathered.clear();

@@ -15,11 +15,11 @@ class IOUSBInterfaceInterface;
 
 namespace iou {
 
-class Session_t;
+class PipeEventsIntf_t;
 
 /// A pipe on which the device sends. The interrupt pipe is read all the time; it carries whole packets of its own and
 /// announces those that wait on its partner, the bulk pipe, which is read only until it runs dry. Owned by the device
-/// (the partner by the interrupt pipe); belongs to the session's thread, in whose waits its completions run.
+/// (the partner by the interrupt pipe); belongs to the thread that opened it, in whose waits its completions run.
 class InPipe_t : private glo::NonCopyable_t {
   public:
     /// Bytes that one read asks for. A read that comes back full means that the packet goes on in the next one.
@@ -34,13 +34,13 @@ class InPipe_t : private glo::NonCopyable_t {
     static constexpr unsigned gcMaxReads = 8;
 
     /// Finds its pipe: the first inward one of the wanted type. One of type 3 (interrupt) makes its partner, of type 2.
-    /// @throws int  always 1, after reporting to the session
-    InPipe_t(Session_t& session, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface);
+    /// @throws int  gcDeviceUnusable, after reporting
+    InPipe_t(PipeEventsIntf_t& events, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface);
 
     /// Aborts the pipe, then the partner's.
     ~InPipe_t();
 
-    /// Starts a read; a refusal is reported to the session. Never blocks.
+    /// Starts a read; a refusal is reported. Never blocks.
     void ReadAsync();
 
     void AbortPipe();
@@ -58,11 +58,10 @@ class InPipe_t : private glo::NonCopyable_t {
     void Gather(std::size_t bytes);
     void TakePacket();
 
-    Session_t& mSession;
+    PipeEventsIntf_t& mEvents;
     platform::IOUSBInterfaceInterface& mInterface;
-    std::uint8_t mPipeRef = 0;
-    std::uint16_t mMaxPacketSize = 0;
-    const char* mName;
+    const char* const mName;
+    const std::uint8_t mPipeRef;
     std::unique_ptr<InPipe_t> mPartner;    ///< only the interrupt pipe has one
     std::vector<unsigned char> mGathered;  ///< the packet so far; its storage is kept from packet to packet
     bool mIsTooLong = false;               ///< the packet in hand has passed the limit; its rest is dropped

@@ -2,8 +2,7 @@
 
 #include "GLO/GLO_Exception.hpp"
 #include "libs/IOU/IOU_Trace.hpp"
-#include "libs/IOU/mac/IOU_PipeFinder.hpp"
-#include "libs/IOU/mac/IOU_Session.hpp"
+#include "libs/IOU/mac/IOU_PipeEvents.hpp"
 #include "platform/IOUSB.hpp"
 
 #include <limits>
@@ -21,12 +20,10 @@ constexpr std::uint16_t gcByteCountLine = 153;
 
 }  // namespace
 
-OutPipe_t::OutPipe_t(Session_t& session, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface)
-    : mSession(session), mInterface(interface) {
+OutPipe_t::OutPipe_t(PipeEventsIntf_t& events, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface)
+    : mEvents(events), mInterface(interface) {
     Trace("Constructing Out Pipe.\n");
-    const FoundPipe_t found = FindPipe(session, interface, {transferType, platform::kUSBOut}, gcFile, gcFinderLines);
-    mPipeRef = found.pipeRef;
-    mMaxPacketSize = found.maxPacketSize;
+    mPipe = FindPipe(events, interface, {transferType, platform::kUSBOut}, gcFile, gcFinderLines);
     Trace("Out Pipe Constructed.\n");
 }
 
@@ -35,16 +32,15 @@ OutPipe_t::~OutPipe_t() {
     Trace("Out Pipe Destructed.\n");
 }
 
-void OutPipe_t::WriteAsync(const unsigned char* bytes, long length) {
-    const platform::IOReturn result = mInterface.WritePipeAsync(mPipeRef, {bytes, static_cast<std::size_t>(length)},
-                                                                &OutPipe_t::OutPipeHandler, this);
-    Trace("Out WriteAsync Bytes: ", length, " IOResult: ", result, "\n");
-    if (result != platform::kIOReturnSuccess) mSession.ReportErrorWithCode(result, gcFile, gcWriteRefusedLine);
+void OutPipe_t::WriteAsync(std::span<const unsigned char> bytes) {
+    const platform::IOReturn result = mInterface.WritePipeAsync(mPipe.pipeRef, bytes, &OutPipe_t::OutPipeHandler, this);
+    Trace("Out WriteAsync Bytes: ", bytes.size(), " IOResult: ", result, "\n");
+    if (result != platform::kIOReturnSuccess) mEvents.ReportErrorWithCode(result, gcFile, gcWriteRefusedLine);
 }
 
 void OutPipe_t::AbortPipe() {
     Trace("Out AbortPipe\n");
-    mInterface.AbortPipe(mPipeRef);
+    mInterface.AbortPipe(mPipe.pipeRef);
 }
 
 void OutPipe_t::OutPipeHandler(void* pipe, platform::IOReturn result, void* bytes) {
@@ -57,15 +53,15 @@ void OutPipe_t::OutPipeHandler(void* pipe, platform::IOReturn result, void* byte
 void OutPipe_t::CompleteWriteAsyncOfSize(std::uint32_t bytes, platform::IOReturn result) {
     Trace("Out CompleteWriteAsyncOfSize Bytes: ", bytes, " IOReturn: ", result, "\n");
     if (result != platform::kIOReturnSuccess && result != platform::kIOReturnAborted) {
-        mSession.ReportErrorWithCode(result, gcFile, gcWriteFailedLine);
+        mEvents.ReportErrorWithCode(result, gcFile, gcWriteFailedLine);
         return;
     }
     // A descriptor may claim a packet size of 0; nothing is an exact multiple of that.
-    const bool fillsLastPacket = bytes != 0 && mMaxPacketSize != 0 && bytes % mMaxPacketSize == 0;
+    const bool fillsLastPacket = bytes != 0 && mPipe.maxPacketSize != 0 && bytes % mPipe.maxPacketSize == 0;
     if (fillsLastPacket) {
-        WriteAsync(nullptr, 0);
+        WriteAsync({});
     } else {
-        mSession.CompleteWrite();
+        mEvents.CompleteWrite();
     }
 }
 

@@ -1,35 +1,33 @@
 #pragma once
 
 #include "GLO/GLO_NonCopyable.hpp"
+#include "libs/IOU/mac/IOU_PipeFinder.hpp"
 #include "platform/IOReturn.hpp"
 
 #include <cstdint>
-
-namespace platform {
-class IOUSBInterfaceInterface;
-}
+#include <span>
 
 namespace iou {
 
-class Session_t;
+class PipeEventsIntf_t;
 
-/// The pipe for everything the host sends. Owned by the device; belongs to the session's thread, in whose waits its
-/// completions run.
+/// The pipe for everything the host sends. Owned by the device; belongs to the thread that opened it, in whose waits
+/// its completions run.
 class OutPipe_t : private glo::NonCopyable_t {
   public:
     /// Finds its pipe: the first outward one of the wanted type.
-    /// @throws int  always 1, after reporting to the session
-    OutPipe_t(Session_t& session, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface);
+    /// @throws int  gcDeviceUnusable, after reporting
+    OutPipe_t(PipeEventsIntf_t& events, std::uint8_t transferType, platform::IOUSBInterfaceInterface& interface);
     ~OutPipe_t();
 
-    /// Starts a write of the whole buffer, whose bytes are taken over; a refusal is reported to the session.
-    /// @param bytes  may be null when length is 0, which sends a zero-length packet
+    /// Starts a write of the whole buffer, whose bytes are taken over; a refusal is reported.
+    /// @param bytes  none send a zero-length packet
     /// Never blocks.
-    void WriteAsync(const unsigned char* bytes, long length);
+    void WriteAsync(std::span<const unsigned char> bytes);
 
     void AbortPipe();
 
-    /// Ends the session's write, or first sends the zero-length packet by which the device sees the end of a write that
+    /// Ends the write, or first sends the zero-length packet by which the device sees the end of a write that
     /// fills its last USB packet.
     void CompleteWriteAsyncOfSize(std::uint32_t bytes, platform::IOReturn result);
 
@@ -38,10 +36,9 @@ class OutPipe_t : private glo::NonCopyable_t {
     static void OutPipeHandler(void* pipe, platform::IOReturn result, void* bytes);
 
   private:
-    Session_t& mSession;
+    PipeEventsIntf_t& mEvents;
     platform::IOUSBInterfaceInterface& mInterface;
-    std::uint8_t mPipeRef = 0;
-    std::uint16_t mMaxPacketSize = 0;
+    FoundPipe_t mPipe;
 };
 
 }  // namespace iou

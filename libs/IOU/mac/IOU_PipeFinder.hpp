@@ -8,7 +8,7 @@ class IOUSBInterfaceInterface;
 
 namespace iou {
 
-class Session_t;
+class PipeEventsIntf_t;
 
 struct WantedPipe_t {
     std::uint8_t transferType;
@@ -29,8 +29,8 @@ struct FoundPipe_t {
 
 /// The interface's first pipe of the wanted type and direction.
 /// @param file  the source file that a failure is reported for
-/// @throws int  always 1, after reporting to the session
-FoundPipe_t FindPipe(Session_t& session, platform::IOUSBInterfaceInterface& interface, WantedPipe_t wanted,
+/// @throws int  gcDeviceUnusable, after reporting
+FoundPipe_t FindPipe(PipeEventsIntf_t& events, platform::IOUSBInterfaceInterface& interface, WantedPipe_t wanted,
                      const char* file, const PipeFailureLines_t& lines);
 
 }  // namespace iou

@@ -58,7 +58,7 @@ Session_t::~Session_t() {
 
 void Session_t::Start(const std::string& registryPath, win::Duration_t timeout) {
     const platform::CFAbsoluteTime deadline = ConvertDurationToAbsoluteTime(timeout);
-    mDevice = std::make_unique<Device_t>(registryPath, *this);
+    mDevice = std::make_unique<Device_t>(registryPath, *this, *mRunLoop, RunLoopMode());
     CheckForError();
 
     std::optional<std::uint32_t> unitId;
@@ -99,15 +99,14 @@ void Session_t::Abandon(const std::string& registryPath) {
     const bool wasOpened = mDevice != nullptr;
     mDevice.reset();
     StopTimer();
-    if (!mErrorOccurred) return;
+    if (!mError) return;
+    const auto [code, file, line] = *mError;
     std::string reason;
-    if (!wasOpened && mErrorCode != 0)
-        reason = platform::kIOMasterPortDefault().describeOpenFailure(registryPath, mErrorCode);
+    if (!wasOpened && code != 0) reason = platform::kIOMasterPortDefault().describeOpenFailure(registryPath, code);
     if (reason.empty())
         reason = std::string("The USB device can't be used: ") +
-                 (mErrorCode == 0 ? "not fit for it" : platform::IOReturnText(mErrorCode));
-    platform::NSLog("%s (0x%08X) at %s, %d\n", reason.c_str(), static_cast<unsigned>(mErrorCode), mErrorFile,
-                    mErrorLine);
+                 (code == 0 ? "not fit for it" : platform::IOReturnText(code));
+    platform::NSLog("%s (0x%08X) at %s, %d\n", reason.c_str(), static_cast<unsigned>(code), file, line);
 }
 
 void Session_t::SendFrameWithTimeout(const iol::Frame_t& frame, Layer_t layer, win::Duration_t timeout) {
@@ -115,7 +114,7 @@ void Session_t::SendFrameWithTimeout(const iol::Frame_t& frame, Layer_t layer, w
     CheckForError();
     WriteUsbPacket(layer, frame.Id(), frame.Bytes(), mOutgoing);
     mWriteIsPending = true;
-    mDevice->WriteAsync(mOutgoing.data(), static_cast<long>(mOutgoing.size()));
+    mDevice->WriteAsync(mOutgoing);
     WaitWhile([this] { return mWriteIsPending; }, timeout);
     CheckForError();
     if (mWriteIsPending) {
@@ -143,7 +142,7 @@ void Session_t::WaitForFrameWithTimeout(win::Duration_t timeout) {
 }
 
 void Session_t::CheckForError() const {
-    if (mErrorOccurred) throw BadUsbDevice_t(mErrorFile, mErrorLine);
+    if (mError) throw BadUsbDevice_t(mError->file, mError->line);
 }
 
 void Session_t::SavePacket(const UsbPacket_t& packet) {
@@ -164,11 +163,7 @@ Session_t::Received_t Session_t::TakePacket() {
 }
 
 void Session_t::ReportErrorWithCode(platform::IOReturn code, const char* file, std::uint16_t line) {
-    if (mErrorOccurred) return;
-    mErrorOccurred = true;
-    mErrorCode = code;
-    mErrorFile = file;
-    mErrorLine = line;
+    if (!mError) mError = {code, file, line};
 }
 
 void Session_t::StartTimer(win::Duration_t duration) {
@@ -178,13 +173,13 @@ void Session_t::StartTimer(win::Duration_t duration) {
 
 template <typename IsPending>
 void Session_t::WaitWhile(IsPending isPending, win::Duration_t timeout) {
-    if (mErrorOccurred || !isPending()) return;  // nothing to wait for: no timer either
+    if (ErrorOccurred() || !isPending()) return;  // nothing to wait for: no timer either
     StartTimer(timeout);
     const struct Stop_t {  // however the wait ends, no timer is left in the loop
         Session_t& session;
         ~Stop_t() { session.StopTimer(); }
     } stop{*this};
-    while (!mErrorOccurred && isPending() && TimerIsRunning())
+    while (!ErrorOccurred() && isPending() && TimerIsRunning())
         mRunLoop->CFRunLoopRunInMode(mRunLoopMode, gcSlice, true);
 }
 

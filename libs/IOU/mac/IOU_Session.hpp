@@ -4,6 +4,7 @@
 #include "IOL/IOL_Frame.hpp"
 #include "IOU/IOU_Layer.hpp"
 #include "WIN/WIN_Duration.hpp"
+#include "libs/IOU/mac/IOU_PipeEvents.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/IOReturn.hpp"
 
@@ -19,10 +20,6 @@
 namespace iou {
 
 class Device_t;
-struct UsbPacket_t;
-
-/// What opening a device throws when it fails, once the failure has been reported to the session.
-inline constexpr int gcDeviceUnusable = 1;
 
 /// The moment at which a wait of that length, begun now, ends; win::gcDurationInfinite lasts a year.
 platform::CFAbsoluteTime ConvertDurationToAbsoluteTime(win::Duration_t duration);
@@ -32,7 +29,15 @@ platform::CFAbsoluteTime ConvertDurationToAbsoluteTime(win::Duration_t duration)
 /// It belongs to the thread that constructed it. It waits by running that thread's loop in a mode of its own, so that
 /// the device's completions are delivered inside these waits and nowhere else, and nothing else is delivered in them.
 /// An error that a pipe reports stays: from then on every operation throws it.
-class Session_t : private glo::NonCopyable_t {
+///
+/// Who knows whom. What stands below knows nobody above it, and tells what happens through the interface alone.
+///
+///     Session_t, which is a PipeEventsIntf_t          knows the device
+///      └ owns Device_t                                knows the pipes and the interface
+///          ├ owns OutPipe_t                           knows the interface
+///          └ owns InPipe_t, the interrupt pipe        knows the interface
+///              └ owns InPipe_t, the bulk pipe         knows the interface
+class Session_t final : public PipeEventsIntf_t, private glo::NonCopyable_t {
   public:
     /// What may lie received and not yet fetched. Each packet counts its bytes and 64 more for its keeping. A device
     /// that talks and is not listened to loses its newest packets beyond this.
@@ -72,23 +77,23 @@ class Session_t : private glo::NonCopyable_t {
 
     /// @throws iou::BadUsbDevice_t  an error has been reported
     void CheckForError() const;
-    bool ErrorOccurred() const { return mErrorOccurred; }
-
-    // For the device and its pipes, inside this session's waits.
+    bool ErrorOccurred() const noexcept { return mError.has_value(); }
 
     /// Queues what a packet carries, as the frame that GetFrameWithTimeout hands out.
-    void SavePacket(const UsbPacket_t& packet);
-    void CompleteWrite() { mWriteIsPending = false; }
+    void SavePacket(const UsbPacket_t& packet) override;
+    void CompleteWrite() override { mWriteIsPending = false; }
 
     /// Records an error. The first one stays: later ones are its consequences.
-    /// @param file  a text that lives as long as the process
-    void ReportError(const char* file, std::uint16_t line) { ReportErrorWithCode(0, file, line); }
-    void ReportErrorWithCode(platform::IOReturn code, const char* file, std::uint16_t line);
+    void ReportErrorWithCode(platform::IOReturn code, const char* file, std::uint16_t line) override;
 
     const std::string& RunLoopMode() const { return mRunLoopMode; }
-    platform::CFRunLoop& RunLoop() const { return *mRunLoop; }
 
   private:
+    struct Error_t {
+        platform::IOReturn code;  ///< 0 when none was given
+        const char* file;
+        std::uint16_t line;
+    };
     struct Received_t {
         Layer_t layer;
         iol::Frame_t frame;
@@ -116,10 +121,7 @@ class Session_t : private glo::NonCopyable_t {
     std::vector<unsigned char> mOutgoing;  ///< the packet that the port takes; its storage is kept
     bool mWriteIsPending = false;
     std::unique_ptr<platform::CFRunLoopTimer> mTimer;  ///< of the wait under way
-    bool mErrorOccurred = false;
-    platform::IOReturn mErrorCode = 0;  ///< 0 when none was given
-    std::uint16_t mErrorLine = 0;
-    const char* mErrorFile = "";
+    std::optional<Error_t> mError;                     ///< the first one reported
     std::unique_ptr<Device_t> mDevice;
 };
 
