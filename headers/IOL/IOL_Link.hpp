@@ -7,13 +7,8 @@
 #include <cstddef>
 #include <vector>
 
-namespace glo {
-class Timeout_t;
-}
-
 namespace iol {
 
-class BadFrame_t;
 class Packet_t;
 
 /// The wait for every mandatory reply, in milliseconds: the time-out that the application gives a link when it opens

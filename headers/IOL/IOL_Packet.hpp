@@ -5,8 +5,6 @@
 
 namespace iol {
 
-class BadFrame_t;
-
 /// Base of every typed packet: an id that never changes, and the two conversions between the packet and a frame. By
 /// itself it is a packet without fields. A packet lives for one exchange: it is built, sent or filled, and read.
 class Packet_t {

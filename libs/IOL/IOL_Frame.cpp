@@ -28,13 +28,13 @@ std::vector<unsigned char> TakeRest(FrameStream_t& stream) {
 }  // namespace
 
 Frame_t::Frame_t(unsigned short id, const unsigned char* bytes, unsigned int count)
-    : mId(id),
-      mData(new Data_t(count == 0 ? std::vector<unsigned char>() : std::vector<unsigned char>(bytes, bytes + count))) {}
+    : Frame_t(id, std::vector<unsigned char>(bytes, bytes + count)) {}
 
-Frame_t::Frame_t(unsigned short id, std::vector<unsigned char> bytes)
-    : mId(id), mData((CheckLength(bytes.size()), new Data_t(std::move(bytes)))) {}
+Frame_t::Frame_t(unsigned short id, std::vector<unsigned char> bytes) : mId(id), mData(new Data_t(std::move(bytes))) {
+    CheckLength(mData->bytes.size());
+}
 
-Frame_t::Frame_t(unsigned short id, FrameStream_t& stream) : mId(id), mData(new Data_t(TakeRest(stream))) {}
+Frame_t::Frame_t(unsigned short id, FrameStream_t& stream) : Frame_t(id, TakeRest(stream)) {}
 
 void Frame_t::Write(std::wostream& stream) const {
     stream << L"Frame: (ID,DATA)\nID: " << mId << L"\n";

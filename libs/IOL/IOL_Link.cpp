@@ -58,13 +58,12 @@ void Link_t::GetPacket(Packet_t& packet, win::Duration_t timeout) {
 
 std::size_t Link_t::GetPacket(const std::vector<Packet_t*>& packets, win::Duration_t timeout) {
     glo::Assert(!packets.empty(), gcFile, gcEmptyListLine);
-    glo::Assert(std::find(packets.begin(), packets.end(), nullptr) == packets.end(), gcFile, gcNullPacketLine);
+    glo::Assert(std::ranges::find(packets, nullptr) == packets.end(), gcFile, gcNullPacketLine);
     const win::Timer_t stopwatch;
     for (;;) {
         if (IsOver(stopwatch, timeout)) throw glo::Timeout_t(gcFile, gcListTimedOutLine);
         const Frame_t frame = GetFrameWithTimeout(timeout);
-        const auto match = std::find_if(packets.begin(), packets.end(),
-                                        [&frame](const Packet_t* packet) { return packet->Id() == frame.Id(); });
+        const auto match = std::ranges::find(packets, frame.Id(), &Packet_t::Id);
         if (match == packets.end()) continue;
         (*match)->AcceptFrame(frame);
         return static_cast<std::size_t>(match - packets.begin());

@@ -3,8 +3,6 @@
 #include "UTL/UTL_HexDump.hpp"
 #include "libs/IOU/IOU_Trace.hpp"
 
-#include <algorithm>
-
 namespace iou {
 namespace {
 
@@ -39,22 +37,21 @@ std::optional<std::uint32_t> UsbPacket_t::ControlValue(std::uint16_t wantedId) c
     return ReadLittleEndian(data);
 }
 
-std::optional<UsbPacket_t> MakeUsbPacket(const std::vector<unsigned char>& bytes) {
-    const std::span<const unsigned char> view(bytes);
-    if (view.size() < gcUsbPacketHeaderSize)
-        return Refuse(view, "Failed to make packet!\n", "Buffer size: ", view.size(),
+std::optional<UsbPacket_t> MakeUsbPacket(std::span<const unsigned char> bytes) {
+    if (bytes.size() < gcUsbPacketHeaderSize)
+        return Refuse(bytes, "Failed to make packet!\n", "Buffer size: ", bytes.size(),
                       ", packet size: ", gcUsbPacketHeaderSize, "\n");
 
-    const Layer_t layer{view[gcLayerOffset]};
+    const Layer_t layer{bytes[gcLayerOffset]};
     if (layer != Layer_t::UsbProtocol && layer != Layer_t::Application)
-        return Refuse(view, "Packet discarded!\n", "Bad layer: ", layer, "\n");
+        return Refuse(bytes, "Packet discarded!\n", "Bad layer: ", layer, "\n");
 
-    const std::uint32_t dataSize = ReadLittleEndian(view.subspan(gcSizeOffset, sizeof(std::uint32_t)));
-    const auto data = view.subspan(gcUsbPacketHeaderSize);
+    const std::uint32_t dataSize = ReadLittleEndian(bytes.subspan(gcSizeOffset, sizeof(std::uint32_t)));
+    const auto data = bytes.subspan(gcUsbPacketHeaderSize);
     if (dataSize != data.size())
-        return Refuse(view, "Packet discarded!\n", "Bad size - packet: ", dataSize, ", buffer: ", data.size(), "\n");
+        return Refuse(bytes, "Packet discarded!\n", "Bad size - packet: ", dataSize, ", buffer: ", data.size(), "\n");
 
-    const auto id = static_cast<std::uint16_t>(ReadLittleEndian(view.subspan(gcIdOffset, sizeof(std::uint16_t))));
+    const auto id = static_cast<std::uint16_t>(ReadLittleEndian(bytes.subspan(gcIdOffset, sizeof(std::uint16_t))));
     return UsbPacket_t{layer, id, data};
 }
 

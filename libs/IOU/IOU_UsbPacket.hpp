@@ -34,12 +34,12 @@ struct UsbPacket_t {
     std::span<const unsigned char> data;
 
     /// The 32-bit number that is this packet's whole data, if it is that control packet.
-    std::optional<std::uint32_t> ControlValue(std::uint16_t wantedId) const;
+    [[nodiscard]] std::optional<std::uint32_t> ControlValue(std::uint16_t wantedId) const;
 };
 
 /// Checks received bytes: a whole header, a known layer, and as much data as the header says. Anything else is traced
 /// with a dump and gives nothing. Never throws for what is in the bytes.
-std::optional<UsbPacket_t> MakeUsbPacket(const std::vector<unsigned char>& bytes);
+[[nodiscard]] std::optional<UsbPacket_t> MakeUsbPacket(std::span<const unsigned char> bytes);
 
 /// Replaces the contents of `bytes` by a packet to send; its storage is kept.
 /// @param data  at most 4294967295 bytes

@@ -30,7 +30,7 @@ struct FoundPipe_t {
 /// The interface's first pipe of the wanted type and direction.
 /// @param file  the source file that a failure is reported for
 /// @throws int  gcDeviceUnusable, after reporting
-FoundPipe_t FindPipe(PipeEventsIntf_t& events, platform::IOUSBInterfaceInterface& interface, WantedPipe_t wanted,
-                     const char* file, const PipeFailureLines_t& lines);
+[[nodiscard]] FoundPipe_t FindPipe(PipeEventsIntf_t& events, platform::IOUSBInterfaceInterface& interface,
+                                   WantedPipe_t wanted, const char* file, const PipeFailureLines_t& lines);
 
 }  // namespace iou

@@ -52,7 +52,6 @@ Session_t::Session_t(const std::string& registryPath, win::Duration_t timeout)
 Session_t::~Session_t() {
     AssertOwnerThread();
     mDevice.reset();
-    StopTimer();
     Trace("Session ended.\n");
 }
 
@@ -98,7 +97,6 @@ void Session_t::Abandon(const std::string& registryPath) {
     Trace("iou::Session_t::Session_t - Failed\n");
     const bool wasOpened = mDevice != nullptr;
     mDevice.reset();
-    StopTimer();
     if (!mError) return;
     const auto [code, file, line] = *mError;
     std::string reason;
