@@ -30,10 +30,11 @@ TEST(Frame, CopiesShareOnePayloadThatOutlivesTheOriginalAndStreamsCopyIt) {
     EXPECT_EQ(copy.Bytes(), (Bytes{1, 2, 3}));
 }
 
-TEST(Frame, BadOneIsDumpedWithHeadingIdAndRows) {
+TEST(LinkExceptions, BadFrameIsDumpedWithHeadingIdAndRowsAndAbortCarriesItsCause) {
     EXPECT_EQ(iol::BadFrame_t(Frame_t(65535, Bytes{0xAE, 0}), "libs/X", 12).Message(),
               L"Frame: (ID,DATA)\nID: 65535\n0000: ae 00 " + std::wstring(42, L' ') + L"  ..\n");
     EXPECT_EQ(iol::BadFrame_t(Frame_t(1, nullptr, 0), "libs/X", 12).Message(), L"Frame: (ID,DATA)\nID: 1\n  \n");
+    EXPECT_EQ(iol::Abort_t("libs/Y", 3, iol::Abort_t::gcProtocolAbandoned).Cause(), 2U);
 }
 
 TEST(Frame, FromAStreamTakesExactlyWhatIsStillReadable) {
@@ -43,25 +44,10 @@ TEST(Frame, FromAStreamTakesExactlyWhatIsStillReadable) {
     EXPECT_EQ(Frame_t(9, stream).Bytes(), (Bytes{2, 3, 4}));
     EXPECT_EQ(Frame_t(9, stream).Size(), 0U) << "the end bit is set, so nothing is left";
     EXPECT_EQ(stream.rdstate(), bin::ios::eofbit);
-}
-
-TEST(Frame, FromAStreamOfMoreThanThirtyTwoBitsOfLengthIsALinkException) {
     struct : iol::FrameStream_t {
         unsigned long RemainingSize() override { return 4294967296; }
-    } stream;
-    EXPECT_EQ(SiteOf<iol::Exception_t>([&] { Frame_t(1, stream); }), "libs/IOL/IOL_Frame 36");
-}
-
-TEST(PacketDeathTest, AnyPayloadWillDoButAnotherIdStopsTheProgram) {
-    iol::Packet_t packet(10);
-    EXPECT_EQ(packet.ProduceFrame().Size(), 0U);
-    packet.AcceptFrame(Frame_t(10, Bytes{1, 2, 3}));
-    EXPECT_EXIT(packet.AcceptFrame(Frame_t(11, Bytes{})), testing::KilledBySignal(SIGILL),
-                "IOL/IOL_Packet.hpp Line: 70");
-}
-
-TEST(LinkExceptions, AbortCarriesItsCause) {
-    EXPECT_EQ(iol::Abort_t("libs/Y", 3, iol::Abort_t::gcProtocolAbandoned).Cause(), 2U);
+    } tooLong;
+    EXPECT_EQ(SiteOf<iol::Exception_t>([&] { Frame_t(9, tooLong); }), "libs/IOL/IOL_Frame 36");
 }
 
 /// Keeps the payload; refuses an empty one.
@@ -82,7 +68,18 @@ struct Link : testing::Test {
     Probe packet{10};
     Probe other{11};
 };
+
 using LinkDeathTest = Link;
+
+TEST_F(LinkDeathTest, FrameOfAnotherIdOrEmptyListOrNullEntryStopsTheProgram) {
+    iol::Packet_t plain(10);
+    EXPECT_EQ(plain.ProduceFrame().Size(), 0U);
+    plain.AcceptFrame(Frame_t(10, Bytes{1, 2, 3}));
+    const auto stops = testing::KilledBySignal(SIGILL);
+    EXPECT_EXIT(plain.AcceptFrame(Frame_t(11, Bytes{})), stops, "IOL/IOL_Packet.hpp Line: 70");
+    EXPECT_EXIT(link.GetPacket(std::vector<iol::Packet_t*>(), 0), stops, "libs/IOL/IOL_Link Line: 77");
+    EXPECT_EXIT(link.GetPacket({&packet, nullptr}, 0), stops, "libs/IOL/IOL_Link Line: 80");
+}
 
 TEST_F(Link, SentPacketGoesOutAsItsFrameWithTheGivenTimeout) {
     packet.payload = {1, 2};
@@ -131,12 +128,6 @@ TEST_F(Link, PacketsExceptionConsumesTheFrameAndTheTransportsOwnPassesThroughUnt
     EXPECT_EQ(link.Pending(), 0U);
     EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket(packet, 500); }), "tests/support/ScriptedLink 1");
     EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket({&packet}, 500); }), "tests/support/ScriptedLink 1");
-}
-
-TEST_F(LinkDeathTest, EmptyListOrNullEntryStopsTheProgram) {
-    EXPECT_EXIT(link.GetPacket(std::vector<iol::Packet_t*>(), 0), testing::KilledBySignal(SIGILL),
-                "libs/IOL/IOL_Link Line: 77");
-    EXPECT_EXIT(link.GetPacket({&packet, nullptr}, 0), testing::KilledBySignal(SIGILL), "libs/IOL/IOL_Link Line: 80");
 }
 
 }  // namespace

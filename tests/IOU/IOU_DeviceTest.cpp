@@ -82,12 +82,4 @@ TEST(Device, WhoseFirstReadOrWriteIsRefusedIsAnErrorOfTheSession) {
     }
 }
 
-TEST(Device, PicksThePipesByTypeAndDirectionAndNotByPosition) {
-    auto profile = simulator::Profile::instant();
-    std::swap(profile.pipes.front(), profile.pipes.back());
-    SimulatedDevice world(profile);
-    auto link = world.openLink();
-    EXPECT_EQ(link.UnitId(), profile.unitId);
-}
-
 }  // namespace

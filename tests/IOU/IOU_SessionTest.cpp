@@ -10,10 +10,8 @@
 namespace {
 
 using namespace support;
-using simulator::Fault;
-using simulator::FaultKind;
 
-constexpr char kSessionFile[] = "libs/IOU/mac/IOU_Session";
+const std::string kSessionFile = "libs/IOU/mac/IOU_Session";
 constexpr auto kInterrupt = ScriptedUsb::kInterruptIn;
 constexpr win::Duration_t kLimit{3000};
 
@@ -21,13 +19,23 @@ iol::Frame_t frameOf(std::uint16_t id, std::size_t size) {
     return {id, std::vector<unsigned char>(size, 0x5A)};
 }
 
+/// Each act answers where it raised, or nothing.
 struct StartedSession : ScriptedDevice, testing::Test {
+    std::string gets(win::Duration_t limit = kLimit) {
+        return raisedAt<glo::Timeout_t>([&] { link.GetFrameWithTimeout(limit); });
+    }
+    std::string sends(std::size_t size = 2, win::Duration_t limit = kLimit) {
+        return raisedAt<glo::Timeout_t>([&] { link.SendFrameWithTimeout(frameOf(0x01FF, size), limit); });
+    }
+
     iou::UsbLink_t link{(startsSession(), openLink())};
 };
 using SessionDeathTest = StartedSession;
 
-TEST(Session, StartLearnsTheUnitIdAsksForThePacketSizeAndLeavesNothingBehind) {
-    SimulatedDevice world;
+TEST(Session, StartLearnsTheUnitIdFromPipesInAnyOrderAsksForThePacketSizeAndLeavesNothingBehind) {
+    auto profile = simulator::Profile::instant();
+    std::swap(profile.pipes.front(), profile.pipes.back());
+    SimulatedDevice world(profile);
     {
         auto link = world.openLink();
         EXPECT_EQ(link.UnitId(), 3812345678U);
@@ -58,7 +66,7 @@ TEST(Session, StartIsAskedForEachHalfSecondUntilAnsweredOrTheTimeFromBeforeTheOp
         world.usb.brings(kInterrupt, world.packet(0, 17, {12, 16, 0, 0}));
         std::string raised;
         EXPECT_EQ(world.timed([&] { raised = raisedAt<glo::Timeout_t>([&] { world.openLink(); }); }), waited);
-        EXPECT_EQ(raised, starts ? "" : std::string(kSessionFile) + " 116");
+        EXPECT_EQ(raised, starts ? "" : kSessionFile + " 116");
         EXPECT_EQ(world.usb.writes.size(), asked + (starts ? 1 : 0)) << "and the question for the size";
         EXPECT_TRUE(world.usb.isIdle());
     }
@@ -76,23 +84,24 @@ TEST(Session, OtherPacketsBeforeTheStartCostAnAttemptEach) {
 }
 
 TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
-    const std::tuple<const char*, Bytes, std::uint32_t, long long, long long> cases[] = {
-        {"as sent", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 0, 0},
-        {"just in time", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 4096, 3000, 3000},
-        {"just too late", ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 255, 3001, 3000},
-        {"header alone", ScriptedDevice::packet(0, 17, {12, 0, 0, 0}), 255, 0, 0},
-        {"less than a header", ScriptedDevice::packet(0, 17, {4, 0, 0, 0}), 255, 0, 0},
-        {"largest number", ScriptedDevice::packet(0, 17, {255, 255, 255, 255}), 4294967283, 0, 0},
-        {"too short", ScriptedDevice::packet(0, 17, {12, 16}), 255, 0, 0},
-        {"another packet", ScriptedDevice::packet(20, 17, {12, 16, 0, 0}), 255, 0, 0},
+    // The answer, how long it takes, and the size.
+    const std::tuple<Bytes, int, std::uint32_t> cases[] = {
+        {ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 0, 4096},
+        {ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 3000, 4096},
+        {ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 3001, 255},
+        {ScriptedDevice::packet(0, 17, {13, 0, 0, 0}), 0, 1},
+        {ScriptedDevice::packet(0, 17, {12, 0, 0, 0}), 0, 255},
+        {ScriptedDevice::packet(0, 17, {4, 0, 0, 0}), 0, 255},
+        {ScriptedDevice::packet(0, 17, {255, 255, 255, 255}), 0, 4294967283},
+        {ScriptedDevice::packet(20, 17, {12, 16, 0, 0}), 0, 255},
     };
-    for (const auto& [what, answer, size, delay, waited] : cases) {
-        SCOPED_TRACE(what);
+    for (const auto& [answer, delay, size] : cases) {
+        SCOPED_TRACE(testing::PrintToString(answer) + " after " + std::to_string(delay));
         ScriptedDevice world;
         world.usb.brings(kInterrupt, world.packet(0, 6, {1, 2, 3, 4}));
         world.usb.brings(kInterrupt, answer, 0, milliseconds(delay));
         unsigned told = 0;
-        EXPECT_EQ(world.timed([&] { told = world.openLink().MaxPacketSize(); }), waited);
+        EXPECT_EQ(world.timed([&] { told = world.openLink().MaxPacketSize(); }), std::min(delay, 3000));
         EXPECT_EQ(told, size);
     }
 }
@@ -102,15 +111,10 @@ TEST_F(StartedSession, AnswersAndWritesCountUpToTheLimitAndNotBeyond) {
         SCOPED_TRACE(delay);
         const bool inTime = delay <= 3000;
         usb.brings(kInterrupt, packet(20, 10), 0, milliseconds(delay));
-        std::string raised;
-        const auto get = [&] { raised = raisedAt<glo::Timeout_t>([&] { link.GetFrameWithTimeout(kLimit); }); };
-        EXPECT_EQ(timed(get), std::min(delay, 3000));
-        EXPECT_EQ(raised, inTime ? "" : std::string(kSessionFile) + " 258");
-        if (!inTime) get();
-        EXPECT_TRUE(inTime || raised.empty()) << "the session stays usable";
+        EXPECT_EQ(timed([&] { EXPECT_EQ(gets(), inTime ? "" : kSessionFile + " 258"); }), std::min(delay, 3000));
+        EXPECT_TRUE(inTime || gets().empty()) << "the session stays usable";
         usb.endsWrite({.delay = milliseconds(delay)});
-        raised = raisedAt<glo::Timeout_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); });
-        EXPECT_EQ(raised, inTime ? "" : std::string(kSessionFile) + " 230");
+        EXPECT_EQ(sends(), inTime ? "" : kSessionFile + " 230");
     }
 }
 
@@ -118,56 +122,50 @@ TEST_F(StartedSession, WithoutALimitWaitsForAYear) {
     EXPECT_NEAR(iou::ConvertDurationToAbsoluteTime(win::gcDurationInfinite),
                 clock.CFAbsoluteTimeGetCurrent() + 31536000, 1e-3);
     usb.endsWrite({.delay = std::chrono::hours(1)});
-    EXPECT_EQ(timed([&] { link.SendFrameWithTimeout(frameOf(10, 2), win::gcDurationInfinite); }), 3600000);
+    EXPECT_EQ(timed([&] { EXPECT_EQ(sends(2, win::gcDurationInfinite), ""); }), 3600000);
     usb.brings(ScriptedUsb::kBulkIn, {}, platform::kIOReturnIOError);  // nobody reads there
-    EXPECT_EQ(raisedAt<glo::Timeout_t>([&] { link.GetFrameWithTimeout(0); }), std::string(kSessionFile) + " 258");
+    EXPECT_EQ(gets(0), kSessionFile + " 258");
 }
 
 TEST_F(StartedSession, WriteThatFillsItsLastPacketEndsWithTheEmptyOne) {
     usb.writes.clear();
     usb.endsWrite({});
     usb.endsWrite({.delay = milliseconds(700)});
-    EXPECT_EQ(timed([&] { link.SendFrameWithTimeout(frameOf(10, 52), kLimit); }), 700);
-    // Another one behind it shows nothing of the longer one.
-    link.SendFrameWithTimeout(frameOf(0x01FF, 2), kLimit);
+    EXPECT_EQ(timed([&] { EXPECT_EQ(sends(52), ""); }), 700);
+    EXPECT_EQ(sends(), "") << "and shows nothing of the longer one before it";
     ASSERT_EQ(usb.writes.size(), 3U);
     EXPECT_EQ(usb.writes[0].size(), 64U);
     EXPECT_TRUE(usb.writes[1].empty());
     EXPECT_EQ(usb.writes[2], (Bytes{20, 0, 0, 0, 0xFF, 1, 0, 0, 2, 0, 0, 0, 0x5A, 0x5A}));
 }
 
-TEST(Session, ReportedErrorStaysWhateverHasBeenReceived) {
-    using simulator::Pipe;
-    for (const auto pipe : {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut}) {
-        const std::string site = pipe == Pipe::BulkOut ? "libs/IOU/mac/IOU_OutPipe 126" : "libs/IOU/mac/IOU_InPipe 178";
-        auto profile = simulator::Profile::instant();
-        profile.endsBulkRuns = false;  // so that the bulk pipe, once read, goes on being read
-        SimulatedDevice world(profile);
-        auto link = world.openLink();
-        world.device().send({20, 77, Bytes(200, 1)},
-                            world.clock.now());  // too long for the interrupt pipe: announced and sent on the bulk pipe
-        world.addFault(Fault::onPacket(10, FaultKind::Stall).withPipe(pipe));
-        const auto raised = raisedAt<iou::BadUsbDevice_t>([&] {
-            link.SendFrameWithTimeout(frameOf(10, 2), kLimit);  // halts the pipe
-            link.SendFrameWithTimeout(frameOf(10, 2), kLimit);
-            for (;;) link.GetFrameWithTimeout(kLimit);
-        });
-        EXPECT_EQ(raised, site);
-        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.GetFrameWithTimeout(kLimit); }), site);
-        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { link.SendFrameWithTimeout(frameOf(10, 2), kLimit); }), site);
-        EXPECT_EQ(world.timed([&] { raisedAt<glo::Exception_t>([&] { link.GetFrameWithTimeout(kLimit); }); }), 0);
+TEST(Session, FirstErrorStaysWhateverHasBeenReceivedAndNothingIsWrittenAfterIt) {
+    constexpr auto cError = platform::kIOReturnIOError;
+    const std::pair<void (*)(ScriptedDevice&), std::string> cases[] = {
+        {[](auto& world) { world.usb.brings(kInterrupt, {}, cError); }, "libs/IOU/mac/IOU_InPipe 178"},
+        {[](auto& world) {
+             world.usb.brings(kInterrupt, world.packet(0, 2));
+             world.usb.brings(ScriptedUsb::kBulkIn, {}, cError);
+         },
+         "libs/IOU/mac/IOU_InPipe 178"},
+        {[](auto& world) { world.usb.endsWrite({.result = cError}); }, "libs/IOU/mac/IOU_OutPipe 126"},
+    };
+    for (const auto& [fails, site] : cases) {
+        SCOPED_TRACE(site);
+        ScriptedDevice world;
+        world.startsSession();
+        iou::Session_t session("scripted", kLimit);
+        world.usb.brings(kInterrupt, world.packet(20, 10));
+        fails(world);
+        world.usb.endsWrite({.ends = false});
+        const auto send = [&] { session.SendFrameWithTimeout(frameOf(10, 2), iou::Layer_t::Application, kLimit); };
+        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>(send), site);
+        session.ReportErrorWithCode(2, "second", 2);
+        const auto get = [&] { session.GetFrameWithTimeout(kLimit); };
+        EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>(get), site);
+        EXPECT_EQ(world.timed([&] { raisedAt<iou::BadUsbDevice_t>(send); }), 0);
+        EXPECT_EQ(world.usb.writes.size(), 3U) << "two of them those of the start";
     }
-}
-
-TEST(Session, FirstErrorStaysAndNothingIsWrittenAfterIt) {
-    ScriptedDevice world;
-    world.startsSession();
-    iou::Session_t session("scripted", kLimit);
-    session.ReportErrorWithCode(1, "first", 1);
-    session.ReportErrorWithCode(2, "second", 2);
-    const auto send = [&] { session.SendFrameWithTimeout(frameOf(10, 2), iou::Layer_t::Application, kLimit); };
-    EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>(send), "first 1");
-    EXPECT_EQ(world.usb.writes.size(), 2U) << "those of the start";
 }
 
 TEST(Session, TwoOnOneThreadEachGetTheirOwnAnswers) {
@@ -176,23 +174,17 @@ TEST(Session, TwoOnOneThreadEachGetTheirOwnAnswers) {
     profile.unitId = 77;
     const auto other = world.bus.addDevice(profile);
     world.plug(other);
-    for (int round = 0; round < 2; ++round) {
-        auto first = world.openLink();
-        auto second = world.open(world.path(other));
-        for (auto* link : {&first, &second}) link->SendFrameWithTimeout({10, Bytes{14, 0}}, kLimit);  // the unit id
-        for (auto* link : {&second, &first}) {
-            const auto own = simulator::Writer().u32(link->UnitId()).take();
-            EXPECT_EQ(link->GetFrameWithTimeout(kLimit).Bytes(), own);
-        }
-        EXPECT_NE(first.UnitId(), second.UnitId());
-    }
-    EXPECT_TRUE(world.isUntouched());
+    auto first = world.openLink();
+    auto second = world.open(world.path(other));
+    for (auto* link : {&first, &second}) link->SendFrameWithTimeout({10, Bytes{14, 0}}, kLimit);  // the unit id
+    for (auto* link : {&second, &first})
+        EXPECT_EQ(link->GetFrameWithTimeout(kLimit).Bytes(), simulator::Writer().u32(link->UnitId()).take());
+    EXPECT_NE(first.UnitId(), second.UnitId());
 }
 
 TEST_F(SessionDeathTest, AnotherThreadIsStopped) {
-    const auto elsewhere = [](auto action) { std::thread(action).join(); };
-    EXPECT_DEATH(elsewhere([&] { link.GetFrameWithTimeout(0); }), kSessionFile);
-    EXPECT_DEATH(elsewhere([&] { link.SendFrameWithTimeout(frameOf(10, 2), 0); }), kSessionFile);
+    EXPECT_DEATH(std::thread([&] { gets(); }).join(), kSessionFile);
+    EXPECT_DEATH(std::thread([&] { sends(); }).join(), kSessionFile);
 }
 
 }  // namespace
