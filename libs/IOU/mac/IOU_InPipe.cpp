@@ -40,7 +40,7 @@ void InPipe_t::ReadAsync() {
     const platform::IOReturn result = mInterface.ReadPipeAsync(mPipeRef, mBuffer, &InPipe_t::InPipeHandler, this);
     Trace(mName, " ReadPipeAsync IOResult: ", result, "\n");
     if (result == platform::kIOReturnSuccess) {
-        ++mReads;
+        ++mReads;  // in time: a completion never runs inside the call that started it
     } else {
         mEvents.ReportErrorWithCode(result, gcFile, gcReadRefusedLine);
     }

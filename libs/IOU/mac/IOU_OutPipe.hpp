@@ -38,7 +38,7 @@ class OutPipe_t : private glo::NonCopyable_t {
   private:
     PipeEventsIntf_t& mEvents;
     platform::IOUSBInterfaceInterface& mInterface;
-    FoundPipe_t mPipe;
+    FoundPipe_t mPipe{};
 };
 
 }  // namespace iou
