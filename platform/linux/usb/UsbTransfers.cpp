@@ -19,17 +19,11 @@ constexpr std::chrono::seconds kTakeBackLimit{5};  // the kernel cancels at once
 
 IOReturn UsbTransfers::submit(std::uint8_t address, std::uint8_t type, std::span<const unsigned char> bytes,
                               const Completion& completion) {
-    if (mIdle.empty()) {
-        Transfer& made = mIdle.emplace_back();
-        made.libusb.reset(libusb_alloc_transfer(0));
-        made.owner = this;
-        made.self = mIdle.begin();
-        if (!made.libusb) {
-            mIdle.clear();
-            return kIOReturnNoMemory;
-        }
-    }
-    Transfer& transfer = mIdle.front();
+    std::list<Transfer> made(1);
+    Transfer& transfer = made.front();
+    if (!transfer.libusb) return kIOReturnNoMemory;
+    transfer.owner = this;
+    transfer.self = made.begin();
     transfer.data.assign(bytes.begin(), bytes.end());
     if (address & LIBUSB_ENDPOINT_IN) transfer.data.resize(completion.destination.size());
     transfer.completion = completion;
@@ -37,137 +31,130 @@ IOReturn UsbTransfers::submit(std::uint8_t address, std::uint8_t type, std::span
                               static_cast<int>(transfer.data.size()), &ended, &transfer, kNoTimeout);
     transfer.libusb->type = type;
     const int result = libusb_submit_transfer(transfer.libusb.get());
-    if (result == LIBUSB_SUCCESS) {
-        mInFlight.splice(mInFlight.end(), mIdle, transfer.self);
-    } else if (result == LIBUSB_ERROR_NO_DEVICE && mReports) {
-        // Whoever is being told of a success must not learn in the same run that the device has gone.
+    if (result == LIBUSB_ERROR_NO_DEVICE && mRound != Round::None) {
+        // The caller is a completion. Being told of a success, it must not learn in the same run that the device has
+        // gone: the transfer is accepted, and fails in a round of its own.
+        transfer.state = State::Refused;
         transfer.libusb->status = LIBUSB_TRANSFER_NO_DEVICE;
         transfer.libusb->actual_length = 0;
-        mRefused.splice(mRefused.end(), mIdle, transfer.self);
-        return kIOReturnSuccess;
+    } else if (result != LIBUSB_SUCCESS) {
+        return IOReturnOfLibusb(result);
     }
-    return IOReturnOfLibusb(result);
+    mTransfers.splice(mTransfers.end(), made);
+    return kIOReturnSuccess;
 }
 
+/// From libusb, for each transfer once, while it handles events: in a round, or while the interface is released.
 void UsbTransfers::ended(libusb_transfer* transfer) {
     auto& ended = *static_cast<Transfer*>(transfer->user_data);
     UsbTransfers& self = *ended.owner;
-    self.mDone.splice(self.mDone.end(), self.mInFlight, ended.self);
-    if (!self.mInLibusb || self.mThrown || self.mHoldsBack) return;
-    const bool failed = transfer->status != LIBUSB_TRANSFER_COMPLETED && transfer->status != LIBUSB_TRANSFER_CANCELLED;
-    if (failed && self.mHasReported) {
-        self.mHoldsBack = true;
-        return;
-    }
-    self.mHasReported = true;
-    try {
-        self.report();
-    } catch (...) {
-        self.mThrown = std::current_exception();  // libusb is C: nothing may be thrown through it
-    }
+    ended.state = State::Ended;
+    self.mTransfers.splice(self.mTransfers.end(), self.mTransfers, ended.self);
+    if (self.mRound != Round::None) self.report();
 }
 
-void UsbTransfers::handleEvents() {
-    const auto self = shared_from_this();  // a completion may let go of the interface
-    mHasReported = mHoldsBack = false;
-    mInLibusb = true;
-    mConnection->handleEvents();
-    mInLibusb = false;
-    if (mClosed) release();
-    endRun();
+std::list<UsbTransfers::Transfer>::iterator UsbTransfers::first(State state) {
+    return std::ranges::find(mTransfers, state, &Transfer::state);
+}
+
+/// @param work  finds what has ended, and has it reported; must not throw
+void UsbTransfers::runRound(const std::function<void()>& work) {
+    const auto self = shared_from_this();                      // a completion may let go of the interface
+    const Round around = std::exchange(mRound, Round::Quiet);  // one whose completion runs the loop again, or none
+    work();
+    mRound = around;
+    if (mClaim == Claim::Closing && around == Round::None) release();
+    // What came from the kernel is still in time for a time-out that is due by now; a refused transfer is not, or
+    // completions that start another one each time would keep time-outs off for ever.
+    const CFAbsoluteTime moment = first(State::Ended) == mTransfers.end() ? CFAbsoluteTimeGetCurrent() : kLongPast;
+    for (auto refused = first(State::Refused); refused != mTransfers.end(); refused = first(State::Refused)) {
+        refused->state = State::Ended;
+        mTransfers.splice(mTransfers.end(), mTransfers, refused);
+    }
+    if (first(State::Ended) != mTransfers.end()) reportLater(moment);
     if (mThrown) std::rethrow_exception(std::exchange(mThrown, nullptr));
 }
 
-void UsbTransfers::abort(std::uint8_t address) {
-    for (auto& transfer : mInFlight) {
-        // One that has ended in the meantime is not found, which is as good.
-        if (transfer.libusb->endpoint == address) libusb_cancel_transfer(transfer.libusb.get());
+/// Reports what has ended, as far as the round may.
+void UsbTransfers::report() {
+    for (auto next = first(State::Ended); mLoop && next != mTransfers.end(); next = first(State::Ended)) {
+        const auto status = next->libusb->status;
+        const bool failed = status != LIBUSB_TRANSFER_COMPLETED && status != LIBUSB_TRANSFER_CANCELLED;
+        if (failed && mRound == Round::HasReported) mRound = Round::HoldsBack;
+        if (mRound == Round::HoldsBack) return;
+        mRound = Round::HasReported;
+        // Taken out first: the completion may start others, run the loop, or close the interface.
+        std::list<Transfer> reported;
+        reported.splice(reported.end(), mTransfers, next);
+        const auto& [callback, refCon, destination] = next->completion;
+        const auto length = static_cast<std::size_t>(std::max(next->libusb->actual_length, 0));
+        std::copy_n(next->data.begin(), std::min(length, destination.size()), destination.begin());
+        try {
+            callback(refCon, IOReturnOfTransfer(status), reinterpret_cast<void*>(length));
+        } catch (...) {
+            mThrown = std::current_exception();
+            mRound = Round::HoldsBack;
+        }
     }
 }
 
-void UsbTransfers::takeBack() {
-    for (auto& transfer : mInFlight) libusb_cancel_transfer(transfer.libusb.get());
+/// For what has ended already: no descriptor will announce it again.
+/// @param moment  timers with an earlier one, a time-out that is due say, fire before
+void UsbTransfers::reportLater(CFAbsoluteTime moment) {
+    if (!mLoop) return;
+    mLater = mLoop->CFRunLoopAddTimer(mMode, moment, 0, [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->runRound([&] { self->report(); });
+    });
+}
+
+void UsbTransfers::abort(std::uint8_t address) {
+    for (auto& transfer : mTransfers) {
+        // One that has ended in the meantime is not found, which is as good.
+        if (transfer.state == State::InFlight && transfer.libusb->endpoint == address) {
+            libusb_cancel_transfer(transfer.libusb.get());
+        }
+    }
+}
+
+void UsbTransfers::close() noexcept {
+    unschedule();
+    if (mClaim == Claim::Held) mClaim = Claim::Closing;
+    // libusb can't be asked for events from within one of its call-backs.
+    if (mRound == Round::None) release();
+}
+
+/// Outside any round, so that nothing that ends now is reported.
+void UsbTransfers::release() noexcept {
+    if (std::exchange(mClaim, Claim::Released) == Claim::Released) return;
+    for (auto& transfer : mTransfers) {
+        if (transfer.state == State::InFlight) libusb_cancel_transfer(transfer.libusb.get());
+    }
     const auto deadline = std::chrono::steady_clock::now() + kTakeBackLimit;
-    while (!mInFlight.empty() && std::chrono::steady_clock::now() < deadline) {
+    while (first(State::InFlight) != mTransfers.end() && std::chrono::steady_clock::now() < deadline) {
         if (!mConnection->handleEvents(std::chrono::milliseconds(100))) break;
     }
-    mIdle.splice(mIdle.end(), mDone);
-    mIdle.splice(mIdle.end(), mRefused);
-    if (mInFlight.empty()) return;
-    // The kernel may still write into them: memory is given up rather than taken back from under it.
-    NSLog("%zu USB transfers did not come back and are left behind.\n", mInFlight.size());
-    new std::list<Transfer>(std::move(mInFlight));
-    mInFlight.clear();
-}
-
-void UsbTransfers::close() {
-    mClosed = true;
-    unschedule();
-    if (!mInLibusb) release();
-}
-
-void UsbTransfers::release() {
-    if (std::exchange(mReleased, true)) return;
-    takeBack();
+    std::erase_if(mTransfers, [](const Transfer& transfer) { return transfer.state != State::InFlight; });
+    if (!mTransfers.empty()) {
+        // The kernel may still write into them: memory is given up rather than taken back from under it.
+        NSLog("%zu USB transfers did not come back and are left behind.\n", mTransfers.size());
+        new std::list<Transfer>(std::move(mTransfers));
+    }
     libusb_release_interface(mConnection->handle(), mInterface);
 }
 
 void UsbTransfers::schedule(const std::shared_ptr<AsioRunLoop>& loop, std::string_view mode) {
-    if (mClosed) return;
+    if (mClaim != Claim::Held) return;
     mLoop = loop;
     mMode = mode;
-    mWatch = loop->watchReadable(mode, mConnection->eventDescriptor(), [this] { handleEvents(); });
-    if (!mDone.empty()) reportLater(kLongPast);
+    mWatch = mLoop->watchReadable(mode, mConnection->eventDescriptor(),
+                                  [this] { runRound([this] { mConnection->handleEvents(); }); });
+    if (first(State::Ended) != mTransfers.end()) reportLater(kLongPast);
 }
 
 void UsbTransfers::unschedule() {
     mLater.reset();
     mWatch.reset();
     mLoop.reset();
-}
-
-/// For what is done already: no descriptor will announce it again.
-/// @param moment  timers with an earlier one, a time-out that is due say, fire before
-void UsbTransfers::reportLater(CFAbsoluteTime moment) {
-    if (!mLoop) return;
-    mLater = mLoop->CFRunLoopAddTimer(mMode, moment, 0, [weak = weak_from_this()] {
-        const auto self = weak.lock();
-        if (!self) return;
-        try {
-            self->report();
-        } catch (...) {
-            self->endRun();
-            throw;
-        }
-        self->endRun();
-    });
-}
-
-/// What is left over waits for the next run. What came from the kernel is still in time for a time-out that is due by
-/// now; a refused transfer is not, or completions that start another one each time would keep time-outs off for ever.
-void UsbTransfers::endRun() {
-    const CFAbsoluteTime moment = mDone.empty() ? CFAbsoluteTimeGetCurrent() : kLongPast;
-    mDone.splice(mDone.end(), mRefused);
-    if (!mDone.empty()) reportLater(moment);
-}
-
-void UsbTransfers::report() {
-    // Nested where a completion runs the loop again.
-    const struct Restore {
-        bool& reports;
-        const bool before;
-        ~Restore() { reports = before; }
-    } restore{mReports, std::exchange(mReports, true)};
-    while (mLoop && !mDone.empty()) {
-        Transfer& transfer = mDone.front();
-        const Completion completion = transfer.completion;
-        const std::size_t length = static_cast<std::size_t>(std::max(transfer.libusb->actual_length, 0));
-        const IOReturn result = IOReturnOfTransfer(transfer.libusb->status);
-        std::copy_n(transfer.data.begin(), std::min(length, completion.destination.size()),
-                    completion.destination.begin());
-        mIdle.splice(mIdle.begin(), mDone, transfer.self);
-        completion.callback(completion.refCon, result, reinterpret_cast<void*>(length));
-    }
 }
 
 }  // namespace platform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/IOUSB.hpp"
+#include "platform/common/Release.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "platform/linux/usb/UsbConnection.hpp"
 
@@ -8,21 +9,43 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <list>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace platform {
 
-/// A claimed interface and its asynchronous transfers. A transfer goes from idle to in flight (the kernel's) to done
-/// (waiting to be reported) and back. Completions are reported from the run loop's mode that Schedule named, right from
-/// libusb's own call-back: a read that a completion starts can then be served in the same round. What a completion
-/// throws does not pass through libusb; it leaves the run once libusb has returned, and the rest is reported later. A
-/// failure that libusb finds behind something that has just been reported waits for the next run, see IOUSB.hpp, and so
-/// does that of a transfer which a completion starts when the device has gone.
+/// A claimed interface and its asynchronous transfers. A transfer is made by its submission and lives until it has been
+/// reported, or until the interface has taken it back:
+///
+///     submit ---> InFlight ---- libusb's call-back ----> Ended ---> reported, freed
+///        |                                                 ^
+///        +--> Refused ---------- end of the round ---------+
+///
+/// In flight it is the kernel's, which writes into its bytes: it is cancelled and waited for, never freed. Refused is
+/// one that a completion has started on a device that has gone.
+///
+/// Completions are reported in rounds. A round is one run of the loop's mode in which libusb's descriptor is readable
+/// or something is left over from the round before:
+///
+///     None ---> Quiet ---- a completion ----> HasReported ---- a failure comes, ----> HoldsBack
+///      ^                                                    or a completion throws        |
+///      +------------------------------- the run ends -------------------------------------+
+///
+/// Within it a completion runs right from libusb's call-back, so that a read which it starts can be served in the same
+/// round. Three rules hold:
+/// - What has ended is reported in the order in which it ended.
+/// - A failure is only ever the first that a round reports, see IOUSB.hpp. For the same reason a refused transfer
+/// counts
+///   as ended from the end of the round on.
+/// - What a completion throws does not pass through libusb, which is C: it leaves the run once libusb has returned, and
+///   what is left over gets a round of its own.
+///
 /// Shared by the interface and its event source. Owner thread only.
 class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
   public:
@@ -50,19 +73,21 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
     void abort(std::uint8_t address);
 
     /// Ends every transfer, waits until the kernel has given it back, and releases the interface; nothing is reported
-    /// any more. Called by a completion, it waits only once that has returned. Blocks, in practice for as long as it
+    /// any more. Called by a completion, it waits only once the round is over. Blocks, in practice for as long as it
     /// takes the kernel to cancel.
-    void close();
+    void close() noexcept;
 
     void schedule(const std::shared_ptr<AsioRunLoop>& loop, std::string_view mode);
     void unschedule();
 
   private:
+    enum class State { InFlight, Ended, Refused };
+    enum class Round { None, Quiet, HasReported, HoldsBack };
+    enum class Claim { Held, Closing, Released };  ///< Closing: closed by a completion, whose round is not over yet
+
     struct Transfer {
-        struct Free {
-            void operator()(libusb_transfer* transfer) const { libusb_free_transfer(transfer); }
-        };
-        std::unique_ptr<libusb_transfer, Free> libusb;
+        State state = State::InFlight;
+        std::unique_ptr<libusb_transfer, Release<libusb_free_transfer>> libusb{libusb_alloc_transfer(0)};
         UsbTransfers* owner = nullptr;
         std::list<Transfer>::iterator self;
         std::vector<unsigned char> data;
@@ -70,28 +95,22 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
     };
 
     static void LIBUSB_CALL ended(libusb_transfer* transfer);
-    void handleEvents();
-    void reportLater(CFAbsoluteTime moment);
-    void endRun();
+    std::list<Transfer>::iterator first(State state);
+    void runRound(const std::function<void()>& work);
     void report();
-    void takeBack();
-    void release();
+    void reportLater(CFAbsoluteTime moment);
+    void release() noexcept;
 
     const std::shared_ptr<UsbConnection> mConnection;
     const int mInterface;
-    bool mClosed = false;
-    bool mReleased = false;
-    bool mInLibusb = false;     // handling events for the loop: transfers that end are reported
-    bool mReports = false;      // completions, just now
-    bool mHasReported = false;  // in this round
-    bool mHoldsBack = false;    // a failure waits for the next run, and with it all that ended after it
-    std::exception_ptr mThrown;
-    std::list<Transfer> mIdle, mInFlight, mDone;
-    std::list<Transfer> mRefused;        // while reporting; done from the end of the run on
+    Claim mClaim = Claim::Held;
+    Round mRound = Round::None;
+    std::exception_ptr mThrown;          // by a completion of this round
+    std::list<Transfer> mTransfers;      // of the ended ones, the one that ended first stands first
     std::shared_ptr<AsioRunLoop> mLoop;  // while scheduled
     std::string mMode;
     std::unique_ptr<DescriptorWatch> mWatch;
-    std::unique_ptr<CFRunLoopTimer> mLater;  // reports what no descriptor will announce again
+    std::unique_ptr<CFRunLoopTimer> mLater;  // a round for what no descriptor will announce again
 };
 
 }  // namespace platform

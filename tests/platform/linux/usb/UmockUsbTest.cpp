@@ -141,14 +141,22 @@ TEST_F(UmockUsbTest, DeviceThatHasGoneIsNotOpenedAsTheNextOneOnItsPort) {
     EXPECT_EQ(device->USBDeviceOpen(), kIOReturnNoDevice);
 }
 
-TEST_F(UmockUsbTest, CompletionThatThrowsLosesNoneOfThoseBehindIt) {
+TEST_F(UmockUsbTest, CompletionThatThrowsLosesNoneOfThoseBehindItAndAFailureStillGetsARunOfItsOwn) {
     Opened opened(*this, path);
-    opened.onCompletion = [] { throw std::runtime_error("from a completion"); };
-    for (int i = 0; i < 3; ++i) opened.read(opened.interruptIn);
-    // All three have ended by the time the mode runs.
+    opened.onCompletion = [&] {
+        if (opened.completions.size() <= 2) throw std::runtime_error("from a completion");
+    };
+    for (int i = 0; i < 4; ++i) opened.read(opened.interruptIn);
+    // All four have ended by the time the mode runs.
     for (std::uint16_t id = 0; id < 3; ++id) Send(id);
-    for (std::size_t i = 1; i <= 3; ++i) {
-        EXPECT_THROW(loop().CFRunLoopRunInMode("contract", 10, true), std::runtime_error);
+    usb.unplug();
+    for (std::size_t i = 1; i <= 4; ++i) {
+        const auto run = [&] { loop().CFRunLoopRunInMode("contract", 10, true); };
+        if (i <= 2) {
+            EXPECT_THROW(run(), std::runtime_error);
+        } else {
+            run();
+        }
         EXPECT_EQ(opened.completions.size(), i);
     }
 }
