@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
     platform::Bundle bundle;
     platform::UserDefaults userDefaults(bundle.bundleIdentifier());
     platform::AsioRunLoops runLoops;
-    platform::UdevRegistry registry;
+    platform::UdevRegistry registry(runLoops);
     platform::QtMainQueue mainQueue;
     platform::SignalScriptRunner scriptRunner;
     const auto globalQueue = StartUp::withThread([] { return std::make_unique<platform::GlobalQueue>(); });

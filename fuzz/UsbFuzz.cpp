@@ -6,6 +6,7 @@
 #include "platform/Platform.hpp"
 #include "platform/VendorId.hpp"
 #include "platform/common/MachineClock.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
 #include "platform/linux/usb/UdevRegistry.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
@@ -112,7 +113,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     MachineClock clock;
     fuzz::Limits(clock).hold(10, std::size_t{1} << 20, "Discovery and opening", [&] {
-        UdevRegistry registry;
+        AsioRunLoops loops;
+        UdevRegistry registry(loops);
         auto matching = IOServiceMatching(kIOUSBDeviceClassName);
         matching.properties = {{"idVendor", kTrovikVendorId}, {"idProduct", 3}, {"bcdDevice", 1}};
         std::unique_ptr<IOIterator> iterator;

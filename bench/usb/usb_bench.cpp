@@ -201,8 +201,8 @@ class Bench {
     }
 
     simulator::UmockUsb mUsb;  // first: before any thread and any look at the devices
-    platform::UdevRegistry mRegistry;
     platform::AsioRunLoops mLoops;
+    platform::UdevRegistry mRegistry{mLoops};
     platform::Platform mServices;
     std::optional<platform::PlatformScope> mScope;
     bench::BareDiscovery mDiscovery;

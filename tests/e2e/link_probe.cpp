@@ -12,8 +12,8 @@
 #include <vector>
 
 int main() {
-    platform::UdevRegistry registry;
     platform::AsioRunLoops loops;
+    platform::UdevRegistry registry(loops);
     platform::Platform services;
     services.masterPort = &registry;
     services.runLoops = &loops;

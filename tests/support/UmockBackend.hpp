@@ -29,7 +29,7 @@ class UmockBackend : public UsbBackend {
 
   private:
     platform::AsioRunLoops mLoops;
-    platform::UdevRegistry mRegistry;
+    platform::UdevRegistry mRegistry{mLoops};
 };
 
 }  // namespace support

@@ -424,13 +424,20 @@ std::size_t AsioRunLoop::modeCount() const {
 
 // ---- one loop for each thread ----
 
-std::shared_ptr<CFRunLoop> AsioRunLoops::CFRunLoopGetCurrent() {
+std::shared_ptr<AsioRunLoop> AsioRunLoops::current() {
     struct OfThisThread {
         const std::shared_ptr<AsioRunLoop> loop = std::make_shared<AsioRunLoop>();
         ~OfThisThread() { loop->end(); }
     };
-    thread_local OfThisThread current;
-    return current.loop;
+    thread_local OfThisThread ofThisThread;
+    return ofThisThread.loop;
+}
+
+std::shared_ptr<AsioRunLoop> AsioRunLoops::current(const CFRunLoop& addedTo) {
+    auto loop = current();
+    if (loop.get() == &addedTo) return loop;
+    std::fputs("A source that watches a descriptor was added to a run loop that can't.\n", stderr);
+    std::abort();
 }
 
 }  // namespace platform

@@ -99,7 +99,14 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
 /// Gives each thread its AsioRunLoop. All instances give the same loops. Any thread.
 class AsioRunLoops final : public CFRunLoops {
   public:
-    std::shared_ptr<CFRunLoop> CFRunLoopGetCurrent() override;
+    std::shared_ptr<CFRunLoop> CFRunLoopGetCurrent() override { return current(); }
+
+    /// The calling thread's loop as what it is.
+    std::shared_ptr<AsioRunLoop> current();
+
+    /// The same, for a source that is being added to a loop and has a descriptor to watch there. Ends the process when
+    /// that is not the calling thread's loop: the source's work would never be done.
+    std::shared_ptr<AsioRunLoop> current(const CFRunLoop& addedTo);
 };
 
 }  // namespace platform

@@ -5,7 +5,6 @@
 #include "platform/linux/usb/OpenFailure.hpp"
 #include "platform/linux/usb/UsbConnection.hpp"
 #include "platform/linux/usb/UsbErrors.hpp"
-#include "platform/linux/usb/UsbServices.hpp"
 
 #include <utility>
 #include <vector>
@@ -79,15 +78,14 @@ UsbInterfaceDescription describe(const std::string& devicePath, int configuratio
 
 }  // namespace
 
-LibusbDevice::LibusbDevice(std::string registryPath, std::uint64_t entryId)
-    : mPath(std::move(registryPath)), mEntryId(entryId) {}
+LibusbDevice::LibusbDevice(UsbAttach attach) : mAttach(std::move(attach)) {}
 LibusbDevice::~LibusbDevice() = default;
 
 IOReturn LibusbDevice::USBDeviceOpen() {
     if (mConnection) return kIOReturnExclusiveAccess;
-    const auto present = UsbDeviceService::atPath(mPath);
-    const std::string node = present && present->entryId() == mEntryId ? deviceNodeOfPath(mPath) : std::string();
-    return node.empty() ? kIOReturnNoDevice : UsbConnection::open(node, mConnection);
+    // A later device on the same port is another one.
+    const std::string node = mAttach.isPresent() ? deviceNodeOfPath(mAttach.path) : std::string();
+    return node.empty() ? kIOReturnNoDevice : UsbConnection::open(node, *mAttach.loops, mConnection);
 }
 
 IOReturn LibusbDevice::USBDeviceClose() {
@@ -98,12 +96,10 @@ IOReturn LibusbDevice::USBDeviceClose() {
 
 IOReturn LibusbDevice::GetConfigurationDescriptorPtr(std::uint8_t index, IOUSBConfigurationDescriptor& descriptor) {
     if (!mConnection) return kIOReturnNotOpen;
-    libusb_config_descriptor* found = nullptr;
-    const int result = libusb_get_config_descriptor(mConnection->device(), index, &found);
-    const UsbConfiguration configuration(found);
-    if (result < 0) return IOReturnOfLibusb(result);
-    descriptor = {configuration->bConfigurationValue, configuration->bNumInterfaces};
-    return kIOReturnSuccess;
+    UsbConfiguration configuration;
+    const IOReturn result = mConnection->readConfiguration(index, configuration);
+    if (configuration) descriptor = {configuration->bConfigurationValue, configuration->bNumInterfaces};
+    return result;
 }
 
 IOReturn LibusbDevice::SetConfiguration(std::uint8_t configurationValue) {
@@ -136,7 +132,7 @@ IOReturn LibusbDevice::CreateInterfaceIterator(const IOUSBFindInterfaceRequest& 
                                                std::unique_ptr<IOIterator>& iterator) {
     if (!mConnection) return kIOReturnNotOpen;
     UsbConfiguration configuration;
-    const IOReturn result = mConnection->activeConfiguration(configuration);
+    const IOReturn result = mConnection->readConfiguration({}, configuration);
     if (result != kIOReturnSuccess) return result;
 
     std::vector<std::unique_ptr<IOService>> interfaces;
@@ -148,7 +144,7 @@ IOReturn LibusbDevice::CreateInterfaceIterator(const IOUSBFindInterfaceRequest& 
             continue;
         }
         interfaces.push_back(std::make_unique<UsbInterfaceService>(
-            mConnection, describe(mPath, configuration->bConfigurationValue, *interface)));
+            mConnection, describe(mAttach.path, configuration->bConfigurationValue, *interface)));
     }
     iterator = std::make_unique<IOServiceList>(std::move(interfaces));
     return kIOReturnSuccess;

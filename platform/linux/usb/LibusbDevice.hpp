@@ -1,10 +1,10 @@
 #pragma once
 
 #include "platform/IOUSB.hpp"
+#include "platform/linux/usb/UsbAttach.hpp"
 
 #include <cstdint>
 #include <memory>
-#include <string>
 
 struct libusb_device_descriptor;
 
@@ -15,8 +15,7 @@ class UsbConnection;
 /// A USB device over libusb. One thread.
 class LibusbDevice final : public IOUSBDeviceInterface {
   public:
-    /// @param entryId  the attach that is meant; a later device on the same port is another one
-    LibusbDevice(std::string registryPath, std::uint64_t entryId);
+    explicit LibusbDevice(UsbAttach attach);
     ~LibusbDevice() override;
     LibusbDevice(const LibusbDevice&) = delete;
     LibusbDevice& operator=(const LibusbDevice&) = delete;
@@ -35,8 +34,7 @@ class LibusbDevice final : public IOUSBDeviceInterface {
   private:
     IOReturn readField(std::uint16_t libusb_device_descriptor::*field, std::uint16_t& value) const;
 
-    const std::string mPath;
-    const std::uint64_t mEntryId;
+    const UsbAttach mAttach;
     std::shared_ptr<UsbConnection> mConnection;  // shared with the interfaces; empty while closed
 };
 

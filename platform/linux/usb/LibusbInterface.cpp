@@ -1,36 +1,14 @@
 #include "platform/linux/usb/LibusbInterface.hpp"
 
-#include "platform/linux/loop/AsioRunLoop.hpp"
 #include "platform/linux/usb/UsbConnection.hpp"
 #include "platform/linux/usb/UsbErrors.hpp"
 #include "platform/linux/usb/UsbTransfers.hpp"
 
-#include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <utility>
 
 namespace platform {
 namespace {
-
-/// Delivers an interface's completions in the mode that it is added to.
-class UsbEventSource final : public CFRunLoopSource {
-  public:
-    explicit UsbEventSource(std::shared_ptr<UsbTransfers> transfers) : mTransfers(std::move(transfers)) {}
-
-    void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
-        const auto asio = std::dynamic_pointer_cast<AsioRunLoop>(loop);
-        if (!asio) {
-            std::fputs("USB completions need a run loop that can watch descriptors.\n", stderr);
-            std::abort();
-        }
-        mTransfers->schedule(asio, mode);
-    }
-    void cancelled() override { mTransfers->unschedule(); }
-
-  private:
-    const std::shared_ptr<UsbTransfers> mTransfers;
-};
 
 std::uint8_t address(const PipeProperties& pipe) {
     return static_cast<std::uint8_t>(pipe.number | (pipe.direction == kUSBIn ? LIBUSB_ENDPOINT_IN : 0));
@@ -107,7 +85,7 @@ IOReturn LibusbInterface::AbortPipe(std::uint8_t pipeRef) {
 
 IOReturn LibusbInterface::CreateInterfaceAsyncEventSource(std::shared_ptr<CFRunLoopSource>& source) {
     if (!mTransfers) return kIOReturnNotOpen;
-    source = std::make_shared<UsbEventSource>(mTransfers);
+    source = mTransfers;
     return kIOReturnSuccess;
 }
 

@@ -18,7 +18,7 @@ struct UsbInterfaceDescription {
     std::vector<PipeProperties> pipes;
 };
 
-/// A USB interface over libusb. Its event source takes part in AsioRunLoops only. Owner thread only.
+/// A USB interface over libusb. Owner thread only.
 class LibusbInterface final : public IOUSBInterfaceInterface {
   public:
     LibusbInterface(std::shared_ptr<UsbConnection> connection, UsbInterfaceDescription description);
@@ -42,7 +42,7 @@ class LibusbInterface final : public IOUSBInterfaceInterface {
 
     const std::shared_ptr<UsbConnection> mConnection;
     const UsbInterfaceDescription mDescription;
-    std::shared_ptr<UsbTransfers> mTransfers;  // shared with the event source; empty while closed
+    std::shared_ptr<UsbTransfers> mTransfers;  // shared with the loop as its event source; empty while closed
 };
 
 }  // namespace platform

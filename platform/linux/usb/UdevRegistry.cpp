@@ -1,9 +1,11 @@
 #include "platform/linux/usb/UdevRegistry.hpp"
 
 #include "platform/Platform.hpp"
+#include "platform/common/Release.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "platform/linux/usb/IOServiceList.hpp"
 #include "platform/linux/usb/OpenFailure.hpp"
+#include "platform/linux/usb/UsbAttach.hpp"
 #include "platform/linux/usb/UsbServices.hpp"
 
 #include <libudev.h>
@@ -11,7 +13,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <list>
 #include <map>
@@ -22,17 +23,11 @@
 namespace platform {
 namespace {
 
-template <auto kUnref>
-struct Unref {
-    template <typename T>
-    void operator()(T* object) const {
-        kUnref(object);
-    }
-};
-using Udev = std::unique_ptr<udev, Unref<udev_unref>>;
-using Device = std::unique_ptr<udev_device, Unref<udev_device_unref>>;
-using Enumerate = std::unique_ptr<udev_enumerate, Unref<udev_enumerate_unref>>;
-using Monitor = std::unique_ptr<udev_monitor, Unref<udev_monitor_unref>>;
+using Udev = std::unique_ptr<udev, Release<udev_unref>>;
+using Device = std::unique_ptr<udev_device, Release<udev_device_unref>>;
+using Enumerate = std::unique_ptr<udev_enumerate, Release<udev_enumerate_unref>>;
+using Monitor = std::unique_ptr<udev_monitor, Release<udev_monitor_unref>>;
+using Attaches = std::vector<UsbAttach>;
 
 constexpr const char* kSubsystem = "usb";
 constexpr const char* kDeviceType = "usb_device";
@@ -57,10 +52,8 @@ bool matches(udev_device* device, const MatchingDictionary& matching) {
     return true;
 }
 
-using Services = std::vector<std::unique_ptr<UsbDeviceService>>;
-
 /// What matches now, in libudev's order, which is that of the paths.
-IOReturn enumerate(udev* context, const MatchingDictionary& matching, Services& services) {
+IOReturn enumerate(udev* context, AsioRunLoops& loops, const MatchingDictionary& matching, Attaches& attaches) {
     const Enumerate enumerate(udev_enumerate_new(context));
     if (!enumerate) return kIOReturnNoMemory;
     udev_enumerate_add_match_subsystem(enumerate.get(), kSubsystem);
@@ -76,25 +69,27 @@ IOReturn enumerate(udev* context, const MatchingDictionary& matching, Services& 
         const char* path = udev_list_entry_get_name(entry);
         const Device device(udev_device_new_from_syspath(context, path));
         if (!device || !matches(device.get(), matching)) continue;
-        if (auto service = UsbDeviceService::atPath(path)) services.push_back(std::move(service));
+        if (auto attach = UsbAttach::at(loops, path)) attaches.push_back(*std::move(attach));
     }
     return kIOReturnSuccess;
 }
 
-std::unique_ptr<IOIterator> iteratorOver(Services services) {
-    return std::make_unique<IOServiceList>(std::vector<std::unique_ptr<IOService>>(
-        std::make_move_iterator(services.begin()), std::make_move_iterator(services.end())));
+std::unique_ptr<IOIterator> iteratorOver(Attaches attaches) {
+    std::vector<std::unique_ptr<IOService>> entries;
+    for (auto& attach : attaches) entries.push_back(std::make_unique<UsbDeviceService>(std::move(attach)));
+    return std::make_unique<IOServiceList>(std::move(entries));
 }
 
 /// One armed notification: its own monitor, and the attaches that it has accounted for. Owner thread only.
 class Subscription {
   public:
-    Subscription(const MatchingDictionary& matching, IOServiceMatchingCallback callback, void* refCon)
-        : mMatching(matching), mCallback(callback), mRefCon(refCon) {}
+    Subscription(AsioRunLoops& loops, const MatchingDictionary& matching, IOServiceMatchingCallback callback,
+                 void* refCon)
+        : mLoops(loops), mMatching(matching), mCallback(callback), mRefCon(refCon) {}
 
     /// Subscribes first and then looks at what is there: an attach in between is in the list, and its event is known
     /// by its entry id.
-    IOReturn arm(Services& present) {
+    IOReturn arm(Attaches& present) {
         mUdev.reset(udev_new());
         if (!mUdev) return kIOReturnNoMemory;
         mMonitor.reset(udev_monitor_new_from_netlink(mUdev.get(), "udev"));
@@ -102,7 +97,7 @@ class Subscription {
             udev_monitor_enable_receiving(mMonitor.get()) < 0) {
             return kIOReturnError;
         }
-        const IOReturn result = enumerate(mUdev.get(), mMatching, present);
+        const IOReturn result = enumerate(mUdev.get(), mLoops, mMatching, present);
         takeNew(present);
         return result;
     }
@@ -115,7 +110,7 @@ class Subscription {
   private:
     /// Everything that has arrived makes one group.
     void receive() {
-        Services matched;
+        Attaches matched;
         errno = 0;
         for (Device device; device.reset(udev_monitor_receive_device(mMonitor.get())), device; errno = 0) {
             const char* action = udev_device_get_action(device.get());
@@ -124,13 +119,13 @@ class Subscription {
             // A removal is no reason to forget the port's entry: the list of what is there may be ahead of the events,
             // and the entry already be that of the next attach.
             if (std::string_view(action) != "add" || !matches(device.get(), mMatching)) continue;
-            if (auto service = UsbDeviceService::atPath(path)) matched.push_back(std::move(service));
+            if (auto attach = UsbAttach::at(mLoops, path)) matched.push_back(*std::move(attach));
         }
         if (errno == ENOBUFS) {
             // The socket has overflowed and events are lost: look again at what is there.
             NSLog("Attach events were lost; all devices are looked at again.\n");
             matched.clear();
-            enumerate(mUdev.get(), mMatching, matched);
+            enumerate(mUdev.get(), mLoops, mMatching, matched);
         }
         takeNew(matched);
         if (matched.empty()) return;
@@ -139,15 +134,13 @@ class Subscription {
     }
 
     /// Leaves only the attaches not seen before: udev may announce one again at any time ("udevadm trigger").
-    void takeNew(Services& services) {
-        std::erase_if(services, [&](const auto& service) {
-            std::string path;
-            if (service->IORegistryEntryGetPath(kIOServicePlane, path) != kIOReturnSuccess) return true;
-            std::uint64_t& known = mKnown[path];
-            return std::exchange(known, service->entryId()) == service->entryId();
+    void takeNew(Attaches& attaches) {
+        std::erase_if(attaches, [&](const UsbAttach& attach) {
+            return std::exchange(mKnown[attach.path], attach.entryId) == attach.entryId;
         });
     }
 
+    AsioRunLoops& mLoops;
     const MatchingDictionary mMatching;
     const IOServiceMatchingCallback mCallback;
     void* const mRefCon;
@@ -160,12 +153,10 @@ class Subscription {
 /// The source of a port: all its subscriptions, watched in the mode that it serves.
 class UdevSource final : public CFRunLoopSource {
   public:
+    explicit UdevSource(AsioRunLoops& loops) : mLoops(loops) {}
+
     void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
-        mLoop = std::dynamic_pointer_cast<AsioRunLoop>(loop);
-        if (!mLoop) {
-            std::fputs("Attach notifications need a run loop that can watch descriptors.\n", stderr);
-            std::abort();
-        }
+        mLoop = mLoops.current(*loop);
         mMode = mode;
         for (auto& subscription : mSubscriptions) subscription.watch(*mLoop, mMode);
     }
@@ -175,8 +166,8 @@ class UdevSource final : public CFRunLoopSource {
     }
 
     IOReturn add(const MatchingDictionary& matching, IOServiceMatchingCallback callback, void* refCon,
-                 Services& present) {
-        Subscription& subscription = mSubscriptions.emplace_back(matching, callback, refCon);
+                 Attaches& present) {
+        Subscription& subscription = mSubscriptions.emplace_back(mLoops, matching, callback, refCon);
         const IOReturn result = subscription.arm(present);
         if (result != kIOReturnSuccess) {
             mSubscriptions.pop_back();
@@ -188,6 +179,7 @@ class UdevSource final : public CFRunLoopSource {
     void close() { mSubscriptions.clear(); }
 
   private:
+    AsioRunLoops& mLoops;
     std::list<Subscription> mSubscriptions;  // a list: a watch refers to its subscription
     std::shared_ptr<AsioRunLoop> mLoop;
     std::string mMode;
@@ -195,14 +187,14 @@ class UdevSource final : public CFRunLoopSource {
 
 class UdevNotificationPort final : public IONotificationPort {
   public:
-    UdevNotificationPort() = default;
+    explicit UdevNotificationPort(AsioRunLoops& loops) : source(std::make_shared<UdevSource>(loops)) {}
     ~UdevNotificationPort() override { source->close(); }
     UdevNotificationPort(const UdevNotificationPort&) = delete;
     UdevNotificationPort& operator=(const UdevNotificationPort&) = delete;
 
     std::shared_ptr<CFRunLoopSource> IONotificationPortGetRunLoopSource() override { return source; }
 
-    const std::shared_ptr<UdevSource> source = std::make_shared<UdevSource>();  // shared with the loop
+    const std::shared_ptr<UdevSource> source;  // shared with the loop
 };
 
 }  // namespace
@@ -211,14 +203,14 @@ IOReturn UdevRegistry::IOServiceGetMatchingServices(const MatchingDictionary& ma
                                                     std::unique_ptr<IOIterator>& iterator) {
     const Udev context(udev_new());
     if (!context) return kIOReturnNoMemory;
-    Services services;
-    const IOReturn result = enumerate(context.get(), matching, services);
-    if (result == kIOReturnSuccess) iterator = iteratorOver(std::move(services));
+    Attaches present;
+    const IOReturn result = enumerate(context.get(), mLoops, matching, present);
+    if (result == kIOReturnSuccess) iterator = iteratorOver(std::move(present));
     return result;
 }
 
 std::unique_ptr<IONotificationPort> UdevRegistry::IONotificationPortCreate() {
-    return std::make_unique<UdevNotificationPort>();
+    return std::make_unique<UdevNotificationPort>(mLoops);
 }
 
 IOReturn UdevRegistry::IOServiceAddMatchingNotification(IONotificationPort& port, const std::string& type,
@@ -228,7 +220,7 @@ IOReturn UdevRegistry::IOServiceAddMatchingNotification(IONotificationPort& port
     if (type != kIOServiceMatched) return kIOReturnUnsupported;
     auto* own = dynamic_cast<UdevNotificationPort*>(&port);
     if (!own) return kIOReturnBadArgument;
-    Services present;
+    Attaches present;
     const IOReturn result = own->source->add(matching, callback, refCon, present);
     if (result == kIOReturnSuccess) iterator = iteratorOver(std::move(present));
     return result;
@@ -239,7 +231,8 @@ std::unique_ptr<IOService> UdevRegistry::IORegistryEntryFromPath(const std::stri
     const Device device(context ? udev_device_new_from_syspath(context.get(), path.c_str()) : nullptr);
     const char* type = device ? udev_device_get_devtype(device.get()) : nullptr;
     if (!type || std::string_view(type) != kDeviceType) return nullptr;
-    return UsbDeviceService::atPath(path);
+    auto attach = UsbAttach::at(mLoops, path);
+    return attach ? std::make_unique<UsbDeviceService>(*std::move(attach)) : nullptr;
 }
 
 std::string UdevRegistry::describeOpenFailure(const std::string& path, IOReturn result) {

@@ -7,6 +7,8 @@
 
 namespace platform {
 
+class AsioRunLoops;
+
 /// The device registry over libudev: class "IOUSBDevice" stands for the USB devices in sysfs, matched by the numbers
 /// "idVendor", "idProduct" and "bcdDevice". Attach notifications come from udev rather than from the kernel, so that a
 /// device's permissions are set when it is reported.
@@ -18,10 +20,14 @@ namespace platform {
 /// libudev's objects are not thread-safe: every call and every armed notification has its own. Any thread.
 class UdevRegistry final : public IORegistry {
   public:
+    /// @param loops  the process's run loops; attaches and completions are delivered in theirs. It must outlive what
+    /// the
+    ///               registry hands out
+    explicit UdevRegistry(AsioRunLoops& loops) : mLoops(loops) {}
+
     IOReturn IOServiceGetMatchingServices(const MatchingDictionary& matching,
                                           std::unique_ptr<IOIterator>& iterator) override;
 
-    /// The port and its source take part in AsioRunLoops only.
     std::unique_ptr<IONotificationPort> IONotificationPortCreate() override;
 
     /// On the thread whose loop the port's source was added to, or will be.
@@ -31,6 +37,9 @@ class UdevRegistry final : public IORegistry {
 
     std::unique_ptr<IOService> IORegistryEntryFromPath(const std::string& path) override;
     std::string describeOpenFailure(const std::string& path, IOReturn result) override;
+
+  private:
+    AsioRunLoops& mLoops;
 };
 
 }  // namespace platform

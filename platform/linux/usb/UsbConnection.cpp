@@ -28,9 +28,9 @@ std::vector<const libusb_interface_descriptor*> firstSettings(const libusb_confi
     return settings;
 }
 
-IOReturn UsbConnection::open(const std::string& node, std::shared_ptr<UsbConnection>& connection) {
+IOReturn UsbConnection::open(const std::string& node, AsioRunLoops& loops, std::shared_ptr<UsbConnection>& connection) {
     // make_shared can't reach the constructor.
-    std::shared_ptr<UsbConnection> made(new UsbConnection);
+    std::shared_ptr<UsbConnection> made(new UsbConnection(loops));
     const IOReturn result = made->attach(node);
     if (result == kIOReturnSuccess) connection = std::move(made);
     return result;
@@ -48,13 +48,13 @@ IOReturn UsbConnection::attach(const std::string& node) {
     if (withoutDiscovery != LIBUSB_SUCCESS) return IOReturnOfLibusb(withoutDiscovery);
     libusb_context* context = nullptr;
     result = IOReturnOfLibusb(libusb_init(&context));
-    if (result != kIOReturnSuccess) return result;
     mContext.reset(context);
+    if (result != kIOReturnSuccess) return result;
 
     libusb_device_handle* handle = nullptr;
     result = IOReturnOfLibusb(libusb_wrap_sys_device(context, mNode.get(), &handle));
-    if (result != kIOReturnSuccess) return result;
     mHandle.reset(handle);
+    if (result != kIOReturnSuccess) return result;
     libusb_set_auto_detach_kernel_driver(handle, 1);
     return watchEvents();
 }
@@ -69,15 +69,13 @@ IOReturn UsbConnection::watchEvents() {
             ::epoll_ctl(static_cast<UsbConnection*>(self)->mEpoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
         },
         this);
-    const libusb_pollfd** descriptors = libusb_get_pollfds(mContext.get());
-    if (!descriptors) return kIOReturnNoMemory;
-    IOReturn result = kIOReturnSuccess;
-    for (const libusb_pollfd** entry = descriptors; *entry; ++entry) {
+    const std::unique_ptr<const libusb_pollfd*, Release<libusb_free_pollfds>> list(libusb_get_pollfds(mContext.get()));
+    if (!list) return kIOReturnNoMemory;
+    for (const libusb_pollfd** entry = list.get(); *entry; ++entry) {
         // What is not watched would never wake anybody.
-        if (!add(mEpoll.get(), (*entry)->fd, (*entry)->events)) result = IOReturnOfErrno(errno);
+        if (!add(mEpoll.get(), (*entry)->fd, (*entry)->events)) return IOReturnOfErrno(errno);
     }
-    libusb_free_pollfds(descriptors);
-    return result;
+    return kIOReturnSuccess;
 }
 
 UsbConnection::~UsbConnection() {
@@ -87,10 +85,11 @@ UsbConnection::~UsbConnection() {
     libusb_set_pollfd_notifiers(mContext.get(), nullptr, nullptr, nullptr);
 }
 
-IOReturn UsbConnection::activeConfiguration(UsbConfiguration& configuration) const {
+IOReturn UsbConnection::readConfiguration(std::optional<std::uint8_t> index, UsbConfiguration& configuration) const {
     libusb_config_descriptor* found = nullptr;
-    const int result = libusb_get_active_config_descriptor(device(), &found);
-    configuration.reset(result < 0 ? nullptr : found);
+    const int result = index ? libusb_get_config_descriptor(device(), *index, &found)
+                             : libusb_get_active_config_descriptor(device(), &found);
+    configuration.reset(found);
     return IOReturnOfLibusb(result);
 }
 
@@ -106,7 +105,7 @@ IOReturn UsbConnection::SetConfiguration(int configurationValue) {
 /// left alone: it makes the second try fail as well.
 IOReturn UsbConnection::detachKernelDrivers() {
     UsbConfiguration configuration;
-    const IOReturn result = activeConfiguration(configuration);
+    const IOReturn result = readConfiguration({}, configuration);
     if (result != kIOReturnSuccess) return result;
     for (const auto* interface : firstSettings(*configuration)) {
         const int number = interface->bInterfaceNumber;

@@ -2,33 +2,36 @@
 
 #include "platform/IOReturn.hpp"
 #include "platform/common/FileDescriptor.hpp"
+#include "platform/common/Release.hpp"
 
 #include <libusb.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 namespace platform {
 
-struct FreeUsbConfiguration {
-    void operator()(libusb_config_descriptor* descriptor) const { libusb_free_config_descriptor(descriptor); }
-};
-using UsbConfiguration = std::unique_ptr<libusb_config_descriptor, FreeUsbConfiguration>;
+class AsioRunLoops;
+
+using UsbConfiguration = std::unique_ptr<libusb_config_descriptor, Release<libusb_free_config_descriptor>>;
 
 /// Of each interface, alternate setting 0, the one that a configuration starts with. They belong to the configuration.
 std::vector<const libusb_interface_descriptor*> firstSettings(const libusb_config_descriptor& configuration);
 
 /// One opened device: a libusb context of its own, so that nothing but this device's owner ever handles its events, the
 /// handle, and the node's descriptor. All of libusb's descriptors stand in one epoll set, whose descriptor is the only
-/// one that a run loop has to watch. Shared by the device, its interface and the interface's event source, and closed
-/// with the last of them. Owner thread only.
+/// one that a run loop has to watch. Shared by the device, its interface and the interface's transfers, and closed with
+/// the last of them. Owner thread only.
 class UsbConnection {
   public:
     /// Opens the node of a device; udev being late with permissions is waited for.
-    static IOReturn open(const std::string& node, std::shared_ptr<UsbConnection>& connection);
+    /// @param loops  whose run loops watch the connection
+    static IOReturn open(const std::string& node, AsioRunLoops& loops, std::shared_ptr<UsbConnection>& connection);
 
     ~UsbConnection();
     UsbConnection(const UsbConnection&) = delete;
@@ -37,7 +40,10 @@ class UsbConnection {
     libusb_device_handle* handle() const { return mHandle.get(); }
     libusb_device* device() const { return libusb_get_device(mHandle.get()); }
 
-    IOReturn activeConfiguration(UsbConfiguration& configuration) const;
+    AsioRunLoops& loops() const { return mLoops; }
+
+    /// @param index  of the configuration; nothing for the active one
+    IOReturn readConfiguration(std::optional<std::uint8_t> index, UsbConfiguration& configuration) const;
 
     /// Chooses the configuration; kernel drivers in the way are detached, and given back at the end.
     IOReturn SetConfiguration(int configurationValue);
@@ -51,23 +57,17 @@ class UsbConnection {
     bool handleEvents(std::chrono::milliseconds wait = {});
 
   private:
-    struct Exit {
-        void operator()(libusb_context* context) const { libusb_exit(context); }
-    };
-    struct Close {
-        void operator()(libusb_device_handle* handle) const { libusb_close(handle); }
-    };
-
-    UsbConnection() = default;
+    explicit UsbConnection(AsioRunLoops& loops) : mLoops(loops) {}
     IOReturn attach(const std::string& node);
     IOReturn watchEvents();
     IOReturn detachKernelDrivers();
 
+    AsioRunLoops& mLoops;
     // In the order in which they are made; they go the other way round.
     FileDescriptor mNode;
     FileDescriptor mEpoll;
-    std::unique_ptr<libusb_context, Exit> mContext;
-    std::unique_ptr<libusb_device_handle, Close> mHandle;
+    std::unique_ptr<libusb_context, Release<libusb_exit>> mContext;
+    std::unique_ptr<libusb_device_handle, Release<libusb_close>> mHandle;
     std::set<int> mDetached;  // interfaces whose kernel drivers have to be given back
 };
 

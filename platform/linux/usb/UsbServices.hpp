@@ -1,32 +1,27 @@
 #pragma once
 
 #include "platform/IORegistry.hpp"
+#include "platform/linux/usb/UsbAttach.hpp"
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace platform {
 
 /// The registry entry of one attach of a USB device.
 class UsbDeviceService final : public IOService {
   public:
-    /// Null when there is nothing at the path any more.
-    static std::unique_ptr<UsbDeviceService> atPath(std::string sysfsPath);
+    explicit UsbDeviceService(UsbAttach attach) : mAttach(std::move(attach)) {}
 
     IOReturn IORegistryEntryGetPath(const std::string& plane, std::string& path) override;
     IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) override;
     IOReturn IOCreatePlugInInterfaceForService(IOUserClientType type,
                                                std::unique_ptr<IOCFPlugInInterface>& plugIn) override;
 
-    std::uint64_t entryId() const { return mEntryId; }
-
   private:
-    UsbDeviceService(std::string sysfsPath, std::uint64_t entryId) : mPath(std::move(sysfsPath)), mEntryId(entryId) {}
-    bool isThere() const;
-
-    const std::string mPath;
-    const std::uint64_t mEntryId;
+    const UsbAttach mAttach;
 };
 
 }  // namespace platform

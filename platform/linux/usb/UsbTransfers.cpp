@@ -117,7 +117,7 @@ void UsbTransfers::abort(std::uint8_t address) {
 }
 
 void UsbTransfers::close() noexcept {
-    unschedule();
+    cancelled();
     if (mClaim == Claim::Held) mClaim = Claim::Closing;
     // libusb can't be asked for events from within one of its call-backs.
     if (mRound == Round::None) release();
@@ -142,16 +142,16 @@ void UsbTransfers::release() noexcept {
     libusb_release_interface(mConnection->handle(), mInterface);
 }
 
-void UsbTransfers::schedule(const std::shared_ptr<AsioRunLoop>& loop, std::string_view mode) {
+void UsbTransfers::scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) {
     if (mClaim != Claim::Held) return;
-    mLoop = loop;
+    mLoop = mConnection->loops().current(*loop);
     mMode = mode;
     mWatch = mLoop->watchReadable(mode, mConnection->eventDescriptor(),
                                   [this] { runRound([this] { mConnection->handleEvents(); }); });
     if (first(State::Ended) != mTransfers.end()) reportLater(kLongPast);
 }
 
-void UsbTransfers::unschedule() {
+void UsbTransfers::cancelled() {
     mLater.reset();
     mWatch.reset();
     mLoop.reset();

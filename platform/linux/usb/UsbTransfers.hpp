@@ -46,13 +46,14 @@ namespace platform {
 /// - What a completion throws does not pass through libusb, which is C: it leaves the run once libusb has returned, and
 ///   what is left over gets a round of its own.
 ///
-/// Shared by the interface and its event source. Owner thread only.
-class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
+/// This is also the interface's event source: shared by the interface and the loop that it is added to. Owner thread
+/// only.
+class UsbTransfers final : public CFRunLoopSource, public std::enable_shared_from_this<UsbTransfers> {
   public:
     /// @param interface  number of the interface, which has been claimed
     UsbTransfers(std::shared_ptr<UsbConnection> connection, int interface)
         : mConnection(std::move(connection)), mInterface(interface) {}
-    ~UsbTransfers() { release(); }
+    ~UsbTransfers() override { release(); }
     UsbTransfers(const UsbTransfers&) = delete;
     UsbTransfers& operator=(const UsbTransfers&) = delete;
 
@@ -77,8 +78,8 @@ class UsbTransfers final : public std::enable_shared_from_this<UsbTransfers> {
     /// takes the kernel to cancel.
     void close() noexcept;
 
-    void schedule(const std::shared_ptr<AsioRunLoop>& loop, std::string_view mode);
-    void unschedule();
+    void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override;
+    void cancelled() override;
 
   private:
     enum class State { InFlight, Ended, Refused };

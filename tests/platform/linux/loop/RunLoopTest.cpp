@@ -26,8 +26,9 @@ constexpr double kWatchdog = 20;  // seconds; far beyond anything that a passing
 /// Readable until it is read.
 class EventSource final : public CFRunLoopSource {
   public:
-    void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
-        mWatch = std::dynamic_pointer_cast<AsioRunLoop>(loop)->watchReadable(mode, mEvent.get(), [this] {
+    explicit EventSource(AsioRunLoop& loop) : mLoop(loop) {}
+    void scheduled(const std::shared_ptr<CFRunLoop>&, std::string_view mode) override {
+        mWatch = mLoop.watchReadable(mode, mEvent.get(), [this] {
             eventfd_t count = 0;
             EXPECT_EQ(eventfd_read(mEvent.get(), &count), 0);
             ++served;
@@ -44,6 +45,7 @@ class EventSource final : public CFRunLoopSource {
     std::function<void()> onServed;
 
   private:
+    AsioRunLoop& mLoop;
     const FileDescriptor mEvent{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
     std::unique_ptr<DescriptorWatch> mWatch;
 };
@@ -54,7 +56,7 @@ struct RealLoop {
     ~RealLoop() { loop->end(); }
     void Signal() { source->Signal(); }
     const std::shared_ptr<AsioRunLoop> loop = std::make_shared<AsioRunLoop>();
-    const std::shared_ptr<EventSource> source = std::make_shared<EventSource>();
+    const std::shared_ptr<EventSource> source = std::make_shared<EventSource>(*loop);
     std::function<void()>& onServed = source->onServed;
 };
 
@@ -247,7 +249,7 @@ TEST(RunLoops, EachThreadHasOneLoopAndItsEndDestroysWhatWaits) {
     AsioRunLoops loops;
     EXPECT_EQ(loops.CFRunLoopGetCurrent(), AsioRunLoops().CFRunLoopGetCurrent());
 
-    const auto source = std::make_shared<EventSource>();
+    std::shared_ptr<EventSource> source;
     const auto held = std::make_shared<int>(0);
     std::shared_ptr<CFRunLoop> loop;
     std::unique_ptr<CFRunLoopTimer> timer;
@@ -256,6 +258,7 @@ TEST(RunLoops, EachThreadHasOneLoopAndItsEndDestroysWhatWaits) {
         queue = std::make_unique<RunLoopMainQueue>(loops);
         queue->dispatch_async([held] { ADD_FAILURE() << "ran on an ended thread"; });
         loop = loops.CFRunLoopGetCurrent();
+        source = std::make_shared<EventSource>(*loops.current());
         loop->CFRunLoopAddSource(source, "mine");
         timer = loop->CFRunLoopAddTimer("mine", 0, 1, [held] {});
     }).join();

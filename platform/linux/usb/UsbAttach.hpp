@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace platform {
+
+class AsioRunLoops;
+
+/// One attach of a USB device: what its registry entry and its access objects are made from. Any thread.
+struct UsbAttach {
+    /// What is attached at a folder in sysfs now; nothing when that is no USB device.
+    static std::optional<UsbAttach> at(AsioRunLoops& loops, std::string path);
+
+    /// False from the moment the device has left, also while another attach has the path.
+    bool isPresent() const;
+
+    AsioRunLoops* loops;  ///< theirs are the run loops that deliver what the device has to say
+    std::string path;     ///< its folder in sysfs
+    std::uint64_t entryId;
+};
+
+}  // namespace platform
