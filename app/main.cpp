@@ -14,6 +14,7 @@
 #include "platform/linux/process/TerminateExceptionHandler.hpp"
 #include "platform/linux/settings/Bundle.hpp"
 #include "platform/linux/settings/UserDefaults.hpp"
+#include "platform/linux/usb/OpenFailure.hpp"
 #include "platform/linux/usb/UdevRegistry.hpp"
 #include "platform/qt/QtMainQueue.hpp"
 #include "platform/qt/QtPreload.hpp"
@@ -55,6 +56,7 @@ int main(int argc, char** argv) {
 
     platform.runLoops = &runLoops;
     platform.masterPort = &registry;
+    platform.describeOpenFailure = platform::describeOpenFailure;
     platform.mainQueue = &mainQueue;
     platform.globalQueue = globalQueue.get();
     platform.mainBundle = &bundle;

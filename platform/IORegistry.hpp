@@ -89,10 +89,6 @@ class IORegistry {
 
     /// The entry at a path as IORegistryEntryGetPath gave it; null when there is none now.
     virtual std::unique_ptr<IOService> IORegistryEntryFromPath(const std::string& path) = 0;
-
-    /// Why the device at a path could not be opened, as one sentence or more for the log; empty when nothing is known
-    /// beyond the result. Whoever gives up the open logs it, so that a failure is told once.
-    virtual std::string describeOpenFailure(const std::string& path, IOReturn result) = 0;
 };
 
 }  // namespace platform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/IOReturn.hpp"
+
 #include <memory>
 #include <string>
 
@@ -33,6 +35,8 @@ struct Platform {
     WallClock* wallClock = nullptr;                  ///< stand-in: the machine's time of day
     FileAttributes* fileAttributes = nullptr;        ///< stand-in: the system's
     void (*log)(const std::string& line) = nullptr;  ///< stand-in: standard error
+    /// As openFailureText() below; stand-in: nothing is known.
+    std::string (*describeOpenFailure)(const std::string& registryPath, IOReturn result) = nullptr;
 };
 
 /// Installs a Platform for the life of this object and puts the one before back at its end. `main` makes one before any
@@ -63,6 +67,10 @@ FileAttributes& fileAttributes();
 
 /// Now, by the process's clock.
 double CFAbsoluteTimeGetCurrent();
+
+/// Why the USB device at a registry path could not be opened, as one sentence or more for the log; empty when nothing
+/// is known beyond the result.
+std::string openFailureText(const std::string& registryPath, IOReturn result);
 
 /// Writes one line to the system log, printf style. Never throws. Any thread.
 void NSLog(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -116,6 +116,10 @@ double CFAbsoluteTimeGetCurrent() {
     return systemClock().CFAbsoluteTimeGetCurrent();
 }
 
+std::string openFailureText(const std::string& registryPath, IOReturn result) {
+    return gPlatform.describeOpenFailure ? gPlatform.describeOpenFailure(registryPath, result) : std::string();
+}
+
 void NSLog(const char* format, ...) {
     char line[1024];
     va_list arguments;

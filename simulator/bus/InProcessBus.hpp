@@ -68,7 +68,6 @@ class InProcessBus final : public platform::IORegistry, public TimedWork {
                                                         platform::IOServiceMatchingCallback callback, void* refCon,
                                                         std::unique_ptr<platform::IOIterator>& iterator) override;
     std::unique_ptr<platform::IOService> IORegistryEntryFromPath(const std::string& path) override;
-    std::string describeOpenFailure(const std::string&, platform::IOReturn) override { return {}; }
 
     // TimedWork
     std::optional<Time> nextDue() override;

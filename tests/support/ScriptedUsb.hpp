@@ -76,7 +76,6 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
         return platform::kIOReturnUnsupported;
     }
     std::unique_ptr<platform::IOService> IORegistryEntryFromPath(const std::string& wanted) override;
-    std::string describeOpenFailure(const std::string&, platform::IOReturn) override { return {}; }
 
     // simulator::TimedWork
     std::optional<simulator::Time> nextDue() override;

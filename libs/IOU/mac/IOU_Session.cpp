@@ -6,7 +6,6 @@
 #include "libs/IOU/IOU_Trace.hpp"
 #include "libs/IOU/IOU_UsbPacket.hpp"
 #include "libs/IOU/mac/IOU_Device.hpp"
-#include "platform/IORegistry.hpp"
 #include "platform/Platform.hpp"
 
 #include <utility>
@@ -100,7 +99,7 @@ void Session_t::Abandon(const std::string& registryPath) {
     if (!mError) return;
     const auto [code, file, line] = *mError;
     std::string reason;
-    if (!wasOpened && code != 0) reason = platform::kIOMasterPortDefault().describeOpenFailure(registryPath, code);
+    if (!wasOpened && code != 0) reason = platform::openFailureText(registryPath, code);
     if (reason.empty())
         reason = std::string("The USB device can't be used: ") +
                  (code == 0 ? "not fit for it" : platform::IOReturnText(code));

@@ -48,7 +48,7 @@ std::string ownerAndMode(const std::string& node) {
 }
 
 bool isNumber(const std::string& text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
+    return !text.empty() && std::ranges::all_of(text, [](unsigned char c) { return std::isdigit(c); });
 }
 
 /// Other processes that have the node open, as "name (process 123)". Those of other users stay unseen.
@@ -136,6 +136,10 @@ std::string describeOpenFailure(const std::string& registryPath, IOReturn result
     const auto bound = drivers(registryPath);
     if (!bound.empty()) text += " It has the kernel driver " + joined(bound) + ".";
     return text;
+}
+
+std::string describeOpenFailure(const std::string& registryPath, IOReturn result) {
+    return describeOpenFailure(registryPath, result, {});
 }
 
 }  // namespace platform

@@ -24,6 +24,9 @@ std::string deviceNodeOfPath(const std::string& registryPath);
 /// is installed and what to do if not, which program or kernel driver holds the device, whether it has gone.
 /// @param registryPath  as IORegistryEntryGetPath gave it
 /// Never throws on what it finds. Any thread.
-std::string describeOpenFailure(const std::string& registryPath, IOReturn result, const OpenFailurePlaces& places = {});
+std::string describeOpenFailure(const std::string& registryPath, IOReturn result, const OpenFailurePlaces& places);
+
+/// The same on this system, for Platform.
+std::string describeOpenFailure(const std::string& registryPath, IOReturn result);
 
 }  // namespace platform

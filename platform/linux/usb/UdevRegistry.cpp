@@ -4,7 +4,6 @@
 #include "platform/common/Release.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "platform/linux/usb/IOServiceList.hpp"
-#include "platform/linux/usb/OpenFailure.hpp"
 #include "platform/linux/usb/UsbAttach.hpp"
 #include "platform/linux/usb/UsbServices.hpp"
 
@@ -233,10 +232,6 @@ std::unique_ptr<IOService> UdevRegistry::IORegistryEntryFromPath(const std::stri
     if (!type || std::string_view(type) != kDeviceType) return nullptr;
     auto attach = UsbAttach::at(mLoops, path);
     return attach ? std::make_unique<UsbDeviceService>(*std::move(attach)) : nullptr;
-}
-
-std::string UdevRegistry::describeOpenFailure(const std::string& path, IOReturn result) {
-    return platform::describeOpenFailure(path, result);
 }
 
 }  // namespace platform

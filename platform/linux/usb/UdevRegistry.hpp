@@ -36,7 +36,6 @@ class UdevRegistry final : public IORegistry {
                                               void* refCon, std::unique_ptr<IOIterator>& iterator) override;
 
     std::unique_ptr<IOService> IORegistryEntryFromPath(const std::string& path) override;
-    std::string describeOpenFailure(const std::string& path, IOReturn result) override;
 
   private:
     AsioRunLoops& mLoops;

@@ -51,7 +51,7 @@ class OpenFailureTest : public ::testing::Test {
     FileDescriptor descriptor;
 };
 
-TEST_F(OpenFailureTest, DeniedAccessNamesNodeOwnerModeAndTheMissingRule) {
+TEST_F(OpenFailureTest, DeniedAccessNamesNodeOwnerModeAndTheMissingRuleAndANodeThatHasGoneIsCalledGone) {
     const std::string text = Describe(kIOReturnNotPermitted);
     const std::string start = node.string() + " can't be opened: access denied.";
     for (const char* const part :
@@ -62,6 +62,8 @@ TEST_F(OpenFailureTest, DeniedAccessNamesNodeOwnerModeAndTheMissingRule) {
     EXPECT_THAT(text, Not(HasSubstr("\n")));
     support::WriteFile(folder / "rules.d" / kUdevRuleFile, "");
     EXPECT_THAT(Describe(kIOReturnNotPermitted), HasSubstr("rules.d/60-trovik-reset-tool.rules is installed"));
+    fs::remove(node);
+    EXPECT_THAT(Describe(kIOReturnNoDevice), HasSubstr("The node is not there."));
 }
 
 TEST_F(OpenFailureTest, HeldDeviceNamesTheProgramsAndTheKernelDriver) {
@@ -77,11 +79,6 @@ TEST_F(OpenFailureTest, HeldDeviceNamesTheProgramsAndTheKernelDriver) {
     EXPECT_THAT(text, HasSubstr("It is held by virt manager (process 4321)."));
     EXPECT_THAT(text, HasSubstr("kernel driver cdc_acm (interface 2)."));
     EXPECT_THAT(text, Not(HasSubstr("bystander")));
-}
-
-TEST_F(OpenFailureTest, NodeThatHasGoneIsCalledGone) {
-    fs::remove(node);
-    EXPECT_THAT(Describe(kIOReturnNoDevice), HasSubstr("The node is not there."));
 }
 
 TEST_F(OpenFailureTest, DeniedAccessToANewNodeIsTriedAgainAtEachChangeOfItAndNothingElseIs) {
