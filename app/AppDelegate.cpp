@@ -28,7 +28,6 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -51,8 +50,6 @@ constexpr double kRollingFrequency = 86400.0;  ///< seconds: one file a day
 
 /// All eight flags: log and handle each kind of exception that nobody caught.
 constexpr std::uint32_t kExceptionHandlingMask = 255;
-
-constexpr std::size_t kLongestPath = 511;  ///< of a registry path, in bytes
 
 struct DeviceCommand {
     std::uint16_t number;
@@ -281,17 +278,12 @@ void AppDelegate::stopListener() {
 }
 
 void trovikModeDeviceAttached(void* refCon, platform::IOIterator& iterator) {
-    std::string path;
-    std::optional<std::uint64_t> entryId;
+    USBRegistryInfo last;
+    bool hasId = false;
     while (const std::unique_ptr<platform::IOService> entry = iterator.IOIteratorNext()) {
-        std::string entryPath;
-        if (entry->IORegistryEntryGetPath(platform::kIOServicePlane, entryPath) != platform::kIOReturnSuccess) continue;
-        if (entryPath.size() > kLongestPath) continue;
-        path = std::move(entryPath);
-        std::uint64_t id = 0;
-        if (entry->IORegistryEntryGetRegistryEntryID(id) == platform::kIOReturnSuccess) entryId = id;
+        if (USBTrovikModeFinderUtils::readEntry(*entry, last)) hasId = true;
     }
-    if (entryId) static_cast<AppDelegate*>(refCon)->trovikModeDeviceDetected(USBRegistryInfo(*entryId, path));
+    if (hasId) static_cast<AppDelegate*>(refCon)->trovikModeDeviceDetected(last);
 }
 
 void AppDelegate::trovikModeDeviceDetected(const USBRegistryInfo& record) {

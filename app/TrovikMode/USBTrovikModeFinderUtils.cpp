@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::size_t kPathBufferSize = 512;  ///< the terminating zero included
+constexpr std::size_t kLongestPath = 511;  ///< of a registry path, in bytes
 
 /// What keeps a notification armed.
 struct Observation {
@@ -46,14 +46,21 @@ std::optional<std::vector<USBRegistryInfo>> USBTrovikModeFinderUtils::connectedP
 
     std::vector<USBRegistryInfo> devices;
     while (const auto entry = iterator->IOIteratorNext()) {
-        std::string path;
-        std::uint64_t entryId = 0;
-        if (entry->IORegistryEntryGetPath(platform::kIOServicePlane, path) == platform::kIOReturnSuccess &&
-            path.size() < kPathBufferSize &&
-            entry->IORegistryEntryGetRegistryEntryID(entryId) == platform::kIOReturnSuccess)
-            devices.push_back(USBRegistryInfo::infoWithId(entryId, std::move(path)));
+        USBRegistryInfo info;
+        if (readEntry(*entry, info)) devices.push_back(std::move(info));
     }
     return devices;
+}
+
+bool USBTrovikModeFinderUtils::readEntry(platform::IOService& entry, USBRegistryInfo& info) {
+    std::string path;
+    if (entry.IORegistryEntryGetPath(platform::kIOServicePlane, path) != platform::kIOReturnSuccess) return false;
+    if (path.size() > kLongestPath) return false;
+    info.setIoPath(std::move(path));
+    std::uint64_t entryId = 0;
+    if (entry.IORegistryEntryGetRegistryEntryID(entryId) != platform::kIOReturnSuccess) return false;
+    info.setIoId(entryId);
+    return true;
 }
 
 bool USBTrovikModeFinderUtils::tmDeviceConnected() {

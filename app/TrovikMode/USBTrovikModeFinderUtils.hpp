@@ -13,10 +13,15 @@ class USBTrovikModeFinderUtils {
     /// What a device in Trovik mode looks like in the registry: vendor, product 3 and release 1, all of them.
     static platform::MatchingDictionary createTMDeviceMatcher();
 
-    /// The devices present now, in the registry's order. A device whose path (511 bytes at most) or id can't be read is
-    /// left out. Never waits for a device. Any thread.
+    /// The devices present now, in the registry's order. A device that readEntry() can't read is left out. Never waits
+    /// for a device. Any thread.
     /// @return nothing when the registry can't be asked; an empty list when there is no device
     static std::optional<std::vector<USBRegistryInfo>> connectedPaths();
+
+    /// Reads an entry of the registry into a record: its path, and then, where the path could be read (it has 511 bytes
+    /// at most), its id. What can't be read stays as it was.
+    /// @return whether both could be read
+    static bool readEntry(platform::IOService& entry, USBRegistryInfo& info);
 
     /// True whenever the registry could be asked, also with no device attached.
     static bool tmDeviceConnected();
