@@ -21,7 +21,7 @@ std::optional<Pipe> roleOf(const Profile& profile, std::size_t pipe) {
 
 bool matches(const Profile& profile, const platform::MatchingDictionary& matching) {
     if (matching.className != platform::kIOUSBDeviceClassName) return false;
-    return std::all_of(matching.properties.begin(), matching.properties.end(), [&](const auto& property) {
+    return std::ranges::all_of(matching.properties, [&](const auto& property) {
         const auto& [name, value] = property;
         if (name == "idVendor") return value == profile.vendorId;
         if (name == "idProduct") return value == profile.productId;
@@ -55,35 +55,41 @@ void Connection::drop() {
     mCompletions.clear();
 }
 
-void Connection::scheduled(std::shared_ptr<platform::CFRunLoop> loop, std::string_view mode, Aftermath& after) {
-    mSchedule = std::make_shared<const Schedule>(Schedule{std::move(loop), std::string(mode)});
-    for (std::size_t i = 0; i < mCompletions.size(); ++i) postOne(after);
+void Connection::scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) {
+    mCore->locked([&](Aftermath& after) {
+        mSchedule = std::make_shared<Schedule>(Schedule{loop, std::string(mode)});
+        for (std::size_t i = 0; i < mCompletions.size(); ++i) postOne(after);
+    });
 }
 
-std::shared_ptr<const Schedule> Connection::cancelled() {
-    return std::exchange(mSchedule, nullptr);
-}
-
-void Connection::takeBack(std::shared_ptr<const Schedule> schedule) const {
-    if (!schedule || schedule->mode == platform::kCFRunLoopDefaultMode) return;
-    // Each block still about owns the schedule once or, on its way there in another thread, twice. It arrives soon; the
-    // slice only bounds the wait for it.
-    while (schedule.use_count() > 1 + mDelivering) {
-        if (schedule->loop->CFRunLoopRunInMode(schedule->mode, 0.01, true) == platform::CFRunLoopRunResult::Stopped) {
-            return schedule->loop->CFRunLoopStop();  // it was meant for the run around this
+/// Also has the loop take back what was posted for the schedule, so that a mode which nobody will run again does not go
+/// on existing for its sake. Nothing is posted for it from here on, but a block may still be on its way to the loop:
+/// another thread takes it there once it has let go of the bus's lock.
+void Connection::cancelled() {
+    std::shared_ptr<Schedule> over;
+    const auto isOnTheWay = [&] {
+        const std::lock_guard lock(mCore->mMutex);
+        return over->onTheWay > 0;
+    };
+    mCore->locked([&](Aftermath&) { over.swap(mSchedule); });
+    if (!over || over->mode == platform::kCFRunLoopDefaultMode) return;
+    while (isOnTheWay()) {
+        // The block arrives soon; the slice only bounds the wait for it.
+        if (over->loop->CFRunLoopRunInMode(over->mode, 0.01, true) == platform::CFRunLoopRunResult::Stopped) {
+            return over->loop->CFRunLoopStop();  // it was meant for the run around this
         }
     }
 }
 
-/// One block a completion, so that a loop that returns after one source returns after one completion.
 void Connection::postOne(Aftermath& after) {
     if (!mSchedule) return;
-    after.post(mSchedule, [self = shared_from_this(), schedule = mSchedule] { self->deliver(schedule); });
+    ++mSchedule->onTheWay;
+    after.post(mSchedule, [self = shared_from_this(), schedule = mSchedule] { self->deliver(*schedule); });
 }
 
 /// What a call-back brings about at once, a read that it starts and that can be served, is delivered in the same run,
 /// as libusb does it. A failure waits for a run of its own.
-void Connection::deliver(const std::shared_ptr<const Schedule>& schedule) {
+void Connection::deliver(Schedule& schedule) {
     constexpr int kMostInOneRun = 25;
     std::size_t left = 1;
     for (int count = 0; left > 0 && count < kMostInOneRun; --left, ++count) {
@@ -91,7 +97,8 @@ void Connection::deliver(const std::shared_ptr<const Schedule>& schedule) {
         std::size_t waiting = 0;
         {
             const std::lock_guard lock(mCore->mMutex);
-            if (schedule != mSchedule || mCompletions.empty()) return;
+            if (count == 0) --schedule.onTheWay;
+            if (&schedule != mSchedule.get() || mCompletions.empty()) return;
             if (count > 0 && mCompletions.front().result != platform::kIOReturnSuccess) return;
             completion = std::move(mCompletions.front());
             mCompletions.pop_front();
@@ -101,7 +108,7 @@ void Connection::deliver(const std::shared_ptr<const Schedule>& schedule) {
         std::size_t length = transfer.written;
         if (transfer.buffer.data()) {
             length = transfer.bytes.size();
-            std::copy(transfer.bytes.begin(), transfer.bytes.end(), transfer.buffer.begin());
+            std::ranges::copy(transfer.bytes, transfer.buffer.begin());
         }
         // The byte count travels in the pointer itself.
         ++mDelivering;
@@ -133,17 +140,17 @@ void Listener::post(std::size_t notification, Aftermath& after) {
     if (!mSchedule || !one.armed || one.posted || one.arrived.empty()) return;
     one.posted = true;
     after.post(mSchedule, [self = shared_from_this(), notification, schedule = mSchedule] {
-        self->deliver(notification, schedule);
+        self->deliver(notification, *schedule);
     });
 }
 
-void Listener::deliver(std::size_t notification, const std::shared_ptr<const Schedule>& schedule) {
+void Listener::deliver(std::size_t notification, const Schedule& schedule) {
     std::vector<Attachment> arrived;
     platform::IOServiceMatchingCallback callback = nullptr;
     void* refCon = nullptr;
     {
         const std::lock_guard lock(mCore->mMutex);
-        if (schedule != mSchedule) return;
+        if (&schedule != mSchedule.get()) return;
         auto& one = mNotifications[notification];
         one.posted = false;
         arrived.swap(one.arrived);
@@ -154,21 +161,27 @@ void Listener::deliver(std::size_t notification, const std::shared_ptr<const Sch
     callback(refCon, *iterator);
 }
 
-void Listener::scheduled(std::shared_ptr<platform::CFRunLoop> loop, std::string_view mode, Aftermath& after) {
-    mSchedule = std::make_shared<const Schedule>(Schedule{std::move(loop), std::string(mode)});
-    for (std::size_t i = 0; i < mNotifications.size(); ++i) {
-        mNotifications[i].posted = false;
-        post(i, after);
-    }
+void Listener::scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) {
+    mCore->locked([&](Aftermath& after) {
+        mSchedule = std::make_shared<const Schedule>(Schedule{loop, std::string(mode)});
+        for (std::size_t i = 0; i < mNotifications.size(); ++i) {
+            mNotifications[i].posted = false;
+            post(i, after);
+        }
+    });
 }
 
 void Listener::cancelled() {
-    mSchedule = nullptr;
+    std::shared_ptr<const Schedule> over;  // goes after the lock, and perhaps the loop with it
+    mCore->locked([&](Aftermath&) { over.swap(mSchedule); });
 }
 
-void Listener::close() {
+void Listener::close() noexcept {
     cancelled();
-    mNotifications.clear();
+    mCore->locked([&](Aftermath&) {
+        mCore->removeListener(shared_from_this());
+        mNotifications.clear();
+    });
 }
 
 // ---- BusCore

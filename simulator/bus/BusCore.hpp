@@ -15,17 +15,19 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace simulator {
 
 class BusCore;
 
-/// One mode of one run loop, as a source was told it. Its identity tells blocks posted for it from later ones, and its
-/// owners tell how many of them are still about.
+/// One mode of one run loop, as a source was told it. Its identity tells blocks posted for it from those of a later
+/// one.
 struct Schedule {
-    std::shared_ptr<platform::CFRunLoop> loop;
-    std::string mode;
+    const std::shared_ptr<platform::CFRunLoop> loop;
+    const std::string mode;
+    std::size_t onTheWay = 0;  ///< a connection's blocks that have not been run yet; under the bus's lock
 };
 
 /// What is to be done once the bus's lock has been released: blocks for run loops, the drive, the observer.
@@ -48,9 +50,15 @@ class Aftermath {
     std::shared_ptr<const std::function<void()>> mObserver;
 };
 
-/// An opened interface: its transfers and the completions on their way to the owner's loop. Shared by the interface
-/// object, the port and the blocks in flight. Everything in it is guarded by the bus's lock.
-class Connection : public std::enable_shared_from_this<Connection> {
+/// An opened interface: its transfers, the completions on their way to the owner's loop, and the source that brings
+/// them there. Shared by the interface object, the port, the loop and the blocks on their way. Guarded by the bus's
+/// lock.
+///
+/// A transfer waits in its pipe until the device serves it; then it is a completion, which waits in one line with those
+/// of the other pipes. For each completion one block is posted, so that a loop that returns after one source returns
+/// after one completion. The blocks are only turns: each reports whatever stands first by then, and one whose schedule
+/// is over reports nothing.
+class Connection final : public platform::CFRunLoopSource, public std::enable_shared_from_this<Connection> {
   public:
     struct Transfer {
         Bytes bytes;                      ///< to write, or read so far
@@ -73,12 +81,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::size_t count() const;
     void drop();  ///< takes everything back, completions included
 
-    void scheduled(std::shared_ptr<platform::CFRunLoop> loop, std::string_view mode, Aftermath& after);
-    std::shared_ptr<const Schedule> cancelled();
-
-    /// Has the loop take back what was posted for a schedule that is over, so that a mode which nobody will run again
-    /// does not go on existing for its sake. Owner thread, without the lock.
-    void takeBack(std::shared_ptr<const Schedule> schedule) const;
+    // platform::CFRunLoopSource; without the lock
+    void scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override;
+    void cancelled() override;
 
     bool isDelivering() const { return mDelivering > 0; }  ///< owner thread only
 
@@ -91,12 +96,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
     };
 
     void postOne(Aftermath& after);
-    void deliver(const std::shared_ptr<const Schedule>& schedule);  ///< on the owner's loop, without the lock
+    void deliver(Schedule& schedule);  ///< on the owner's loop, without the lock
 
     std::shared_ptr<BusCore> mCore;
     std::array<std::deque<Transfer>, kMostPipes> mPending;
     std::deque<Completion> mCompletions;
-    std::shared_ptr<const Schedule> mSchedule;
+    std::shared_ptr<Schedule> mSchedule;
     int mDelivering = 0;  ///< blocks being run just now; owner thread only
 };
 
@@ -120,8 +125,8 @@ struct BusPort {
     std::array<std::uint64_t, 4> appearance{};  ///< what the observer was last told of
 };
 
-/// A notification port's listening side. Guarded by the bus's lock.
-class Listener : public std::enable_shared_from_this<Listener> {
+/// A notification port's listening side, which is its source as well. Guarded by the bus's lock.
+class Listener final : public platform::CFRunLoopSource, public std::enable_shared_from_this<Listener> {
   public:
     struct Notification {
         platform::MatchingDictionary matching;
@@ -140,22 +145,29 @@ class Listener : public std::enable_shared_from_this<Listener> {
     }
     void arm(std::size_t notification, Aftermath& after);
     void arrived(const BusPort& port, const Attachment& attachment, Aftermath& after);
-    void scheduled(std::shared_ptr<platform::CFRunLoop> loop, std::string_view mode, Aftermath& after);
-    void cancelled();
-    void close();
+    void close() noexcept;  ///< without the lock
+
+    // platform::CFRunLoopSource; without the lock
+    void scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override;
+    void cancelled() override;
 
   private:
     void post(std::size_t notification, Aftermath& after);
-    /// On the listener's loop, without the lock.
-    void deliver(std::size_t notification, const std::shared_ptr<const Schedule>& schedule);
+    void deliver(std::size_t notification, const Schedule& schedule);  ///< on the listener's loop, without the lock
 
     std::shared_ptr<BusCore> mCore;
     std::vector<Notification> mNotifications;
     std::shared_ptr<const Schedule> mSchedule;
 };
 
-/// The bus itself: ports, listeners and the lock. Shared by everything it hands out, so that an object may outlive the
-/// bus; once the bus has gone no device is attached any more.
+/// The bus itself: ports, listeners and the lock. An operation and all that the devices make of it are one turn under
+/// the lock, so that nobody ever sees a transfer that waits although it could be served. What calls outwards (a block
+/// for a loop, the drive, the observer) is kept in an Aftermath and comes once the lock has been released, since it may
+/// call back into the bus. Two threads can therefore post in another order than they worked in; blocks are only turns,
+/// and the order of completions is that of their line.
+///
+/// Shared by everything it hands out, so that an object may outlive the bus; once the bus has gone no device is
+/// attached any more.
 class BusCore : public std::enable_shared_from_this<BusCore> {
   public:
     explicit BusCore(Drive& drive) : mDrive(&drive) {}
@@ -164,15 +176,19 @@ class BusCore : public std::enable_shared_from_this<BusCore> {
     /// be posted. The action gets the aftermath.
     template <typename Action>
     auto locked(Action action) {
-        Aftermath after;
-        auto result = [&] {
-            const std::lock_guard lock(mMutex);
-            auto value = action(after);
-            settle(after);
-            return value;
-        }();
-        after.run();
-        return result;
+        if constexpr (std::is_void_v<std::invoke_result_t<Action, Aftermath&>>) {
+            locked([&](Aftermath& after) { return action(after), 0; });
+        } else {
+            Aftermath after;
+            auto result = [&] {
+                const std::lock_guard lock(mMutex);
+                auto value = action(after);
+                settle(after);
+                return value;
+            }();
+            after.run();
+            return result;
+        }
     }
 
     /// As locked(), for an attached device: kIOReturnNoDevice when the attachment has gone stale, the fault's result

@@ -10,50 +10,23 @@
 namespace simulator {
 namespace {
 
-/// Tells the listener which loop and mode to call back on.
-class NotificationSource final : public platform::CFRunLoopSource {
-  public:
-    NotificationSource(std::shared_ptr<BusCore> core, std::shared_ptr<Listener> listener)
-        : mCore(std::move(core)), mListener(std::move(listener)) {}
-
-    void scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
-        mCore->locked([&](Aftermath& after) { return mListener->scheduled(loop, mode, after), 0; });
-    }
-    void cancelled() override {
-        mCore->locked([&](Aftermath&) { return mListener->cancelled(), 0; });
-    }
-
-  private:
-    std::shared_ptr<BusCore> mCore;
-    std::shared_ptr<Listener> mListener;
-};
-
 class NotificationPort final : public platform::IONotificationPort {
   public:
     explicit NotificationPort(std::shared_ptr<BusCore> core)
-        : mCore(std::move(core)),
-          mListener(std::make_shared<Listener>(mCore)),
-          mSource(std::make_shared<NotificationSource>(mCore, mListener)) {
-        mCore->locked([&](Aftermath&) { return mCore->addListener(mListener), 0; });
+        : mCore(std::move(core)), mListener(std::make_shared<Listener>(mCore)) {
+        mCore->locked([&](Aftermath&) { mCore->addListener(mListener); });
     }
-    ~NotificationPort() override {
-        mCore->locked([&](Aftermath&) {
-            mListener->close();
-            mCore->removeListener(mListener);
-            return 0;
-        });
-    }
+    ~NotificationPort() override { mListener->close(); }
     NotificationPort(const NotificationPort&) = delete;
     NotificationPort& operator=(const NotificationPort&) = delete;
 
-    std::shared_ptr<platform::CFRunLoopSource> IONotificationPortGetRunLoopSource() override { return mSource; }
+    std::shared_ptr<platform::CFRunLoopSource> IONotificationPortGetRunLoopSource() override { return mListener; }
 
     Listener& listener() { return *mListener; }
 
   private:
     std::shared_ptr<BusCore> mCore;
     std::shared_ptr<Listener> mListener;
-    std::shared_ptr<NotificationSource> mSource;
 };
 
 /// What was there when a notification was added. Whoever takes it to its end arms the notification.
@@ -78,7 +51,7 @@ class ArmingIterator final : public platform::IOIterator {
 InProcessBus::InProcessBus(Drive& drive) : mCore(std::make_shared<BusCore>(drive)) {}
 
 InProcessBus::~InProcessBus() {
-    mCore->locked([&](Aftermath& after) { return mCore->shutDown(after), 0; });
+    mCore->locked([&](Aftermath& after) { mCore->shutDown(after); });
 }
 
 std::size_t InProcessBus::addDevice(Profile profile, SettingsStore store) {
@@ -94,7 +67,6 @@ void InProcessBus::plug(const std::vector<std::size_t>& ports) {
     mCore->locked([&](Aftermath&) {
         // All cables first, then one look at what the devices want: one notification for all of them.
         for (const std::size_t port : ports) mCore->ports().at(port)->device.setCable(true, mCore->now());
-        return 0;
     });
 }
 
@@ -111,18 +83,15 @@ std::string InProcessBus::registryPath(std::size_t port) const {
 }
 
 void InProcessBus::withDevice(std::size_t port, const std::function<void(Device&, Time)>& action) {
-    mCore->locked([&](Aftermath&) {
-        action(mCore->ports().at(port)->device, mCore->now());
-        return 0;
-    });
+    mCore->locked([&](Aftermath&) { action(mCore->ports().at(port)->device, mCore->now()); });
 }
 
 void InProcessBus::addFault(Fault fault) {
-    mCore->locked([&](Aftermath&) { return mCore->faults().add(std::move(fault)), 0; });
+    mCore->locked([&](Aftermath&) { mCore->faults().add(std::move(fault)); });
 }
 
 void InProcessBus::setObserver(std::function<void()> observer) {
-    mCore->locked([&](Aftermath&) { return mCore->setObserver(std::move(observer)), 0; });
+    mCore->locked([&](Aftermath&) { mCore->setObserver(std::move(observer)); });
 }
 
 std::size_t InProcessBus::pendingTransfers() const {
@@ -135,8 +104,8 @@ std::size_t InProcessBus::pendingTransfers() const {
 
 std::size_t InProcessBus::openDevices() const {
     return mCore->locked([&](Aftermath&) {
-        return static_cast<std::size_t>(std::count_if(mCore->ports().begin(), mCore->ports().end(),
-                                                      [](const auto& port) { return port->openedBy != nullptr; }));
+        return static_cast<std::size_t>(
+            std::ranges::count_if(mCore->ports(), [](const auto& port) { return port->openedBy != nullptr; }));
     });
 }
 
@@ -169,7 +138,7 @@ platform::IOReturn InProcessBus::IOServiceAddMatchingNotification(
             makeDeviceIterator(mCore, mCore->present(matching)),
             [core = mCore, weak = own->listener().weak_from_this(), number] {
                 const auto listener = weak.lock();
-                if (listener) core->locked([&](Aftermath& after) { return listener->arm(number, after), 0; });
+                if (listener) core->locked([&](Aftermath& after) { listener->arm(number, after); });
             });
         return platform::kIOReturnSuccess;
     });
@@ -194,7 +163,7 @@ std::optional<Time> InProcessBus::nextDue() {
 }
 
 void InProcessBus::run(Time now) {
-    mCore->locked([&](Aftermath&) { return mCore->advance(now), 0; });
+    mCore->locked([&](Aftermath&) { mCore->advance(now); });
 }
 
 }  // namespace simulator

@@ -15,24 +15,6 @@ struct Handle {
     Attachment attachment;
 };
 
-/// The source that brings an interface's completions to its owner's loop.
-class CompletionSource final : public platform::CFRunLoopSource {
-  public:
-    CompletionSource(std::shared_ptr<BusCore> core, std::shared_ptr<Connection> connection)
-        : mCore(std::move(core)), mConnection(std::move(connection)) {}
-
-    void scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
-        mCore->locked([&](Aftermath& after) { return mConnection->scheduled(loop, mode, after), 0; });
-    }
-    void cancelled() override {
-        mConnection->takeBack(mCore->locked([&](Aftermath&) { return mConnection->cancelled(); }));
-    }
-
-  private:
-    std::shared_ptr<BusCore> mCore;
-    std::shared_ptr<Connection> mConnection;
-};
-
 class UsbInterface final : public platform::IOUSBInterfaceInterface {
   public:
     explicit UsbInterface(Handle handle) : mHandle(std::move(handle)) {}
@@ -90,7 +72,7 @@ class UsbInterface final : public platform::IOUSBInterfaceInterface {
     IOReturn CreateInterfaceAsyncEventSource(std::shared_ptr<platform::CFRunLoopSource>& source) override {
         return on(BusOperation::CreateInterfaceAsyncEventSource, [&](BusPort&, Aftermath&) {
             if (!mConnection) return platform::kIOReturnNotOpen;
-            source = std::make_shared<CompletionSource>(mHandle.core, mConnection);
+            source = mConnection;
             return platform::kIOReturnSuccess;
         });
     }
