@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/common/Release.hpp"
 #include "simulator/umock/NodeBacking.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
@@ -19,10 +20,7 @@ namespace simulator {
 
 inline constexpr std::uint8_t kIn = 0x80;  // in an endpoint address
 
-struct Unref {
-    void operator()(UMockdevIoctlData* data) const { g_object_unref(data); }
-};
-using Data = std::unique_ptr<UMockdevIoctlData, Unref>;
+using Data = std::unique_ptr<UMockdevIoctlData, platform::Release<g_object_unref>>;
 
 /// What a pointer in a request points to, in the program's memory.
 inline Data resolve(UMockdevIoctlData* data, std::size_t offset, std::size_t size) {

@@ -262,7 +262,7 @@ void UmockUsb::discard(UMockdevIoctlData* argument, File& file, Reply& reply) {
     const unsigned long address = *reinterpret_cast<unsigned long*>(argument->data);
     for (auto& [endpoint, urbs] : file.port->pending) {
         const auto found =
-            std::find_if(urbs.begin(), urbs.end(), [&](const Urb& urb) { return urb.block->client_addr == address; });
+            std::ranges::find_if(urbs, [&](const Urb& urb) { return urb.block->client_addr == address; });
         if (found == urbs.end()) continue;
         finish(*file.port, std::move(*found), -ENOENT);
         urbs.erase(found);
@@ -273,8 +273,7 @@ void UmockUsb::discard(UMockdevIoctlData* argument, File& file, Reply& reply) {
 
 void UmockUsb::reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument, File& file, Reply& reply) {
     auto& completed = file.port->completed;
-    const auto found =
-        std::find_if(completed.begin(), completed.end(), [&](const Urb& urb) { return urb.client == client; });
+    const auto found = std::ranges::find_if(completed, [&](const Urb& urb) { return urb.client == client; });
     if (found == completed.end()) {
         ++mRequests.emptyReaps;
         return reply(-1, file.gone() ? ENODEV : EAGAIN);

@@ -27,12 +27,10 @@ UmockUsb::UmockUsb(Node node) : mNode(node), mTestbed(umockdev_testbed_new()), m
     if (!umockdev_in_mock_environment()) fail("umockdev's preload library is not active");
     ::signal(SIGHUP, SIG_IGN);  // a terminal that hangs up must not end the test
     NodeBacking::forgiveSeeks(node == Node::Terminal);
-    gchar* const root = umockdev_testbed_get_root_dir(mTestbed);
-    mRoot = root;
-    g_free(root);
-    g_signal_connect(mHandler, "handle-ioctl", G_CALLBACK(&UmockUsb::handleIoctl), this);
-    g_signal_connect(mHandler, "handle-read", G_CALLBACK(&UmockUsb::handleRead), this);
-    g_signal_connect(mHandler, "client-connected", G_CALLBACK(&UmockUsb::clientConnected), this);
+    mRoot = std::unique_ptr<gchar, platform::Release<g_free>>(umockdev_testbed_get_root_dir(mTestbed.get())).get();
+    g_signal_connect(mHandler.get(), "handle-ioctl", G_CALLBACK(&UmockUsb::handleIoctl), this);
+    g_signal_connect(mHandler.get(), "handle-read", G_CALLBACK(&UmockUsb::handleRead), this);
+    g_signal_connect(mHandler.get(), "client-connected", G_CALLBACK(&UmockUsb::clientConnected), this);
     mDrive.start(*this);
 }
 
@@ -42,11 +40,13 @@ UmockUsb::~UmockUsb() {
     mDrive.join();
     // umockdev's thread, which nobody joins, must have finished with us.
     if (!waitUntilClosed()) fail("a program still has a device open");
-    for (const auto& node : mServedNodes) umockdev_testbed_detach_ioctl(mTestbed, node.c_str(), nullptr);
-    g_signal_handlers_disconnect_by_data(mHandler, this);
-    g_object_unref(mHandler);
-    g_object_unref(mTestbed);
+    for (const auto& node : mServedNodes) umockdev_testbed_detach_ioctl(mTestbed.get(), node.c_str(), nullptr);
+    g_signal_handlers_disconnect_by_data(mHandler.get(), this);
     NodeBacking::forgiveSeeks(false);
+}
+
+void UmockUsb::Unref::operator()(void* object) const noexcept {
+    g_object_unref(object);
 }
 
 bool UmockUsb::waitUntilClosed() {
@@ -74,9 +74,8 @@ void UmockUsb::plug(const std::vector<std::size_t>& ports) {
     for (const std::size_t port : ports) withDevice(port, [](Device& device, Time now) { device.setCable(true, now); });
     std::unique_lock lock(mMutex);
     const bool all = mChanged.wait_for(lock, kPatience, [&] {
-        return std::all_of(ports.begin(), ports.end(), [&](std::size_t port) {
-            return mPorts[port]->announced || !mPorts[port]->device.wantsBus();
-        });
+        return std::ranges::all_of(
+            ports, [&](std::size_t port) { return mPorts[port]->announced || !mPorts[port]->device.wantsBus(); });
     });
     if (!all) fail("a device was not attached");
 }
@@ -90,7 +89,7 @@ void UmockUsb::unplug(std::size_t port) {
 }
 
 void UmockUsb::announceAgain(std::size_t port) {
-    umockdev_testbed_uevent(mTestbed, mPorts.at(port)->path.c_str(), "add");
+    umockdev_testbed_uevent(mTestbed.get(), mPorts.at(port)->path.c_str(), "add");
 }
 
 bool UmockUsb::isAttached(std::size_t port) const {
@@ -179,8 +178,8 @@ void UmockUsb::attach(std::size_t number, Time now) {
         do {
             mDeviceNumber = mDeviceNumber == kLastDeviceNumber ? kFirstDeviceNumber : mDeviceNumber + 1;
             port.node = format("/dev/bus/usb/001/%03d", mDeviceNumber);
-        } while (std::any_of(mPorts.begin(), mPorts.end(),
-                             [&](const auto& other) { return other->attached && other->node == port.node; }));
+        } while (std::ranges::any_of(mPorts,
+                                     [&](const auto& other) { return other->attached && other->node == port.node; }));
         port.backing = std::make_unique<NodeBacking>(mNode);
         const std::filesystem::path file = mRoot + port.node;
         std::filesystem::create_directories(file.parent_path());  // goes with the last device in it
@@ -206,9 +205,9 @@ void UmockUsb::attach(std::size_t number, Time now) {
                       format("A: bcdDevice=%04x\\n\n", profile.releaseNumber) + "H: descriptors=" + descriptors + "\n";
     }
     if (mServedNodes.insert(port.node).second) {
-        umockdev_testbed_attach_ioctl(mTestbed, port.node.c_str(), mHandler, nullptr);
+        umockdev_testbed_attach_ioctl(mTestbed.get(), port.node.c_str(), mHandler.get(), nullptr);
     }
-    if (!umockdev_testbed_add_from_string(mTestbed, description.c_str(), nullptr)) fail("add_from_string");
+    if (!umockdev_testbed_add_from_string(mTestbed.get(), description.c_str(), nullptr)) fail("add_from_string");
 }
 
 void UmockUsb::detach(std::size_t number, Time now) {
@@ -225,8 +224,8 @@ void UmockUsb::detach(std::size_t number, Time now) {
         port.backing->hangUp();
         port.device.detached(now);
     }
-    umockdev_testbed_uevent(mTestbed, port.path.c_str(), "remove");  // remove_device sends none
-    umockdev_testbed_remove_device(mTestbed, port.path.c_str());
+    umockdev_testbed_uevent(mTestbed.get(), port.path.c_str(), "remove");  // remove_device sends none
+    umockdev_testbed_remove_device(mTestbed.get(), port.path.c_str());
     std::error_code gone;
     std::filesystem::remove(mRoot + port.node, gone);
 }

@@ -121,9 +121,14 @@ class UmockUsb final : public TimedWork {
     void detach(std::size_t number, Time now);
     Time now() { return mDrive.now(); }
 
+    /// Gives an object of umockdev's back.
+    struct Unref {
+        void operator()(void* object) const noexcept;
+    };
+
     const Node mNode;
-    UMockdevTestbed* mTestbed;
-    UMockdevIoctlBase* mHandler;
+    const std::unique_ptr<UMockdevTestbed, Unref> mTestbed;
+    const std::unique_ptr<UMockdevIoctlBase, Unref> mHandler;
     std::string mRoot;
     std::set<std::string> mServedNodes;  // drive thread
 

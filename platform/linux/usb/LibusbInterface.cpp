@@ -43,14 +43,6 @@ IOReturn LibusbInterface::GetNumEndpoints(std::uint8_t& count) {
     return kIOReturnSuccess;
 }
 
-IOReturn LibusbInterface::findPipe(std::uint8_t pipeRef, std::uint8_t direction, const PipeProperties*& pipe) const {
-    if (!mTransfers) return kIOReturnNotOpen;
-    if (pipeRef < 1 || pipeRef > mDescription.pipes.size()) return kIOReturnBadArgument;
-    pipe = &mDescription.pipes[pipeRef - 1U];
-    const bool asynchronous = pipe->transferType == kUSBBulk || pipe->transferType == kUSBInterrupt;
-    return asynchronous && pipe->direction == direction ? kIOReturnSuccess : kIOReturnBadArgument;
-}
-
 IOReturn LibusbInterface::GetPipeProperties(std::uint8_t pipeRef, PipeProperties& properties) {
     if (!mTransfers) return kIOReturnNotOpen;
     if (pipeRef < 1 || pipeRef > mDescription.pipes.size()) return kIOReturnBadArgument;
@@ -58,29 +50,33 @@ IOReturn LibusbInterface::GetPipeProperties(std::uint8_t pipeRef, PipeProperties
     return kIOReturnSuccess;
 }
 
+IOReturn LibusbInterface::start(std::uint8_t pipeRef, std::uint8_t direction, std::span<const unsigned char> bytes,
+                                const UsbTransfers::Completion& completion) {
+    PipeProperties pipe;
+    const IOReturn result = GetPipeProperties(pipeRef, pipe);
+    if (result != kIOReturnSuccess) return result;
+    constexpr std::size_t kMost = std::numeric_limits<int>::max();  // that libusb can count
+    const bool asynchronous = pipe.transferType == kUSBBulk || pipe.transferType == kUSBInterrupt;
+    if (!asynchronous || pipe.direction != direction) return kIOReturnBadArgument;
+    if (bytes.size() > kMost || completion.destination.size() > kMost) return kIOReturnBadArgument;
+    return mTransfers->submit(address(pipe), pipe.transferType, bytes, completion);
+}
+
 IOReturn LibusbInterface::ReadPipeAsync(std::uint8_t pipeRef, std::span<unsigned char> buffer,
                                         IOAsyncCallback1 callback, void* refCon) {
-    const PipeProperties* pipe = nullptr;
-    const IOReturn result = findPipe(pipeRef, kUSBIn, pipe);
-    if (result != kIOReturnSuccess) return result;
-    if (buffer.size() > std::numeric_limits<int>::max()) return kIOReturnBadArgument;
-    return mTransfers->submit(address(*pipe), pipe->transferType, {}, {callback, refCon, buffer});
+    return start(pipeRef, kUSBIn, {}, {callback, refCon, buffer});
 }
 
 IOReturn LibusbInterface::WritePipeAsync(std::uint8_t pipeRef, std::span<const unsigned char> bytes,
                                          IOAsyncCallback1 callback, void* refCon) {
-    const PipeProperties* pipe = nullptr;
-    const IOReturn result = findPipe(pipeRef, kUSBOut, pipe);
-    if (result != kIOReturnSuccess) return result;
-    if (bytes.size() > std::numeric_limits<int>::max()) return kIOReturnBadArgument;
-    return mTransfers->submit(address(*pipe), pipe->transferType, bytes, {callback, refCon, {}});
+    return start(pipeRef, kUSBOut, bytes, {callback, refCon, {}});
 }
 
 IOReturn LibusbInterface::AbortPipe(std::uint8_t pipeRef) {
-    if (!mTransfers) return kIOReturnNotOpen;
-    if (pipeRef < 1 || pipeRef > mDescription.pipes.size()) return kIOReturnBadArgument;
-    mTransfers->abort(address(mDescription.pipes[pipeRef - 1U]));
-    return kIOReturnSuccess;
+    PipeProperties pipe;
+    const IOReturn result = GetPipeProperties(pipeRef, pipe);
+    if (result == kIOReturnSuccess) mTransfers->abort(address(pipe));
+    return result;
 }
 
 IOReturn LibusbInterface::CreateInterfaceAsyncEventSource(std::shared_ptr<CFRunLoopSource>& source) {

@@ -1,15 +1,17 @@
 #pragma once
 
 #include "platform/IOUSB.hpp"
+#include "platform/linux/usb/UsbTransfers.hpp"
 
+#include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace platform {
 
 class UsbConnection;
-class UsbTransfers;
 
 /// What the configuration descriptor says of an interface, and its folder in sysfs.
 struct UsbInterfaceDescription {
@@ -38,7 +40,8 @@ class LibusbInterface final : public IOUSBInterfaceInterface {
     IOReturn CreateInterfaceAsyncEventSource(std::shared_ptr<CFRunLoopSource>& source) override;
 
   private:
-    IOReturn findPipe(std::uint8_t pipeRef, std::uint8_t direction, const PipeProperties*& pipe) const;
+    IOReturn start(std::uint8_t pipeRef, std::uint8_t direction, std::span<const unsigned char> bytes,
+                   const UsbTransfers::Completion& completion);
 
     const std::shared_ptr<UsbConnection> mConnection;
     const UsbInterfaceDescription mDescription;
