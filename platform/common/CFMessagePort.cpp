@@ -12,6 +12,18 @@
 
 namespace platform {
 
+/// What the two sides share. Its lock covers the queue, the watchers, the loop and isValid together, and that closes
+/// three races:
+/// - A send against CFRunLoopAddSource. Whoever queues a message sees under the lock whether there is a loop yet, and
+///   CFRunLoopAddSource counts under the lock what waits as it sets the loop. So each message has exactly one block
+///   posted for it, by the one or by the other.
+/// - A send that waits for room against CFMessagePortInvalidate. The end of the port is one of the things that the wait
+///   looks for, so it can't be missed, and nothing is queued any more once isValid is false.
+/// - CFMessagePortSetInvalidationCallBack against CFMessagePortInvalidate. A watcher is either in the list before that
+/// is
+///   taken, or finds the port invalid and is told at once.
+/// Nothing is posted or called with the lock held. A block may therefore come for a message that has been dropped, and
+/// finds the queue empty.
 struct CFMessagePort::Channel {
     struct Message {
         std::int32_t msgid;
@@ -20,6 +32,12 @@ struct CFMessagePort::Channel {
     struct Watcher {
         std::shared_ptr<CFRunLoop> loop;
         std::weak_ptr<std::function<void()>> callback;
+
+        void tell() const {
+            loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, [weak = callback] {
+                if (const auto held = weak.lock()) (*held)();
+            });
+        }
     };
 
     const std::string name;
@@ -115,11 +133,7 @@ void CFMessagePort::CFMessagePortInvalidate() {
         watchers.swap(mChannel->watchers);
     }
     mChannel->room.notify_all();
-    for (const auto& watcher : watchers) {
-        watcher.loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, [weak = watcher.callback] {
-            if (const auto callback = weak.lock()) (*callback)();
-        });
-    }
+    for (const auto& watcher : watchers) watcher.tell();
 }
 
 bool CFMessagePort::CFMessagePortIsValid() const {
@@ -136,9 +150,7 @@ void CFMessagePort::CFMessagePortSetInvalidationCallBack(std::function<void()> c
         std::erase_if(mChannel->watchers, [](const auto& other) { return other.callback.expired(); });
         if (mChannel->isValid) return mChannel->watchers.push_back(std::move(watcher));
     }
-    watcher.loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, [weak = watcher.callback] {
-        if (const auto held = weak.lock()) (*held)();
-    });
+    watcher.tell();
 }
 
 std::int32_t CFMessagePort::CFMessagePortSendRequest(std::int32_t msgid, CFData data, CFTimeInterval sendTimeout) {

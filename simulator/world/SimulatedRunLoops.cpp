@@ -101,7 +101,7 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
 
     bool hasReadyBlocks() const {
         const std::lock_guard lock(mMutex);
-        return std::any_of(mModes.begin(), mModes.end(), [](const auto& mode) { return !mode.second.blocks.empty(); });
+        return std::ranges::any_of(mModes, [](const auto& mode) { return !mode.second.blocks.empty(); });
     }
 
     /// The loop's thread ends: its sources let go of it.
@@ -221,9 +221,7 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
 
     static std::shared_ptr<TimerState> nextTimer(Mode& mode) {
         std::erase_if(mode.timers, [](const auto& timer) { return !timer->valid; });
-        const auto next =
-            std::min_element(mode.timers.begin(), mode.timers.end(),
-                             [](const auto& one, const auto& other) { return one->fires < other->fires; });
+        const auto next = std::ranges::min_element(mode.timers, {}, [](const auto& timer) { return timer->fires; });
         return next == mode.timers.end() ? nullptr : *next;
     }
 

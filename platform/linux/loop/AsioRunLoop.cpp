@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <iterator>
 #include <optional>
 #include <utility>  // before Asio: Boost 1.74 uses std::exchange without it
 
@@ -140,8 +141,7 @@ std::unique_ptr<CFRunLoopTimer> AsioRunLoop::CFRunLoopAddTimer(std::string_view 
 
 /// Fires a timer, unless it has been invalidated, or has fired, since it was found to be due.
 bool AsioRunLoop::fire(Mode& mode, std::shared_ptr<TimerState> state) {
-    const auto entry = std::find_if(mode.timers.begin(), mode.timers.end(),
-                                    [&](const auto& candidate) { return candidate.second == state; });
+    const auto entry = std::ranges::find_if(mode.timers, [&](const auto& timer) { return timer.second == state; });
     if (entry == mode.timers.end() || entry->first > CFAbsoluteTimeGetCurrent()) return false;
     const CFAbsoluteTime fireDate = entry->first;
     mode.timers.erase(entry);
@@ -208,6 +208,17 @@ std::unique_ptr<DescriptorWatch> AsioRunLoop::watchReadable(std::string_view mod
 }
 
 // ---- the loop ----
+//
+// A run works in turns. As one begins, the time is noted, Asio finds the descriptors that are readable, and the blocks
+// are counted; these are served, each once, and then, where a timer was due as the turn began, all timers that were due
+// by then fire. What becomes ready in the meantime waits for the next turn. So nothing that is ready again and again
+// keeps a timer off, and no timer overtakes what was ready before it was due. A run that returns after one source
+// leaves the turn in the mode, and the next run goes on with it.
+//
+// No wake-up is lost. A block is queued under mMutex and wakes the owner by an empty handler posted to the context,
+// unless isWoken says that one is on its way. A turn polls the context first, which may take that handler, and only
+// then, under mMutex, clears isWoken and counts the blocks. So the blocks whose wake-up was taken are among those
+// counted, and a block that comes later finds isWoken cleared and posts a handler of its own, which ends the wait.
 
 AsioRunLoop::AsioRunLoop() = default;
 AsioRunLoop::~AsioRunLoop() = default;
@@ -224,7 +235,7 @@ std::shared_ptr<AsioRunLoop::Mode> AsioRunLoop::modeNamed(std::string_view name)
     return mModes.emplace(name, std::make_shared<Mode>(name)).first->second;
 }
 
-void AsioRunLoop::leave(Mode& mode) {
+void AsioRunLoop::leave(Mode& mode) noexcept {
     std::shared_ptr<Mode> dropped;  // goes after the lock: what it holds may call back
     const std::lock_guard lock(mMutex);
     if (--mode.users > 0 || !mode.blocks.empty()) return;
@@ -389,8 +400,7 @@ void AsioRunLoop::CFRunLoopAddSource(const std::shared_ptr<CFRunLoopSource>& sou
 
 void AsioRunLoop::CFRunLoopRemoveSource(const std::shared_ptr<CFRunLoopSource>& source) {
     assertOwner();
-    const auto found =
-        std::find_if(mSources.begin(), mSources.end(), [&](const auto& entry) { return entry.source == source; });
+    const auto found = std::ranges::find(mSources, source, &ScheduledSource::source);
     if (found == mSources.end()) return;
     const ScheduledSource removed = std::move(*found);
     mSources.erase(found);
@@ -399,6 +409,7 @@ void AsioRunLoop::CFRunLoopRemoveSource(const std::shared_ptr<CFRunLoopSource>& 
 
 void AsioRunLoop::end() {
     assertOwner();
+    // First, since a source may run the loop as it is cancelled, and posts may still come until mEnded is set.
     while (!mSources.empty()) CFRunLoopRemoveSource(mSources.back().source);
     decltype(mModes) modes;
     std::vector<std::function<void()>> blocks;
@@ -407,8 +418,7 @@ void AsioRunLoop::end() {
         mEnded = true;
         modes.swap(mModes);
         for (const auto& [name, mode] : modes) {
-            std::move(mode->blocks.begin(), mode->blocks.end(), std::back_inserter(blocks));
-            mode->blocks.clear();
+            std::ranges::move(std::exchange(mode->blocks, {}), std::back_inserter(blocks));
         }
     }
     for (const auto& [name, mode] : modes) {

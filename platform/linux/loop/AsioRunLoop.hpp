@@ -75,7 +75,7 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
     struct ScheduledSource;
 
     std::shared_ptr<Mode> modeNamed(std::string_view name);  // mMutex held
-    void leave(Mode& mode);
+    void leave(Mode& mode) noexcept;
     static std::deque<std::weak_ptr<TimerState>> dueTimers(const Mode& mode);
     static bool fire(Mode& mode, std::shared_ptr<TimerState> state);
     void beginTurn(Mode& mode);
