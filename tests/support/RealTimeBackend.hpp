@@ -27,9 +27,7 @@ class RealTimeBackend final : public UsbBackend {
     platform::CFRunLoops& runLoops() override { return mLoops; }
     void plug() override { bus.plug(0); }
     void unplug() override { bus.unplug(0); }
-    void withDevice(const std::function<void(simulator::Device&, simulator::Time)>& action) override {
-        bus.withDevice(0, action);
-    }
+    void withDevice(const Action& action) override { bus.withDevice(0, action); }
     bool isAtRest() override { return bus.pendingTransfers() == 0 && bus.openDevices() == 0; }
 
   private:

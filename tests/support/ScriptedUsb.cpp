@@ -7,37 +7,32 @@
 
 namespace support {
 
-using platform::IOReturn;
-using platform::kIOReturnSuccess;
+using namespace platform;
 using simulator::Time;
 
 /// Whatever the registry hands out, from the device's entry to its interface and that one's event source: each is used
 /// as what it was asked for as.
-class ScriptedUsb::Node final : public platform::IOService,
-                                public platform::IOIterator,
-                                public platform::IOCFPlugInInterface,
-                                public platform::IOUSBDeviceInterface,
-                                public platform::IOUSBInterfaceInterface,
-                                public platform::CFRunLoopSource {
+class ScriptedUsb::Node final : public IOService,
+                                public IOIterator,
+                                public IOCFPlugInInterface,
+                                public IOUSBDeviceInterface,
+                                public IOUSBInterfaceInterface,
+                                public CFRunLoopSource {
   public:
     explicit Node(ScriptedUsb& usb) : mUsb(usb) {}
 
     // IOService, IOIterator
     IOReturn IORegistryEntryGetPath(const std::string&, std::string& found) override { return give(found, mUsb.path); }
     IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) override { return give(entryId, 1U); }
-    IOReturn IOCreatePlugInInterfaceForService(platform::IOUserClientType,
-                                               std::unique_ptr<platform::IOCFPlugInInterface>& plugIn) override {
+    IOReturn IOCreatePlugInInterfaceForService(IOUserClientType,
+                                               std::unique_ptr<IOCFPlugInInterface>& plugIn) override {
         return give(plugIn, node());
     }
-    std::unique_ptr<platform::IOService> IOIteratorNext() override {
-        return std::exchange(mIsTaken, true) ? nullptr : node();
-    }
+    std::unique_ptr<IOService> IOIteratorNext() override { return std::exchange(mIsTaken, true) ? nullptr : node(); }
 
     // IOCFPlugInInterface
-    IOReturn QueryInterface(std::unique_ptr<platform::IOUSBDeviceInterface>& device) override {
-        return give(device, node());
-    }
-    IOReturn QueryInterface(std::unique_ptr<platform::IOUSBInterfaceInterface>& interface) override {
+    IOReturn QueryInterface(std::unique_ptr<IOUSBDeviceInterface>& device) override { return give(device, node()); }
+    IOReturn QueryInterface(std::unique_ptr<IOUSBInterfaceInterface>& interface) override {
         return give(interface, node());
     }
 
@@ -47,19 +42,18 @@ class ScriptedUsb::Node final : public platform::IOService,
         return kIOReturnSuccess;
     }
     IOReturn USBDeviceClose() override { return kIOReturnSuccess; }
-    IOReturn GetConfigurationDescriptorPtr(std::uint8_t, platform::IOUSBConfigurationDescriptor& found) override {
-        return give(found, platform::IOUSBConfigurationDescriptor{kConfiguration, 1});
+    IOReturn GetConfigurationDescriptorPtr(std::uint8_t, IOUSBConfigurationDescriptor& found) override {
+        return give(found, IOUSBConfigurationDescriptor{kConfiguration, 1});
     }
     IOReturn SetConfiguration(std::uint8_t value) override {
-        return value == kConfiguration ? kIOReturnSuccess : platform::kIOReturnNotFound;
+        return value == kConfiguration ? kIOReturnSuccess : kIOReturnNotFound;
     }
-    IOReturn GetDeviceVendor(std::uint16_t& vendor) override { return give(vendor, platform::kTrovikVendorId); }
+    IOReturn GetDeviceVendor(std::uint16_t& vendor) override { return give(vendor, kTrovikVendorId); }
     IOReturn GetDeviceProduct(std::uint16_t& product) override { return give(product, std::uint16_t{3}); }
     IOReturn GetDeviceReleaseNumber(std::uint16_t& release) override { return give(release, std::uint16_t{1}); }
-    IOReturn CreateInterfaceIterator(const platform::IOUSBFindInterfaceRequest& wanted,
-                                     std::unique_ptr<platform::IOIterator>& iterator) override {
-        if (wanted != platform::IOUSBFindInterfaceRequest{})
-            return platform::kIOReturnNotFound;  // it fits nothing else
+    IOReturn CreateInterfaceIterator(const IOUSBFindInterfaceRequest& wanted,
+                                     std::unique_ptr<IOIterator>& iterator) override {
+        if (wanted != IOUSBFindInterfaceRequest{}) return kIOReturnNotFound;  // it fits nothing else
         return give(iterator, node());
     }
 
@@ -72,16 +66,16 @@ class ScriptedUsb::Node final : public platform::IOService,
     IOReturn GetNumEndpoints(std::uint8_t& count) override {
         return give(count, static_cast<std::uint8_t>(mUsb.pipes.size()));
     }
-    IOReturn GetPipeProperties(std::uint8_t pipeRef, platform::PipeProperties& properties) override {
+    IOReturn GetPipeProperties(std::uint8_t pipeRef, PipeProperties& properties) override {
         return give(properties, mUsb.pipes.at(pipeRef - 1U));
     }
-    IOReturn ReadPipeAsync(std::uint8_t pipeRef, std::span<unsigned char> buffer, platform::IOAsyncCallback1 callback,
+    IOReturn ReadPipeAsync(std::uint8_t pipeRef, std::span<unsigned char> buffer, IOAsyncCallback1 callback,
                            void* refCon) override {
         mUsb.mReads[pipeRef].push_back({buffer, callback, refCon});
         mUsb.pump();
         return kIOReturnSuccess;
     }
-    IOReturn WritePipeAsync(std::uint8_t, std::span<const unsigned char> bytes, platform::IOAsyncCallback1 callback,
+    IOReturn WritePipeAsync(std::uint8_t, std::span<const unsigned char> bytes, IOAsyncCallback1 callback,
                             void* refCon) override {
         mUsb.writes.emplace_back(bytes.begin(), bytes.end());
         WriteEnd end;
@@ -104,15 +98,15 @@ class ScriptedUsb::Node final : public platform::IOService,
     }
     IOReturn AbortPipe(std::uint8_t pipeRef) override {
         for (const auto& read : std::exchange(mUsb.mReads[pipeRef], {}))
-            mUsb.post([read] { read.callback(read.refCon, platform::kIOReturnAborted, nullptr); });
+            mUsb.post([read] { read.callback(read.refCon, kIOReturnAborted, nullptr); });
         return kIOReturnSuccess;
     }
-    IOReturn CreateInterfaceAsyncEventSource(std::shared_ptr<platform::CFRunLoopSource>& source) override {
+    IOReturn CreateInterfaceAsyncEventSource(std::shared_ptr<CFRunLoopSource>& source) override {
         return give(source, std::make_shared<Node>(mUsb));
     }
 
     // CFRunLoopSource
-    void scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) override {
+    void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override {
         mUsb.mLoop = loop;
         mUsb.mMode = mode;
         mUsb.pump();
@@ -158,12 +152,11 @@ void ScriptedUsb::bringsPacket(std::uint8_t pipe, const Bytes& packet) {
     }
 }
 
-IOReturn ScriptedUsb::IOServiceGetMatchingServices(const platform::MatchingDictionary&,
-                                                   std::unique_ptr<platform::IOIterator>& iterator) {
+IOReturn ScriptedUsb::IOServiceGetMatchingServices(const MatchingDictionary&, std::unique_ptr<IOIterator>& iterator) {
     iterator = std::make_unique<Node>(*this);
     return kIOReturnSuccess;
 }
-std::unique_ptr<platform::IOService> ScriptedUsb::IORegistryEntryFromPath(const std::string& wanted) {
+std::unique_ptr<IOService> ScriptedUsb::IORegistryEntryFromPath(const std::string& wanted) {
     return wanted == path ? std::make_unique<Node>(*this) : nullptr;
 }
 

@@ -20,9 +20,7 @@ class UmockBackend : public UsbBackend {
     platform::CFRunLoops& runLoops() override { return mLoops; }
     void plug() override { usb.plug(); }
     void unplug() override { usb.unplug(); }
-    void withDevice(const std::function<void(simulator::Device&, simulator::Time)>& action) override {
-        usb.withDevice(0, action);
-    }
+    void withDevice(const Action& action) override { usb.withDevice(0, action); }
     bool isAtRest() override { return usb.waitUntilClosed() && usb.pendingTransfers() == 0; }
 
     simulator::UmockUsb usb;

@@ -12,6 +12,8 @@ namespace support {
 /// are written against this.
 class UsbBackend {
   public:
+    using Action = std::function<void(simulator::Device&, simulator::Time)>;
+
     virtual ~UsbBackend() = default;
     virtual platform::IORegistry& registry() = 0;
     virtual platform::CFRunLoops& runLoops() = 0;
@@ -21,7 +23,7 @@ class UsbBackend {
 
     /// Has the action work on the device, safe against the backend's own threads; what the device then has to say
     /// reaches the bus before or soon after this returns.
-    virtual void withDevice(const std::function<void(simulator::Device&, simulator::Time)>& action) = 0;
+    virtual void withDevice(const Action& action) = 0;
 
     /// Has the device send a packet that nobody asked for.
     void send(const simulator::UsbPacket& packet) {

@@ -144,8 +144,7 @@ class Opened {
     /// What ended on one pipe.
     std::vector<Completion> on(std::uint8_t pipe) const {
         std::vector<Completion> found;
-        std::copy_if(completions.begin(), completions.end(), std::back_inserter(found),
-                     [pipe](const Completion& one) { return one.pipe == pipe; });
+        std::ranges::copy_if(completions, std::back_inserter(found), [=](auto& one) { return one.pipe == pipe; });
         return found;
     }
 
@@ -320,12 +319,9 @@ TYPED_TEST_P(UsbContract, OpenedDeviceTellsItsIdsAndPipesAndTakesNoOthers) {
     opened.device->GetDeviceReleaseNumber(release);
     EXPECT_EQ(std::tuple(vendor, product, release), std::tuple(kTrovikVendorId, 3, 1));
 
-    ASSERT_EQ(opened.pipes.size(), 3u);
-    for (const auto& pipe : opened.pipes) EXPECT_EQ(pipe.maxPacketSize, 64);
-    EXPECT_EQ(opened.pipes[0].transferType, kUSBInterrupt);
-    EXPECT_EQ(opened.pipes[0].direction, kUSBIn);
-    EXPECT_EQ(opened.pipes[1].direction, kUSBIn);
-    EXPECT_EQ(opened.pipes[2].direction, kUSBOut);
+    std::vector<std::tuple<int, int, int>> pipes;
+    for (const auto& pipe : opened.pipes) pipes.emplace_back(pipe.direction, pipe.transferType, pipe.maxPacketSize);
+    EXPECT_EQ(pipes, (decltype(pipes){{kUSBIn, kUSBInterrupt, 64}, {kUSBIn, kUSBBulk, 64}, {kUSBOut, kUSBBulk, 64}}));
 
     PipeProperties properties;
     EXPECT_EQ(opened.interface->GetPipeProperties(0, properties), kIOReturnBadArgument);

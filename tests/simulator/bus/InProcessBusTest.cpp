@@ -12,6 +12,7 @@
 namespace simulator {
 namespace {
 
+using namespace platform;
 using contract::Opened;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
@@ -19,11 +20,11 @@ using support::RealTimeBackend;
 
 /// The in-process bus in simulated time, and all that is around it.
 struct WorldBackend final : support::UsbBackend {
-    platform::IORegistry& registry() override { return world.bus; }
-    platform::CFRunLoops& runLoops() override { return world.loops; }
+    IORegistry& registry() override { return world.bus; }
+    CFRunLoops& runLoops() override { return world.loops; }
     void plug() override { world.plug(); }
     void unplug() override { world.unplug(); }
-    void withDevice(const std::function<void(Device&, Time)>& action) override { world.bus.withDevice(0, action); }
+    void withDevice(const Action& action) override { world.bus.withDevice(0, action); }
     bool isAtRest() override { return world.bus.pendingTransfers() == 0 && world.bus.openDevices() == 0; }
 
     SimulatedWorld world;
@@ -34,8 +35,8 @@ using RealTimeDriveTest = contract::UsbContract<RealTimeBackend>;
 
 TEST_F(InProcessBusTest, DeviceAndInterfaceAreHeldByOneAtATime) {
     Opened opened = open();
-    EXPECT_EQ(opened.device->USBDeviceOpen(), platform::kIOReturnExclusiveAccess);
-    EXPECT_EQ(opened.interface->USBInterfaceOpen(), platform::kIOReturnExclusiveAccess);
+    EXPECT_EQ(opened.device->USBDeviceOpen(), kIOReturnExclusiveAccess);
+    EXPECT_EQ(opened.interface->USBInterfaceOpen(), kIOReturnExclusiveAccess);
     EXPECT_THROW(Opened(backend, backend.world.path()), std::runtime_error);
     opened.close();
     EXPECT_NO_THROW(Opened(backend, backend.world.path()));
@@ -49,11 +50,11 @@ TEST(InProcessBus, ObjectsMayOutliveTheBus) {
     const auto entry = bus->IORegistryEntryFromPath(bus->registryPath(0));
     const auto port = bus->IONotificationPortCreate();
     const auto device = contract::deviceAt(*bus, bus->registryPath(0));
-    ASSERT_EQ(device->USBDeviceOpen(), platform::kIOReturnSuccess);
+    ASSERT_EQ(device->USBDeviceOpen(), kIOReturnSuccess);
     bus.reset();
-    EXPECT_EQ(device->SetConfiguration(1), platform::kIOReturnNoDevice);
+    EXPECT_EQ(device->SetConfiguration(1), kIOReturnNoDevice);
     std::string path;
-    EXPECT_EQ(entry->IORegistryEntryGetPath(platform::kIOServicePlane, path), platform::kIOReturnNoDevice);
+    EXPECT_EQ(entry->IORegistryEntryGetPath(kIOServicePlane, path), kIOReturnNoDevice);
 }
 
 TEST_F(InProcessBusTest, ObserverHearsOfWhatAPersonWouldSee) {
@@ -86,7 +87,7 @@ TEST_F(RealTimeDriveTest, LateAnswerAndReturnFromARebootComeByThemselves) {
     ASSERT_TRUE(opened.runUntilCompletions(2));
     opened.writeWhole(encodePacket({kApplicationLayer, kCommand, Writer().u16(kReboot).take()}));
     ASSERT_TRUE(opened.runUntil([&] { return opened.on(opened.interruptIn).size() == 2; }));
-    EXPECT_EQ(opened.on(opened.interruptIn)[1].result, platform::kIOReturnNoDevice);
+    EXPECT_EQ(opened.on(opened.interruptIn)[1].result, kIOReturnNoDevice);
     opened.close();
     ASSERT_TRUE(opened.runUntil([&] { return !contract::present(backend.bus).empty(); }));
     backend.withDevice([](Device& device, Time) { EXPECT_EQ(device.bootState(), BootState::Starting); });
@@ -106,15 +107,15 @@ TEST_F(RealTimeDriveTest, HostAndPersonMayWorkAtTheSameTime) {
             Opened opened(backend, backend.bus.registryPath(0));
             opened.read(opened.interruptIn);
             opened.read(opened.interruptIn);
-            if (opened.write(contract::kStart) == platform::kIOReturnSuccess) opened.runUntilCompletions(2);
+            if (opened.write(contract::kStart) == kIOReturnSuccess) opened.runUntilCompletions(2);
             for (const auto& one : opened.completions)
-                EXPECT_TRUE(one.result == platform::kIOReturnSuccess || one.result == platform::kIOReturnNoDevice);
+                EXPECT_TRUE(one.result == kIOReturnSuccess || one.result == kIOReturnNoDevice);
         } catch (const std::runtime_error&) {
             // The device left while it was being opened.
         }
     } while (person.wait_for(microseconds(0)) != std::future_status::ready);
     EXPECT_TRUE(backend.isAtRest());
-    EXPECT_EQ(platform::AsioRunLoops().current()->modeCount(), 0u);
+    EXPECT_EQ(AsioRunLoops().current()->modeCount(), 0u);
 }
 
 }  // namespace
