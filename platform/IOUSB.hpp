@@ -16,7 +16,7 @@ inline constexpr std::uint8_t kUSBIn = 1;
 inline constexpr std::uint8_t kUSBBulk = 2;
 inline constexpr std::uint8_t kUSBInterrupt = 3;
 
-/// Wild card of every field of IOUSBFindInterfaceRequest.
+/// Wild card of every field of IOUSBFindInterfaceRequest: fits any value.
 inline constexpr std::uint16_t kIOUSBFindInterfaceDontCare = 0xFFFF;
 
 struct IOUSBFindInterfaceRequest {
@@ -25,6 +25,15 @@ struct IOUSBFindInterfaceRequest {
     std::uint16_t bInterfaceProtocol = kIOUSBFindInterfaceDontCare;
     std::uint16_t bAlternateSetting = kIOUSBFindInterfaceDontCare;
     bool operator==(const IOUSBFindInterfaceRequest&) const = default;
+
+    /// @param interface  an interface's own values
+    [[nodiscard]] bool fits(const IOUSBFindInterfaceRequest& interface) const {
+        const auto fit = [](auto wanted, auto own) { return wanted == kIOUSBFindInterfaceDontCare || wanted == own; };
+        return fit(bInterfaceClass, interface.bInterfaceClass) &&
+               fit(bInterfaceSubClass, interface.bInterfaceSubClass) &&
+               fit(bInterfaceProtocol, interface.bInterfaceProtocol) &&
+               fit(bAlternateSetting, interface.bAlternateSetting);
+    }
 };
 
 struct IOUSBConfigurationDescriptor {

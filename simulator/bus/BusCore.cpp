@@ -157,7 +157,7 @@ void Listener::deliver(std::size_t notification, const Schedule& schedule) {
         callback = one.callback;
         refCon = one.refCon;
     }
-    const auto iterator = makeDeviceIterator(mCore, std::move(arrived));
+    const auto iterator = makeDeviceIterator(mCore, arrived);
     callback(refCon, *iterator);
 }
 

@@ -1,6 +1,9 @@
 #include "simulator/bus/UsbObjects.hpp"
 
+#include "platform/common/IOServiceList.hpp"
+
 #include <utility>
+#include <vector>
 
 namespace simulator {
 namespace {
@@ -260,22 +263,6 @@ class Entry final : public platform::IOService {
     bool mOfInterface;
 };
 
-class DeviceIterator final : public platform::IOIterator {
-  public:
-    DeviceIterator(std::shared_ptr<BusCore> core, std::vector<Attachment> attachments)
-        : mCore(std::move(core)), mAttachments(std::move(attachments)) {}
-
-    std::unique_ptr<platform::IOService> IOIteratorNext() override {
-        if (mNext == mAttachments.size()) return nullptr;
-        return makeDeviceEntry(mCore, mAttachments[mNext++]);
-    }
-
-  private:
-    std::shared_ptr<BusCore> mCore;
-    std::vector<Attachment> mAttachments;
-    std::size_t mNext = 0;
-};
-
 /// At most the one interface that a device has.
 class InterfaceIterator final : public platform::IOIterator {
   public:
@@ -297,21 +284,18 @@ class InterfaceIterator final : public platform::IOIterator {
 IOReturn UsbDevice::CreateInterfaceIterator(const platform::IOUSBFindInterfaceRequest& request,
                                             std::unique_ptr<platform::IOIterator>& iterator) {
     return on(BusOperation::CreateInterfaceIterator, [&](BusPort&, Aftermath&) {
-        const auto fits = [](std::uint16_t wanted, std::uint16_t own) {
-            return wanted == platform::kIOUSBFindInterfaceDontCare || wanted == own;
-        };
-        iterator = std::make_unique<InterfaceIterator>(
-            mHandle, fits(request.bInterfaceClass, 0xFF) && fits(request.bInterfaceSubClass, 0) &&
-                         fits(request.bInterfaceProtocol, 0) && fits(request.bAlternateSetting, 0));
+        iterator = std::make_unique<InterfaceIterator>(mHandle, request.fits({0xFF, 0, 0, 0}));
         return platform::kIOReturnSuccess;
     });
 }
 
 }  // namespace
 
-std::unique_ptr<platform::IOIterator> makeDeviceIterator(std::shared_ptr<BusCore> core,
-                                                         std::vector<Attachment> attachments) {
-    return std::make_unique<DeviceIterator>(std::move(core), std::move(attachments));
+std::unique_ptr<platform::IOIterator> makeDeviceIterator(const std::shared_ptr<BusCore>& core,
+                                                         const std::vector<Attachment>& attachments) {
+    std::vector<std::unique_ptr<platform::IOService>> entries;
+    for (const auto& attachment : attachments) entries.push_back(makeDeviceEntry(core, attachment));
+    return std::make_unique<platform::IOServiceList>(std::move(entries));
 }
 
 std::unique_ptr<platform::IOService> makeDeviceEntry(std::shared_ptr<BusCore> core, Attachment attachment) {

@@ -9,8 +9,8 @@
 namespace simulator {
 
 /// An iterator over attached devices.
-std::unique_ptr<platform::IOIterator> makeDeviceIterator(std::shared_ptr<BusCore> core,
-                                                         std::vector<Attachment> attachments);
+std::unique_ptr<platform::IOIterator> makeDeviceIterator(const std::shared_ptr<BusCore>& core,
+                                                         const std::vector<Attachment>& attachments);
 
 /// One attached device.
 std::unique_ptr<platform::IOService> makeDeviceEntry(std::shared_ptr<BusCore> core, Attachment attachment);

@@ -3,7 +3,7 @@
 #include "app/AppDelegate.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/CFRunLoop.hpp"
-#include "platform/linux/usb/IOServiceList.hpp"
+#include "platform/common/IOServiceList.hpp"
 #include "tests/app/AppWorld.hpp"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 #include "platform/linux/usb/LibusbDevice.hpp"
 
-#include "platform/linux/usb/IOServiceList.hpp"
+#include "platform/common/IOServiceList.hpp"
 #include "platform/linux/usb/LibusbInterface.hpp"
 #include "platform/linux/usb/OpenFailure.hpp"
 #include "platform/linux/usb/UsbConnection.hpp"
@@ -50,10 +50,6 @@ class UsbInterfaceService final : public IOService {
     const std::shared_ptr<UsbConnection> mConnection;
     const UsbInterfaceDescription mDescription;
 };
-
-bool fits(std::uint16_t wanted, std::uint8_t value) {
-    return wanted == kIOUSBFindInterfaceDontCare || wanted == value;
-}
 
 UsbInterfaceDescription describe(const std::string& devicePath, int configurationValue,
                                  const libusb_interface_descriptor& interface) {
@@ -137,10 +133,8 @@ IOReturn LibusbDevice::CreateInterfaceIterator(const IOUSBFindInterfaceRequest& 
 
     std::vector<std::unique_ptr<IOService>> interfaces;
     for (const auto* interface : firstSettings(*configuration)) {
-        if (!fits(request.bInterfaceClass, interface->bInterfaceClass) ||
-            !fits(request.bInterfaceSubClass, interface->bInterfaceSubClass) ||
-            !fits(request.bInterfaceProtocol, interface->bInterfaceProtocol) ||
-            !fits(request.bAlternateSetting, interface->bAlternateSetting)) {
+        if (!request.fits({interface->bInterfaceClass, interface->bInterfaceSubClass, interface->bInterfaceProtocol,
+                           interface->bAlternateSetting})) {
             continue;
         }
         interfaces.push_back(std::make_unique<UsbInterfaceService>(

@@ -1,9 +1,9 @@
 #include "platform/linux/usb/UdevRegistry.hpp"
 
 #include "platform/Platform.hpp"
+#include "platform/common/IOServiceList.hpp"
 #include "platform/common/Release.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
-#include "platform/linux/usb/IOServiceList.hpp"
 #include "platform/linux/usb/UsbAttach.hpp"
 #include "platform/linux/usb/UsbServices.hpp"
 
