@@ -12,6 +12,7 @@
 #include "platform/Platform.hpp"
 #include "platform/ScriptRunner.hpp"
 #include "platform/common/GlobalQueue.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "platform/linux/process/TerminateExceptionHandler.hpp"
 #include "platform/linux/settings/Bundle.hpp"
@@ -130,8 +131,9 @@ int main(int argc, char** argv) {
     StartUp::openStandardStreams();
     const Options options = readOptions(argc, argv);
     if (options.run && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    platform::Platform platform = platform::withLinuxFiles();
     // What happens to a simulated device is no business of the tool's log files.
-    if (const std::string caches = platform::cachesDirectory(); !caches.empty())
+    if (const std::string caches = platform.directories->cachesDirectory(); !caches.empty())
         setenv("XDG_DATA_HOME", (caches + "/trovik-reset-tool-demo").c_str(), 1);
 
     platform::TerminateExceptionHandler exceptionHandler;
@@ -143,7 +145,6 @@ int main(int argc, char** argv) {
     platform::QtMainQueue mainQueue;
     NoScripts scriptRunner;
     const auto globalQueue = StartUp::withThread([] { return std::make_unique<platform::GlobalQueue>(); });
-    platform::Platform platform;
     platform.runLoops = &runLoops;
     platform.masterPort = &device.bus();
     platform.mainQueue = &mainQueue;

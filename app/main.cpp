@@ -8,6 +8,7 @@
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
 #include "platform/common/GlobalQueue.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "platform/linux/process/CrashHandler.hpp"
 #include "platform/linux/process/SignalScriptRunner.hpp"
@@ -43,7 +44,7 @@ int main(int argc, char** argv) {
     QApplication::setDesktopFileName(QStringLiteral("org.trovik.ResetTool"));
     const auto application = StartUp::makeApplication(argc, argv);
 
-    platform::Platform platform;
+    platform::Platform platform = platform::withLinuxFiles();
     platform.log = [](const std::string& line) { SystemLog::shared().write(line); };
     const platform::PlatformScope logScope(platform);  // for what the next ones find damaged
     platform::Bundle bundle;

@@ -5,6 +5,7 @@
 #include "WIN/WIN_DebugServer.hpp"
 #include "libs/IOL/IOL_DebugServer.hpp"
 #include "platform/Platform.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "simulator/world/SimulatedServices.hpp"
 
 #include <algorithm>
@@ -53,7 +54,7 @@ void traceIntoNothing() {
     for (const char* element : {"Settings", "Trovik", "Software"}) tree = {PropertyList::Dictionary{{element, tree}}};
     defaults.values["RegistryRoot"] = tree;
     defaults.values["ShowUsbDebug"] = {true};
-    const platform::PlatformScope scope({.standardUserDefaults = &defaults});
+    const platform::PlatformScope scope(platform::withLinuxFiles({.standardUserDefaults = &defaults}));
     for (win::DebugServer_t* const server : {&win::DebugServer(), &iol::DebugServer(), &iou::DebugServer()}) {
         require(server->IsEnabled(), "a trace is switched off");
         std::filesystem::create_symlink("/dev/null", glo::string(server->FilePath(), glo::gcUtf8Encoding));

@@ -4,14 +4,19 @@
 
 namespace platform {
 
-/// The user's folder for an application's own data: $XDG_DATA_HOME, else ~/.local/share. Without a trailing slash; not
-/// created; empty when the user has no home folder. Reads the environment at each call. Any thread.
-std::string applicationSupportDirectory();
+/// The user's folders. Without a trailing slash; not created; empty where the user has none. Any thread.
+class Directories {
+  public:
+    virtual ~Directories() = default;
 
-/// The user's folder for what can be made again: $XDG_CACHE_HOME, else ~/.cache. As above.
-std::string cachesDirectory();
+    /// For an application's own data.
+    virtual std::string applicationSupportDirectory() const = 0;
 
-/// The user's folder for settings: $XDG_CONFIG_HOME, else ~/.config. As above.
-std::string preferencesDirectory();
+    /// For what can be made again.
+    virtual std::string cachesDirectory() const = 0;
+
+    /// For settings.
+    virtual std::string preferencesDirectory() const = 0;
+};
 
 }  // namespace platform

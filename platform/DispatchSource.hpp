@@ -17,20 +17,30 @@ class DispatchSource {
     virtual ~DispatchSource() = default;
 };
 
-/// Watches an open file: the handler runs once, when the path no longer names this file, because the name has been
-/// removed, renamed, moved or given to another file. Other names of the file don't matter. What happened to the path
-/// before this call counts too; that a folder above it is moved is not noticed at once.
-/// @param descriptor  an open descriptor of the file; borrowed for the call
-/// @return null when the system can't watch the file
-/// Never waits for the file to change. Any thread; the handler runs on the queue.
-std::unique_ptr<DispatchSource> dispatch_source_vnode(int descriptor, const std::string& path, DispatchQueue& queue,
-                                                      std::function<void()> handler);
+/// Makes sources. Any thread; a source's handler runs on its queue.
+class DispatchSources {
+  public:
+    using Date = std::chrono::system_clock::time_point;
+    using Handler = std::function<void()>;
 
-/// Runs the handler once at a moment of the wall clock: later set clocks, time-zone changes and suspends included. A
-/// moment that has passed fires at once.
-/// @return null when the system has no timer left
-/// Never blocks. Any thread; the handler runs on the queue.
-std::unique_ptr<DispatchSource> dispatch_source_timer(std::chrono::system_clock::time_point fireDate,
-                                                      DispatchQueue& queue, std::function<void()> handler);
+    virtual ~DispatchSources() = default;
+
+    /// Watches an open file: the handler runs once, when the path no longer names this file, because the name has been
+    /// removed, renamed, moved or given to another file. Other names of the file don't matter. What happened to the
+    /// path before this call counts too; that a folder above it is moved is not noticed at once.
+    /// @param descriptor  an open descriptor of the file; borrowed for the call
+    /// @return null when the system can't watch the file
+    /// Never waits for the file to change.
+    [[nodiscard]] virtual std::unique_ptr<DispatchSource> dispatch_source_vnode(int descriptor, const std::string& path,
+                                                                                DispatchQueue& queue,
+                                                                                Handler handler) = 0;
+
+    /// Runs the handler once at a moment of the wall clock: later set clocks, time-zone changes and suspends included.
+    /// A moment that has passed fires at once.
+    /// @return null when the system has no timer left
+    /// Never blocks.
+    [[nodiscard]] virtual std::unique_ptr<DispatchSource> dispatch_source_timer(Date fireDate, DispatchQueue& queue,
+                                                                                Handler handler) = 0;
+};
 
 }  // namespace platform

@@ -26,7 +26,4 @@ class FileAttributes {
     virtual std::optional<std::chrono::system_clock::time_point> birthTime(const std::string& path) = 0;
 };
 
-/// The system's own.
-FileAttributes& systemFileAttributes();
-
 }  // namespace platform

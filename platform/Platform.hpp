@@ -10,7 +10,9 @@ namespace platform {
 class Clock;
 class CFRunLoop;
 class CFRunLoops;
+class Directories;
 class DispatchQueue;
+class DispatchSources;
 class FileAttributes;
 class IORegistry;
 class MainQueue;
@@ -33,7 +35,9 @@ struct Platform {
     ScriptRunner* scriptRunner = nullptr;            ///< must be set
     NSExceptionHandler* exceptionHandler = nullptr;  ///< must be set
     WallClock* wallClock = nullptr;                  ///< stand-in: the machine's time of day
-    FileAttributes* fileAttributes = nullptr;        ///< stand-in: the system's
+    FileAttributes* fileAttributes = nullptr;        ///< stand-in: files keep none
+    Directories* directories = nullptr;              ///< stand-in: the user has no folders
+    DispatchSources* dispatchSources = nullptr;      ///< stand-in: nothing can be watched
     void (*log)(const std::string& line) = nullptr;  ///< stand-in: standard error
     /// As openFailureText() below; stand-in: nothing is known.
     std::string (*describeOpenFailure)(const std::string& registryPath, IOReturn result) = nullptr;
@@ -64,6 +68,8 @@ ScriptRunner& scriptRunner();
 NSExceptionHandler& defaultExceptionHandler();
 WallClock& wallClock();
 FileAttributes& fileAttributes();
+Directories& directories();
+DispatchSources& dispatchSources();
 
 /// Now, by the process's clock.
 double CFAbsoluteTimeGetCurrent();

@@ -10,6 +10,7 @@
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
 #include "app/Util/Logging/DDTTYLogger.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -162,6 +163,7 @@ int main(int argc, char** argv) {
     const int null = ::open("/dev/null", O_WRONLY);
     if (null < 0 || ::dup2(null, STDERR_FILENO) < 0) return 1;
 
+    const platform::PlatformScope scope(platform::withLinuxFiles());
     disabledLevel();
     std::printf("%d messages, %d synchronous ones\n", messages, synchronous);
     compareThroughput("messages from 1 thread", PeerMode::Asynchronous, folder, 1, messages, 1);

@@ -1,15 +1,22 @@
 #include "platform/Platform.hpp"
 
 #include "platform/CFRunLoop.hpp"
+#include "platform/Directories.hpp"
+#include "platform/DispatchSource.hpp"
 #include "platform/FileAttributes.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/NSUserDefaults.hpp"
 #include "platform/WallClock.hpp"
 #include "platform/common/MachineClock.hpp"
 
+#include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <random>
 #include <string_view>
 #include <utility>
@@ -51,6 +58,26 @@ class MachineWallClock final : public WallClock {
     Date now() override { return std::chrono::system_clock::now(); }
 };
 
+class NoAttributes final : public FileAttributes {
+    int setxattr(const std::string&, const std::string&, const std::string&) override { return ENOTSUP; }
+    int fsetxattr(int, const std::string&, const std::string&) override { return ENOTSUP; }
+    int getxattr(const std::string&, const std::string&, std::string&) override { return ENOTSUP; }
+    int removexattr(const std::string&, const std::string&) override { return ENOTSUP; }
+    std::optional<std::chrono::system_clock::time_point> birthTime(const std::string&) override { return {}; }
+};
+
+class NoDirectories final : public Directories {
+    std::string applicationSupportDirectory() const override { return {}; }
+    std::string cachesDirectory() const override { return {}; }
+    std::string preferencesDirectory() const override { return {}; }
+};
+
+class NoSources final : public DispatchSources {
+    using Made = std::unique_ptr<DispatchSource>;
+    Made dispatch_source_vnode(int, const std::string&, DispatchQueue&, Handler) override { return nullptr; }
+    Made dispatch_source_timer(Date, DispatchQueue&, Handler) override { return nullptr; }
+};
+
 /// What the composition root left out and nothing can stand in for is a mistake in the program.
 template <typename T>
 T& required(T* object, const char* name) {
@@ -61,6 +88,13 @@ T& required(T* object, const char* name) {
     return *object;
 }
 
+template <typename StandIn, typename Port>
+Port& orStandIn(Port* object) {
+    // Never destroyed: a thread may still ask while the process ends.
+    static auto& standIn = *new StandIn;
+    return object ? *object : standIn;
+}
+
 }  // namespace
 
 PlatformScope::PlatformScope(const Platform& platform) : mPrevious(std::exchange(gPlatform, platform)) {}
@@ -69,9 +103,7 @@ PlatformScope::~PlatformScope() {
 }
 
 Clock& systemClock() {
-    // Never destroyed, as the other stand-ins: a thread may still ask while the process ends.
-    static auto& machine = *new MachineClock;
-    return gPlatform.clock ? *gPlatform.clock : machine;
+    return orStandIn<MachineClock>(gPlatform.clock);
 }
 
 IORegistry& kIOMasterPortDefault() {
@@ -94,22 +126,27 @@ NSExceptionHandler& defaultExceptionHandler() {
 }
 
 NSBundle& mainBundle() {
-    static auto& empty = *new EmptyBundle;
-    return gPlatform.mainBundle ? *gPlatform.mainBundle : empty;
+    return orStandIn<EmptyBundle>(gPlatform.mainBundle);
 }
 
 NSUserDefaults& standardUserDefaults() {
-    static auto& none = *new NoDefaults;
-    return gPlatform.standardUserDefaults ? *gPlatform.standardUserDefaults : none;
+    return orStandIn<NoDefaults>(gPlatform.standardUserDefaults);
 }
 
 WallClock& wallClock() {
-    static auto& machine = *new MachineWallClock;
-    return gPlatform.wallClock ? *gPlatform.wallClock : machine;
+    return orStandIn<MachineWallClock>(gPlatform.wallClock);
 }
 
 FileAttributes& fileAttributes() {
-    return gPlatform.fileAttributes ? *gPlatform.fileAttributes : systemFileAttributes();
+    return orStandIn<NoAttributes>(gPlatform.fileAttributes);
+}
+
+Directories& directories() {
+    return orStandIn<NoDirectories>(gPlatform.directories);
+}
+
+DispatchSources& dispatchSources() {
+    return orStandIn<NoSources>(gPlatform.dispatchSources);
 }
 
 double CFAbsoluteTimeGetCurrent() {

@@ -1,5 +1,6 @@
 #include "IOL/IOL_Packet.hpp"
 #include "WIN/WIN_Trace.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/UsbWorld.hpp"
 
@@ -50,6 +51,10 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionAndItsExchangesInOrder) {
     const TemporaryFolder folder;
     {
         ScriptedDevice world;
+        const platform::PlatformScope scope(platform::withLinuxFiles({.clock = &world.clock,
+                                                                      .runLoops = &world.loops,
+                                                                      .masterPort = &world.usb,
+                                                                      .standardUserDefaults = &world.defaults}));
         ASSERT_EQ(setenv("XDG_CACHE_HOME", folder.path().c_str(), 1), 0);
         PropertyList tree{PropertyList::Dictionary{{"ShowDebug", {PropertyList::Data{1}}}}};
         for (const char* key : {"Settings", "Trovik", "Software"}) tree = {PropertyList::Dictionary{{key, tree}}};

@@ -4,6 +4,7 @@
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
 #include "platform/common/RunLoopMainQueue.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "platform/linux/settings/Bundle.hpp"
 #include "platform/linux/settings/UserDefaults.hpp"
@@ -101,11 +102,11 @@ class SettingsTest : public ::testing::Test {
     support::ManualClock mClock;
     Bundle mBundle{*this};
     Defaults mDefaults{*this};
-    const platform::PlatformScope mScope{{.clock = &mClock,
-                                          .runLoops = &mRunLoops,
-                                          .mainQueue = &mMainQueue,
-                                          .mainBundle = &mBundle,
-                                          .standardUserDefaults = &mDefaults}};
+    const platform::PlatformScope mScope{platform::withLinuxFiles({.clock = &mClock,
+                                                                   .runLoops = &mRunLoops,
+                                                                   .mainQueue = &mMainQueue,
+                                                                   .mainBundle = &mBundle,
+                                                                   .standardUserDefaults = &mDefaults})};
 
   protected:
     const std::filesystem::path caches = mFolder + "/caches";

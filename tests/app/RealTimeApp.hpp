@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/qt/QtMainQueue.hpp"
 #include "tests/app/AppWorld.hpp"
 #include "tests/support/TemporaryFolder.hpp"
@@ -74,13 +75,13 @@ class RealTimeApp {
     simulator::RecordingExceptionHandler exceptions;
 
   private:
-    platform::PlatformScope mScope{{.runLoops = &mUsb.runLoops(),
-                                    .masterPort = &mUsb.registry(),
-                                    .mainQueue = &mMainQueue,
-                                    .globalQueue = &mGlobalQueue,
-                                    .mainBundle = &mBundle,
-                                    .scriptRunner = &mScripts,
-                                    .exceptionHandler = &exceptions}};
+    platform::PlatformScope mScope{platform::withLinuxFiles({.runLoops = &mUsb.runLoops(),
+                                                             .masterPort = &mUsb.registry(),
+                                                             .mainQueue = &mMainQueue,
+                                                             .globalQueue = &mGlobalQueue,
+                                                             .mainBundle = &mBundle,
+                                                             .scriptRunner = &mScripts,
+                                                             .exceptionHandler = &exceptions})};
 
   public:
     AppDelegate controller{[](int) {}};

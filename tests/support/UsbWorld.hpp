@@ -6,7 +6,6 @@
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/ScriptedUsb.hpp"
 
-#include <stdlib.h>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,9 +18,7 @@ using std::chrono::milliseconds;
 /// A world from whose registry a USB link can be opened.
 class UsbWorld : public simulator::SimulatedWorld {
   public:
-    explicit UsbWorld(simulator::Profile profile = {}) : SimulatedWorld(std::move(profile)) {
-        setenv("XDG_CACHE_HOME", "/nonexistent", 1);  // traces, where nobody switches them on, get no folder
-    }
+    using SimulatedWorld::SimulatedWorld;
 
     iou::UsbLink_t open(const std::string& registryPath) {
         return {mCancel, registryPath, iou::UsbLink_t::PacketCheckingModeDefault, iol::gcDefaultTimeout};

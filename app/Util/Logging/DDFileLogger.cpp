@@ -119,18 +119,18 @@ int DDFileLogger::currentLogFileHandle() {
     mCurrentLogFileHandle = std::move(handle);
     mOffset = static_cast<std::uint64_t>(status.st_size);
     scheduleTimerToRollLogFileDueToAge();
-    mCurrentLogFileVnode =
-        platform::dispatch_source_vnode(mCurrentLogFileHandle.get(), info.filePath(), internalQueue(),
-                                        [this] { performWithinDelivery([this] { rollLogFileNow(); }); });
+    mCurrentLogFileVnode = platform::dispatchSources().dispatch_source_vnode(
+        mCurrentLogFileHandle.get(), info.filePath(), internalQueue(),
+        [this] { performWithinDelivery([this] { rollLogFileNow(); }); });
     return mCurrentLogFileHandle.get();
 }
 
 void DDFileLogger::scheduleTimerToRollLogFileDueToAge() {
     mRollingTimer.reset();
     if (!mCurrentLogFileInfo || mRollingFrequency <= 0) return;
-    mRollingTimer = platform::dispatch_source_timer(rollDate(*mCurrentLogFileInfo), internalQueue(), [this] {
-        performWithinDelivery([this] { maybeRollLogFileDueToAge(); });
-    });
+    mRollingTimer = platform::dispatchSources().dispatch_source_timer(
+        rollDate(*mCurrentLogFileInfo), internalQueue(),
+        [this] { performWithinDelivery([this] { maybeRollLogFileDueToAge(); }); });
 }
 
 void DDFileLogger::maybeRollLogFileDueToAge() {

@@ -39,7 +39,8 @@ std::vector<std::string> pathsOf(const std::vector<DDLogFileInfo>& infos) {
 }  // namespace
 
 DDLogFileManagerDefault::DDLogFileManagerDefault(std::string logsDirectory)
-    : mLogsDirectory(logsDirectory.empty() ? platform::cachesDirectory() + "/Logs" : std::move(logsDirectory)) {
+    : mLogsDirectory(logsDirectory.empty() ? platform::directories().cachesDirectory() + "/Logs"
+                                           : std::move(logsDirectory)) {
     std::error_code ignored;
     fs::create_directories(mLogsDirectory, ignored);
     setMaximumNumberOfLogFiles(kDefaultMaximumNumberOfLogFiles);

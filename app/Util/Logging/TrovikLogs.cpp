@@ -21,7 +21,7 @@ void TrovikLogs::initLogLevel() {
 const std::string& TrovikLogs::logsDirectory() {
     // Never destroyed: the file logger may roll until the very end of the process.
     static const std::string& folder = *new std::string([] {
-        std::string path = platform::applicationSupportDirectory();
+        std::string path = platform::directories().applicationSupportDirectory();
         if (path.empty()) return path;
         path += "/Trovik/ResetTool";
         std::error_code ignored;

@@ -3,13 +3,14 @@
 #include "WIN/WIN_DebugServer.hpp"
 #include "WIN/WIN_Encoding.hpp"
 #include "platform/Directories.hpp"
+#include "platform/Platform.hpp"
 
 #include <sys/stat.h>
 
 namespace win {
 
 std::wstring DebugFileDirectory() {
-    const std::string caches = platform::cachesDirectory();
+    const std::string caches = platform::directories().cachesDirectory();
     return caches.empty() ? std::wstring() : glo::wstring(caches, Utf8Encoding()) + L"/Trovik/";
 }
 

@@ -1,7 +1,7 @@
 #include "platform/linux/settings/UserDefaults.hpp"
 
-#include "platform/Directories.hpp"
 #include "platform/Platform.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/settings/PropertyListFile.hpp"
 
 #include <cerrno>
@@ -102,7 +102,7 @@ struct Integer {
 UserDefaults::UserDefaults(std::string domain, std::string folder)
     : mDomain(std::move(domain)), mFolder(std::move(folder)) {
     if (mFolder.empty()) {
-        if (const std::string preferences = preferencesDirectory(); !preferences.empty()) {
+        if (const std::string preferences = XdgDirectories().preferencesDirectory(); !preferences.empty()) {
             mFolder = preferences + "/Trovik";
         }
     }

@@ -19,7 +19,7 @@ namespace platform {
 class UserDefaults : public NSUserDefaults {
   public:
     /// @param domain  the application's own, its bundle identifier; without one there are no preferences
-    /// @param folder  made with its parents at the first write; empty for "Trovik" in preferencesDirectory()
+    /// @param folder  made with its parents at the first write; empty for "Trovik" in the user's preferences folder
     explicit UserDefaults(std::string domain, std::string folder = {});
 
     std::optional<PropertyList> objectForKey(const std::string& key) const override;

@@ -1,7 +1,7 @@
 // Queues and what is delivered on them: the logging's are their only users.
-#include "platform/DispatchSource.hpp"
 #include "platform/common/FileDescriptor.hpp"
 #include "platform/common/SerialQueue.hpp"
+#include "platform/linux/loop/LinuxDispatchSources.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 #include <gmock/gmock.h>
@@ -80,6 +80,8 @@ TEST(SerialQueue, BlockThatThrowsOrLetsGoOfTheQueueHarmsNothing) {
     EXPECT_EQ(left, 0);
 }
 
+platform::LinuxDispatchSources sources;
+
 // The file logger's tests show what tells of a file's end, and what does not.
 TEST(VnodeSource, FileThatHasLostItsNameBeforeIsToldOf) {
     const support::TemporaryFolder folder;
@@ -88,7 +90,7 @@ TEST(VnodeSource, FileThatHasLostItsNameBeforeIsToldOf) {
     std::filesystem::remove(path);
     platform::SerialQueue queue("vnode");
     std::latch told(1);
-    const auto source = platform::dispatch_source_vnode(file.get(), path, queue, [&] { told.count_down(); });
+    const auto source = sources.dispatch_source_vnode(file.get(), path, queue, [&] { told.count_down(); });
     told.wait();
 }
 
@@ -96,7 +98,7 @@ TEST(TimerSource, FiresNotBeforeItsMoment) {
     platform::SerialQueue queue("timer");
     const auto date = std::chrono::system_clock::now() + 20ms;
     std::latch fired(1);
-    const auto source = platform::dispatch_source_timer(date, queue, [&] {
+    const auto source = sources.dispatch_source_timer(date, queue, [&] {
         EXPECT_GE(std::chrono::system_clock::now(), date);
         fired.count_down();
     });
@@ -108,10 +110,10 @@ TEST(TimerSource, HandlerThatAlreadyWaitsInTheQueueDoesNotRunAfterTheCancel) {
     std::atomic<bool> ran{false};
     std::latch fired(1);
     queue.dispatch_sync([&] {
-        auto cancelled = platform::dispatch_source_timer({}, queue, [&] { ran = true; });
+        auto cancelled = sources.dispatch_source_timer({}, queue, [&] { ran = true; });
         // The second timer is behind the first one; once it is delivered, so is the first.
         platform::SerialQueue other("other");
-        const auto behind = platform::dispatch_source_timer({}, other, [&] { fired.count_down(); });
+        const auto behind = sources.dispatch_source_timer({}, other, [&] { fired.count_down(); });
         fired.wait();
         cancelled.reset();
     });

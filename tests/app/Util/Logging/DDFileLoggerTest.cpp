@@ -4,12 +4,11 @@
 #include "app/Util/Logging/impl/DDLogFileMarks.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/DispatchSource.hpp"
-#include "platform/FileAttributes.hpp"
 #include "platform/common/RunLoopMainQueue.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "tests/app/Util/Logging/LoggingSupport.hpp"
 
-#include <cerrno>
 #include <mutex>
 #include <semaphore>
 #include <sys/resource.h>
@@ -41,27 +40,17 @@ class TellingManager final : public DDLogFileManagerDefault {
     std::counting_semaphore<> rolls{0};
 };
 
-/// A file system without attributes.
-class NoFileAttributes final : public platform::FileAttributes {
-  public:
-    int setxattr(const std::string&, const std::string&, const std::string&) override { return ENOTSUP; }
-    int fsetxattr(int, const std::string&, const std::string&) override { return ENOTSUP; }
-    int getxattr(const std::string&, const std::string&, std::string&) override { return ENOTSUP; }
-    int removexattr(const std::string&, const std::string&) override { return ENOTSUP; }
-    std::optional<std::chrono::system_clock::time_point> birthTime(const std::string&) override { return {}; }
-};
-
 /// All file logger tests run with the system's attributes and without any.
 class FileLogger : public testing::TestWithParam<bool> {
   protected:
     FileLogger() {
-        platform::Platform services;
+        platform::Platform services = platform::withLinuxFiles();
         services.log = [](const std::string& line) {
             const std::lock_guard lock(mutex);
             systemLog.push_back(line);
         };
         services.mainQueue = &mainQueue;
-        if (GetParam()) services.fileAttributes = &mNone;
+        if (GetParam()) services.fileAttributes = nullptr;
         mScope.emplace(services);
         takeSystemLog();
         manager->setMaximumNumberOfLogFiles(0);
@@ -103,7 +92,6 @@ class FileLogger : public testing::TestWithParam<bool> {
     static inline Texts systemLog;  ///< under mutex
     platform::AsioRunLoops runLoops;
     platform::RunLoopMainQueue mainQueue{runLoops};
-    NoFileAttributes mNone;
     std::optional<platform::PlatformScope> mScope;
     support::TemporaryFolder folder;
     std::shared_ptr<TellingManager> manager = std::make_shared<TellingManager>(folder.path().string());
@@ -174,7 +162,8 @@ TEST_P(FileLogger, FileThatEndsIsLeftAndWhatFollowsIsKeptAlsoWhatAnotherLoggerOf
         // No end of it. A timer is delivered behind what the file has told so far.
         run("chmod 640 $F; ln $F backup; mv backup renamed; rm renamed");
         std::binary_semaphore behind(0);
-        const auto timer = platform::dispatch_source_timer({}, *logger->loggerQueue(), [&] { behind.release(); });
+        const auto timer =
+            platform::dispatchSources().dispatch_source_timer({}, *logger->loggerQueue(), [&] { behind.release(); });
         behind.acquire();
         EXPECT_FALSE(manager->rolls.try_acquire());
         // The other one is busy until there is a new file.

@@ -5,6 +5,7 @@
 #include "app/Util/Logging/DDTTYLogger.hpp"
 #include "app/Util/Logging/VundLogFileManager.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "tests/app/Util/Logging/LoggingSupport.hpp"
 
 #include <gmock/gmock.h>
@@ -56,6 +57,7 @@ class LoggingProcess : public testing::Test {
         return text;
     }
 
+    const platform::PlatformScope mScope{platform::withLinuxFiles()};
     std::optional<support::TemporaryFolder> mFolder;
     std::string data;
 };

@@ -3,6 +3,7 @@
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "app/Util/Logging/VundLogFileManager.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
 #include "tests/app/Util/Logging/LoggingSupport.hpp"
 
 #include <atomic>
@@ -48,11 +49,11 @@ class VundLogFileManagerTest : public testing::Test {
     VundLogFileManagerTest() {
         static const support::TemporaryFolder data;
         ::setenv("XDG_DATA_HOME", data.path().c_str(), 1);
-        std::filesystem::remove_all(TrovikLogs::logsDirectory());
-        std::filesystem::create_directories(TrovikLogs::logsDirectory());
-        platform::Platform services;
+        platform::Platform services = platform::withLinuxFiles();
         services.wallClock = &clock;
         mScope.emplace(services);
+        std::filesystem::remove_all(TrovikLogs::logsDirectory());
+        std::filesystem::create_directories(TrovikLogs::logsDirectory());
     }
 
     static std::string inFolder(const std::string& name) { return TrovikLogs::logsDirectory() + "/" + name; }

@@ -1,4 +1,4 @@
-#include "platform/DispatchSource.hpp"
+#include "platform/linux/loop/LinuxDispatchSources.hpp"
 
 #include "platform/Dispatch.hpp"
 #include "platform/common/FileDescriptor.hpp"
@@ -208,8 +208,9 @@ std::unique_ptr<DispatchSource> makeSource(std::unique_ptr<Event> event, Dispatc
 
 }  // namespace
 
-std::unique_ptr<DispatchSource> dispatch_source_vnode(int descriptor, const std::string& path, DispatchQueue& queue,
-                                                      std::function<void()> handler) {
+std::unique_ptr<DispatchSource> LinuxDispatchSources::dispatch_source_vnode(int descriptor, const std::string& path,
+                                                                            DispatchQueue& queue,
+                                                                            std::function<void()> handler) {
     FileDescriptor inotify(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     struct stat file {};
     if (!inotify || ::fstat(descriptor, &file) != 0) return nullptr;
@@ -223,8 +224,8 @@ std::unique_ptr<DispatchSource> dispatch_source_vnode(int descriptor, const std:
     return makeSource(std::move(event), queue, std::move(handler));
 }
 
-std::unique_ptr<DispatchSource> dispatch_source_timer(std::chrono::system_clock::time_point fireDate,
-                                                      DispatchQueue& queue, std::function<void()> handler) {
+std::unique_ptr<DispatchSource> LinuxDispatchSources::dispatch_source_timer(
+    std::chrono::system_clock::time_point fireDate, DispatchQueue& queue, std::function<void()> handler) {
     using namespace std::chrono;
     // Not before the first nanosecond: a zero time would disarm the timer.
     const nanoseconds since = std::max<nanoseconds>(fireDate.time_since_epoch(), nanoseconds(1));
