@@ -328,9 +328,7 @@ TEST(AppDelegate, ListenerThatGetsNoLoopIsNotWaitedFor) {
     struct NoLoops final : platform::CFRunLoops {
         std::shared_ptr<platform::CFRunLoop> CFRunLoopGetCurrent() override { throw std::runtime_error("none"); }
     } noLoops;
-    platform::Platform platform;
-    platform.runLoops = &noLoops;
-    const platform::PlatformScope scope(platform);
+    const platform::PlatformScope scope({.runLoops = &noLoops});
     ControllerLog log;
     AppDelegate().applicationWillFinishLaunching();
     EXPECT_EQ(log.take(), kUnopened);

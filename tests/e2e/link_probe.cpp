@@ -14,10 +14,7 @@
 int main() {
     platform::AsioRunLoops loops;
     platform::UdevRegistry registry(loops);
-    platform::Platform services;
-    services.masterPort = &registry;
-    services.runLoops = &loops;
-    const platform::PlatformScope scope(services);
+    const platform::PlatformScope scope({.runLoops = &loops, .masterPort = &registry});
     constexpr unsigned short kUnknownId = 4000;  // the device takes it and has no answer
     constexpr std::size_t kHeader = 12;
     try {

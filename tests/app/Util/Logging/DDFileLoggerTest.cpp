@@ -44,12 +44,7 @@ class TellingManager final : public DDLogFileManagerDefault {
 class FileLogger : public testing::TestWithParam<bool> {
   protected:
     FileLogger() {
-        platform::Platform services = platform::withLinuxFiles();
-        services.log = [](const std::string& line) {
-            const std::lock_guard lock(mutex);
-            systemLog.push_back(line);
-        };
-        services.mainQueue = &mainQueue;
+        platform::Platform services = platform::withLinuxFiles({.mainQueue = &mainQueue, .log = keepLine});
         if (GetParam()) services.fileAttributes = nullptr;
         mScope.emplace(services);
         takeSystemLog();
@@ -57,6 +52,10 @@ class FileLogger : public testing::TestWithParam<bool> {
         logger.emplace(manager);
     }
 
+    static void keepLine(const std::string& line) {
+        const std::lock_guard lock(mutex);
+        systemLog.push_back(line);
+    }
     /// What went to the system log.
     static Texts takeSystemLog() {
         const std::lock_guard lock(mutex);

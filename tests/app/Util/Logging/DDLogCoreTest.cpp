@@ -280,9 +280,7 @@ TEST(DDLog, MessageHasTheTimeOfItsCallHoweverLongThatWaitsForRoom) {
         std::atomic<int> reads{0};
         std::binary_semaphore beyondTheBound{0};
     } clock;
-    platform::Platform services;
-    services.wallClock = &clock;
-    const platform::PlatformScope scope(services);
+    const platform::PlatformScope scope({.wallClock = &clock});
     const auto logger = std::make_shared<RecordingLogger>([&, first = true](const auto&) mutable {
         if (!std::exchange(first, false)) return;
         EXPECT_TRUE(clock.beyondTheBound.try_acquire_for(std::chrono::seconds(10)));

@@ -22,9 +22,7 @@ TEST(SystemLog, LinesAreErrorsThatAreWrittenAtOnceAndEarlyOnesWhenTheLoggersAreT
 TEST(SystemLog, LineFromALoggerOrTheLoggingQueueGoesToStandardErrorAndWaitsForNothing) {
     static SystemLog log;
     log.loggersAreAdded();
-    platform::Platform services;
-    services.log = [](const std::string& line) { log.write(line); };
-    const platform::PlatformScope scope(services);
+    const platform::PlatformScope scope({.log = [](const std::string& line) { log.write(line); }});
     struct Logger final : DDAbstractLogger {
         void logMessage(const DDLogMessage& message) override {
             platform::NSLog("no paper for %s\n", message.logMsg.c_str());

@@ -49,9 +49,6 @@ class VundLogFileManagerTest : public testing::Test {
     VundLogFileManagerTest() {
         static const support::TemporaryFolder data;
         ::setenv("XDG_DATA_HOME", data.path().c_str(), 1);
-        platform::Platform services = platform::withLinuxFiles();
-        services.wallClock = &clock;
-        mScope.emplace(services);
         std::filesystem::remove_all(TrovikLogs::logsDirectory());
         std::filesystem::create_directories(TrovikLogs::logsDirectory());
     }
@@ -74,7 +71,7 @@ class VundLogFileManagerTest : public testing::Test {
 
     TimeZone zone{"Europe/Berlin"};
     ManualWallClock clock;
-    std::optional<platform::PlatformScope> mScope;
+    const platform::PlatformScope mScope{platform::withLinuxFiles({.wallClock = &clock})};
     std::shared_ptr<VundLogFileManager> manager = std::make_shared<VundLogFileManager>("ResetTool");
 };
 
