@@ -23,6 +23,7 @@ class FileDescriptor {
     FileDescriptor& operator=(const FileDescriptor&) = delete;
 
     int get() const { return mDescriptor; }
+    int release() noexcept { return std::exchange(mDescriptor, -1); }  ///< gives it up, open, to another owner
     explicit operator bool() const { return mDescriptor >= 0; }
     void reset() {
         if (mDescriptor >= 0) ::close(std::exchange(mDescriptor, -1));

@@ -1,216 +1,125 @@
 #include "platform/linux/loop/LinuxDispatchSources.hpp"
 
 #include "platform/Dispatch.hpp"
+#include "platform/common/Boundary.hpp"
 #include "platform/common/FileDescriptor.hpp"
 
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/thread_pool.hpp>
+
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
-#include <map>
 #include <mutex>
-#include <string>
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/timerfd.h>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 namespace platform {
 namespace {
 
-/// A kernel object that becomes readable, and what it means when it does.
-class Event {
+using boost::asio::posix::stream_descriptor;
+
+/// Never destroyed, nor is its thread ended: sources may be made and cancelled until the very end of the process.
+boost::asio::thread_pool& eventThread() {
+    static auto& thread = *new boost::asio::thread_pool(1);
+    return thread;
+}
+
+/// Reads a descriptor and tells whether what a source waits for has happened. Never blocks.
+using HasHappened = std::function<bool(int descriptor)>;
+
+/// A kernel object that becomes readable, what it means when it does, and whom to tell. A source shares it with a block
+/// that waits in the queue, and for moments with the event thread.
+class Event : public std::enable_shared_from_this<Event> {
   public:
-    explicit Event(FileDescriptor descriptor) : mDescriptor(std::move(descriptor)) {}
-    virtual ~Event() = default;
-    int descriptor() const { return mDescriptor.get(); }
-    virtual bool hasHappened() = 0;  ///< reads the descriptor; never blocks
-
-  private:
-    FileDescriptor mDescriptor;
-};
-
-class VnodeEvent final : public Event {
-  public:
-    VnodeEvent(FileDescriptor inotify, const struct stat& file, std::string path)
-        : Event(std::move(inotify)), mDevice(file.st_dev), mInode(file.st_ino), mPath(std::move(path)) {}
-
-    bool hasHappened() override {
-        alignas(inotify_event) char buffer[4096];
-        while (::read(descriptor(), buffer, sizeof buffer) > 0) {
-        }
-        return hasLostItsName();
+    /// @throws boost::system::system_error  no descriptor or no thread is left
+    Event(FileDescriptor descriptor, HasHappened hasHappened, DispatchQueue& queue, std::function<void()> handler)
+        : mHasHappened(std::move(hasHappened)),
+          mHandler(std::move(handler)),
+          mDescriptor(eventThread(), descriptor.get()),
+          mQueue(&queue) {
+        descriptor.release();
     }
 
-    // What the kernel tells is only that something may have happened to the name. It tells of a deletion once the last
-    // descriptor is closed, and ours is open; and the count of a file's names says nothing of this one, since another
-    // may have been added in the same moment.
-    bool hasLostItsName() const {
-        struct stat status {};
-        if (::lstat(mPath.c_str(), &status) == 0) return status.st_dev != mDevice || status.st_ino != mInode;
-        return errno == ENOENT || errno == ENOTDIR;
+    void start() {
+        const std::lock_guard lock(mLock);
+        wait();
     }
 
-  private:
-    dev_t mDevice;
-    ino_t mInode;
-    std::string mPath;
-};
-
-class TimerEvent final : public Event {
-  public:
-    TimerEvent(FileDescriptor timer, const itimerspec& when) : Event(std::move(timer)), mWhen(when) {}
-
-    bool arm() const {
-        // Told of every step of the clock, so that no step can leave the timer behind.
-        return ::timerfd_settime(descriptor(), TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &mWhen, nullptr) == 0;
-    }
-
-    bool hasHappened() override {
-        std::uint64_t count = 0;
-        if (::read(descriptor(), &count, sizeof count) == static_cast<ssize_t>(sizeof count)) return true;
-        // The clock has been set. A moment that has passed meanwhile makes the timer readable again at once.
-        if (errno == ECANCELED) return !arm();
-        return false;
+    void cancel() noexcept {
+        const std::lock_guard lock(mLock);
+        mQueue = nullptr;
+        boost::system::error_code ignored;
+        mDescriptor.close(ignored);
     }
 
   private:
-    itimerspec mWhen;
-};
-
-struct Watched {
-    std::unique_ptr<Event> event;
-    DispatchQueue* queue;
-    std::function<void()> block;
-};
-
-/// One thread that waits for all sources of the process; it exists while there is a source.
-class SourceLoop {
-  public:
-    static std::shared_ptr<SourceLoop> shared() {
-        // Never destroyed: sources may be cancelled until the very end of the process.
-        static auto& lock = *new std::mutex;
-        static auto& current = *new std::weak_ptr<SourceLoop>;
-        const std::lock_guard guard(lock);
-        std::shared_ptr<SourceLoop> loop = current.lock();
-        if (!loop) current = loop = std::make_shared<SourceLoop>();
-        return loop;
+    void wait() {  // mLock held
+        mDescriptor.async_wait(stream_descriptor::wait_read, [weak = weak_from_this()](const auto& error) {
+            if (const auto self = weak.lock(); self && !error)
+                runGuarded([&] { self->look(); }, "LinuxDispatchSources", __LINE__);
+        });
     }
 
-    SourceLoop() : mEpoll(::epoll_create1(EPOLL_CLOEXEC)), mStop(::eventfd(0, EFD_CLOEXEC)) {
-        epoll_event event{};
-        event.events = EPOLLIN;
-        if (!mEpoll || !mStop || ::epoll_ctl(mEpoll.get(), EPOLL_CTL_ADD, mStop.get(), &event) != 0)
-            throw std::system_error(errno, std::generic_category(), "epoll");
-        mThread = std::thread([this] { run(); });
-    }
-
-    ~SourceLoop() {
-        const std::uint64_t one = 1;
-        while (::write(mStop.get(), &one, sizeof one) < 0 && errno == EINTR) {
-        }
-        mThread.join();
-    }
-
-    /// @return 0 when the kernel refuses
-    std::uint64_t add(Watched watched) {
-        const std::lock_guard guard(mLock);
-        const std::uint64_t id = ++mLastId;
-        epoll_event event{};
-        event.events = EPOLLIN;
-        event.data.u64 = id;
-        if (::epoll_ctl(mEpoll.get(), EPOLL_CTL_ADD, watched.event->descriptor(), &event) != 0) return 0;
-        mWatched.emplace(id, std::move(watched));
-        return id;
-    }
-
-    void remove(std::uint64_t id) {
-        decltype(mWatched)::node_type gone;  // destroyed, and its descriptor closed, outside of the lock
-        const std::lock_guard guard(mLock);
-        gone = mWatched.extract(id);
-    }
-
-  private:
-    void run() {
-        for (;;) {
-            epoll_event event{};
-            const int count = ::epoll_wait(mEpoll.get(), &event, 1, -1);
-            if (count < 0 && errno != EINTR) return;
-            if (count <= 0) continue;
-            if (event.data.u64 == 0) return;
-            fire(event.data.u64);
-        }
-    }
-
-    void fire(std::uint64_t id) {
-        try {
-            hand(id);
-        } catch (...) {
-            // Not to the log: it may be waiting for a delivery that is giving up the last source, which waits for this
-            // thread.
-            std::fprintf(stderr, "Unknown exception caught at %s, %d\n", "DispatchSource", __LINE__);
-        }
-    }
-
-    void hand(std::uint64_t id) {
-        const std::lock_guard guard(mLock);
-        const auto found = mWatched.find(id);
-        if (found == mWatched.end() || !found->second.event->hasHappened()) return;
-        ::epoll_ctl(mEpoll.get(), EPOLL_CTL_DEL, found->second.event->descriptor(), nullptr);
+    void look() {
+        const std::lock_guard lock(mLock);
+        if (!mQueue) return;
+        if (!mHasHappened(mDescriptor.native_handle())) return wait();
         // The lock is kept, since only it keeps the queue alive here; a queue's own lock is taken last everywhere.
-        found->second.queue->dispatch_async(std::move(found->second.block));
+        mQueue->dispatch_async([self = shared_from_this()] {
+            if (const std::unique_lock isWanted(self->mLock); !self->mQueue) return;
+            self->mHandler();
+        });
     }
 
-    FileDescriptor mEpoll;
-    FileDescriptor mStop;
+    const HasHappened mHasHappened;
+    const std::function<void()> mHandler;
     std::mutex mLock;
-    std::map<std::uint64_t, Watched> mWatched;  ///< behind mLock
-    std::uint64_t mLastId = 0;                  ///< behind mLock
-    std::thread mThread;
+    stream_descriptor mDescriptor;  ///< behind mLock
+    DispatchQueue* mQueue;          ///< behind mLock; null once nobody wants to know any more
 };
 
-class LoopSource final : public DispatchSource {
+class Source final : public DispatchSource {
   public:
-    LoopSource(std::shared_ptr<SourceLoop> loop, std::uint64_t id, std::shared_ptr<std::atomic<bool>> cancelled)
-        : mLoop(std::move(loop)), mId(id), mCancelled(std::move(cancelled)) {}
-    ~LoopSource() override {
-        *mCancelled = true;
-        mLoop->remove(mId);
-    }
-    LoopSource(const LoopSource&) = delete;
-    LoopSource& operator=(const LoopSource&) = delete;
+    explicit Source(std::shared_ptr<Event> event) : mEvent(std::move(event)) { mEvent->start(); }
+    ~Source() override { mEvent->cancel(); }
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
 
   private:
-    std::shared_ptr<SourceLoop> mLoop;
-    std::uint64_t mId;
-    std::shared_ptr<std::atomic<bool>> mCancelled;  ///< shared with a block that may still wait in the queue
+    const std::shared_ptr<Event> mEvent;
 };
 
-std::unique_ptr<DispatchSource> makeSource(std::unique_ptr<Event> event, DispatchQueue& queue,
+std::unique_ptr<DispatchSource> makeSource(FileDescriptor descriptor, HasHappened hasHappened, DispatchQueue& queue,
                                            std::function<void()> handler) {
     try {
-        auto cancelled = std::make_shared<std::atomic<bool>>(false);
-        auto loop = SourceLoop::shared();
-        const std::uint64_t id = loop->add({std::move(event), &queue, [cancelled, handler = std::move(handler)] {
-                                                if (!*cancelled) handler();
-                                            }});
-        if (id == 0) return nullptr;
-        return std::make_unique<LoopSource>(std::move(loop), id, std::move(cancelled));
-    } catch (const std::system_error&) {
-        return nullptr;  // no descriptor or no thread left
+        return std::make_unique<Source>(
+            std::make_shared<Event>(std::move(descriptor), std::move(hasHappened), queue, std::move(handler)));
+    } catch (const boost::system::system_error&) {
+        return nullptr;
     }
+}
+
+/// Whether a path no longer names a file. What the kernel tells is only that something may have happened to the name.
+/// It tells of a deletion once the last descriptor is closed, and the watcher's is open; and the count of a file's
+/// names says nothing of this one, since another may have been added in the same moment.
+bool hasLostItsName(const struct stat& file, const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) == 0) return status.st_dev != file.st_dev || status.st_ino != file.st_ino;
+    return errno == ENOENT || errno == ENOTDIR;
+}
+
+/// The timer is told of every step of the clock, so that no step can leave it behind.
+bool arm(int timer, const itimerspec& when) {
+    return ::timerfd_settime(timer, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &when, nullptr) == 0;
 }
 
 }  // namespace
 
 std::unique_ptr<DispatchSource> LinuxDispatchSources::dispatch_source_vnode(int descriptor, const std::string& path,
-                                                                            DispatchQueue& queue,
-                                                                            std::function<void()> handler) {
+                                                                            DispatchQueue& queue, Handler handler) {
     FileDescriptor inotify(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     struct stat file {};
     if (!inotify || ::fstat(descriptor, &file) != 0) return nullptr;
@@ -219,24 +128,32 @@ std::unique_ptr<DispatchSource> LinuxDispatchSources::dispatch_source_vnode(int 
     if (::inotify_add_watch(inotify.get(), opened.c_str(), IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF) < 0) {
         if (errno != ENOENT) return nullptr;
     }
-    auto event = std::make_unique<VnodeEvent>(std::move(inotify), file, path);
-    if (event->hasLostItsName()) return dispatch_source_timer({}, queue, std::move(handler));
-    return makeSource(std::move(event), queue, std::move(handler));
+    if (hasLostItsName(file, path)) return dispatch_source_timer({}, queue, std::move(handler));
+    const auto hasHappened = [file, path](int events) {
+        alignas(inotify_event) char buffer[4096];
+        while (::read(events, buffer, sizeof buffer) > 0) {
+        }
+        return hasLostItsName(file, path);
+    };
+    return makeSource(std::move(inotify), hasHappened, queue, std::move(handler));
 }
 
-std::unique_ptr<DispatchSource> LinuxDispatchSources::dispatch_source_timer(
-    std::chrono::system_clock::time_point fireDate, DispatchQueue& queue, std::function<void()> handler) {
+std::unique_ptr<DispatchSource> LinuxDispatchSources::dispatch_source_timer(Date fireDate, DispatchQueue& queue,
+                                                                            Handler handler) {
     using namespace std::chrono;
     // Not before the first nanosecond: a zero time would disarm the timer.
     const nanoseconds since = std::max<nanoseconds>(fireDate.time_since_epoch(), nanoseconds(1));
     const seconds whole = floor<seconds>(since);
-    itimerspec when{};
-    when.it_value.tv_sec = static_cast<time_t>(whole.count());
-    when.it_value.tv_nsec = static_cast<long>((since - whole).count());
-    auto event = std::make_unique<TimerEvent>(
-        FileDescriptor(::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC)), when);
-    if (event->descriptor() < 0 || !event->arm()) return nullptr;
-    return makeSource(std::move(event), queue, std::move(handler));
+    const itimerspec when{{}, {static_cast<time_t>(whole.count()), static_cast<long>((since - whole).count())}};
+    FileDescriptor timer(::timerfd_create(CLOCK_REALTIME, TFD_NONBLOCK | TFD_CLOEXEC));
+    if (!timer || !arm(timer.get(), when)) return nullptr;
+    const auto hasHappened = [when](int expirations) {
+        std::uint64_t count = 0;
+        if (::read(expirations, &count, sizeof count) == static_cast<ssize_t>(sizeof count)) return true;
+        // The clock has been set. A moment that has passed meanwhile makes the timer readable again at once.
+        return errno == ECANCELED && !arm(expirations, when);
+    };
+    return makeSource(std::move(timer), hasHappened, queue, std::move(handler));
 }
 
 }  // namespace platform

@@ -223,6 +223,7 @@ TYPED_TEST(RunLoopContract, RunOfZeroSecondsServesWhatWasReadyAndALongerOneWhatI
 }
 
 TYPED_TEST(RunLoopContract, CallOfAnotherThreadStopsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // the thread of the event sources may be there already
     EXPECT_DEATH(std::thread([this] { this->RunOnce(); }).join(), "used by a thread that does not own it");
     EXPECT_DEATH(std::thread([this] { this->AddDueTimer({}); }).join(), "used by a thread that does not own it");
 }
