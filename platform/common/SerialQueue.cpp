@@ -11,13 +11,6 @@
 #include <utility>
 
 namespace platform {
-namespace {
-
-void runBlock(const std::function<void()>& block) {
-    runGuarded(block, "SerialQueue", __LINE__);
-}
-
-}  // namespace
 
 struct SerialQueue::State {
     explicit State(std::string name) : label(std::move(name)) {}
@@ -36,7 +29,7 @@ struct SerialQueue::State {
 
 void SerialQueue::State::run(const std::function<void()>& block) {
     const QueueFrame frame(this, label.c_str());
-    runBlock(block);
+    runGuarded(block, "SerialQueue", __LINE__);
 }
 
 void SerialQueue::State::work() {
@@ -50,7 +43,7 @@ void SerialQueue::State::work() {
         guard.unlock();
         {
             const QueueFrame frame(this, label.c_str());
-            runBlock(block);
+            runGuarded(block, "SerialQueue", __LINE__);
             // What it holds goes on the queue, and before the lock is taken again: it may be an object that asks
             // which queue it ends on, or the queue itself.
             block = nullptr;
@@ -104,7 +97,7 @@ void SerialQueue::dispatch_sync(const std::function<void()>& block) {
     // Shared, because the thread that counts down touches it once more after this one has seen it.
     const auto done = std::make_shared<std::latch>(1);
     dispatch_async([&block, done] {
-        runBlock(block);
+        runGuarded(block, "SerialQueue", __LINE__);
         done->count_down();
     });
     done->wait();

@@ -16,13 +16,6 @@
 #include <utility>
 
 namespace platform {
-namespace {
-
-void runBlock(const std::function<void()>& block) {
-    runGuarded(block, "QtMainQueue", __LINE__);
-}
-
-}  // namespace
 
 QtPeriod::QtPeriod(CFTimeInterval seconds) {
     constexpr double kLongestPiece = std::numeric_limits<int>::max();
@@ -107,16 +100,16 @@ QtMainQueue::~QtMainQueue() {
 }
 
 void QtMainQueue::dispatch_async(std::function<void()> block) {
-    mMainThread->post([block = std::move(block)] { runBlock(block); });
+    mMainThread->post([block = std::move(block)] { runGuarded(block, "QtMainQueue", __LINE__); });
 }
 
 void QtMainQueue::dispatch_sync(const std::function<void()>& block) {
-    if (mMainThread->isCurrent()) return runBlock(block);
+    if (mMainThread->isCurrent()) return runGuarded(block, "QtMainQueue", __LINE__);
     // A block that is dropped breaks the promise, which ends the wait as well.
     auto done = std::make_shared<std::promise<void>>();
     const std::future<void> future = done->get_future();
     mMainThread->post([&block, done = std::move(done)] {
-        runBlock(block);
+        runGuarded(block, "QtMainQueue", __LINE__);
         done->set_value();
     });
     future.wait();
@@ -139,7 +132,7 @@ std::shared_ptr<NSTimer> QtMainQueue::scheduledTimerWithTimeInterval(CFTimeInter
                 timer->stop();
                 timer->deleteLater();
             }
-            runBlock(handler);
+            runGuarded(handler, "QtMainQueue", __LINE__);
         });
         timer->start(period.milliseconds);
     });

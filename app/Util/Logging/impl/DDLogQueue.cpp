@@ -14,11 +14,6 @@ namespace {
 
 constexpr std::uint64_t kEverything = std::numeric_limits<std::uint64_t>::max();
 
-template <typename Block>
-void runGuarded(const Block& block) noexcept {
-    platform::runGuarded(block, "DDLogQueue", __LINE__);
-}
-
 }  // namespace
 
 DDLogQueue::DDLogQueue(std::string label, Sink& sink) : mLabel(std::move(label)), mSink(sink) {
@@ -47,7 +42,7 @@ bool DDLogQueue::isCurrent() const {
 
 void DDLogQueue::performWithin(const std::function<void()>& block) const noexcept {
     const platform::QueueFrame within(this, nullptr);
-    runGuarded(block);
+    platform::runGuarded(block, "DDLogQueue", __LINE__);
 }
 
 bool DDLogQueue::post(DDLogMessage&& message, bool asynchronous) {
@@ -127,10 +122,11 @@ std::size_t DDLogQueue::deliverFront() {
     std::size_t count = 0;
     for (; count < limit && !mTaken[count].block; ++count) mBatch[count] = &mTaken[count].message;
     const platform::QueueFrame frame(this, mLabel.c_str());
-    runGuarded([&] {
+    const auto deliver = [&] {
         if (count == 0) return std::exchange(mTaken.front().block, nullptr)();
         mSink.deliver({mBatch.data(), count});
-    });
+    };
+    platform::runGuarded(deliver, "DDLogQueue", __LINE__);
     mTaken.erase(mTaken.begin(), mTaken.begin() + static_cast<std::ptrdiff_t>(std::max<std::size_t>(count, 1)));
     return count;
 }
