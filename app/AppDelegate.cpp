@@ -147,10 +147,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     DDLog::addLogger(fileLogger);
     if (!fileLogger) DDLogWarn("No home folder: there are no log files and no traces.");
 
-    const platform::PropertyList::Dictionary& info = platform::mainBundle().infoDictionary();
-    const auto version = info.find("CFBundleShortVersionString");
-    const std::string* const text = version == info.end() ? nullptr : version->second.string();
-    DDLogInfo("Trovik Reset Tool %s has started.", text ? text->c_str() : "");
+    const std::string version = platform::mainBundle().infoString("CFBundleShortVersionString");
+    DDLogInfo("Trovik Reset Tool %s has started.", version.c_str());
 
     platform::defaultExceptionHandler().setDelegate(this);
     mReportsExceptions = true;

@@ -7,19 +7,6 @@
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
 
-#include <string>
-
-namespace {
-
-std::string infoText(const char* key, const char* fallback) {
-    const auto& info = platform::mainBundle().infoDictionary();
-    const auto it = info.find(key);
-    const std::string* text = it == info.end() ? nullptr : it->second.string();
-    return text ? *text : fallback;
-}
-
-}  // namespace
-
 void LegacyIOConfig::configureMetaData() noexcept {
     glo::AutoPtr<win::AppMetaDataContainer_t> container(new win::AppMetaDataContainer_t);
     container->mBuildDate = glo::wstring(win::BuildDate(), win::AsciiEncoding());
@@ -27,7 +14,8 @@ void LegacyIOConfig::configureMetaData() noexcept {
     container->mBuildType = L"Release";
     container->mBuildUserId = L"Trovik";
     container->mPartNumber = L"006-B0000-00";
-    container->mProductName = glo::wstring(infoText("CFBundleName", "Trovik App"), win::Utf8Encoding());
-    container->mVersion = win::StringToVersion(infoText("CFBundleShortVersionString", "1.0"));
+    const platform::NSBundle& bundle = platform::mainBundle();
+    container->mProductName = glo::wstring(bundle.infoString("CFBundleName", "Trovik App"), win::Utf8Encoding());
+    container->mVersion = win::StringToVersion(bundle.infoString("CFBundleShortVersionString", "1.0"));
     win::SetAppMetaDataContainer(container.release());
 }

@@ -58,10 +58,7 @@ Qt::LayoutDirection textDirection() {
 }
 
 QString infoText(const char* key) {
-    const auto& info = platform::mainBundle().infoDictionary();
-    const auto entry = info.find(key);
-    const std::string* const text = entry == info.end() ? nullptr : entry->second.string();
-    return text ? QString::fromStdString(*text) : QString();
+    return QString::fromStdString(platform::mainBundle().infoString(key));
 }
 
 QIcon applicationIcon() {

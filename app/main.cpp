@@ -66,11 +66,9 @@ int main(int argc, char** argv) {
     platform.exceptionHandler = &exceptionHandler;
     const platform::PlatformScope scope(platform);
 
-    const auto version = bundle.infoDictionary().find("CFBundleShortVersionString");
-    const std::string* const text = version == bundle.infoDictionary().end() ? nullptr : version->second.string();
     const std::string& logs = TrovikLogs::logsDirectory();
     platform::installCrashHandler(logs.empty() ? logs : logs + "/ResetTool",
-                                  "Trovik Reset Tool " + (text ? *text : std::string()));
+                                  "Trovik Reset Tool " + bundle.infoString("CFBundleShortVersionString"));
 
     AppDelegate controller(terminate);
     StartUp::withThread([&] { controller.applicationWillFinishLaunching(); });

@@ -19,6 +19,12 @@ class NSBundle {
     /// The dictionary of Info.plist; empty when there is none.
     virtual const PropertyList::Dictionary& infoDictionary() const = 0;
 
+    /// The string under a key of that dictionary; `fallback` where it holds none.
+    std::string infoString(const std::string& key, const std::string& fallback = {}) const {
+        const std::string* const text = stringIn(infoDictionary(), key);
+        return text ? *text : fallback;
+    }
+
     /// The languages that texts are looked up in, most wanted first, such as "pt_BR", "en". The first is the language
     /// that the application speaks; empty when the bundle has no texts.
     virtual std::vector<std::string> preferredLocalizations() const = 0;

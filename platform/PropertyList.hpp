@@ -30,13 +30,22 @@ struct PropertyList {
     const Dictionary* dictionary() const { return std::get_if<Dictionary>(&value); }
     const std::string* string() const { return std::get_if<std::string>(&value); }
     /// The entry under a key; null when this is no dictionary or has no such key.
-    const PropertyList* find(const std::string& key) const {
-        const Dictionary* entries = dictionary();
-        if (!entries) return nullptr;
-        const auto it = entries->find(key);
-        return it == entries->end() ? nullptr : &it->second;
-    }
+    const PropertyList* find(const std::string& key) const;
 };
+
+/// What a dictionary holds under a key, and the string that it holds there. Null where it holds none.
+inline const PropertyList* valueIn(const PropertyList::Dictionary& dictionary, const std::string& key) {
+    const auto it = dictionary.find(key);
+    return it == dictionary.end() ? nullptr : &it->second;
+}
+inline const std::string* stringIn(const PropertyList::Dictionary& dictionary, const std::string& key) {
+    const PropertyList* const value = valueIn(dictionary, key);
+    return value ? value->string() : nullptr;
+}
+
+inline const PropertyList* PropertyList::find(const std::string& key) const {
+    return dictionary() ? valueIn(*dictionary(), key) : nullptr;
+}
 
 constexpr std::size_t kLargestPropertyList = 4u << 20;  ///< bytes
 

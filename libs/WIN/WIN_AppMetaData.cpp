@@ -27,12 +27,6 @@ Pending_t& Pending() {
     return pending;
 }
 
-std::string BundleText(const platform::PropertyList::Dictionary& info, const char* key) {
-    const auto it = info.find(key);
-    const std::string* text = it == info.end() ? nullptr : it->second.string();
-    return text ? *text : std::string();
-}
-
 std::vector<std::wstring> Words(const std::wstring& text) {
     std::vector<std::wstring> words(1);
     for (const wchar_t character : text) {
@@ -104,13 +98,13 @@ glo::AutoPtr<AppMetaDataContainer_t> CreateAppMetaData() {
     container->mBuildUserId =
         platform::standardUserDefaults().boolForKey("AppTestReleaseBuild") ? L"SQA" : Ascii(BuildUserId());
 
-    const auto& info = platform::mainBundle().infoDictionary();
-    container->mProductName = Wide(BundleText(info, "CFBundleName"));
-    container->mInternalName = Wide(BundleText(info, "CFBundleExecutable"));
-    container->mPartNumber = Wide(BundleText(info, "TrovikPartNumber"));
-    container->mCopyright = Wide(BundleText(info, "NSHumanReadableCopyright"));
+    const platform::NSBundle& bundle = platform::mainBundle();
+    container->mProductName = Wide(bundle.infoString("CFBundleName"));
+    container->mInternalName = Wide(bundle.infoString("CFBundleExecutable"));
+    container->mPartNumber = Wide(bundle.infoString("TrovikPartNumber"));
+    container->mCopyright = Wide(bundle.infoString("NSHumanReadableCopyright"));
 
-    const std::string version = BundleText(info, "CFBundleVersion");
+    const std::string version = bundle.infoString("CFBundleVersion");
     container->mVersion = StringToVersion(version);
     const auto words = Words(Wide(version));
     std::wstring& type = container->mBuildType;

@@ -93,9 +93,7 @@ void Bundle::loadLanguage(const std::string& language) {
 }
 
 std::string Bundle::bundleIdentifier() const {
-    const auto it = mInfo.find("CFBundleIdentifier");
-    const std::string* identifier = it == mInfo.end() ? nullptr : it->second.string();
-    return identifier ? *identifier : std::string();
+    return infoString("CFBundleIdentifier");
 }
 
 std::string Bundle::localizedStringForKey(const std::string& key, const std::string& value,
@@ -103,9 +101,7 @@ std::string Bundle::localizedStringForKey(const std::string& key, const std::str
     for (const auto& tables : mTables) {
         const auto entries = tables.find(table.empty() ? kDefaultTable : table);
         if (entries == tables.end()) continue;
-        const auto entry = entries->second.find(key);
-        if (entry == entries->second.end()) continue;
-        if (const std::string* text = entry->second.string()) return *text;
+        if (const std::string* text = stringIn(entries->second, key)) return *text;
     }
     return value.empty() ? key : value;
 }
