@@ -1,10 +1,10 @@
 #include "GLO/GLO_Blackbox.hpp"
 
+#include "platform/common/CrashReporter.hpp"
 #include "platform/Platform.hpp"
 
 #include <algorithm>
 #include <cstring>
-#include <dlfcn.h>
 
 namespace glo {
 
@@ -68,7 +68,7 @@ std::recursive_mutex& SingletonCriticalSection() {
 
 Blackbox_t& Blackbox() {
     const std::lock_guard guard(SingletonCriticalSection());
-    static Blackbox_t sBlackbox(static_cast<const char**>(dlsym(RTLD_DEFAULT, "__crashreporter_info__")));
+    static Blackbox_t sBlackbox(platform::crashReporterInfo());
     return sBlackbox;
 }
 

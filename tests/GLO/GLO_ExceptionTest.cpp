@@ -1,6 +1,7 @@
 #include "GLO/GLO_CallStack.hpp"
 #include "GLO/GLO_ErrorReport.hpp"
 #include "GLO/GLO_Exception.hpp"
+#include "platform/common/CrashReporter.hpp"
 #include "platform/Platform.hpp"
 #include "platform/common/Boundary.hpp"
 #include "platform/linux/settings/Bundle.hpp"
@@ -83,10 +84,12 @@ TEST(Exception, BoundaryLogsWhatItCaughtInTheFixedForm) {
 }
 
 TEST(CallStack, LinesAreDemangledWhereTheyHoldAName) {
-    EXPECT_EQ(glo::DemangledStackLine("3   tool   0x01 _ZN3glo3FooEi + 12"), "3   tool   0x01 glo::Foo(int) + 12");
-    EXPECT_EQ(glo::DemangledStackLine("/a_b/tool(_ZN3glo3FooEi+0x1f) [0x5]"), "/a_b/tool(glo::Foo(int)+0x1f) [0x5]");
-    for (const char* line : {"/a_b/tool(_start+0x1f) [0x5]", "tool(+0x1f) [0x5]", "+_ZN3glo3FooEi", "no name", ""}) {
-        EXPECT_EQ(glo::DemangledStackLine(line), line);
+    using platform::demangledStackLine;
+    EXPECT_EQ(demangledStackLine("3   tool   0x01 _ZN3glo3FooEi + 12"), "3   tool   0x01 glo::Foo(int) + 12");
+    EXPECT_EQ(demangledStackLine("/a_b/tool(_ZN3glo3FooEi+0x1f) [0x5]"), "/a_b/tool(glo::Foo(int)+0x1f) [0x5]");
+    for (const char* line :
+         {"/a_b/tool(_start+0x1f) [0x5]", "tool(f+0x1f) [0x5]", "tool(+1)", "+_ZN3glo3FooEi", "no name", ""}) {
+        EXPECT_EQ(demangledStackLine(line), line);
     }
     EXPECT_NE(glo::CallStack().find(L"glo::CallStack"), std::wstring::npos);
 }

@@ -5,8 +5,6 @@
 #include "platform/Directories.hpp"
 #include "platform/Platform.hpp"
 
-#include <sys/stat.h>
-
 namespace win {
 
 std::wstring DebugFileDirectory() {
@@ -17,8 +15,8 @@ std::wstring DebugFileDirectory() {
 std::wstring DebugFilePath(const std::wstring& suffix, const std::wstring& name) {
     const std::wstring directory = DebugFileDirectory();
     if (directory.empty()) return {};  // a user without a home folder: the file can't be opened and traces are lost
-    // Fails where the caches folder itself is missing; the traces are lost then as well.
-    mkdir(glo::string(directory, Utf8Encoding()).c_str(), S_IRWXU);
+    // Not made where the caches folder itself is missing; the traces are lost then as well.
+    platform::directories().createDirectoryAtPath(glo::string(directory, Utf8Encoding()));
     return directory + (name.empty() ? AppMetaData().ProductName() + suffix : name) + L".log";
 }
 

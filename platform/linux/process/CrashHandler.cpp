@@ -1,5 +1,6 @@
 #include "platform/linux/process/CrashHandler.hpp"
 
+#include "platform/common/CrashReporter.hpp"
 #include "platform/common/FileDescriptor.hpp"
 
 #include <algorithm>
@@ -9,7 +10,6 @@
 #include <cstddef>
 #include <cstring>
 #include <ctime>
-#include <dlfcn.h>
 #include <execinfo.h>
 #include <fcntl.h>
 #include <filesystem>
@@ -157,7 +157,7 @@ void handle(int signal) {
 void installCrashHandler(const std::string& filePrefix, const std::string& versionText) {
     gPrepared.prefixLength = filePrefix.copy(gPrepared.filePath, 3900);
     versionText.copy(gPrepared.version, 500);
-    gPrepared.blackBox = static_cast<const char* const*>(dlsym(RTLD_DEFAULT, "__crashreporter_info__"));
+    gPrepared.blackBox = crashReporterInfo();
 
     // The first capture loads the unwinder, which a handler must not do.
     void* frame = nullptr;

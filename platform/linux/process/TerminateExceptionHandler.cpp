@@ -1,10 +1,10 @@
 #include "platform/linux/process/TerminateExceptionHandler.hpp"
 
+#include "platform/common/CrashReporter.hpp"
+
 #include <atomic>
 #include <cstdlib>
 #include <cxxabi.h>
-#include <execinfo.h>
-#include <memory>
 #include <thread>
 #include <typeinfo>
 #include <unistd.h>
@@ -12,25 +12,10 @@
 namespace platform {
 namespace {
 
-constexpr int kMaxFrames = 64;
+constexpr std::size_t kMostFrames = 64;
 constexpr unsigned kPatience = 5;  ///< seconds, with the report of another thread
 
 std::atomic<TerminateExceptionHandler*> gInstalled = nullptr;  // a terminate handler has no argument
-
-std::string demangled(const std::string& name) {
-    int status = 0;
-    const std::unique_ptr<char, decltype(&std::free)> text(abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status),
-                                                           &std::free);
-    return status == 0 && text ? text.get() : name;
-}
-
-/// "module(_Zmangled+0x12) [0x34]" with the function's name as people write it.
-std::string readable(const std::string& symbol) {
-    const std::size_t open = symbol.find('(');
-    const std::size_t plus = symbol.find('+', open == std::string::npos ? 0 : open);
-    if (open == std::string::npos || plus == std::string::npos || plus == open + 1) return symbol;
-    return symbol.substr(0, open + 1) + demangled(symbol.substr(open + 1, plus - open - 1)) + symbol.substr(plus);
-}
 
 }  // namespace
 
@@ -55,12 +40,7 @@ void TerminateExceptionHandler::setExceptionHandlingMask(std::uint32_t mask) {
 }
 
 std::vector<std::string> TerminateExceptionHandler::callStackSymbols() {
-    void* frames[kMaxFrames];
-    const int count = ::backtrace(frames, kMaxFrames);
-    const std::unique_ptr<char*, decltype(&std::free)> symbols(::backtrace_symbols(frames, count), &std::free);
-    std::vector<std::string> lines;
-    for (int i = 0; symbols && i < count; ++i) lines.push_back(readable(symbols.get()[i]));
-    return lines;
+    return platform::callStackSymbols(kMostFrames);
 }
 
 void TerminateExceptionHandler::terminate() {

@@ -4,12 +4,10 @@
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/settings/PropertyListFile.hpp"
 
-#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <strings.h>
-#include <sys/stat.h>
 #include <utility>
 
 namespace platform {
@@ -22,7 +20,7 @@ using State = PropertyListFile::State;
 void makeFolders(const std::string& folder) {
     for (std::size_t end = 0; end != std::string::npos;) {
         end = folder.find('/', end + 1);
-        mkdir(folder.substr(0, end).c_str(), S_IRWXU);  // what can't be made shows when the file is written
+        XdgDirectories().createDirectoryAtPath(folder.substr(0, end));
     }
 }
 
@@ -46,10 +44,6 @@ Dictionary read(const std::string& path) {
 
 /// The caller's contents, with what others wrote since `base` in the keys that the caller left alone.
 Dictionary merged(const Dictionary& base, const Dictionary& caller, const Dictionary& file) {
-    const auto valueIn = [](const Dictionary& from, const std::string& key) {
-        const auto it = from.find(key);
-        return it == from.end() ? nullptr : &it->second;
-    };
     Dictionary result;
     for (const auto& [key, value] : caller) {
         const PropertyList* before = valueIn(base, key);
@@ -118,9 +112,8 @@ std::optional<PropertyList> UserDefaults::objectForKey(const std::string& key) c
     const std::string path = pathOf(mDomain);
     if (path.empty()) return std::nullopt;
     const Dictionary contents = read(path);
-    const auto it = contents.find(key);
-    if (it == contents.end()) return std::nullopt;
-    return it->second;
+    const PropertyList* const value = valueIn(contents, key);
+    return value ? std::optional(*value) : std::nullopt;
 }
 
 bool UserDefaults::boolForKey(const std::string& key) const {
