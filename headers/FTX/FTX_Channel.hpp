@@ -8,8 +8,7 @@ namespace ftx {
 /// has; the identification is the base's.
 class Channel_t : public ioa::Channel_t {
   public:
-    explicit Channel_t(iol::Link_t& link);
-    ~Channel_t() override;
+    using ioa::Channel_t::Channel_t;
 };
 
 }  // namespace ftx

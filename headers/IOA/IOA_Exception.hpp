@@ -1,5 +1,6 @@
 #pragma once
 
+#include "GLO/GLO_Exception.hpp"
 #include "IOL/IOL_Exception.hpp"
 
 #include <string>
@@ -9,7 +10,8 @@ namespace ioa {
 /// A reply that is well formed but wrong, and root of the other failures of the application protocol.
 class Exception_t : public iol::Exception_t {
   public:
-    Exception_t(const char* file, unsigned short line, const std::wstring& message = {});
+    Exception_t(const char* file, unsigned short line, const std::wstring& message = {})
+        : iol::Exception_t(file, line, message) {}
 };
 
 /// A checksum doesn't match.
@@ -33,7 +35,8 @@ class ProtocolNotSupportedException_t : public Exception_t {
 /// Failure of a file transfer. Not a communications error: the transfer failed, not the device.
 class GftpException_t : public glo::Exception_t {
   public:
-    GftpException_t(const char* file, unsigned short line, const std::wstring& message = {});
+    GftpException_t(const char* file, unsigned short line, const std::wstring& message = {})
+        : glo::Exception_t(file, line, message, {}) {}
 };
 
 /// A fault in the file transfer's own bookkeeping.

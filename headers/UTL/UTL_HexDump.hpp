@@ -1,5 +1,7 @@
 #pragma once
 
+#include "GLO/GLO_HexValueDump.hpp"
+
 #include <span>
 #include <string>
 
@@ -9,6 +11,8 @@ namespace utl {
 /// characters ("." for what is not printable). Nothing follows a full last row. No bytes give no text. Any thread.
 ///
 ///     0000: 14 00 00 00 0a 00 00 00 02 00 00 00 ae 00       ..............
-std::string HexDump(std::span<const unsigned char> bytes);
+[[nodiscard]] inline std::string HexDump(std::span<const unsigned char> bytes) {
+    return glo::HexRows(bytes, true);
+}
 
 }  // namespace utl

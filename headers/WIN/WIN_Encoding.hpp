@@ -1,9 +1,15 @@
 #pragma once
 
+#include "GLO/GLO_String.hpp"
+
 namespace win {
 
 /// Code-page numbers for glo::string, glo::wstring and the binary streams. Any thread.
-unsigned int AsciiEncoding();
-unsigned int Utf8Encoding();
+constexpr unsigned int AsciiEncoding() {
+    return glo::gcAsciiEncoding;
+}
+constexpr unsigned int Utf8Encoding() {
+    return glo::gcUtf8Encoding;
+}
 
 }  // namespace win

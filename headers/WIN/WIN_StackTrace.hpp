@@ -1,10 +1,15 @@
 #pragma once
 
+#include "GLO/GLO_CallStack.hpp"
+
 #include <string>
 
 namespace win {
 
-/// The calling thread's stack, one frame a line, C++ names demangled. At most 1024 frames. Any thread.
-std::wstring StackTrace();
+/// The calling thread's stack, as glo::CallStack() tells it: the exceptions, a layer below, capture stacks themselves.
+/// Any thread.
+[[nodiscard]] inline std::wstring StackTrace() {
+    return glo::CallStack();
+}
 
 }  // namespace win

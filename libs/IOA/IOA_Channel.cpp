@@ -1,3 +1,4 @@
+// The operations of a channel that has identified its device; impl/IOA_Channel.cpp has the identification.
 #include "IOA/IOA_Channel.hpp"
 
 #include "GLO/GLO_Exception.hpp"
@@ -8,8 +9,6 @@
 #include "impl/IOA_ChannelIds.hpp"
 
 #include <utility>
-
-// The operations; the identification exchange is in impl/.
 
 namespace ioa {
 namespace {

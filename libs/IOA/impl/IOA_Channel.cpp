@@ -1,10 +1,10 @@
+// A channel's identification exchange, which is its construction; ../IOA_Channel.cpp has the operations that come
+// after. Two files because each is named by its own raise sites.
 #include "IOA/IOA_Channel.hpp"
 
 #include "GLO/GLO_Exception.hpp"
 #include "IOA/IOA_Exception.hpp"
 #include "IOA_ChannelIds.hpp"
-
-// The identification exchange.
 
 namespace ioa {
 namespace {
