@@ -1,9 +1,11 @@
 #pragma once
 
 #include "GLO/GLO_NonCopyable.hpp"
+#include "platform/common/FileDescriptor.hpp"
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace glo {
@@ -29,25 +31,22 @@ enum class ShareMode_t {
     DenyAll,    ///< has the file alone
 };
 
-/// An open file with a position of its own. Owns the descriptor. One thread at a time.
+/// An open file with a position of its own. One thread at a time.
 class File_t : public glo::NonCopyable_t {
   public:
-    enum class From_t { Begin, Current, End };
-
-    File_t() = default;
-    ~File_t();
+    enum class From_t { Begin = SEEK_SET, Current = SEEK_CUR, End = SEEK_END };
 
     /// Opens a file, after closing the one that is open.
     /// @throws glo::FileError_t  it can't be opened, it is a folder, or another one's share mode forbids it; closed
     void Open(const std::wstring& path, OpenMode_t mode, ShareMode_t share = ShareMode_t::DenyNone);
-    void Close();
-    bool IsOpen() const { return mDescriptor >= 0; }
+    void Close() noexcept { mDescriptor.reset(); }
+    bool IsOpen() const { return static_cast<bool>(mDescriptor); }
 
     /// Reads from the position on.
     /// @return bytes read; fewer than asked for only at the end of the file
     /// @throws glo::FileError_t  not open, or the system reported a failure; the position is then undefined
     /// Blocks.
-    std::size_t Read(void* destination, std::size_t size);
+    [[nodiscard]] std::size_t Read(void* destination, std::size_t size);
 
     /// Writes all bytes at the position, or at the end in the append modes.
     /// @throws glo::FileError_t  not open, or the system reported a failure; part may have been written
@@ -62,12 +61,12 @@ class File_t : public glo::NonCopyable_t {
     std::uint64_t Position() const;
     std::uint64_t Size() const;
 
-    static bool Exists(const std::wstring& path);
+    [[nodiscard]] static bool Exists(const std::wstring& path);
 
   private:
     [[noreturn]] void Fail(unsigned short line, int error) const;
 
-    int mDescriptor = -1;
+    platform::FileDescriptor mDescriptor;
     std::wstring mPath;
 };
 

@@ -9,30 +9,15 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
-#include <utility>
 
 namespace fil {
 namespace {
 
 constexpr mode_t gcNewFileMode = 0666;  // the user's mask takes away what it wants
 
-int OpenFlags(OpenMode_t mode) {
-    switch (mode) {
-        case OpenMode_t::Read:
-            return O_RDONLY;
-        case OpenMode_t::Write:
-            return O_WRONLY | O_CREAT;
-        case OpenMode_t::Append:
-            return O_WRONLY | O_CREAT | O_APPEND;
-        case OpenMode_t::ReadWrite:
-            return O_RDWR;
-        case OpenMode_t::ReadWriteCreate:
-            return O_RDWR | O_CREAT;
-        case OpenMode_t::ReadAppend:
-            return O_RDWR | O_CREAT | O_APPEND;
-    }
-    return O_RDONLY;
-}
+/// In the order of OpenMode_t.
+constexpr int gcOpenFlags[] = {O_RDONLY, O_WRONLY | O_CREAT, O_WRONLY | O_CREAT | O_APPEND,
+                               O_RDWR,   O_RDWR | O_CREAT,   O_RDWR | O_CREAT | O_APPEND};
 
 bool Empties(OpenMode_t mode) {
     return mode == OpenMode_t::Write || mode == OpenMode_t::ReadWriteCreate;
@@ -40,27 +25,9 @@ bool Empties(OpenMode_t mode) {
 
 /// The advisory lock that a share mode takes; 0 for none.
 int LockOperation(OpenMode_t mode, ShareMode_t share) {
-    switch (share) {
-        case ShareMode_t::DenyNone:
-            return 0;
-        case ShareMode_t::DenyWrite:
-            return (mode == OpenMode_t::Read ? LOCK_SH : LOCK_EX) | LOCK_NB;
-        case ShareMode_t::DenyAll:
-            return LOCK_EX | LOCK_NB;
-    }
-    return 0;
-}
-
-int Whence(File_t::From_t from) {
-    switch (from) {
-        case File_t::From_t::Begin:
-            return SEEK_SET;
-        case File_t::From_t::Current:
-            return SEEK_CUR;
-        case File_t::From_t::End:
-            return SEEK_END;
-    }
-    return SEEK_SET;
+    if (share == ShareMode_t::DenyNone) return 0;
+    const bool isShared = share == ShareMode_t::DenyWrite && mode == OpenMode_t::Read;
+    return (isShared ? LOCK_SH : LOCK_EX) | LOCK_NB;
 }
 
 std::string Narrow(const std::wstring& path) {
@@ -69,29 +36,25 @@ std::string Narrow(const std::wstring& path) {
 
 }  // namespace
 
-File_t::~File_t() {
-    Close();
-}
-
 void File_t::Open(const std::wstring& path, OpenMode_t mode, ShareMode_t share) {
     Close();
     mPath = path;
-    do {
-        mDescriptor = ::open(Narrow(path).c_str(), OpenFlags(mode) | O_CLOEXEC, gcNewFileMode);
-    } while (mDescriptor < 0 && errno == EINTR);
-    if (mDescriptor < 0) Fail(__LINE__, errno);
+    const int flags = gcOpenFlags[static_cast<std::size_t>(mode)] | O_CLOEXEC;
+    mDescriptor = platform::FileDescriptor(
+        platform::uninterrupted([&] { return ::open(Narrow(path).c_str(), flags, gcNewFileMode); }));
+    if (!mDescriptor) Fail(__LINE__, errno);
 
     // A file that others hold must not be emptied, so that comes after the lock.
     int error = 0;
     struct stat status {};
     const int lock = LockOperation(mode, share);
-    if (::fstat(mDescriptor, &status) != 0)
+    if (::fstat(mDescriptor.get(), &status) != 0)
         error = errno;
     else if (S_ISDIR(status.st_mode))
         error = EISDIR;
-    else if (lock != 0 && ::flock(mDescriptor, lock) != 0)
+    else if (lock != 0 && ::flock(mDescriptor.get(), lock) != 0)
         error = errno;
-    else if (Empties(mode) && S_ISREG(status.st_mode) && ::ftruncate(mDescriptor, 0) != 0)
+    else if (Empties(mode) && S_ISREG(status.st_mode) && ::ftruncate(mDescriptor.get(), 0) != 0)
         error = errno;
     if (error != 0) {
         Close();
@@ -99,20 +62,14 @@ void File_t::Open(const std::wstring& path, OpenMode_t mode, ShareMode_t share) 
     }
 }
 
-void File_t::Close() {
-    // Not tried again when interrupted: the descriptor is gone all the same.
-    if (mDescriptor >= 0) ::close(std::exchange(mDescriptor, -1));
-}
-
 std::size_t File_t::Read(void* destination, std::size_t size) {
     std::size_t done = 0;
     while (done < size) {
-        const ssize_t count = ::read(mDescriptor, static_cast<char*>(destination) + done, size - done);
+        const ssize_t count = platform::uninterrupted(
+            [&] { return ::read(mDescriptor.get(), static_cast<char*>(destination) + done, size - done); });
+        if (count < 0) Fail(__LINE__, errno);
         if (count == 0) break;
-        if (count > 0)
-            done += static_cast<std::size_t>(count);
-        else if (errno != EINTR)
-            Fail(__LINE__, errno);
+        done += static_cast<std::size_t>(count);
     }
     return done;
 }
@@ -120,29 +77,28 @@ std::size_t File_t::Read(void* destination, std::size_t size) {
 void File_t::Write(const void* source, std::size_t size) {
     std::size_t done = 0;
     while (done < size) {
-        const ssize_t count = ::write(mDescriptor, static_cast<const char*>(source) + done, size - done);
-        if (count >= 0)
-            done += static_cast<std::size_t>(count);
-        else if (errno != EINTR)
-            Fail(__LINE__, errno);
+        const ssize_t count = platform::uninterrupted(
+            [&] { return ::write(mDescriptor.get(), static_cast<const char*>(source) + done, size - done); });
+        if (count < 0) Fail(__LINE__, errno);
+        done += static_cast<std::size_t>(count);
     }
 }
 
 std::uint64_t File_t::Seek(std::int64_t offset, From_t from) {
-    const off_t position = ::lseek(mDescriptor, offset, Whence(from));
+    const off_t position = ::lseek(mDescriptor.get(), offset, static_cast<int>(from));
     if (position < 0) Fail(__LINE__, errno);
     return static_cast<std::uint64_t>(position);
 }
 
 std::uint64_t File_t::Position() const {
-    const off_t position = ::lseek(mDescriptor, 0, SEEK_CUR);
+    const off_t position = ::lseek(mDescriptor.get(), 0, SEEK_CUR);
     if (position < 0) Fail(__LINE__, errno);
     return static_cast<std::uint64_t>(position);
 }
 
 std::uint64_t File_t::Size() const {
     struct stat status {};
-    if (::fstat(mDescriptor, &status) != 0) Fail(__LINE__, errno);
+    if (::fstat(mDescriptor.get(), &status) != 0) Fail(__LINE__, errno);
     return static_cast<std::uint64_t>(status.st_size);
 }
 

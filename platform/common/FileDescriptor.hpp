@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <unistd.h>
 #include <utility>
 
@@ -25,12 +26,22 @@ class FileDescriptor {
     int get() const { return mDescriptor; }
     int release() noexcept { return std::exchange(mDescriptor, -1); }  ///< gives it up, open, to another owner
     explicit operator bool() const { return mDescriptor >= 0; }
-    void reset() {
+    void reset() noexcept {
         if (mDescriptor >= 0) ::close(std::exchange(mDescriptor, -1));
     }
 
   private:
     int mDescriptor = -1;
 };
+
+/// Makes a system call, again where a signal interrupted it. Not for close(): the descriptor is gone all the same.
+template <typename Call>
+auto uninterrupted(const Call& call) {
+    decltype(call()) result;
+    do {
+        result = call();
+    } while (result == -1 && errno == EINTR);
+    return result;
+}
 
 }  // namespace platform

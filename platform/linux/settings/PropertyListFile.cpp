@@ -14,16 +14,6 @@ namespace {
 
 constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
 
-/// Runs a system call again when a signal interrupted it.
-template <typename Call>
-auto uninterrupted(Call call) {
-    decltype(call()) result;
-    do {
-        result = call();
-    } while (result == -1 && errno == EINTR);
-    return result;
-}
-
 /// True when the path still names the open file: a writer before us may have renamed or removed it while we waited.
 bool names(const std::string& path, int descriptor) {
     struct stat byPath {};
