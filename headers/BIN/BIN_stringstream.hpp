@@ -41,7 +41,6 @@ class stringstream : public glo::NonCopyable_t, public iostream {
     unsigned long WritePosition() const { return static_cast<unsigned long>(mWriteCursor - mBuffer.data()); }
     unsigned long Length() const { return std::max(mLength, WritePosition()); }
     unsigned long Remaining() const { return Length() - ReadPosition(); }
-    bool Readable();
     void AdvanceTo(unsigned long position);
     void Resize(unsigned long size);
 

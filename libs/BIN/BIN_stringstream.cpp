@@ -1,5 +1,7 @@
 #include "BIN/BIN_stringstream.hpp"
 
+#include "libs/BIN/impl/BIN_FileAccess.hpp"
+
 #include <cstring>
 
 namespace bin {
@@ -49,7 +51,7 @@ std::vector<unsigned char> stringstream::TakeRemaining() {
 }
 
 void stringstream::ignore(unsigned long n) {
-    if (n == 0 || !Readable()) return;
+    if (n == 0 || !Readable(*this)) return;
     AdvanceTo(ReadPosition() + std::min(n, Remaining()));
 }
 
@@ -71,7 +73,7 @@ unsigned long stringstream::tellg() {
 }
 
 void stringstream::BinInput(void* destination, unsigned long n) {
-    if (!Readable()) return;
+    if (!Readable(*this)) return;
     if (n > Remaining()) {
         setstate(failbit);
         return;
@@ -85,7 +87,7 @@ unsigned long stringstream::RemainingSize() {
 }
 
 void stringstream::StringInput(std::string& text) {
-    if (!Readable()) return;
+    if (!Readable(*this)) return;
     const unsigned long remaining = Remaining();
     const void* const zero = remaining > 0 ? std::memchr(mReadCursor, 0, remaining) : nullptr;
     if (!zero) {
@@ -95,13 +97,6 @@ void stringstream::StringInput(std::string& text) {
     const auto* const end = static_cast<const unsigned char*>(zero);
     text.assign(mReadCursor, end);
     AdvanceTo(static_cast<unsigned long>(end + 1 - mBuffer.data()));
-}
-
-/// What every read starts with: nothing is read after a failure, and a read at the end is one.
-bool stringstream::Readable() {
-    if (fail()) return false;
-    if (eof()) setstate(failbit);
-    return !fail();
 }
 
 void stringstream::seekp(unsigned long position) {

@@ -28,51 +28,48 @@ std::wstring PathMessage(const std::wstring& message, const std::wstring& path) 
 }  // namespace
 
 OutOfRange_t::OutOfRange_t(const char* file, unsigned short line, const std::wstring& message)
-    : Exception_t(file, line, message, std::string()) {
+    : Exception_t(file, line, message, "") {
     Blackbox().Add("File: " + std::string(file) + " Line: " + std::to_string(line) + "\n");
     Blackbox().Add(NarrowMessage());
 }
 
 InvalidInput_t::InvalidInput_t(const std::wstring& userText, const char* file, unsigned short line)
-    : Exception_t(file, line, std::wstring(), std::string()), mUserText(userText) {}
+    : Exception_t(file, line, L"", ""), mUserText(userText) {}
 
 InvalidInput_t::InvalidInput_t(const wchar_t* table, const wchar_t* key, const char* file, unsigned short line)
     : InvalidInput_t(LocalizedString(table, key), file, line) {}
 
-Terminate_t::Terminate_t(const char* file, unsigned short line)
-    : Exception_t(file, line, std::wstring(), std::string()) {}
+Terminate_t::Terminate_t(const char* file, unsigned short line) : Exception_t(file, line, L"", "") {}
 
 FileError_t::FileError_t(const char* file, unsigned short line, const std::wstring& path)
-    : FileError_t(file, line, std::wstring(), path) {}
+    : FileError_t(file, line, L"", path) {}
 
 FileError_t::FileError_t(const char* file, unsigned short line, const std::wstring& message, const std::wstring& path)
-    : Exception_t(file, line, PathMessage(message, path), std::string()) {}
+    : Exception_t(file, line, PathMessage(message, path), "") {}
 
 LocaleDoesNotExist_t::LocaleDoesNotExist_t(const char* file, unsigned short line, const std::string& localeName)
-    : Exception_t(file, line, localeName, std::string()) {}
+    : Exception_t(file, line, localeName, "") {}
 
 CommunicationsError_t::CommunicationsError_t(const char* file, unsigned short line, const std::wstring& message)
-    : Exception_t(file, line, message, std::string()) {}
+    : Exception_t(file, line, message, "") {}
 
 CommunicationsError_t::CommunicationsError_t(DebugOutputIntf_t& output, const char* file, unsigned short line,
                                              const std::wstring& message)
-    : Exception_t(output, file, line, message, std::string()) {}
+    : Exception_t(output, file, line, message, "") {}
 
-Timeout_t::Timeout_t(const char* file, unsigned short line) : CommunicationsError_t(file, line, std::wstring()) {}
+Timeout_t::Timeout_t(const char* file, unsigned short line) : CommunicationsError_t(file, line, L"") {}
 
 Timeout_t::Timeout_t(DebugOutputIntf_t& output, const char* file, unsigned short line)
     : CommunicationsError_t(output, file, line, std::wstring()) {}
 
-WindowDoesNotExist_t::WindowDoesNotExist_t(const char* file, unsigned short line)
-    : Exception_t(file, line, std::wstring(), std::string()) {}
+WindowDoesNotExist_t::WindowDoesNotExist_t(const char* file, unsigned short line) : Exception_t(file, line, L"", "") {}
 
-DefunctSingleton_t::DefunctSingleton_t(const char* file, unsigned short line)
-    : Exception_t(file, line, std::wstring(), std::string()) {}
+DefunctSingleton_t::DefunctSingleton_t(const char* file, unsigned short line) : Exception_t(file, line, L"", "") {}
 
-Assert_t::Assert_t(const char* file, unsigned short line) : Exception_t(file, line, std::wstring(), std::string()) {}
+Assert_t::Assert_t(const char* file, unsigned short line) : Exception_t(file, line, L"", "") {}
 
 XsltException_t::XsltException_t(const std::wstring& message, const char* file, unsigned short line)
-    : Exception_t(file, line, message, std::string()) {}
+    : Exception_t(file, line, message, "") {}
 
 XsltOutOfMemoryException_t::XsltOutOfMemoryException_t(const std::wstring& message, const char* file,
                                                        unsigned short line)

@@ -4,6 +4,9 @@
 #include "platform/Clock.hpp"
 #include "platform/Platform.hpp"
 
+#include <type_traits>
+#include <utility>
+
 namespace thr {
 namespace {
 
@@ -16,25 +19,19 @@ int SleepFor(win::Duration_t duration) {
     return 1;
 }
 
-/// What both clones of a bound functor share: they forward to it and can't be cloned again.
-class Clone_t : public CancelRequested_t {
+/// A clone of a bound functor: forwards to it and can't be cloned again. That of a constant functor can only be asked.
+template <typename Functor_t>
+class Clone_t final : public CancelRequested_t {
   public:
-    glo::AutoPtr<CancelRequested_t> Clone() override { return NoClone(); }
-    glo::AutoPtr<CancelRequested_t> Clone() const override { return NoClone(); }
+    explicit Clone_t(Functor_t& original) : mOriginal(original) {}
 
-  private:
-    static glo::AutoPtr<CancelRequested_t> NoClone() {
+    void Clear() override { Change(&CancelRequestedFunctor_t::Clear); }
+    void Set() override { Change(&CancelRequestedFunctor_t::Set); }
+    glo::AutoPtr<CancelRequested_t> Clone() override { return std::as_const(*this).Clone(); }
+    glo::AutoPtr<CancelRequested_t> Clone() const override {
         glo::Assert(false, gcFile, __LINE__);
         return {};
     }
-};
-
-class CancelRequestedClone_t final : public Clone_t {
-  public:
-    explicit CancelRequestedClone_t(CancelRequestedFunctor_t& original) : mOriginal(original) {}
-
-    void Clear() override { mOriginal.Clear(); }
-    void Set() override { mOriginal.Set(); }
     int Wait(win::Duration_t duration) const override { return mOriginal.Wait(duration); }
     int Wait(const std::vector<int>& handles, win::Duration_t duration) const override {
         return mOriginal.Wait(handles, duration);
@@ -42,23 +39,14 @@ class CancelRequestedClone_t final : public Clone_t {
     bool operator()() const override { return mOriginal(); }
 
   private:
-    CancelRequestedFunctor_t& mOriginal;
-};
-
-class ConstCancelRequestedClone_t final : public Clone_t {
-  public:
-    explicit ConstCancelRequestedClone_t(const CancelRequestedFunctor_t& original) : mOriginal(original) {}
-
-    void Clear() override { glo::Assert(false, gcFile, __LINE__); }
-    void Set() override { glo::Assert(false, gcFile, __LINE__); }
-    int Wait(win::Duration_t duration) const override { return mOriginal.Wait(duration); }
-    int Wait(const std::vector<int>& handles, win::Duration_t duration) const override {
-        return mOriginal.Wait(handles, duration);
+    void Change(void (CancelRequestedFunctor_t::*change)()) {
+        if constexpr (std::is_const_v<Functor_t>)
+            glo::Assert(false, gcFile, __LINE__);
+        else
+            (mOriginal.*change)();
     }
-    bool operator()() const override { return mOriginal(); }
 
-  private:
-    const CancelRequestedFunctor_t& mOriginal;
+    Functor_t& mOriginal;
 };
 
 }  // namespace
@@ -82,12 +70,12 @@ void CancelRequestedFunctor_t::Clear() {
 }
 
 glo::AutoPtr<CancelRequested_t> CancelRequestedFunctor_t::Clone() {
-    if (mSource) return glo::AutoPtr<CancelRequested_t>(new CancelRequestedClone_t(*this));
+    if (mSource) return glo::AutoPtr<CancelRequested_t>(new Clone_t(*this));
     return glo::AutoPtr<CancelRequested_t>(new CancelRequestedFunctor_t);
 }
 
 glo::AutoPtr<CancelRequested_t> CancelRequestedFunctor_t::Clone() const {
-    if (mSource) return glo::AutoPtr<CancelRequested_t>(new ConstCancelRequestedClone_t(*this));
+    if (mSource) return glo::AutoPtr<CancelRequested_t>(new Clone_t(*this));
     return glo::AutoPtr<CancelRequested_t>(new CancelRequestedFunctor_t);
 }
 

@@ -142,10 +142,9 @@ CriticalSection_t& DebugServerCriticalSection() {
 DebugServer_t& DebugServer() {
     static DebugServer_t off(DebugServer_t::SwitchedOff_t{});
     if (FirstUseScope_t::IsInside()) return off;
-    static DebugServer_t& server = []() -> DebugServer_t& {
+    static DebugServer_t server = [] {
         const FirstUseScope_t firstUse;
-        static DebugServer_t made;
-        return made;
+        return DebugServer_t();
     }();
     return server;
 }

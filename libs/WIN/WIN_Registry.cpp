@@ -27,10 +27,9 @@ Registry_t::Registry_t(const RegKey_t& key)
 }
 
 Registry_t& Registry() {
-    static Registry_t& registry = []() -> Registry_t& {
+    static Registry_t registry = [] {
         const FirstUseScope_t firstUse;
-        static Registry_t made(SettingsKey());
-        return made;
+        return Registry_t(SettingsKey());
     }();
     return registry;
 }

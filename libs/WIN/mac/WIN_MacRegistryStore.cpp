@@ -72,10 +72,9 @@ void MacRegistryStore_t::HandleTimeout() {
 }
 
 MacRegistryStore_t& MacRegistryStore() {
-    static MacRegistryStore_t& store = []() -> MacRegistryStore_t& {
+    static MacRegistryStore_t store = [] {
         const FirstUseScope_t firstUse;
-        static MacRegistryStore_t made;
-        return made;
+        return MacRegistryStore_t();
     }();
     return store;
 }
