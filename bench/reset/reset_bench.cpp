@@ -87,9 +87,6 @@ class Host {
   public:
     Host() : mBus(mDrive), mPort(mBus.addDevice(simulator::Profile::instant())) {
         mDrive.start(mBus);
-        mServices.masterPort = &mBus;
-        mServices.runLoops = &mLoops;
-        mScope.emplace(mServices);
         mBus.plug(mPort);
         if (!USBTrovikModeFinderUtils::observeTMDevicesForType(platform::kIOServiceMatched, &Host::attached, this))
             fail("attach notifications can't be had");
@@ -154,8 +151,7 @@ class Host {
     simulator::InProcessBus mBus;
     std::size_t mPort;
     platform::AsioRunLoops mLoops;
-    platform::Platform mServices;
-    std::optional<platform::PlatformScope> mScope;
+    const platform::PlatformScope mScope{{.runLoops = &mLoops, .masterPort = &mBus}};
     bool mAttached = false;
 };
 

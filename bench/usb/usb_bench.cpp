@@ -20,7 +20,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
 
 namespace {
 
@@ -43,9 +42,6 @@ class Bench {
   public:
     Bench() {
         mUsb.addDevice(simulator::Profile::instant());
-        mServices.masterPort = &mRegistry;
-        mServices.runLoops = &mLoops;
-        mScope.emplace(mServices);
         mUsb.plug();
         if (!USBTrovikModeFinderUtils::observeTMDevicesForType(platform::kIOServiceMatched, &Bench::Attached, this)) {
             Fail("attach notifications can't be had");
@@ -203,8 +199,7 @@ class Bench {
     simulator::UmockUsb mUsb;  // first: before any thread and any look at the devices
     platform::AsioRunLoops mLoops;
     platform::UdevRegistry mRegistry{mLoops};
-    platform::Platform mServices;
-    std::optional<platform::PlatformScope> mScope;
+    const platform::PlatformScope mScope{{.runLoops = &mLoops, .masterPort = &mRegistry}};
     bench::BareDiscovery mDiscovery;
     bool mAttached = false;
     Clock::time_point mRebooted;  ///< when the first half of the reset under way was over

@@ -11,7 +11,7 @@
 namespace {
 
 using support::Bytes;
-using support::SiteOf;
+using support::raisedAt;
 using support::WireFrame;
 using Timeouts = std::vector<win::Duration_t>;
 
@@ -108,7 +108,7 @@ TEST_F(Channel, FailuresOfTheIdentificationPassThrough) {
     link.sent.clear();
     for (const auto& [product, version] : {std::pair(60000, 100), {1201, -1}}) {
         ProductArrives(product, version);
-        EXPECT_EQ(SiteOf<ioa::InvalidProtocolInformation_t>(open), "libs/IOA/impl/IOA_Channel 86");
+        EXPECT_EQ(raisedAt<ioa::InvalidProtocolInformation_t>(open), "libs/IOA/impl/IOA_Channel 86");
     }
     EXPECT_EQ(link.sent, (std::vector{kRequest, kRequest}));
 }
@@ -139,7 +139,7 @@ TEST_F(Channel, OperationsSendAndAwaitTheirPackets) {
         {{}, [](C& c) { c.SendKeepAlive(); }, {{10, {0xAC, 0x02}}}, {}},
         {{{1523, {9, 0, 0, 0}}}, [](C& c) { EXPECT_EQ(c.GetDeviceDisconnectTimeout(), 9U); }, {{10, {0xAD, 2}}}, {3000}},
         {{{12, {7, 0}}}, [](C& c) { EXPECT_EQ(c.GetXferCmplt(7), 7); }, {}, {3000}},
-        {{{12, {8, 0}}}, [](C& c) { EXPECT_EQ(SiteOf<ioa::Exception_t>([&] { c.GetXferCmplt(7); }),
+        {{{12, {8, 0}}}, [](C& c) { EXPECT_EQ(raisedAt<ioa::Exception_t>([&] { c.GetXferCmplt(7); }),
                                               "libs/IOA/IOA_Channel 554"); }, {}, {3000}},
         {{}, [](C& c) { c.SendTransferComplete(7); }, {{12, {7, 0}}}, {}},
         {{{248, {'e', 0}}}, [](C& c) { EXPECT_EQ(c.ProductDataExt().descriptions.size(), 1U); }, {kRequest}, {1000}},

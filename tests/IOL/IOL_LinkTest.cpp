@@ -14,7 +14,7 @@ namespace {
 
 using iol::Frame_t;
 using support::Bytes;
-using support::SiteOf;
+using support::raisedAt;
 using Timeouts = std::vector<win::Duration_t>;
 
 TEST(Frame, CopiesShareOnePayloadThatOutlivesTheOriginalAndStreamsCopyIt) {
@@ -47,7 +47,7 @@ TEST(Frame, FromAStreamTakesExactlyWhatIsStillReadable) {
     struct : iol::FrameStream_t {
         unsigned long RemainingSize() override { return 4294967296; }
     } tooLong;
-    EXPECT_EQ(SiteOf<iol::Exception_t>([&] { Frame_t(9, tooLong); }), "libs/IOL/IOL_Frame 36");
+    EXPECT_EQ(raisedAt<iol::Exception_t>([&] { Frame_t(9, tooLong); }), "libs/IOL/IOL_Frame 36");
 }
 
 /// Keeps the payload; refuses an empty one.
@@ -99,9 +99,9 @@ TEST_F(Link, OtherFramesAreLostAndEachReceiveGetsTheWholeTimeout) {
 TEST_F(Link, LimitIsLookedAtBeforeEachReceiveAndStrictly) {
     // Exactly at the limit one more receive is made, one millisecond past it none.
     link.Arrives(12, {}, 1000).Arrives(12, {}, 1).Arrives(12, {}, 1000).Arrives(12, {}, 1).Arrives(10, {1});
-    EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket(packet, 1000); }), "libs/IOL/IOL_Link 51");
+    EXPECT_EQ(raisedAt<glo::Timeout_t>([&] { link.GetPacket(packet, 1000); }), "libs/IOL/IOL_Link 51");
     EXPECT_EQ(link.Pending(), 3U);
-    EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket({&other, &packet}, 1000); }), "libs/IOL/IOL_Link 89");
+    EXPECT_EQ(raisedAt<glo::Timeout_t>([&] { link.GetPacket({&other, &packet}, 1000); }), "libs/IOL/IOL_Link 89");
     link.GetPacket(packet, 0);
     EXPECT_EQ(packet.payload, Bytes{1}) << "a time-out of 0 still receives once";
 }
@@ -126,8 +126,8 @@ TEST_F(Link, PacketsExceptionConsumesTheFrameAndTheTransportsOwnPassesThroughUnt
     EXPECT_THROW(link.GetPacket(packet, 1000), iol::BadFrame_t);
     EXPECT_THROW(link.GetPacket({&packet}, 1000), iol::BadFrame_t);
     EXPECT_EQ(link.Pending(), 0U);
-    EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket(packet, 500); }), "tests/support/ScriptedLink 1");
-    EXPECT_EQ(SiteOf<glo::Timeout_t>([&] { link.GetPacket({&packet}, 500); }), "tests/support/ScriptedLink 1");
+    EXPECT_EQ(raisedAt<glo::Timeout_t>([&] { link.GetPacket(packet, 500); }), "tests/support/ScriptedLink 1");
+    EXPECT_EQ(raisedAt<glo::Timeout_t>([&] { link.GetPacket({&packet}, 500); }), "tests/support/ScriptedLink 1");
 }
 
 }  // namespace

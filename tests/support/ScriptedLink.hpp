@@ -4,6 +4,7 @@
 #include "IOL/IOL_Frame.hpp"
 #include "IOL/IOL_Link.hpp"
 #include "tests/support/ManualClock.hpp"
+#include "tests/support/RaiseSite.hpp"
 
 #include <deque>
 #include <functional>
@@ -21,17 +22,6 @@ struct WireFrame {
     Bytes payload;
     bool operator==(const WireFrame&) const = default;
 };
-
-/// Where a call raises the given exception, as "<file> <line>"; other exceptions pass.
-template <typename Error>
-std::string SiteOf(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const Error& error) {
-        return error.File() + " " + std::to_string(error.Line());
-    }
-    return "nowhere";
-}
 
 /// A link whose other side follows a script on a simulated clock: frames arrive in order, each a given time after the
 /// wait before it ended. Everything that the host does is recorded.

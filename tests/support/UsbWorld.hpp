@@ -1,9 +1,9 @@
 #pragma once
 
-#include "GLO/GLO_Exception.hpp"
 #include "IOU/IOU_UsbLink.hpp"
 #include "THR/THR_CancelRequested.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
+#include "tests/support/RaiseSite.hpp"
 #include "tests/support/ScriptedUsb.hpp"
 
 #include <string>
@@ -63,19 +63,5 @@ class ScriptedDevice : public UsbWorld {
                                     .standardUserDefaults = &defaults,
                                     .log = [](const std::string&) {}}};
 };
-
-/// "file line" of the exception of type E that the action ends with, "other, file line" of one of the library's that is
-/// no E, and empty when it ends without one.
-template <typename E, typename Action>
-std::string raisedAt(Action action) {
-    try {
-        action();
-    } catch (const glo::Exception_t& exception) {
-        const std::exception& any = exception;  // E may be the root itself
-        return (dynamic_cast<const E*>(&any) ? "" : "other, ") + exception.File() + " " +
-               std::to_string(exception.Line());
-    }
-    return {};
-}
 
 }  // namespace support
