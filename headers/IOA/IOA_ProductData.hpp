@@ -21,7 +21,7 @@ class ProductData_t : public iol::Packet_t {
   public:
     static constexpr unsigned short gcId = 255;
 
-    ProductData_t();
+    ProductData_t() : iol::Packet_t(gcId) {}
 
     /// Appends to the descriptions; a text without its closing 0 is dropped.
     /// @throws iol::BadFrame_t  too short for the two numbers
@@ -42,7 +42,7 @@ class ProductDataExt_t : public iol::Packet_t {
   public:
     static constexpr unsigned short gcId = 248;
 
-    ProductDataExt_t();
+    ProductDataExt_t() : iol::Packet_t(gcId) {}
 
     /// Appends to the descriptions; a text without its closing 0 is dropped.
     void AcceptFrame(const iol::Frame_t& frame) override;

@@ -39,7 +39,7 @@ class Protocols_t : public iol::Packet_t {
     /// A list of data-type sets, one for each data type that a protocol uses.
     using TypeSets_t = std::vector<std::set<unsigned short>>;
 
-    Protocols_t();
+    Protocols_t() : iol::Packet_t(gcId) {}
 
     /// Appends the frame's records to the list; a trailing fragment of a record is ignored. Never throws for bad data.
     void AcceptFrame(const iol::Frame_t& frame) override;
@@ -63,47 +63,47 @@ class Protocols_t : public iol::Packet_t {
     bool Contains(const Protocol_t& protocol, const TypeSets_t& dataTypes) const;
 
     // What the device can do. Each asks Contains(), and throws what it throws.
-    bool SupportsPCP() const;
-    bool SupportsCommands() const;
+    bool SupportsPCP() const { return Contains({'A', 1}, {}); }
+    bool SupportsCommands() const { return Contains({'A', 10}, {}); }
     bool SupportsWaypointTransfer() const;
     bool SupportsProxWaypointTransfer() const;
     bool SupportsRouteTransfer() const;
     bool SupportsTrackTransfer() const;
-    bool SupportsTimeTransfer() const;
-    bool SupportsNaming() const;
-    bool SupportsFlightTransfer() const;
-    bool SupportsPVT() const;
-    bool SupportsSV() const;
-    bool SupportsBaseStationMode() const;
-    bool SupportsMapInstallation() const;
-    bool SupportsIDReporting() const;
-    bool SupportsAutoRouting() const;
-    bool SupportsDEM() const;
-    bool SupportsCompressedMaps() const;
-    bool SupportsInitFix() const;
+    bool SupportsTimeTransfer() const { return Contains({'A', 600}, {}); }
+    bool SupportsNaming() const { return Contains({'A', 601}, {}); }
+    bool SupportsFlightTransfer() const { return Contains({'A', 650}, {}) && Contains({'D', 650}, {}); }
+    bool SupportsPVT() const { return Contains({'A', 800}, {}); }
+    bool SupportsSV() const { return Contains({'A', 801}, {}); }
+    bool SupportsBaseStationMode() const { return Contains({'A', 1100}, {}); }
+    bool SupportsMapInstallation() const { return Contains({'A', 900}, {}); }
+    bool SupportsIDReporting() const { return Contains({'A', 903}, {}); }
+    bool SupportsAutoRouting() const { return Contains({'A', 904}, {}); }
+    bool SupportsDEM() const { return Contains({'A', 914}, {}); }
+    bool SupportsCompressedMaps() const { return Contains({'A', 916}, {}); }
+    bool SupportsInitFix() const { return Contains({'A', 921}, {}); }
     bool SupportsAVDInfo() const;
     bool SupportsTawsInfo() const;
     bool SupportsImageTransfer() const;
-    bool SupportsRegionSizeQuery() const;
+    bool SupportsRegionSizeQuery() const { return Contains({'A', 908}, {}); }
     bool SupportsRegionChecksums() const;
     bool SupportsCustomPoiTransfer() const;
-    bool SupportsProductInventory() const;
-    bool SupportsSendingNmea() const;
-    bool SupportsReceivingNmea() const;
-    bool SupportsDeviceDisconnectTimeout() const;
+    bool SupportsProductInventory() const { return Contains({'A', 918}, {}) && Contains({'D', 918}, {}); }
+    bool SupportsSendingNmea() const { return Contains({'A', 1010}, {}); }
+    bool SupportsReceivingNmea() const { return Contains({'A', 1011}, {}); }
+    bool SupportsDeviceDisconnectTimeout() const { return Contains({'A', 1015}, {}); }
 
     // Fitness devices. The numbers in the names are generations of devices, told apart by their data types only.
-    bool SupportsSendActivityGoals() const;
+    bool SupportsSendActivityGoals() const { return Contains({'A', 1014}, {}) && Contains({'D', 1017}, {}); }
     bool SupportsCalorieBurnDataTransfer() const;
     bool SupportsWorkoutTransfer() const;
     bool SupportsWorkoutSend() const;
-    bool SupportsUserProfileTransfer() const;
+    bool SupportsUserProfileTransfer() const { return Supports305UserProfileTransfer(); }
     bool Supports305UserProfileTransfer() const;
-    bool SupportsUserProfileSend() const;
+    bool SupportsUserProfileSend() const { return Supports405UserProfileSend(); }
     bool Supports405UserProfileSend() const;
-    bool SupportsFitnessCourseTransfer() const;
+    bool SupportsFitnessCourseTransfer() const { return Supports305FitnessCourseTransfer(); }
     bool Supports305FitnessCourseTransfer() const;
-    bool SupportsFitnessCourseSend() const;
+    bool SupportsFitnessCourseSend() const { return Supports405FitnessCourseSend(); }
     bool Supports405FitnessCourseSend() const;
     bool SupportsFitnessHistoryTransfer() const;
     bool Supports201FitnessHistoryTransfer() const;

@@ -16,7 +16,7 @@ class UnitIdPacket_t : public iol::Packet_t {
   public:
     static constexpr unsigned short gcId = 38;
 
-    UnitIdPacket_t();
+    UnitIdPacket_t() : iol::Packet_t(gcId) {}
     void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
@@ -28,7 +28,7 @@ class DeviceDisconnectTimeout_t : public iol::Packet_t {
   public:
     static constexpr unsigned short gcId = 1523;
 
-    DeviceDisconnectTimeout_t();
+    DeviceDisconnectTimeout_t() : iol::Packet_t(gcId) {}
     void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
@@ -61,7 +61,7 @@ class TimeData_t : public iol::Packet_t {
   public:
     static constexpr unsigned short gcId = 14;
 
-    TimeData_t();
+    TimeData_t() : iol::Packet_t(gcId) {}
     void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
@@ -94,7 +94,7 @@ class RgnSize_t : public iol::Packet_t {
   public:
     static constexpr unsigned short gcId = 981;
 
-    RgnSize_t();
+    RgnSize_t() : iol::Packet_t(gcId) {}
     void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 

@@ -27,8 +27,6 @@ iol::Frame_t WriteTexts(unsigned short id, iol::FrameStream_t& stream, const std
 
 }  // namespace
 
-ProductData_t::ProductData_t() : iol::Packet_t(gcId) {}
-
 void ProductData_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     iol::FrameStream_t stream(frame);
@@ -53,8 +51,6 @@ std::wstring ProductData_t::DisplayName() const {
     }
     return text;
 }
-
-ProductDataExt_t::ProductDataExt_t() : iol::Packet_t(gcId) {}
 
 void ProductDataExt_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);

@@ -20,8 +20,6 @@ std::string Protocol_t::Str() const {
     return tag + std::string(digits);
 }
 
-Protocols_t::Protocols_t() : iol::Packet_t(gcId) {}
-
 // The records are taken from, and put into, the payload as a whole: one pass, and no more entries than the frame holds.
 
 void Protocols_t::AcceptFrame(const iol::Frame_t& frame) {
@@ -47,7 +45,7 @@ iol::Frame_t Protocols_t::ProduceFrame() const {
 }
 
 Protocols_t::const_iterator Protocols_t::find(const Protocol_t& protocol) const {
-    return std::find(mProtocols.begin(), mProtocols.end(), protocol);
+    return std::ranges::find(mProtocols, protocol);
 }
 
 bool Protocols_t::Contains(const Protocol_t& protocol, const TypeSets_t& dataTypes) const {

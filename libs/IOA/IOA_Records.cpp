@@ -12,8 +12,6 @@ constexpr char gcFile[] = "libs/IOA/IOA_Records";
 
 }  // namespace
 
-UnitIdPacket_t::UnitIdPacket_t() : iol::Packet_t(gcId) {}
-
 void UnitIdPacket_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     ReadFields(frame, gcFile, __LINE__, unitId);
@@ -22,8 +20,6 @@ void UnitIdPacket_t::AcceptFrame(const iol::Frame_t& frame) {
 iol::Frame_t UnitIdPacket_t::ProduceFrame() const {
     return WriteFields(gcId, unitId);
 }
-
-DeviceDisconnectTimeout_t::DeviceDisconnectTimeout_t() : iol::Packet_t(gcId) {}
 
 void DeviceDisconnectTimeout_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
@@ -52,8 +48,6 @@ iol::Frame_t UnitNamePacket_t::ProduceFrame() const {
     return iol::Frame_t(gcId, stream);
 }
 
-TimeData_t::TimeData_t() : iol::Packet_t(gcId) {}
-
 void TimeData_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
     ReadFields(frame, gcFile, __LINE__, month, day, year, hour, minute, second);
@@ -80,8 +74,6 @@ iol::Frame_t DataRqst_t::ProduceFrame() const {
     for (const Rqst_t request : requests) bits |= 1U << (request % 32);
     return WriteFields(gcId, static_cast<unsigned short>(bits & 0xFFFF));
 }
-
-RgnSize_t::RgnSize_t() : iol::Packet_t(gcId) {}
 
 void RgnSize_t::AcceptFrame(const iol::Frame_t& frame) {
     iol::Packet_t::AcceptFrame(frame);
