@@ -10,9 +10,8 @@ namespace iol {
 class FrameStream_t : public bin::stringstream {
   public:
     /// A stream over no bytes, to be written into.
-    FrameStream_t();
-    explicit FrameStream_t(const Frame_t& frame);
-    ~FrameStream_t() override;
+    FrameStream_t() = default;
+    explicit FrameStream_t(const Frame_t& frame) : bin::stringstream(frame.Bytes()) {}
 };
 
 }  // namespace iol

@@ -10,7 +10,7 @@ namespace iol {
 class Packet_t {
   public:
     explicit Packet_t(unsigned short id) : mId(id) {}
-    virtual ~Packet_t();
+    virtual ~Packet_t() = default;
 
     /// Reads a received frame into the packet. An override calls this one first, then reads the payload.
     /// The frame must have the packet's id; handing over another is a fault of the caller and an assertion. A payload,
@@ -21,7 +21,7 @@ class Packet_t {
     }
 
     /// Builds the frame to send. This one has no payload.
-    virtual Frame_t ProduceFrame() const;
+    virtual Frame_t ProduceFrame() const { return Frame_t(mId, nullptr, 0); }
 
     unsigned short Id() const { return mId; }
 

@@ -13,8 +13,9 @@ class UsbLinkImpl_t : private glo::NonCopyable_t {
   public:
     /// Opens the device and the session, with the link's default time-out.
     /// @throws whatever iou::Session_t throws
-    UsbLinkImpl_t(const std::string& registryPath, UsbLink_t::PacketCheckingMode_t mode, UsbLink_t& owner);
-    virtual ~UsbLinkImpl_t();
+    UsbLinkImpl_t(const std::string& registryPath, UsbLink_t::PacketCheckingMode_t /*mode*/, UsbLink_t& owner)
+        : mSession(registryPath, owner.DefaultTimeout()) {}
+    virtual ~UsbLinkImpl_t() = default;
 
     Session_t& Session() { return mSession; }
 
