@@ -24,6 +24,8 @@ void Object_t::RequestCancel() const {
 }
 
 bool Object_t::CancelRequested() const {
+    // A request is a message that waits in this thread's queue, and is served here. One that an earlier question has
+    // answered is not lost either: the functor that asked has latched it.
     mIsCancelRequested = false;
     ProcessMessageWithNoWait();
     return mIsCancelRequested || mRetainCount == 0;

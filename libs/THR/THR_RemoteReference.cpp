@@ -45,11 +45,14 @@ void RemoteReference_t::CallAsync(Method_t method, Stack_t arguments) {
 }
 
 Stack_t RemoteReference_t::CallSync(Method_t method, Stack_t arguments) {
-    // A port for this one reply: a call that is served meanwhile may make synchronous calls of its own.
+    // A port for this one reply: a call that is served meanwhile may make synchronous calls of its own, and each has to
+    // find its own answer.
     Reply_t reply;
     const MessagePort_t replyPort(&reply);
     MessagePort_t target(mPort.Name());
     bool isGone = false;
+    // Asked for before the call leaves, so that an end of the other thread right behind it is told as well. What that
+    // thread sent before its end comes first: a call that was answered never looks like one whose thread has gone.
     target.WhenInvalid([&isGone] { isGone = true; });
 
     arguments << method << mId;

@@ -45,6 +45,8 @@ void MessagePort_t::SendStack(std::int32_t id, Stack_t& stack, const std::wstrin
         if (result != platform::kCFMessagePortSendTimeout) {
             throw Exception_t(gcFile, __LINE__, L"CFMessagePortSendRequest ReturnCode = " + std::to_wstring(result));
         }
+        // The other thread may be in this loop as well, waiting for room in this one's queue. Serving the queue here is
+        // what ends both waits; a call that is served may get here again, with a stack of its own.
         platform::CFRunLoopGetCurrent()->CFRunLoopRunInMode(platform::kCFRunLoopDefaultMode, gcSendTimeout, false);
     }
 }
