@@ -23,7 +23,7 @@ bool StringAt(fil::File_t& file, std::uint64_t position, std::uint64_t size, std
     while (position < size) {
         const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(size - position, sizeof block));
         ReadExactly(file, position, block, count);
-        const std::size_t length = ::strnlen(block, count);
+        const auto length = static_cast<std::size_t>(std::find(block, block + count, '\0') - block);
         text.append(block, length);
         if (length < count) return true;
         position += count;
