@@ -3,7 +3,6 @@
 #include "GLO/GLO_Exception.hpp"
 #include "platform/common/CrashReporter.hpp"
 #include "platform/Platform.hpp"
-#include "platform/common/Boundary.hpp"
 #include "platform/linux/settings/Bundle.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/TemporaryFolder.hpp"
@@ -70,17 +69,6 @@ TEST(Exception, UserTextOfInvalidInputComesFromTheNamedTable) {
         EXPECT_EQ(e.Message(), L"");
         EXPECT_EQ(e.Line(), 81);
     }
-}
-
-TEST(Exception, BoundaryLogsWhatItCaughtInTheFixedForm) {
-    const simulator::SimulatedWorld world;
-    try {
-        throw glo::Terminate_t("libs/X/X_File", 7);
-    } catch (...) {
-        platform::logCaughtException("libs/Y/Y_Port", 8);
-    }
-    EXPECT_EQ(world.log(),
-              std::vector<std::string>{"Exception thrown at libs/X/X_File, 7; caught at libs/Y/Y_Port, 8\n"});
 }
 
 TEST(CallStack, LinesAreDemangledWhereTheyHoldAName) {

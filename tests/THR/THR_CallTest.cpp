@@ -9,6 +9,7 @@
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
+#include "tests/support/RaiseSite.hpp"
 
 #include <gmock/gmock.h>
 
@@ -19,7 +20,6 @@ namespace thr {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::EndsWith;
 using ::testing::StartsWith;
 
 class CallTest : public ::testing::Test {
@@ -41,15 +41,9 @@ class CallTest : public ::testing::Test {
     }
 };
 
-/// File, line and message of what the action throws.
-std::wstring Raised(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const Exception_t& raised) {
-        const std::string place = raised.File() + ' ' + std::to_string(raised.Line()) + ' ';
-        return std::wstring(place.begin(), place.end()) + raised.Message();
-    }
-    return L"nothing";
+/// What throws an exception of the module with such a message.
+auto Raises(const auto& message) {
+    return ::testing::Throws<Exception_t>(::testing::Property(&Exception_t::Message, message));
 }
 
 template <typename... Values>
@@ -172,8 +166,9 @@ TEST(Stack, ValuesComeBackLastInFirstOutAndTextByPointerAsText) {
 TEST(Stack, PoppingMoreThanIsThereThrowsWithADumpAndTakesNothing) {
     Stack_t stack({0x41, 0x42, 0x00});
     int value = 0;
-    EXPECT_THAT(Raised([&] { stack.Pop(&value, sizeof value, "some/File", 123); }),
-                StartsWith(L"some/File 123 Requested Data Size: 4\nStack Size: 3\nStack Contents:\n0000: 41 42 00"));
+    const auto pop = [&] { stack.Pop(&value, sizeof value, "some/File", 123); };
+    EXPECT_EQ(support::raisedAt<BadStackException_t>(pop), "some/File 123");
+    EXPECT_THAT(pop, Raises(StartsWith(L"Requested Data Size: 4\nStack Size: 3\nStack Contents:\n0000: 41 42 00")));
     EXPECT_EQ(stack.Bytes().size(), 3u);
     win::Version_t version(1, 2, 3, 4);
     EXPECT_THROW(stack >> version, BadStackException_t);
@@ -210,8 +205,8 @@ TEST_F(CallTest, APortRefusesWhatIsNoCallAndLogsWhatItCantDeliver) {
 
     Stack_t empty;
     EXPECT_THROW(deaf.SendStack(gcAsyncCall, empty, L"name"), Exception_t);
-    EXPECT_THAT(Raised([&] { MessagePort_t(L"nobody").SendStack(gcAsyncCall, stack, L""); }),
-                EndsWith(L" CFMessagePortSendRequest ReturnCode = -3"));
+    EXPECT_THAT([&] { MessagePort_t(L"nobody").SendStack(gcAsyncCall, stack, L""); },
+                Raises(L"CFMessagePortSendRequest ReturnCode = -3"));
 }
 
 TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswerOrRaiseWhatTheyThrow) {
@@ -223,7 +218,9 @@ TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswerOrRaiseWhatTheyThrow)
     EXPECT_EQ(server.Call(Counter_t::AddThroughPeer, 5), 1220);
     EXPECT_EQ(mine.mCount, 5);
 
-    EXPECT_EQ(Raised([&] { server.reference->CallSync(Counter_t::Throw, {}); }), L"some/File 77 why");
+    const auto call = [&] { server.reference->CallSync(Counter_t::Throw, {}); };
+    EXPECT_EQ(support::raisedAt<Exception_t>(call), "some/File 77");
+    EXPECT_THAT(call, Raises(L"why"));
     EXPECT_THROW(server.reference->CallSync(Counter_t::ThrowInteger, {}), Exception_t);
     EXPECT_THROW(server.reference->CallSync(Counter_t::Add, {}), Exception_t) << "an argument is missing";
     EXPECT_EQ(server.Call(Counter_t::Add, 3), 1223) << "the thread still serves";
@@ -248,8 +245,7 @@ TEST_F(CallTest, TheEndOfTheCalledThreadEndsAWaitingCall) {
     server.reference->CallAsync(Counter_t::Finish, {});
     // Served once the call waits for its answer; the thread then ends with the call still in its queue.
     Post([&] { mayEnd.set_value(); });
-    EXPECT_THAT(Raised([&] { server.reference->CallSync(Counter_t::Add, Stack(1)); }),
-                EndsWith(L" The called thread has ended."));
+    EXPECT_THAT([&] { server.reference->CallSync(Counter_t::Add, Stack(1)); }, Raises(L"The called thread has ended."));
     server.reference.reset();
 }
 
