@@ -52,9 +52,9 @@ constexpr std::size_t kLargestPropertyList = 4u << 20;  ///< bytes
 /// Reads an XML property list; empty when the bytes are none, hold a zero character, a number, a date or data that
 /// would be read as another value, a NaN or an internal subset of the document type, nest more than 256 containers or
 /// are more than kLargestPropertyList. Binary lists are not read. Any thread.
-std::optional<PropertyList> parsePropertyList(const std::string& bytes);
+[[nodiscard]] std::optional<PropertyList> parsePropertyList(const std::string& bytes);
 
 /// Writes an XML property list, keys in order. Any thread.
-std::string formatPropertyList(const PropertyList& list);
+[[nodiscard]] std::string formatPropertyList(const PropertyList& list);
 
 }  // namespace platform

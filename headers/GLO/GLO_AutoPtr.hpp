@@ -13,8 +13,8 @@ template <typename T>
 class AutoPtr {
   public:
     AutoPtr() = default;
-    AutoPtr(std::nullptr_t) {}
-    explicit AutoPtr(T* object) : mObject(object) {}
+    AutoPtr(std::nullptr_t) noexcept {}
+    explicit AutoPtr(T* object) noexcept : mObject(object) {}
     AutoPtr(const AutoPtr&) = delete;
     AutoPtr& operator=(const AutoPtr&) = delete;
     AutoPtr(AutoPtr&& other) noexcept : mObject(other.release()) {}
@@ -36,15 +36,15 @@ class AutoPtr {
         return mObject;
     }
 
-    T* get() const { return mObject; }
-    explicit operator bool() const { return mObject != nullptr; }
+    T* get() const noexcept { return mObject; }
+    explicit operator bool() const noexcept { return mObject != nullptr; }
 
     /// Gives the object away without deleting it.
-    [[nodiscard]] T* release() { return std::exchange(mObject, nullptr); }
+    [[nodiscard]] T* release() noexcept { return std::exchange(mObject, nullptr); }
 
     /// Deletes the held object, unless it is the given one, and holds the given one. The old object's destructor runs
     /// after the change, so that it may look at this pointer.
-    void reset(T* object = nullptr) {
+    void reset(T* object = nullptr) noexcept {
         if (object == mObject) return;
         delete std::exchange(mObject, object);
     }

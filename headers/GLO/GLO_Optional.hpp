@@ -15,7 +15,7 @@ class OptionalHeapStorageBase_t {
   public:
     OptionalHeapStorageBase_t() = default;
 
-    bool IsKnown() const { return mValue.get() != nullptr; }
+    bool IsKnown() const noexcept { return mValue.get() != nullptr; }
 
     /// The value. Asking for an unknown one stops the process (the line is a stable identifier).
     const T& Value() const {
@@ -31,7 +31,7 @@ class OptionalHeapStorageBase_t {
             mValue.reset(new T(value));
     }
 
-    void MakeUnknown() { mValue.reset(); }
+    void MakeUnknown() noexcept { mValue.reset(); }
 
   private:
     AutoPtr<T> mValue;
@@ -43,7 +43,7 @@ class OptionalInternalStorageBase_t {
   public:
     OptionalInternalStorageBase_t() = default;
 
-    bool IsKnown() const { return mIsKnown; }
+    bool IsKnown() const noexcept { return mIsKnown; }
 
     /// The value. Asking for an unknown one stops the process (the line is a stable identifier).
     const T& Value() const {
@@ -56,7 +56,7 @@ class OptionalInternalStorageBase_t {
         mIsKnown = true;
     }
 
-    void MakeUnknown() { mIsKnown = false; }
+    void MakeUnknown() noexcept { mIsKnown = false; }
 
   private:
     T mValue{};

@@ -17,10 +17,10 @@ class RefCounter_t {
     RefCounter_t& operator=(const RefCounter_t&) { return *this; }
 
     /// Any thread that holds a reference already, or has just made the object.
-    void AddReference() const { mCount.fetch_add(1, std::memory_order_relaxed); }
+    void AddReference() const noexcept { mCount.fetch_add(1, std::memory_order_relaxed); }
 
     /// @return true when this was the last reference: the caller deletes the object. Any thread.
-    bool ReleaseReference() const {
+    [[nodiscard]] bool ReleaseReference() const noexcept {
         // The only holder needs no atomic change: nobody else could take a new reference meanwhile.
         if (mCount.load(std::memory_order_acquire) == 1) return true;
         return mCount.fetch_sub(1, std::memory_order_acq_rel) == 1;
@@ -40,14 +40,14 @@ template <typename T>
 class SmartPtr_t {
   public:
     SmartPtr_t() = default;
-    SmartPtr_t(std::nullptr_t) {}
-    explicit SmartPtr_t(T* object) : mObject(object) {
+    SmartPtr_t(std::nullptr_t) noexcept {}
+    explicit SmartPtr_t(T* object) noexcept : mObject(object) {
         if (mObject) mObject->AddReference();
     }
-    SmartPtr_t(const SmartPtr_t& other) : SmartPtr_t(other.mObject) {}
+    SmartPtr_t(const SmartPtr_t& other) noexcept : SmartPtr_t(other.mObject) {}
     SmartPtr_t(SmartPtr_t&& other) noexcept : mObject(std::exchange(other.mObject, nullptr)) {}
     template <typename U>
-    SmartPtr_t(const SmartPtr_t<U>& other) : SmartPtr_t(static_cast<T*>(other.get())) {}
+    SmartPtr_t(const SmartPtr_t<U>& other) noexcept : SmartPtr_t(static_cast<T*>(other.get())) {}
     SmartPtr_t& operator=(SmartPtr_t other) noexcept {
         std::swap(mObject, other.mObject);
         return *this;
@@ -62,8 +62,8 @@ class SmartPtr_t {
         return mObject;
     }
 
-    T* get() const { return mObject; }
-    explicit operator bool() const { return mObject != nullptr; }
+    T* get() const noexcept { return mObject; }
+    explicit operator bool() const noexcept { return mObject != nullptr; }
     bool operator==(const SmartPtr_t& other) const = default;
 
   private:

@@ -12,23 +12,23 @@ inline constexpr unsigned int gcAsciiEncoding = 0x0600;
 inline constexpr unsigned int gcUtf8Encoding = 0x08000100;
 
 /// The encoding number of a Windows code page (1252, 20127, 65001); the all-ones number for one that is not known.
-unsigned int EncodingOfWindowsCodepage(unsigned int windowsCodepage);
+[[nodiscard]] unsigned int EncodingOfWindowsCodepage(unsigned int windowsCodepage);
 
 /// The code page of exception messages: that of Windows-1252. Any thread.
-unsigned int gcErrStdEncoding();
+[[nodiscard]] unsigned int gcErrStdEncoding();
 
 /// Text in a code page. What the code page lacks becomes "?" (in UTF-8, what is no Unicode character becomes U+FFFD).
 /// Never fails. Any thread.
-std::string string(std::wstring_view text, unsigned int codePage);
+[[nodiscard]] std::string string(std::wstring_view text, unsigned int codePage);
 
 /// Bytes of a code page as text. What is malformed becomes U+FFFD: in UTF-8 that holds for cut, overlong and surrogate
 /// sequences. Never fails. Any thread.
-std::wstring wstring(std::string_view bytes, unsigned int codePage);
+[[nodiscard]] std::wstring wstring(std::string_view bytes, unsigned int codePage);
 
 /// True when the byte is a printable character of the code page by itself. Any thread.
-bool IsPrintable(unsigned char byte, unsigned int codePage);
+[[nodiscard]] bool IsPrintable(unsigned char byte, unsigned int codePage);
 
 /// Compares without regard to the case of the letters A to Z. Any thread.
-bool EqualNoCase(std::wstring_view a, std::wstring_view b);
+[[nodiscard]] bool EqualNoCase(std::wstring_view a, std::wstring_view b);
 
 }  // namespace glo

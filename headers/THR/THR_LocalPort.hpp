@@ -7,6 +7,7 @@
 #include "THR/THR_MessagePort.hpp"
 #include "THR/THR_ObjectId.hpp"
 
+#include <cstdint>
 #include <map>
 #include <memory>
 
@@ -20,7 +21,7 @@ class LocalPort_t : public MessageHandlerIntf_t, private glo::NonCopyable_t {
     /// The calling thread's port.
     /// @throws thr::Exception_t  it could not be made
     static LocalPort_t& GetLocalPort();
-    static LocalPort_t* FindLocalPort();  ///< null when the thread has none
+    [[nodiscard]] static LocalPort_t* FindLocalPort() noexcept;  ///< null when the thread has none
     static void ReleaseLocalPort();
 
     LocalPort_t();

@@ -6,6 +6,7 @@
 #include "WIN/WIN_Version.hpp"
 
 #include <string>
+#include <utility>
 
 namespace win {
 
@@ -72,7 +73,7 @@ void SetAppMetaDataContainer(AppMetaDataContainer_t* container);
 
 /// Makes a container from the bundle's information dictionary and the build's own values. A version whose second word
 /// is no build type is a mistake of whoever made the bundle and stops the process. Any thread.
-glo::AutoPtr<AppMetaDataContainer_t> CreateAppMetaData();
+[[nodiscard]] glo::AutoPtr<AppMetaDataContainer_t> CreateAppMetaData();
 
 /// The running bundle's identifier; empty when it has none. Any thread.
 std::wstring MainBundleIdentifier();

@@ -4,6 +4,7 @@
 #include "WIN/WIN_Duration.hpp"
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 
 class WINNativeTimer_t;

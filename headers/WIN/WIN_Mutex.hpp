@@ -15,8 +15,8 @@ class Mutex_t : public glo::NonCopyable_t {
     ~Mutex_t();
 
     /// Blocks. @return 0, or the system's error number. Any thread.
-    int Lock();
-    int Unlock();
+    [[nodiscard]] int Lock() noexcept;
+    int Unlock() noexcept;
 
   private:
     pthread_mutex_t mMutex;

@@ -7,12 +7,13 @@
 
 #include <fstream>
 #include <iterator>
+#include <string_view>
 
 namespace glo {
 namespace {
 
 /// The text as a literal of the script language.
-std::string Quoted(const std::wstring& text) {
+std::string Quoted(std::wstring_view text) {
     std::string quoted = "\"";
     for (const char c : string(text, gcUtf8Encoding)) {
         if (c == '"' || c == '\\') quoted += '\\';

@@ -14,8 +14,9 @@ std::wstring LocalizedString(const wchar_t* table, const wchar_t* key) {
     if (EqualNoCase(name, L"crl"))
         name = L"CRL_Common";
     else
-        std::transform(name.begin(), name.end(), name.begin(),
-                       [](wchar_t c) { return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c; });
+        std::ranges::transform(name, name.begin(), [](wchar_t c) {
+            return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
+        });
     return wstring(platform::mainBundle().localizedStringForKey(string(key, gcUtf8Encoding), std::string(),
                                                                 string(name, gcUtf8Encoding)),
                    gcUtf8Encoding);
@@ -60,7 +61,7 @@ CommunicationsError_t::CommunicationsError_t(DebugOutputIntf_t& output, const ch
 Timeout_t::Timeout_t(const char* file, unsigned short line) : CommunicationsError_t(file, line, L"") {}
 
 Timeout_t::Timeout_t(DebugOutputIntf_t& output, const char* file, unsigned short line)
-    : CommunicationsError_t(output, file, line, std::wstring()) {}
+    : CommunicationsError_t(output, file, line, L"") {}
 
 WindowDoesNotExist_t::WindowDoesNotExist_t(const char* file, unsigned short line) : Exception_t(file, line, L"", "") {}
 

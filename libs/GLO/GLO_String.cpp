@@ -61,7 +61,7 @@ wchar_t TakeUtf8(std::string_view& bytes) {
 
 char ToWindows1252(wchar_t c) {
     if ((c >= 0 && c < 0x80) || (c >= 0xA0 && c <= 0xFF)) return static_cast<char>(c);
-    const auto* const it = std::find(gcWindows1252High.begin(), gcWindows1252High.end(), c);
+    const auto* const it = std::ranges::find(gcWindows1252High, c);
     return it == gcWindows1252High.end() ? '?' : static_cast<char>(0x80 + (it - gcWindows1252High.begin()));
 }
 
@@ -131,8 +131,7 @@ bool IsPrintable(unsigned char byte, unsigned int codePage) {
 }
 
 bool EqualNoCase(std::wstring_view a, std::wstring_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](wchar_t x, wchar_t y) { return Lower(x) == Lower(y); });
+    return std::ranges::equal(a, b, {}, Lower, Lower);
 }
 
 }  // namespace glo

@@ -28,7 +28,7 @@ LocalPort_t& LocalPort_t::GetLocalPort() {
     return *gPort;
 }
 
-LocalPort_t* LocalPort_t::FindLocalPort() {
+LocalPort_t* LocalPort_t::FindLocalPort() noexcept {
     return gPort;
 }
 void LocalPort_t::ReleaseLocalPort() {
@@ -58,6 +58,7 @@ void LocalPort_t::InvokeSync(Stack_t& stack, const std::wstring& replyTo) {
     ObjectId_t id;
     Stack_t reply;
     bool hasSucceeded = false;
+    // The caller waits without limit, so whatever goes wrong from here on is an answer too, an unknown object included.
     try {
         const auto reference = GetReference(stack);
         id = reference->Id();

@@ -10,6 +10,7 @@
 #include "platform/Platform.hpp"
 
 #include <mutex>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -27,7 +28,7 @@ Pending_t& Pending() {
     return pending;
 }
 
-std::vector<std::wstring> Words(const std::wstring& text) {
+std::vector<std::wstring> Words(std::wstring_view text) {
     std::vector<std::wstring> words(1);
     for (const wchar_t character : text) {
         if (character == L' ')
@@ -38,10 +39,10 @@ std::vector<std::wstring> Words(const std::wstring& text) {
     return words;
 }
 
-std::wstring Ascii(const char* text) {
+std::wstring Ascii(std::string_view text) {
     return glo::wstring(text, AsciiEncoding());
 }
-std::wstring Wide(const std::string& text) {
+std::wstring Wide(std::string_view text) {
     return glo::wstring(text, Utf8Encoding());
 }
 

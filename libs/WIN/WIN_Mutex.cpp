@@ -35,11 +35,11 @@ Mutex_t::~Mutex_t() {
     pthread_mutex_destroy(&mMutex);
 }
 
-int Mutex_t::Lock() {
+int Mutex_t::Lock() noexcept {
     return pthread_mutex_lock(&mMutex);
 }
 
-int Mutex_t::Unlock() {
+int Mutex_t::Unlock() noexcept {
     return pthread_mutex_unlock(&mMutex);
 }
 

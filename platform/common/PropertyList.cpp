@@ -8,7 +8,6 @@
 #include <locale.h>
 #include <memory>
 #include <new>
-#include <utility>
 
 namespace platform {
 namespace {

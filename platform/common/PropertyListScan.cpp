@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <system_error>
 
 namespace platform {
 namespace {
@@ -101,7 +102,7 @@ std::optional<int> scanPropertyList(std::string_view xml) {
         }
         std::string_view markup = rest.substr(0, rest.find('>'));
         // Behind an even number of quotes the ">" stands outside of them.
-        if (markup.size() == rest.size() || std::count(markup.begin(), markup.end(), '"') % 2 != 0) return std::nullopt;
+        if (markup.size() == rest.size() || std::ranges::count(markup, '"') % 2 != 0) return std::nullopt;
         const std::string_view text = xml.substr(textBegin, at - textBegin);
         at += markup.size() + 1;
         if (markup.starts_with("<?")) {
@@ -113,7 +114,7 @@ std::optional<int> scanPropertyList(std::string_view xml) {
             continue;
         }
         textBegin = at;
-        moved += static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '&')) * text.size();
+        moved += static_cast<std::uint64_t>(std::ranges::count(text, '&')) * text.size();
         if (moved > kMostMoved) return std::nullopt;
 
         const bool isClosing = markup.starts_with("</");

@@ -8,7 +8,6 @@
 #include "platform/Platform.hpp"
 #include "platform/common/Boundary.hpp"
 
-#include <limits>
 #include <system_error>
 #include <thread>
 #include <utility>

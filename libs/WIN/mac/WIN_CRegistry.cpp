@@ -8,8 +8,10 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <utility>
+#include <variant>
 
 namespace {
 
@@ -22,7 +24,7 @@ std::string Utf8(const TXString& text) {
 
 std::string WithSlashes(const TXString& path) {
     std::string text = Utf8(path);
-    std::replace(text.begin(), text.end(), '\\', '/');
+    std::ranges::replace(text, '\\', '/');
     return text;
 }
 
@@ -157,8 +159,8 @@ bool CRegistry::RemoveTerminalNodeOfPath(const TXString& path) {
 int CRegistry::CountOf(bool subkeys) const {
     const std::lock_guard lock(win::MacRegistryStore().TreeMutex());
     if (!mOpenKey) return 0;
-    return static_cast<int>(std::count_if(mOpenKey->mEntries.begin(), mOpenKey->mEntries.end(),
-                                          [&](const auto& entry) { return IsSubkey(entry.second) == subkeys; }));
+    return static_cast<int>(std::ranges::count_if(
+        mOpenKey->mEntries, [&](const auto& entry) { return IsSubkey(entry.second) == subkeys; }));
 }
 
 bool CRegistry::NameOf(int index, bool subkeys, TXString& name) const {

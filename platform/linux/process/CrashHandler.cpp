@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 #include <signal.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -51,7 +52,7 @@ void removeOldReports(const std::string& filePrefix) {
         const auto [end, failure] = std::from_chars(text.data() + name.size(), text.data() + text.size(), seconds);
         if (failure == std::errc{} && *end == '-') reports.emplace_back(seconds, file->path());
     }
-    std::sort(reports.begin(), reports.end(), std::greater());
+    std::ranges::sort(reports, std::greater());
     for (std::size_t i = kMostReports; i < reports.size(); ++i) std::filesystem::remove(reports[i].second, error);
 }
 

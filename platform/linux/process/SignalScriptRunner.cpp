@@ -21,6 +21,8 @@ extern "C" {  // glibc 2.36 forgets to say so itself
 #include <iterator>
 #include <sstream>
 #include <string_view>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 namespace platform {
@@ -46,7 +48,7 @@ std::string_view baseName(std::string_view path) {
 
 /// Whether the process's full name is this one: that of the program it runs, of its first argument, or, where an
 /// interpreter runs a script, of the script.
-bool hasFullName(const fs::path& process, const std::string& name) {
+bool hasFullName(const fs::path& process, std::string_view name) {
     const std::string arguments = contents(process / "cmdline");  // each ended by a zero byte
     std::string_view rest = arguments;
     for (int i = 0; i < 2 && !rest.empty(); ++i) {
@@ -61,7 +63,7 @@ bool hasFullName(const fs::path& process, const std::string& name) {
 
 /// This user's, and of that exact name. What the kernel calls a process is cut to 15 characters: only a shorter name
 /// is told by it alone.
-bool isWanted(const fs::path& process, const std::string& name) {
+bool isWanted(const fs::path& process, std::string_view name) {
     struct stat status {};
     if (::stat(process.c_str(), &status) < 0 || status.st_uid != ::geteuid()) return false;
     std::string shortName = contents(process / "comm");
@@ -80,7 +82,7 @@ struct Processes {
     bool outOfReach = false;              ///< there is one that can't be referred to
 };
 
-Processes running(const std::string& name) {
+Processes running(std::string_view name) {
     Processes found;
     std::error_code error;
     for (fs::directory_iterator entry("/proc", error), end; !error && entry != end; entry.increment(error)) {
@@ -112,7 +114,7 @@ void waitForEnd(const std::vector<FileDescriptor>& processes, milliseconds patie
 
 }  // namespace
 
-std::optional<std::string> applicationToQuit(const std::string& source) {
+std::optional<std::string> applicationToQuit(std::string_view source) {
     constexpr std::string_view kStart = "tell application \"";
     constexpr std::string_view kEnd = " to quit";
     if (!source.starts_with(kStart)) return std::nullopt;

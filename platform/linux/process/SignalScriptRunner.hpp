@@ -5,6 +5,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace platform {
 
@@ -25,6 +26,6 @@ class SignalScriptRunner final : public ScriptRunner {
 
 /// NAME of `tell application "NAME" to quit`; nothing when the script says anything else. Within the quotes, a
 /// backslash takes away the meaning of the quote or backslash after it.
-std::optional<std::string> applicationToQuit(const std::string& source);
+[[nodiscard]] std::optional<std::string> applicationToQuit(std::string_view source);
 
 }  // namespace platform

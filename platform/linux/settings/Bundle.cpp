@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace platform {
@@ -56,13 +57,11 @@ void addLanguage(std::vector<std::string>& languages, std::string_view locale) {
     if (name.empty() || name == "C" || name == "POSIX") return;
     const std::string_view language = name.substr(0, name.find_first_of("_-"));
     // "zh_TW:zh" asks for traditional Chinese twice, not for simplified as well.
-    if (name == "zh" && std::any_of(languages.begin(), languages.end(), isTraditionalChinese)) return;
+    if (name == "zh" && std::ranges::any_of(languages, isTraditionalChinese)) return;
     for (const auto candidate : {name, language, regionFor(name, language)}) {
         // A locale's name becomes part of a path, so it must not lead elsewhere.
         if (candidate.empty() || candidate.find('/') != std::string_view::npos) return;
-        if (std::find(languages.begin(), languages.end(), candidate) == languages.end()) {
-            languages.emplace_back(candidate);
-        }
+        if (std::ranges::find(languages, candidate) == languages.end()) languages.emplace_back(candidate);
     }
 }
 
@@ -72,7 +71,7 @@ Bundle::Bundle(std::string resources, std::vector<std::string> languages)
     : mFolder(resources.empty() ? findResources() : std::move(resources)) {
     if (mFolder.empty()) return;
     mInfo = load(mFolder + "/Info.plist");
-    if (std::find(languages.begin(), languages.end(), kEnglish) == languages.end()) languages.emplace_back(kEnglish);
+    if (std::ranges::find(languages, kEnglish) == languages.end()) languages.emplace_back(kEnglish);
     for (const auto& language : languages) loadLanguage(language);
 }
 

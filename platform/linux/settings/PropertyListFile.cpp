@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -70,7 +71,7 @@ FileReplacement::~FileReplacement() {
     if (names(mTemporary, mDescriptor.get())) unlink(mTemporary.c_str());
 }
 
-bool FileReplacement::write(const std::string& bytes) {
+bool FileReplacement::write(std::string_view bytes) {
     struct stat old {};
     if (stat(mPath.c_str(), &old) == 0 && fchmod(mDescriptor.get(), old.st_mode & 07777) != 0) return false;
     if (ftruncate(mDescriptor.get(), 0) != 0) return false;
@@ -84,7 +85,7 @@ bool FileReplacement::write(const std::string& bytes) {
     return fsync(mDescriptor.get()) == 0;
 }
 
-bool FileReplacement::commit(const std::string& bytes) {
+bool FileReplacement::commit(std::string_view bytes) {
     if (!mDescriptor || !write(bytes)) return false;
     if (rename(mTemporary.c_str(), mPath.c_str()) != 0) return false;
     // The new name has to reach the disk too. Some file systems can't sync a folder; the contents are there all the

@@ -3,8 +3,8 @@
 #include "platform/PropertyList.hpp"
 #include "platform/common/FileDescriptor.hpp"
 
-#include <optional>
 #include <string>
+#include <string_view>
 
 namespace platform {
 
@@ -21,7 +21,7 @@ struct PropertyListFile {
 };
 
 /// Reads a file whose root is a dictionary; any other root counts as damage. Blocks on the disk. Any thread.
-PropertyListFile readPropertyListFile(const std::string& path);
+[[nodiscard]] PropertyListFile readPropertyListFile(const std::string& path);
 
 /// Exclusive right to replace one file, among all processes and threads. It is the temporary file itself, locked while
 /// this object lives, so that an ended process leaves no lock behind: the next writer takes its leftovers over.
@@ -47,14 +47,14 @@ class FileReplacement {
     /// Puts the bytes in the place of the file, for good once this returns: at every moment, power loss included, the
     /// old or the new contents are there, whole.
     /// @return false when they could not be written; the old contents are still there
-    bool commit(const std::string& bytes);
+    [[nodiscard]] bool commit(std::string_view bytes);
 
     /// Renames the file to a name that nothing has, next to it.
     /// @return the new path; empty when it could not be moved and is still there
-    std::string setAside();
+    [[nodiscard]] std::string setAside();
 
   private:
-    bool write(const std::string& bytes);
+    bool write(std::string_view bytes);
 
     std::string mPath;
     std::string mFolder;

@@ -7,8 +7,10 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <optional>
 #include <strings.h>
 #include <utility>
+#include <variant>
 
 namespace platform {
 namespace {
