@@ -20,9 +20,7 @@ class AsioRunLoops;
 /// libudev's objects are not thread-safe: every call and every armed notification has its own. Any thread.
 class UdevRegistry final : public IORegistry {
   public:
-    /// @param loops  the process's run loops; attaches and completions are delivered in theirs. It must outlive what
-    /// the
-    ///               registry hands out
+    /// @param loops  in theirs attaches and completions are delivered; must outlive all that the registry hands out
     explicit UdevRegistry(AsioRunLoops& loops) : mLoops(loops) {}
 
     IOReturn IOServiceGetMatchingServices(const MatchingDictionary& matching,

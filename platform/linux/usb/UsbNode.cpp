@@ -34,7 +34,7 @@ bool waitForChange(int inotify, steady_clock::time_point deadline) {
     }
 }
 
-/// In place of WaitForChange where the user's share of inotify instances is used up; false when the time is up.
+/// In place of waitForChange() where the user's share of inotify instances is used up; false when the time is up.
 bool pause(steady_clock::time_point deadline) {
     constexpr milliseconds kPause(50);
     const auto left = ceil<milliseconds>(deadline - steady_clock::now());
