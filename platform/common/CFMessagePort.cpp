@@ -19,9 +19,8 @@ namespace platform {
 ///   posted for it, by the one or by the other.
 /// - A send that waits for room against CFMessagePortInvalidate. The end of the port is one of the things that the wait
 ///   looks for, so it can't be missed, and nothing is queued any more once isValid is false.
-/// - CFMessagePortSetInvalidationCallBack against CFMessagePortInvalidate. A watcher is either in the list before that
-/// is
-///   taken, or finds the port invalid and is told at once.
+/// - CFMessagePortSetInvalidationCallBack against CFMessagePortInvalidate. A watcher is in the list before that is
+///   taken, or it finds the port invalid and is told at once.
 /// Nothing is posted or called with the lock held. A block may therefore come for a message that has been dropped, and
 /// finds the queue empty.
 struct CFMessagePort::Channel {

@@ -40,9 +40,8 @@ namespace platform {
 /// Within it a completion runs right from libusb's call-back, so that a read which it starts can be served in the same
 /// round. Three rules hold:
 /// - What has ended is reported in the order in which it ended.
-/// - A failure is only ever the first that a round reports, see IOUSB.hpp. For the same reason a refused transfer
-/// counts
-///   as ended from the end of the round on.
+/// - A failure is only ever the first that a round reports, see IOUSB.hpp. For the same reason a refused transfer has
+///   not ended before the round is over.
 /// - What a completion throws does not pass through libusb, which is C: it leaves the run once libusb has returned, and
 ///   what is left over gets a round of its own.
 ///
