@@ -147,7 +147,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     DDLog::addLogger(fileLogger);
     if (!fileLogger) DDLogWarn("No home folder: there are no log files and no traces.");
 
-    const std::string version = platform::mainBundle().infoString("CFBundleShortVersionString");
+    const std::string version = platform::mainBundle().infoText("CFBundleShortVersionString");
     DDLogInfo("Trovik Reset Tool %s has started.", version.c_str());
 
     platform::defaultExceptionHandler().setDelegate(this);

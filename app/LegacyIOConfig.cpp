@@ -15,7 +15,7 @@ void LegacyIOConfig::configureMetaData() noexcept {
     container->mBuildUserId = L"Trovik";
     container->mPartNumber = L"006-B0000-00";
     const platform::NSBundle& bundle = platform::mainBundle();
-    container->mProductName = glo::wstring(bundle.infoString("CFBundleName", "Trovik App"), win::Utf8Encoding());
-    container->mVersion = win::StringToVersion(bundle.infoString("CFBundleShortVersionString", "1.0"));
+    container->mProductName = glo::wstring(bundle.infoText("CFBundleName", "Trovik App"), win::Utf8Encoding());
+    container->mVersion = win::StringToVersion(bundle.infoText("CFBundleShortVersionString", "1.0"));
     win::SetAppMetaDataContainer(container.release());
 }

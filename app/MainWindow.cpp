@@ -58,7 +58,7 @@ Qt::LayoutDirection textDirection() {
 }
 
 QString infoText(const char* key) {
-    return QString::fromStdString(platform::mainBundle().infoString(key));
+    return QString::fromStdString(platform::mainBundle().infoText(key));
 }
 
 QIcon applicationIcon() {

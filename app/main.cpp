@@ -68,7 +68,7 @@ int main(int argc, char** argv) {
 
     const std::string& logs = TrovikLogs::logsDirectory();
     platform::installCrashHandler(logs.empty() ? logs : logs + "/ResetTool",
-                                  "Trovik Reset Tool " + bundle.infoString("CFBundleShortVersionString"));
+                                  "Trovik Reset Tool " + bundle.infoText("CFBundleShortVersionString"));
 
     AppDelegate controller(terminate);
     StartUp::withThread([&] { controller.applicationWillFinishLaunching(); });

@@ -17,10 +17,6 @@ class Directories {
 
     /// For settings.
     virtual std::string preferencesDirectory() const = 0;
-
-    /// Makes a folder for the user alone, in a parent that is there. Says nothing: what can't be made shows when a file
-    /// in it is opened.
-    virtual void createDirectoryAtPath(const std::string& path) const noexcept = 0;
 };
 
 }  // namespace platform

@@ -20,7 +20,7 @@ class NSBundle {
     virtual const PropertyList::Dictionary& infoDictionary() const = 0;
 
     /// The string under a key of that dictionary; `fallback` where it holds none.
-    [[nodiscard]] std::string infoString(const std::string& key, const std::string& fallback = {}) const {
+    [[nodiscard]] std::string infoText(const std::string& key, const std::string& fallback = {}) const {
         const std::string* const text = stringIn(infoDictionary(), key);
         return text ? *text : fallback;
     }

@@ -100,12 +100,12 @@ glo::AutoPtr<AppMetaDataContainer_t> CreateAppMetaData() {
         platform::standardUserDefaults().boolForKey("AppTestReleaseBuild") ? L"SQA" : Ascii(BuildUserId());
 
     const platform::NSBundle& bundle = platform::mainBundle();
-    container->mProductName = Wide(bundle.infoString("CFBundleName"));
-    container->mInternalName = Wide(bundle.infoString("CFBundleExecutable"));
-    container->mPartNumber = Wide(bundle.infoString("TrovikPartNumber"));
-    container->mCopyright = Wide(bundle.infoString("NSHumanReadableCopyright"));
+    container->mProductName = Wide(bundle.infoText("CFBundleName"));
+    container->mInternalName = Wide(bundle.infoText("CFBundleExecutable"));
+    container->mPartNumber = Wide(bundle.infoText("TrovikPartNumber"));
+    container->mCopyright = Wide(bundle.infoText("NSHumanReadableCopyright"));
 
-    const std::string version = bundle.infoString("CFBundleVersion");
+    const std::string version = bundle.infoText("CFBundleVersion");
     container->mVersion = StringToVersion(version);
     const auto words = Words(Wide(version));
     std::wstring& type = container->mBuildType;

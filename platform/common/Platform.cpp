@@ -70,7 +70,6 @@ class NoDirectories final : public Directories {
     std::string applicationSupportDirectory() const override { return {}; }
     std::string cachesDirectory() const override { return {}; }
     std::string preferencesDirectory() const override { return {}; }
-    void createDirectoryAtPath(const std::string&) const noexcept override {}
 };
 
 class NoSources final : public DispatchSources {

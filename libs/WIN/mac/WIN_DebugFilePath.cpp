@@ -4,6 +4,7 @@
 #include "WIN/WIN_Encoding.hpp"
 #include "platform/Directories.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/PrivateFolder.hpp"
 
 namespace win {
 
@@ -16,7 +17,7 @@ std::wstring DebugFilePath(const std::wstring& suffix, const std::wstring& name)
     const std::wstring directory = DebugFileDirectory();
     if (directory.empty()) return {};  // a user without a home folder: the file can't be opened and traces are lost
     // Not made where the caches folder itself is missing; the traces are lost then as well.
-    platform::directories().createDirectoryAtPath(glo::string(directory, Utf8Encoding()));
+    platform::makePrivateFolder(glo::string(directory, Utf8Encoding()));
     return directory + (name.empty() ? AppMetaData().ProductName() + suffix : name) + L".log";
 }
 

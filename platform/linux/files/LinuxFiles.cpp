@@ -38,10 +38,6 @@ std::string XdgDirectories::userDirectory(const char* variable, const char* belo
     return home.empty() ? std::string() : home + belowHome;
 }
 
-void XdgDirectories::createDirectoryAtPath(const std::string& path) const noexcept {
-    ::mkdir(path.c_str(), S_IRWXU);
-}
-
 int LinuxFileAttributes::setxattr(const std::string& path, const std::string& name, const std::string& value) {
     return ::lsetxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) == 0 ? 0 : errno;
 }

@@ -12,7 +12,6 @@ class XdgDirectories final : public Directories {
     std::string applicationSupportDirectory() const override { return userDirectory("XDG_DATA_HOME", "/.local/share"); }
     std::string cachesDirectory() const override { return userDirectory("XDG_CACHE_HOME", "/.cache"); }
     std::string preferencesDirectory() const override { return userDirectory("XDG_CONFIG_HOME", "/.config"); }
-    void createDirectoryAtPath(const std::string& path) const noexcept override;
 
   private:
     static std::string userDirectory(const char* variable, const char* belowHome);

@@ -92,7 +92,7 @@ void Bundle::loadLanguage(const std::string& language) {
 }
 
 std::string Bundle::bundleIdentifier() const {
-    return infoString("CFBundleIdentifier");
+    return infoText("CFBundleIdentifier");
 }
 
 std::string Bundle::localizedStringForKey(const std::string& key, const std::string& value,

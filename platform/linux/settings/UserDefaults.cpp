@@ -1,6 +1,7 @@
 #include "platform/linux/settings/UserDefaults.hpp"
 
 #include "platform/Platform.hpp"
+#include "platform/common/PrivateFolder.hpp"
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/settings/PropertyListFile.hpp"
 
@@ -22,7 +23,7 @@ using State = PropertyListFile::State;
 void makeFolders(const std::string& folder) {
     for (std::size_t end = 0; end != std::string::npos;) {
         end = folder.find('/', end + 1);
-        XdgDirectories().createDirectoryAtPath(folder.substr(0, end));
+        makePrivateFolder(folder.substr(0, end));
     }
 }
 
