@@ -6,7 +6,7 @@
 
 namespace simulator {
 
-void Aftermath::run() {
+void DeferredWork::run() {
     for (auto& post : mPosts) post.schedule->loop->CFRunLoopPerformBlock(post.schedule->mode, std::move(post.block));
     if (mDrive) mDrive->dueChanged();
     if (mObserver && *mObserver) (*mObserver)();
@@ -31,16 +31,16 @@ bool matches(const Profile& profile, const platform::MatchingDictionary& matchin
 
 // ---- Connection
 
-void Connection::complete(Transfer transfer, platform::IOReturn result, Aftermath& after) {
+void Connection::complete(Transfer transfer, platform::IOReturn result, DeferredWork& after) {
     mCompletions.push_back({std::move(transfer), result});
     postOne(after);
 }
 
-void Connection::completeAll(std::size_t pipe, platform::IOReturn result, Aftermath& after) {
+void Connection::completeAll(std::size_t pipe, platform::IOReturn result, DeferredWork& after) {
     for (auto& transfer : std::exchange(mPending[pipe], {})) complete(std::move(transfer), result, after);
 }
 
-void Connection::completeAll(platform::IOReturn result, Aftermath& after) {
+void Connection::completeAll(platform::IOReturn result, DeferredWork& after) {
     for (std::size_t pipe = 0; pipe < mPending.size(); ++pipe) completeAll(pipe, result, after);
 }
 
@@ -56,7 +56,7 @@ void Connection::drop() {
 }
 
 void Connection::scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) {
-    mCore->locked([&](Aftermath& after) {
+    mCore->locked([&](DeferredWork& after) {
         mSchedule = std::make_shared<Schedule>(Schedule{loop, std::string(mode)});
         for (std::size_t i = 0; i < mCompletions.size(); ++i) postOne(after);
     });
@@ -71,7 +71,7 @@ void Connection::cancelled() {
         const std::lock_guard lock(mCore->mMutex);
         return over->onTheWay > 0;
     };
-    mCore->locked([&](Aftermath&) { over.swap(mSchedule); });
+    mCore->locked([&](DeferredWork&) { over.swap(mSchedule); });
     if (!over || over->mode == platform::kCFRunLoopDefaultMode) return;
     while (isOnTheWay()) {
         // The block arrives soon; the slice only bounds the wait for it.
@@ -81,7 +81,7 @@ void Connection::cancelled() {
     }
 }
 
-void Connection::postOne(Aftermath& after) {
+void Connection::postOne(DeferredWork& after) {
     if (!mSchedule) return;
     ++mSchedule->onTheWay;
     after.post(mSchedule, [self = shared_from_this(), schedule = mSchedule] { self->deliver(*schedule); });
@@ -121,7 +121,7 @@ void Connection::deliver(Schedule& schedule) {
 
 // ---- Listener
 
-void Listener::arrived(const BusPort& port, const Attachment& attachment, Aftermath& after) {
+void Listener::arrived(const BusPort& port, const Attachment& attachment, DeferredWork& after) {
     for (std::size_t i = 0; i < mNotifications.size(); ++i) {
         if (!matches(port.device.profile(), mNotifications[i].matching)) continue;
         mNotifications[i].arrived.push_back(attachment);
@@ -129,13 +129,13 @@ void Listener::arrived(const BusPort& port, const Attachment& attachment, Afterm
     }
 }
 
-void Listener::arm(std::size_t notification, Aftermath& after) {
+void Listener::arm(std::size_t notification, DeferredWork& after) {
     if (notification >= mNotifications.size()) return;  // the port has gone
     mNotifications[notification].armed = true;
     post(notification, after);
 }
 
-void Listener::post(std::size_t notification, Aftermath& after) {
+void Listener::post(std::size_t notification, DeferredWork& after) {
     auto& one = mNotifications[notification];
     if (!mSchedule || !one.armed || one.posted || one.arrived.empty()) return;
     one.posted = true;
@@ -162,7 +162,7 @@ void Listener::deliver(std::size_t notification, const Schedule& schedule) {
 }
 
 void Listener::scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::string_view mode) {
-    mCore->locked([&](Aftermath& after) {
+    mCore->locked([&](DeferredWork& after) {
         mSchedule = std::make_shared<const Schedule>(Schedule{loop, std::string(mode)});
         for (std::size_t i = 0; i < mNotifications.size(); ++i) {
             mNotifications[i].posted = false;
@@ -173,12 +173,12 @@ void Listener::scheduled(const std::shared_ptr<platform::CFRunLoop>& loop, std::
 
 void Listener::cancelled() {
     std::shared_ptr<const Schedule> over;  // goes after the lock, and perhaps the loop with it
-    mCore->locked([&](Aftermath&) { over.swap(mSchedule); });
+    mCore->locked([&](DeferredWork&) { over.swap(mSchedule); });
 }
 
 void Listener::close() noexcept {
     cancelled();
-    mCore->locked([&](Aftermath&) {
+    mCore->locked([&](DeferredWork&) {
         mCore->removeListener(shared_from_this());
         mNotifications.clear();
     });
@@ -229,7 +229,7 @@ std::optional<Time> BusCore::nextDue() {
     return mKnownDue = earliest();
 }
 
-void BusCore::shutDown(Aftermath& after) {
+void BusCore::shutDown(DeferredWork& after) {
     for (auto& port : mPorts) {
         port->device.setCable(false, now());
         if (port->connection) port->connection->completeAll(platform::kIOReturnNoDevice, after);
@@ -242,7 +242,7 @@ void BusCore::shutDown(Aftermath& after) {
     mDrive = nullptr;
 }
 
-void BusCore::settle(Aftermath& after) {
+void BusCore::settle(DeferredWork& after) {
     if (!mDrive) return;  // the bus has gone, and its devices with it
     bool changed = false;
     for (std::size_t i = 0; i < mPorts.size(); ++i) {
@@ -263,7 +263,7 @@ void BusCore::settle(Aftermath& after) {
 }
 
 /// Serves transfers and follows the device's wish until neither has anything left to do.
-void BusCore::settle(std::size_t index, Aftermath& after) {
+void BusCore::settle(std::size_t index, DeferredWork& after) {
     BusPort& port = *mPorts[index];
     do {
         if (!port.attached || !port.connection) continue;
@@ -281,7 +281,7 @@ void BusCore::settle(std::size_t index, Aftermath& after) {
 }
 
 /// Brings the port in line with the device's wish. True when something changed.
-bool BusCore::follow(std::size_t index, Aftermath& after) {
+bool BusCore::follow(std::size_t index, DeferredWork& after) {
     BusPort& port = *mPorts[index];
     if (port.attached == port.device.wantsBus()) return false;
     port.attached = !port.attached;
@@ -300,7 +300,7 @@ bool BusCore::follow(std::size_t index, Aftermath& after) {
     return true;
 }
 
-void BusCore::serveWrites(BusPort& port, std::size_t pipe, Aftermath& after) {
+void BusCore::serveWrites(BusPort& port, std::size_t pipe, DeferredWork& after) {
     auto& writes = port.connection->pending(pipe);
     const std::size_t most = port.device.profile().pipes[pipe].maxPacketSize;
     while (!writes.empty()) {
@@ -322,7 +322,7 @@ void BusCore::serveWrites(BusPort& port, std::size_t pipe, Aftermath& after) {
     }
 }
 
-void BusCore::serveReads(BusPort& port, std::size_t pipe, Pipe which, Aftermath& after) {
+void BusCore::serveReads(BusPort& port, std::size_t pipe, Pipe which, DeferredWork& after) {
     auto& reads = port.connection->pending(pipe);
     const std::size_t most = port.device.profile().pipes[pipe].maxPacketSize;
     while (!reads.empty()) {

@@ -31,7 +31,7 @@ struct Schedule {
 };
 
 /// What is to be done once the bus's lock has been released: blocks for run loops, the drive, the observer.
-class Aftermath {
+class DeferredWork {
   public:
     void post(std::shared_ptr<const Schedule> schedule, std::function<void()> block) {
         mPosts.push_back({std::move(schedule), std::move(block)});
@@ -74,9 +74,9 @@ class Connection final : public platform::CFRunLoopSource, public std::enable_sh
     std::deque<Transfer>& pending(std::size_t pipe) { return mPending[pipe]; }
 
     /// Ends a transfer: its completion is due from now on.
-    void complete(Transfer transfer, platform::IOReturn result, Aftermath& after);
-    void completeAll(std::size_t pipe, platform::IOReturn result, Aftermath& after);
-    void completeAll(platform::IOReturn result, Aftermath& after);
+    void complete(Transfer transfer, platform::IOReturn result, DeferredWork& after);
+    void completeAll(std::size_t pipe, platform::IOReturn result, DeferredWork& after);
+    void completeAll(platform::IOReturn result, DeferredWork& after);
 
     std::size_t count() const;
     void drop();  ///< takes everything back, completions included
@@ -95,7 +95,7 @@ class Connection final : public platform::CFRunLoopSource, public std::enable_sh
         platform::IOReturn result;
     };
 
-    void postOne(Aftermath& after);
+    void postOne(DeferredWork& after);
     void deliver(Schedule& schedule);  ///< on the owner's loop, without the lock
 
     std::shared_ptr<BusCore> mCore;
@@ -143,8 +143,8 @@ class Listener final : public platform::CFRunLoopSource, public std::enable_shar
         mNotifications.push_back(std::move(notification));
         return mNotifications.size() - 1;
     }
-    void arm(std::size_t notification, Aftermath& after);
-    void arrived(const BusPort& port, const Attachment& attachment, Aftermath& after);
+    void arm(std::size_t notification, DeferredWork& after);
+    void arrived(const BusPort& port, const Attachment& attachment, DeferredWork& after);
     void close() noexcept;  ///< without the lock
 
     // platform::CFRunLoopSource; without the lock
@@ -152,7 +152,7 @@ class Listener final : public platform::CFRunLoopSource, public std::enable_shar
     void cancelled() override;
 
   private:
-    void post(std::size_t notification, Aftermath& after);
+    void post(std::size_t notification, DeferredWork& after);
     void deliver(std::size_t notification, const Schedule& schedule);  ///< on the listener's loop, without the lock
 
     std::shared_ptr<BusCore> mCore;
@@ -162,9 +162,9 @@ class Listener final : public platform::CFRunLoopSource, public std::enable_shar
 
 /// The bus itself: ports, listeners and the lock. An operation and all that the devices make of it are one turn under
 /// the lock, so that nobody ever sees a transfer that waits although it could be served. What calls outwards (a block
-/// for a loop, the drive, the observer) is kept in an Aftermath and comes once the lock has been released, since it may
-/// call back into the bus. Two threads can therefore post in another order than they worked in; blocks are only turns,
-/// and the order of completions is that of their line.
+/// for a loop, the drive, the observer) is kept in an DeferredWork and comes once the lock has been released, since it
+/// may call back into the bus. Two threads can therefore post in another order than they worked in; blocks are only
+/// turns, and the order of completions is that of their line.
 ///
 /// Shared by everything it hands out, so that an object may outlive the bus; once the bus has gone no device is
 /// attached any more.
@@ -176,10 +176,10 @@ class BusCore : public std::enable_shared_from_this<BusCore> {
     /// be posted. The action gets the aftermath.
     template <typename Action>
     auto locked(Action action) {
-        if constexpr (std::is_void_v<std::invoke_result_t<Action, Aftermath&>>) {
-            locked([&](Aftermath& after) { return action(after), 0; });
+        if constexpr (std::is_void_v<std::invoke_result_t<Action, DeferredWork&>>) {
+            locked([&](DeferredWork& after) { return action(after), 0; });
         } else {
-            Aftermath after;
+            DeferredWork after;
             auto result = [&] {
                 const std::lock_guard lock(mMutex);
                 auto value = action(after);
@@ -195,7 +195,7 @@ class BusCore : public std::enable_shared_from_this<BusCore> {
     /// when one strikes at the operation.
     template <typename Action>
     platform::IOReturn onDevice(const Attachment& attachment, BusOperation operation, Action action) {
-        return locked([&](Aftermath& after) -> platform::IOReturn {
+        return locked([&](DeferredWork& after) -> platform::IOReturn {
             BusPort* port = find(attachment);
             if (!port) return platform::kIOReturnNoDevice;
             const platform::IOReturn failure = port->device.failure(operation, now());
@@ -215,14 +215,14 @@ class BusCore : public std::enable_shared_from_this<BusCore> {
     void setObserver(std::function<void()> observer);
     void advance(Time now);
     std::optional<Time> nextDue();  ///< and remembers that the drive knows it
-    void shutDown(Aftermath& after);
+    void shutDown(DeferredWork& after);
 
   private:
-    void settle(Aftermath& after);
-    void settle(std::size_t index, Aftermath& after);
-    bool follow(std::size_t index, Aftermath& after);
-    void serveWrites(BusPort& port, std::size_t pipe, Aftermath& after);
-    void serveReads(BusPort& port, std::size_t pipe, Pipe which, Aftermath& after);
+    void settle(DeferredWork& after);
+    void settle(std::size_t index, DeferredWork& after);
+    bool follow(std::size_t index, DeferredWork& after);
+    void serveWrites(BusPort& port, std::size_t pipe, DeferredWork& after);
+    void serveReads(BusPort& port, std::size_t pipe, Pipe which, DeferredWork& after);
     std::optional<Time> earliest() const;
 
     std::mutex mMutex;

@@ -14,7 +14,7 @@ class NotificationPort final : public platform::IONotificationPort {
   public:
     explicit NotificationPort(std::shared_ptr<BusCore> core)
         : mCore(std::move(core)), mListener(std::make_shared<Listener>(mCore)) {
-        mCore->locked([&](Aftermath&) { mCore->addListener(mListener); });
+        mCore->locked([&](DeferredWork&) { mCore->addListener(mListener); });
     }
     ~NotificationPort() override { mListener->close(); }
     NotificationPort(const NotificationPort&) = delete;
@@ -51,11 +51,11 @@ class ArmingIterator final : public platform::IOIterator {
 InProcessBus::InProcessBus(Drive& drive) : mCore(std::make_shared<BusCore>(drive)) {}
 
 InProcessBus::~InProcessBus() {
-    mCore->locked([&](Aftermath& after) { mCore->shutDown(after); });
+    mCore->locked([&](DeferredWork& after) { mCore->shutDown(after); });
 }
 
 std::size_t InProcessBus::addDevice(Profile profile, SettingsStore store) {
-    return mCore->locked([&](Aftermath&) {
+    return mCore->locked([&](DeferredWork&) {
         const std::size_t number = mCore->ports().size();
         auto path = "IOService:/SimulatedBus@0/Port@" + std::to_string(number + 1);
         mCore->ports().push_back(std::make_unique<BusPort>(std::move(profile), std::move(store), std::move(path)));
@@ -64,7 +64,7 @@ std::size_t InProcessBus::addDevice(Profile profile, SettingsStore store) {
 }
 
 void InProcessBus::plug(const std::vector<std::size_t>& ports) {
-    mCore->locked([&](Aftermath&) {
+    mCore->locked([&](DeferredWork&) {
         // All cables first, then one look at what the devices want: one notification for all of them.
         for (const std::size_t port : ports) mCore->ports().at(port)->device.setCable(true, mCore->now());
     });
@@ -75,27 +75,27 @@ void InProcessBus::unplug(std::size_t port) {
 }
 
 bool InProcessBus::isAttached(std::size_t port) const {
-    return mCore->locked([&](Aftermath&) { return mCore->ports().at(port)->attached; });
+    return mCore->locked([&](DeferredWork&) { return mCore->ports().at(port)->attached; });
 }
 
 std::string InProcessBus::registryPath(std::size_t port) const {
-    return mCore->locked([&](Aftermath&) { return mCore->ports().at(port)->path; });
+    return mCore->locked([&](DeferredWork&) { return mCore->ports().at(port)->path; });
 }
 
 void InProcessBus::withDevice(std::size_t port, const std::function<void(Device&, Time)>& action) {
-    mCore->locked([&](Aftermath&) { action(mCore->ports().at(port)->device, mCore->now()); });
+    mCore->locked([&](DeferredWork&) { action(mCore->ports().at(port)->device, mCore->now()); });
 }
 
 void InProcessBus::addFault(Fault fault) {
-    mCore->locked([&](Aftermath&) { mCore->faults().add(std::move(fault)); });
+    mCore->locked([&](DeferredWork&) { mCore->faults().add(std::move(fault)); });
 }
 
 void InProcessBus::setObserver(std::function<void()> observer) {
-    mCore->locked([&](Aftermath&) { mCore->setObserver(std::move(observer)); });
+    mCore->locked([&](DeferredWork&) { mCore->setObserver(std::move(observer)); });
 }
 
 std::size_t InProcessBus::pendingTransfers() const {
-    return mCore->locked([&](Aftermath&) {
+    return mCore->locked([&](DeferredWork&) {
         std::size_t count = 0;
         for (const auto& port : mCore->ports()) count += port->connection ? port->connection->count() : 0;
         return count;
@@ -103,7 +103,7 @@ std::size_t InProcessBus::pendingTransfers() const {
 }
 
 std::size_t InProcessBus::openDevices() const {
-    return mCore->locked([&](Aftermath&) {
+    return mCore->locked([&](DeferredWork&) {
         return static_cast<std::size_t>(
             std::ranges::count_if(mCore->ports(), [](const auto& port) { return port->openedBy != nullptr; }));
     });
@@ -111,7 +111,7 @@ std::size_t InProcessBus::openDevices() const {
 
 platform::IOReturn InProcessBus::IOServiceGetMatchingServices(const platform::MatchingDictionary& matching,
                                                               std::unique_ptr<platform::IOIterator>& iterator) {
-    return mCore->locked([&](Aftermath&) {
+    return mCore->locked([&](DeferredWork&) {
         const auto failure = mCore->busFailure(BusOperation::IOServiceGetMatchingServices);
         if (failure == platform::kIOReturnSuccess) iterator = makeDeviceIterator(mCore, mCore->present(matching));
         return failure;
@@ -129,7 +129,7 @@ platform::IOReturn InProcessBus::IOServiceAddMatchingNotification(
     auto* own = dynamic_cast<NotificationPort*>(&port);
     if (!own) return platform::kIOReturnBadArgument;
     if (type != platform::kIOServiceMatched) return platform::kIOReturnUnsupported;
-    return mCore->locked([&](Aftermath&) {
+    return mCore->locked([&](DeferredWork&) {
         const auto failure = mCore->busFailure(BusOperation::IOServiceAddMatchingNotification);
         if (failure != platform::kIOReturnSuccess) return failure;
         // One lock over both, so that nothing falls between the list and the first notification.
@@ -138,14 +138,14 @@ platform::IOReturn InProcessBus::IOServiceAddMatchingNotification(
             makeDeviceIterator(mCore, mCore->present(matching)),
             [core = mCore, weak = own->listener().weak_from_this(), number] {
                 const auto listener = weak.lock();
-                if (listener) core->locked([&](Aftermath& after) { listener->arm(number, after); });
+                if (listener) core->locked([&](DeferredWork& after) { listener->arm(number, after); });
             });
         return platform::kIOReturnSuccess;
     });
 }
 
 std::unique_ptr<platform::IOService> InProcessBus::IORegistryEntryFromPath(const std::string& path) {
-    return mCore->locked([&](Aftermath&) -> std::unique_ptr<platform::IOService> {
+    return mCore->locked([&](DeferredWork&) -> std::unique_ptr<platform::IOService> {
         if (mCore->busFailure(BusOperation::IORegistryEntryFromPath) != platform::kIOReturnSuccess) return nullptr;
         for (std::size_t i = 0; i < mCore->ports().size(); ++i) {
             BusPort& port = *mCore->ports()[i];
@@ -159,11 +159,11 @@ std::unique_ptr<platform::IOService> InProcessBus::IORegistryEntryFromPath(const
 
 // The drive asks this right before it sleeps; from then on only an earlier moment wakes it.
 std::optional<Time> InProcessBus::nextDue() {
-    return mCore->locked([&](Aftermath&) { return mCore->nextDue(); });
+    return mCore->locked([&](DeferredWork&) { return mCore->nextDue(); });
 }
 
 void InProcessBus::run(Time now) {
-    mCore->locked([&](Aftermath&) { mCore->advance(now); });
+    mCore->locked([&](DeferredWork&) { mCore->advance(now); });
 }
 
 }  // namespace simulator

@@ -24,7 +24,7 @@ class UsbInterface final : public platform::IOUSBInterfaceInterface {
     ~UsbInterface() override { close(); }
 
     IOReturn USBInterfaceOpen() override {
-        return on(BusOperation::USBInterfaceOpen, [&](BusPort& port, Aftermath&) {
+        return on(BusOperation::USBInterfaceOpen, [&](BusPort& port, DeferredWork&) {
             if (!port.openedBy) return platform::kIOReturnNotOpen;
             if (port.connection) return platform::kIOReturnExclusiveAccess;
             mConnection = port.connection = std::make_shared<Connection>(mHandle.core);
@@ -35,14 +35,14 @@ class UsbInterface final : public platform::IOUSBInterfaceInterface {
     IOReturn USBInterfaceClose() override { return close(); }
 
     IOReturn GetNumEndpoints(std::uint8_t& count) override {
-        return on(BusOperation::GetNumEndpoints, [&](BusPort& port, Aftermath&) {
+        return on(BusOperation::GetNumEndpoints, [&](BusPort& port, DeferredWork&) {
             count = static_cast<std::uint8_t>(port.device.profile().pipes.size());
             return platform::kIOReturnSuccess;
         });
     }
 
     IOReturn GetPipeProperties(std::uint8_t pipeRef, platform::PipeProperties& properties) override {
-        return on(BusOperation::GetPipeProperties, [&](BusPort& port, Aftermath&) {
+        return on(BusOperation::GetPipeProperties, [&](BusPort& port, DeferredWork&) {
             if (!isPipe(port, pipeRef)) return platform::kIOReturnBadArgument;
             properties = port.device.profile().pipes[pipeRef - 1u];
             return platform::kIOReturnSuccess;
@@ -62,7 +62,7 @@ class UsbInterface final : public platform::IOUSBInterfaceInterface {
     }
 
     IOReturn AbortPipe(std::uint8_t pipeRef) override {
-        return mHandle.core->locked([&](Aftermath& after) -> IOReturn {
+        return mHandle.core->locked([&](DeferredWork& after) -> IOReturn {
             const BusPort* port = mHandle.core->find(mHandle.attachment);
             if (!port) return platform::kIOReturnNoDevice;
             if (!mConnection) return platform::kIOReturnNotOpen;
@@ -73,7 +73,7 @@ class UsbInterface final : public platform::IOUSBInterfaceInterface {
     }
 
     IOReturn CreateInterfaceAsyncEventSource(std::shared_ptr<platform::CFRunLoopSource>& source) override {
-        return on(BusOperation::CreateInterfaceAsyncEventSource, [&](BusPort&, Aftermath&) {
+        return on(BusOperation::CreateInterfaceAsyncEventSource, [&](BusPort&, DeferredWork&) {
             if (!mConnection) return platform::kIOReturnNotOpen;
             source = mConnection;
             return platform::kIOReturnSuccess;
@@ -92,7 +92,7 @@ class UsbInterface final : public platform::IOUSBInterfaceInterface {
 
     IOReturn start(BusOperation operation, std::uint8_t direction, std::uint8_t pipeRef,
                    Connection::Transfer transfer) {
-        const IOReturn result = on(operation, [&](BusPort& port, Aftermath&) {
+        const IOReturn result = on(operation, [&](BusPort& port, DeferredWork&) {
             if (!mConnection) return platform::kIOReturnNotOpen;
             if (!isPipe(port, pipeRef) || port.device.profile().pipes[pipeRef - 1u].direction != direction) {
                 return platform::kIOReturnBadArgument;
@@ -101,7 +101,7 @@ class UsbInterface final : public platform::IOUSBInterfaceInterface {
             return platform::kIOReturnSuccess;  // it is served once this action has ended
         });
         if (result != platform::kIOReturnNoDevice) return result;
-        return mHandle.core->locked([&](Aftermath& after) -> IOReturn {
+        return mHandle.core->locked([&](DeferredWork& after) -> IOReturn {
             if (!mConnection || !mConnection->isDelivering()) return result;
             mConnection->complete(std::move(transfer), result, after);  // behind what has ended before
             return platform::kIOReturnSuccess;
@@ -110,7 +110,7 @@ class UsbInterface final : public platform::IOUSBInterfaceInterface {
 
     /// Also right after the device has gone: what it left undelivered is taken back.
     IOReturn close() {
-        return mHandle.core->locked([&](Aftermath&) {
+        return mHandle.core->locked([&](DeferredWork&) {
             if (!mConnection) return platform::kIOReturnNotOpen;
             mConnection->drop();
             if (BusPort* port = mHandle.core->find(mHandle.attachment)) {
@@ -131,7 +131,7 @@ class UsbDevice final : public platform::IOUSBDeviceInterface {
     ~UsbDevice() override { USBDeviceClose(); }
 
     IOReturn USBDeviceOpen() override {
-        return on(BusOperation::USBDeviceOpen, [&](BusPort& port, Aftermath&) {
+        return on(BusOperation::USBDeviceOpen, [&](BusPort& port, DeferredWork&) {
             if (port.openedBy) return platform::kIOReturnExclusiveAccess;
             port.openedBy = this;
             return platform::kIOReturnSuccess;
@@ -139,7 +139,7 @@ class UsbDevice final : public platform::IOUSBDeviceInterface {
     }
 
     IOReturn USBDeviceClose() override {
-        return mHandle.core->locked([&](Aftermath&) -> IOReturn {
+        return mHandle.core->locked([&](DeferredWork&) -> IOReturn {
             BusPort* port = mHandle.core->find(mHandle.attachment);
             if (!port) return platform::kIOReturnSuccess;
             if (port->openedBy != this) return platform::kIOReturnNotOpen;
@@ -152,7 +152,7 @@ class UsbDevice final : public platform::IOUSBDeviceInterface {
 
     IOReturn GetConfigurationDescriptorPtr(std::uint8_t index,
                                            platform::IOUSBConfigurationDescriptor& descriptor) override {
-        return on(BusOperation::GetConfigurationDescriptorPtr, [&](BusPort& port, Aftermath&) {
+        return on(BusOperation::GetConfigurationDescriptorPtr, [&](BusPort& port, DeferredWork&) {
             if (index != 0) return platform::kIOReturnNotFound;
             descriptor = {port.device.profile().configurationValue, 1};
             return platform::kIOReturnSuccess;
@@ -160,7 +160,7 @@ class UsbDevice final : public platform::IOUSBDeviceInterface {
     }
 
     IOReturn SetConfiguration(std::uint8_t configurationValue) override {
-        return on(BusOperation::SetConfiguration, [&](BusPort& port, Aftermath&) {
+        return on(BusOperation::SetConfiguration, [&](BusPort& port, DeferredWork&) {
             if (port.openedBy != this) return platform::kIOReturnNotOpen;
             if (configurationValue != port.device.profile().configurationValue) return platform::kIOReturnNotFound;
             port.device.configured(mHandle.core->now());
@@ -169,19 +169,19 @@ class UsbDevice final : public platform::IOUSBDeviceInterface {
     }
 
     IOReturn GetDeviceVendor(std::uint16_t& vendor) override {
-        return on(BusOperation::GetDeviceVendor, [&](BusPort& port, Aftermath&) {
+        return on(BusOperation::GetDeviceVendor, [&](BusPort& port, DeferredWork&) {
             vendor = port.device.profile().vendorId;
             return platform::kIOReturnSuccess;
         });
     }
     IOReturn GetDeviceProduct(std::uint16_t& product) override {
-        return on(BusOperation::GetDeviceProduct, [&](BusPort& port, Aftermath&) {
+        return on(BusOperation::GetDeviceProduct, [&](BusPort& port, DeferredWork&) {
             product = port.device.profile().productId;
             return platform::kIOReturnSuccess;
         });
     }
     IOReturn GetDeviceReleaseNumber(std::uint16_t& release) override {
-        return on(BusOperation::GetDeviceReleaseNumber, [&](BusPort& port, Aftermath&) {
+        return on(BusOperation::GetDeviceReleaseNumber, [&](BusPort& port, DeferredWork&) {
             release = port.device.profile().releaseNumber;
             return platform::kIOReturnSuccess;
         });
@@ -215,7 +215,7 @@ class PlugIn final : public platform::IOCFPlugInInterface {
   private:
     template <typename Object, typename Port>
     IOReturn make(BusOperation operation, std::unique_ptr<Port>& object) {
-        return mHandle.core->onDevice(mHandle.attachment, operation, [&](BusPort&, Aftermath&) {
+        return mHandle.core->onDevice(mHandle.attachment, operation, [&](BusPort&, DeferredWork&) {
             object = std::make_unique<Object>(mHandle);
             return platform::kIOReturnSuccess;
         });
@@ -232,7 +232,7 @@ class Entry final : public platform::IOService {
 
     IOReturn IORegistryEntryGetPath(const std::string& plane, std::string& path) override {
         return mHandle.core->onDevice(mHandle.attachment, BusOperation::IORegistryEntryGetPath,
-                                      [&](BusPort& port, Aftermath&) {
+                                      [&](BusPort& port, DeferredWork&) {
                                           if (plane != platform::kIOServicePlane) return platform::kIOReturnNotFound;
                                           path = port.path + (mOfInterface ? "/Interface@0" : "");
                                           return platform::kIOReturnSuccess;
@@ -241,7 +241,7 @@ class Entry final : public platform::IOService {
 
     IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) override {
         return mHandle.core->onDevice(mHandle.attachment, BusOperation::IORegistryEntryGetRegistryEntryID,
-                                      [&](BusPort& port, Aftermath&) {
+                                      [&](BusPort& port, DeferredWork&) {
                                           entryId = port.entryId;
                                           return platform::kIOReturnSuccess;
                                       });
@@ -251,7 +251,7 @@ class Entry final : public platform::IOService {
                                                std::unique_ptr<platform::IOCFPlugInInterface>& plugIn) override {
         const bool wantsInterface = type == platform::IOUserClientType::kIOUSBInterfaceUserClientTypeID;
         const auto operation = mOfInterface ? BusOperation::CreateInterfacePlugIn : BusOperation::CreateDevicePlugIn;
-        return mHandle.core->onDevice(mHandle.attachment, operation, [&](BusPort&, Aftermath&) {
+        return mHandle.core->onDevice(mHandle.attachment, operation, [&](BusPort&, DeferredWork&) {
             if (wantsInterface != mOfInterface) return platform::kIOReturnUnsupported;
             plugIn = std::make_unique<PlugIn>(mHandle, mOfInterface);
             return platform::kIOReturnSuccess;
@@ -270,8 +270,9 @@ class InterfaceIterator final : public platform::IOIterator {
 
     std::unique_ptr<platform::IOService> IOIteratorNext() override {
         if (!std::exchange(mFits, false)) return nullptr;
-        const IOReturn result = mHandle.core->onDevice(mHandle.attachment, BusOperation::InterfaceIteratorNext,
-                                                       [](BusPort&, Aftermath&) { return platform::kIOReturnSuccess; });
+        const IOReturn result =
+            mHandle.core->onDevice(mHandle.attachment, BusOperation::InterfaceIteratorNext,
+                                   [](BusPort&, DeferredWork&) { return platform::kIOReturnSuccess; });
         if (result != platform::kIOReturnSuccess) return nullptr;
         return std::make_unique<Entry>(mHandle, true);
     }
@@ -283,7 +284,7 @@ class InterfaceIterator final : public platform::IOIterator {
 
 IOReturn UsbDevice::CreateInterfaceIterator(const platform::IOUSBFindInterfaceRequest& request,
                                             std::unique_ptr<platform::IOIterator>& iterator) {
-    return on(BusOperation::CreateInterfaceIterator, [&](BusPort&, Aftermath&) {
+    return on(BusOperation::CreateInterfaceIterator, [&](BusPort&, DeferredWork&) {
         iterator = std::make_unique<InterfaceIterator>(mHandle, request.fits({0xFF, 0, 0, 0}));
         return platform::kIOReturnSuccess;
     });
