@@ -1,4 +1,4 @@
-// The device's mouth: from an answer, through the faults, to USB packets in a pipe.
+// What the device sends: from an answer, through the faults, to USB packets in a pipe.
 #include "simulator/engine/Device.hpp"
 
 #include <algorithm>

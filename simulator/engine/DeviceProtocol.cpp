@@ -1,4 +1,4 @@
-// The device's ear: what the host writes, from single USB packets to commands.
+// What the device receives from the host: from single USB packets to commands.
 #include "simulator/engine/Device.hpp"
 
 #include <algorithm>

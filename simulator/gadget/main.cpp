@@ -115,7 +115,7 @@ Options parse(int argc, char** argv) {
 }
 
 /// Says what a person would see change.
-class Teller {
+class StatusPrinter {
   public:
     void look(const Device& device, bool onBus) {
         tell(mBus, onBus ? "on the bus" : "off the bus");
@@ -193,7 +193,7 @@ void run(const Options& options) {
     std::cout << "ready on " << function.controller() << std::endl;
     device.setCable(options.plugged, GadgetPlug::now());
 
-    Teller teller;
+    StatusPrinter status;
     std::string text;
     bool goOn = true;
     bool listening = true;
@@ -220,7 +220,7 @@ void run(const Options& options) {
                 }
             }
         });
-        teller.look(device, function.bound());
+        status.look(device, function.bound());
     }
 }
 

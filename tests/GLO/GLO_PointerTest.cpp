@@ -20,11 +20,11 @@ struct Derived : Base {};
 
 struct Counted : glo::RefCounter_t, Base {};
 
-struct NothingStays : testing::Test {
+struct LeakCheckedTest : testing::Test {
     void TearDown() override { EXPECT_EQ(gLiving, 0); }
 };
-using AutoPtr = NothingStays;
-using SmartPtr = NothingStays;
+using AutoPtr = LeakCheckedTest;
+using SmartPtr = LeakCheckedTest;
 
 }  // namespace
 

@@ -1,7 +1,7 @@
 #include "tests/app/RealTimeApp.hpp"
 
 #include "app/Util/Logging/DDLog.hpp"
-#include "tests/support/Holdings.hpp"
+#include "tests/support/ProcessResources.hpp"
 
 #include <QApplication>
 #include <QTest>
@@ -97,7 +97,7 @@ void RealTimeApp::waitUntil(const char* what, const std::function<bool()>& condi
 void RealTimeApp::resetsLeaveNothingBehind(int rounds) {
     // Threads, descriptors, caches and the log's recycled messages that stay for good are there by then.
     const int warmUp = 3 + rounds / 5;
-    support::Holdings before;
+    support::ProcessResources before;
     plug();
     for (int round = 0; round < warmUp + rounds; ++round) {
         startAfresh();
@@ -109,9 +109,9 @@ void RealTimeApp::resetsLeaveNothingBehind(int rounds) {
         });
         ASSERT_TRUE(mUsb.isAtRest());
         mScripts.calls.clear();
-        if (round + 1 == warmUp) before = support::Holdings::now();
+        if (round + 1 == warmUp) before = support::ProcessResources::now();
     }
-    support::Holdings::now().expectNoMoreSince(before);
+    support::ProcessResources::now().expectNoMoreSince(before);
 }
 
 }  // namespace app_test

@@ -1,6 +1,6 @@
 // The whole tool with its real threads, and a device in real time that answers at once.
 #include "tests/app/RealTimeApp.hpp"
-#include "tests/support/Holdings.hpp"
+#include "tests/support/ProcessResources.hpp"
 #include "tests/support/RealTimeBackend.hpp"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 // The whole tool over the real libusb and libudev, on an emulated bus.
 #include "tests/app/RealTimeApp.hpp"
-#include "tests/support/Holdings.hpp"
+#include "tests/support/ProcessResources.hpp"
 #include "tests/support/UmockBackend.hpp"
 
 #include <gmock/gmock.h>

@@ -10,36 +10,36 @@
 
 namespace support {
 
-/// What the process holds at a moment.
-struct Holdings {
+/// What the process has taken from the system at a moment.
+struct ProcessResources {
     long descriptors = 0;
     long threads = 0;
     long bytes = 0;
 
     /// Sockets are left out: umockdev keeps one for each device number that has ever been used. So are the threads of
     /// the toolkit's pool, which come and go as they like.
-    static Holdings now() {
+    static ProcessResources now() {
         namespace fs = std::filesystem;
-        Holdings held;
+        ProcessResources resources;
         std::error_code gone;
         for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
-            if (!fs::read_symlink(entry, gone).string().starts_with("socket:")) ++held.descriptors;
+            if (!fs::read_symlink(entry, gone).string().starts_with("socket:")) ++resources.descriptors;
         }
         for (const auto& entry : fs::directory_iterator("/proc/self/task")) {
             std::string name;
             std::getline(std::ifstream(entry.path() / "comm"), name);
-            if (!name.starts_with("Thread (pooled)")) ++held.threads;
+            if (!name.starts_with("Thread (pooled)")) ++resources.threads;
         }
 // Sanitizers have allocators of their own, which keep what has been freed; one of them looks for leaks itself.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
         const auto heap = mallinfo2();
-        held.bytes = static_cast<long>(heap.uordblks + heap.hblkhd);
+        resources.bytes = static_cast<long>(heap.uordblks + heap.hblkhd);
 #endif
-        return held;
+        return resources;
     }
 
     /// A leak in each of some rounds adds up to more than what comes and goes.
-    void expectNoMoreSince(const Holdings& before) const {
+    void expectNoMoreSince(const ProcessResources& before) const {
         EXPECT_LT(descriptors, before.descriptors + 5);
         EXPECT_LT(threads, before.threads + 5);
         EXPECT_LT(bytes, before.bytes + (160 << 10));
