@@ -18,28 +18,25 @@ void keepLine(const std::string& line) {
 
 }  // namespace
 
-SimulatedWorld::SimulatedWorld(Profile profile, SettingsStore store) : mStart(clock.now()) {
+SimulatedWorld::SimulatedWorld(Profile profile, platform::NSBundle* bundle)
+    : mStart(clock.now()),
+      mScope({.clock = &clock,
+              .runLoops = &loops,
+              .masterPort = &bus,
+              .mainQueue = &mainQueue,
+              .globalQueue = &globalQueue,
+              .mainBundle = bundle,
+              .standardUserDefaults = &defaults,
+              .scriptRunner = &scripts,
+              .exceptionHandler = &exceptions,
+              .log = keepLine}) {
     clock.add(bus);
-    bus.addDevice(std::move(profile), std::move(store));
-    {
-        const std::lock_guard lock(gLogMutex);
-        gLog.clear();
-    }
-    platform::Platform platform;
-    platform.clock = &clock;
-    platform.runLoops = &loops;
-    platform.masterPort = &bus;
-    platform.mainQueue = &mainQueue;
-    platform.globalQueue = &globalQueue;
-    platform.standardUserDefaults = &defaults;
-    platform.scriptRunner = &scripts;
-    platform.exceptionHandler = &exceptions;
-    platform.log = keepLine;
-    mScope.emplace(platform);
+    bus.addDevice(std::move(profile));
+    const std::lock_guard lock(gLogMutex);
+    gLog.clear();
 }
 
 SimulatedWorld::~SimulatedWorld() {
-    mScope.reset();
     clock.remove(bus);
 }
 

@@ -9,7 +9,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,7 +20,8 @@ namespace simulator {
 /// The first device sits on port 0 from the start, its cable not yet in.
 class SimulatedWorld {
   public:
-    explicit SimulatedWorld(Profile profile = {}, SettingsStore store = SettingsStore::wellUsed());
+    /// @param bundle  the application's resources, borrowed; null for none
+    explicit SimulatedWorld(Profile profile = {}, platform::NSBundle* bundle = nullptr);
     ~SimulatedWorld();
     SimulatedWorld(const SimulatedWorld&) = delete;
     SimulatedWorld& operator=(const SimulatedWorld&) = delete;
@@ -67,7 +67,7 @@ class SimulatedWorld {
 
   private:
     Time mStart;
-    std::optional<platform::PlatformScope> mScope;
+    platform::PlatformScope mScope;
 };
 
 }  // namespace simulator

@@ -145,13 +145,6 @@ Fault openDenied(unsigned occurrence) {
 
 const std::vector<Failure> kFailures = {
     {"NoSessionAtAll", onUsb(5, Ignore).committed(6), kFound + failed(kReboots)},
-    {"QuestionForTheSizeTakenJustInTime", onUsb(16, NotTaken).withDelay(milliseconds(3000)), kDone},
-    {"QuestionForTheSizeTakenJustTooLate", onUsb(16, NotTaken).withDelay(milliseconds(3001)),
-     kFound + failed(kReboots)},
-    {"ProductDataCutShort", Fault::onAnswer(255, Garbage).withBytes({20, 0, 0, 0, 255, 0, 0, 0, 1, 0, 0, 0, 9}),
-     kFound +
-         failed(kReboots, "Failed [File: IOA_ProductData at Line: 36 Reason: Frame: (ID,DATA)\nID: 255\n0000: 09 " +
-                              std::string(45, ' ') + "  .\n")},
     {"RebootCommandTakenJustInTime", Fault::onCommand(0xAE, NotTaken).withDelay(milliseconds(3000)), kDone},
     {"RebootCommandTakenJustTooLate", Fault::onCommand(0xAE, NotTaken).withDelay(milliseconds(3001)),
      kFound + failed(kReboots, "Timeout [File: IOU_Session at Line: 230")},

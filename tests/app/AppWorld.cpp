@@ -59,17 +59,14 @@ void confirmReset(const AppDelegate::Outlets& outlets) {
 
 // ---- AppWorld
 
-AppWorld::AppWorld(simulator::Profile profile, std::vector<std::string> languages)
-    : world(std::move(profile)),
-      bundle(TROVIK_RESOURCES, std::move(languages)),
+AppWorld::AppWorld(std::vector<std::string> languages)
+    : bundle(TROVIK_RESOURCES, std::move(languages)),
       controller([this](int status) { exits.push_back(status); }),
       window(controller) {
     window.show();
     QApplication::processEvents();
     controller.runTrovikModeListenLoop();  // arms; nothing being due, it returns
 }
-
-AppWorld::~AppWorld() = default;
 
 void AppWorld::attach() {
     world.unplug();

@@ -59,10 +59,7 @@ class AskedBundle final : public platform::Bundle {
 class AppWorld {
   public:
     /// @param languages  as of the bundle; English when left out
-    explicit AppWorld(simulator::Profile profile = {}, std::vector<std::string> languages = {});
-    ~AppWorld();
-    AppWorld(const AppWorld&) = delete;
-    AppWorld& operator=(const AppWorld&) = delete;
+    explicit AppWorld(std::vector<std::string> languages = {});
 
     /// The worker block waits afterwards.
     void confirmReset() { app_test::confirmReset(outlets); }
@@ -80,21 +77,8 @@ class AppWorld {
     /// Nothing is pending, nothing is open.
     bool isAtRest() const { return world.bus.pendingTransfers() == 0 && world.bus.openDevices() == 0; }
 
-    simulator::SimulatedWorld world;
     AskedBundle bundle;
-
-  private:
-    platform::PlatformScope mScope{{.clock = &world.clock,
-                                    .runLoops = &world.loops,
-                                    .masterPort = &world.bus,
-                                    .mainQueue = &world.mainQueue,
-                                    .globalQueue = &world.globalQueue,
-                                    .mainBundle = &bundle,
-                                    .standardUserDefaults = &world.defaults,
-                                    .scriptRunner = &world.scripts,
-                                    .exceptionHandler = &world.exceptions}};
-
-  public:
+    simulator::SimulatedWorld world{{}, &bundle};
     std::vector<int> exits;  ///< statuses with which the process would have ended
     AppDelegate controller;
     AppDelegate::Outlets& outlets = controller.outlets();

@@ -105,7 +105,7 @@ class LanguageTest : public testing::TestWithParam<std::string> {
 };
 
 TEST_P(LanguageTest, TableHasTheTextsThatTheToolAsksForAndNoOthers) {
-    AppWorld app({}, {GetParam()});
+    AppWorld app({GetParam()});
     eachBox(app, [](QMessageBox&) {});
     std::set<std::string> keys;
     for (const auto& [key, text] : table) keys.insert(key);
@@ -151,7 +151,7 @@ TEST_P(LanguageTest, NothingIsCutOffOnANarrowScreenWithNormalAndBigFonts) {
         QFont font = mFont;
         font.setPointSizeF(font.pointSizeF() * scale);
         QApplication::setFont(font);
-        AppWorld app({}, {GetParam()});
+        AppWorld app({GetParam()});
         const AppDelegate::Outlets& outlets = app.outlets;
         app.window.resize(kScreenWidth, 480);
         for (QWidget* const screen : {outlets.inProgressView, outlets.completeView, outlets.notStartedView}) {

@@ -59,15 +59,21 @@ struct Process : testing::Test {
     const std::string logs = home / ".local/share/Trovik/ResetTool";
 };
 
-TEST_F(Process, HasItsLastLineInTheLogHoweverItIsQuit) {
+TEST_F(Process, HasItsLastLineInTheLogAndItsFilesInItsUsersFoldersHoweverItIsQuit) {
+    writeSettings(
+        R"(<key>RegistryRoot</key><dict><key>Software</key><dict><key>Trovik</key><dict><key>Settings</key><dict>
+<key>ShowDebug</key><data>AQ==</data></dict></dict></dict></dict>)");
     for (const char* const way : {"quit", "close"}) {
         fs::remove_all(home / ".local");
+        fs::remove_all(home / ".cache");
+        fs::create_directory(home / ".cache");  // as on every desktop
         EXPECT_EQ(run(way), 0) << way;
         EXPECT_THAT(log(), HasSubstr(" | I | Trovik Reset Tool 1.0.0 has started.\n"));
         EXPECT_THAT(log(), EndsWith(" | I | line 499\n"));
         for (const char* const text : {"Trovik Reset Tool", "006-B0000-00", "Release", "Trovik"})
             EXPECT_THAT(log(), HasSubstr(std::string("metadata ") + text + "\n"));
         EXPECT_THAT(errors(), HasSubstr("] Trovik Reset Tool 1.0.0 has started.\n")) << "on the console as well";
+        EXPECT_THAT(onlyFileIn(home / ".cache/Trovik"), HasSubstr("probe")) << "the trace that the settings ask for";
     }
 }
 
@@ -78,16 +84,6 @@ TEST_F(Process, KeepsTheLogsOfSevenDays) {
     EXPECT_EQ(run("quit"), 0);
     EXPECT_EQ(std::distance(fs::directory_iterator(logs), {}), 7);
     EXPECT_TRUE(fs::exists(logs + "/ResetTool_2001.01.04.txt")) << "the oldest of six, beside today's";
-}
-
-TEST_F(Process, KeepsSettingsLogsAndTracesInTheFoldersOfItsUser) {
-    writeSettings(
-        R"(<key>RegistryRoot</key><dict><key>Software</key><dict><key>Trovik</key><dict><key>Settings</key><dict>
-<key>ShowDebug</key><data>AQ==</data></dict></dict></dict></dict>)");
-    fs::create_directory(home / ".cache");  // as on every desktop
-    EXPECT_EQ(run("quit"), 0);
-    EXPECT_THAT(log(), HasSubstr("has started."));
-    EXPECT_THAT(onlyFileIn(home / ".cache/Trovik"), HasSubstr("probe"));
 }
 
 TEST_F(Process, HasTheLinesAboutADamagedResourceInTheLog) {

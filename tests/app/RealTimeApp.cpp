@@ -7,7 +7,6 @@
 #include <QTest>
 #include <gmock/gmock.h>
 
-#include <chrono>
 #include <filesystem>
 #include <stdexcept>
 
@@ -16,10 +15,6 @@ namespace app_test {
 using simulator::Device;
 using simulator::Fault;
 using simulator::FaultKind;
-
-namespace {
-constexpr int kLimit = 60'000;  // milliseconds
-}
 
 const support::TemporaryFolder& RealTimeApp::folder() {
     static const support::TemporaryFolder shared;
@@ -79,7 +74,7 @@ void RealTimeApp::startAfresh() {
 }
 
 void RealTimeApp::waitFor(QWidget* screen) {
-    if (!QTest::qWaitFor([screen] { return screen->isVisible(); }, kLimit)) throw std::runtime_error("no such screen");
+    waitUntil("the screen", [screen] { return screen->isVisible(); });
 }
 
 void RealTimeApp::waitFor(NextAction action) const {
@@ -87,11 +82,8 @@ void RealTimeApp::waitFor(NextAction action) const {
 }
 
 void RealTimeApp::waitUntil(const char* what, const std::function<bool()>& condition) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(kLimit);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > limit) throw std::runtime_error(std::string("waited for ") + what);
-        std::this_thread::yield();
-    }
+    constexpr int kLimit = 60'000;  // milliseconds
+    if (!QTest::qWaitFor(condition, kLimit)) throw std::runtime_error(std::string("waited for ") + what);
 }
 
 void RealTimeApp::resetsLeaveNothingBehind(int rounds) {

@@ -50,8 +50,8 @@ class RealTimeApp {
     /// Whole resets from the main menu, without a trace of them in the process afterwards.
     void resetsLeaveNothingBehind(int rounds);
 
-    // These give up after a minute, with an exception that says what they waited for.
-    void waitFor(QWidget* screen);
+    // These serve the window meanwhile, and give up after a minute with an exception that says what they waited for.
+    static void waitFor(QWidget* screen);
     void waitFor(NextAction action) const;
     static void waitUntil(const char* what, const std::function<bool()>& condition);
 
