@@ -55,12 +55,16 @@ struct DeviceCommand {
     std::uint16_t number;
     std::vector<unsigned char> data;
     bool awaitResponse;
+    const char* succeeded;  ///< what the log says
+    const char* failed;
 };
 
-const DeviceCommand kReboot = {10, {0xAE, 0x00}, false};
-const DeviceCommand kHoldInBootLoader = {113, {}, true};
-const DeviceCommand kClearNonvol = {10, {0x27, 0x00}, false};
-const DeviceCommand kResumeBoot = {1500, {}, false};
+const DeviceCommand kReboot = {10, {0xAE, 0x00}, false, "Device rebooted", "Reboot failed"};
+const std::array<DeviceCommand, 3> kClearSequence = {{
+    {113, {}, true, "Hold in bootloader sent", "Hold in bootloader failed"},
+    {10, {0x27, 0x00}, false, "Nonvol cleared", "Nonvol clear failed"},
+    {1500, {}, false, "Boot resumed", "Resume boot failed"},
+}};
 
 /// Opens a device. A device that can't be opened makes the library throw a bare number, which is no exception of its
 /// own and therefore passes through the facade: here it counts as a facade that could not be made.
@@ -96,10 +100,6 @@ std::shared_ptr<DDFileLogger> makeFileLogger() {
     manager->setMaximumNumberOfLogFiles(kMaximumNumberOfLogFiles);
     fileLogger->setRollingFrequency(kRollingFrequency);
     return fileLogger;
-}
-
-void startAnimation(QProgressBar* indicator) {
-    if (indicator) indicator->setRange(0, 0);  // a range without an extent is what Qt shows as busy
 }
 
 }  // namespace
@@ -192,7 +192,8 @@ void AppDelegate::handleButtonClick() {
         return;
     }
     ViewUtilities::setAndPinSubview(*mOutlets.mainWindowView, *mOutlets.inProgressView);
-    startAnimation(mOutlets.progressIndicator);
+    // A range without an extent is what Qt shows as busy.
+    if (mOutlets.progressIndicator) mOutlets.progressIndicator->setRange(0, 0);
     platform::dispatch_get_global_queue().dispatch_async([this] {
         try {
             resetAttachedDevice();
@@ -300,35 +301,24 @@ void AppDelegate::rebootDevice(const USBRegistryInfo& record) {
     const std::unique_ptr<UsbTrovikModeIoLink> device = openDevice(record);
     Error error;
     if (send(device.get(), kReboot, error)) {
-        DDLogInfo("Device rebooted");
+        DDLogInfo("%s", kReboot.succeeded);
         setNextAction(NextAction::ClearOnAttach);
     } else {
-        DDLogInfo("Reboot failed: %s", error.description().c_str());
+        DDLogInfo("%s: %s", kReboot.failed, error.description().c_str());
         setNextAction(NextAction::RebootOnAttach);
     }
 }
 
 void AppDelegate::clearNonvol(const USBRegistryInfo& record) {
-    struct Step {
-        const DeviceCommand& command;
-        const char* succeeded;
-        const char* failed;
-    };
-    const std::array<Step, 3> steps = {{
-        {kHoldInBootLoader, "Hold in bootloader sent", "Hold in bootloader failed"},
-        {kClearNonvol, "Nonvol cleared", "Nonvol clear failed"},
-        {kResumeBoot, "Boot resumed", "Resume boot failed"},
-    }};
-
     std::unique_ptr<UsbTrovikModeIoLink> device = openDevice(record);
-    for (const auto& [command, succeeded, failed] : steps) {
+    for (const DeviceCommand& command : kClearSequence) {
         Error error;
         if (!send(device.get(), command, error)) {
-            DDLogInfo("%s: %s", failed, error.description().c_str());
+            DDLogInfo("%s: %s", command.failed, error.description().c_str());
             device.reset();  // the reboot opens the device anew, which needs it free
             return rebootDevice(record);
         }
-        DDLogInfo("%s", succeeded);
+        DDLogInfo("%s", command.succeeded);
     }
     device.reset();  // the next screen says that the device may be unplugged
     setNextAction(NextAction::None);

@@ -5,27 +5,19 @@
 #include <QPushButton>
 
 #include <algorithm>
+#include <array>
 
 namespace {
 
-QMessageBox::Icon iconOf(NSAlertStyle style) {
-    switch (style) {
-        case NSAlertStyle::Warning:
-            return QMessageBox::Warning;
-        case NSAlertStyle::Informational:
-            return QMessageBox::Information;
-        case NSAlertStyle::Critical:
-            return QMessageBox::Critical;
-    }
-    return QMessageBox::NoIcon;
-}
+constexpr std::array kIcons = {QMessageBox::Warning, QMessageBox::Information, QMessageBox::Critical};  ///< by style
 
 }  // namespace
 
 int Alert::runModal(QWidget* window) const {
     const QString message = QString::fromStdString(mMessageText);
     const QString informative = QString::fromStdString(mInformativeText);
-    QMessageBox box(iconOf(mStyle), window ? window->windowTitle() : message, message, QMessageBox::NoButton, window);
+    QMessageBox box(kIcons[static_cast<std::size_t>(mStyle)], window ? window->windowTitle() : message, message,
+                    QMessageBox::NoButton, window);
     box.setTextFormat(Qt::PlainText);
     box.setInformativeText(informative);
     box.setAccessibleName(message);
@@ -44,6 +36,6 @@ int Alert::runModal(QWidget* window) const {
         box.setEscapeButton(buttons.back());
     }
     box.exec();
-    const auto clicked = std::find(buttons.begin(), buttons.end(), box.clickedButton());
+    const auto clicked = std::ranges::find(buttons, box.clickedButton());
     return NSAlertFirstButtonReturn + static_cast<int>(clicked - buttons.begin());
 }

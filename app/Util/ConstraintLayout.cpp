@@ -19,7 +19,6 @@ const ConstraintLayout* ConstraintLayout::find(const QWidget& container) {
 ConstraintLayout::ConstraintLayout(QWidget& container) : QLayout(&container) {
     setContentsMargins(0, 0, 0, 0);
 }
-ConstraintLayout::~ConstraintLayout() = default;
 
 void ConstraintLayout::addSubview(QWidget& view, bool first) {
     addChildWidget(&view);
@@ -57,8 +56,7 @@ QLayoutItem* ConstraintLayout::takeAt(int index) {
     QLayoutItem* const item = position->release();
     mItems.erase(position);
     const QWidget* const view = item->widget();
-    std::erase_if(mConstraints,
-                  [view](const LayoutConstraint& c) { return c.firstItem == view || c.secondItem == view; });
+    std::erase_if(mConstraints, [view](const LayoutConstraint& constraint) { return constraint.mentions(view); });
     return item;
 }
 
@@ -96,6 +94,6 @@ void ConstraintLayout::setGeometry(const QRect& rectangle) {
 }
 
 bool ConstraintLayout::isPinned(const QWidget* view) const {
-    return std::ranges::any_of(
-        mConstraints, [view](const LayoutConstraint& c) { return c.firstItem == view || c.secondItem == view; });
+    return std::ranges::any_of(mConstraints,
+                               [view](const LayoutConstraint& constraint) { return constraint.mentions(view); });
 }

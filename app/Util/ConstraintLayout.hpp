@@ -9,14 +9,10 @@
 /// What a constraint ties together. The numbers are those that interface files use.
 enum class LayoutAttribute {
     NotAnAttribute = 0,
-    Left = 1,
-    Right = 2,
     Top = 3,
     Bottom = 4,
     Leading = 5,
     Trailing = 6,
-    Width = 7,
-    Height = 8,
 };
 
 /// The highest priority, 1000: the constraint must hold.
@@ -32,6 +28,8 @@ struct LayoutConstraint {
     double multiplier = 1.0;
     double constant = 0.0;  ///< device-independent pixels
     float priority = kLayoutPriorityRequired;
+
+    bool mentions(const QWidget* view) const { return firstItem == view || secondItem == view; }
 };
 
 /// Keeps a container's constraint records and its children. A child that a constraint mentions is pinned: it fills the
@@ -45,9 +43,6 @@ class ConstraintLayout final : public QLayout {
     static const ConstraintLayout* find(const QWidget& container);
 
     explicit ConstraintLayout(QWidget& container);
-    ~ConstraintLayout() override;
-    ConstraintLayout(const ConstraintLayout&) = delete;
-    ConstraintLayout& operator=(const ConstraintLayout&) = delete;
 
     /// Takes a view in as the container's first or last child. It moves here from wherever it was.
     void addSubview(QWidget& view, bool first);

@@ -13,7 +13,7 @@
 #include <QTextEdit>
 #include <QVariant>
 
-#include <array>
+#include <algorithm>
 
 namespace ViewUtilities {
 namespace {
@@ -69,20 +69,12 @@ bool translatesAutoresizingMaskIntoConstraints(const QWidget& view) {
     return !value.isValid() || value.toBool();
 }
 
-void setTranslatesAutoresizingMaskIntoConstraints(QWidget& view, bool translates) {
-    view.setProperty(kTranslates, translates);
-}
-
-void setAndPinSubview(QWidget& container, QWidget& view) {
-    setAndPinSubview(container, view, kLayoutPriorityRequired, false);
-}
-
 void setAndPinSubview(QWidget& container, QWidget& view, bool animated) {
     setAndPinSubview(container, view, kLayoutPriorityRequired, animated);
 }
 
 void setAndPinSubview(QWidget& container, QWidget& view, float priority, bool animated) {
-    setTranslatesAutoresizingMaskIntoConstraints(view, false);
+    view.setProperty(kTranslates, false);
     const QList<QWidget*> children = subviewsOf(container);
     if (!children.isEmpty() && children.first() == &view) return;
 
@@ -91,34 +83,24 @@ void setAndPinSubview(QWidget& container, QWidget& view, float priority, bool an
     layout.addSubview(view, true);
     if (animated) fadeIn(view);
 
-    struct Edge {
-        bool viewFirst;
-        LayoutAttribute attribute;
+    const auto pin = [&](const QWidget& first, LayoutAttribute edge, const QWidget& second) {
+        layout.addConstraint({&first, edge, &second, edge, 1.0, 0.0, priority});
     };
     // The order and the items of the formats "|[view]|" and "V:|[view]|".
-    constexpr std::array<Edge, 4> kEdges = {{{true, LayoutAttribute::Leading},
-                                             {false, LayoutAttribute::Trailing},
-                                             {true, LayoutAttribute::Top},
-                                             {false, LayoutAttribute::Bottom}}};
-    for (const auto& [viewFirst, attribute] : kEdges) {
-        LayoutConstraint constraint;
-        constraint.firstItem = viewFirst ? &view : &container;
-        constraint.secondItem = viewFirst ? &container : &view;
-        constraint.firstAttribute = constraint.secondAttribute = attribute;
-        constraint.priority = priority;
-        layout.addConstraint(constraint);
-    }
+    pin(view, LayoutAttribute::Leading, container);
+    pin(container, LayoutAttribute::Trailing, view);
+    pin(view, LayoutAttribute::Top, container);
+    pin(container, LayoutAttribute::Bottom, view);
 }
 
 const LayoutConstraint* getFirstTopConstraint(const QWidget& view) {
     const QWidget* const parent = view.parentWidget();
     const ConstraintLayout* const layout = parent ? ConstraintLayout::find(*parent) : nullptr;
     if (!layout) return nullptr;
-    for (const LayoutConstraint& constraint : layout->constraints()) {
-        const bool mentioned = constraint.firstItem == &view || constraint.secondItem == &view;
-        if (constraint.firstAttribute == LayoutAttribute::Top && mentioned) return &constraint;
-    }
-    return nullptr;
+    const auto found = std::ranges::find_if(layout->constraints(), [&](const LayoutConstraint& constraint) {
+        return constraint.firstAttribute == LayoutAttribute::Top && constraint.mentions(&view);
+    });
+    return found == layout->constraints().end() ? nullptr : &*found;
 }
 
 void enableSubviews(QWidget& view, bool enable) {

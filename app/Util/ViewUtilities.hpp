@@ -13,8 +13,7 @@ namespace ViewUtilities {
 /// already stays as it is, and no constraint is added.
 /// @param priority  of the four constraints; kLayoutPriorityRequired when left out
 /// @param animated  fades the view in, for as long as the desktop wants animations to last
-void setAndPinSubview(QWidget& container, QWidget& view);
-void setAndPinSubview(QWidget& container, QWidget& view, bool animated);
+void setAndPinSubview(QWidget& container, QWidget& view, bool animated = false);
 void setAndPinSubview(QWidget& container, QWidget& view, float priority, bool animated);
 
 /// The first constraint of the view's parent whose first attribute is Top and which mentions the view.
@@ -26,6 +25,5 @@ void enableSubviews(QWidget& view, bool enable);
 
 /// Whether a view's geometry is its own business (as it is at first) or that of its constraints.
 bool translatesAutoresizingMaskIntoConstraints(const QWidget& view);
-void setTranslatesAutoresizingMaskIntoConstraints(QWidget& view, bool translates);
 
 }  // namespace ViewUtilities
