@@ -183,7 +183,9 @@ int main(int argc, char** argv) {
     StartUp::withThread([&] { controller.applicationWillFinishLaunching(); });
     controller.applicationDidFinishLaunching();
     controller.waitUntilListening();
-    for (const auto& fault : options.faults) device.addFault(fault);
+    device.change([&](simulator::Device& simulated) {
+        for (const auto& fault : options.faults) simulated.addFault(fault);
+    });
     device.plug();
     window.show();
     StartUp::windowIsShown();

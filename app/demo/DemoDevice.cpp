@@ -14,16 +14,8 @@ DemoDevice::~DemoDevice() {
     mDrive.join();
 }
 
-void DemoDevice::addFault(const simulator::Fault& fault) {
-    mBus.withDevice(mPort, [&](Device& device, Time) { device.addFault(fault); });
-}
-
-void DemoDevice::clearFaults() {
-    mBus.withDevice(mPort, [](Device& device, Time) { device.faults().clear(); });
-}
-
-void DemoDevice::fillStore() {
-    mBus.withDevice(mPort, [](Device& device, Time) { device.store() = simulator::SettingsStore::wellUsed(); });
+void DemoDevice::change(const std::function<void(Device&)>& action) {
+    mBus.withDevice(mPort, [&](Device& device, Time) { action(device); });
 }
 
 DemoDevice::View DemoDevice::look() {
@@ -36,26 +28,14 @@ DemoDevice::View DemoDevice::look() {
         for (const auto& fault : device.faults().pending()) view.pendingFaults.push_back(fault.name);
 
         const auto& record = device.record();
-        const std::size_t count = record.dropped() + record.entries().size();
         const std::size_t first = mSeen > record.dropped() ? mSeen - record.dropped() : 0;
         for (std::size_t i = first; i < record.entries().size(); ++i) {
             const RecordEntry& entry = record.entries()[i];
-            switch (entry.kind) {
-                case RecordEntry::Kind::State:
-                    view.news.push_back(entry.text);
-                    break;
-                case RecordEntry::Kind::Fault:
-                    view.news.push_back("fault: " + entry.text);
-                    break;
-                case RecordEntry::Kind::Refused:
-                    view.news.push_back("refused: " + entry.text);
-                    break;
-                case RecordEntry::Kind::Received:
-                case RecordEntry::Kind::Sent:
-                    break;
-            }
+            if (entry.kind == RecordEntry::Kind::State) view.news.push_back(entry.text);
+            if (entry.kind == RecordEntry::Kind::Fault) view.news.push_back("fault: " + entry.text);
+            if (entry.kind == RecordEntry::Kind::Refused) view.news.push_back("refused: " + entry.text);
         }
-        mSeen = count;
+        mSeen = record.dropped() + record.entries().size();
     });
     return view;
 }

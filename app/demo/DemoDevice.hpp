@@ -29,9 +29,7 @@ class DemoDevice {
 
     void plug() { mBus.plug(mPort); }
     void unplug() { mBus.unplug(mPort); }
-    void addFault(const simulator::Fault& fault);
-    void clearFaults();
-    void fillStore();
+    void change(const std::function<void(simulator::Device&)>& action);
 
     /// Main thread only: news are told once.
     View look();

@@ -50,16 +50,21 @@ DemoPanel::DemoPanel(DemoDevice& device)
     mStore->setEditTriggers(QAbstractItemView::NoEditTriggers);
     mStore->setTabKeyNavigation(false);
     column->addWidget(mStore, 1);
-    connect(addButton(column, "&Fill Store Again"), &QPushButton::clicked, this, [this] { mDevice.fillStore(); });
+    connect(addButton(column, "&Fill Store Again"), &QPushButton::clicked, this, [this] {
+        mDevice.change([](simulator::Device& simulated) { simulated.store() = simulator::SettingsStore::wellUsed(); });
+    });
 
     for (const auto& fault : simulator::faultCatalogue()) mFaults->addItem(QString::fromStdString(fault.name));
     mFaults->setAccessibleName(QStringLiteral("What the device does wrong"));
     mFaults->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     column->addWidget(mFaults);
     connect(addButton(column, "&Add Fault"), &QPushButton::clicked, this, [this] {
-        mDevice.addFault(simulator::faultCatalogue()[static_cast<std::size_t>(mFaults->currentIndex())]);
+        mDevice.change([this](simulator::Device& simulated) {
+            simulated.addFault(simulator::faultCatalogue()[static_cast<std::size_t>(mFaults->currentIndex())]);
+        });
     });
-    connect(addButton(column, "&No Faults"), &QPushButton::clicked, this, [this] { mDevice.clearFaults(); });
+    connect(addButton(column, "&No Faults"), &QPushButton::clicked, this,
+            [this] { mDevice.change([](simulator::Device& simulated) { simulated.faults().clear(); }); });
     mPending->setWordWrap(true);
     mPending->setTextFormat(Qt::PlainText);
     column->addWidget(mPending);
@@ -71,8 +76,8 @@ DemoPanel::DemoPanel(DemoDevice& device)
 void DemoPanel::show(const DemoDevice::View& view) {
     mCable = view.cable;
     mAttached->setText(view.isAttached ? QStringLiteral("attached")
-                                       : (view.cable ? QStringLiteral("not attached (cable is in)")
-                                                     : QStringLiteral("not attached (cable is out)")));
+                       : view.cable    ? QStringLiteral("not attached (cable is in)")
+                                       : QStringLiteral("not attached (cable is out)"));
     mState->setText(QString::fromUtf8(simulator::bootStateName(view.state)));
     mCableButton->setText(mCable ? QStringLiteral("&Unplug") : QStringLiteral("&Plug In"));
 

@@ -4,7 +4,6 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QLabel>
 #include <QMessageBox>
 #include <QMouseEvent>
 #include <QPixmap>
@@ -85,19 +84,11 @@ bool DemoRun::eventFilter(QObject* object, QEvent* event) {
 
 void DemoRun::screenAppeared(QWidget* screen) {
     const AppDelegate::Outlets& outlets = mController.outlets();
-    struct Screen {
-        QWidget* view;
-        QLabel* heading;
-        const char* picture;
-    };
-    for (const auto& [view, heading, picture] :
-         {Screen{outlets.notStartedView, outlets.titleText, "1-not-started"},
-          Screen{outlets.inProgressView, outlets.resetInProgressText, "2-in-progress"},
-          Screen{outlets.completeView, outlets.resetCompleteText, "3-complete"}}) {
-        if (view != screen) continue;
-        tell(QStringLiteral("window: \"%1\"").arg(heading->text()));
-        takePicture(QString::fromUtf8(picture), view->window());
-    }
+    tell(QStringLiteral("window: \"%1\"").arg(screen->accessibleName()));
+    takePicture(screen == outlets.completeView     ? QStringLiteral("3-complete")
+                : screen == outlets.inProgressView ? QStringLiteral("2-in-progress")
+                                                   : QStringLiteral("1-not-started"),
+                screen->window());
     if (screen == outlets.completeView) {
         mReachedTheEnd = true;
         mPatience.stop();

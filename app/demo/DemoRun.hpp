@@ -3,7 +3,6 @@
 #include "app/demo/DemoDevice.hpp"
 
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <QTimer>
 

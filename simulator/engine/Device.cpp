@@ -3,12 +3,11 @@
 namespace simulator {
 namespace {
 
-void earlier(std::optional<Time>& due, const std::optional<Time>& candidate) {
-    if (candidate && (!due || *candidate < *due)) due = candidate;
-}
-
-bool reached(const std::optional<Time>& due, Time now) {
-    return due && *due <= now;
+/// Whether a moment has come; it is none any more then.
+bool hasCome(std::optional<Time>& due, Time now) {
+    if (!due || *due > now) return false;
+    due.reset();
+    return true;
 }
 
 }  // namespace
@@ -22,17 +21,8 @@ void Device::attached(Time now) {
     dropTraffic();
     note(RecordEntry::Kind::State, "attached", now);
     for (const auto& fault : strike({FaultStep::At::Attach, {}, {}, {}, mState, {}}, now)) {
-        if (fault.kind == FaultKind::Unplug) {
-            mReplugAfter = fault.comesBack;
-            mUnplugAt = now + fault.delay.value_or(Duration{0});
-        } else if (fault.kind == FaultKind::Stall) {
-            const Pipe pipe = fault.pipe.value_or(Pipe::InterruptIn);
-            if (pipe == Pipe::BulkOut) {
-                mOutHalted = true;
-            } else {
-                in(pipe).emplace_back(std::nullopt);
-            }
-        }
+        if (fault.kind == FaultKind::Unplug) unplugLater(fault, now);
+        if (fault.kind == FaultKind::Stall) halt(fault.pipe.value_or(Pipe::InterruptIn));
     }
 }
 
@@ -68,8 +58,8 @@ std::optional<Time> Device::nextDue() const {
     std::optional<Time> due;
     if (!mScheduled.empty()) due = mScheduled.begin()->first;
     // A packet that is never to be taken is no event to wait for.
-    if (mOutBusyUntil != Time::max()) earlier(due, mOutBusyUntil);
-    for (const auto* moment : {&mLeaveAt, &mReturnAt, &mWindowEnds, &mUnplugAt, &mReplugAt}) earlier(due, *moment);
+    if (mOutBusyUntil != Time::max()) bringForward(due, mOutBusyUntil);
+    for (const auto* moment : {&mLeaveAt, &mReturnAt, &mWindowEnds, &mUnplugAt, &mReplugAt}) bringForward(due, *moment);
     return due;
 }
 
@@ -80,22 +70,17 @@ void Device::advance(Time now) {
         if (!mScheduled.empty() && mScheduled.begin()->first <= moment) {
             const auto outgoing = mScheduled.extract(mScheduled.begin());
             leave(outgoing.mapped(), moment);
-        } else if (reached(mOutBusyUntil, moment)) {
-            mOutBusyUntil.reset();
-        } else if (reached(mLeaveAt, moment)) {
-            mLeaveAt.reset();
+        } else if (hasCome(mOutBusyUntil, moment)) {
+            continue;  // the packet is taken when it is offered again
+        } else if (hasCome(mLeaveAt, moment)) {
             goAway(moment);
-        } else if (reached(mReturnAt, moment)) {
-            mReturnAt.reset();
+        } else if (hasCome(mReturnAt, moment)) {
             comeBack(moment);
-        } else if (reached(mWindowEnds, moment)) {
-            mWindowEnds.reset();
+        } else if (hasCome(mWindowEnds, moment)) {
             if (mState == BootState::Starting) setBootState(BootState::Running, moment);
-        } else if (reached(mUnplugAt, moment)) {
-            mUnplugAt.reset();
+        } else if (hasCome(mUnplugAt, moment)) {
             pullCable(mReplugAfter, moment);
-        } else {
-            mReplugAt.reset();
+        } else if (hasCome(mReplugAt, moment)) {
             setCable(true, moment);
         }
     }
@@ -127,6 +112,19 @@ void Device::pullCable(std::optional<Duration> comesBack, Time now) {
     setCable(false, now);
     mReplugAfter = comesBack;
     if (!mAttached && comesBack) mReplugAt = now + *comesBack;
+}
+
+void Device::unplugLater(const Fault& fault, Time now) {
+    mReplugAfter = fault.comesBack;
+    mUnplugAt = now + fault.delay.value_or(Duration{0});
+}
+
+void Device::halt(Pipe pipe) {
+    if (pipe == Pipe::BulkOut) {
+        mOutHalted = true;
+    } else {
+        in(pipe).emplace_back(std::nullopt);
+    }
 }
 
 void Device::setBootState(BootState state, Time now) {

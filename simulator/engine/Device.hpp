@@ -84,9 +84,8 @@ class Device {
     const FaultList& faults() const { return mFaults; }
 
     const Profile& profile() const { return mProfile; }
-    Profile& profile() {
-        return mProfile;
-    }  ///< changes count from the next packet on; ids and pipes from the next attach
+    /// Changes count from the next packet on; those of ids and pipes from the next attach.
+    Profile& profile() { return mProfile; }
     SettingsStore& store() { return mStore; }
     const SettingsStore& store() const { return mStore; }
     Record& record() { return mRecord; }
@@ -104,11 +103,11 @@ class Device {
     /// An answer on its way: what is to leave, and how, once its moment has come.
     struct Outgoing {
         Bytes bytes;
-        std::optional<Pipe> pipe;     ///< nothing: as the profile says
-        bool announced = true;        ///< on the bulk pipe, after packet 2
-        std::size_t splitAt = 0;      ///< a first transfer of that many bytes; 0 for one transfer
-        bool stall = false;           ///< the pipe is halted in place of the answer
-        std::optional<Fault> unplug;  ///< the cable comes out in place of the answer
+        std::optional<Pipe> pipe = {};     ///< nothing: as the profile says
+        bool announced = true;             ///< on the bulk pipe, after packet 2
+        std::size_t splitAt = 0;           ///< a first transfer of that many bytes; 0 for one transfer
+        bool stall = false;                ///< the pipe is halted in place of the answer
+        std::optional<Fault> unplug = {};  ///< the cable comes out in place of the answer
     };
 
     const InQueue& in(Pipe pipe) const { return mIn[pipe == Pipe::InterruptIn ? 0 : 1]; }
@@ -128,6 +127,8 @@ class Device {
     void transfer(Pipe pipe, std::span<const unsigned char> bytes, Time now);
 
     void pullCable(std::optional<Duration> comesBack, Time now);
+    void unplugLater(const Fault& fault, Time now);
+    void halt(Pipe pipe);
     void goAway(Time now);
     void comeBack(Time now);
 

@@ -20,7 +20,7 @@ constexpr std::int64_t kLongestPadding = 1 << 20;
 void Device::answer(UsbPacket packet, Time now) {
     const auto own = mProfile.answerDelays.find(packet.id);
     Duration delay = own == mProfile.answerDelays.end() ? mProfile.answerDelay : own->second;
-    if (mFaults.size() == 0) return schedule({encodePacket(packet), {}, true, 0, false, {}}, delay, now);
+    if (mFaults.size() == 0) return schedule({.bytes = encodePacket(packet)}, delay, now);
 
     Outgoing outgoing;
     std::optional<Bytes> garbage;
@@ -92,7 +92,7 @@ void Device::answer(UsbPacket packet, Time now) {
                               Bytes(static_cast<std::size_t>(i % 80), 0x2A)};
         before.push_back(encodePacket(other));
     }
-    for (Bytes& bytes : before) schedule({std::move(bytes), {}, true, 0, false, {}}, std::exchange(delay, {}), now);
+    for (Bytes& bytes : before) schedule({.bytes = std::move(bytes)}, std::exchange(delay, {}), now);
     outgoing.bytes = garbage ? std::move(*garbage) : encodePacket(packet);
     if (sizeError != 0 && outgoing.bytes.size() >= kHeaderSize) {
         const Bytes size =
@@ -103,7 +103,7 @@ void Device::answer(UsbPacket packet, Time now) {
 }
 
 void Device::send(const UsbPacket& packet, Time now) {
-    schedule({encodePacket(packet), {}, true, 0, false, {}}, Duration{0}, now);
+    schedule({.bytes = encodePacket(packet)}, Duration{0}, now);
 }
 
 /// Answers leave one after the other: each delay counts from the leaving of the answer before.
@@ -131,14 +131,9 @@ void Device::leave(const Outgoing& outgoing, Time now) {
     if (outgoing.unplug) return pullCable(outgoing.unplug->comesBack, now);
     const Pipe pipe = outgoing.pipe.value_or(pipeFor(outgoing.bytes));
     if (outgoing.stall) {
-        if (pipe == Pipe::BulkOut) {
-            mOutHalted = true;
-        } else {
-            // A host reads the bulk pipe only after an announcement.
-            if (pipe == Pipe::BulkIn) transfer(Pipe::InterruptIn, encodePacket({kUsbLayer, kDataAvailable, {}}), now);
-            in(pipe).emplace_back(std::nullopt);
-        }
-        return;
+        // A host reads the bulk pipe only after an announcement.
+        if (pipe == Pipe::BulkIn) transfer(Pipe::InterruptIn, encodePacket({kUsbLayer, kDataAvailable, {}}), now);
+        return halt(pipe);
     }
     const std::span<const unsigned char> bytes(outgoing.bytes);
     if (pipe == Pipe::BulkIn && outgoing.announced) {

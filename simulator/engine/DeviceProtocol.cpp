@@ -67,12 +67,8 @@ void Device::packetReceived(const Bytes& bytes, Time now) {
     for (const auto& fault : std::exchange(mPacketFaults, {})) {
         if (fault.kind == FaultKind::Ignore) return;
         if (fault.kind == FaultKind::Unplug && !fault.delay) return pullCable(fault.comesBack, now);
-        if (fault.kind == FaultKind::Unplug) {
-            mReplugAfter = fault.comesBack;
-            mUnplugAt = now + *fault.delay;
-        } else if (fault.kind == FaultKind::Stall) {
-            in(*fault.pipe).emplace_back(std::nullopt);
-        }
+        if (fault.kind == FaultKind::Unplug) unplugLater(fault, now);
+        if (fault.kind == FaultKind::Stall) halt(*fault.pipe);
     }
 
     std::string reason;

@@ -9,15 +9,13 @@ namespace simulator {
 namespace {
 
 bool isPipe(const platform::PipeProperties& properties, Pipe pipe) {
-    switch (pipe) {
-        case Pipe::InterruptIn:
-            return properties.direction == platform::kUSBIn && properties.transferType == platform::kUSBInterrupt;
-        case Pipe::BulkIn:
-            return properties.direction == platform::kUSBIn && properties.transferType == platform::kUSBBulk;
-        case Pipe::BulkOut:
-            return properties.direction == platform::kUSBOut && properties.transferType == platform::kUSBBulk;
-    }
-    return false;
+    return properties.direction == (pipe == Pipe::BulkOut ? platform::kUSBOut : platform::kUSBIn) &&
+           properties.transferType == (pipe == Pipe::InterruptIn ? platform::kUSBInterrupt : platform::kUSBBulk);
+}
+
+/// The endpoint's address, with the direction in bit 7.
+std::uint8_t addressOf(const platform::PipeProperties& pipe) {
+    return static_cast<std::uint8_t>(pipe.number | (pipe.direction == platform::kUSBIn ? 0x80 : 0));
 }
 
 }  // namespace
@@ -30,14 +28,13 @@ std::vector<ProtocolEntry> protocolEntries(const std::string& text) {
 }
 
 const platform::PipeProperties* Profile::pipe(Pipe wanted) const {
-    const auto found = std::find_if(pipes.begin(), pipes.end(), [&](const auto& one) { return isPipe(one, wanted); });
+    const auto found = std::ranges::find_if(pipes, [&](const auto& one) { return isPipe(one, wanted); });
     return found == pipes.end() ? nullptr : &*found;
 }
 
 std::uint8_t Profile::endpointAddress(Pipe wanted) const {
     const auto* found = pipe(wanted);
-    if (!found) return 0;
-    return static_cast<std::uint8_t>(found->number | (found->direction == platform::kUSBIn ? 0x80 : 0));
+    return found ? addressOf(*found) : 0;
 }
 
 std::vector<platform::PipeProperties> Profile::pipesOfSize(std::uint16_t maxPacketSize) {
@@ -78,8 +75,7 @@ Profile Profile::instant() {
 
 Bytes usbDescriptors(const Profile& profile) {
     Writer out;
-    const bool highSpeed = std::any_of(profile.pipes.begin(), profile.pipes.end(),
-                                       [](const auto& pipe) { return pipe.maxPacketSize > 64; });
+    const bool highSpeed = std::ranges::any_of(profile.pipes, [](const auto& pipe) { return pipe.maxPacketSize > 64; });
     // Device: USB 2.0, class by the vendor, endpoint 0 of 64 bytes, no strings, one configuration.
     out.u8(18).u8(1).u16(0x0200).u8(0xFF).u8(0).u8(0).u8(64);
     out.u16(profile.vendorId).u16(profile.productId).u16(profile.releaseNumber).u8(0).u8(0).u8(0).u8(1);
@@ -90,10 +86,9 @@ Bytes usbDescriptors(const Profile& profile) {
     out.u8(0).u8(0x80).u8(50);
     out.u8(9).u8(4).u8(0).u8(0).u8(endpoints).u8(0xFF).u8(0).u8(0).u8(0);
     for (const auto& pipe : profile.pipes) {
-        const int address = pipe.number | (pipe.direction == platform::kUSBIn ? 0x80 : 0);
         // An interval of 1 would mean 125 us at high speed: 4 there is the same millisecond.
         const bool stretched = highSpeed && pipe.transferType == platform::kUSBInterrupt;
-        out.u8(7).u8(5).u8(static_cast<std::uint8_t>(address)).u8(pipe.transferType).u16(pipe.maxPacketSize);
+        out.u8(7).u8(5).u8(addressOf(pipe)).u8(pipe.transferType).u16(pipe.maxPacketSize);
         out.u8(stretched ? 4 : pipe.interval);
     }
     for (std::uint8_t other = 1; other < profile.interfaces; ++other) {

@@ -2,25 +2,8 @@
 
 namespace simulator {
 
-RealTimeDrive::~RealTimeDrive() {
-    requestStop();
-    join();
-}
-
 void RealTimeDrive::start(TimedWork& work) {
-    mThread = std::thread([this, &work] { run(work); });
-}
-
-void RealTimeDrive::requestStop() {
-    {
-        const std::lock_guard lock(mMutex);
-        mStop = true;
-    }
-    mWake.notify_one();
-}
-
-void RealTimeDrive::join() {
-    if (mThread.joinable()) mThread.join();
+    mThread = std::jthread([this, &work](const std::stop_token& stop) { run(stop, work); });
 }
 
 Time RealTimeDrive::now() {
@@ -35,20 +18,20 @@ void RealTimeDrive::dueChanged() {
     mWake.notify_one();
 }
 
-void RealTimeDrive::run(TimedWork& work) {
-    const auto woken = [this] { return mChanged || mStop; };
-    for (;;) {
+void RealTimeDrive::run(const std::stop_token& stop, TimedWork& work) {
+    const auto changed = [this] { return mChanged; };
+    while (!stop.stop_requested()) {
         // Asked before the lock is taken: the work has a lock of its own. A change after the question sets mChanged.
         const auto due = work.nextDue();
         std::unique_lock lock(mMutex);
         if (due) {
-            mWake.wait_until(lock, std::chrono::steady_clock::time_point(*due), woken);
+            mWake.wait_until(lock, stop, std::chrono::steady_clock::time_point(*due), changed);
         } else {
-            mWake.wait(lock, woken);
+            mWake.wait(lock, stop, changed);
         }
         mChanged = false;
-        if (mStop) return;
         lock.unlock();
+        if (stop.stop_requested()) return;
         work.run(now());
     }
 }

@@ -4,6 +4,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <stop_token>
 #include <thread>
 
 namespace simulator {
@@ -14,26 +15,27 @@ namespace simulator {
 class RealTimeDrive final : public Drive {
   public:
     RealTimeDrive() = default;
-    ~RealTimeDrive() override;  ///< stops and joins if that has not been done
+    ~RealTimeDrive() override = default;  ///< stops and joins if that has not been done
     RealTimeDrive(const RealTimeDrive&) = delete;
     RealTimeDrive& operator=(const RealTimeDrive&) = delete;
 
     /// @param work  must live until join()
     void start(TimedWork& work);
-    void requestStop();
-    void join();
+    void requestStop() { mThread.request_stop(); }
+    void join() {
+        if (mThread.joinable()) mThread.join();
+    }
 
     Time now() override;
     void dueChanged() override;
 
   private:
-    void run(TimedWork& work);
+    void run(const std::stop_token& stop, TimedWork& work);
 
     std::mutex mMutex;
-    std::condition_variable mWake;
+    std::condition_variable_any mWake;
     bool mChanged = false;  ///< under mMutex
-    bool mStop = false;     ///< under mMutex
-    std::thread mThread;
+    std::jthread mThread;   ///< last: it uses the others until it is joined
 };
 
 }  // namespace simulator

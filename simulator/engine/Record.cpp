@@ -63,20 +63,12 @@ std::vector<UsbPacket> Record::received(std::uint8_t layer) const {
     return packets;
 }
 
-std::vector<std::string> Record::refused() const {
-    std::vector<std::string> reasons;
+std::vector<std::string> Record::texts(RecordEntry::Kind kind) const {
+    std::vector<std::string> texts;
     for (const auto& entry : mEntries) {
-        if (entry.kind == RecordEntry::Kind::Refused) reasons.push_back(entry.text);
+        if (entry.kind == kind) texts.push_back(entry.text);
     }
-    return reasons;
-}
-
-std::vector<std::string> Record::faults() const {
-    std::vector<std::string> names;
-    for (const auto& entry : mEntries) {
-        if (entry.kind == RecordEntry::Kind::Fault) names.push_back(entry.text);
-    }
-    return names;
+    return texts;
 }
 
 std::string Record::text() const {

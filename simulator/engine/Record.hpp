@@ -40,11 +40,14 @@ class Record {
 
     std::vector<Bytes> received() const;                        ///< the host's packets
     std::vector<UsbPacket> received(std::uint8_t layer) const;  ///< of them, the well-formed ones of one layer
-    std::vector<std::string> refused() const;                   ///< the host's mistakes
-    std::vector<std::string> faults() const;                    ///< names of the faults committed
-    std::string text() const;                                   ///< the whole record for people, one line an entry
+    /// The host's mistakes, and the names of the faults committed.
+    std::vector<std::string> refused() const { return texts(RecordEntry::Kind::Refused); }
+    std::vector<std::string> faults() const { return texts(RecordEntry::Kind::Fault); }
+    std::string text() const;  ///< the whole record for people, one line an entry
 
   private:
+    std::vector<std::string> texts(RecordEntry::Kind kind) const;
+
     std::deque<RecordEntry> mEntries;
     std::size_t mBytes = 0;
     std::size_t mDropped = 0;

@@ -1,7 +1,5 @@
 #include "simulator/engine/SettingsStore.hpp"
 
-#include <algorithm>
-
 namespace simulator {
 
 SettingsStore SettingsStore::wellUsed() {
@@ -18,16 +16,6 @@ SettingsStore SettingsStore::wellUsed() {
                           {"Home", "N 47.0505 E 008.3064"},
                           {"Position format", "hddd.dddd"},
                           {"Owner", "A. Walker"}});
-}
-
-void SettingsStore::set(const std::string& key, std::string value) {
-    const auto found =
-        std::find_if(mEntries.begin(), mEntries.end(), [&](const Entry& entry) { return entry.first == key; });
-    if (found == mEntries.end()) {
-        mEntries.emplace_back(key, std::move(value));
-    } else {
-        found->second = std::move(value);
-    }
 }
 
 }  // namespace simulator

@@ -19,7 +19,6 @@ class SettingsStore {
 
     const std::vector<Entry>& entries() const { return mEntries; }
     bool empty() const { return mEntries.empty(); }
-    void set(const std::string& key, std::string value);
     void clear() { mEntries.clear(); }
 
   private:

@@ -16,6 +16,11 @@ using Duration = std::chrono::microseconds;
 /// after a moment are three different moments with nothing rounded away.
 using Time = std::chrono::microseconds;
 
+/// Brings a due moment forward to another one, where there is one and it is earlier.
+inline void bringForward(std::optional<Time>& due, const std::optional<Time>& candidate) {
+    if (candidate && (!due || *candidate < *due)) due = candidate;
+}
+
 /// The three pipes of the device, as the host sees their directions.
 enum class Pipe { InterruptIn, BulkIn, BulkOut };
 

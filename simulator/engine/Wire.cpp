@@ -48,19 +48,6 @@ Writer& Writer::number(std::uint64_t value, int width) {
     return *this;
 }
 
-Writer& Writer::u8(std::uint8_t value) {
-    return number(value, 1);
-}
-Writer& Writer::u16(std::uint16_t value) {
-    return number(value, 2);
-}
-Writer& Writer::u32(std::uint32_t value) {
-    return number(value, 4);
-}
-Writer& Writer::u64(std::uint64_t value) {
-    return number(value, 8);
-}
-
 Writer& Writer::text(const std::string& value) {
     mBytes.insert(mBytes.end(), value.begin(), value.end());
     return u8(0);

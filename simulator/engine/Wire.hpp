@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 
 namespace simulator {
 
@@ -77,10 +78,10 @@ std::optional<UsbPacket> decodePacket(std::span<const unsigned char> bytes, std:
 /// Builds a packet's data field by field, little-endian.
 class Writer {
   public:
-    Writer& u8(std::uint8_t value);
-    Writer& u16(std::uint16_t value);
-    Writer& u32(std::uint32_t value);
-    Writer& u64(std::uint64_t value);
+    Writer& u8(std::uint8_t value) { return number(value, 1); }
+    Writer& u16(std::uint16_t value) { return number(value, 2); }
+    Writer& u32(std::uint32_t value) { return number(value, 4); }
+    Writer& u64(std::uint64_t value) { return number(value, 8); }
     Writer& text(const std::string& value);  ///< its bytes and one 0
 
     Bytes take() { return std::move(mBytes); }

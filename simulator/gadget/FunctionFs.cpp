@@ -1,5 +1,7 @@
 #include "simulator/gadget/FunctionFs.hpp"
 
+#include "simulator/engine/Wire.hpp"
+
 #include <cerrno>
 #include <cstdio>
 #include <endian.h>
@@ -53,22 +55,14 @@ std::string firstFreeController() {
     fail("looking for a free USB device controller in /sys/class/udc (is dummy_hcd loaded?)");
 }
 
-void append(Bytes& out, std::initializer_list<std::uint32_t> words) {
-    for (const std::uint32_t word : words)
-        for (int shift = 0; shift < 32; shift += 8) out.push_back(static_cast<unsigned char>(word >> shift));
-}
-
-/// The interface and its endpoints at one speed: 0 makes them full speed (64-byte packets), 1 high speed (512).
-void appendInterface(Bytes& out, bool highSpeed) {
-    const auto low = [&](std::uint16_t size) { return static_cast<unsigned char>(size & 0xFF); };
-    const auto high = [&](std::uint16_t size) { return static_cast<unsigned char>(size >> 8); };
-    const std::uint16_t bulk = highSpeed ? 512 : 64;
-    const unsigned char interval = highSpeed ? 4 : 1;                           // one millisecond at either speed
-    const Bytes bytes = {9, 4, 0,    0, 3,         0xFF,       0,        0, 0,  // interface 0, three endpoints
-                         7, 5, 0x81, 3, 64,        0,          interval,        // interrupt in
-                         7, 5, 0x82, 2, low(bulk), high(bulk), 0,               // bulk in
-                         7, 5, 0x03, 2, low(bulk), high(bulk), 0};              // bulk out
-    out.insert(out.end(), bytes.begin(), bytes.end());
+/// The interface and its endpoints at the speed with bulk packets of that size: 64 bytes full speed, 512 high speed.
+Bytes interfaceDescriptors(std::uint16_t bulkPacketSize) {
+    constexpr int kBefore = 18 + 9;  // the descriptors of device and configuration
+    Profile profile;
+    for (auto& pipe : profile.pipes)
+        if (pipe.transferType == platform::kUSBBulk) pipe.maxPacketSize = bulkPacketSize;
+    const Bytes all = usbDescriptors(profile);
+    return {all.begin() + kBefore, all.end()};
 }
 
 }  // namespace
@@ -94,9 +88,10 @@ FunctionFs::FunctionFs(const std::string& name, const std::string& controller, c
         if (::mount(name.c_str(), mMountPoint.c_str(), "functionfs", 0, nullptr) != 0) fail("mounting " + mMountPoint);
         mControl = openEndpoint(mMountPoint + "/ep0");
         describe();
-        mEndpoints[static_cast<std::size_t>(Pipe::InterruptIn)] = openEndpoint(mMountPoint + "/ep1");
-        mEndpoints[static_cast<std::size_t>(Pipe::BulkIn)] = openEndpoint(mMountPoint + "/ep2");
-        mEndpoints[static_cast<std::size_t>(Pipe::BulkOut)] = openEndpoint(mMountPoint + "/ep3");
+        for (const Pipe pipe : {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut}) {
+            const auto index = static_cast<std::size_t>(pipe);
+            mEndpoints[index] = openEndpoint(mMountPoint + "/ep" + std::to_string(index + 1));
+        }
     } catch (...) {
         tearDown();
         throw;
@@ -127,18 +122,19 @@ void FunctionFs::reserve(const std::string& name) {
 }
 
 void FunctionFs::describe() {
-    Bytes body;
-    append(body, {4, 4});  // descriptors in each of the two sets
-    appendInterface(body, false);
-    appendInterface(body, true);
-    Bytes descriptors;
-    append(descriptors, {FUNCTIONFS_DESCRIPTORS_MAGIC_V2, static_cast<std::uint32_t>(body.size() + 12),
-                         FUNCTIONFS_HAS_FS_DESC | FUNCTIONFS_HAS_HS_DESC});
-    descriptors.insert(descriptors.end(), body.begin(), body.end());
+    const Bytes fullSpeed = interfaceDescriptors(64);
+    const Bytes highSpeed = interfaceDescriptors(512);
+    Writer head;
+    head.u32(FUNCTIONFS_DESCRIPTORS_MAGIC_V2);
+    head.u32(static_cast<std::uint32_t>(20 + fullSpeed.size() + highSpeed.size()));  // bytes, these 20 included
+    head.u32(FUNCTIONFS_HAS_FS_DESC | FUNCTIONFS_HAS_HS_DESC);
+    head.u32(4).u32(4);  // descriptors in each of the two sets
+    Bytes descriptors = head.take();
+    for (const Bytes* const set : {&fullSpeed, &highSpeed})
+        descriptors.insert(descriptors.end(), set->begin(), set->end());
     if (::write(mControl.get(), descriptors.data(), descriptors.size()) < 0) fail("describing the interface");
 
-    Bytes strings;
-    append(strings, {FUNCTIONFS_STRINGS_MAGIC, 16, 0, 0});
+    const Bytes strings = Writer().u32(FUNCTIONFS_STRINGS_MAGIC).u32(16).u32(0).u32(0).take();
     if (::write(mControl.get(), strings.data(), strings.size()) < 0) fail("naming the interface");
 }
 

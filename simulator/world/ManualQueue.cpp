@@ -71,9 +71,7 @@ std::shared_ptr<platform::NSTimer> ManualQueue::scheduledTimerWithTimeInterval(p
 std::optional<Time> ManualQueue::nextDue() {
     std::erase_if(mTimers, [](const auto& timer) { return !timer->valid; });
     std::optional<Time> due;
-    for (const auto& timer : mTimers) {
-        if (!due || timer->fires < *due) due = timer->fires;
-    }
+    for (const auto& timer : mTimers) bringForward(due, timer->fires);
     return due;
 }
 

@@ -26,10 +26,7 @@ void SimulatedClock::remove(TimedWork& work) {
 
 std::optional<Time> SimulatedClock::nextDue() {
     std::optional<Time> earliest;
-    for (auto* work : mWork) {
-        const auto due = work->nextDue();
-        if (due && (!earliest || *due < *earliest)) earliest = due;
-    }
+    for (auto* work : mWork) bringForward(earliest, work->nextDue());
     return earliest;
 }
 
