@@ -28,7 +28,6 @@ TEST_F(UmockReset, ManyResetsLeaveNothingBehind) {
 TEST_F(UmockReset, MishapIsLoggedAndTheNextAttachGoesOn) {
     const std::pair<const char*, Fault> mishaps[] = {
         {"bulk pipe stalls", Fault::onAnswer(253, Stall).withPipe(Pipe::BulkIn)},
-        {"cable out at the start", Fault::onPacket(5, Unplug).onLayer(0)},
         {"cable out at the answer of the identification", Fault::onAnswer(255, Unplug)},
     };
     app.plug();
