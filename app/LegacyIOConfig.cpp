@@ -8,7 +8,6 @@
 #include "platform/Platform.hpp"
 
 void LegacyIOConfig::configureMetaData() noexcept {
-    const platform::NSBundle& bundle = platform::mainBundle();
     glo::AutoPtr<win::AppMetaDataContainer_t> container(new win::AppMetaDataContainer_t);
     container->mBuildDate = glo::wstring(win::BuildDate(), win::AsciiEncoding());
     container->mBuildTime = glo::wstring(win::BuildTime(), win::AsciiEncoding());

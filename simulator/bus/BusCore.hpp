@@ -173,7 +173,7 @@ class BusCore : public std::enable_shared_from_this<BusCore> {
     explicit BusCore(Drive& drive) : mDrive(&drive) {}
 
     /// Runs an action under the lock, then whatever the devices want because of it, then, without the lock, what has to
-    /// be posted. The action gets it.
+    /// be posted. The action is given that work to add to.
     template <typename Action>
     auto locked(Action action) {
         if constexpr (std::is_void_v<std::invoke_result_t<Action, DeferredWork&>>) {

@@ -3,6 +3,7 @@
 #include "app/AppDelegate.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/CFRunLoop.hpp"
+#include "platform/Platform.hpp"
 #include "platform/common/IOServiceList.hpp"
 #include "tests/app/AppWorld.hpp"
 

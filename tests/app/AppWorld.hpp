@@ -2,7 +2,6 @@
 
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
-#include "platform/Platform.hpp"
 #include "platform/linux/settings/Bundle.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/LogRecorder.hpp"

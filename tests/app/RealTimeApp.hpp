@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Platform.hpp"
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/qt/QtMainQueue.hpp"
 #include "tests/app/AppWorld.hpp"

@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include <utility>
+
 namespace app_test {
 namespace {
 
