@@ -4,7 +4,6 @@
 #include "platform/Directories.hpp"
 #include "platform/Platform.hpp"
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
@@ -24,18 +23,6 @@ std::string withMilliseconds(const char* pattern, const char* separator, DDLogFi
     return DDLocalTime::format(pattern, moment) + separator + digits;
 }
 
-std::vector<std::string> namesOf(const std::vector<DDLogFileInfo>& infos) {
-    std::vector<std::string> names;
-    for (const DDLogFileInfo& info : infos) names.push_back(info.fileName());
-    return names;
-}
-
-std::vector<std::string> pathsOf(const std::vector<DDLogFileInfo>& infos) {
-    std::vector<std::string> paths;
-    for (const DDLogFileInfo& info : infos) paths.push_back(info.filePath());
-    return paths;
-}
-
 }  // namespace
 
 DDLogFileManagerDefault::DDLogFileManagerDefault(std::string logsDirectory)
@@ -50,39 +37,6 @@ bool DDLogFileManagerDefault::isLogFile(const std::string& fileName) const {
     std::error_code error;
     return fileName.starts_with("log-") && fileName.ends_with(".txt") &&
            fs::is_regular_file(fs::symlink_status(mLogsDirectory + "/" + fileName, error));
-}
-
-std::vector<DDLogFileInfo> DDLogFileManagerDefault::unsortedLogFileInfos() const {
-    std::vector<DDLogFileInfo> infos;
-    std::error_code error;
-    for (fs::directory_iterator entry(mLogsDirectory, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename().string();
-        if (isLogFile(name)) infos.emplace_back(mLogsDirectory + "/" + name);
-    }
-    if (error) infos.clear();
-    return infos;
-}
-
-std::vector<DDLogFileInfo> DDLogFileManagerDefault::sortedLogFileInfos() const {
-    std::vector<DDLogFileInfo> infos = unsortedLogFileInfos();
-    std::sort(infos.begin(), infos.end(), DDLogFileInfo::reverseCompareByCreationDate);
-    return infos;
-}
-
-std::vector<std::string> DDLogFileManagerDefault::unsortedLogFilePaths() const {
-    return pathsOf(unsortedLogFileInfos());
-}
-
-std::vector<std::string> DDLogFileManagerDefault::unsortedLogFileNames() const {
-    return namesOf(unsortedLogFileInfos());
-}
-
-std::vector<std::string> DDLogFileManagerDefault::sortedLogFilePaths() const {
-    return pathsOf(sortedLogFileInfos());
-}
-
-std::vector<std::string> DDLogFileManagerDefault::sortedLogFileNames() const {
-    return namesOf(sortedLogFileInfos());
 }
 
 std::string DDLogFileManagerDefault::createNewLogFile() {

@@ -5,7 +5,6 @@
 #include "app/Util/Logging/impl/DDLocalTime.hpp"
 
 #include <string>
-#include <vector>
 
 /// The manager of a file logger that was given none: "log-<yyyyMMdd-HHmmss-SSS>.txt" in a folder, at most 5 files. The
 /// tool has its own.
@@ -16,15 +15,13 @@ class DDLogFileManagerDefault : public DDLogFileManager {
 
     std::string logsDirectory() const override { return mLogsDirectory; }
     bool isLogFile(const std::string& fileName) const override;
-    std::vector<std::string> unsortedLogFilePaths() const override;
-    std::vector<std::string> unsortedLogFileNames() const override;
-    std::vector<DDLogFileInfo> unsortedLogFileInfos() const override;
-    std::vector<std::string> sortedLogFilePaths() const override;
-    std::vector<std::string> sortedLogFileNames() const override;
-    std::vector<DDLogFileInfo> sortedLogFileInfos() const override;
     std::string createNewLogFile() override;
 
   private:
+    bool isNewer(const DDLogFileInfo& a, const DDLogFileInfo& b) const override {
+        return DDLogFileInfo::reverseCompareByCreationDate(a, b);
+    }
+
     std::string mLogsDirectory;
 };
 

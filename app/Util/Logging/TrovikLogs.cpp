@@ -1,13 +1,12 @@
 #include "app/Util/Logging/TrovikLogs.hpp"
 
 #include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/VundLogFileManager.hpp"
 #include "platform/Directories.hpp"
 #include "platform/NSUserDefaults.hpp"
 #include "platform/Platform.hpp"
 
-#include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <system_error>
 
 namespace fs = std::filesystem;
@@ -32,20 +31,11 @@ const std::string& TrovikLogs::logsDirectory() {
 }
 
 std::vector<std::string> TrovikLogs::unsortedLogsWithPrefix(const std::string& prefix) {
-    std::vector<std::string> paths;
-    std::error_code error;
-    for (fs::directory_iterator entry(logsDirectory(), error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename().string();
-        if (isLogFile(name, prefix)) paths.push_back(logsDirectory() + "/" + name);
-    }
-    if (error) paths.clear();
-    return paths;
+    return VundLogFileManager(prefix).unsortedLogFilePaths();
 }
 
 std::vector<std::string> TrovikLogs::sortedLogsWithPrefix(const std::string& prefix) {
-    std::vector<std::string> paths = unsortedLogsWithPrefix(prefix);
-    std::sort(paths.begin(), paths.end(), std::greater<>());
-    return paths;
+    return VundLogFileManager(prefix).sortedLogFilePaths();
 }
 
 bool TrovikLogs::isLogFile(const std::string& fileName, const std::string& prefix) {

@@ -83,11 +83,11 @@ TEST_F(VundLogFileManagerTest, OnlyFilesThatBeginWithThePrefixAndEndInTxtAreLogF
     std::filesystem::create_symlink("ResetTool.txt", inFolder("ResetTool_link.txt"));
     const Texts expected = {"ResetTool_2026.11.16.txt", "ResetTool_2026.11.15.txt", "ResetTool.txt"};
     EXPECT_EQ(manager->sortedLogFileNames(), expected);
-    EXPECT_EQ(manager->sortedLogFileInfos().at(0).filePath(), inFolder(expected[0]));
+    EXPECT_EQ(TrovikLogs::sortedLogsWithPrefix("ResetTool").at(0), inFolder(expected[0]));
     EXPECT_FALSE(manager->isLogFile("ResetTool_missing.txt"));
     EXPECT_FALSE(TrovikLogs::isLogFile("ResetTool.txt", ""));
     tReadableEntries = 11;  // all but one; "." and ".." count
-    const Texts brokenOff = manager->unsortedLogFilePaths();
+    const Texts brokenOff = TrovikLogs::unsortedLogsWithPrefix("ResetTool");
     tReadableEntries = INT_MAX;
     EXPECT_EQ(brokenOff, Texts{});
 }
