@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
 #include <strings.h>
 
@@ -17,14 +18,7 @@ constexpr int kCubeLevels[6] = {0, 95, 135, 175, 215, 255};
 
 bool containsIgnoringCase(std::string_view text, std::string_view part) {
     const auto same = [](char a, char b) { return (a | 0x20) == (b | 0x20); };
-    return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
-}
-
-std::string directCode(const char* kind, const DDTTYColor& color) {
-    const auto [red, green, blue] = color.bytes();
-    char text[40];
-    std::snprintf(text, sizeof text, "\033[%s%d,%d,%d;", kind, red, green, blue);
-    return text;
+    return !std::ranges::search(text, part, same).empty();
 }
 
 }  // namespace
@@ -44,37 +38,18 @@ DDTTYPalette DDTTYPalette::fromEnvironment() {
 }
 
 DDTTYPalette DDTTYPalette::with16Colors() {
-    DDTTYPalette palette;
-    palette.mKind = Kind::Table;
-    for (unsigned i = 0; i < 16; ++i) {
-        const std::string bright = i < 8 ? "" : "1;";
-        palette.mColors.push_back(kStandardColors[i]);
-        palette.mForegrounds.push_back(bright + "3" + std::to_string(i % 8) + "m");
-        palette.mBackgrounds.push_back(bright + "4" + std::to_string(i % 8) + "m");
-    }
+    DDTTYPalette palette(Kind::Table16);
+    palette.mColors.assign(std::begin(kStandardColors), std::end(kStandardColors));
     return palette;
 }
 
 DDTTYPalette DDTTYPalette::with256Colors() {
-    DDTTYPalette palette;
-    palette.mKind = Kind::Table;
-    const auto add = [&palette](const std::array<int, 3>& color) {
-        const std::string index = std::to_string(palette.mColors.size());
-        palette.mColors.push_back(color);
-        palette.mForegrounds.push_back("38;5;" + index + "m");
-        palette.mBackgrounds.push_back("48;5;" + index + "m");
-    };
-    for (const auto& color : kStandardColors) add(color);
+    DDTTYPalette palette = with16Colors();
+    palette.mKind = Kind::Table256;
     for (const int red : kCubeLevels)
         for (const int green : kCubeLevels)
-            for (const int blue : kCubeLevels) add({red, green, blue});
-    for (int gray = 8; gray <= 238; gray += 10) add({gray, gray, gray});
-    return palette;
-}
-
-DDTTYPalette DDTTYPalette::withDirectColors() {
-    DDTTYPalette palette;
-    palette.mKind = Kind::Direct;
+            for (const int blue : kCubeLevels) palette.mColors.push_back({red, green, blue});
+    for (int gray = 8; gray <= 238; gray += 10) palette.mColors.push_back({gray, gray, gray});
     return palette;
 }
 
@@ -88,35 +63,33 @@ std::size_t DDTTYPalette::codeIndex(const DDTTYColor& color) const {
     return static_cast<std::size_t>(nearest == mColors.end() ? 0 : nearest - mColors.begin());
 }
 
-std::string DDTTYPalette::foregroundCode(const DDTTYColor& color) const {
+std::string DDTTYPalette::code(Layer layer, const DDTTYColor& color) const {
+    const bool front = layer == Layer::Foreground;
+    const std::size_t index = codeIndex(color);
+    const auto [red, green, blue] = color.bytes();
+    char text[48] = "";
     switch (mKind) {
         case Kind::None:
-            return {};
-        case Kind::Table:
-            return "\033[" + mForegrounds[codeIndex(color)];
+            break;
+        case Kind::Table16:
+            std::snprintf(text, sizeof text, "\033[%s%d%zum", index < 8 ? "" : "1;", front ? 3 : 4, index % 8);
+            break;
+        case Kind::Table256:
+            std::snprintf(text, sizeof text, "\033[%d8;5;%zum", front ? 3 : 4, index);
+            break;
         case Kind::Direct:
-            return directCode("fg", color);
+            std::snprintf(text, sizeof text, "\033[%s%d,%d,%d;", front ? "fg" : "bg", red, green, blue);
+            break;
     }
-    return {};
-}
-
-std::string DDTTYPalette::backgroundCode(const DDTTYColor& color) const {
-    switch (mKind) {
-        case Kind::None:
-            return {};
-        case Kind::Table:
-            return "\033[" + mBackgrounds[codeIndex(color)];
-        case Kind::Direct:
-            return directCode("bg", color);
-    }
-    return {};
+    return text;
 }
 
 std::string DDTTYPalette::resetCode() const {
     switch (mKind) {
         case Kind::None:
             return {};
-        case Kind::Table:
+        case Kind::Table16:
+        case Kind::Table256:
             return "\033[0m";
         case Kind::Direct:
             return "\033[;";

@@ -28,26 +28,26 @@ class DDTTYPalette {
     /// Reads the environment.
     static DDTTYPalette fromEnvironment();
 
-    static DDTTYPalette none() { return DDTTYPalette(); }
+    static DDTTYPalette none() { return DDTTYPalette(Kind::None); }
     static DDTTYPalette with16Colors();
     static DDTTYPalette with256Colors();
-    static DDTTYPalette withDirectColors();
+    static DDTTYPalette withDirectColors() { return DDTTYPalette(Kind::Direct); }
 
     /// Escape sequences; empty where there are no colours.
-    std::string foregroundCode(const DDTTYColor& color) const;
-    std::string backgroundCode(const DDTTYColor& color) const;
+    std::string foregroundCode(const DDTTYColor& color) const { return code(Layer::Foreground, color); }
+    std::string backgroundCode(const DDTTYColor& color) const { return code(Layer::Background, color); }
     std::string resetCode() const;
 
     /// The entry nearest to the colour, the first of several. 0 for a palette without entries.
     std::size_t codeIndex(const DDTTYColor& color) const;
 
   private:
-    enum class Kind { None, Table, Direct };
+    enum class Kind { None, Table16, Table256, Direct };
+    enum class Layer { Foreground, Background };
 
-    DDTTYPalette() = default;
+    explicit DDTTYPalette(Kind kind) : mKind(kind) {}
+    std::string code(Layer layer, const DDTTYColor& color) const;
 
-    Kind mKind = Kind::None;
+    Kind mKind;
     std::vector<std::array<int, 3>> mColors;
-    std::vector<std::string> mForegrounds;
-    std::vector<std::string> mBackgrounds;
 };
