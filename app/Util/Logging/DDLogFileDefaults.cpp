@@ -1,10 +1,11 @@
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
 
 #include "app/Util/Logging/DDLogMessage.hpp"
+#include "app/Util/Logging/impl/DDLocalTime.hpp"
 #include "platform/Directories.hpp"
 #include "platform/Platform.hpp"
 
-#include <cstdio>
+#include <chrono>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -14,14 +15,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr unsigned kDefaultMaximumNumberOfLogFiles = 5;
-
-std::string withMilliseconds(const char* pattern, const char* separator, DDLogFileInfo::Date moment) {
-    DDLocalTime::Cache time;
-    time.update(moment);
-    char digits[8];
-    std::snprintf(digits, sizeof digits, "%03d", time.milliseconds % 1000);
-    return DDLocalTime::format(pattern, moment) + separator + digits;
-}
 
 }  // namespace
 
@@ -41,7 +34,11 @@ bool DDLogFileManagerDefault::isLogFile(const std::string& fileName) const {
 
 std::string DDLogFileManagerDefault::createNewLogFile() {
     DDLogFileInfo::Date now = platform::wallClock().now();
-    const auto pathAt = [&] { return mLogsDirectory + "/log-" + withMilliseconds("%Y%m%d-%H%M%S", "-", now) + ".txt"; };
+    const auto pathAt = [&] {
+        std::string name = DDLocalTime::format("/log-%Y%m%d-%H%M%S-", now);
+        DDLocalTime::appendMilliseconds(now, name);
+        return mLogsDirectory + name + ".txt";
+    };
     // Two files of one millisecond must not replace each other.
     std::error_code error;
     std::string path = pathAt();
@@ -52,11 +49,8 @@ std::string DDLogFileManagerDefault::createNewLogFile() {
 }
 
 bool DDLogFileFormatterDefault::formatLogMessage(const DDLogMessage& message, std::string& text) {
-    mTime.update(message.timestamp);
-    char date[64];
-    const std::size_t length = std::strftime(date, sizeof date, "%Y/%m/%d %H:%M:%S:", &mTime.fields);
-    char digits[8];
-    std::snprintf(digits, sizeof digits, "%03d", mTime.milliseconds % 1000);
-    text.append(date, length).append(digits).append("  ").append(message.logMsg);
+    text += DDLocalTime::format("%Y/%m/%d %H:%M:%S:", message.timestamp);
+    DDLocalTime::appendMilliseconds(message.timestamp, text);
+    text.append("  ").append(message.logMsg);
     return true;
 }

@@ -2,7 +2,6 @@
 
 #include "app/Util/Logging/DDLogFileManager.hpp"
 #include "app/Util/Logging/DDLogFormatter.hpp"
-#include "app/Util/Logging/impl/DDLocalTime.hpp"
 
 #include <string>
 
@@ -29,7 +28,4 @@ class DDLogFileManagerDefault : public DDLogFileManager {
 class DDLogFileFormatterDefault final : public DDLogFormatter {
   public:
     bool formatLogMessage(const DDLogMessage& message, std::string& text) override;
-
-  private:
-    DDLocalTime::Cache mTime;
 };

@@ -149,17 +149,11 @@ void DDTTYLogger::appendLine(const DDLogMessage& message) {
 }
 
 void DDTTYLogger::appendBuiltInForm(const DDLogMessage& message) {
-    if (mTime.update(message.timestamp)) {
-        char date[64];
-        mTimeText.assign(date, std::strftime(date, sizeof date, "%Y-%m-%d %H:%M:%S:", &mTime.fields));
-    }
-    const int milliseconds = mTime.milliseconds;
-    const char digits[] = {static_cast<char>('0' + milliseconds / 100), static_cast<char>('0' + milliseconds / 10 % 10),
-                           static_cast<char>('0' + milliseconds % 10)};
     char thread[16];
     char* const end = std::to_chars(thread, thread + sizeof thread, message.machThreadID, 16).ptr;
-    mPending.append(mTimeText).append(digits, sizeof digits).append(mAppNameAndProcess).append(thread, end);
-    mPending.append("] ").append(message.logMsg);
+    mPending.append(mTime.text(message.timestamp));
+    DDLocalTime::appendMilliseconds(message.timestamp, mPending);
+    mPending.append(mAppNameAndProcess).append(thread, end).append("] ").append(message.logMsg);
 }
 
 void DDTTYLogger::write(const char* bytes, std::size_t size) const {

@@ -5,6 +5,7 @@
 #include "app/Util/Logging/impl/DDLocalTime.hpp"
 
 #include <cstdint>
+#include <ctime>
 #include <map>
 #include <memory>
 #include <optional>
@@ -76,8 +77,7 @@ class DDTTYLogger final : public DDAbstractLogger, public DDBatchLogger {
     bool mColorsEnabled = false;
     std::vector<DDTTYLoggerColorProfile> mColorProfilesArray;
     std::map<const void*, DDTTYLoggerColorProfile> mColorProfilesDict;
-    DDLocalTime::Cache mTime;
-    std::string mTimeText;   ///< of the cached second
+    DDLocalTime::Cache mTime{[](const std::tm& time) { return DDLocalTime::format("%Y-%m-%d %H:%M:%S:", time); }};
     std::string mFormatted;  ///< a formatter's text
     std::string mPending;    ///< lines on their way out
 };

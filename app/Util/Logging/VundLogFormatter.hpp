@@ -3,6 +3,7 @@
 #include "app/Util/Logging/DDLogFormatter.hpp"
 #include "app/Util/Logging/impl/DDLocalTime.hpp"
 
+#include <ctime>
 #include <string>
 
 /// The lines of the tool's log files: time, thread number, level letter and text, as in
@@ -12,8 +13,9 @@ class VundLogFormatter : public DDLogFormatter {
     bool formatLogMessage(const DDLogMessage& message, std::string& text) override;
 
   private:
-    DDLocalTime::Cache mTime;
-    std::string mTimeText;  ///< of the cached second
+    static std::string timeText(const std::tm& time);
+
+    DDLocalTime::Cache mTime{timeText};
 };
 
 /// The form for a person's eye, which is that of the files.

@@ -48,10 +48,13 @@ std::tm fields(Date moment) {
     return fields(secondOf(moment));
 }
 
-std::string format(const char* pattern, Date moment) {
-    const std::tm time = fields(moment);
+std::string format(const char* pattern, const std::tm& time) {
     char text[128];
     return std::string(text, std::strftime(text, sizeof text, pattern, &time));
+}
+
+std::string format(const char* pattern, Date moment) {
+    return format(pattern, fields(moment));
 }
 
 Date startOfDay(Date moment) {
@@ -68,14 +71,19 @@ Date adding(Date moment, double seconds) {
     return startOf(day) + (moment - startOfDay(moment));
 }
 
-bool Cache::update(Date moment) {
+void appendMilliseconds(Date moment, std::string& text) {
+    const auto part = moment - std::chrono::floor<std::chrono::seconds>(moment);
+    const auto count = std::chrono::floor<std::chrono::milliseconds>(part).count();
+    for (const auto unit : {100, 10, 1}) text.push_back(static_cast<char>('0' + count / unit % 10));
+}
+
+const std::string& Cache::text(Date moment) {
     const std::time_t second = secondOf(moment);
-    milliseconds = static_cast<int>(
-        std::chrono::floor<std::chrono::milliseconds>(moment - std::chrono::system_clock::from_time_t(second)).count());
-    if (second == mSecond) return false;
-    mSecond = second;
-    fields = DDLocalTime::fields(second);
-    return true;
+    if (second != mSecond) {
+        mText = mForm(fields(second));
+        mSecond = second;
+    }
+    return mText;
 }
 
 }  // namespace DDLocalTime

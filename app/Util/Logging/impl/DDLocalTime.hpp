@@ -14,8 +14,13 @@ using Date = platform::WallClock::Date;
 std::tm fields(std::time_t moment);
 std::tm fields(Date moment);
 
-/// strftime in local time.
+/// strftime.
+std::string format(const char* pattern, const std::tm& time);
+/// The same in local time.
 std::string format(const char* pattern, Date moment);
+
+/// Appends the three digits of the moment's milliseconds.
+void appendMilliseconds(Date moment, std::string& text);
 
 /// The day's first moment: midnight, the first one where clocks go back at midnight, or the moment after the gap where
 /// they go forward.
@@ -27,17 +32,21 @@ Date startOfDay(Date moment);
 /// @param seconds  positive
 Date adding(Date moment, double seconds);
 
-/// Fields and milliseconds of one message after the other, most of them in the same second. One thread at a time.
+/// The texts of one moment after the other, most of them in the same second. One thread at a time.
 class Cache {
   public:
-    /// True when the second is another one than that of the call before, and `fields` is new.
-    bool update(Date moment);
+    using Form = std::string (*)(const std::tm& time);
 
-    std::tm fields{};
-    int milliseconds = 0;
+    /// @param form  makes the text of a second
+    explicit Cache(Form form) : mForm(form) {}
+
+    /// The text of the moment's second; valid until the next call.
+    const std::string& text(Date moment);
 
   private:
+    const Form mForm;
     std::time_t mSecond = -1;
+    std::string mText;
 };
 
 }  // namespace DDLocalTime
