@@ -89,6 +89,7 @@ void DDLogQueue::wakeThread(std::unique_lock<std::mutex>& guard) {
 
 /// Returns when the entry with that ticket has been delivered, on this thread if nobody else is at it.
 void DDLogQueue::await(std::unique_lock<std::mutex>& guard, std::uint64_t ticket) {
+    mAwaited = std::max(mAwaited, ticket);
     while (mDone < ticket) {
         if (mDraining) {
             mProgress.wait(guard);
@@ -112,22 +113,28 @@ void DDLogQueue::drain(std::unique_lock<std::mutex>& guard, std::uint64_t ticket
         mProgress.notify_all();
     }
     mDraining = false;
-    if (mDone < mSubmitted) mWork.notify_one();
+    // Where a caller still waits, it goes on from here and the thread need not be woken.
+    if (mDone < mSubmitted && mAwaited <= mDone) mWork.notify_one();
 }
 
 /// Delivers the first of the taken entries: a block, or the messages in front of the next block.
 /// @return how many messages it were
 std::size_t DDLogQueue::deliverFront() {
-    const std::size_t limit = std::min({mSink.batchLimit(), kMaxBatch, mTaken.size()});
+    const std::span<Entry> entries = std::span(mTaken).subspan(mTakenDone);
+    const std::size_t limit = std::min({mSink.batchLimit(), kMaxBatch, entries.size()});
     std::size_t count = 0;
-    for (; count < limit && !mTaken[count].block; ++count) mBatch[count] = &mTaken[count].message;
+    for (; count < limit && !entries[count].block; ++count) mBatch[count] = &entries[count].message;
     const platform::QueueFrame frame(this, mLabel.c_str());
     const auto deliver = [&] {
-        if (count == 0) return std::exchange(mTaken.front().block, nullptr)();
+        if (count == 0) return std::exchange(entries.front().block, nullptr)();
         mSink.deliver({mBatch.data(), count});
     };
     platform::runGuarded(deliver, "DDLogQueue", __LINE__);
-    mTaken.erase(mTaken.begin(), mTaken.begin() + static_cast<std::ptrdiff_t>(std::max<std::size_t>(count, 1)));
+    mTakenDone += std::max<std::size_t>(count, 1);
+    if (mTakenDone == mTaken.size()) {
+        mTaken.clear();
+        mTakenDone = 0;
+    }
     return count;
 }
 

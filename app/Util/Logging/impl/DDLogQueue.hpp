@@ -6,14 +6,14 @@
 #include <array>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <mutex>
 #include <span>
 #include <string>
 #include <thread>
+#include <vector>
 
-/// The logging queue: serial, and made for messages. Messages and blocks wait in one deque in the order in which they
+/// The logging queue: serial, and made for messages. Messages and blocks wait in one row in the order in which they
 /// came. One thread at a time drains it: the queue's own for asynchronous work, a synchronous caller where nobody does
 /// it yet, so that no other thread has to be woken for it.
 ///
@@ -71,13 +71,15 @@ class DDLogQueue final : public platform::DispatchQueue {
     std::mutex mLock;
     std::condition_variable mWork;      ///< for the thread: there is something, or the end has come
     std::condition_variable mProgress;  ///< for callers: something has been delivered
-    std::deque<Entry> mWaiting;         ///< behind mLock
+    std::vector<Entry> mWaiting;        ///< keeps its memory for the next ones; behind mLock
     std::size_t mMessages = 0;          ///< not delivered yet; behind mLock
     std::uint64_t mSubmitted = 0;       ///< entries so far, the ticket of the last one; behind mLock
     std::uint64_t mDone = 0;            ///< entries delivered; behind mLock
+    std::uint64_t mAwaited = 0;         ///< the last ticket that a caller waits for; behind mLock
     bool mDraining = false;             ///< behind mLock
     bool mStopping = false;             ///< behind mLock
-    std::deque<Entry> mTaken;           ///< entries before those in mWaiting; of the thread that drains
+    std::vector<Entry> mTaken;          ///< entries before those in mWaiting; of the thread that drains
+    std::size_t mTakenDone = 0;         ///< how many of them are delivered; of the thread that drains
     std::array<const DDLogMessage*, kMaxBatch> mBatch{};  ///< of the thread that drains
     std::thread mWorker;
 };
