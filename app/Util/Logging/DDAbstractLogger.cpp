@@ -10,6 +10,10 @@ DDAbstractLogger::DDAbstractLogger(std::string name)
 
 DDAbstractLogger::~DDAbstractLogger() = default;
 
+void DDAbstractLogger::logMessages(std::span<const DDLogMessage* const> messages) {
+    for (const DDLogMessage* message : messages) logMessage(*message);
+}
+
 void DDAbstractLogger::performOnLoggerQueue(const std::function<void()>& block) const {
     if (isOnInternalLoggerQueue()) return block();
     const auto onLoggerQueue = [&] { mLoggerQueue->dispatch_sync([&] { performWithinDelivery(block); }); };
@@ -22,9 +26,7 @@ void DDAbstractLogger::performWithinDelivery(const std::function<void()>& block)
 }
 
 std::shared_ptr<DDLogFormatter> DDAbstractLogger::logFormatter() const {
-    std::shared_ptr<DDLogFormatter> result;
-    performOnLoggerQueue([&] { result = mFormatter; });
-    return result;
+    return valueOnLoggerQueue(mFormatter);
 }
 
 void DDAbstractLogger::setLogFormatter(std::shared_ptr<DDLogFormatter> formatter) {

@@ -2,6 +2,7 @@
 
 #include "platform/common/SerialQueue.hpp"
 
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -22,10 +23,16 @@ class DDAbstractLogger {
     /// @name Called by the core on the logger's queue. What a logger logs here is queued, never waited for.
     /// @{
     virtual void logMessage(const DDLogMessage&) {}
+    /// The same for each in turn. A logger that takes batches has written everything when it returns.
+    virtual void logMessages(std::span<const DDLogMessage* const> messages);
     virtual void didAddLogger() {}
     virtual void willRemoveLogger() {}
     virtual void flush() {}  ///< hands everything to the system before it returns
     /// @}
+
+    /// Where every logger of the core takes batches, it hands over what waits together, which saves a system call for
+    /// each message.
+    virtual bool takesBatches() const noexcept { return false; }
 
     /// The queue that the core uses; null has the core make one.
     virtual std::shared_ptr<platform::DispatchQueue> loggerQueue() const { return mLoggerQueue; }
@@ -44,6 +51,14 @@ class DDAbstractLogger {
     /// that queue already. Blocks.
     void performOnLoggerQueue(const std::function<void()>& block) const;
 
+    /// What a member of a logger says, read as above.
+    template <typename Value>
+    Value valueOnLoggerQueue(const Value& member) const {
+        Value value{};
+        performOnLoggerQueue([&] { value = member; });
+        return value;
+    }
+
     /// Runs the block as a part of a delivery: a log call or a flush within it is queued, not waited for, and what
     /// it throws is logged. For a block that something else than the core has submitted to the logger's queue, since a
     /// delivery may be waiting for it.
@@ -55,14 +70,4 @@ class DDAbstractLogger {
     std::string mName;
     std::shared_ptr<DDLogFormatter> mFormatter;  ///< on the logger's queue
     std::shared_ptr<platform::SerialQueue> mLoggerQueue;
-};
-
-/// What a logger may also be: one that takes several messages in one call. Where every logger of a delivery can, the
-/// core hands over what waits in batches, which saves a system call per message.
-class DDBatchLogger {
-  public:
-    virtual ~DDBatchLogger() = default;
-
-    /// The same as logMessage: for each in turn, and everything is written when it returns.
-    virtual void logMessages(std::span<const DDLogMessage* const> messages) = 0;
 };

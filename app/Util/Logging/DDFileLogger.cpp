@@ -42,9 +42,7 @@ DDFileLogger::~DDFileLogger() {
 }
 
 std::uint64_t DDFileLogger::maximumFileSize() const {
-    std::uint64_t result = 0;
-    performOnLoggerQueue([&] { result = mMaximumFileSize; });
-    return result;
+    return valueOnLoggerQueue(mMaximumFileSize);
 }
 
 void DDFileLogger::setMaximumFileSize(std::uint64_t bytes) {
@@ -55,9 +53,7 @@ void DDFileLogger::setMaximumFileSize(std::uint64_t bytes) {
 }
 
 double DDFileLogger::rollingFrequency() const {
-    double result = 0;
-    performOnLoggerQueue([&] { result = mRollingFrequency; });
-    return result;
+    return valueOnLoggerQueue(mRollingFrequency);
 }
 
 void DDFileLogger::setRollingFrequency(double seconds) {

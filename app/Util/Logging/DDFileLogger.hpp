@@ -26,7 +26,7 @@ class DispatchSource;
 /// the line is lost, the first ten failures go to the system log, and the next line tries afresh.
 ///
 /// All file work happens on the logger's queue, where the timer and the file watch deliver too.
-class DDFileLogger final : public DDAbstractLogger, public DDBatchLogger {
+class DDFileLogger final : public DDAbstractLogger {
   public:
     static constexpr std::uint64_t kDefaultMaximumFileSize = 0x100000;  // bytes
     static constexpr double kDefaultRollingFrequency = 86400.0;         // seconds: one day of the calendar
@@ -56,6 +56,7 @@ class DDFileLogger final : public DDAbstractLogger, public DDBatchLogger {
 
     void logMessage(const DDLogMessage& message) override;
     void logMessages(std::span<const DDLogMessage* const> messages) override;
+    bool takesBatches() const noexcept override { return true; }
     void willRemoveLogger() override;
 
   private:

@@ -36,6 +36,21 @@ struct ClassTable {
     }
 };
 
+/// What the function makes of the registered classes, behind their lock.
+template <typename Function>
+auto withClasses(const Function& function) {
+    ClassTable& table = ClassTable::shared();
+    const std::lock_guard guard(table.lock);
+    return function(table.classes);
+}
+
+DDRegisteredDynamicLogging* classWithName(const std::string& name) {
+    return withClasses([&](const auto& classes) {
+        const auto found = classes.find(name);
+        return found == classes.end() ? nullptr : found->second;
+    });
+}
+
 }  // namespace
 
 void DDLog::log(bool asynchronous, std::uint32_t level, std::uint32_t flag, std::int32_t context, const char* file,
@@ -127,31 +142,27 @@ void DDLog::applicationWillTerminate() {
 }
 
 void DDLog::registerClass(const std::string& name, DDRegisteredDynamicLogging* aClass) {
-    ClassTable& table = ClassTable::shared();
-    const std::lock_guard guard(table.lock);
-    if (aClass) table.classes[name] = aClass;
+    if (aClass) withClasses([&](auto& classes) { classes[name] = aClass; });
 }
 
 void DDLog::unregisterClass(const std::string& name) {
-    ClassTable& table = ClassTable::shared();
-    const std::lock_guard guard(table.lock);
-    table.classes.erase(name);
+    withClasses([&](auto& classes) { classes.erase(name); });
 }
 
 std::vector<std::string> DDLog::registeredClassNames() {
-    ClassTable& table = ClassTable::shared();
-    const std::lock_guard guard(table.lock);
     std::vector<std::string> names;
-    for (const auto& [name, aClass] : table.classes) names.push_back(name);
+    withClasses([&](const auto& classes) {
+        for (const auto& each : classes) names.push_back(each.first);
+    });
     return names;
 }
 
 std::vector<DDRegisteredDynamicLogging*> DDLog::registeredClasses() {
-    ClassTable& table = ClassTable::shared();
-    const std::lock_guard guard(table.lock);
-    std::vector<DDRegisteredDynamicLogging*> classes;
-    for (const auto& [name, aClass] : table.classes) classes.push_back(aClass);
-    return classes;
+    std::vector<DDRegisteredDynamicLogging*> all;
+    withClasses([&](const auto& classes) {
+        for (const auto& each : classes) all.push_back(each.second);
+    });
+    return all;
 }
 
 std::uint32_t DDLog::logLevelForClass(const DDRegisteredDynamicLogging* aClass) {
@@ -161,17 +172,6 @@ std::uint32_t DDLog::logLevelForClass(const DDRegisteredDynamicLogging* aClass) 
 void DDLog::setLogLevelForClass(std::uint32_t level, DDRegisteredDynamicLogging* aClass) {
     if (aClass) aClass->ddSetLogLevel(level);
 }
-
-namespace {
-
-DDRegisteredDynamicLogging* classWithName(const std::string& name) {
-    ClassTable& table = ClassTable::shared();
-    const std::lock_guard guard(table.lock);
-    const auto found = table.classes.find(name);
-    return found == table.classes.end() ? nullptr : found->second;
-}
-
-}  // namespace
 
 std::uint32_t DDLog::logLevelForClassWithName(const std::string& name) {
     return logLevelForClass(classWithName(name));

@@ -10,5 +10,4 @@ struct DDLoggerNode {
     std::shared_ptr<DDAbstractLogger> logger;
     std::shared_ptr<platform::DispatchQueue> loggerQueue;
     std::uint32_t logLevel = 0;
-    DDBatchLogger* batchLogger = nullptr;  ///< the logger's other face, where it has one
 };

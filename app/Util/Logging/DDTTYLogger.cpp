@@ -54,9 +54,7 @@ DDTTYLogger::DDTTYLogger(int descriptor, DDTTYPalette palette)
 }
 
 bool DDTTYLogger::colorsEnabled() const {
-    bool result = false;
-    performOnLoggerQueue([&] { result = mColorsEnabled; });
-    return result;
+    return valueOnLoggerQueue(mColorsEnabled);
 }
 
 void DDTTYLogger::setColorsEnabled(bool enabled) {

@@ -35,7 +35,7 @@ struct DDTTYLoggerColorProfile {
 ///
 /// Lines of one batch go out in writes of at most PIPE_BUF bytes, which a pipe or terminal that others write to as well
 /// takes whole; a longer line has a write of its own. An output that fails loses the line and nothing else.
-class DDTTYLogger final : public DDAbstractLogger, public DDBatchLogger {
+class DDTTYLogger final : public DDAbstractLogger {
   public:
     /// The process's one, on its standard error stream. Any thread.
     static std::shared_ptr<DDTTYLogger> sharedInstance();
@@ -62,6 +62,7 @@ class DDTTYLogger final : public DDAbstractLogger, public DDBatchLogger {
 
     void logMessage(const DDLogMessage& message) override;
     void logMessages(std::span<const DDLogMessage* const> messages) override;
+    bool takesBatches() const noexcept override { return true; }
 
   private:
     const DDTTYLoggerColorProfile* profileFor(const DDLogMessage& message) const;

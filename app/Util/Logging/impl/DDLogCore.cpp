@@ -68,19 +68,13 @@ bool admits(const DDLoggerNode& node, const DDLogMessage& message) {
     return message.logFlag <= node.logLevel;
 }
 
-/// On the logger's queue: hands over those of the messages that its level admits.
+/// Hands over those of the messages that the logger's level admits, on the logger's queue.
 void deliverToNode(const DDLoggerNode& node, std::span<const DDLogMessage* const> messages) {
     const auto admitted = [&](const DDLogMessage* message) { return admits(node, *message); };
-    if (!node.batchLogger) {
-        for (const DDLogMessage* message : messages)
-            if (admitted(message)) node.logger->logMessage(*message);
-    } else if (std::ranges::all_of(messages, admitted)) {
-        node.batchLogger->logMessages(messages);
-    } else {
-        std::vector<const DDLogMessage*> some;
-        std::ranges::copy_if(messages, std::back_inserter(some), admitted);
-        node.batchLogger->logMessages(some);
-    }
+    if (std::ranges::all_of(messages, admitted)) return node.logger->logMessages(messages);
+    std::vector<const DDLogMessage*> some;
+    std::ranges::copy_if(messages, std::back_inserter(some), admitted);
+    node.logger->logMessages(some);
 }
 
 }  // namespace
@@ -106,7 +100,9 @@ DDLogCore::~DDLogCore() {
 }
 
 std::size_t DDLogCore::batchLimit() const {
-    return mOnlyBatchLoggers ? DDLogQueue::kMaxBatch : 1;
+    return std::ranges::all_of(mLoggers, [](const auto& node) { return node.logger->takesBatches(); })
+               ? DDLogQueue::kMaxBatch
+               : 1;
 }
 
 void DDLogCore::lt_addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level) {
@@ -114,7 +110,6 @@ void DDLogCore::lt_addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint
     node.loggerQueue = logger->loggerQueue();
     if (!node.loggerQueue) node.loggerQueue = std::make_shared<platform::SerialQueue>(logger->loggerName());
     node.logLevel = level;
-    node.batchLogger = dynamic_cast<DDBatchLogger*>(logger.get());
     const auto welcome = [this, logger] { mLoggingQueue.performWithin([&] { logger->didAddLogger(); }); };
     try {
         node.loggerQueue->dispatch_async(welcome);
@@ -123,7 +118,6 @@ void DDLogCore::lt_addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint
                         logger->loggerName().c_str(), error.what());
         node.loggerQueue->dispatch_sync(welcome);
     }
-    mOnlyBatchLoggers = mOnlyBatchLoggers && node.batchLogger;
     node.logger = std::move(logger);
     mLoggers.push_back(std::move(node));
 }
@@ -135,19 +129,15 @@ void DDLogCore::farewell(const DDLoggerNode& node) {
 }
 
 void DDLogCore::lt_removeLogger(const DDAbstractLogger* logger) {
-    const auto found =
-        std::find_if(mLoggers.begin(), mLoggers.end(), [&](const auto& node) { return node.logger.get() == logger; });
+    const auto found = std::ranges::find_if(mLoggers, [&](const auto& node) { return node.logger.get() == logger; });
     if (found == mLoggers.end()) return;
     farewell(*found);
     mLoggers.erase(found);
-    mOnlyBatchLoggers =
-        std::all_of(mLoggers.begin(), mLoggers.end(), [](const auto& node) { return node.batchLogger != nullptr; });
 }
 
 void DDLogCore::lt_removeAllLoggers() {
     for (const DDLoggerNode& node : mLoggers) farewell(node);
     mLoggers.clear();
-    mOnlyBatchLoggers = true;
 }
 
 void DDLogCore::flushLog() {
@@ -171,7 +161,7 @@ void DDLogCore::deliver(std::span<const DDLogMessage* const> messages) {
             mReceivers.push_back(&node);
     if (mReceivers.empty()) return;
 
-    const bool parallel = mNumProcessors >= 2 && (!mOnlyBatchLoggers || messages.size() >= kParallelBatch);
+    const bool parallel = mNumProcessors >= 2 && (batchLimit() == 1 || messages.size() >= kParallelBatch);
     const std::size_t here = parallel ? 1 : mReceivers.size();
     Group group(mLoggingQueue);
     for (std::size_t i = here; i < mReceivers.size(); ++i)

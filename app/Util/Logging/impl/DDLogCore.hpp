@@ -32,7 +32,7 @@ class DDLogCore final : private DDLogQueue::Sink {
     /// Any thread. Blocks until all is flushed, except from within a delivery, after which it then happens.
     void flushLog();
 
-    /// @name On the logging queue
+    /// @name The prefix lt_ ("logging thread") marks what is called in a block of the logging queue, and nowhere else
     /// @{
     void lt_addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level);
     void lt_removeLogger(const DDAbstractLogger* logger);
@@ -47,7 +47,6 @@ class DDLogCore final : private DDLogQueue::Sink {
 
     const unsigned mNumProcessors;
     std::vector<DDLoggerNode> mLoggers;           ///< on the logging queue
-    bool mOnlyBatchLoggers = true;                ///< on the logging queue
     std::vector<const DDLoggerNode*> mReceivers;  ///< of one delivery; on the logging queue
     DDLogQueue mLoggingQueue;                     ///< last: its end still delivers to the loggers
 };

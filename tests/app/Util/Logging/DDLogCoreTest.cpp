@@ -52,11 +52,9 @@ struct RecordingLogger : DDAbstractLogger {
     const Function then;
 };
 
-struct RecordingBatchLogger final : RecordingLogger, DDBatchLogger {
+struct RecordingBatchLogger final : RecordingLogger {
     using RecordingLogger::RecordingLogger;
-    void logMessages(std::span<const DDLogMessage* const> batch) override {
-        for (const DDLogMessage* message : batch) logMessage(*message);
-    }
+    bool takesBatches() const noexcept override { return true; }
 };
 
 void add(DDLogCore& core, std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level = DDLogLevelAll) {
