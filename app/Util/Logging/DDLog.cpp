@@ -2,6 +2,7 @@
 
 #include "app/Util/Logging/DDAbstractLogger.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
+#include "platform/Platform.hpp"
 #include "platform/common/QueueFrame.hpp"
 
 #include <chrono>
@@ -44,6 +45,19 @@ auto withClasses(const Function& function) {
     return function(table.classes);
 }
 
+/// The name of the calling thread. Asking the system for it costs a seventh of a synchronous call, so it is asked once
+/// a second: a thread that is given another name may be logged under the old one for that long.
+const char* threadName(DDLogMessage::Date now) {
+    using std::chrono::seconds;
+    static thread_local std::chrono::sys_seconds asked{seconds(-1)};
+    static thread_local char name[16];
+    if (const auto second = std::chrono::floor<seconds>(now); second != asked) {
+        if (::pthread_getname_np(::pthread_self(), name, sizeof name) != 0) *name = '\0';
+        asked = second;
+    }
+    return name;
+}
+
 DDRegisteredDynamicLogging* classWithName(const std::string& name) {
     return withClasses([&](const auto& classes) {
         const auto found = classes.find(name);
@@ -81,7 +95,7 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
             std::vsnprintf(message.logMsg.data(), message.logMsg.size() + 1, format, again);
         }
         static thread_local const auto thread = static_cast<std::uint32_t>(::gettid());
-        char threadName[16];
+        message.timestamp = platform::wallClock().now();  // of the call, however long that waits for room
         message.logLevel = level;
         message.logFlag = flag;
         message.logContext = context;
@@ -90,7 +104,7 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
         message.lineNumber = line;
         message.machThreadID = thread;
         message.queueLabel = platform::QueueFrame::currentLabel();
-        if (::pthread_getname_np(::pthread_self(), threadName, sizeof threadName) == 0) message.threadName = threadName;
+        message.threadName = threadName(message.timestamp);
         message.tag = tag;
         queued = DDLogCore::shared().queueLogMessage(std::move(message), asynchronous);
     } catch (const std::exception&) {

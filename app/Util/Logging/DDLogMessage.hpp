@@ -13,6 +13,8 @@ inline constexpr std::uint32_t DDLogMessageCopyFunction = 2;
 /// One log call. A logger is handed a message for the time of the call and does not change it; it may copy it and keep
 /// the copy.
 struct DDLogMessage {
+    using Date = platform::WallClock::Date;
+
     /// A source text as the options say: copied, or a literal that costs nothing to share.
     static std::shared_ptr<const char> sourceText(const char* text, bool copy);
 
@@ -24,13 +26,13 @@ struct DDLogMessage {
     std::uint32_t logFlag = 0;   ///< the one flag of this message
     std::int32_t logContext = 0;
     std::string logMsg;
-    platform::WallClock::Date timestamp;   ///< of the call
+    Date timestamp;                        ///< of the call
     std::shared_ptr<const char> file;      ///< may be null
     std::shared_ptr<const char> function;  ///< may be null
     std::int32_t lineNumber = 0;
     std::uint32_t machThreadID = 0;  ///< the kernel's number of the calling thread
     std::string queueLabel;          ///< of the queue whose block made the call, "main" elsewhere on the main thread
-    std::string threadName;          ///< at the time of the call
+    std::string threadName;          ///< at the time of the call, or up to a second before
     const void* tag = nullptr;       ///< not owned
     std::uint32_t options = 0;
 };

@@ -167,8 +167,9 @@ void DDLogCore::deliver(std::span<const DDLogMessage* const> messages) {
     for (std::size_t i = here; i < mReceivers.size(); ++i)
         group.dispatch_async(*mReceivers[i]->loggerQueue,
                              [node = mReceivers[i], messages] { deliverToNode(*node, messages); });
-    for (std::size_t i = 0; i < here; ++i) {
-        const auto delivery = [&] { mLoggingQueue.performWithin([&] { deliverToNode(*mReceivers[i], messages); }); };
-        mReceivers[i]->loggerQueue->dispatch_sync([&delivery] { delivery(); });  // one reference: needs no heap
+    for (const DDLoggerNode* node : std::span(mReceivers).first(here)) {
+        // Two words in each block: such a std::function needs no heap.
+        const auto delivery = [node, &messages] { deliverToNode(*node, messages); };
+        node->loggerQueue->dispatch_sync([this, &delivery] { mLoggingQueue.performWithin(delivery); });
     }
 }

@@ -46,7 +46,6 @@ void DDLogQueue::performWithin(const std::function<void()>& block) const noexcep
 }
 
 bool DDLogQueue::post(DDLogMessage&& message, bool asynchronous) {
-    message.timestamp = platform::wallClock().now();  // of the call, however long that waits
     std::unique_lock guard(mLock);
     // Nobody within a delivery may wait for the next one.
     const bool within = isCurrent();
