@@ -61,14 +61,7 @@ class FileLogger : public testing::TestWithParam<bool> {
         const std::lock_guard lock(mutex);
         return std::exchange(systemLog, {});
     }
-    void log(const std::string& text) { deliver(*logger, text); }
-    void logBatch(const Texts& texts) {
-        std::vector<DDLogMessage> messages;
-        std::vector<const DDLogMessage*> pointers;
-        for (const auto& text : texts) messages.push_back(messageWithText(text));
-        for (const auto& message : messages) pointers.push_back(&message);
-        logger->loggerQueue()->dispatch_sync([&] { logger->logMessages(pointers); });
-    }
+    void log(const char* text) { deliver(*logger, text); }
     /// Shell commands in the folder of the log files, $F being the manager's only one.
     void run(const std::string& commands) const {
         EXPECT_EQ(std::system(("cd " + folder.path().string() + "; F=" + manager->only + "; " + commands).c_str()), 0);
@@ -109,8 +102,8 @@ TEST_P(FileLogger, RollsAfterTheLineThatReachesTheMaximumAloneOrInABatch) {
         for (const bool batch : {false, true}) {
             startAfresh();
             logger->setMaximumFileSize(maximum);
-            if (batch) logBatch(texts);
-            for (std::size_t i = 0; !batch && i < texts.size(); ++i) log(texts[i]);
+            if (batch) deliver(*logger, texts);
+            for (std::size_t i = 0; !batch && i < texts.size(); ++i) log(texts[i].c_str());
             EXPECT_EQ(files(), Texts(12 / lines, file)) << maximum << (batch ? " batched" : "");
         }
     }
@@ -231,13 +224,13 @@ TEST_P(FileLogger, FullDiskLosesLinesButLeavesNoTornOneAndEndsWithTheSpace) {
     ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
     const rlimit full{105, before.rlim_max};
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
-    logBatch(Texts(12, std::string(29, 'x')));
-    log(std::string(29, 'y'));
+    const Texts lines(12, std::string(29, 'x'));
+    deliver(*logger, lines);
+    log(std::string(29, 'y').c_str());
     log("short");
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
     log("space again");
-    const std::string x = std::string(29, 'x') + "\n";
-    EXPECT_EQ(files(), Texts{"the file is there\n" + x + x + "short\nspace again\n"});
+    EXPECT_EQ(files(), Texts{"the file is there\n" + lines[0] + "\n" + lines[0] + "\nshort\nspace again\n"});
 
     Texts reported(10, "DDFileLogger.logMessage: File too large");
     reported.push_back("DDFileLogger.logMessage: Too many exceptions -- will not log any more of them.");

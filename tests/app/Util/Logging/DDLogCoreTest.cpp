@@ -166,23 +166,15 @@ INSTANTIATE_TEST_SUITE_P(OneByOneAndBatched, DDLogDelivery, testing::Bool(),
 TEST(DDLogCore, LevelOfALoggerIsComparedAsANumber) {
     for (const std::uint32_t level : {0U, 1U, 2U, 3U, 4U, 5U, 8U, 16U, 31U}) {
         DDLogCore core(2);
-        const auto single = std::make_shared<RecordingLogger>();
         const auto all = std::make_shared<RecordingBatchLogger>(), some = std::make_shared<RecordingBatchLogger>();
-        const auto postAll = [&](bool asynchronously) {
-            for (const std::uint32_t flag : {1U, 2U, 4U, 8U, 16U})
-                post(core, std::to_string(flag), asynchronously, flag);
-        };
         add(core, all);
         add(core, some, level);
-        postAll(true);
+        for (const std::uint32_t flag : {1U, 2U, 4U, 8U, 16U}) post(core, std::to_string(flag), true, flag);
         flush(core);
         Texts admitted = all->texts();
+        EXPECT_EQ(admitted.size(), 5U);
         std::erase_if(admitted, [&](const auto& flag) { return std::stoul(flag) > level; });
         EXPECT_EQ(some->texts(), admitted) << level;
-        add(core, single, level);
-        postAll(false);
-        EXPECT_EQ(single->texts(), admitted) << level;
-        EXPECT_EQ(all->messages.size(), 10U);
     }
 }
 

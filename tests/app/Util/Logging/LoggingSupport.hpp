@@ -36,7 +36,16 @@ inline DDLogMessage messageWithText(std::string text, std::uint32_t flag = 4) {
     return message;
 }
 
-/// Has a logger write one message, where the core would have it write.
-inline void deliver(DDAbstractLogger& logger, const std::string& text) {
+/// Has a logger write messages together, where the core would have it write.
+inline void deliver(DDAbstractLogger& logger, const std::vector<std::string>& texts) {
+    std::vector<DDLogMessage> messages;
+    std::vector<const DDLogMessage*> batch;
+    for (const auto& text : texts) messages.push_back(messageWithText(text));
+    for (const auto& message : messages) batch.push_back(&message);
+    logger.loggerQueue()->dispatch_sync([&] { logger.logMessages(batch); });
+}
+
+/// The same for one.
+inline void deliver(DDAbstractLogger& logger, const char* text) {
     logger.loggerQueue()->dispatch_sync([&] { logger.logMessage(messageWithText(text)); });
 }

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <ctime>
 #include <dirent.h>
 #include <fstream>
@@ -32,10 +31,10 @@ using Texts = std::vector<std::string>;
 /// A time of day that stands still until the test moves it.
 struct ManualWallClock final : platform::WallClock {
     Date now() override { return moment; }
-    void setLocal(int month, int day, int hour, int minute, int second) {
+    void setLocal(const std::string& day, const char* time) {
         std::tm fields{};
-        fields.tm_year = 2035 - 1900, fields.tm_mon = month - 1, fields.tm_mday = day;
-        fields.tm_hour = hour, fields.tm_min = minute, fields.tm_sec = second, fields.tm_isdst = -1;
+        ::strptime((day + time).c_str(), "%Y.%m.%d%T", &fields);
+        fields.tm_isdst = -1;
         moment = std::chrono::system_clock::from_time_t(std::mktime(&fields));
     }
     std::atomic<Date> moment{};
@@ -54,11 +53,7 @@ class VundLogFileManagerTest : public testing::Test {
     }
 
     static std::string inFolder(const std::string& name) { return TrovikLogs::logsDirectory() + "/" + name; }
-    static std::string fileOf(int month, int day) {
-        char name[64];
-        std::snprintf(name, sizeof name, "ResetTool_2035.%02d.%02d.txt", month, day);
-        return inFolder(name);
-    }
+    static std::string textOf(const std::string& day) { return ReadFile(inFolder("ResetTool_" + day + ".txt")); }
 
     std::unique_ptr<DDFileLogger> makeLogger() const {
         auto logger = std::make_unique<DDFileLogger>(manager);
@@ -93,35 +88,35 @@ TEST_F(VundLogFileManagerTest, OnlyFilesThatBeginWithThePrefixAndEndInTxtAreLogF
 }
 
 TEST_F(VundLogFileManagerTest, SecondRollOnADayStartsTheDaysFileAfresh) {
-    clock.setLocal(11, 15, 12, 0, 0);
+    clock.setLocal("2035.11.15", "12:00:00");
     const auto logger = makeLogger();
     deliver(*logger, "morning");
     logger->rollLogFile();
     deliver(*logger, "noon");
-    EXPECT_EQ(ReadFile(fileOf(11, 15)), "noon\n");
-    EXPECT_FALSE(DDLogFileInfo(fileOf(11, 15)).isArchived());
+    EXPECT_EQ(textOf("2035.11.15"), "noon\n");
     // The next start goes on with it.
     deliver(*makeLogger(), "restarted");
-    EXPECT_EQ(ReadFile(fileOf(11, 15)), "noon\nrestarted\n");
+    EXPECT_EQ(textOf("2035.11.15"), "noon\nrestarted\n");
 }
 
 TEST_F(VundLogFileManagerTest, FileLastsUntilMidnightOnDaysOfAnyLength) {
     // The day of 23 hours, the one of 25 hours, and a usual one.
-    for (const auto& [month, day] : {std::pair(3, 25), std::pair(10, 28), std::pair(11, 15)}) {
-        clock.setLocal(month, day, 0, 0, 1);
+    for (const auto& [day, next] : {std::pair("2035.03.25", "2035.03.26"), std::pair("2035.10.28", "2035.10.29"),
+                                    std::pair("2035.11.15", "2035.11.16")}) {
+        SCOPED_TRACE(day);
+        clock.setLocal(day, "00:00:01");
         const auto logger = makeLogger();
         deliver(*logger, "early");
-        clock.setLocal(month, day, 23, 59, 59);
+        clock.setLocal(day, "23:59:59");
         checkAge(*logger);
         deliver(*logger, "late");
-        EXPECT_EQ(ReadFile(fileOf(month, day)), "early\nlate\n");
         clock.moment = clock.now() + std::chrono::seconds(1);
         checkAge(*logger);
         deliver(*logger, "next day");
-        EXPECT_EQ(ReadFile(fileOf(month, day)), "early\nlate\n");
+        EXPECT_EQ(textOf(day), "early\nlate\n");
         // A start on the same day goes on with the file, one on another day does not.
         deliver(*makeLogger(), "same day");
-        EXPECT_EQ(ReadFile(fileOf(month, day + 1)), "next day\nsame day\n");
+        EXPECT_EQ(textOf(next), "next day\nsame day\n");
     }
 }
 
