@@ -135,35 +135,28 @@ TEST_F(LoggingProcess, LoggerThatGetsNoThreadIsNamedAndWorksOnItsCallers) {
         const rlimit none{0, 0};
         if (::setrlimit(RLIMIT_NPROC, &none) != 0) std::exit(2);
     };
-    // As the tool ends; the leak check of an exit would want a thread.
-    const auto end = [] {
-        DDLog::applicationWillTerminate();
-        std::_Exit(0);
-    };
     const std::string named = "gets no thread and works on those of its callers: [^\n]*\n";
-    EXPECT_EXIT(
-        {
-            DDLog::addLogger(DDTTYLogger::sharedInstance());
-            DDLog::flushLog();
-            noMoreThreads();
-            setUpLogging();
-            DDLogInfo("on it goes");
-            end();
-        },
-        testing::ExitedWithCode(0), "fileLogger " + named + "(.*\n)*.*on it goes");
-    EXPECT_THAT(log(), testing::HasSubstr(" | on it goes\n"));
-    // Not even the core has one.
-    EXPECT_EXIT(
-        {
-            noMoreThreads();
-            setUpLogging();
-            DDLogInfo("asynchronous");
-            DDLogError("synchronous");
-            end();
-        },
-        testing::ExitedWithCode(0),
-        "ttyLogger " + named + ".*fileLogger " + named + "(.*\n)*.*asynchronous\n.*synchronous\n");
-    EXPECT_THAT(log(), testing::EndsWith(" | synchronous\n"));
+    for (const bool coreHasThread : {true, false}) {
+        SCOPED_TRACE(coreHasThread);
+        EXPECT_EXIT(
+            {
+                if (coreHasThread) {
+                    DDLog::addLogger(DDTTYLogger::sharedInstance());
+                    DDLog::flushLog();
+                }
+                noMoreThreads();
+                setUpLogging();
+                DDLogInfo("asynchronous");
+                DDLogError("synchronous %d", coreHasThread);
+                // As the tool ends; the leak check of an exit would want a thread.
+                DDLog::applicationWillTerminate();
+                std::_Exit(0);
+            },
+            testing::ExitedWithCode(0),
+            (coreHasThread ? "fileLogger " + named : "ttyLogger " + named + ".*fileLogger " + named) +
+                "(.*\n)*.*asynchronous\n(.*\n)*.*synchronous .\n");
+        EXPECT_THAT(log(), testing::EndsWith(std::string(" | synchronous ") + (coreHasThread ? "1\n" : "0\n")));
+    }
 }
 
 }  // namespace
