@@ -21,7 +21,7 @@ void DDAbstractLogger::performOnLoggerQueue(const std::function<void()>& block) 
     DDLogCore::shared().loggingQueue().dispatch_sync(onLoggerQueue);
 }
 
-void DDAbstractLogger::performWithinDelivery(const std::function<void()>& block) {
+void DDAbstractLogger::performWithinDelivery(const std::function<void()>& block) noexcept {
     DDLogCore::shared().loggingQueue().performWithin(block);
 }
 
@@ -33,10 +33,10 @@ void DDAbstractLogger::setLogFormatter(std::shared_ptr<DDLogFormatter> formatter
     performOnLoggerQueue([&] { mFormatter.swap(formatter); });
 }
 
-bool DDAbstractLogger::isOnGlobalLoggingQueue() const {
+bool DDAbstractLogger::isOnGlobalLoggingQueue() const noexcept {
     return DDLogCore::shared().loggingQueue().isCurrent();
 }
 
-bool DDAbstractLogger::isOnInternalLoggerQueue() const {
+bool DDAbstractLogger::isOnInternalLoggerQueue() const noexcept {
     return mLoggerQueue->isCurrent();
 }

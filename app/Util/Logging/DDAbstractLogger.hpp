@@ -43,8 +43,8 @@ class DDAbstractLogger {
     std::shared_ptr<DDLogFormatter> logFormatter() const;
     void setLogFormatter(std::shared_ptr<DDLogFormatter> formatter);
 
-    bool isOnGlobalLoggingQueue() const;
-    bool isOnInternalLoggerQueue() const;
+    bool isOnGlobalLoggingQueue() const noexcept;
+    bool isOnInternalLoggerQueue() const noexcept;
 
   protected:
     /// Runs the block on the logger's queue once the messages logged before this call are delivered; directly when on
@@ -62,7 +62,7 @@ class DDAbstractLogger {
     /// Runs the block as a part of a delivery: a log call or a flush within it is queued, not waited for, and what
     /// it throws is logged. For a block that something else than the core has submitted to the logger's queue, since a
     /// delivery may be waiting for it.
-    static void performWithinDelivery(const std::function<void()>& block);
+    static void performWithinDelivery(const std::function<void()>& block) noexcept;
     platform::SerialQueue& internalQueue() const { return *mLoggerQueue; }
     DDLogFormatter* formatter() const { return mFormatter.get(); }  ///< on the logger's queue
 

@@ -206,22 +206,22 @@ bool DDFileLogger::appendLine(const DDLogMessage& message) {
 }
 
 /// @return how many bytes got into the file
-std::size_t DDFileLogger::writeBytes(const char* bytes, std::size_t size, int& error) {
-    std::size_t written = 0;
-    while (written < size) {
-        const ssize_t count = ::write(mCurrentLogFileHandle.get(), bytes + written, size - written);
+std::size_t DDFileLogger::writeBytes(std::string_view bytes, int& error) noexcept {
+    const std::size_t size = bytes.size();
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(mCurrentLogFileHandle.get(), bytes.data(), bytes.size());
         if (count > 0) {
-            written += static_cast<std::size_t>(count);
+            bytes.remove_prefix(static_cast<std::size_t>(count));
         } else if (count == 0 || errno != EINTR) {
             error = count == 0 ? EIO : errno;
             break;
         }
     }
-    return written;
+    return size - bytes.size();
 }
 
 /// Takes the beginning of a line that did not fit off the file's end again.
-void DDFileLogger::cutOff(std::size_t bytes) {
+void DDFileLogger::cutOff(std::size_t bytes) noexcept {
     struct stat status {};
     if (bytes == 0 || ::fstat(mCurrentLogFileHandle.get(), &status) != 0) return;
     if (::ftruncate(mCurrentLogFileHandle.get(), status.st_size - static_cast<off_t>(bytes)) != 0) mOffset += bytes;
@@ -233,7 +233,7 @@ void DDFileLogger::writePending() noexcept {
     auto line = mLineEnds.begin();
     while (line != mLineEnds.end()) {
         int error = 0;
-        const std::size_t written = writeBytes(mPending.data() + start, mPending.size() - start, error);
+        const std::size_t written = writeBytes(std::string_view(mPending).substr(start), error);
         const auto failed = std::upper_bound(line, mLineEnds.end(), start + written);
         const std::size_t whole = failed == line ? start : *(failed - 1);  // the end of the last line that got through
         mOffset += whole - start;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace platform {
@@ -70,10 +71,10 @@ class DDFileLogger final : public DDAbstractLogger {
     void rollLogFileNow();
     void forgetLogFile();
 
-    bool appendLine(const DDLogMessage& message);
+    [[nodiscard]] bool appendLine(const DDLogMessage& message);
     void writePending() noexcept;
-    std::size_t writeBytes(const char* bytes, std::size_t size, int& error);
-    void cutOff(std::size_t bytes);
+    [[nodiscard]] std::size_t writeBytes(std::string_view bytes, int& error) noexcept;
+    void cutOff(std::size_t bytes) noexcept;
     void countException(const char* what) noexcept;
     void countCurrentException() noexcept;
 

@@ -11,5 +11,5 @@ class DDLogFormatter {
 
     /// Appends the text, without a line end; what stands in the string already is left alone.
     /// @return false for a message that is not to be written
-    virtual bool formatLogMessage(const DDLogMessage& message, std::string& text) = 0;
+    [[nodiscard]] virtual bool formatLogMessage(const DDLogMessage& message, std::string& text) = 0;
 };

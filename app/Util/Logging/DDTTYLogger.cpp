@@ -121,11 +121,11 @@ void DDTTYLogger::logMessages(std::span<const DDLogMessage* const> messages) {
             continue;
         }
         if (start > 0 && mPending.size() > PIPE_BUF) {
-            write(mPending.data(), start);
+            write(std::string_view(mPending).substr(0, start));
             mPending.erase(0, start);
         }
     }
-    write(mPending.data(), mPending.size());
+    write(mPending);
     mPending.clear();
     if (mPending.capacity() > std::size_t{4} * PIPE_BUF) mPending.shrink_to_fit();
 }
@@ -154,12 +154,11 @@ void DDTTYLogger::appendBuiltInForm(const DDLogMessage& message) {
     mPending.append(mAppNameAndProcess).append(thread, end).append("] ").append(message.logMsg);
 }
 
-void DDTTYLogger::write(const char* bytes, std::size_t size) const {
-    while (size > 0) {
-        const ssize_t count = ::write(mDescriptor, bytes, size);
+void DDTTYLogger::write(std::string_view bytes) const noexcept {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(mDescriptor, bytes.data(), bytes.size());
         if (count > 0) {
-            bytes += count;
-            size -= static_cast<std::size_t>(count);
+            bytes.remove_prefix(static_cast<std::size_t>(count));
         } else if (count < 0 && errno == EAGAIN) {
             // Whoever shares the terminal with us has made it non-blocking.
             pollfd ready{mDescriptor, POLLOUT, 0};

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// The colours of some messages, and the escape sequences that stand for them. A plain value.
@@ -68,7 +69,7 @@ class DDTTYLogger final : public DDAbstractLogger {
     const DDTTYLoggerColorProfile* profileFor(const DDLogMessage& message) const;
     void appendLine(const DDLogMessage& message);
     void appendBuiltInForm(const DDLogMessage& message);
-    void write(const char* bytes, std::size_t size) const;
+    void write(std::string_view bytes) const noexcept;
 
     const int mDescriptor;
     const DDTTYPalette mPalette;

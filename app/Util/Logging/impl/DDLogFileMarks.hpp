@@ -13,15 +13,17 @@
 /// | 2 ...  | one mark each: name, one space, value (may be empty)    |
 namespace DDLogFileMarks {
 
-int set(const std::string& path, const std::string& name, const std::string& value);
+[[nodiscard]] int set(const std::string& path, const std::string& name, const std::string& value);
 
 /// The same for an open file, whatever its name is by now. One that has no name any more, on a file system without
 /// attributes, keeps no mark and needs none.
-int set(int file, const std::string& name, const std::string& value);
+[[nodiscard]] int set(int file, const std::string& name, const std::string& value);
 
-int get(const std::string& path, const std::string& name, std::string& value);  ///< ENODATA where there is none
-int remove(const std::string& path, const std::string& name);                   ///< 0 also where there is none
-void forget(const std::string& path);                                           ///< removes the hidden file
-void move(const std::string& from, const std::string& to);                      ///< after the file has been renamed
+/// ENODATA where there is none.
+[[nodiscard]] int get(const std::string& path, const std::string& name, std::string& value);
+
+[[nodiscard]] int remove(const std::string& path, const std::string& name);  ///< 0 also where there is none
+void forget(const std::string& path);                                        ///< removes the hidden file
+void move(const std::string& from, const std::string& to);                   ///< after the file has been renamed
 
 }  // namespace DDLogFileMarks

@@ -36,7 +36,7 @@ DDLogQueue::~DDLogQueue() {
     mWorker.join();
 }
 
-bool DDLogQueue::isCurrent() const {
+bool DDLogQueue::isCurrent() const noexcept {
     return platform::QueueFrame::isInside(this);
 }
 

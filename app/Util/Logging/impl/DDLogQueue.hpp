@@ -47,7 +47,7 @@ class DDLogQueue final : public platform::DispatchQueue {
 
     /// True within a delivery or a block of this queue, loggers at work on their own threads included: whoever is in
     /// there can't wait for this queue.
-    bool isCurrent() const;
+    bool isCurrent() const noexcept;
 
     /// Runs the block as a part of a delivery, on the thread of the call. A logger's queue runs its blocks on the
     /// thread that drains or on its own, as it comes; both are within the delivery. What the block throws is logged in
