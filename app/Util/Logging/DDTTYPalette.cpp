@@ -18,7 +18,7 @@ constexpr int kCubeLevels[6] = {0, 95, 135, 175, 215, 255};
 
 bool containsIgnoringCase(std::string_view text, std::string_view part) {
     const auto same = [](char a, char b) { return (a | 0x20) == (b | 0x20); };
-    return !std::ranges::search(text, part, same).empty();
+    return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
 }
 
 }  // namespace
