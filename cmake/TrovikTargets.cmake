@@ -40,6 +40,7 @@ endfunction()
 # also compiled alone by the target all_verify_interface_header_sets.
 function(trovik_headers target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "FILES")
+  set_property(GLOBAL APPEND PROPERTY TROVIK_PUBLISHED ${target})
   set(root ${PROJECT_BINARY_DIR}/include/${target})
   set(headers "")
   foreach(folder ${arg_UNPARSED_ARGUMENTS})
