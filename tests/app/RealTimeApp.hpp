@@ -45,10 +45,10 @@ class RealTimeApp {
     /// A whole reset. The device comes back on the test's word, since the controller learns only after the command that
     /// it succeeded: no real device is back by then, but this one might.
     void reset();
-    /// Back to the main menu, with a used device.
+    /// Back to the start screen, with a used device.
     void startAfresh();
 
-    /// Whole resets from the main menu, without a trace of them in the process afterwards.
+    /// Whole resets from the start screen, without a trace of them in the process afterwards.
     void resetsLeaveNothingBehind(int rounds);
 
     // These serve the window meanwhile, and give up after a minute with an exception that says what they waited for.

@@ -165,10 +165,10 @@ class Tool:
         wait_for("the alert to close", lambda: len(self.windows()) == 1)
 
     def back_to_start(self):
-        """Return to main menu, by keyboard."""
+        """Back to Start, by keyboard."""
         self.expect_screen("complete")
         SCREEN.focus(self.window)
-        SCREEN.key("Alt_L+m")
+        SCREEN.key("Alt_L+s")
         self.expect_screen("start")  # the button takes a moment to look pressed; a key before would still be the old screen's
 
     def new_screen(self, name, *others):
