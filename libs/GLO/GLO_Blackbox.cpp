@@ -1,7 +1,7 @@
 #include "GLO/GLO_Blackbox.hpp"
 
-#include "platform/common/CrashReporter.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/CrashReporter.hpp"
 
 #include <algorithm>
 #include <cstring>
