@@ -127,8 +127,10 @@ std::string describeOpenFailure(const std::string& registryPath, IOReturn result
             text += " It lets in whoever sits at this machine's screen, from the device's next attach on.";
         }
     } else {
-        text += std::string(" The udev rule ") + kUdevRuleFile + " is not installed: put it into /etc/udev/rules.d, " +
-                "run \"udevadm control --reload\" and attach the device again.";
+        text.append(" The udev rule ").append(kUdevRuleFile);
+        text +=
+            " is not installed: put it into /etc/udev/rules.d, run \"udevadm control --reload\" and attach the device "
+            "again.";
     }
     const auto programs = holders(node, places.processes);
     text += programs.empty() ? " No other program of this user holds the device."

@@ -155,7 +155,7 @@ TEST_F(LoggingProcess, LoggerThatGetsNoThreadIsNamedAndWorksOnItsCallers) {
             testing::ExitedWithCode(0),
             (coreHasThread ? "fileLogger " + named : "ttyLogger " + named + ".*fileLogger " + named) +
                 "(.*\n)*.*asynchronous\n(.*\n)*.*synchronous .\n");
-        EXPECT_THAT(log(), testing::EndsWith(std::string(" | synchronous ") + (coreHasThread ? "1\n" : "0\n")));
+        EXPECT_THAT(log(), testing::EndsWith(coreHasThread ? " | synchronous 1\n" : " | synchronous 0\n"));
     }
 }
 
