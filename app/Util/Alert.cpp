@@ -5,21 +5,23 @@
 #include <QPushButton>
 
 #include <algorithm>
-#include <array>
-
-namespace {
-
-constexpr std::array kIcons = {QMessageBox::Warning, QMessageBox::Information, QMessageBox::Critical};  ///< by style
-
-}  // namespace
 
 int Alert::runModal(QWidget* window) const {
     const QString message = QString::fromStdString(mMessageText);
     const QString informative = QString::fromStdString(mInformativeText);
-    QMessageBox box(kIcons[static_cast<std::size_t>(mStyle)], window ? window->windowTitle() : message, message,
-                    QMessageBox::NoButton, window);
+    // A critical question warns too: nothing has gone wrong yet, which is what the toolkit's critical picture says.
+    const auto icon = mStyle == NSAlertStyle::Informational ? QMessageBox::Information : QMessageBox::Warning;
+    const QString message = QString::fromStdString(mMessageText);
+    const QString informative = QString::fromStdString(mInformativeText);
+    QMessageBox box(icon, window ? window->windowTitle() : message, message, QMessageBox::NoButton, window);
     box.setTextFormat(Qt::PlainText);
     box.setInformativeText(informative);
+    // As the desktops' own alerts have it; the label's name is the toolkit's.
+    if (auto* const question = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label"))) {
+        QFont bold = question->font();
+        bold.setBold(true);
+        question->setFont(bold);
+    }
     box.setAccessibleName(message);
     box.setAccessibleDescription(informative);
 

@@ -71,11 +71,12 @@ TEST_F(MainWindowTest, ConfirmationIsCriticalAndAnyWayOutOfItChangesNothing) {
             ASSERT_TRUE(reset && cancel);
             EXPECT_LT(reset->mapToGlobal(QPoint()).x(), cancel->mapToGlobal(QPoint()).x());
             EXPECT_TRUE(cancel->isDefault() && cancel->hasFocus() && alert.escapeButton() == cancel);
-            EXPECT_TRUE(alert.isModal() && alert.icon() == QMessageBox::Critical);
-            EXPECT_EQ(reset->text(), text("ResetNow"));
-            EXPECT_EQ(cancel->text(), text("Cancel"));
-            EXPECT_EQ(alert.text(), text("ConfirmResetDialogTitle"));
-            EXPECT_EQ(alert.informativeText(), text("ConfirmResetDialogBody"));
+            EXPECT_TRUE(alert.isModal() && alert.icon() == QMessageBox::Warning);
+            for (const QLabel* const label : alert.findChildren<QLabel*>())
+                EXPECT_EQ(label->font().bold(), label->text() == alert.text()) << qPrintable(label->text());
+            const QStringList shown = {reset->text(), cancel->text(), alert.text(), alert.informativeText()};
+            EXPECT_EQ(shown, QStringList({text("ResetNow"), text("Cancel"), text("ConfirmResetDialogTitle"),
+                                          text("ConfirmResetDialogBody")}));
             way(alert);
         };
         EXPECT_TRUE(answered([&] { click(outlets.resetNowButton); }, answer));
