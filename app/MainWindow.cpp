@@ -21,14 +21,16 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QRegularExpression>
-#include <QScrollArea>
+#include <QScreen>
 #include <QStringList>
 #include <QUrl>
+
+#include <algorithm>
 
 namespace {
 
 // Device-independent pixels.
-constexpr QSize kInitialSize(520, 420);
+constexpr QSize kFrame(0, 40);  ///< what the desktop puts around it, for which it can't be asked yet
 constexpr QSize kSmallestSize(360, 240);
 
 QString localized(const char* key) {
@@ -74,20 +76,16 @@ MainWindow::MainWindow(AppDelegate& controller) : mController(controller), mCont
     setWindowIcon(applicationIcon());
     setMinimumSize(kSmallestSize);
 
-    // On a small or a magnified display the window is lower than its texts, and perhaps narrower than a word of them.
-    auto* const scroller = new QScrollArea(this);
-    scroller->setFrameShape(QFrame::NoFrame);
-    scroller->setWidgetResizable(true);
-    scroller->setFocusPolicy(Qt::NoFocus);
-    scroller->setWidget(mContainer);
-    setCentralWidget(scroller);
-
+    setCentralWidget(mContainer);
     makeScreens();
     makeMenu();
     mController.outlets().mainWindowView = mContainer;
     mController.awakeFromNib();
     ViewUtilities::setAndPinSubview(*mContainer, *mNotStartedView);
-    resize(kInitialSize);
+    const QSize wanted = mNotStartedView->sizeHint();
+    const QSize room = screen()->availableSize() - kFrame;
+    const int width = wanted.boundedTo(room).expandedTo(kSmallestSize).width();
+    resize(width, std::min(wanted.height() * wanted.width() / width, room.height()));  // narrow lines are more
 }
 
 MainWindow::~MainWindow() {
@@ -96,32 +94,28 @@ MainWindow::~MainWindow() {
 
 void MainWindow::makeScreens() {
     AppDelegate::Outlets& outlets = mController.outlets();
-    const QIcon picture = windowIcon();
-
-    mNotStartedView = std::make_unique<MainWindowScreen>(picture);
+    mNotStartedView = std::make_unique<MainWindowScreen>("device-unplugged");
     outlets.notStartedView = mNotStartedView.get();
     outlets.titleText = mNotStartedView->heading();
     outlets.resetBodyText = mNotStartedView->addText();
     outlets.resetNowButton = mNotStartedView->addButton(true);
     connect(outlets.resetNowButton, &QPushButton::clicked, this, [this] { mController.handleButtonClick(); });
 
-    mInProgressView = std::make_unique<MainWindowScreen>(picture);
+    mInProgressView = std::make_unique<MainWindowScreen>("device-at-work");
     outlets.inProgressView = mInProgressView.get();
     outlets.resetInProgressText = mInProgressView->heading();
-    auto* const progress = new QProgressBar;
-    progress->setRange(0, 1);  // stands still until the controller starts it
-    progress->setTextVisible(false);
-    progress->setAccessibleName(localized("ProgressDescription"));
-    mInProgressView->addControl(progress);
-    outlets.progressIndicator = progress;
+    outlets.progressIndicator = mInProgressView->addProgressBar();
+    outlets.progressIndicator->setRange(0, 1);  // stands still until the controller starts it
+    outlets.progressIndicator->setAccessibleName(localized("ProgressDescription"));
     outlets.dontUnplugText = mInProgressView->addText();
 
-    mCompleteView = std::make_unique<MainWindowScreen>(picture);
+    mCompleteView = std::make_unique<MainWindowScreen>("device-done");
     outlets.completeView = mCompleteView.get();
     outlets.resetCompleteText = mCompleteView->heading();
     outlets.resetCompleteBodyText = mCompleteView->addText();
+    // Neither is primary: this screen comes unasked, and a key that is pressed by then must not close the window.
     outlets.mainMenuButton = mCompleteView->addButton(false);
-    outlets.quitButton = mCompleteView->addButton(true);
+    outlets.quitButton = mCompleteView->addButton(false);
     connect(outlets.mainMenuButton, &QPushButton::clicked, this,
             [this] { mController.returnToMainMenuButtonClicked(); });
     connect(outlets.quitButton, &QPushButton::clicked, this, [this] { mController.quitButtonClicked(); });

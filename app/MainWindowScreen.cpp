@@ -1,28 +1,217 @@
 #include "app/MainWindowScreen.hpp"
 
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
+
 #include <QAccessible>
+#include <QBasicTimer>
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFont>
+#include <QFontInfo>
 #include <QHBoxLayout>
 #include <QIcon>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QPainter>
+#include <QProgressBar>
 #include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QShowEvent>
 #include <QStringList>
+#include <QStyle>
+#include <QTextLayout>
+#include <QTextOption>
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
+#include <numbers>
 
 namespace {
 
-// Device-independent pixels.
-constexpr int kMargin = 24;
-constexpr int kSpacing = 16;
-constexpr int kPicture = 64;
-constexpr int kColumnWidth = 600;  ///< longer lines are hard to read
-constexpr QSize kSmallestButton(120, 32);
-constexpr int kButtonPadding = 24;
+// Device-independent pixels, multiples of one grid.
+constexpr int kGrid = 4;
+constexpr int kMargin = 6 * kGrid;
+constexpr int kSpacing = 4 * kGrid;
+constexpr int kParagraphSpacing = 3 * kGrid;
+constexpr int kFooterMargin = 3 * kGrid;
+constexpr int kPicture = 24 * kGrid;
+constexpr int kSmallPicture = 16 * kGrid;
+constexpr int kBarHeight = 2 * kGrid;
+constexpr QSize kSmallestButton(30 * kGrid, 8 * kGrid);
+constexpr int kButtonPadding = kMargin;
 
-constexpr double kHeadingScale = 1.6;  ///< of the desktop's font
+// In the font's own size, which is about two Latin letters or one Chinese.
+constexpr int kLongestLine = 33;  ///< longer ones are hard to read
+constexpr int kShortestLine = 20;
+constexpr int kHeight = 36;  ///< takes the longest texts
+constexpr int kLow = 25;
+
+// Of the desktop's font.
+constexpr double kHeadingScale = 1.6;
+constexpr double kLeadScale = 1.1;
+
+// Of the desktop's text colour, on its background.
+constexpr double kDetailStrength = 0.75;
+constexpr double kLineStrength = 0.2;
+
+QColor textColour(const QWidget& widget, double strength) {
+    QColor colour = widget.palette().color(QPalette::WindowText);
+    colour.setAlphaF(static_cast<float>(strength));
+    return colour;
+}
+
+class ScreenPicture final : public QWidget {
+  public:
+    ScreenPicture(const char* name, QWidget* parent) : QWidget(parent), mName(name) {
+        setObjectName(QStringLiteral("picture"));
+    }
+
+  protected:
+    void paintEvent(QPaintEvent*) override {
+        if (mIcon.isNull()) {  // not before it is seen: the window waits for no picture but its first
+            if (const auto path = platform::mainBundle().pathForResource(mName, "png", ""))
+                mIcon = QIcon(QString::fromStdString(*path));
+        }
+        QPainter painter(this);
+        mIcon.paint(&painter, rect());
+    }
+
+  private:
+    const char* mName;
+    QIcon mIcon;
+};
+
+/// A wrapped text whose first paragraph stands out: it has a font of its own, and what follows is quieter. It is
+/// measured once for each width: a layout asks for the same few of them again and again.
+class ScreenText final : public QLabel {
+  public:
+    ScreenText(double leadScale, QFont::Weight leadWeight, QWidget* parent)
+        : QLabel(parent), mLeadScale(leadScale), mLeadWeight(leadWeight) {
+        setTextFormat(Qt::PlainText);
+        setWordWrap(true);
+    }
+
+    int heightForWidth(int width) const override { return sizeFor(width).height(); }
+    QSize minimumSizeHint() const override { return {sizeFor(sizeHint().width()).width(), fontMetrics().height()}; }
+    QSize sizeHint() const override {
+        const int width = kLongestLine * QFontInfo(font()).pixelSize();
+        return {width, heightForWidth(width)};
+    }
+
+  protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        layOut(width(), &painter);
+    }
+    void changeEvent(QEvent* event) override {
+        mSizes.clear();  // it may be another font or style
+        QLabel::changeEvent(event);
+    }
+
+  private:
+    QSize sizeFor(int width) const {
+        if (mText != text() || mScale != devicePixelRatioF()) {
+            mText = text();
+            mScale = devicePixelRatioF();
+            mSizes.clear();
+        }
+        const auto [size, isNew] = mSizes.try_emplace(width);
+        if (isNew) size->second = layOut(width, nullptr);
+        return size->second;
+    }
+
+    /// Breaks the text into lines of a width, and draws them where there is a painter.
+    /// @return the width of the longest word, the height of all lines
+    QSize layOut(int width, QPainter* painter) const {
+        QFont lead = font();
+        lead.setPointSizeF(QFontInfo(font()).pointSizeF() * mLeadScale);
+        lead.setWeight(mLeadWeight);
+        QTextOption option(QStyle::visualAlignment(layoutDirection(), Qt::AlignLeading));
+        option.setTextDirection(layoutDirection());
+
+        double widest = 0;
+        double y = 0;
+        for (const QString& paragraph : text().split(QStringLiteral("\n\n"))) {
+            const bool first = y == 0;
+            if (!first) y += kParagraphSpacing;
+            QTextLayout lines(paragraph, first ? lead : font(), this);
+            lines.setTextOption(option);
+            lines.beginLayout();
+            for (QTextLine line = lines.createLine(); line.isValid(); line = lines.createLine()) {
+                line.setLineWidth(width);
+                line.setPosition({0, y});
+                y += line.height();
+            }
+            lines.endLayout();
+            widest = std::max(widest, lines.minimumWidth());
+            if (!painter) continue;
+            painter->setPen(textColour(*this, first ? 1 : kDetailStrength));
+            lines.draw(painter, {});
+        }
+        return {static_cast<int>(std::ceil(widest)), static_cast<int>(std::ceil(y))};
+    }
+
+    double mLeadScale;
+    QFont::Weight mLeadWeight;
+    // What the sizes are for.
+    mutable QString mText;
+    mutable qreal mScale = 0;
+    mutable std::map<int, QSize> mSizes;  ///< by width
+};
+
+/// A bar without a measure: a piece of it goes to and fro, or stands in the middle where the desktop wants no
+/// animations. The style's own fills the bar with a pattern, which looks like a measure that is reached.
+class BusyBar final : public QProgressBar {
+  public:
+    BusyBar() {
+        setTextVisible(false);
+        setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    }
+    QSize sizeHint() const override { return {kPicture, kBarHeight}; }
+    QSize minimumSizeHint() const override { return sizeHint(); }
+
+  protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        const auto draw = [&](const QRectF& piece, const QColor& colour) {
+            painter.setBrush(colour);
+            painter.drawRoundedRect(piece, piece.height() / 2, piece.height() / 2);
+        };
+        draw(rect(), textColour(*this, kLineStrength));
+        if (minimum() != maximum()) return;
+
+        double place = 0.5;
+        if (style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, this) > 0) {
+            if (!mTicks.isActive()) {
+                mTicks.start(kTick, this);
+                mElapsed.start();
+            }
+            const double phase = static_cast<double>(mElapsed.elapsed() % kPeriod) / kPeriod;
+            place = (1 + std::sin(2 * std::numbers::pi * phase)) / 2;  // from the middle on
+        }
+        const double piece = width() / 3.0;
+        draw({(width() - piece) * place, 0, piece, static_cast<double>(height())},
+             palette().color(QPalette::Highlight));
+    }
+    void timerEvent(QTimerEvent*) override { update(); }
+    void hideEvent(QHideEvent* event) override {
+        mTicks.stop();
+        QProgressBar::hideEvent(event);
+    }
+
+  private:
+    static constexpr int kTick = 40;      ///< milliseconds
+    static constexpr int kPeriod = 3000;  ///< milliseconds to and fro
+
+    QBasicTimer mTicks;
+    QElapsedTimer mElapsed;
+};
 
 /// A button with room around its text, as the desktops' own large buttons have.
 class ScreenButton final : public QPushButton {
@@ -31,132 +220,117 @@ class ScreenButton final : public QPushButton {
     QSize sizeHint() const override {
         return (QPushButton::sizeHint() + QSize(kButtonPadding, 0)).expandedTo(kSmallestButton);
     }
-};
-
-/// Buttons side by side at the end of the line, or one above the other where the line is too short for them.
-class ButtonRow final : public QBoxLayout {
-  public:
-    ButtonRow() : QBoxLayout(LeftToRight) { addStretch(1); }
-
-    bool hasHeightForWidth() const override { return true; }
-    int heightForWidth(int width) const override { return sizeWith(directionFor(width)).height(); }
-    int minimumHeightForWidth(int width) const override { return heightForWidth(width); }
-    QSize sizeHint() const override { return sizeWith(LeftToRight); }
-    QSize minimumSize() const override { return {sizeWith(TopToBottom).width(), sizeWith(LeftToRight).height()}; }
-    void setGeometry(const QRect& rectangle) override {
-        setDirection(directionFor(rectangle.width()));
-        QBoxLayout::setGeometry(rectangle);
-    }
-
-  private:
-    Direction directionFor(int width) const {
-        return width < sizeWith(LeftToRight).width() ? TopToBottom : LeftToRight;
-    }
-    QSize sizeWith(Direction direction) const {
-        QSize size(0, 0);
-        for (int i = 0; i < count(); ++i) {
-            if (!itemAt(i)->widget()) continue;  // the stretch
-            const QSize button = itemAt(i)->sizeHint();
-            const int gap = size.isEmpty() ? 0 : spacing();
-            size = direction == LeftToRight
-                       ? QSize(size.width() + gap + button.width(), std::max(size.height(), button.height()))
-                       : QSize(std::max(size.width(), button.width()), size.height() + gap + button.height());
-        }
-        return size;
-    }
-};
-
-/// A wrapped text that is measured once for each width: a layout asks for the same few of them again and again.
-class ScreenText final : public QLabel {
-  public:
-    using QLabel::QLabel;
-    int heightForWidth(int width) const override {
-        if (mText != text() || mScale != devicePixelRatioF()) {
-            mText = text();
-            mScale = devicePixelRatioF();
-            mHeights.clear();
-        }
-        const auto [height, isNew] = mHeights.try_emplace(width);
-        if (isNew) height->second = QLabel::heightForWidth(width);
-        return height->second;
-    }
 
   protected:
-    void changeEvent(QEvent* event) override {
-        mHeights.clear();  // it may be another font or style
-        QLabel::changeEvent(event);
+    void keyPressEvent(QKeyEvent* event) override {
+        // These two would go to the next button; the screen scrolls by them.
+        if (event->key() == Qt::Key_Up || event->key() == Qt::Key_Down) return event->ignore();
+        QPushButton::keyPressEvent(event);
     }
-
-  private:
-    // What the heights are for.
-    mutable QString mText;
-    mutable qreal mScale = 0;
-    mutable std::map<int, int> mHeights;  ///< by width
 };
 
-QLabel* makeText(QWidget* parent) {
-    auto* const label = new ScreenText(parent);
-    label->setTextFormat(Qt::PlainText);
-    label->setWordWrap(true);
-    if (label->isRightToLeft()) {
-        // The toolkit draws wrapped lines of such a text too far to the left, by the space at their end, and cuts off
-        // what gets over the edge. It does not where the text can be selected.
-        label->setTextInteractionFlags(Qt::TextSelectableByMouse);
-        label->setFocusPolicy(Qt::NoFocus);
-        label->setContextMenuPolicy(Qt::NoContextMenu);  // it would come in English
-    }
-    return label;
-}
+class Line final : public QWidget {
+  public:
+    explicit Line(QWidget* parent) : QWidget(parent) { setFixedHeight(1); }
+
+  protected:
+    void paintEvent(QPaintEvent*) override { QPainter(this).fillRect(rect(), textColour(*this, kLineStrength)); }
+};
 
 }  // namespace
 
-MainWindowScreen::MainWindowScreen(const QIcon& picture) : mHeading(makeText(this)) {
-    QFont font = mHeading->font();
-    font.setPointSizeF(font.pointSizeF() * kHeadingScale);
-    font.setBold(true);
-    mHeading->setFont(font);
-
-    auto* const top = new QHBoxLayout;
-    top->setSpacing(kSpacing);
-    if (!picture.isNull()) {
-        auto* const image = new QLabel(this);
-        image->setPixmap(picture.pixmap(QSize(kPicture, kPicture), devicePixelRatioF()));
-        image->setFixedSize(kPicture, kPicture);
-        image->setObjectName(QStringLiteral("picture"));
-        top->addWidget(image, 0, Qt::AlignTop);
+/// From the top: what scrolls, a line, the footer. What stands side by side in them stands one above the other where
+/// the screen is narrow, which is settled before any of them is measured.
+class MainWindowScreen::Rows final : public QVBoxLayout {
+  public:
+    explicit Rows(MainWindowScreen& screen) : QVBoxLayout(&screen), mScreen(screen) {
+        setContentsMargins(0, 0, 0, 0);
+        setSpacing(0);
     }
-    top->addWidget(mHeading, 1, Qt::AlignVCenter);
+    void setGeometry(const QRect& rectangle) override {
+        mScreen.arrange(rectangle.size());
+        QVBoxLayout::setGeometry(rectangle);
+    }
 
-    mColumn = new QVBoxLayout;
+  private:
+    MainWindowScreen& mScreen;
+};
+
+MainWindowScreen::MainWindowScreen(const char* picture)
+    : mScroller(new QScrollArea(this)),
+      mPicture(new ScreenPicture(picture, this)),
+      mPage(new QHBoxLayout),
+      mColumn(new QVBoxLayout),
+      mHeading(new ScreenText(kHeadingScale, QFont::Bold, this)),
+      mFooter(new QWidget(this)),
+      mButtons(new QHBoxLayout(mFooter)) {
     mColumn->setSpacing(kSpacing);
-    mColumn->addLayout(top);
-    mButtons = new ButtonRow;
-    mButtons->setSpacing(kSpacing);
+    mColumn->addWidget(mHeading);
+    mColumn->addStretch(1);
+    auto* const page = new QWidget;
+    page->setLayout(mPage);
+    mPage->setContentsMargins(kMargin, kMargin, kMargin, kMargin);
+    mPage->addWidget(mPicture, 0, Qt::AlignTop | Qt::AlignLeading);
+    mPage->addLayout(mColumn, 1);
 
-    // In a wide window the page stays as wide as its lines may be, in the middle.
-    auto* const page = new QWidget(this);
-    page->setMaximumWidth(kColumnWidth);
-    auto* const rows = new QVBoxLayout(page);
-    rows->setContentsMargins(kMargin, kMargin, kMargin, kMargin);
-    rows->setSpacing(kMargin);
-    rows->addLayout(mColumn);
-    rows->addStretch(1);
-    rows->addLayout(mButtons);
+    mScroller->setFrameShape(QFrame::NoFrame);
+    mScroller->setWidgetResizable(true);
+    mScroller->setAlignment(Qt::AlignTop | Qt::AlignHCenter);
+    mScroller->setFocusPolicy(Qt::NoFocus);
+    mScroller->setWidget(page);
 
-    auto* const outer = new QHBoxLayout(this);
-    outer->setContentsMargins(0, 0, 0, 0);
-    outer->addWidget(page);
+    // Before the buttons there is room for a line that tells how things stand, on a screen without buttons too.
+    mFooter->setMinimumHeight(kSmallestButton.height() + 2 * kFooterMargin);
+    mButtons->setContentsMargins(kMargin, kFooterMargin, kMargin, kFooterMargin);
+    mButtons->setSpacing(kFooterMargin);
+    mButtons->addStretch(1);
+
+    auto* const rows = new Rows(*this);
+    rows->addWidget(mScroller, 1);
+    rows->addWidget(new Line(this));
+    rows->addWidget(mFooter);
+}
+
+QSize MainWindowScreen::sizeHint() const {
+    const int em = QFontInfo(font()).pixelSize();
+    return {kPicture + 3 * kMargin + kLongestLine * em, kHeight * em};
+}
+
+void MainWindowScreen::arrange(const QSize& size) {
+    const int em = QFontInfo(font()).pixelSize();
+    // In a wider window the page stays as wide as its lines may be, in the middle, and the buttons with it.
+    const int widest = sizeHint().width();
+    mScroller->widget()->setMaximumWidth(widest);
+    mFooter->setMaximumWidth(widest);
+    const bool wide = size.width() >= widest - (kLongestLine - kShortestLine) * em;
+    mPage->setDirection(wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
+    mPage->setSpacing(wide ? kMargin : kSpacing);
+    mPicture->setFixedSize(wide ? QSize(kPicture, kPicture) : QSize(kSmallPicture, kSmallPicture));
+    mPicture->setVisible(wide || size.height() >= kLow * em);  // where room is short, it is the text's
+
+    int together = 2 * kMargin - mButtons->spacing();
+    for (int i = 0; i < mButtons->count(); ++i) {
+        if (mButtons->itemAt(i)->widget()) together += mButtons->itemAt(i)->sizeHint().width() + mButtons->spacing();
+    }
+    const bool fits = together <= std::min(size.width(), widest);
+    mButtons->setDirection(fits ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
+}
+
+void MainWindowScreen::addBelow(QWidget* widget) {
+    mColumn->insertWidget(mColumn->count() - 1, widget);  // the last is the stretch
 }
 
 QLabel* MainWindowScreen::addText() {
-    auto* const text = makeText(this);
+    auto* const text = new ScreenText(kLeadScale, QFont::Normal, this);
     mTexts.append(text);
-    mColumn->addWidget(text);
+    addBelow(text);
     return text;
 }
 
-void MainWindowScreen::addControl(QWidget* control) {
-    mColumn->addWidget(control);
+QProgressBar* MainWindowScreen::addProgressBar() {
+    auto* const bar = new BusyBar;
+    addBelow(bar);
+    return bar;
 }
 
 QPushButton* MainWindowScreen::addButton(bool primary) {
@@ -165,6 +339,21 @@ QPushButton* MainWindowScreen::addButton(bool primary) {
     if (primary) mPrimaryButton = button;
     mButtons->addWidget(button);
     return button;
+}
+
+void MainWindowScreen::keyPressEvent(QKeyEvent* event) {
+    switch (event->key()) {
+        case Qt::Key_Up:
+        case Qt::Key_Down:
+        case Qt::Key_PageUp:
+        case Qt::Key_PageDown:
+        case Qt::Key_Home:
+        case Qt::Key_End:
+            QCoreApplication::sendEvent(mScroller->verticalScrollBar(), event);
+            break;
+        default:
+            QWidget::keyPressEvent(event);
+    }
 }
 
 void MainWindowScreen::showEvent(QShowEvent* event) {

@@ -11,8 +11,6 @@ int Alert::runModal(QWidget* window) const {
     const QString informative = QString::fromStdString(mInformativeText);
     // A critical question warns too: nothing has gone wrong yet, which is what the toolkit's critical picture says.
     const auto icon = mStyle == NSAlertStyle::Informational ? QMessageBox::Information : QMessageBox::Warning;
-    const QString message = QString::fromStdString(mMessageText);
-    const QString informative = QString::fromStdString(mInformativeText);
     QMessageBox box(icon, window ? window->windowTitle() : message, message, QMessageBox::NoButton, window);
     box.setTextFormat(Qt::PlainText);
     box.setInformativeText(informative);

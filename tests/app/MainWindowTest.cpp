@@ -2,11 +2,13 @@
 #include "app/MainWindow.hpp"
 #include "tests/app/AppWorld.hpp"
 
+#include <QAbstractEventDispatcher>
 #include <QAccessible>
 #include <QAction>
 #include <QApplication>
 #include <QLabel>
 #include <QProgressBar>
+#include <QProxyStyle>
 #include <QTest>
 #include <gmock/gmock.h>
 
@@ -35,6 +37,15 @@ struct MainWindowTest : testing::Test {
 
     AppWorld app;
     AppDelegate::Outlets& outlets = app.outlets;
+    struct Screen {
+        QWidget *view, *focus;
+        const QLabel *heading, *body;
+    };
+    const std::vector<Screen> screens = {
+        {outlets.completeView, outlets.resetCompleteText, outlets.resetCompleteText, outlets.resetCompleteBodyText},
+        {outlets.inProgressView, outlets.resetInProgressText, outlets.resetInProgressText, outlets.dontUnplugText},
+        {outlets.notStartedView, outlets.resetNowButton, outlets.titleText, outlets.resetBodyText},
+    };
 };
 
 TEST_F(MainWindowTest, EveryTextStandsWhereItBelongs) {
@@ -112,8 +123,12 @@ TEST_F(MainWindowTest, KeyboardAloneDoesAWholeReset) {
     app.run();
     app.expectReset();
     app.window.activateWindow();
-    EXPECT_EQ(app.window.focusWidget(), outlets.quitButton);
-    QTest::keyClick(app.window.focusWidget(), Qt::Key_Backtab);
+    for (const Qt::Key stray : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space}) {
+        QTest::keyClick(app.window.focusWidget(), stray);
+        EXPECT_TRUE(app.shows(outlets.completeView));
+    }
+    EXPECT_THAT(app.exits, IsEmpty());
+    QTest::keyClick(app.window.focusWidget(), Qt::Key_Tab);
     EXPECT_EQ(app.window.focusWidget(), outlets.mainMenuButton);
     QTest::keyClick(app.window.focusWidget(), Qt::Key_Space);
     EXPECT_TRUE(app.shows(outlets.notStartedView));
@@ -123,12 +138,7 @@ TEST_F(MainWindowTest, KeyboardAloneDoesAWholeReset) {
 }
 
 TEST_F(MainWindowTest, NewScreenTakesTheFocusWithItsTextsAndEveryControlHasAName) {
-    const std::tuple<QWidget*, QWidget*, const QLabel*, const QLabel*> expected[] = {
-        {outlets.completeView, outlets.quitButton, outlets.resetCompleteText, outlets.resetCompleteBodyText},
-        {outlets.inProgressView, outlets.resetInProgressText, outlets.resetInProgressText, outlets.dontUnplugText},
-        {outlets.notStartedView, outlets.resetNowButton, outlets.titleText, outlets.resetBodyText},
-    };
-    for (const auto& [screen, focus, heading, body] : expected) {
+    for (const auto& [screen, focus, heading, body] : screens) {
         std::vector<QObject*> heard;
         announced = &heard;
         app.show(screen);
@@ -150,13 +160,69 @@ TEST_F(MainWindowTest, NewScreenTakesTheFocusWithItsTextsAndEveryControlHasAName
     EXPECT_FALSE(progress->accessibleName().isEmpty());
 }
 
-TEST_F(MainWindowTest, ScreenScrollsWhereTheWindowIsLow) {
+TEST_F(MainWindowTest, ScreensFillAWideWindowAndTheirLinesStayShort) {
+    app.window.resize(1400, 640);
+    for (const auto& [screen, focus, heading, body] : screens) {
+        app.show(screen);
+        EXPECT_TRUE(app.shows(screen) && screen->width() == 1400);
+        EXPECT_LE(body->width(), 72 * body->fontMetrics().averageCharWidth());
+    }
+}
+
+TEST_F(MainWindowTest, LowWindowScrollsItsTextByKeysAndKeepsItsButtons) {
+    outlets.mainMenuButton->setText(QString(24, QLatin1Char('M')));  // there is no room beside it
     app.window.resize(360, 240);
+    for (const auto& [screen, focus, heading, body] : screens) {
+        app.show(screen);
+        EXPECT_EQ(app.window.size(), QSize(360, 240));
+        const auto bottomAfter = [&, screen = screen, body = body](Qt::Key key) {
+            QTest::keyClick(app.window.focusWidget(), key);
+            for (const QPushButton* const button : screen->findChildren<QPushButton*>()) {
+                EXPECT_EQ(button->visibleRegion(), QRegion(button->rect())) << qPrintable(button->text());
+                EXPECT_GE(button->width(), button->sizeHint().width()) << qPrintable(button->text());
+            }
+            return body->mapTo(screen, body->rect().bottomLeft()).y();
+        };
+        const int start = bottomAfter(Qt::Key_Home), down = bottomAfter(Qt::Key_Down), end = bottomAfter(Qt::Key_End);
+        EXPECT_LT(down, start);
+        EXPECT_LT(end, screen->height());
+        EXPECT_GT(bottomAfter(Qt::Key_PageUp), end);
+        EXPECT_EQ(bottomAfter(Qt::Key_Home), start);
+        EXPECT_EQ(app.window.focusWidget(), focus);
+        EXPECT_EQ(heading->visibleRegion(), QRegion(heading->rect()));
+    }
+}
+
+TEST_F(MainWindowTest, BusyBarIsNeverFullAndTicksOnlyWhileItIsSeenAndAnimationsAreWanted) {
+    struct Animations final : QProxyStyle {
+        int styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,
+                      QStyleHintReturn* data) const override {
+            return hint == SH_Widget_Animation_Duration ? milliseconds
+                                                        : QProxyStyle::styleHint(hint, option, widget, data);
+        }
+        int milliseconds = 0;
+    } style;
+    QProgressBar& bar = *outlets.progressIndicator;
+    bar.setStyle(&style);
+    const auto filled = [&bar] {  // the share of its length
+        const QImage picture = bar.grab().toImage();
+        int count = 0;
+        for (int x = 0; x < picture.width(); ++x)
+            count += picture.pixelColor(x, picture.height() / 2) == bar.palette().color(QPalette::Highlight);
+        return static_cast<double>(count) / picture.width();
+    };
+    const auto timers = [&bar] { return QAbstractEventDispatcher::instance()->registeredTimers(&bar).size(); };
     app.show(outlets.inProgressView);
-    EXPECT_EQ(app.window.height(), 240);
-    EXPECT_GT(outlets.inProgressView->height(), app.window.centralWidget()->height());
-    EXPECT_GE(outlets.dontUnplugText->height(),
-              outlets.dontUnplugText->heightForWidth(outlets.dontUnplugText->width()));
+    EXPECT_EQ(filled(), 0);
+    bar.setRange(0, 0);
+    for (const int milliseconds : {0, 200}) {
+        style.milliseconds = milliseconds;
+        EXPECT_NEAR(filled(), 0.33, 0.05);
+        EXPECT_EQ(timers(), milliseconds ? 1 : 0);
+    }
+    app.show(outlets.completeView);
+    EXPECT_EQ(timers(), 0);
+    bar.setStyle(nullptr);
 }
 
 TEST_F(MainWindowTest, AnotherTextOrFontGetsTheRoomThatItNeeds) {
@@ -179,7 +245,7 @@ TEST_F(MainWindowTest, ColoursAreThoseOfTheDesktop) {
     other.setColor(QPalette::Window, dark);
     other.setColor(QPalette::WindowText, light);
     QApplication::setPalette(other);
-    for (QWidget* const screen : {outlets.notStartedView, outlets.inProgressView, outlets.completeView}) {
+    for (const auto& [screen, focus, heading, body] : screens) {
         app.show(screen);
         const QImage picture = app.window.grab().toImage();
         EXPECT_EQ(picture.pixelColor(picture.width() / 2, picture.height() - 3), dark);
