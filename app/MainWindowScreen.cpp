@@ -279,7 +279,7 @@ MainWindowScreen::MainWindowScreen(const char* picture)
     mScroller->setFocusPolicy(Qt::NoFocus);
     mScroller->setWidget(page);
 
-    // Before the buttons there is room for a line that tells how things stand, on a screen without buttons too.
+    // The footer is as high on a screen without buttons.
     mFooter->setMinimumHeight(kSmallestButton.height() + 2 * kFooterMargin);
     mButtons->setContentsMargins(kMargin, kFooterMargin, kMargin, kFooterMargin);
     mButtons->setSpacing(kFooterMargin);

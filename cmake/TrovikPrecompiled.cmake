@@ -1,7 +1,7 @@
 # Precompiled headers: the standard library's and third parties' headers that most sources include, compiled once for each
 # kind of target. This project's own headers are not among them, so that a change to one compiles no more than before.
 # Sources still include what they use. The presets clang and fuzz build without any of this, and so would find out.
-option(TROVIK_PRECOMPILE "Compile common headers of the standard library and of third parties once for all targets" ON)
+option(TROVIK_PRECOMPILE "Compile common headers of the standard library and of third parties once for all targets" ${PROJECT_IS_TOP_LEVEL})
 
 set(trovik_standard_headers
   <algorithm> <array> <atomic> <chrono> <condition_variable> <cstdint> <cstdio> <cstdlib> <cstring> <deque> <exception>

@@ -5,7 +5,7 @@ function(trovik_warnings target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
-    # Paths in messages, raise sites and debug information are those of the tree, wherever it was built.
+    # The paths of sources in messages and debug information are those of the tree, wherever it was built.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # GCC 12 reports false positives from deep inside the standard library at -O2 and above.

@@ -1,6 +1,6 @@
 // Start to first painted frame, and private memory at that moment: the tool beside a window of the same toolkit that
 // shows one line of text, in turn.
-//   startup_bench TOOL BARE PRELOAD [ROUNDS [NAME]]    NAME of the peer, "bare text" unless given
+//   startup_bench TOOL BARE PRELOAD [ROUNDS]
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -82,9 +82,9 @@ int main(int argc, char** argv) {
         tool.push_back(a.milliseconds), bare.push_back(b.milliseconds);
         toolMemory.push_back(a.megabytes), bareMemory.push_back(b.megabytes);
     }
-    const char* const name = argc > 5 ? argv[5] : "bare text";
-    std::printf("first frame: tool %.1f ms, %s %.1f ms, ratio %.3f, half of the rounds %.2f to %.2f (goal 1.10)\n",
-                median(tool), name, median(bare), median(ratio), quantile(ratio, 0.25), quantile(ratio, 0.75));
-    std::printf("memory: tool %.1f MB, %s %.1f MB, difference %.1f MB (goal 10)\n", median(toolMemory), name,
+    std::printf(
+        "first frame: tool %.1f ms, bare text %.1f ms, ratio %.3f, half of the rounds %.2f to %.2f (goal 1.10)\n",
+        median(tool), median(bare), median(ratio), quantile(ratio, 0.25), quantile(ratio, 0.75));
+    std::printf("memory: tool %.1f MB, bare text %.1f MB, difference %.1f MB (goal 10)\n", median(toolMemory),
                 median(bareMemory), median(toolMemory) - median(bareMemory));
 }

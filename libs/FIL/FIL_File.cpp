@@ -18,6 +18,7 @@ constexpr mode_t gcNewFileMode = 0666;  // the user's mask takes away what it wa
 /// In the order of OpenMode_t.
 constexpr int gcOpenFlags[] = {O_RDONLY, O_WRONLY | O_CREAT, O_WRONLY | O_CREAT | O_APPEND,
                                O_RDWR,   O_RDWR | O_CREAT,   O_RDWR | O_CREAT | O_APPEND};
+static_assert(std::size(gcOpenFlags) == 6);  // as many as there are modes
 
 bool Empties(OpenMode_t mode) {
     return mode == OpenMode_t::Write || mode == OpenMode_t::ReadWriteCreate;

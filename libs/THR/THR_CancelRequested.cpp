@@ -48,6 +48,8 @@ class Clone_t final : public CancelRequested_t {
 
     Functor_t& mOriginal;
 };
+using CancelRequestedClone_t = Clone_t<CancelRequestedFunctor_t>;
+using ConstCancelRequestedClone_t = Clone_t<const CancelRequestedFunctor_t>;
 
 }  // namespace
 
@@ -70,12 +72,12 @@ void CancelRequestedFunctor_t::Clear() {
 }
 
 glo::AutoPtr<CancelRequested_t> CancelRequestedFunctor_t::Clone() {
-    if (mSource) return glo::AutoPtr<CancelRequested_t>(new Clone_t(*this));
+    if (mSource) return glo::AutoPtr<CancelRequested_t>(new CancelRequestedClone_t(*this));
     return glo::AutoPtr<CancelRequested_t>(new CancelRequestedFunctor_t);
 }
 
 glo::AutoPtr<CancelRequested_t> CancelRequestedFunctor_t::Clone() const {
-    if (mSource) return glo::AutoPtr<CancelRequested_t>(new Clone_t(*this));
+    if (mSource) return glo::AutoPtr<CancelRequested_t>(new ConstCancelRequestedClone_t(*this));
     return glo::AutoPtr<CancelRequested_t>(new CancelRequestedFunctor_t);
 }
 

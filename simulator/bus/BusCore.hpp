@@ -162,7 +162,7 @@ class Listener final : public platform::CFRunLoopSource, public std::enable_shar
 
 /// The bus itself: ports, listeners and the lock. An operation and all that the devices make of it are one turn under
 /// the lock, so that nobody ever sees a transfer that waits although it could be served. What calls outwards (a block
-/// for a loop, the drive, the observer) is kept in an DeferredWork and comes once the lock has been released, since it
+/// for a loop, the drive, the observer) is kept in a DeferredWork and comes once the lock has been released, since it
 /// may call back into the bus. Two threads can therefore post in another order than they worked in; blocks are only
 /// turns, and the order of completions is that of their line.
 ///

@@ -45,19 +45,6 @@ auto withClasses(const Function& function) {
     return function(table.classes);
 }
 
-/// The name of the calling thread. Asking the system for it costs a seventh of a synchronous call, so it is asked once
-/// a second: a thread that is given another name may be logged under the old one for that long.
-const char* threadName(DDLogMessage::Date now) {
-    using std::chrono::seconds;
-    static thread_local std::chrono::sys_seconds asked{seconds(-1)};
-    static thread_local char name[16];
-    if (const auto second = std::chrono::floor<seconds>(now); second != asked) {
-        if (::pthread_getname_np(::pthread_self(), name, sizeof name) != 0) *name = '\0';
-        asked = second;
-    }
-    return name;
-}
-
 DDRegisteredDynamicLogging* classWithName(const std::string& name) {
     return withClasses([&](const auto& classes) {
         const auto found = classes.find(name);
@@ -104,7 +91,8 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
         message.lineNumber = line;
         message.machThreadID = thread;
         message.queueLabel = platform::QueueFrame::currentLabel();
-        message.threadName = threadName(message.timestamp);
+        char name[16];
+        if (::pthread_getname_np(::pthread_self(), name, sizeof name) == 0) message.threadName = name;
         message.tag = tag;
         queued = DDLogCore::shared().queueLogMessage(std::move(message), asynchronous);
     } catch (const std::exception&) {

@@ -113,8 +113,8 @@ void Device_t::OpenInterface() {
     mOpened = Opened_t::Interface;
 }
 
-/// The loop is not run in here: what the aborts complete is dropped when the interface closes, and so no completion
-/// ever meets a pipe that has gone.
+/// No completion is delivered in here: what the aborts complete is dropped when the interface closes, and so none ever
+/// meets a pipe that has gone.
 void Device_t::Cleanup() {
     mOutPipe.reset();
     mInPipe.reset();

@@ -23,8 +23,8 @@ class InPipe_t;
 class OutPipe_t;
 class PipeEventsIntf_t;
 
-/// One opened device: its first interface, claimed, and the three pipes on it. Owned by the session and used on that
-/// one's thread only.
+/// One opened device: its first interface, claimed, and the three pipes on it. Owned by the session and used on the
+/// session's thread only.
 class Device_t : private glo::NonCopyable_t {
   public:
     /// Opens the device at a registry path and starts reading its interrupt pipe.

@@ -28,7 +28,7 @@ class LinuxFileAttributes final : public FileAttributes {
 };
 
 /// Sets what has to do with files (folders, attributes, watches and timers) to Linux's own. These have no state and are
-/// never destroyed: log files are rolled until the very end of the process. Any thread.
+/// never destroyed, so that what was made with them may outlive the PlatformScope. Any thread.
 [[nodiscard]] Platform withLinuxFiles(Platform platform = {});
 
 }  // namespace platform

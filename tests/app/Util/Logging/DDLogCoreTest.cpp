@@ -235,25 +235,7 @@ TEST(DDLog, ApplicationCallCarriesItsPlaceAndItsThread) {
     EXPECT_LE(message.timestamp, std::chrono::system_clock::now());
 }
 
-/// The time of day while this lives: each look at it is a second after the one before.
-struct SteppingClock final : platform::WallClock {
-    SteppingClock() {
-        platform::Platform services;
-        services.wallClock = this;
-        scope.emplace(services);
-    }
-    Date now() override {
-        const int read = ++reads;
-        if (read == 1001) beyondTheBound.release();
-        return Date(std::chrono::seconds(read));
-    }
-    std::atomic<int> reads{0};
-    std::binary_semaphore beyondTheBound{0};
-    std::optional<platform::PlatformScope> scope;
-};
-
-TEST(DDLog, MessageNamesTheQueueAndTheThreadOfItsCallWhoseNewNameIsSeenWithinASecond) {
-    const SteppingClock clock;
+TEST(DDLog, MessageNamesTheQueueAndTheThreadOfItsCall) {
     const auto logger = std::make_shared<RecordingLogger>([](const DDLogMessage& message) {
         if (message.queueLabel == "a caller's queue") DDLogError("from the logger");
     });
@@ -280,7 +262,15 @@ TEST(DDLog, MessageNamesTheQueueAndTheThreadOfItsCallWhoseNewNameIsSeenWithinASe
 }
 
 TEST(DDLog, MessageHasTheTimeOfItsCallHoweverLongThatWaitsForRoom) {
-    SteppingClock clock;
+    struct : platform::WallClock {
+        Date now() override {
+            if (++reads == 1001) beyondTheBound.release();
+            return {};
+        }
+        std::atomic<int> reads{0};
+        std::binary_semaphore beyondTheBound{0};
+    } clock;
+    const platform::PlatformScope scope({.wallClock = &clock});
     const auto logger = std::make_shared<RecordingLogger>([&, first = true](const auto&) mutable {
         if (!std::exchange(first, false)) return;
         EXPECT_TRUE(clock.beyondTheBound.try_acquire_for(std::chrono::seconds(10)));
