@@ -32,15 +32,6 @@ struct WorldBackend final : support::UsbBackend {
 using InProcessBusTest = contract::UsbContract<WorldBackend>;
 using RealTimeDriveTest = contract::UsbContract<RealTimeBackend>;
 
-TEST_F(InProcessBusTest, DeviceAndInterfaceAreHeldByOneAtATime) {
-    Opened opened = open();
-    EXPECT_EQ(opened.device->USBDeviceOpen(), kIOReturnExclusiveAccess);
-    EXPECT_EQ(opened.interface->USBInterfaceOpen(), kIOReturnExclusiveAccess);
-    EXPECT_THROW(Opened(backend, backend.world.path()), std::runtime_error);
-    opened.close();
-    EXPECT_NO_THROW(Opened(backend, backend.world.path()));
-}
-
 TEST_F(InProcessBusTest, ObserverHearsOfWhatAPersonWouldSee) {
     int heard = 0;
     backend.world.bus.setObserver([&] { ++heard; });

@@ -110,15 +110,6 @@ TEST_F(UmockUsbTest, KernelDriverIsDetachedAndGivenBack) {
     EXPECT_TRUE(gLog.empty());
 }
 
-TEST_F(UmockUsbTest, DescriptorsCutOffBehindTheInterfaceLeaveItWithoutPipes) {
-    constexpr std::size_t kEndpoints = 18 + 9 + 9;  // behind device, configuration and interface
-    simulator::Bytes descriptors = simulator::usbDescriptors({});
-    ASSERT_GT(descriptors[kEndpoints - 9 + 4], 0) << "endpoints are promised";
-    descriptors.resize(kEndpoints + 3);  // and the first of them is cut off
-    usb.setDescriptors(descriptors);
-    ExpectNotOpened();
-}
-
 TEST_F(UmockUsbTest, DeviceOfAnotherProgramIsLeftAloneAndTheLogSaysSo) {
     usb.setDriver("usbfs");
     ExpectNotOpened();
@@ -197,30 +188,20 @@ struct OnTerminalNode : support::UmockBackend {
 };
 using UmockHangUpTest = contract::UsbContract<OnTerminalNode>;
 
-TEST_F(UmockHangUpTest, DeviceThatHasGoneDoesNotKeepItsLoopBusy) {
+TEST_F(UmockHangUpTest, DeviceThatIsSilentOrHasGoneDoesNotKeepItsLoopBusy) {
     Opened opened = open();
     opened.read(opened.interruptIn);
+    // What libusb tells itself is served once; then there is nothing more.
+    const auto served = [&] {
+        int runs = 0;
+        while (runs < 10 && backend.loop().CFRunLoopRunInMode("contract", 0.05, true) != CFRunLoopRunResult::TimedOut)
+            ++runs;
+        return runs;
+    };
+    EXPECT_LE(served(), 2) << "silent";
     backend.unplug();
     ASSERT_TRUE(opened.runUntilCompletions(1));
-    // What libusb tells itself about the removal is served once; then there is nothing more.
-    int served = 0;
-    while (served < 10 && backend.loop().CFRunLoopRunInMode("contract", 0.05, true) != CFRunLoopRunResult::TimedOut) {
-        ++served;
-    }
-    EXPECT_LE(served, 2);
-}
-
-TEST_F(UmockUsbTest, WaitingForTheDeviceAsksTheKernelNothing) {
-    Opened opened(*this, path);
-    opened.read(opened.interruptIn, true);
-    opened.writeWhole(contract::kStart);
-    ASSERT_TRUE(opened.runUntilCompletions(2));
-    const auto before = usb.requests();
-    loop().CFRunLoopRunInMode("contract", 0.1, false);
-    const auto after = usb.requests();
-    EXPECT_EQ(after.emptyReaps, before.emptyReaps);
-    EXPECT_EQ(after.reaped, before.reaped);
-    EXPECT_EQ(after.other, before.other);
+    EXPECT_LE(served(), 2) << "gone";
 }
 
 }  // namespace
