@@ -33,17 +33,6 @@ namespace {
 using namespace std::chrono_literals;
 using platform::SerialQueue;
 
-TEST(SerialQueue, SynchronousBlockOnAnIdleQueueRunsOnTheCallersThread) {
-    SerialQueue queue("idle");
-    std::thread::id ranOn;
-    queue.dispatch_sync([&] {
-        ranOn = std::this_thread::get_id();
-        EXPECT_TRUE(queue.isCurrent());
-    });
-    EXPECT_EQ(ranOn, std::this_thread::get_id());
-    EXPECT_FALSE(queue.isCurrent());
-}
-
 TEST(SerialQueue, BlocksOfManyThreadsRunOneAtATimeAndInEachThreadsOrder) {
     constexpr int kThreads = 4, kBlocks = 500;
     std::array<int, kThreads> next{};
