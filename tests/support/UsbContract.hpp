@@ -214,8 +214,9 @@ inline std::vector<Found> present(IORegistry& registry) {
 /// Is told of the library's devices from its port's source, one group a call.
 struct Listener {
     explicit Listener(IORegistry& where) : registry(where), port(where.IONotificationPortCreate()) {}
-    IOReturn subscribe(const char* type = kIOServiceMatched) {
-        return registry.IOServiceAddMatchingNotification(*port, type, matchingTrovik(), told, this, iterator);
+    IOReturn subscribe() {
+        return registry.IOServiceAddMatchingNotification(*port, kIOServiceMatched, matchingTrovik(), told, this,
+                                                         iterator);
     }
     static void told(void* refCon, IOIterator& found) {
         static_cast<Listener*>(refCon)->groups.push_back(drain(found));
@@ -269,7 +270,6 @@ TYPED_TEST_P(UsbContract, PresentDeviceIsFoundByItsPathAndForgottenWhenItLeaves)
     const auto entry = registry.IORegistryEntryFromPath(first.path);
     ASSERT_TRUE(entry);
     std::string path;
-    EXPECT_EQ(entry->IORegistryEntryGetPath("IOPower", path), kIOReturnNotFound);
 
     this->backend.unplug();
     EXPECT_TRUE(present(registry).empty());
@@ -288,7 +288,6 @@ TYPED_TEST_P(UsbContract, NotificationTellsOfNewMatchesOnly) {
     Listener listener(this->backend.registry());
     const auto source = listener.port->IONotificationPortGetRunLoopSource();
     loop.CFRunLoopAddSource(source, kCFRunLoopDefaultMode);
-    EXPECT_EQ(listener.subscribe("IOServiceTerminate"), kIOReturnUnsupported);
     ASSERT_EQ(listener.subscribe(), kIOReturnSuccess);
     EXPECT_EQ(drain(*listener.iterator).size(), 1u) << "what is there already";
 
