@@ -1,5 +1,3 @@
-// What the device does right shows in every test of the library and the application; here is what it must refuse, since
-// those tests rely on an empty list of refusals.
 #include "simulator/world/SimulatedWorld.hpp"
 
 #include <gtest/gtest.h>
@@ -7,6 +5,7 @@
 #include <algorithm>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace simulator {
@@ -17,6 +16,63 @@ Bytes application(std::uint16_t id, Bytes data = {}) {
 }
 Bytes commandBytes(std::uint16_t command) {
     return application(kCommand, Writer().u16(command).take());
+}
+
+/// The host's end of the bus, by hand, in a session.
+struct Host {
+    Host() {
+        world.plug();
+        write(encodePacket({kUsbLayer, kStartSession, {}}));
+        read();
+    }
+    void write(const Bytes& bytes) {
+        const std::size_t most = device.profile().pipe(Pipe::BulkOut)->maxPacketSize;
+        for (std::size_t at = 0; at <= bytes.size(); at += most) {
+            const auto packet = std::span(bytes).subspan(at, std::min(most, bytes.size() - at));
+            EXPECT_EQ(device.writePacket(packet, world.clock.now()), Device::WriteResult::Taken);
+        }
+    }
+    /// What waits on the interrupt pipe, where each of these tests' answers fits into one packet.
+    std::vector<Bytes> read() {
+        std::vector<Bytes> packets;
+        while (device.hasPacket(Pipe::InterruptIn)) packets.push_back(device.takePacket(Pipe::InterruptIn));
+        return packets;
+    }
+
+    SimulatedWorld world;
+    Device& device = world.device();
+};
+
+TEST(Device, AnswersAndTheFaultsOnThemAreExactByteForByte) {
+    const Bytes id = {0x4E, 0xC7, 0x3B, 0xE3}, own = application(kUnitId, id);
+    const auto fault = [](FaultKind kind) { return Fault::onAnswer(kUnitId, kind); };
+    const std::pair<Fault, std::vector<Bytes>> cases[] = {
+        {fault(FaultKind::NoAnswer), {}},
+        {fault(FaultKind::WrongAnswer).withNumber(39), {application(39, id)}},
+        {fault(FaultKind::Garbage).withBytes({1, 2, 3}), {{1, 2, 3}}},
+        {fault(FaultKind::ForeignFrames).withNumber(2), {application(40'000), application(40'001, {0x2A}), own}},
+        {fault(FaultKind::WrongSizeField), {{20, 0, 0, 0, 38, 0, 0, 0, 5, 0, 0, 0, 0x4E, 0xC7, 0x3B, 0xE3}}},
+        {fault(FaultKind::Padded).withNumber(18), {application(kUnitId, {0x4E, 0xC7, 0x3B, 0xE3, 0, 0})}},
+    };
+    for (const auto& [one, answers] : cases) {
+        SCOPED_TRACE(static_cast<int>(one.kind));
+        Host host;
+        host.device.addFault(one);
+        host.write(commandBytes(kGetUnitId));
+        EXPECT_EQ(host.read(), answers);
+        host.write(commandBytes(kGetUnitId));
+        EXPECT_EQ(host.read(), std::vector<Bytes>{own}) << "the fault is used up";
+    }
+    Host host;
+    host.device.profile().descriptions = {"Unit", "B"};
+    host.device.profile().protocols = protocolEntries("A010 D1018");
+    host.device.profile().extendedProductData = {{"X"}};
+    host.write(application(kProductRequest));
+    const std::vector<Bytes> identification = {
+        {20, 0, 0, 0, 0xFF, 0, 0, 0, 11, 0, 0, 0, 0xE8, 3, 230, 0, 'U', 'n', 'i', 't', 0, 'B', 0},
+        {20, 0, 0, 0, 0xFD, 0, 0, 0, 6, 0, 0, 0, 'A', 10, 0, 'D', 0xFA, 3},
+        {20, 0, 0, 0, 0xF8, 0, 0, 0, 2, 0, 0, 0, 'X', 0}};
+    EXPECT_EQ(host.read(), identification);
 }
 
 TEST(Device, WhatMakesNoSenseIsRefusedRecordedAndWithoutEffect) {
@@ -44,21 +100,12 @@ TEST(Device, WhatMakesNoSenseIsRefusedRecordedAndWithoutEffect) {
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(one.reason);
-        SimulatedWorld world;
-        world.plug();
-        Device& device = world.device();
-        const std::size_t most = device.profile().pipe(Pipe::BulkOut)->maxPacketSize;
-        const auto write = [&](const Bytes& bytes) {
-            for (std::size_t at = 0; at <= bytes.size(); at += most) {
-                const auto packet = std::span(bytes).subspan(at, std::min(most, bytes.size() - at));
-                EXPECT_EQ(device.writePacket(packet, world.clock.now()), Device::WriteResult::Taken);
-            }
-        };
-        if (one.session) write(encodePacket({kUsbLayer, kStartSession, {}}));
-        while (device.hasPacket(Pipe::InterruptIn)) device.takePacket(Pipe::InterruptIn);
-        device.setBootState(one.state, world.clock.now());
+        Host host;
+        Device& device = host.device;
+        if (!one.session) device.configured(host.world.clock.now());
+        device.setBootState(one.state, host.world.clock.now());
         const auto store = device.store().entries();
-        write(one.bytes);
+        host.write(one.bytes);
         EXPECT_EQ(device.record().refused(), std::vector<std::string>{one.reason});
         EXPECT_FALSE(device.hasPacket(Pipe::InterruptIn) || device.hasPacket(Pipe::BulkIn));
         EXPECT_EQ(device.bootState(), one.state);
