@@ -5,14 +5,17 @@
 #include "app/Util/Logging/DDTTYLogger.hpp"
 #include "app/Util/Logging/VundLogFileManager.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
+#include "app/Util/Logging/impl/DDLogCore.hpp"
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "tests/app/Util/Logging/LoggingSupport.hpp"
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <regex>
+#include <semaphore>
 #include <sstream>
 #include <sys/resource.h>
 #include <thread>
@@ -42,16 +45,16 @@ class LoggingProcess : public testing::Test {
             mFolder.emplace();
             ::setenv("LOGGING_TEST_FOLDER", mFolder->path().c_str(), 1);
         }
-        data = std::getenv("LOGGING_TEST_FOLDER");
-        ::setenv("XDG_DATA_HOME", data.c_str(), 1);
+        ::setenv("XDG_DATA_HOME", std::getenv("LOGGING_TEST_FOLDER"), 1);
     }
     ~LoggingProcess() override {
         if (mFolder) ::unsetenv("LOGGING_TEST_FOLDER");
     }
 
     /// The text of the log file, or of what else is in its folder too.
-    std::string log() const {
+    static std::string log() {
         std::string text;
+        const std::string data = std::getenv("LOGGING_TEST_FOLDER");
         for (const auto& entry : std::filesystem::directory_iterator(data + "/Trovik/ResetTool"))
             text += support::ReadFile(entry.path());
         return text;
@@ -59,22 +62,30 @@ class LoggingProcess : public testing::Test {
 
     const platform::PlatformScope mScope{platform::withLinuxFiles()};
     std::optional<support::TemporaryFolder> mFolder;
-    std::string data;
 };
 
 TEST_F(LoggingProcess, NormalExitWritesWhatWaitsAndLateLinesToo) {
+    static std::binary_semaphore ending(0);
+    struct End {
+        ~End() { ending.release(); }
+    };
     struct Late {
-        ~Late() { DDLogError("from a static object's end"); }
+        ~Late() {
+            const std::string text = log();
+            DDLogError("behind %td lines", std::ranges::count(text, '\n'));
+        }
     };
     EXPECT_EXIT(
         {
             static const Late late;
             setUpLogging();
-            DDLogInfo("waits");
+            static const End end;
+            DDLogCore::shared().loggingQueue().dispatch_async([] { ending.acquire(); });
+            for (int i = 0; i < 200; ++i) DDLogInfo("waits");
             std::exit(0);
         },
         testing::ExitedWithCode(0), "waits");
-    EXPECT_THAT(log(), testing::MatchesRegex("[^\n]* I . waits\n[^\n]* E . from a static object's end\n"));
+    EXPECT_THAT(log(), testing::ContainsRegex("waits\n[^\n]* E . behind 200 lines\n$"));
 }
 
 TEST_F(LoggingProcess, OutputThatTakesNothingDoesNotHoldUpTheEnd) {
