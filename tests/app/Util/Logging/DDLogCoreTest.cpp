@@ -188,7 +188,6 @@ TEST(DDLogCore, LoggersComeAndGoInOrderWithTheMessages) {
         add(core, logger);
         post(core, "first");
         post(core, "second");
-        core.loggingQueue().dispatch_async(nullptr);
         flush(core);
         core.loggingQueue().dispatch_async([&] { core.lt_removeLogger(logger.get()); });
         post(core, "after");
@@ -277,20 +276,6 @@ TEST(DDLog, OnlyErrorLinesWaitAndALevelThatIsOffEvaluatesNothing) {
         EXPECT_EQ(lines[0].logFlag, flag);
     }
     ddLogLevel = 7;
-}
-
-TEST(DDLog, LevelsOfRegisteredClassesAreReachedByNameAndByClass) {
-    struct Class : DDRegisteredDynamicLogging {
-        std::uint32_t level = 0;
-        std::uint32_t ddLogLevel() const override { return level; }
-        void ddSetLogLevel(std::uint32_t to) override { level = to; }
-    } aClass;
-    DDLog::registerClass("Finder", &aClass);
-    DDLog::setLogLevelForClassWithName(31, "Finder");
-    EXPECT_EQ(DDLog::registeredClassNames(), Texts{"Finder"});
-    EXPECT_EQ(DDLog::logLevelForClass(DDLog::registeredClasses().at(0)), 31U);
-    DDLog::unregisterClass("Finder");
-    EXPECT_TRUE(DDLog::registeredClasses().empty());
 }
 
 }  // namespace
