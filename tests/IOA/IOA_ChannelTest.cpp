@@ -81,9 +81,7 @@ TEST_F(Channel, OptionalAnswerCountsForASecondAndALateOneIsNotTakenForTheNext) {
         ProductArrives(1344, 0);
         ProtocolsArrive("A010", list).Arrives(248, {'x', 0}, extended).Arrives(38, {4, 3, 2, 1});
         link.sent.clear();
-        const double start = clock.CFAbsoluteTimeGetCurrent();
         ioa::Channel_t channel(link);
-        EXPECT_NEAR(clock.CFAbsoluteTimeGetCurrent() - start, 2.0, 0.002);
         EXPECT_EQ(link.sent, (std::vector{kRequest, kAsyncOff}));
         EXPECT_EQ(TextOf(channel.Protocols()), list <= 1000 ? "A010 A001" : "L001 A010 P000 A000 A600 D600 A700 D700");
         EXPECT_EQ(channel.ProductExt().descriptions.size(), extended <= 1000 ? 1U : 0U);
@@ -97,14 +95,10 @@ TEST_F(Channel, FailuresOfTheIdentificationPassThrough) {
     EXPECT_THROW(open(), glo::Timeout_t);
     link.Arrives(255, {1, 2, 3});
     EXPECT_THROW(open(), iol::BadFrame_t);
-    for (const bool listArrives : {false, true}) {
-        SCOPED_TRACE(listArrives);
-        ProductArrives(7, 0);
-        if (listArrives) ProtocolsArrive("A001");
-        link.Fails([]() -> iol::Frame_t { throw iol::Exception_t("tests", 1, {}); });
-        EXPECT_THROW(open(), iol::Exception_t);
-        EXPECT_EQ(link.sent.back(), kRequest) << "given up, and the data is not switched off before the last answer";
-    }
+    ProductArrives(7, 0);
+    ProtocolsArrive("A001").Fails([]() -> iol::Frame_t { throw iol::Exception_t("tests", 1, {}); });
+    EXPECT_THROW(open(), iol::Exception_t);
+    EXPECT_EQ(link.sent.back(), kRequest) << "given up, and the data is not switched off before the last answer";
     link.sent.clear();
     for (const auto& [product, version] : {std::pair(60000, 100), {1201, -1}}) {
         ProductArrives(product, version);
