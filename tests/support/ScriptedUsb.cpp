@@ -43,11 +43,9 @@ class ScriptedUsb::Node final : public IOService,
     }
     IOReturn USBDeviceClose() override { return kIOReturnSuccess; }
     IOReturn GetConfigurationDescriptorPtr(std::uint8_t, IOUSBConfigurationDescriptor& found) override {
-        return give(found, IOUSBConfigurationDescriptor{kConfiguration, 1});
+        return give(found, IOUSBConfigurationDescriptor{1, 1});
     }
-    IOReturn SetConfiguration(std::uint8_t value) override {
-        return value == kConfiguration ? kIOReturnSuccess : kIOReturnNotFound;
-    }
+    IOReturn SetConfiguration(std::uint8_t) override { return kIOReturnSuccess; }
     IOReturn GetDeviceVendor(std::uint16_t& vendor) override { return give(vendor, kTrovikVendorId); }
     IOReturn GetDeviceProduct(std::uint16_t& product) override { return give(product, std::uint16_t{3}); }
     IOReturn GetDeviceReleaseNumber(std::uint16_t& release) override { return give(release, std::uint16_t{1}); }
@@ -61,6 +59,7 @@ class ScriptedUsb::Node final : public IOService,
     IOReturn USBInterfaceOpen() override { return give(mUsb.mIsOpen, std::make_shared<bool>()); }
     IOReturn USBInterfaceClose() override {
         mUsb.mReads.clear();
+        mUsb.mEvents.clear();
         return give(mUsb.mIsOpen, nullptr);
     }
     IOReturn GetNumEndpoints(std::uint8_t& count) override {
@@ -85,15 +84,13 @@ class ScriptedUsb::Node final : public IOService,
         }
         if (end.count == 0 && end.result == kIOReturnSuccess) end.count = bytes.size();
         if (!end.ends) return kIOReturnSuccess;
-        mUsb.add(mUsb.mClock.now() + end.delay,
-                 [&usb = mUsb, end, callback, refCon, open = std::weak_ptr(mUsb.mIsOpen)] {
-                     if (open.expired()) return true;
-                     usb.post([end, callback, refCon] {
-                         if (end.raise) end.raise();
-                         callback(refCon, end.result, reinterpret_cast<void*>(end.count));
-                     });
-                     return true;
-                 });
+        mUsb.add(mUsb.mClock.now() + end.delay, [&usb = mUsb, end, callback, refCon] {
+            usb.post([end, callback, refCon] {
+                if (end.raise) end.raise();
+                callback(refCon, end.result, reinterpret_cast<void*>(end.count));
+            });
+            return true;
+        });
         return kIOReturnSuccess;
     }
     IOReturn AbortPipe(std::uint8_t pipeRef) override {
@@ -114,8 +111,6 @@ class ScriptedUsb::Node final : public IOService,
     void cancelled() override { mUsb.mLoop.reset(); }
 
   private:
-    static constexpr std::uint8_t kConfiguration = 7;  // not what one would guess
-
     template <typename To, typename From>
     static IOReturn give(To& to, From from) {
         to = std::move(from);
