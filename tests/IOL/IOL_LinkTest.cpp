@@ -81,18 +81,15 @@ TEST_F(LinkDeathTest, FrameOfAnotherIdOrEmptyListOrNullEntryStopsTheProgram) {
     EXPECT_EXIT(link.GetPacket({&packet, nullptr}, 0), stops, "libs/IOL/IOL_Link Line: 80");
 }
 
-TEST_F(Link, SentPacketGoesOutAsItsFrameWithTheGivenTimeout) {
+TEST_F(Link, PacketsGoOutAndComeInWithTheGivenTimeoutAndOtherFramesAreLost) {
     packet.payload = {1, 2};
     link.SendPacket(packet, 1234);
     EXPECT_EQ(link.sent, (std::vector<support::WireFrame>{{10, {1, 2}}}));
     EXPECT_EQ(link.sendTimeouts, Timeouts{1234});
-}
-
-TEST_F(Link, OtherFramesAreLostAndEachReceiveGetsTheWholeTimeout) {
     link.Arrives(12, {9}, 900).Arrives(10, {1}, 950).Arrives(10, {2});
     link.GetPacket(packet, 1000);
     EXPECT_EQ(packet.payload, Bytes{1});
-    EXPECT_EQ(link.receiveTimeouts, (Timeouts{1000, 1000}));
+    EXPECT_EQ(link.receiveTimeouts, (Timeouts{1000, 1000})) << "each receive gets the whole one";
     EXPECT_EQ(link.Pending(), 1U);
 }
 
