@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <thread>
 
 namespace {
 
@@ -31,17 +30,19 @@ struct StartedSession : ScriptedDevice, testing::Test {
 
     iou::UsbLink_t link{(startsSession(), openLink())};
 };
-using SessionDeathTest = StartedSession;
 
 TEST(Session, StartLearnsTheUnitIdFromPipesInAnyOrderAsksForThePacketSizeAndLeavesNothingBehind) {
     auto profile = simulator::Profile::instant();
     std::swap(profile.pipes.front(), profile.pipes.back());
+    profile.configurationValue = 7;
     SimulatedDevice world(profile);
     {
         auto link = world.openLink();
         EXPECT_EQ(link.UnitId(), 3812345678U);
-        EXPECT_EQ(world.received(0), (std::vector<simulator::UsbPacket>{{0, 5, {}}, {0, 16, {}}}));
+        EXPECT_EQ(world.device().record().received(0), (std::vector<simulator::UsbPacket>{{0, 5, {}}, {0, 16, {}}}));
     }
+    const auto modeOfSession = [&] { return iou::Session_t(world.path(), kLimit).RunLoopMode(); };
+    EXPECT_NE(modeOfSession(), modeOfSession());
     EXPECT_TRUE(world.isUntouched());
     EXPECT_FALSE(world.loops.hasReadyBlocks());
     EXPECT_FALSE(world.clock.nextDue());
@@ -124,8 +125,6 @@ TEST_F(StartedSession, WithoutALimitWaitsForAYear) {
                 clock.CFAbsoluteTimeGetCurrent() + 31536000, 1e-3);
     usb.endsWrite({.delay = std::chrono::hours(1)});
     EXPECT_EQ(timed([&] { EXPECT_EQ(sends(2, win::gcDurationInfinite), ""); }), 3600000);
-    usb.brings(ScriptedUsb::kBulkIn, {}, platform::kIOReturnIOError);  // nobody reads there
-    EXPECT_EQ(gets(0), kSessionFile + " 258");
 }
 
 TEST_F(StartedSession, WriteThatFillsItsLastPacketEndsWithTheEmptyOne) {
@@ -144,11 +143,6 @@ TEST(Session, FirstErrorStaysWhateverHasBeenReceivedAndNothingIsWrittenAfterIt) 
     constexpr auto cError = platform::kIOReturnIOError;
     const std::pair<void (*)(ScriptedDevice&), std::string> cases[] = {
         {[](auto& world) { world.usb.brings(kInterrupt, {}, cError); }, "libs/IOU/mac/IOU_InPipe 178"},
-        {[](auto& world) {
-             world.usb.brings(kInterrupt, world.packet(0, 2));
-             world.usb.brings(ScriptedUsb::kBulkIn, {}, cError);
-         },
-         "libs/IOU/mac/IOU_InPipe 178"},
         {[](auto& world) { world.usb.endsWrite({.result = cError}); }, "libs/IOU/mac/IOU_OutPipe 126"},
     };
     for (const auto& [fails, site] : cases) {
@@ -167,25 +161,6 @@ TEST(Session, FirstErrorStaysWhateverHasBeenReceivedAndNothingIsWrittenAfterIt) 
         EXPECT_EQ(world.timed([&] { raisedAt<iou::BadUsbDevice_t>(send); }), 0);
         EXPECT_EQ(world.usb.writes.size(), 3U) << "two of them those of the start";
     }
-}
-
-TEST(Session, TwoOnOneThreadEachGetTheirOwnAnswers) {
-    SimulatedDevice world;
-    auto profile = simulator::Profile::instant();
-    profile.unitId = 77;
-    const auto other = world.bus.addDevice(profile);
-    world.plug(other);
-    auto first = world.openLink();
-    auto second = world.open(world.path(other));
-    for (auto* link : {&first, &second}) link->SendFrameWithTimeout({10, Bytes{14, 0}}, kLimit);  // the unit id
-    for (auto* link : {&second, &first})
-        EXPECT_EQ(link->GetFrameWithTimeout(kLimit).Bytes(), simulator::Writer().u32(link->UnitId()).take());
-    EXPECT_NE(first.UnitId(), second.UnitId());
-}
-
-TEST_F(SessionDeathTest, AnotherThreadIsStopped) {
-    EXPECT_DEATH(std::thread([&] { gets(); }).join(), kSessionFile);
-    EXPECT_DEATH(std::thread([&] { sends(); }).join(), kSessionFile);
 }
 
 }  // namespace

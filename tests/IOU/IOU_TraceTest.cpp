@@ -1,5 +1,4 @@
 #include "IOL/IOL_Packet.hpp"
-#include "WIN/WIN_Trace.hpp"
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/UsbWorld.hpp"
@@ -112,11 +111,6 @@ TEST(Trace, SwitchedOnTellsTheWholeSessionAndItsExchangesInOrder) {
                 "iou::Session_t::SendFrameWithTimeout - Timed out waiting to send frame\n" + closing +
                 "Session ended.\n";
     EXPECT_EQ(traced(folder / "Trovik/IouUsbDebug.log"), expected);
-}
-
-TEST(Trace, SwitchedOffAsksForNoPiece) {
-    win::DebugServer_t off{win::DebugServer_t::SwitchedOff_t{}};
-    win::Trace(off, "text\n", [] { return (ADD_FAILURE(), 1); });
 }
 
 }  // namespace

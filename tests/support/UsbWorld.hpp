@@ -36,7 +36,6 @@ class SimulatedDevice : public UsbWorld {
         plug();
     }
 
-    std::vector<simulator::UsbPacket> received(std::uint8_t layer) { return device().record().received(layer); }
     bool isUntouched() const { return bus.openDevices() == 0 && bus.pendingTransfers() == 0; }
     iou::UsbLink_t openLink() { return open(path()); }
 };
