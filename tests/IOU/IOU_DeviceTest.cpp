@@ -36,8 +36,7 @@ TEST(Device, EachFailingStepOfOpeningIsReportedWithItsLineThrowsOneAndClosesEver
         {Step::CreateInterfaceAsyncEventSource, "Device, 217", 1},
         {Step::GetNumEndpoints, "InPipe, 53", 1},
         {Step::GetPipeProperties, "InPipe, 72", 1},
-        {Step::GetNumEndpoints, "InPipe, 53", 2},  // the bulk partner's
-        {Step::GetNumEndpoints, "OutPipe, 40", 3},
+        {Step::GetNumEndpoints, "OutPipe, 40", 3},    // after the interrupt pipe's and its bulk partner's
         {Step::GetPipeProperties, "OutPipe, 59", 4},  // after 1 for interrupt, 2 for bulk in
         {Step::InterfaceIteratorNext, "Device, 160", 1},
     };

@@ -20,15 +20,13 @@ iol::Frame_t frameOf(std::uint16_t id, std::size_t size) {
 }
 
 /// Each act answers where it raised, or nothing.
-struct StartedSession : ScriptedDevice, testing::Test {
+struct StartedSession : StartedDevice, testing::Test {
     std::string gets(win::Duration_t limit = kLimit) {
         return raisedAt<glo::Timeout_t>([&] { link.GetFrameWithTimeout(limit); });
     }
     std::string sends(std::size_t size = 2, win::Duration_t limit = kLimit) {
         return raisedAt<glo::Timeout_t>([&] { link.SendFrameWithTimeout(frameOf(0x01FF, size), limit); });
     }
-
-    iou::UsbLink_t link{(startsSession(), openLink())};
 };
 
 TEST(Session, StartLearnsTheUnitIdFromPipesInAnyOrderAsksForThePacketSizeAndLeavesNothingBehind) {

@@ -8,7 +8,6 @@
 
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace support {
 
@@ -61,6 +60,12 @@ class ScriptedDevice : public UsbWorld {
                                     .masterPort = &usb,
                                     .standardUserDefaults = &defaults,
                                     .log = [](const std::string&) {}}};
+};
+
+/// The same with a started session.
+class StartedDevice : public ScriptedDevice {
+  public:
+    iou::UsbLink_t link{(startsSession(), openLink())};
 };
 
 }  // namespace support
