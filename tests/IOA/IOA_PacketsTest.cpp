@@ -133,7 +133,6 @@ TEST(PvtData, TimeIsTheNearestSecondWithHalvesAwayFromZero) {
     EXPECT_EQ(seconds(0, 2.5, 0), 3);
     EXPECT_EQ(seconds(0, 0.5, 3), -3);
     EXPECT_EQ(seconds(2147483647, 0, -1), 2147483647LL * 86400 + 1);
-    EXPECT_GT(seconds(0, 1e300, 0), 0);
 }
 
 TEST(PvtData, FixWithoutFiniteNumbersIsABadFrameAndWithoutAFixNobodyLooks) {

@@ -12,10 +12,8 @@
 
 namespace {
 
+using namespace support;
 using iol::Frame_t;
-using support::Bytes;
-using support::raisedAt;
-using Timeouts = std::vector<win::Duration_t>;
 
 TEST(Frame, CopiesShareOnePayloadThatOutlivesTheOriginalAndStreamsCopyIt) {
     const unsigned char source[] = {1, 2, 3};
@@ -62,9 +60,9 @@ struct Probe : iol::Packet_t {
 };
 
 struct Link : testing::Test {
-    support::ManualClock clock;
+    ManualClock clock;
     platform::PlatformScope scope{{.clock = &clock}};
-    support::ScriptedLink link{clock};
+    ScriptedLink link{clock};
     Probe packet{10};
     Probe other{11};
 };
@@ -84,7 +82,7 @@ TEST_F(LinkDeathTest, FrameOfAnotherIdOrEmptyListOrNullEntryStopsTheProgram) {
 TEST_F(Link, PacketsGoOutAndComeInWithTheGivenTimeoutAndOtherFramesAreLost) {
     packet.payload = {1, 2};
     link.SendPacket(packet, 1234);
-    EXPECT_EQ(link.sent, (std::vector<support::WireFrame>{{10, {1, 2}}}));
+    EXPECT_EQ(link.sent, (std::vector<WireFrame>{{10, {1, 2}}}));
     EXPECT_EQ(link.sendTimeouts, Timeouts{1234});
     link.Arrives(12, {9}, 900).Arrives(10, {1}, 950).Arrives(10, {2});
     link.GetPacket(packet, 1000);

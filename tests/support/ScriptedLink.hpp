@@ -15,13 +15,9 @@
 namespace support {
 
 using Bytes = std::vector<unsigned char>;
+using Timeouts = std::vector<win::Duration_t>;
 
-/// One frame as the other side saw it, comparable and printable by the test framework.
-struct WireFrame {
-    unsigned short id = 0;
-    Bytes payload;
-    bool operator==(const WireFrame&) const = default;
-};
+using WireFrame = std::pair<unsigned short, Bytes>;  ///< one frame as the other side saw it: id and payload
 
 /// A link whose other side follows a script on a simulated clock: frames arrive in order, each a given time after the
 /// wait before it ended. Everything that the host does is recorded.
@@ -58,7 +54,7 @@ class ScriptedLink : public iol::Link_t {
     }
 
     void SendFrameWithTimeout(const iol::Frame_t& frame, win::Duration_t timeout) override {
-        sent.push_back({frame.Id(), frame.Bytes()});
+        sent.emplace_back(frame.Id(), frame.Bytes());
         sendTimeouts.push_back(timeout);
     }
 
@@ -68,8 +64,8 @@ class ScriptedLink : public iol::Link_t {
     std::size_t Pending() const { return mScript.size(); }
 
     std::vector<WireFrame> sent;
-    std::vector<win::Duration_t> sendTimeouts;
-    std::vector<win::Duration_t> receiveTimeouts;
+    Timeouts sendTimeouts;
+    Timeouts receiveTimeouts;
 
   private:
     struct Step {
