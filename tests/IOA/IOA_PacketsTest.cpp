@@ -55,7 +55,7 @@ TEST(Packets, EncodingIsByteExactAndDecodingTakesSurplusButNothingShorter) {
     ExpectForm({0}, UnitNamePacket_t());
     ExpectForm({0, 0}, DataRqst_t());
     // Request numbers wrap at 32, and only 16 bits travel.
-    ExpectForm({0x09, 0x80}, DataRqst_t({Rqst{0}, Rqst{35}, Rqst{16}, Rqst{47}}));
+    ExpectForm({0x0A, 0x80}, DataRqst_t({Rqst{1}, Rqst{35}, Rqst{16}, Rqst{47}}));
     ExpectForm({0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0}, With(&RgnSize_t::size, -2LL));
     TimeData_t time;
     std::tie(time.month, time.day, time.year, time.hour, time.minute, time.second) = std::tuple(1, 2, 2003, 4, 5, 6);
