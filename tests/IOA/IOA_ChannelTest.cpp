@@ -126,7 +126,7 @@ TEST_F(Channel, OperationsSendAndAwaitTheirPackets) {
         {{{14, {1, 2, 3, 0, 4, 0, 5, 6}}}, [](C& c) { EXPECT_EQ(c.GetTimeData().second, 6); }, {{10, {5, 0}}}, {3000}},
         {{}, [](C& c) { c.SetTimeData(ioa::TimeData_t()); }, {{14, Bytes(8)}, {47, {0, 0}}}, {}},
         {{}, [](C& c) { c.SendKeepAlive(); }, {{10, {0xAC, 0x02}}}, {}},
-        {{{1523, {9, 0, 0, 0}}}, [](C& c) { EXPECT_EQ(c.GetDeviceDisconnectTimeout(), 9U); }, {{10, {0xAD, 2}}}, {3000}},
+        {{{1523, {9, 0, 0, 0}}}, [](C& c) { EXPECT_EQ(c.GetDeviceDisconnectTimeout(), 9U); }, {{10, {173, 2}}}, {3000}},
         {{{12, {7, 0}}}, [](C& c) { EXPECT_EQ(c.GetXferCmplt(7), 7); }, {}, {3000}},
         {{{12, {8, 0}}}, [](C& c) { EXPECT_EQ(raisedAt<ioa::Exception_t>([&] { c.GetXferCmplt(7); }),
                                               "libs/IOA/IOA_Channel 554"); }, {}, {3000}},
