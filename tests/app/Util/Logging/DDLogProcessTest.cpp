@@ -140,8 +140,8 @@ TEST_F(LoggingProcess, KilledInTheMidstOfLoggingKeepsEveryLineThatWasAcknowledge
 }
 
 TEST_F(LoggingProcess, LoggerThatGetsNoThreadIsNamedAndWorksOnItsCallers) {
-    const auto noMoreThreads = [this] {
-        ::chmod(data.c_str(), 0777);
+    const auto noMoreThreads = [] {
+        ::chmod(std::getenv("LOGGING_TEST_FOLDER"), 0777);
         if (::geteuid() == 0 && ::setresuid(65534, 65534, 65534) != 0) std::exit(2);
         const rlimit none{0, 0};
         if (::setrlimit(RLIMIT_NPROC, &none) != 0) std::exit(2);
