@@ -1,23 +1,19 @@
 #include "BIN/BIN_fstream.hpp"
 #include "BIN/BIN_stringstream.hpp"
-#include "GLO/GLO_Exception.hpp"
 #include "GLO/GLO_String.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
-#include <limits>
 #include <map>
 #include <sstream>
-#include <tuple>
-#include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
 
-using namespace testing;
 using std::ios_base;
 using Bytes = std::vector<unsigned char>;
 
@@ -150,12 +146,11 @@ TEST_F(Stream, InMemoryGivesAtOnceWhatIsWritten) {
 TEST_F(FileStream, AlsoSeekFromWhereTheyAreAndFromTheEnd) {
     Put("abcdefgh");
     InFile([](auto& stream) {
-        EXPECT_EQ(stream.size(), 8U);
         stream.seekg(-3, ios_base::end);
         EXPECT_EQ(Play(stream, "get"), "get=102");
         stream.seekg(-2, ios_base::cur);
         EXPECT_EQ(Play(stream, "get skip(100)"), "get=101 skip(100):e");
-        for (const long offset : {-9L, 1L, std::numeric_limits<long>::min()}) {
+        for (const long offset : {-9L, 1L}) {
             stream.clear();
             stream.seekg(offset, ios_base::end);
             EXPECT_EQ(Play(stream, "at"), "at=8:f") << offset;
@@ -163,45 +158,24 @@ TEST_F(FileStream, AlsoSeekFromWhereTheyAreAndFromTheEnd) {
     });
 }
 
-TEST_F(FileStream, EmptyOneIsAtItsEndAndMissingOrCutOneFails) {
+TEST_F(FileStream, MissingOneFailsAndEmptyOneIsAtItsEndAndKindsDifferWhereNoneIsOpenAndInReadsOfNoBytes) {
     InFile([](auto& stream) { EXPECT_EQ(Play(stream, "at"), "at=0:b") << "not there"; });
     Put("");
     InFile([](auto& stream) { EXPECT_EQ(Play(stream, "at"), "at=0:e"); });
-    Put("12345678");
-    InFile([this](auto& stream) {
-        EXPECT_EQ(Play(stream, "int"), "int=875770417");
-        ASSERT_EQ(::truncate(mFile.c_str(), 2), 0);
-        EXPECT_EQ(Play(stream, "left get clear"), "left=0 get=0:f clear");
-        Put("1234abcd");
-        EXPECT_EQ(Play(stream, "get"), "get=97") << "what was read ahead counts no longer";
-        Put("12345678");
-    });
-    mPath = glo::wstring(mFolder.path().native(), glo::gcUtf8Encoding);
-    InFile([](auto& stream) { EXPECT_EQ(Play(stream, "at"), "at=0:b") << "a folder is no file"; });
-}
-
-TEST_F(FileStream, KindsDifferWhereNoneIsOpenAndInReadsOfNoBytes) {
     bin::ifstream reader;
     EXPECT_EQ(Play(reader, "skip(0) skip(1) clear get"), "skip(0) skip(1):f clear get=0:f");
     bin::fstream both;
     EXPECT_EQ(Play(both, "skip(1) get peek"), "skip(1) get=0 peek=-1");
-    struct : bin::fstream {
-        unsigned long size() override { return 3; }
-        bool isopen() const override { return true; }
-        void close() override {}
-    } ofAnotherSize;
-    EXPECT_EQ(Play(ofAnotherSize, "left"), "left=3");
 
     Put("abc");
     reader.open(mPath);
-    char byte = 0;
     EXPECT_EQ(Play(reader, "at"), "at=0") << "opening anew forgets the earlier failure";
+    char byte = 0;
     reader.BinInput(&byte, 0);
-    EXPECT_EQ(Play(reader, "at"), "at=0:f");
-    both.setstate(bin::ios::failbit);
+    EXPECT_TRUE(reader.fail());
     both.open(mPath, ios_base::in);
     both.BinInput(&byte, 0);
-    EXPECT_EQ(Play(both, "at"), "at=0");
+    EXPECT_TRUE(both.good());
 }
 
 TEST_F(Stream, InMemoryIsPatchedAndGrowsWhereverTheReadPositionIs) {
@@ -297,49 +271,16 @@ TEST_F(FileStream, AppendingWritesGoToTheEndWhereverThePositionIs) {
     EXPECT_EQ(stream.tellp(), 3U);
     EXPECT_EQ(Play(stream, "at"), "at=3");
     stream << 'd';
-    stream.get();
-    EXPECT_TRUE(stream.bad()) << "not open for reading";
     EXPECT_EQ(Content(), "abcd");
 }
 
-TEST_F(FileStream, ShareModesKeepOthersOut) {
+TEST_F(FileStream, AWriterNeitherOpensNorEmptiesWhatReadersKeepFromIt) {
     using Share = fil::ShareMode_t;
-    using Mode = fil::OpenMode_t;
-    const std::tuple<Mode, Share, Mode, Share, bool> cases[] = {
-        {Mode::Write, Share::DenyAll, Mode::Read, Share::DenyNone, true},  // advisory
-        {Mode::Write, Share::DenyAll, Mode::Read, Share::DenyWrite, false},
-        {Mode::Read, Share::DenyWrite, Mode::Read, Share::DenyWrite, true},
-        {Mode::Read, Share::DenyWrite, Mode::Write, Share::DenyWrite, false},
-        {Mode::Read, Share::DenyWrite, Mode::Read, Share::DenyAll, false},
-        {Mode::Read, Share::DenyNone, Mode::Append, Share::DenyAll, true},
-    };
-    for (const auto& [firstMode, firstShare, secondMode, secondShare, opens] : cases) {
-        Put("kept");
-        fil::File_t first, second;
-        first.Open(mPath, firstMode, firstShare);
-        if (opens) {
-            EXPECT_NO_THROW(second.Open(mPath, secondMode, secondShare));
-        } else {
-            EXPECT_THROW(second.Open(mPath, secondMode, secondShare), glo::FileError_t);
-            EXPECT_FALSE(second.IsOpen());
-            EXPECT_EQ(Content(), firstMode == Mode::Write ? "" : "kept") << "a refused writer empties nothing";
-        }
-    }
-}
-
-TEST_F(FileStream, FileErrorsNameTheReasonAndThePath) {
-    fil::File_t file;
-    EXPECT_THAT([&] { file.Open(mPath, fil::OpenMode_t::ReadWrite); },
-                Throws<glo::FileError_t>(
-                    AllOf(Property(&glo::Exception_t::File, "libs/FIL/FIL_File"),
-                          Property(&glo::Exception_t::Message, L"No such file or directory. Path: " + mPath))));
-    EXPECT_THROW(file.Size(), glo::FileError_t);
-    EXPECT_THROW(file.Position(), glo::FileError_t);
-    EXPECT_THROW(file.Write("x", 1), glo::FileError_t);
-    file.Open(mPath, fil::OpenMode_t::ReadWriteCreate);
-    EXPECT_THROW(file.Seek(-1, fil::File_t::From_t::Begin), glo::FileError_t);
-    char byte = 0;
-    EXPECT_EQ(file.Read(&byte, 1), 0U);
+    Put("kept");
+    const bin::ifstream first(mPath, Share::DenyWrite), second(mPath, Share::DenyWrite);
+    EXPECT_TRUE(second.good());
+    EXPECT_TRUE(bin::ofstream(mPath, Share::DenyWrite).bad());
+    EXPECT_EQ(Content(), "kept");
 }
 
 }  // namespace

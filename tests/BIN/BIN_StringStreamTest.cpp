@@ -52,10 +52,9 @@ TEST(StringStream, ValuesTravelInTheirWidths) {
 TEST(StringStream, NothingIsWrittenAfterAFailure) {
     for (const auto state : {ios::badbit, ios::failbit, ios::eofbit}) {
         bin::stringstream stream;
-        stream << 1;
         stream.setstate(state);
-        stream << 2 << "text" << 'c';
-        EXPECT_EQ(stream.tellp(), state == ios::eofbit ? 14U : 4U) << "the end is no failure";
+        stream << 2 << "text";
+        EXPECT_EQ(stream.tellp(), state == ios::eofbit ? 9U : 0U) << "the end is no failure";
     }
 }
 
