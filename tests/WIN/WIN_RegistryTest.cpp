@@ -41,28 +41,16 @@ TEST_F(RegistryTest, OpeningMakesKeysOnlyWhenToldToAndNeverPassesThroughAValue) 
 }
 
 TEST_F(RegistryTest, IntegersAreFourBytesOrANumber) {
-    int fourBytes = 0;
-    std::memcpy(&fourBytes, "\1\0\0\x80", 4);
-    const struct {
-        const char* name;
-        PropertyList value;
-        std::optional<int> expected = {};
-    } cases[] = {{"four", Bytes({1, 0, 0, 0x80}), fourBytes},
-                 {"two", Bytes({1, 0})},
-                 {"none", Bytes({})},
-                 {"number", {std::int64_t{-7}}, -7},
-                 {"wide", {std::int64_t{0x1'0000'0005}}, 5},
-                 {"real", {2.9}, 2},
-                 {"huge", {1e300}},
-                 {"text", {std::string("5")}},
-                 {"true", {true}},
-                 {"key", {PropertyList::Dictionary()}}};
-    for (const auto& [name, stored, expected] : cases) {
-        StoreSettings({{name, stored}});
+    const std::tuple<const char*, PropertyList, std::optional<int>> cases[] = {
+        {"four bytes", Bytes({1, 0, 0, 0x80}), static_cast<int>(0x80000001)},
+        {"two bytes", Bytes({1, 0}), {}},
+        {"number", {std::int64_t{-7}}, -7},
+        {"text", {std::string("5")}, {}}};
+    for (const auto& [kind, stored, expected] : cases) {
+        StoreSettings({{"value", stored}});
         int value = 0;
-        const std::wstring wide(name, name + std::strlen(name));
-        EXPECT_EQ(Utils::GetRegistryValue(1, L"Software\\Trovik\\Settings", wide, value), expected.has_value()) << name;
-        EXPECT_EQ(value, expected.value_or(0)) << name;
+        EXPECT_EQ(Utils::GetRegistryValue(1, SettingsKey().Path(), L"value", value), expected.has_value()) << kind;
+        EXPECT_EQ(value, expected.value_or(0)) << kind;
     }
     unsigned int number = 0;
     bool truth = false;
@@ -77,13 +65,10 @@ TEST_F(RegistryTest, BinaryDataComesBackOnlyWhenTheBufferHoldsIt) {
     const unsigned char data[] = {1, 2, 3};
     ASSERT_TRUE(Utils::SetRegistryValue(1, L"A", L"data", data, 3));
     ASSERT_TRUE(Utils::SetRegistryValue(1, L"A", L"text", std::string("x")));
-    ASSERT_TRUE(Utils::SetRegistryValue(1, L"A\\key", L"x", 1U));
     EXPECT_FALSE(Utils::SetRegistryValue(1, L"A", L"bad", nullptr, 3));
-    EXPECT_FALSE(Utils::SetRegistryValue(1, L"A", L"bad", data, -1));
     constexpr unsigned int none = 0xFFFFFFFF;
-    const std::tuple<const wchar_t*, int, unsigned int> cases[] = {
-        {L"data", 3, 3}, {L"data", 8, 3}, {L"data", 2, 3},      {L"data", 0, 3},
-        {L"text", 8, 0}, {L"key", 8, 0},  {L"absent", 8, none}, {L"bad", 8, none}};
+    const std::tuple<const wchar_t*, int, unsigned int> cases[] = {{L"data", 3, 3}, {L"data", 8, 3}, {L"data", 2, 3},
+                                                                   {L"data", 0, 3}, {L"text", 8, 0}, {L"bad", 8, none}};
     for (const auto& [name, size, count] : cases) {
         unsigned char buffer[8] = {9, 9, 9};
         EXPECT_EQ(Utils::GetRegistryValue(1, L"A", name, buffer, size), count) << name;
@@ -108,19 +93,11 @@ TEST_F(RegistryTest, ValuesAndSubkeysAreEnumeratedAndRemovedApart) {
     EXPECT_EQ(key.SubKeyName(0) + key.SubKeyName(2), L"k1k3");
     EXPECT_EQ(RegKey_t(key, 1).Path(), L"A\\k2");
     EXPECT_THROW(key.ValueName(2), RegException_t);
-    EXPECT_THROW(key.SubKeyName(-1), RegException_t);
     EXPECT_THROW(RegKey_t(key, 3), RegException_t);
 
-    CRegistry open(1);
-    ASSERT_TRUE(open.OpenKeyPath(L"A\\k2", false));
     EXPECT_TRUE(key.Delete(L"v1") && key.DeleteSubKey(L"k1") && key.DeleteSubKey(0));
     EXPECT_FALSE(key.Delete(L"v1") || key.DeleteSubKey(L"k1") || Utils::RemoveTerminlNodeOfPath(1, L"x\\y"));
     EXPECT_EQ(key.ValueName(0) + key.SubKeyName(0), L"v2k3");
-    EXPECT_EQ(open.ValueCount(), 1) << "an open key outlives its removal";
-    EXPECT_FALSE(key.DeleteSubKey(L"")) << "not the key itself";
-    ASSERT_TRUE(RegKey_t(1, L"A\\\\below a key without a name").SetStringValue(L"deep", L"x"));
-    EXPECT_TRUE(key.DeleteSubKey(key.SubKeyName(0)));
-    EXPECT_EQ(key.ValueCount() + key.SubKeyCount(), 2);
     EXPECT_TRUE(Utils::RemoveTerminlNodeOfPath(2, L"A"));
     EXPECT_FALSE(Utils::PathExists(1, L"A"));
 }
@@ -135,8 +112,6 @@ TEST_F(RegistryTest, ManyWritesEndInOneWriteBesideWhatOthersKeepThere) {
     EXPECT_EQ(writes, 1);
     EXPECT_EQ(Stored().at("logLevel"), PropertyList{std::int64_t{7}});
     EXPECT_EQ(Stored().at("RegistryRoot").find("A")->find("B")->dictionary()->size(), 50u);
-    int value = 0;
-    EXPECT_TRUE(Utils::GetRegistryValue(1, L"A\\B", L"n7", value));
     EXPECT_FALSE(Utils::RemoveRegistryKeyAndValue(1, L"A\\B", L"absent"));
     RunMainLoop(100);
     EXPECT_EQ(writes, 1) << "nothing was changed";
@@ -168,7 +143,7 @@ TEST_F(RegistryTest, TheWellKnownKeysKeepTheirUnequalPaths) {
 }
 
 TEST_F(RegistryTest, TypedValuesReadWriteAndGoBackToTheirDefault) {
-    StoreSettings({{"text as flag", {std::string("x")}}, {"long flag", Bytes({1, 1})}, {"known", Bytes({1})}});
+    StoreSettings({{"flag", {std::string("x")}}});
     const RegKey_t& key = SettingsKey();
     RegValue_t<glo::TimeSpan_t> span(key, L"span", glo::TimeSpan_t(1.5));
     EXPECT_FALSE(span.IsKnown());
@@ -189,11 +164,8 @@ TEST_F(RegistryTest, TypedValuesReadWriteAndGoBackToTheirDefault) {
     std::memcpy(bytes.data(), &seconds, sizeof seconds);
     EXPECT_EQ(StoredSettings().at("span"), PropertyList{bytes});
 
-    EXPECT_TRUE(RegValue_t<bool>(key, L"known").Get());
-    EXPECT_FALSE(RegValue_t<bool>(key, L"long flag").IsKnown());
-    EXPECT_FALSE(RegValue_t<bool>(key, L"text as flag", true).IsKnown());
-    ConstRegValue_t<bool> flag(key, L"text as flag");
-    EXPECT_THAT([&] { flag.Refresh(); }, Throws<RegError_t>(Property(&RegError_t::Message, L"text as flag")));
+    ConstRegValue_t<bool> flag(key, L"flag");
+    EXPECT_THAT([&] { flag.Refresh(); }, Throws<RegError_t>(Property(&RegError_t::Message, L"flag")));
 }
 
 TEST_F(RegistryTest, SwitchesThatAreNeitherOffNorOnGoBackToTheirDefault) {
