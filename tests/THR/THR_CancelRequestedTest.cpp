@@ -30,7 +30,6 @@ struct CancelRequested : testing::Test {
     thr::CancelRequestedFunctor_t flag;
     thr::CancelRequestedFunctor_t bound{&source};
 };
-using CancelRequestedDeathTest = CancelRequested;
 
 TEST_F(CancelRequested, SetFromAnotherThreadIsSeenAndNotInheritedByAClone) {
     std::jthread setter([this] { flag.Set(); });
@@ -70,7 +69,7 @@ TEST_F(CancelRequested, DelaySleepsTheWholeTimeWithoutLookingAtTheFlag) {
     EXPECT_THROW(thr::Delay(200, FixedResult(0)), glo::Terminate_t);
 }
 
-TEST_F(CancelRequestedDeathTest, ImpossibleRequestsStopTheProgram) {
+TEST_F(CancelRequested, ImpossibleRequestsStopTheProgram) {
     const auto clone = bound.Clone();
     const auto constClone = std::as_const(bound).Clone();
     clock.FailSleeps();
