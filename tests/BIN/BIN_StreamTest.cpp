@@ -271,6 +271,8 @@ TEST_F(FileStream, AppendingWritesGoToTheEndWhereverThePositionIs) {
     EXPECT_EQ(stream.tellp(), 3U);
     EXPECT_EQ(Play(stream, "at"), "at=3");
     stream << 'd';
+    stream.get();
+    EXPECT_TRUE(stream.bad()) << "not open for reading";
     EXPECT_EQ(Content(), "abcd");
 }
 
