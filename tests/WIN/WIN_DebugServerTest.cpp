@@ -34,7 +34,7 @@ class BusyServer_t : public DebugServer_t {
     }
 };
 
-TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStamp) {
+TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStampAndValuesEndNone) {
     whenAsked = [] {  // nobody holds the lock while the metadata is made: another thread can take it
         std::thread([] { const SmartCriticalSection_t guard(DebugServerCriticalSection()); }).join();
     };
@@ -43,24 +43,19 @@ TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStamp) {
         EXPECT_EQ(Traced("Name.txt.log"), "") << "no file before the first print";
         server.PrintStr("a");
         server.PrintStr(L"b\u00E4\nc");
-        server.PrintStr("next");
-        server.PrintStr(" line\n");
+        enum class Layer : unsigned char { Application = 20 };
+        const auto print = [&](const auto&... values) { (server.PrintData(values), ...); };
+        print(1.5F, 'c', -3, 4000000000U, static_cast<unsigned short>(65535), -5L, 6UL, std::string("text\n"),
+              Duration_t(3000), gcDurationInfinite, Layer::Application);
+        server.PrintStr("|\n");
     });
-    const std::string run = kBanner + kStamp + "ab\xC3\xA4\nc" + kStamp + "next line\n";
+    const std::string run = kBanner + kStamp + "ab\xC3\xA4\nc" + kStamp +
+                            "1\\.5c-34000000000"
+                            "65535-56text\n"
+                            "3000429496729520\\|\n";
     EXPECT_THAT(Traced("Name.txt.log"), MatchesRegex(run));
     DebugServer_t(L"Name.txt", true).PrintStr("\n");
     EXPECT_THAT(Traced("Name.txt.log"), MatchesRegex(run + kBanner + kStamp + "\n")) << "a run is appended";
-}
-
-TEST_F(DebugServerTest, ValuesAreWrittenAsAStreamWritesThemAndNeverEndALine) {
-    enum class Layer : unsigned char { Application = 20 };
-    DebugServer_t server(L"Data", true);
-    const auto print = [&](const auto&... values) { (server.PrintData(values), ...); };
-    print(1.5F, 'c', -3, 4000000000U, static_cast<unsigned short>(65535), -5L, 6UL, std::string("text\n"),
-          Duration_t(3000), gcDurationInfinite, Layer::Application);
-    server.PrintStr("|\n");
-    EXPECT_THAT(Traced("Data.log"),
-                MatchesRegex(kBanner + kStamp + "1\\.5c-34000000000" + "65535-56text\n" + "3000429496729520\\|\n"));
 }
 
 // Reading the switch raises an exception, which announces itself on the server that asks for the switch. Without care
