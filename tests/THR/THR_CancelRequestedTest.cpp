@@ -34,12 +34,8 @@ struct CancelRequested : testing::Test {
 TEST_F(CancelRequested, SetFromAnotherThreadIsSeenAndNotInheritedByAClone) {
     std::jthread setter([this] { flag.Set(); });
     while (!flag()) std::this_thread::yield();
-    const auto clone = flag.Clone();
-    EXPECT_FALSE((*clone)());
+    EXPECT_FALSE((*flag.Clone())());
     EXPECT_FALSE((*std::as_const(flag).Clone())());
-    clone->Set();
-    flag.Clear();
-    EXPECT_TRUE((*clone)()) << "it is independent";
 }
 
 TEST_F(CancelRequested, BoundFunctorLatchesTheRequestUntilClearedAndItsClonesForwardToIt) {
