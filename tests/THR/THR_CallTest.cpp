@@ -177,7 +177,7 @@ TEST(Stack, PoppingMoreThanIsThereThrowsWithADumpAndTakesNothing) {
 
 TEST_F(CallTest, APortRefusesWhatIsNoCallAndLogsWhatItCantDeliver) {
     Stack_t stack = Stack(1);
-    EXPECT_THROW(LocalPort_t::GetLocalPort().ProcessMessage(stack, 150, L""), Exception_t);
+    EXPECT_THAT([&] { LocalPort_t::GetLocalPort().ProcessMessage(stack, 150, L""); }, Raises(L"")) << "by its id";
     MessagePort_t deaf(nullptr);
     EXPECT_EQ(deaf.Name().find(L"TEAMID0000.Trovik."), 0u);
     MessagePort_t(deaf.Name()).SendStack(gcAsyncCall, stack, L"");
