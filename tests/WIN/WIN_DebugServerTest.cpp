@@ -49,10 +49,8 @@ TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStampAndVa
               Duration_t(3000), gcDurationInfinite, Layer::Application);
         server.PrintStr("|\n");
     });
-    const std::string run = kBanner + kStamp + "ab\xC3\xA4\nc" + kStamp +
-                            "1\\.5c-34000000000"
-                            "65535-56text\n"
-                            "3000429496729520\\|\n";
+    const std::string run =
+        kBanner + kStamp + "ab\xC3\xA4\nc" + kStamp + "1\\.5c-3400000000065535-56text\n3000429496729520\\|\n";
     EXPECT_THAT(Traced("Name.txt.log"), MatchesRegex(run));
     DebugServer_t(L"Name.txt", true).PrintStr("\n");
     EXPECT_THAT(Traced("Name.txt.log"), MatchesRegex(run + kBanner + kStamp + "\n")) << "a run is appended";
