@@ -14,7 +14,6 @@
 namespace app_test {
 
 using simulator::Bytes;
-using simulator::UsbPacket;
 
 std::vector<std::string> ControllerLog::take() {
     static const std::regex ownLine("caught at AppDelegate, .*");
@@ -96,19 +95,16 @@ bool AppWorld::shows(QWidget* screen) const {
 // ---- expected traffic
 
 std::vector<Bytes> expectedTrafficOfAReset() {
-    std::vector<Bytes> traffic;
-    const UsbPacket reboot = {20, 10, {0xAE, 0x00}}, hold = {20, 113, {}}, clear = {20, 10, {0x27, 0x00}};
-    const UsbPacket resume = {20, 1500, {}};
-    for (const std::vector<UsbPacket>& link : {std::vector{reboot}, {hold, clear, resume}}) {
-        traffic.push_back({0, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0});   // start session
-        traffic.push_back({0, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0});  // ask for the largest packet
-        for (const UsbPacket& command : link) {
-            traffic.push_back({20, 0, 0, 0, 254, 0, 0, 0, 0, 0, 0, 0});       // product data, please
-            traffic.push_back({20, 0, 0, 0, 28, 0, 0, 0, 2, 0, 0, 0, 0, 0});  // nothing unasked, please
-            traffic.push_back(simulator::encodePacket(command));
-        }
-    }
-    return traffic;
+    const Bytes start = {0, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0};            // start session
+    const Bytes largest = {0, 0, 0, 0, 16, 0, 0, 0, 0, 0, 0, 0};         // ask for the largest packet
+    const Bytes product = {20, 0, 0, 0, 254, 0, 0, 0, 0, 0, 0, 0};       // product data, please
+    const Bytes unasked = {20, 0, 0, 0, 28, 0, 0, 0, 2, 0, 0, 0, 0, 0};  // nothing unasked, please
+    const Bytes hold = simulator::encodePacket({20, 113, {}}), resume = simulator::encodePacket({20, 1500, {}});
+    const Bytes reboot = simulator::encodePacket({20, 10, {0xAE, 0x00}});
+    const Bytes clear = simulator::encodePacket({20, 10, {0x27, 0x00}});
+    return {start, largest, product, unasked, reboot,
+            // and on the second link
+            start, largest, product, unasked, hold, product, unasked, clear, product, unasked, resume};
 }
 
 }  // namespace app_test
