@@ -74,13 +74,6 @@ TEST_F(ViewUtilitiesTest, OnlyTheFirstChildIsReplacedAndKeepsNoConstraint) {
     EXPECT_EQ(overlay->geometry(), overlayPlace);
 }
 
-TEST_F(ViewUtilitiesTest, AnimatedPinningEndsWithThePlainView) {
-    setAndPinSubview(container, first, true);
-    EXPECT_THAT(children(), ElementsAre(&first));
-    while (first.graphicsEffect()) QApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    EXPECT_EQ(first.size(), container.size());
-}
-
 TEST_F(ViewUtilitiesTest, FirstTopConstraintIsTheFirstOneThatStartsWithTopAndMentionsTheView) {
     EXPECT_EQ(ViewUtilities::getFirstTopConstraint(first), nullptr) << "no parent";
     QWidget plain(&container);
