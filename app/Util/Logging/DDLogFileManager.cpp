@@ -20,11 +20,11 @@ std::vector<std::string> textsOf(const std::vector<DDLogFileInfo>& infos, Text t
 }  // namespace
 
 std::vector<DDLogFileInfo> DDLogFileManager::unsortedLogFileInfos() const {
-    const std::string folder = logsDirectory();
     std::vector<DDLogFileInfo> infos;
     std::error_code error;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error))
-        if (const std::string name = entry->path().filename(); isLogFile(name)) infos.emplace_back(folder + "/" + name);
+    for (std::filesystem::directory_iterator entry(logsDirectory(), error), end; !error && entry != end;
+         entry.increment(error))
+        if (isLogFile(entry->path().filename())) infos.emplace_back(entry->path());
     if (error) infos.clear();
     return infos;
 }
