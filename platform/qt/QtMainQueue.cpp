@@ -20,7 +20,7 @@ namespace platform {
 QtPeriod::QtPeriod(CFTimeInterval seconds) {
     constexpr double kLongestPiece = std::numeric_limits<int>::max();
     constexpr double kLongest = 1e18;        // milliseconds: longer than any machine runs
-    constexpr double kRoundingError = 1e-3;  // 1.001 seconds are 1000.9999999999999 milliseconds
+    constexpr double kRoundingError = 1e-3;  // 2.007 seconds are 2007.0000000000002 milliseconds
     const double all = std::clamp(std::ceil(seconds * 1000.0 - kRoundingError), 0.0, kLongest);
     const double count = std::max(1.0, std::ceil(all / kLongestPiece));
     pieces = static_cast<std::uint64_t>(count);

@@ -15,7 +15,7 @@
 #include <deque>
 #include <iterator>
 #include <optional>
-#include <utility>  // before Asio: Boost 1.74 uses std::exchange without it
+#include <utility>
 
 namespace platform {
 namespace {

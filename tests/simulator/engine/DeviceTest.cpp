@@ -49,9 +49,14 @@ TEST(Device, AnswersAndTheFaultsOnThemAreExactByteForByte) {
     const std::pair<Fault, std::vector<Bytes>> cases[] = {
         {fault(FaultKind::NoAnswer), {}},
         {fault(FaultKind::WrongAnswer).withNumber(39), {application(39, id)}},
+        {fault(FaultKind::WrongLayer).withNumber(7), {encodePacket({7, kUnitId, id})}},
         {fault(FaultKind::Garbage).withBytes({1, 2, 3}), {{1, 2, 3}}},
+        {fault(FaultKind::GarbageBefore).withBytes({1, 2, 3}), {{1, 2, 3}, own}},
         {fault(FaultKind::ForeignFrames).withNumber(2), {application(40'000), application(40'001, {0x2A}), own}},
         {fault(FaultKind::WrongSizeField), {{20, 0, 0, 0, 38, 0, 0, 0, 5, 0, 0, 0, 0x4E, 0xC7, 0x3B, 0xE3}}},
+        {fault(FaultKind::SplitTransfers).withNumber(12), {{20, 0, 0, 0, 38, 0, 0, 0, 4, 0, 0, 0}, id}},
+        {fault(FaultKind::Unannounced), {}},
+        {fault(FaultKind::Repeated).withNumber(2), {own, own, own}},
         {fault(FaultKind::Padded).withNumber(18), {application(kUnitId, {0x4E, 0xC7, 0x3B, 0xE3, 0, 0})}},
     };
     for (const auto& [one, answers] : cases) {
@@ -60,6 +65,7 @@ TEST(Device, AnswersAndTheFaultsOnThemAreExactByteForByte) {
         host.device.addFault(one);
         host.write(commandBytes(kGetUnitId));
         EXPECT_EQ(host.read(), answers);
+        EXPECT_EQ(host.device.hasPacket(Pipe::BulkIn), one.kind == FaultKind::Unannounced);
         host.write(commandBytes(kGetUnitId));
         EXPECT_EQ(host.read(), std::vector<Bytes>{own}) << "the fault is used up";
     }
