@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace simulator {
@@ -77,7 +79,8 @@ struct FaultStep {
 
 /// One misbehaviour, as data. It is used up when it has been committed `times` times.
 struct Fault {
-    std::string name;  ///< for people and for the record
+    std::string name;      ///< for scripts and for the record
+    std::string sentence;  ///< for people: what the device does
     FaultStep step;
     FaultKind kind = FaultKind::NoAnswer;
     std::optional<Duration> delay;
@@ -102,6 +105,7 @@ struct Fault {
     Fault& atOccurrence(unsigned value) { return step.occurrence = value, *this; }
     Fault& inState(BootState value) { return step.state = value, *this; }
     Fault& onLayer(std::uint8_t value) { return step.layer = value, *this; }
+    Fault& saying(std::string value) { return sentence = std::move(value), *this; }
     Fault& committed(unsigned value) { return times = value, *this; }
 };
 
@@ -135,7 +139,10 @@ class FaultList {
     std::vector<Pending> mPending;
 };
 
-/// Faults worth showing to a person, each with a name that says what will happen. Names are unique.
+/// Faults worth showing to a person, each with a name for scripts, which stays, and a sentence. Both are unique.
 const std::vector<Fault>& faultCatalogue();
+
+/// What the catalogue's fault of that name does; of others the name itself.
+std::string_view faultSentence(std::string_view name);
 
 }  // namespace simulator

@@ -84,7 +84,7 @@ Options parse(int argc, char** argv) {
             std::cout << kUsage;
             std::exit(0);
         } else if (option == "--faults") {
-            for (const Fault& fault : faultCatalogue()) std::cout << fault.name << '\n';
+            for (const Fault& fault : faultCatalogue()) std::cout << fault.name << ": " << fault.sentence << '\n';
             std::exit(0);
         } else if (option == "--name") {
             options.name = value();
