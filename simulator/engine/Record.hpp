@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace simulator {
@@ -27,6 +28,13 @@ struct RecordEntry {
     Bytes bytes;
     std::string text;
 };
+
+/// The entry as a sentence for a person who doesn't know the protocol; its subject is the device. Empty for packets that
+/// only part or announce others.
+std::string inWords(const RecordEntry& entry);
+
+/// A state's name, or the text of an entry of that kind, for the same person.
+std::string stateInWords(std::string_view state);
 
 /// Everything that passed between host and device, in order, byte for byte. Keeps the newest entries when a host says
 /// more than it has room for. One thread at a time.
