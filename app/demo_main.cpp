@@ -4,6 +4,7 @@
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/SystemLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "app/demo/DemoDevice.hpp"
 #include "app/demo/DemoPanel.hpp"
@@ -136,6 +137,9 @@ int main(int argc, char** argv) {
     if (const std::string caches = platform.directories->cachesDirectory(); !caches.empty())
         setenv("XDG_DATA_HOME", (caches + "/trovik-reset-tool-demo").c_str(), 1);
 
+    platform.log = [](const std::string& line) { SystemLog::shared().write(line); };
+    const platform::PlatformScope logScope(platform);  // for what the next ones find damaged
+
     platform::TerminateExceptionHandler exceptionHandler;
     const auto application = StartUp::makeApplication(argc, argv);
     DemoDevice device(profileFor(options));
@@ -182,6 +186,7 @@ int main(int argc, char** argv) {
 
     StartUp::withThread([&] { controller.applicationWillFinishLaunching(); });
     controller.applicationDidFinishLaunching();
+    SystemLog::shared().loggersAreAdded();
     controller.waitUntilListening();
     device.change([&](simulator::Device& simulated) {
         for (const auto& fault : options.faults) simulated.addFault(fault);

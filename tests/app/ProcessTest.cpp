@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 #include <sys/wait.h>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -89,9 +90,15 @@ TEST_F(Process, KeepsTheLogsOfSevenDays) {
 TEST_F(Process, HasTheLinesAboutADamagedResourceInTheLog) {
     support::WriteFile(home / "share/trovik-reset-tool/Info.plist", "damaged");
     fs::create_directory(home / "bin");
-    fs::copy_file(TROVIK_PROBE_PROGRAM, home / "bin/probe");
-    EXPECT_EQ(run("quit", "", ">/dev/null 2>run/errors", home / "bin/probe"), 0);
-    EXPECT_THAT(log(), HasSubstr("/Info.plist can't be read as a property list.\n"));
+    for (const auto& [program, options, folder] : std::vector<std::tuple<std::string, std::string, std::string>>{
+             {TROVIK_PROBE_PROGRAM, "", logs},
+             {TROVIK_DEMO_PROGRAM, "--run ", home / ".cache/trovik-reset-tool-demo/Trovik/ResetTool"}}) {
+        SCOPED_TRACE(program);
+        const std::string copy = home / "bin" / fs::path(program).filename();
+        fs::copy_file(program, copy);
+        EXPECT_EQ(run("quit", "", options + ">/dev/null 2>run/errors", copy), 0) << errors();
+        EXPECT_THAT(onlyFileIn(folder), HasSubstr("/Info.plist can't be read as a property list.\n"));
+    }
 }
 
 TEST_F(Process, HasNoStrangerForAStandardStream) {
