@@ -20,9 +20,13 @@
 #include "platform/qt/QtMainQueue.hpp"
 
 #include <QApplication>
-#include <QMetaObject>
+#include <QScreen>
+#include <QSize>
+#include <QString>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <getopt.h>
@@ -34,7 +38,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int kHeightWithPanel = 560;  ///< device-independent pixels
+// Device-independent pixels.
+constexpr int kHeightWithPanel = 640;
+constexpr QSize kFrame(0, 40);  ///< what the desktop puts around a window
 
 struct Options {
     bool run = false;
@@ -57,7 +63,7 @@ void printHelp(std::FILE* stream) {
         stream);
     int number = 0;
     for (const auto& fault : simulator::faultCatalogue()) {
-        std::fprintf(stream, "  %2d  %s\n", ++number, fault.name.c_str());
+        std::fprintf(stream, "  %2d  %-22s %s\n", ++number, fault.name.c_str(), fault.sentence.c_str());
     }
 }
 
@@ -160,16 +166,18 @@ int main(int argc, char** argv) {
 
     AppDelegate controller(terminate);
     MainWindow window(controller);
-    std::unique_ptr<DemoPanel> panel;
+    window.setWindowTitle(QString::fromStdString(bundle.localizedStringForKey("SimulatedTitle", "", "")));
+    DemoPanel* panel = nullptr;
     std::unique_ptr<DemoRun> run;
     if (options.run) {
         run = std::make_unique<DemoRun>(
             controller, device, DemoRun::Options{QString::fromStdString(options.pictures), options.slow}, terminate);
     } else {
-        panel = std::make_unique<DemoPanel>(device);
-        panel->setLayoutDirection(Qt::LeftToRight);  // it speaks English only
-        window.addDockWidget(Qt::RightDockWidgetArea, panel.get());
-        window.resize(window.width() + panel->sizeHint().width(), kHeightWithPanel);
+        panel = new DemoPanel(window, device);
+        const QSize room = window.screen()->availableSize() - kFrame;
+        window.resize(QSize(window.width() + DemoPanel::kWidth, std::max(window.height(), kHeightWithPanel))
+                          .boundedTo(room)
+                          .expandedTo(window.minimumSize()));
     }
 
     // Changes come from any thread and in bursts; one look shows all of them.
@@ -194,9 +202,9 @@ int main(int argc, char** argv) {
     device.plug();
     window.show();
     StartUp::windowIsShown();
-    if (run) {
-        std::printf("The log is in %s\n", TrovikLogs::logsDirectory().c_str());
-        run->start();
-    }
+    std::printf("The device is simulated: nothing real is erased. The log is in %s\n",
+                TrovikLogs::logsDirectory().c_str());
+    std::fflush(stdout);
+    if (run) run->start();
     return QApplication::exec();
 }

@@ -1,5 +1,7 @@
 #include "app/demo/DemoDevice.hpp"
 
+#include <utility>
+
 using simulator::Device;
 using simulator::RecordEntry;
 using simulator::Time;
@@ -18,22 +20,30 @@ void DemoDevice::change(const std::function<void(Device&)>& action) {
     mBus.withDevice(mPort, [&](Device& device, Time) { action(device); });
 }
 
+void DemoDevice::fillStore() {
+    mBus.withDevice(mPort, [](Device& device, Time now) {
+        device.store() = simulator::SettingsStore::wellUsed();
+        device.record().add({RecordEntry::Kind::State, now, {}, {}, "store filled"});
+    });
+}
+
 DemoDevice::View DemoDevice::look() {
     View view;
-    mBus.withDevice(mPort, [&](Device& device, Time) {
+    mBus.withDevice(mPort, [&](const Device& device, Time now) {
         view.isAttached = device.isAttached();
         view.cable = device.cable();
         view.state = device.bootState();
         view.store = device.store().entries();
         for (const auto& fault : device.faults().pending()) view.pendingFaults.push_back(fault.name);
 
+        const auto clock = std::chrono::system_clock::now();
         const auto& record = device.record();
         const std::size_t first = mSeen > record.dropped() ? mSeen - record.dropped() : 0;
         for (std::size_t i = first; i < record.entries().size(); ++i) {
             const RecordEntry& entry = record.entries()[i];
-            if (entry.kind == RecordEntry::Kind::State) view.news.push_back(entry.text);
-            if (entry.kind == RecordEntry::Kind::Fault) view.news.push_back("fault: " + entry.text);
-            if (entry.kind == RecordEntry::Kind::Refused) view.news.push_back("refused: " + entry.text);
+            std::string words = simulator::inWords(entry);
+            if (words.empty()) continue;
+            view.news.push_back({clock - (now - entry.time), entry.kind, entry.text, std::move(words)});
         }
         mSeen = record.dropped() + record.entries().size();
     });

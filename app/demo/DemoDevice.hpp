@@ -2,7 +2,10 @@
 
 #include "simulator/bus/InProcessBus.hpp"
 #include "simulator/engine/RealTimeDrive.hpp"
+#include "simulator/engine/Record.hpp"
 
+#include <chrono>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -10,14 +13,22 @@
 /// The demo's one simulated device, on a bus of its own in real time. Any thread.
 class DemoDevice {
   public:
+    /// What happened to the device, or what it did.
+    struct News {
+        std::chrono::system_clock::time_point when;
+        simulator::RecordEntry::Kind kind = simulator::RecordEntry::Kind::State;
+        std::string name;   ///< of a fault
+        std::string words;  ///< for a person
+    };
+
     /// What a person can see of the device at one moment.
     struct View {
         bool isAttached = false;
         bool cable = false;
         simulator::BootState state = simulator::BootState::Running;
         std::vector<simulator::SettingsStore::Entry> store;
-        std::vector<std::string> pendingFaults;
-        std::vector<std::string> news;  ///< what happened since the last look: states, faults, the host's mistakes
+        std::vector<std::string> pendingFaults;  ///< their names
+        std::vector<News> news;                  ///< since the last look, oldest first
     };
 
     explicit DemoDevice(const simulator::Profile& profile);
@@ -30,6 +41,7 @@ class DemoDevice {
     void plug() { mBus.plug(mPort); }
     void unplug() { mBus.unplug(mPort); }
     void change(const std::function<void(simulator::Device&)>& action);
+    void fillStore();  ///< with what a device in use has stored; the record says so
 
     /// Main thread only: news are told once.
     View look();

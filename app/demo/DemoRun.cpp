@@ -115,11 +115,17 @@ void DemoRun::plugAgain() {
 }
 
 void DemoRun::show(const DemoDevice::View& view) {
+    using Kind = simulator::RecordEntry::Kind;
     mStoreIsEmpty = view.store.empty();
-    for (const std::string& text : view.news) tell(QStringLiteral("device: ") + QString::fromStdString(text));
-    if (view.news.empty()) return;
-    tell(QStringLiteral("device: now %1, %2 settings stored")
-             .arg(QString::fromUtf8(simulator::bootStateName(view.state)))
+    bool told = false;
+    for (const DemoDevice::News& news : view.news) {
+        if (news.kind == Kind::Received || news.kind == Kind::Sent) continue;
+        tell(QStringLiteral("device: ") + QString::fromStdString(news.words));
+        told = true;
+    }
+    if (!told) return;
+    tell(QStringLiteral("device: %1; settings stored: %2")
+             .arg(QString::fromStdString(simulator::stateInWords(simulator::bootStateName(view.state))))
              .arg(view.store.size()));
 }
 

@@ -248,10 +248,10 @@ void BusCore::settle(DeferredWork& after) {
     for (std::size_t i = 0; i < mPorts.size(); ++i) {
         settle(i, after);
         BusPort& port = *mPorts[i];
-        const decltype(port.appearance) appearance = {(port.attached ? 1u : 0u) + (port.device.cable() ? 2u : 0u),
-                                                      static_cast<std::uint64_t>(port.device.bootState()),
-                                                      port.device.store().entries().size(),
-                                                      port.device.faults().size()};
+        const decltype(port.appearance) appearance = {
+            (port.attached ? 1u : 0u) + (port.device.cable() ? 2u : 0u),
+            static_cast<std::uint64_t>(port.device.bootState()), port.device.store().entries().size(),
+            port.device.faults().size(), port.device.record().dropped() + port.device.record().entries().size()};
         changed = std::exchange(port.appearance, appearance) != appearance || changed;
     }
     if (changed && mObserver) after.tell(mObserver);

@@ -122,7 +122,7 @@ struct BusPort {
     std::uint64_t entryId = 0;                  ///< of the present attach
     const void* openedBy = nullptr;             ///< the device object that holds it
     std::shared_ptr<Connection> connection;     ///< the opened interface
-    std::array<std::uint64_t, 4> appearance{};  ///< what the observer was last told of
+    std::array<std::uint64_t, 5> appearance{};  ///< what the observer was last told of
 };
 
 /// A notification port's listening side, which is its source as well. Guarded by the bus's lock.

@@ -54,10 +54,10 @@ std::vector<Fault> makeCatalogue() {
         Fault::onCommand(kReboot, Kind::Unplug, "reboot-unplug").saying("Loses its cable at the restart"),
         Fault::onPacket(kHold, Kind::Unplug, "hold-unplug")
             .comingBackAfter(milliseconds(3000))
-            .saying("Loses its cable at “hold” for 3 s"),
+            .saying("Loses its cable for 3 s at “hold”"),
         Fault::onCommand(kClearStore, Kind::Unplug, "clear-unplug")
             .comingBackAfter(milliseconds(3000))
-            .saying("Loses its cable at the erasing for 3 s"),
+            .saying("Loses its cable for 3 s at the erasing"),
         Fault::onPacket(kResumeBoot, Kind::Stall, "resume-stall").saying("Stalls when told to go on starting"),
         cantOpen(platform::kIOReturnNotPermitted, "open-denied")
             .committed(100)  // more often than a host that tries again for two seconds would ask
