@@ -3,6 +3,7 @@
 
 #include <QApplication>
 #include <QComboBox>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QListWidget>
 #include <QMainWindow>
@@ -96,6 +97,9 @@ TEST_F(DemoPanelTest, TellsWhatTheDeviceDidUpToTheNewestAndWhichFaultIsStillToCo
     EXPECT_EQ(history->count(), 1000);
     const QListWidgetItem* const newest = history->item(999);
     EXPECT_THAT(newest->text().toStdString(), EndsWith("  Fault: one"));
+    QKeyEvent enter(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
+    QApplication::sendEvent(panel->findChild<QListWidget*>(), &enter);
+    EXPECT_TRUE(enter.isAccepted()) << "the tool's window would start a reset";
     EXPECT_TRUE(history->viewport()->rect().contains(history->visualItemRect(newest)));
     EXPECT_THAT(labels(), ContainsRegex("Fault committed at [0-9:]+: Does not answer"));
 }
