@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <span>
 #include <string>
 #include <utility>
@@ -79,6 +80,52 @@ TEST(Device, AnswersAndTheFaultsOnThemAreExactByteForByte) {
         {20, 0, 0, 0, 0xFD, 0, 0, 0, 6, 0, 0, 0, 'A', 10, 0, 'D', 0xFA, 3},
         {20, 0, 0, 0, 0xF8, 0, 0, 0, 2, 0, 0, 0, 'X', 0}};
     EXPECT_EQ(host.read(), identification);
+}
+
+TEST(Device, ListensForHoldUntilItsBootWindowEndsAndForgetsAtDetachWhatTheHostBegan) {
+    using std::chrono::milliseconds;
+    Profile profile = Profile::instant();
+    profile.bootWindow = milliseconds(5000);
+    Device device(profile);
+    device.setCable(true, Time(0));
+    device.attached(Time(0));
+    device.writePacket(encodePacket({kUsbLayer, kStartSession, {}}), Time(0));
+    device.addFault(Fault::onPacket(kCommand, FaultKind::Stall).withPipe(Pipe::BulkIn));
+    device.writePacket(commandBytes(kReboot), Time(0));
+    EXPECT_TRUE(device.sessionStarted() && device.hasPacket(Pipe::InterruptIn) && device.halted(Pipe::BulkIn));
+    device.advance(*device.nextDue());
+    EXPECT_FALSE(device.wantsBus());
+    device.detached(milliseconds(10));
+    EXPECT_FALSE(device.sessionStarted() || device.hasPacket(Pipe::InterruptIn) || device.halted(Pipe::BulkIn));
+
+    const Time back = *device.nextDue();
+    EXPECT_EQ(back, milliseconds(10) + profile.rebootTime);
+    device.advance(back);
+    EXPECT_TRUE(device.wantsBus());
+    EXPECT_EQ(device.nextDue(), back + milliseconds(5000));
+    device.advance(back + milliseconds(5000) - Time(1));
+    EXPECT_EQ(device.bootState(), BootState::Starting);
+    device.advance(back + milliseconds(5000));
+    EXPECT_EQ(device.bootState(), BootState::Running);
+}
+
+TEST(Device, KeepsNoMoreThanItsBoundsForAHostThatDoesNotRead) {
+    Host host;
+    host.device.addFault(Fault::onAnswer(kUnitId, FaultKind::Repeated).withNumber(10'000).committed(7));
+    for (int i = 0; i < 7; ++i) host.write(commandBytes(kGetUnitId));
+    EXPECT_EQ(host.read().size(), 65'536u);
+    host.device.profile().answerDelay = std::chrono::seconds(1);
+    host.device.record().clear();
+    for (int i = 0; i < 4'097; ++i) host.write(commandBytes(kGetUnitId));
+    EXPECT_EQ(host.device.record().refused(), std::vector<std::string>{"too many questions at once"});
+
+    Record record;
+    RecordEntry entry;
+    for (int i = 0; i < 100'001; ++i) record.add(entry);
+    EXPECT_EQ(record.dropped(), 1u);
+    entry.bytes.resize(9u << 20);
+    for (int i = 0; i < 2; ++i) record.add(entry);
+    EXPECT_EQ(record.entries().size(), 1u) << "16 MB are the most";
 }
 
 TEST(Device, WhatMakesNoSenseIsRefusedRecordedAndWithoutEffect) {
