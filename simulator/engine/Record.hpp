@@ -29,8 +29,8 @@ struct RecordEntry {
     std::string text;
 };
 
-/// The entry as a sentence for a person who doesn't know the protocol; its subject is the device. Empty for packets that
-/// only part or announce others.
+/// The entry as a sentence for a person who doesn't know the protocol; its subject is the device. Empty for packets
+/// that only part or announce others.
 std::string inWords(const RecordEntry& entry);
 
 /// A state's name, or the text of an entry of that kind, for the same person.
