@@ -289,6 +289,19 @@ def a_gadget(*options, name="one", reboot_time=("--reboot-time", "1000")):
         gadget.close()
 
 
+@contextlib.contextmanager
+def captured(name):
+    """Writes down what passes on all buses; script/e2e has it dissected afterwards."""
+    with open(f"/tmp/{name}.dumpcap", "w+", encoding="utf-8") as said:
+        process = subprocess.Popen(["dumpcap", "-q", "-i", "usbmon0", "-w", str(OUT / f"{name}.pcapng")], stderr=said)
+        wait_for("the capture", lambda: "File:" in pathlib.Path(said.name).read_text(encoding="utf-8"))
+        try:
+            yield
+        finally:
+            process.send_signal(signal.SIGINT)
+            process.wait(PATIENCE)
+
+
 def settle():
     """Lets udev finish with what is attached."""
     wait_for("the device on the bus", nodes)
@@ -351,7 +364,7 @@ def device_attached_after_reset_now():
 
 @scenario
 def happy_path():
-    with a_gadget(reboot_time=()) as gadget, the_tool() as tool:
+    with captured("reset"), a_gadget(reboot_time=()) as gadget, the_tool() as tool:
         settle()
         tool.reset()
         judge_complete("happy", tool, gadget, FULL)
@@ -698,6 +711,7 @@ def prepare():
     subprocess.run(["/lib/systemd/systemd-udevd", "--daemon"], check=True)
     run("modprobe", "libcomposite")
     run("modprobe", "dummy_hcd", "num=2")
+    run("modprobe", "usbmon")
     run("udevadm", "trigger", "--action=add")
     run("udevadm", "settle")
     subprocess.Popen(["Xvfb", DISPLAY, "-screen", "0", "1280x1024x24", "-nolisten", "tcp"], stdout=subprocess.DEVNULL,
