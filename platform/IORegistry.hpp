@@ -2,11 +2,14 @@
 
 #include "platform/CFRunLoop.hpp"
 #include "platform/IOReturn.hpp"
+#include "platform/PropertyList.hpp"
 
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace platform {
 
@@ -14,7 +17,9 @@ class IOCFPlugInInterface;
 
 inline constexpr const char* kIOServicePlane = "IOService";
 inline constexpr const char* kIOServiceMatched = "IOServiceMatched";
+inline constexpr const char* kIOServiceTerminate = "IOServiceTerminate";
 inline constexpr const char* kIOUSBDeviceClassName = "IOUSBDevice";
+inline constexpr const char* kUSBProductString = "USB Product Name";
 
 /// Registry class plus the properties that must all be equal, each a signed 32-bit number.
 struct MatchingDictionary {
@@ -40,8 +45,18 @@ class IOService {
     /// with kIOReturnNoDevice when the entry has gone.
     virtual IOReturn IORegistryEntryGetPath(const std::string& plane, std::string& path) = 0;
 
-    /// The entry's id: 64 bits, never used twice while the system is up.
+    /// The entry's id: 64 bits, never used twice while the system is up. An entry that has gone keeps it.
     virtual IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) = 0;
+
+    /// The entry's name. That of a device says where it is plugged in, as the system writes it: "1-2.3" is bus 1, port
+    /// 3 of the hub at its port 2. An entry that has gone keeps it.
+    virtual IOReturn IORegistryEntryGetName(std::string& name) = 0;
+
+    /// What the registry knows of the entry; never opens the device. A device has the properties that it is matched by,
+    /// as numbers, and kUSBProductString if it names itself: one line of text. An entry that has gone keeps what is
+    /// known of it.
+    /// @return nothing when it has no such property
+    virtual std::optional<PropertyList> IORegistryEntryCreateCFProperty(const std::string& key) = 0;
 
     /// The access object of the wanted kind.
     /// @return kIOReturnNoDevice when the entry has gone, kIOReturnUnsupported for a kind that does not fit the entry

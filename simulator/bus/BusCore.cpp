@@ -19,13 +19,19 @@ std::optional<Pipe> roleOf(const Profile& profile, std::size_t pipe) {
     return std::nullopt;
 }
 
+std::optional<platform::PropertyList> propertyOf(const Profile& profile, const std::string& key) {
+    using Number = std::int64_t;
+    if (key == "idVendor") return platform::PropertyList{Number{profile.vendorId}};
+    if (key == "idProduct") return platform::PropertyList{Number{profile.productId}};
+    if (key == "bcdDevice") return platform::PropertyList{Number{profile.releaseNumber}};
+    if (key == platform::kUSBProductString) return platform::PropertyList{profile.productName};
+    return std::nullopt;
+}
+
 bool matches(const Profile& profile, const platform::MatchingDictionary& matching) {
     if (matching.className != platform::kIOUSBDeviceClassName) return false;
     return std::ranges::all_of(matching.properties, [&](const auto& property) {
-        const auto& [name, value] = property;
-        if (name == "idVendor") return value == profile.vendorId;
-        if (name == "idProduct") return value == profile.productId;
-        return name == "bcdDevice" && value == profile.releaseNumber;
+        return propertyOf(profile, property.first) == platform::PropertyList{std::int64_t{property.second}};
     });
 }
 

@@ -241,6 +241,9 @@ class BusCore : public std::enable_shared_from_this<BusCore> {
 /// Which of the three pipes a pipe of the profile is; nothing for a pipe that the device has beside them.
 std::optional<Pipe> roleOf(const Profile& profile, std::size_t pipe);
 
+/// What a device's registry entry says of it.
+std::optional<platform::PropertyList> propertyOf(const Profile& profile, const std::string& key);
+
 bool matches(const Profile& profile, const platform::MatchingDictionary& matching);
 
 }  // namespace simulator

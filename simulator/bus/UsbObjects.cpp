@@ -240,11 +240,24 @@ class Entry final : public platform::IOService {
     }
 
     IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) override {
-        return mHandle.core->onDevice(mHandle.attachment, BusOperation::IORegistryEntryGetRegistryEntryID,
-                                      [&](BusPort& port, DeferredWork&) {
-                                          entryId = port.entryId;
-                                          return platform::kIOReturnSuccess;
-                                      });
+        return mHandle.core->locked([&](DeferredWork&) {
+            entryId = mHandle.attachment.entryId;
+            BusPort* const port = mHandle.core->find(mHandle.attachment);
+            return port ? port->device.failure(BusOperation::IORegistryEntryGetRegistryEntryID, mHandle.core->now())
+                        : platform::kIOReturnSuccess;
+        });
+    }
+
+    IOReturn IORegistryEntryGetName(std::string& name) override {
+        name = "1-" + std::to_string(mHandle.attachment.port + 1) + (mOfInterface ? ":1.0" : "");
+        return platform::kIOReturnSuccess;
+    }
+
+    std::optional<platform::PropertyList> IORegistryEntryCreateCFProperty(const std::string& key) override {
+        if (mOfInterface) return std::nullopt;
+        return mHandle.core->locked([&](DeferredWork&) {
+            return propertyOf(mHandle.core->ports().at(mHandle.attachment.port)->device.profile(), key);
+        });
     }
 
     IOReturn IOCreatePlugInInterfaceForService(platform::IOUserClientType type,

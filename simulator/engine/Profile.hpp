@@ -38,6 +38,8 @@ struct Profile {
     /// The endpoints in descriptor order. A pipe that is left out does not exist on this device.
     std::vector<platform::PipeProperties> pipes = pipesOfSize(64);
 
+    std::string productName = "Trailmate 300";  ///< what the device tells the system that it is called
+
     std::uint16_t productNumber = 1000;  ///< the model, as product data reports it
     std::int16_t softwareVersion = 230;  ///< hundredths
     std::vector<std::string> descriptions = {"Trailmate 300 Software Version 2.30"};

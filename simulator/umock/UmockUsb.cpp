@@ -202,7 +202,9 @@ void UmockUsb::attach(std::size_t number, Time now) {
                       format("A: speed=%d\\n\n", out && out->maxPacketSize > 64 ? 480 : 12) +
                       format("A: bConfigurationValue=%d\\n\nA: bNumConfigurations=1\\n\n", profile.configurationValue) +
                       format("A: idVendor=%04x\\n\nA: idProduct=%04x\\n\n", profile.vendorId, profile.productId) +
-                      format("A: bcdDevice=%04x\\n\n", profile.releaseNumber) + "H: descriptors=" + descriptors + "\n";
+                      format("A: bcdDevice=%04x\\n\n", profile.releaseNumber) +
+                      format("A: product=%s\\n\n", profile.productName.c_str()) + "H: descriptors=" + descriptors +
+                      "\n";
     }
     if (mServedNodes.insert(port.node).second) {
         umockdev_testbed_attach_ioctl(mTestbed.get(), port.node.c_str(), mHandler.get(), nullptr);

@@ -24,6 +24,8 @@ class ScriptedUsb::Node final : public IOService,
     // IOService, IOIterator
     IOReturn IORegistryEntryGetPath(const std::string&, std::string& found) override { return give(found, mUsb.path); }
     IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) override { return give(entryId, 1U); }
+    IOReturn IORegistryEntryGetName(std::string& name) override { return give(name, "1-1"); }
+    std::optional<PropertyList> IORegistryEntryCreateCFProperty(const std::string&) override { return std::nullopt; }
     IOReturn IOCreatePlugInInterfaceForService(IOUserClientType,
                                                std::unique_ptr<IOCFPlugInInterface>& plugIn) override {
         return give(plugIn, node());

@@ -6,6 +6,7 @@
 #include "platform/linux/usb/UsbConnection.hpp"
 #include "platform/linux/usb/UsbErrors.hpp"
 
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -39,6 +40,11 @@ class UsbInterfaceService final : public IOService {
         return kIOReturnSuccess;
     }
     IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t&) override { return kIOReturnUnsupported; }
+    IOReturn IORegistryEntryGetName(std::string& name) override {
+        name = mDescription.path.substr(mDescription.path.rfind('/') + 1);
+        return kIOReturnSuccess;
+    }
+    std::optional<PropertyList> IORegistryEntryCreateCFProperty(const std::string&) override { return std::nullopt; }
     IOReturn IOCreatePlugInInterfaceForService(IOUserClientType type,
                                                std::unique_ptr<IOCFPlugInInterface>& plugIn) override {
         if (type != IOUserClientType::kIOUSBInterfaceUserClientTypeID) return kIOReturnUnsupported;

@@ -34,6 +34,16 @@ IOReturn UsbDeviceService::IORegistryEntryGetRegistryEntryID(std::uint64_t& entr
     return kIOReturnSuccess;
 }
 
+IOReturn UsbDeviceService::IORegistryEntryGetName(std::string& name) {
+    name = mAttach.name();
+    return kIOReturnSuccess;
+}
+
+std::optional<PropertyList> UsbDeviceService::IORegistryEntryCreateCFProperty(const std::string& key) {
+    const PropertyList* const value = valueIn(mAttach.properties, key);
+    return value ? std::optional(*value) : std::nullopt;
+}
+
 IOReturn UsbDeviceService::IOCreatePlugInInterfaceForService(IOUserClientType type,
                                                              std::unique_ptr<IOCFPlugInInterface>& plugIn) {
     if (type != IOUserClientType::kIOUSBDeviceUserClientTypeID) return kIOReturnUnsupported;

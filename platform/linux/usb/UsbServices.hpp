@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -17,6 +18,8 @@ class UsbDeviceService final : public IOService {
 
     IOReturn IORegistryEntryGetPath(const std::string& plane, std::string& path) override;
     IOReturn IORegistryEntryGetRegistryEntryID(std::uint64_t& entryId) override;
+    IOReturn IORegistryEntryGetName(std::string& name) override;
+    std::optional<PropertyList> IORegistryEntryCreateCFProperty(const std::string& key) override;
     IOReturn IOCreatePlugInInterfaceForService(IOUserClientType type,
                                                std::unique_ptr<IOCFPlugInInterface>& plugIn) override;
 
