@@ -78,7 +78,7 @@ class IONotificationPort {
     virtual std::shared_ptr<CFRunLoopSource> IONotificationPortGetRunLoopSource() = 0;
 };
 
-/// Call-back of a matching notification: the entries that have just matched.
+/// Call-back of a matching notification: the entries that have just matched, or gone.
 using IOServiceMatchingCallback = void (*)(void* refCon, IOIterator& iterator);
 
 /// The registry of attached devices. Any thread.
@@ -96,7 +96,13 @@ class IORegistry {
     /// group of entries that newly match. What is present now comes back in the iterator, which the caller has to take
     /// to its end: some registries do not call back before. Nothing falls between the two and nothing is in both. The
     /// notification lives as long as the port.
-    /// @param type  kIOServiceMatched; anything else is refused with kIOReturnUnsupported
+    ///
+    /// For departures it is the same with the entries that matched and have gone, each told of once; the iterator,
+    /// which has to be taken to its end as well, holds none. Between notifications there is no order: when a departure
+    /// is told of, the next device may be on the port already. What comes and goes before the loop runs may be told of
+    /// by neither.
+    /// @param type  kIOServiceMatched or, for departures, kIOServiceTerminate; anything else is refused with
+    ///              kIOReturnUnsupported
     virtual IOReturn IOServiceAddMatchingNotification(IONotificationPort& port, const std::string& type,
                                                       const MatchingDictionary& matching,
                                                       IOServiceMatchingCallback callback, void* refCon,

@@ -127,10 +127,11 @@ void Connection::deliver(Schedule& schedule) {
 
 // ---- Listener
 
-void Listener::arrived(const BusPort& port, const Attachment& attachment, DeferredWork& after) {
+void Listener::tell(std::string_view type, const BusPort& port, const Attachment& attachment, DeferredWork& after) {
     for (std::size_t i = 0; i < mNotifications.size(); ++i) {
-        if (!matches(port.device.profile(), mNotifications[i].matching)) continue;
-        mNotifications[i].arrived.push_back(attachment);
+        auto& one = mNotifications[i];
+        if (one.type != type || !matches(port.device.profile(), one.matching)) continue;
+        one.entries.push_back(attachment);
         post(i, after);
     }
 }
@@ -143,7 +144,7 @@ void Listener::arm(std::size_t notification, DeferredWork& after) {
 
 void Listener::post(std::size_t notification, DeferredWork& after) {
     auto& one = mNotifications[notification];
-    if (!mSchedule || !one.armed || one.posted || one.arrived.empty()) return;
+    if (!mSchedule || !one.armed || one.posted || one.entries.empty()) return;
     one.posted = true;
     after.post(mSchedule, [self = shared_from_this(), notification, schedule = mSchedule] {
         self->deliver(notification, *schedule);
@@ -151,7 +152,7 @@ void Listener::post(std::size_t notification, DeferredWork& after) {
 }
 
 void Listener::deliver(std::size_t notification, const Schedule& schedule) {
-    std::vector<Attachment> arrived;
+    std::vector<Attachment> entries;
     platform::IOServiceMatchingCallback callback = nullptr;
     void* refCon = nullptr;
     {
@@ -159,11 +160,11 @@ void Listener::deliver(std::size_t notification, const Schedule& schedule) {
         if (&schedule != mSchedule.get()) return;
         auto& one = mNotifications[notification];
         one.posted = false;
-        arrived.swap(one.arrived);
+        entries.swap(one.entries);
         callback = one.callback;
         refCon = one.refCon;
     }
-    const auto iterator = makeDeviceIterator(mCore, arrived);
+    const auto iterator = makeDeviceIterator(mCore, entries);
     callback(refCon, *iterator);
 }
 
@@ -294,7 +295,6 @@ bool BusCore::follow(std::size_t index, DeferredWork& after) {
     if (port.attached) {
         port.entryId = ++mLastEntryId;  // what belonged to the attach before is stale from here on
         port.device.attached(now());
-        for (const auto& listener : mListeners) listener->arrived(port, {index, port.entryId}, after);
     } else {
         port.device.detached(now());
         // Completions on their way survive this: the interface object keeps its connection until it is closed.
@@ -302,6 +302,8 @@ bool BusCore::follow(std::size_t index, DeferredWork& after) {
         port.connection = nullptr;
         port.openedBy = nullptr;
     }
+    const char* const type = port.attached ? platform::kIOServiceMatched : platform::kIOServiceTerminate;
+    for (const auto& listener : mListeners) listener->tell(type, port, {index, port.entryId}, after);
     port.device.advance(now());
     return true;
 }

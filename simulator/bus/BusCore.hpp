@@ -129,10 +129,11 @@ struct BusPort {
 class Listener final : public platform::CFRunLoopSource, public std::enable_shared_from_this<Listener> {
   public:
     struct Notification {
+        std::string type;  ///< kIOServiceMatched or kIOServiceTerminate
         platform::MatchingDictionary matching;
         platform::IOServiceMatchingCallback callback = nullptr;
         void* refCon = nullptr;
-        std::vector<Attachment> arrived;  ///< not yet handed over
+        std::vector<Attachment> entries;  ///< arrived or gone, not yet handed over
         bool posted = false;
         bool armed = false;  ///< the iterator over what was there has been taken to its end
     };
@@ -144,7 +145,8 @@ class Listener final : public platform::CFRunLoopSource, public std::enable_shar
         return mNotifications.size() - 1;
     }
     void arm(std::size_t notification, DeferredWork& after);
-    void arrived(const BusPort& port, const Attachment& attachment, DeferredWork& after);
+    /// Has the notifications of a type tell of an attachment.
+    void tell(std::string_view type, const BusPort& port, const Attachment& attachment, DeferredWork& after);
     void close() noexcept;  ///< without the lock
 
     // platform::CFRunLoopSource; without the lock

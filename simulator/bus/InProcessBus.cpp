@@ -128,14 +128,15 @@ platform::IOReturn InProcessBus::IOServiceAddMatchingNotification(
     // Ports of another registry can't be served from here.
     auto* own = dynamic_cast<NotificationPort*>(&port);
     if (!own) return platform::kIOReturnBadArgument;
-    if (type != platform::kIOServiceMatched) return platform::kIOReturnUnsupported;
+    const bool tellsOfArrivals = type == platform::kIOServiceMatched;
+    if (!tellsOfArrivals && type != platform::kIOServiceTerminate) return platform::kIOReturnUnsupported;
     return mCore->locked([&](DeferredWork&) {
         const auto failure = mCore->busFailure(BusOperation::IOServiceAddMatchingNotification);
         if (failure != platform::kIOReturnSuccess) return failure;
         // One lock over both, so that nothing falls between the list and the first notification.
-        const std::size_t number = own->listener().add({matching, callback, refCon, {}});
+        const std::size_t number = own->listener().add({type, matching, callback, refCon, {}});
         iterator = std::make_unique<ArmingIterator>(
-            makeDeviceIterator(mCore, mCore->present(matching)),
+            makeDeviceIterator(mCore, tellsOfArrivals ? mCore->present(matching) : std::vector<Attachment>()),
             [core = mCore, weak = own->listener().weak_from_this(), number] {
                 const auto listener = weak.lock();
                 if (listener) core->locked([&](DeferredWork& after) { listener->arm(number, after); });

@@ -189,8 +189,11 @@ inline MatchingDictionary matchingTrovik() {
 }
 
 struct Found {
-    std::string path;
+    std::string path;  ///< none of one that has gone
     std::uint64_t id = 0;
+    std::string name, product;
+    std::int64_t vendor = 0;
+    Found afterwards() const { return {"", id, name, product, vendor}; }
     bool operator==(const Found&) const = default;
 };
 
@@ -198,8 +201,14 @@ inline std::vector<Found> drain(IOIterator& iterator) {
     std::vector<Found> found;
     while (const auto entry = iterator.IOIteratorNext()) {
         Found one;
-        EXPECT_EQ(entry->IORegistryEntryGetPath(kIOServicePlane, one.path), kIOReturnSuccess);
+        entry->IORegistryEntryGetPath(kIOServicePlane, one.path);
         EXPECT_EQ(entry->IORegistryEntryGetRegistryEntryID(one.id), kIOReturnSuccess);
+        EXPECT_EQ(entry->IORegistryEntryGetName(one.name), kIOReturnSuccess);
+        if (const auto product = entry->IORegistryEntryCreateCFProperty(kUSBProductString))
+            one.product = *product->string();
+        if (const auto vendor = entry->IORegistryEntryCreateCFProperty("idVendor"))
+            one.vendor = std::get<std::int64_t>(vendor->value);
+        EXPECT_FALSE(entry->IORegistryEntryCreateCFProperty("no such property"));
         found.push_back(one);
     }
     return found;
@@ -214,9 +223,8 @@ inline std::vector<Found> present(IORegistry& registry) {
 /// Is told of the library's devices from its port's source, one group a call.
 struct Listener {
     explicit Listener(IORegistry& where) : registry(where), port(where.IONotificationPortCreate()) {}
-    IOReturn subscribe() {
-        return registry.IOServiceAddMatchingNotification(*port, kIOServiceMatched, matchingTrovik(), told, this,
-                                                         iterator);
+    IOReturn subscribe(const std::string& type = kIOServiceMatched) {
+        return registry.IOServiceAddMatchingNotification(*port, type, matchingTrovik(), told, this, iterator);
     }
     static void told(void* refCon, IOIterator& found) {
         static_cast<Listener*>(refCon)->groups.push_back(drain(found));
@@ -308,6 +316,33 @@ TYPED_TEST_P(UsbContract, NotificationTellsOfNewMatchesOnly) {
     this->backend.plug();
     loop.CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, false);
     EXPECT_EQ(listener.groups, told);
+}
+
+TYPED_TEST_P(UsbContract, DepartureIsToldOfOnceAndTheEntryStillSaysWhatItWas) {
+    auto& loop = this->backend.loop();
+    const Found first = this->plugged();
+    EXPECT_EQ(first, (Found{first.path, first.id, "1-1", "Trailmate 300", kTrovikVendorId}));
+    Listener listener(this->backend.registry());
+    const auto source = listener.port->IONotificationPortGetRunLoopSource();
+    loop.CFRunLoopAddSource(source, kCFRunLoopDefaultMode);
+    EXPECT_EQ(listener.subscribe("IOServiceWhatever"), kIOReturnUnsupported);
+    ASSERT_EQ(listener.subscribe(kIOServiceTerminate), kIOReturnSuccess);
+    EXPECT_TRUE(drain(*listener.iterator).empty()) << "nothing has gone yet";
+    const auto runUntilTold = [&](std::size_t departures) {
+        EXPECT_EQ(listener.groups.size(), departures - 1) << "only the loop may call back";
+        EXPECT_TRUE(runUntil(loop, kCFRunLoopDefaultMode, [&] { return listener.groups.size() >= departures; }));
+    };
+
+    this->backend.unplug();
+    runUntilTold(1);
+    const Found second = this->plugged();
+    loop.CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+    this->backend.unplug();
+    this->plugged();  // the next one is there before the loop runs
+    runUntilTold(2);
+    loop.CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, false);
+    EXPECT_EQ(listener.groups, (decltype(listener.groups){{first.afterwards()}, {second.afterwards()}}));
+    loop.CFRunLoopRemoveSource(source);
 }
 
 TYPED_TEST_P(UsbContract, OpenedDeviceTellsItsIdsAndPipes) {
@@ -494,8 +529,8 @@ TYPED_TEST_P(UsbContract, CloseTakesBackWhatIsPendingAndCompletesNothingMore) {
 }
 
 REGISTER_TYPED_TEST_SUITE_P(UsbContract, PresentDeviceIsFoundByItsPathAndForgottenWhenItLeaves,
-                            NotificationTellsOfNewMatchesOnly, OpenedDeviceTellsItsIdsAndPipes,
-                            CompletionsComeInOrderAndOnlyWhileTheModeRuns,
+                            NotificationTellsOfNewMatchesOnly, DepartureIsToldOfOnceAndTheEntryStillSaysWhatItWas,
+                            OpenedDeviceTellsItsIdsAndPipes, CompletionsComeInOrderAndOnlyWhileTheModeRuns,
                             ReadEndsWithAShortPacketAnEmptyOneOrAFullBuffer,
                             WriteOfAnExactMultipleEndsWithTheEmptyTransferOnly, AbortEndsEveryTransferOfThePipeOnce,
                             StallEndsTheTransferWithItsOwnResult, UnplugEndsWhatIsUnderWayAndRefusesWhatFollows,

@@ -9,14 +9,18 @@
 
 #include <libudev.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <list>
 #include <map>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace platform {
@@ -38,6 +42,12 @@ std::optional<std::int32_t> hexAttribute(udev_device* device, const std::string&
     const auto [end, error] = std::from_chars(text, text + std::strlen(text), number, 16);
     if (error != std::errc() || *end != '\0') return std::nullopt;
     return number;
+}
+
+/// A property of an event; 0 when it has none.
+std::uint64_t numberProperty(udev_device* device, const char* name) {
+    const char* const text = udev_device_get_property_value(device, name);
+    return text ? std::strtoull(text, nullptr, 10) : 0;
 }
 
 /// Identity is compared as numbers. The dictionary's properties are called what sysfs calls the attributes; sysfs
@@ -79,16 +89,19 @@ std::unique_ptr<IOIterator> iteratorOver(Attaches attaches) {
     return std::make_unique<IOServiceList>(std::move(entries));
 }
 
-/// One armed notification: its own monitor, and the attaches that it has accounted for. Owner thread only.
+/// One armed notification: its own monitor, and the attaches that it takes to be there. Owner thread only.
 class Subscription {
   public:
-    Subscription(AsioRunLoops& loops, const MatchingDictionary& matching, IOServiceMatchingCallback callback,
-                 void* refCon)
-        : mLoops(loops), mMatching(matching), mCallback(callback), mRefCon(refCon) {}
+    enum class Tells { OfArrivals, OfDepartures };
+
+    Subscription(AsioRunLoops& loops, Tells tells, const MatchingDictionary& matching,
+                 IOServiceMatchingCallback callback, void* refCon)
+        : mLoops(loops), mTells(tells), mMatching(matching), mCallback(callback), mRefCon(refCon) {}
 
     /// Subscribes first and then looks at what is there: an attach in between is in the list, and its event is known
     /// by its entry id.
-    IOReturn arm(Attaches& present) {
+    /// @param first  set to what the arming iterator holds
+    IOReturn arm(Attaches& first) {
         mUdev.reset(udev_new());
         if (!mUdev) return kIOReturnNoMemory;
         mMonitor.reset(udev_monitor_new_from_netlink(mUdev.get(), "udev"));
@@ -96,8 +109,8 @@ class Subscription {
             udev_monitor_enable_receiving(mMonitor.get()) < 0) {
             return kIOReturnError;
         }
-        const IOReturn result = enumerate(mUdev.get(), mLoops, mMatching, present);
-        takeNew(present);
+        const IOReturn result = look();
+        first = takeTold();
         return result;
     }
 
@@ -107,46 +120,78 @@ class Subscription {
     void unwatch() { mWatch.reset(); }
 
   private:
-    /// Everything that has arrived makes one group.
+    /// Everything that has come in makes one group.
     void receive() {
-        Attaches matched;
         errno = 0;
         for (Device device; device.reset(udev_monitor_receive_device(mMonitor.get())), device; errno = 0) {
             const char* action = udev_device_get_action(device.get());
             const std::string path = udev_device_get_syspath(device.get());
             if (!action) continue;
-            // A removal is no reason to forget the port's entry: the list of what is there may be ahead of the events,
-            // and the entry already be that of the next attach.
+            if (std::string_view(action) == "remove") takeRemoved(path, device.get());
             if (std::string_view(action) != "add" || !matches(device.get(), mMatching)) continue;
-            if (auto attach = UsbAttach::at(mLoops, path)) matched.push_back(*std::move(attach));
+            if (auto attach = UsbAttach::at(mLoops, path)) takeAdded(*std::move(attach));
         }
         if (errno == ENOBUFS) {
             // The socket has overflowed and events are lost: look again at what is there.
             NSLog("Attach events were lost; all devices are looked at again.\n");
-            matched.clear();
-            enumerate(mUdev.get(), mLoops, mMatching, matched);
+            std::erase_if(mKnown, [this](const auto& known) {
+                const bool hasGone = !known.second.isPresent();
+                if (hasGone) mDeparted.push_back(known.second);
+                return hasGone;
+            });
+            look();
         }
-        takeNew(matched);
-        if (matched.empty()) return;
-        const auto iterator = iteratorOver(std::move(matched));
+        Attaches told = takeTold();
+        if (told.empty()) return;
+        const auto iterator = iteratorOver(std::move(told));
         mCallback(mRefCon, *iterator);
     }
 
-    /// Leaves only the attaches not seen before: udev may announce one again at any time ("udevadm trigger").
-    void takeNew(Attaches& attaches) {
-        std::erase_if(attaches, [&](const UsbAttach& attach) {
-            return std::exchange(mKnown[attach.path], attach.entryId) == attach.entryId;
-        });
+    IOReturn look() {
+        Attaches present;
+        const IOReturn result = enumerate(mUdev.get(), mLoops, mMatching, present);
+        for (UsbAttach& attach : present) takeAdded(std::move(attach));
+        return result;
+    }
+
+    void takeAdded(UsbAttach attach) {
+        const auto [known, isNew] = mKnown.try_emplace(attach.path, attach);
+        if (!isNew) {
+            // udev may announce a device again at any time ("udevadm trigger").
+            if (known->second.entryId == attach.entryId) return;
+            mDeparted.push_back(std::exchange(known->second, attach));
+        }
+        mArrived.push_back(std::move(attach));
+    }
+
+    /// The list of what is there may be ahead of the events: what is known at the path of a removal may already be the
+    /// next attach, and stays then.
+    void takeRemoved(const std::string& path, udev_device* event) {
+        const auto known = mKnown.find(path);
+        if (known == mKnown.end()) return;
+        const bool isMeant = known->second.hasNumbers(numberProperty(event, "BUSNUM"), numberProperty(event, "DEVNUM"));
+        if (!isMeant && known->second.isPresent()) return;
+        mDeparted.push_back(std::move(known->second));
+        mKnown.erase(known);
+    }
+
+    /// What is to be told of, if anything.
+    Attaches takeTold() {
+        Attaches arrived = std::exchange(mArrived, {});
+        Attaches departed = std::exchange(mDeparted, {});
+        return mTells == Tells::OfArrivals ? arrived : departed;
     }
 
     AsioRunLoops& mLoops;
+    const Tells mTells;
     const MatchingDictionary mMatching;
     const IOServiceMatchingCallback mCallback;
     void* const mRefCon;
     Udev mUdev;
     Monitor mMonitor;
-    std::map<std::string, std::uint64_t> mKnown;  // entry id by registry path; one of each port
-    std::unique_ptr<DescriptorWatch> mWatch;      // last: goes before the monitor whose descriptor it watches
+    std::map<std::string, UsbAttach> mKnown;  // by registry path; one of each port
+    Attaches mArrived, mDeparted;             // since they were last told of
+    std::unique_ptr<DescriptorWatch> mWatch;  // last: goes before the monitor whose descriptor it watches
 };
 
 /// The source of a port: all its subscriptions, watched in the mode that it serves.
@@ -164,9 +209,9 @@ class UdevSource final : public CFRunLoopSource {
         mLoop.reset();
     }
 
-    IOReturn add(const MatchingDictionary& matching, IOServiceMatchingCallback callback, void* refCon,
-                 Attaches& present) {
-        Subscription& subscription = mSubscriptions.emplace_back(mLoops, matching, callback, refCon);
+    IOReturn add(Subscription::Tells tells, const MatchingDictionary& matching, IOServiceMatchingCallback callback,
+                 void* refCon, Attaches& present) {
+        Subscription& subscription = mSubscriptions.emplace_back(mLoops, tells, matching, callback, refCon);
         const IOReturn result = subscription.arm(present);
         if (result != kIOReturnSuccess) {
             mSubscriptions.pop_back();
@@ -216,11 +261,13 @@ IOReturn UdevRegistry::IOServiceAddMatchingNotification(IONotificationPort& port
                                                         const MatchingDictionary& matching,
                                                         IOServiceMatchingCallback callback, void* refCon,
                                                         std::unique_ptr<IOIterator>& iterator) {
-    if (type != kIOServiceMatched) return kIOReturnUnsupported;
+    const bool tellsOfArrivals = type == kIOServiceMatched;
+    if (!tellsOfArrivals && type != kIOServiceTerminate) return kIOReturnUnsupported;
     auto* own = dynamic_cast<UdevNotificationPort*>(&port);
     if (!own) return kIOReturnBadArgument;
     Attaches present;
-    const IOReturn result = own->source->add(matching, callback, refCon, present);
+    const auto tells = tellsOfArrivals ? Subscription::Tells::OfArrivals : Subscription::Tells::OfDepartures;
+    const IOReturn result = own->source->add(tells, matching, callback, refCon, present);
     if (result == kIOReturnSuccess) iterator = iteratorOver(std::move(present));
     return result;
 }

@@ -10,7 +10,7 @@ namespace platform {
 class AsioRunLoops;
 
 /// The device registry over libudev: class "IOUSBDevice" stands for the USB devices in sysfs, matched by the numbers
-/// "idVendor", "idProduct" and "bcdDevice". Attach notifications come from udev rather than from the kernel, so that a
+/// "idVendor", "idProduct" and "bcdDevice". Notifications come from udev rather than from the kernel, so that a
 /// device's permissions are set when it is reported.
 ///
 /// A registry path is the device's folder in sysfs, which names the port. An entry id is made of the folder's inode

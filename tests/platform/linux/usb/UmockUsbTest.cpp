@@ -79,20 +79,30 @@ TEST_F(UmockUsbTest, DevicesOfOneMomentComeInOneNotificationAndEachAttachOnce) {
     ASSERT_EQ(present.size(), 2U);
     EXPECT_EQ(listener.groups, decltype(listener.groups){present});
 
+    contract::Listener departures(registry());
+    ASSERT_EQ(departures.subscribe(kIOServiceTerminate), kIOReturnSuccess);
+    const auto departureSource = departures.port->IONotificationPortGetRunLoopSource();
+    loop().CFRunLoopAddSource(departureSource, kCFRunLoopDefaultMode);
+
     for (const bool loses : {false, true}) {
         SCOPED_TRACE(loses);
         gLosesEvents = loses;
+        const auto before = contract::present(registry());
         listener.groups.clear();
+        departures.groups.clear();
         usb.announceAgain(0);
         usb.unplug(1);
         usb.plug(1);
-        EXPECT_TRUE(contract::runUntil(loop(), kCFRunLoopDefaultMode, [&] { return !listener.groups.empty(); }));
+        EXPECT_TRUE(contract::runUntil(loop(), kCFRunLoopDefaultMode,
+                                       [&] { return !listener.groups.empty() && !departures.groups.empty(); }));
         const auto now = contract::present(registry());
-        EXPECT_NE(now.at(1).id, present[1].id);
+        EXPECT_NE(now.at(1).id, before.at(1).id);
+        EXPECT_THAT(departures.groups, ElementsAre(ElementsAre(before[1].afterwards())));
         EXPECT_THAT(listener.groups, ElementsAre(ElementsAre(now[1]))) << "not the one that was only announced again";
     }
     gLosesEvents = false;
     loop().CFRunLoopRemoveSource(source);
+    loop().CFRunLoopRemoveSource(departureSource);
 }
 
 TEST_F(UmockUsbTest, KernelDriverIsDetachedAndGivenBack) {
