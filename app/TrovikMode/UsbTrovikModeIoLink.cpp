@@ -8,7 +8,10 @@
 #include "THR/THR_CancelRequested.hpp"
 #include "app/TrovikMode/TrovikModeUtil.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+#include "platform/common/Boundary.hpp"
 
+#include <mutex>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -21,6 +24,28 @@ constexpr std::uint16_t kNoPathLine = 81;  ///< stable identifier of the raise s
 thr::CancelRequested_t& noCancelSource() {
     static auto& functor = *new thr::CancelRequestedFunctor_t;
     return functor;
+}
+
+/// What all links share. Never destroyed, as the above.
+struct SharedObserver {
+    std::mutex mutex;
+    UsbTrovikModeIoLink::IdentificationObserver observer;
+};
+SharedObserver& sharedObserver() {
+    static auto& shared = *new SharedObserver;
+    return shared;
+}
+
+void tellIdentification(const std::string& path, const ioa::ProductData_t& product) noexcept {
+    const auto tell = [&] {
+        UsbTrovikModeIoLink::IdentificationObserver observer;
+        {
+            const std::lock_guard lock(sharedObserver().mutex);
+            observer = sharedObserver().observer;
+        }
+        if (observer) observer(path, product);
+    };
+    platform::runGuarded(tell, gcFile, __LINE__);
 }
 
 }  // namespace
@@ -45,9 +70,15 @@ glo::AutoPtr<iol::Link_t> UsbTrovikModeIoLink::getIolLinkForPath(const std::opti
         new iou::UsbLink_t(noCancelSource(), *path, iou::UsbLink_t::PacketCheckingModeDefault, iol::gcDefaultTimeout));
 }
 
+void UsbTrovikModeIoLink::setIdentificationObserver(IdentificationObserver observer) {
+    const std::lock_guard lock(sharedObserver().mutex);
+    sharedObserver().observer.swap(observer);
+}
+
 bool UsbTrovikModeIoLink::sendIopCommand(std::uint16_t command, ByteView data, bool awaitResponse, Error* error) {
     try {
         ftx::Channel_t channel(*mLink);
+        tellIdentification(mIoPath, channel.Product());
         channel.SendIopCommand(command, std::vector<unsigned char>(data.begin(), data.end()));
         if (awaitResponse) {
             iol::Packet_t response(command);

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "GLO/GLO_AutoPtr.hpp"
+#include "IOA/IOA_ProductData.hpp"
 #include "IOL/IOL_Link.hpp"
 #include "app/Util/Error.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -45,6 +47,14 @@ class UsbTrovikModeIoLink {
     /// @return true when the command has been sent, and answered if an answer was awaited
     /// Never throws. Blocks. Owner thread only.
     bool sendIopCommand(std::uint16_t command, ByteView data, bool awaitResponse, Error* error);
+
+    /// Told, once a command has identified the device at a path and before the command leaves, what the device has said
+    /// of itself. Nothing is asked for this, and what leaves the observer as an exception changes nothing.
+    using IdentificationObserver = std::function<void(const std::string& path, const ioa::ProductData_t& product)>;
+
+    /// Sets the observer of all links; empty for none. The one before may still be told of a command that is under way.
+    /// Any thread. Callback on the command's thread.
+    static void setIdentificationObserver(IdentificationObserver observer);
 
     const std::string& ioPath() const { return mIoPath; }
 
