@@ -32,6 +32,10 @@ namespace {
 // Device-independent pixels.
 constexpr QSize kFrame(0, 40);  ///< what the desktop puts around it, for which it can't be asked yet
 constexpr QSize kSmallestSize(360, 240);
+constexpr int kLongestName = 200;  ///< of a device
+
+constexpr const char* kUnpluggedPicture = "device-unplugged";
+constexpr const char* kConnectedPicture = "device-connected";
 
 QString localized(const char* key) {
     return QString::fromStdString(platform::mainBundle().localizedStringForKey(key, "", ""));
@@ -71,7 +75,11 @@ QIcon applicationIcon() {
 
 }  // namespace
 
-MainWindow::MainWindow(AppDelegate& controller) : mController(controller), mContainer(new QWidget) {
+MainWindow::MainWindow(AppDelegate& controller)
+    : mController(controller),
+      mContainer(new QWidget),
+      mStatusTexts{localized("StatusNoDevice"), localized("StatusDevice"), localized("StatusUnnamedDevice"),
+                   localized("StatusDevices")} {
     QApplication::setLayoutDirection(textDirection());  // of every window: alerts are windows of their own
     setWindowIcon(applicationIcon());
     setMinimumSize(kSmallestSize);
@@ -94,7 +102,7 @@ MainWindow::~MainWindow() {
 
 void MainWindow::makeScreens() {
     AppDelegate::Outlets& outlets = mController.outlets();
-    mNotStartedView = std::make_unique<MainWindowScreen>("device-unplugged");
+    mNotStartedView = std::make_unique<MainWindowScreen>(kUnpluggedPicture);
     outlets.notStartedView = mNotStartedView.get();
     outlets.titleText = mNotStartedView->heading();
     outlets.resetBodyText = mNotStartedView->addText();
@@ -108,6 +116,7 @@ void MainWindow::makeScreens() {
     outlets.progressIndicator->setRange(0, 1);  // stands still until the controller starts it
     outlets.progressIndicator->setAccessibleName(localized("ProgressDescription"));
     outlets.dontUnplugText = mInProgressView->addText();
+    mInProgressView->addElapsedTime(localized("StatusElapsedTime"));
 
     mCompleteView = std::make_unique<MainWindowScreen>("device-done");
     outlets.completeView = mCompleteView.get();
@@ -119,6 +128,22 @@ void MainWindow::makeScreens() {
     connect(outlets.mainMenuButton, &QPushButton::clicked, this,
             [this] { mController.returnToMainMenuButtonClicked(); });
     connect(outlets.quitButton, &QPushButton::clicked, this, [this] { mController.quitButtonClicked(); });
+}
+
+QString MainWindow::statusOf(const std::vector<ConnectedDevice>& devices) const {
+    const auto with = [](QString text, const QString& value) { return text.replace(QLatin1String("%@"), value); };
+    if (devices.empty()) return mStatusTexts.none;
+    if (devices.size() > 1) return with(mStatusTexts.several, QString::number(devices.size()));
+    const QString name = QString::fromStdString(devices.front().name).simplified();
+    if (name.isEmpty()) return mStatusTexts.oneWithoutName;
+    return with(mStatusTexts.one, embedded(fontMetrics().elidedText(name, Qt::ElideMiddle, kLongestName)));
+}
+
+void MainWindow::showDevices(const std::vector<ConnectedDevice>& devices) {
+    const QString status = statusOf(devices);
+    for (MainWindowScreen* const screen : {mNotStartedView.get(), mInProgressView.get(), mCompleteView.get()})
+        screen->setStatus(status);
+    mNotStartedView->setPicture(devices.empty() ? kUnpluggedPicture : kConnectedPicture);
 }
 
 void MainWindow::makeMenu() {

@@ -1,8 +1,12 @@
 #pragma once
 
+#include "app/TrovikMode/ConnectedDevices.hpp"
+
 #include <QMainWindow>
+#include <QString>
 
 #include <memory>
+#include <vector>
 
 class AppDelegate;
 class MainWindowScreen;
@@ -21,6 +25,9 @@ class MainWindow : public QMainWindow {
     MainWindow(const MainWindow&) = delete;
     MainWindow& operator=(const MainWindow&) = delete;
 
+    /// Says on every screen what is connected, and shows it in the picture of the first.
+    void showDevices(const std::vector<ConnectedDevice>& devices);
+
   protected:
     void closeEvent(QCloseEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
@@ -30,10 +37,17 @@ class MainWindow : public QMainWindow {
     void makeMenu();
     void showAbout();
 
+    QString statusOf(const std::vector<ConnectedDevice>& devices) const;
+
     AppDelegate& mController;
     QWidget* mContainer;
     // A screen that is not shown has no parent, hence owners of their own.
     std::unique_ptr<MainWindowScreen> mNotStartedView;
     std::unique_ptr<MainWindowScreen> mInProgressView;
     std::unique_ptr<MainWindowScreen> mCompleteView;
+
+    struct StatusTexts {
+        QString none, one, oneWithoutName, several;
+    };
+    const StatusTexts mStatusTexts;
 };

@@ -1,5 +1,6 @@
 #include "app/MainWindowScreen.hpp"
 
+#include "platform/Clock.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
 
@@ -23,12 +24,15 @@
 #include <QStyle>
 #include <QTextLayout>
 #include <QTextOption>
+#include <QTimerEvent>
 #include <QVBoxLayout>
 
 #include <algorithm>
 #include <cmath>
 #include <map>
 #include <numbers>
+#include <string>
+#include <utility>
 
 namespace {
 
@@ -64,33 +68,12 @@ QColor textColour(const QWidget& widget, double strength) {
     return colour;
 }
 
-class ScreenPicture final : public QWidget {
-  public:
-    ScreenPicture(const char* name, QWidget* parent) : QWidget(parent), mName(name) {
-        setObjectName(QStringLiteral("picture"));
-    }
-
-  protected:
-    void paintEvent(QPaintEvent*) override {
-        if (mIcon.isNull()) {  // not before it is seen: the window waits for no picture but its first
-            if (const auto path = platform::mainBundle().pathForResource(mName, "png", ""))
-                mIcon = QIcon(QString::fromStdString(*path));
-        }
-        QPainter painter(this);
-        mIcon.paint(&painter, rect());
-    }
-
-  private:
-    const char* mName;
-    QIcon mIcon;
-};
-
 /// A wrapped text whose first paragraph stands out: it has a font of its own, and what follows is quieter. It is
 /// measured once for each width: a layout asks for the same few of them again and again.
-class ScreenText final : public QLabel {
+class ScreenText : public QLabel {
   public:
-    ScreenText(double leadScale, QFont::Weight leadWeight, QWidget* parent)
-        : QLabel(parent), mLeadScale(leadScale), mLeadWeight(leadWeight) {
+    ScreenText(double leadScale, QFont::Weight leadWeight, QWidget* parent, double leadStrength = 1)
+        : QLabel(parent), mLeadScale(leadScale), mLeadWeight(leadWeight), mLeadStrength(leadStrength) {
         setTextFormat(Qt::PlainText);
         setWordWrap(true);
     }
@@ -149,7 +132,7 @@ class ScreenText final : public QLabel {
             lines.endLayout();
             widest = std::max(widest, lines.minimumWidth());
             if (!painter) continue;
-            painter->setPen(textColour(*this, first ? 1 : kDetailStrength));
+            painter->setPen(textColour(*this, first ? mLeadStrength : kDetailStrength));
             lines.draw(painter, {});
         }
         return {static_cast<int>(std::ceil(widest)), static_cast<int>(std::ceil(y))};
@@ -157,10 +140,55 @@ class ScreenText final : public QLabel {
 
     double mLeadScale;
     QFont::Weight mLeadWeight;
+    double mLeadStrength;
     // What the sizes are for.
     mutable QString mText;
     mutable qreal mScale = 0;
     mutable std::map<int, QSize> mSizes;  ///< by width
+};
+
+/// A quiet line at the foot, in as little room as it takes.
+class FootText : public ScreenText {
+  public:
+    explicit FootText(QWidget* parent) : ScreenText(1, QFont::Normal, parent, kDetailStrength) { hide(); }
+
+    QSize sizeHint() const override {
+        const int width = std::min(fontMetrics().horizontalAdvance(text()) + 1, ScreenText::sizeHint().width());
+        return {width, heightForWidth(width)};
+    }
+};
+
+/// How long it has been there. It wakes up once a second, and only while it is seen.
+class ElapsedTime final : public FootText {
+  public:
+    ElapsedTime(QString format, QWidget* parent) : FootText(parent), mFormat(std::move(format)) {
+        setObjectName(QStringLiteral("elapsed"));
+        tell();
+        setVisible(true);
+    }
+
+  protected:
+    void showEvent(QShowEvent* event) override {
+        // A window that comes back from the task bar shows the same screen as before.
+        if (!event->spontaneous()) mStart = platform::systemClock().CFAbsoluteTimeGetCurrent();
+        tell();
+    }
+    void hideEvent(QHideEvent*) override { mTimer.stop(); }
+    void timerEvent(QTimerEvent*) override { tell(); }
+
+  private:
+    void tell() {
+        const double elapsed = std::max(0.0, platform::systemClock().CFAbsoluteTimeGetCurrent() - mStart);
+        const auto seconds = static_cast<long long>(elapsed);
+        const QString time = QStringLiteral("%1:%2").arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0'));
+        setText(QString(mFormat).replace(QLatin1String("%@"), time));
+        const double left = 1 - (elapsed - static_cast<double>(seconds));
+        if (isVisible()) mTimer.start(static_cast<int>(std::ceil(1000 * left)), Qt::PreciseTimer, this);
+    }
+
+    const QString mFormat;
+    QBasicTimer mTimer;
+    platform::CFAbsoluteTime mStart = platform::systemClock().CFAbsoluteTimeGetCurrent();
 };
 
 /// A bar without a measure: a piece of it goes to and fro, or stands in the middle where the desktop wants no
@@ -239,6 +267,32 @@ class Line final : public QWidget {
 
 }  // namespace
 
+class ScreenPicture final : public QWidget {
+  public:
+    ScreenPicture(const char* name, QWidget* parent) : QWidget(parent), mName(name) {
+        setObjectName(QStringLiteral("picture"));
+    }
+    void setName(const char* name) {
+        mName = name;
+        update();
+    }
+
+  protected:
+    void paintEvent(QPaintEvent*) override {
+        const auto [icon, isNew] = mIcons.try_emplace(mName);
+        if (isNew) {  // not before it is seen: the window waits for no picture but its first
+            if (const auto path = platform::mainBundle().pathForResource(mName, "png", ""))
+                icon->second = QIcon(QString::fromStdString(*path));
+        }
+        QPainter painter(this);
+        icon->second.paint(&painter, rect());
+    }
+
+  private:
+    std::string mName;
+    std::map<std::string, QIcon> mIcons;  ///< by name; each that has been made fills the toolkit's cache once
+};
+
 /// From the top: what scrolls, a line, the footer. What stands side by side in them stands one above the other where
 /// the screen is narrow, which is settled before any of them is measured.
 class MainWindowScreen::Rows final : public QVBoxLayout {
@@ -263,7 +317,9 @@ MainWindowScreen::MainWindowScreen(const char* picture)
       mColumn(new QVBoxLayout),
       mHeading(new ScreenText(kHeadingScale, QFont::Bold, this)),
       mFooter(new QWidget(this)),
-      mButtons(new QHBoxLayout(mFooter)) {
+      mFoot(new QHBoxLayout(mFooter)),
+      mStatus(new FootText(mFooter)),
+      mButtons(new QHBoxLayout) {
     mColumn->setSpacing(kSpacing);
     mColumn->addWidget(mHeading);
     mColumn->addStretch(1);
@@ -281,9 +337,13 @@ MainWindowScreen::MainWindowScreen(const char* picture)
 
     // The footer is as high on a screen without buttons.
     mFooter->setMinimumHeight(kSmallestButton.height() + 2 * kFooterMargin);
-    mButtons->setContentsMargins(kMargin, kFooterMargin, kMargin, kFooterMargin);
+    mFoot->setContentsMargins(kMargin, kFooterMargin, kMargin, kFooterMargin);
+    mFoot->setSpacing(kFooterMargin);
+    mFoot->addWidget(mStatus, 1, Qt::AlignVCenter);
+    mFoot->addLayout(mButtons);
     mButtons->setSpacing(kFooterMargin);
     mButtons->addStretch(1);
+    mStatus->setObjectName(QStringLiteral("status"));
 
     auto* const rows = new Rows(*this);
     rows->addWidget(mScroller, 1);
@@ -308,12 +368,30 @@ void MainWindowScreen::arrange(const QSize& size) {
     mPicture->setFixedSize(wide ? QSize(kPicture, kPicture) : QSize(kSmallPicture, kSmallPicture));
     mPicture->setVisible(wide || size.height() >= kLow * em);  // where room is short, it is the text's
 
-    int together = 2 * kMargin - mButtons->spacing();
+    // The status stands before the buttons, else above them, and these then one above the other where they must.
+    const int room = std::min(size.width(), widest) - 2 * kMargin;
+    int buttons = 0;
     for (int i = 0; i < mButtons->count(); ++i) {
-        if (mButtons->itemAt(i)->widget()) together += mButtons->itemAt(i)->sizeHint().width() + mButtons->spacing();
+        if (mButtons->itemAt(i)->widget()) buttons += mButtons->itemAt(i)->sizeHint().width() + mButtons->spacing();
     }
-    const bool fits = together <= std::min(size.width(), widest);
-    mButtons->setDirection(fits ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
+    const auto direction = [room](int width) {
+        return width <= room ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom;
+    };
+    mButtons->setDirection(direction(buttons - mButtons->spacing()));
+    mFoot->setDirection(direction(buttons + mStatus->sizeHint().width()));
+}
+
+void MainWindowScreen::setPicture(const char* picture) {
+    mPicture->setName(picture);
+}
+
+void MainWindowScreen::setStatus(const QString& text) {
+    mStatus->setText(text);
+    mStatus->setVisible(!text.isEmpty());
+}
+
+void MainWindowScreen::addElapsedTime(const QString& format) {
+    mButtons->addWidget(new ElapsedTime(format, mFooter), 0, Qt::AlignVCenter);
 }
 
 void MainWindowScreen::addBelow(QWidget* widget) {

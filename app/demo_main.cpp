@@ -3,6 +3,7 @@
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
+#include "app/TrovikMode/ConnectedDevices.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/SystemLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
@@ -200,6 +201,8 @@ int main(int argc, char** argv) {
         for (const auto& fault : options.faults) simulated.addFault(fault);
     });
     device.plug();
+    ConnectedDevices devices([&window](const auto& present) { window.showDevices(present); });
+    devices.start();
     window.show();
     StartUp::windowIsShown();
     std::printf("The device is simulated: nothing real is erased. The log is in %s\n",

@@ -2,6 +2,7 @@
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
+#include "app/TrovikMode/ConnectedDevices.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/SystemLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
@@ -77,5 +78,7 @@ int main(int argc, char** argv) {
     StartUp::windowIsShown();
     controller.applicationDidFinishLaunching();
     SystemLog::shared().loggersAreAdded();
+    ConnectedDevices devices([&window](const auto& present) { window.showDevices(present); });
+    devices.start();
     terminate(application->exec());
 }

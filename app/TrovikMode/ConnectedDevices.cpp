@@ -133,23 +133,38 @@ void ConnectedDevices::watch() {
     mPort = registry.IONotificationPortCreate();
     platform::CFRunLoopGetCurrent()->CFRunLoopAddSource(mPort->IONotificationPortGetRunLoopSource(),
                                                         platform::kCFRunLoopDefaultMode);
-    for (const char* const type : {platform::kIOServiceMatched, platform::kIOServiceTerminate}) {
+    const std::pair<const char*, platform::IOServiceMatchingCallback> notifications[] = {
+        {platform::kIOServiceMatched, arrived}, {platform::kIOServiceTerminate, departed}};
+    for (const auto& [type, callback] : notifications) {
         std::unique_ptr<platform::IOIterator> iterator;
         if (registry.IOServiceAddMatchingNotification(*mPort, type, USBTrovikModeFinderUtils::createTMDeviceMatcher(),
-                                                      changed, this, iterator) != platform::kIOReturnSuccess)
+                                                      callback, this, iterator) != platform::kIOReturnSuccess)
             return mPort.reset();  // half of it would tell of devices that are not there, or not of those that are
         while (iterator->IOIteratorNext()) {
             // Taking the entries arms the notification.
         }
     }
-    look();
+    look({});
 }
 
-void ConnectedDevices::changed(void* refCon, platform::IOIterator&) {
-    platform::runGuarded([refCon] { static_cast<ConnectedDevices*>(refCon)->look(); }, kFile, __LINE__);
+void ConnectedDevices::arrived(void* refCon, platform::IOIterator&) {
+    platform::runGuarded([refCon] { static_cast<ConnectedDevices*>(refCon)->look({}); }, kFile, __LINE__);
 }
 
-void ConnectedDevices::look() {
+void ConnectedDevices::departed(void* refCon, platform::IOIterator& iterator) {
+    const auto body = [&] {
+        std::set<std::uint64_t> ids;
+        while (const auto entry = iterator.IOIteratorNext()) {
+            std::uint64_t id = 0;
+            if (entry->IORegistryEntryGetRegistryEntryID(id) == platform::kIOReturnSuccess) ids.insert(id);
+        }
+        static_cast<ConnectedDevices*>(refCon)->look(ids);
+    };
+    platform::runGuarded(body, kFile, __LINE__);
+}
+
+/// What has just departed may still be on the system's list for a moment, and no further event would come.
+void ConnectedDevices::look(const std::set<std::uint64_t>& departedIds) {
     std::unique_ptr<platform::IOIterator> iterator;
     if (platform::kIOMasterPortDefault().IOServiceGetMatchingServices(USBTrovikModeFinderUtils::createTMDeviceMatcher(),
                                                                       iterator) != platform::kIOReturnSuccess)
@@ -158,6 +173,7 @@ void ConnectedDevices::look() {
     while (const auto entry = iterator->IOIteratorNext()) {
         USBRegistryInfo info;
         if (!USBTrovikModeFinderUtils::readEntry(*entry, info)) continue;  // it has left meanwhile
+        if (departedIds.contains(info.ioId())) continue;
         ConnectedDevice device{info.ioPath(), {}, {}};
         entry->IORegistryEntryGetName(device.port);
         const auto product = entry->IORegistryEntryCreateCFProperty(platform::kUSBProductString);

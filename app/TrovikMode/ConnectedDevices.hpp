@@ -3,9 +3,11 @@
 #include "platform/CFRunLoop.hpp"
 #include "platform/IORegistry.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <future>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -48,8 +50,9 @@ class ConnectedDevices {
   private:
     class Knowledge;
 
-    static void changed(void* refCon, platform::IOIterator& iterator);
-    void look();
+    static void arrived(void* refCon, platform::IOIterator& iterator);
+    static void departed(void* refCon, platform::IOIterator& iterator);
+    void look(const std::set<std::uint64_t>& departedIds);
 
     const std::shared_ptr<Knowledge> mKnowledge;  // shared with blocks and commands on their way
     std::unique_ptr<platform::IONotificationPort> mPort;

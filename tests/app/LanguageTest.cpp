@@ -160,6 +160,7 @@ TEST_P(LanguageTest, NothingIsCutOffOnASmallDisplayWithNormalAndBigFonts) {
         QApplication::setFont(font);
         AppWorld app({GetParam()});
         const AppDelegate::Outlets& outlets = app.outlets;
+        app.window.showDevices(std::vector<ConnectedDevice>(12));  // the longest status
         for (const QSize size : {app.window.size(), kSmallestWindow}) {
             app.window.resize(size);
             for (QWidget* const screen : {outlets.inProgressView, outlets.completeView, outlets.notStartedView}) {

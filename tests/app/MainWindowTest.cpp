@@ -12,8 +12,10 @@
 #include <QTest>
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 namespace {
 std::vector<QObject*>* announced = nullptr;  // where a test listens
@@ -160,6 +162,53 @@ TEST_F(MainWindowTest, NewScreenTakesTheFocusWithItsTextsAndEveryControlHasAName
     EXPECT_FALSE(progress->accessibleName().isEmpty());
 }
 
+TEST_F(MainWindowTest, StatusSaysOnEveryScreenWhatIsConnectedWithoutBeingAnnounced) {
+    const ConnectedDevice named{"path", "1-1", "Trailmate\n300"}, nameless{"other", "1-2", ""};
+    const std::pair<std::vector<ConnectedDevice>, QString> states[] = {
+        {{named}, text("StatusDevice").replace("%@", "Trailmate 300")},
+        {{nameless}, text("StatusUnnamedDevice")},
+        {{named, nameless}, text("StatusDevices").replace("%@", "2")},
+        {{}, text("StatusNoDevice")},
+    };
+    const auto pictureOf = [](QWidget* screen) { return screen->findChild<QWidget*>("picture")->grab().toImage(); };
+    const QImage unplugged = pictureOf(outlets.notStartedView);
+    std::vector<QObject*> heard;
+    for (const auto& [devices, expected] : states) {
+        announced = &heard;
+        app.window.showDevices(devices);
+        announced = nullptr;
+        for (const auto& [screen, focus, heading, body] : screens)
+            EXPECT_EQ(screen->findChild<QLabel*>("status")->text(), expected);
+        EXPECT_EQ(pictureOf(outlets.notStartedView) == unplugged, devices.empty()) << qPrintable(expected);
+    }
+    EXPECT_THAT(heard, IsEmpty());
+    EXPECT_EQ(app.window.focusWidget(), outlets.resetNowButton);
+}
+
+TEST_F(MainWindowTest, TimeSinceTheStartIsCountedWhileItIsSeen) {
+    auto* const elapsed = outlets.inProgressView->findChild<QLabel*>("elapsed");
+    const auto expect = [&](const char* time, bool isTicking) {
+        QTimerEvent tick(0);
+        if (isTicking) QApplication::sendEvent(elapsed, &tick);
+        QApplication::processEvents();
+        EXPECT_EQ(elapsed->text(), text("StatusElapsedTime").replace("%@", time));
+        EXPECT_EQ(QAbstractEventDispatcher::instance()->registeredTimers(elapsed).size(), isTicking ? 1 : 0) << time;
+    };
+    app.world.clock.advanceBy(std::chrono::seconds(30));
+    app.show(outlets.inProgressView);
+    expect("0:00", true);
+    app.world.clock.advanceBy(std::chrono::milliseconds(83'999));
+    expect("1:23", true);
+    app.window.showMinimized();
+    expect("1:23", false);
+    app.window.showNormal();
+    expect("1:23", true);
+    app.show(outlets.completeView);
+    expect("1:23", false);
+    app.show(outlets.inProgressView);
+    expect("0:00", true);
+}
+
 TEST_F(MainWindowTest, ScreensFillAWideWindowAndTheirLinesStayShort) {
     app.window.resize(1400, 640);
     for (const auto& [screen, focus, heading, body] : screens) {
@@ -171,6 +220,7 @@ TEST_F(MainWindowTest, ScreensFillAWideWindowAndTheirLinesStayShort) {
 
 TEST_F(MainWindowTest, LowWindowScrollsItsTextByKeysAndKeepsItsButtons) {
     outlets.mainMenuButton->setText(QString(24, QLatin1Char('M')));  // there is no room beside it
+    app.window.showDevices(std::vector<ConnectedDevice>(12));
     app.window.resize(360, 240);
     for (const auto& [screen, focus, heading, body] : screens) {
         app.show(screen);

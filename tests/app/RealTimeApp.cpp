@@ -30,6 +30,7 @@ RealTimeApp::RealTimeApp(support::UsbBackend& usb) : mUsb(usb) {
     controller.applicationWillFinishLaunching();
     controller.applicationDidFinishLaunching();
     controller.waitUntilListening();
+    devices.start();
     window.show();
 }
 

@@ -87,6 +87,7 @@ class RealTimeApp {
   public:
     AppDelegate controller{[](int) {}};
     MainWindow window{controller};
+    ConnectedDevices devices{[this](const auto& present) { window.showDevices(present); }};
     ControllerLog log;
 };
 

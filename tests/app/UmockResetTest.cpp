@@ -3,6 +3,7 @@
 #include "tests/support/ProcessResources.hpp"
 #include "tests/support/UmockBackend.hpp"
 
+#include <QLabel>
 #include <gmock/gmock.h>
 
 #include <utility>
@@ -25,6 +26,19 @@ struct UmockReset : testing::Test {
 
 TEST_F(UmockReset, ManyResetsLeaveNothingBehind) {
     app.resetsLeaveNothingBehind(support::soakRounds(5));
+}
+
+TEST_F(UmockReset, WindowSaysWhatIsPluggedInAndThatItHasGone) {
+    const auto* const status = app.controller.outlets().notStartedView->findChild<QLabel*>("status");
+    const auto waitFor = [&](const char* text) {
+        RealTimeApp::waitUntil(text, [&] { return status->text() == QLatin1String(text); });
+    };
+    for (int round = 0; round < 3; ++round) {
+        waitFor("No device connected");
+        usb.plug();
+        waitFor("Trailmate 300 connected");
+        usb.unplug();
+    }
 }
 
 TEST_F(UmockReset, MishapIsLoggedAndTheNextAttachGoesOn) {
