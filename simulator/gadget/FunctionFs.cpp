@@ -79,7 +79,7 @@ FunctionFs::FunctionFs(const std::string& name, const std::string& controller, c
         writeFile(mGadget + "/bcdDevice", hexadecimal(profile.releaseNumber));
         fs::create_directories(mGadget + "/strings/0x409");
         writeFile(mGadget + "/strings/0x409/manufacturer", "Trovik");
-        writeFile(mGadget + "/strings/0x409/product", profile.unitName.empty() ? "Simulated device" : profile.unitName);
+        writeFile(mGadget + "/strings/0x409/product", profile.productName);
         writeFile(mGadget + "/strings/0x409/serialnumber", std::to_string(profile.unitId));
         fs::create_directories(mGadget + "/configs/c.1");
         fs::create_directory(mGadget + "/functions/" + mFunction);
