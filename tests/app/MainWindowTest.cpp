@@ -170,43 +170,40 @@ TEST_F(MainWindowTest, StatusSaysOnEveryScreenWhatIsConnectedWithoutBeingAnnounc
         {{named, nameless}, text("StatusDevices").replace("%@", "2")},
         {{}, text("StatusNoDevice")},
     };
-    const auto pictureOf = [](QWidget* screen) { return screen->findChild<QWidget*>("picture")->grab().toImage(); };
-    const QImage unplugged = pictureOf(outlets.notStartedView);
+    const auto picture = [&] { return outlets.notStartedView->findChild<QWidget*>("picture")->grab().toImage(); };
+    const QImage unplugged = picture();
     std::vector<QObject*> heard;
+    announced = &heard;
     for (const auto& [devices, expected] : states) {
-        announced = &heard;
         app.window.showDevices(devices);
-        announced = nullptr;
         for (const auto& [screen, focus, heading, body] : screens)
             EXPECT_EQ(screen->findChild<QLabel*>("status")->text(), expected);
-        EXPECT_EQ(pictureOf(outlets.notStartedView) == unplugged, devices.empty()) << qPrintable(expected);
+        EXPECT_EQ(picture() == unplugged, devices.empty()) << qPrintable(expected);
     }
+    announced = nullptr;
     EXPECT_THAT(heard, IsEmpty());
-    EXPECT_EQ(app.window.focusWidget(), outlets.resetNowButton);
 }
 
 TEST_F(MainWindowTest, TimeSinceTheStartIsCountedWhileItIsSeen) {
     auto* const elapsed = outlets.inProgressView->findChild<QLabel*>("elapsed");
-    const auto expect = [&](const char* time, bool isTicking) {
+    const auto expectAfter = [&](int milliseconds, const char* time, int timers) {
+        app.world.clock.advanceBy(std::chrono::milliseconds(milliseconds));
         QTimerEvent tick(0);
-        if (isTicking) QApplication::sendEvent(elapsed, &tick);
-        QApplication::processEvents();
+        if (timers > 0) QApplication::sendEvent(elapsed, &tick);
         EXPECT_EQ(elapsed->text(), text("StatusElapsedTime").replace("%@", time));
-        EXPECT_EQ(QAbstractEventDispatcher::instance()->registeredTimers(elapsed).size(), isTicking ? 1 : 0) << time;
+        EXPECT_EQ(QAbstractEventDispatcher::instance()->registeredTimers(elapsed).size(), timers) << time;
     };
-    app.world.clock.advanceBy(std::chrono::seconds(30));
-    app.show(outlets.inProgressView);
-    expect("0:00", true);
-    app.world.clock.advanceBy(std::chrono::milliseconds(83'999));
-    expect("1:23", true);
-    app.window.showMinimized();
-    expect("1:23", false);
-    app.window.showNormal();
-    expect("1:23", true);
-    app.show(outlets.completeView);
-    expect("1:23", false);
-    app.show(outlets.inProgressView);
-    expect("0:00", true);
+    for (int round = 0; round < 2; ++round) {
+        app.show(outlets.inProgressView);
+        expectAfter(0, "0:00", 1);
+        expectAfter(83'999, "1:23", 1);
+        app.window.showMinimized();
+        expectAfter(1000, "1:23", 0);
+        app.window.showNormal();
+        expectAfter(0, "1:24", 1);
+        app.show(outlets.completeView);
+        expectAfter(1000, "1:24", 0);
+    }
 }
 
 TEST_F(MainWindowTest, ScreensFillAWideWindowAndTheirLinesStayShort) {

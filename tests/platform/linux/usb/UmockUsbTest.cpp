@@ -81,8 +81,7 @@ TEST_F(UmockUsbTest, DevicesOfOneMomentComeInOneNotificationAndEachAttachOnce) {
 
     contract::Listener departures(registry());
     ASSERT_EQ(departures.subscribe(kIOServiceTerminate), kIOReturnSuccess);
-    const auto departureSource = departures.port->IONotificationPortGetRunLoopSource();
-    loop().CFRunLoopAddSource(departureSource, kCFRunLoopDefaultMode);
+    loop().CFRunLoopAddSource(departures.port->IONotificationPortGetRunLoopSource(), kCFRunLoopDefaultMode);
 
     for (const bool loses : {false, true}) {
         SCOPED_TRACE(loses);
@@ -102,7 +101,6 @@ TEST_F(UmockUsbTest, DevicesOfOneMomentComeInOneNotificationAndEachAttachOnce) {
     }
     gLosesEvents = false;
     loop().CFRunLoopRemoveSource(source);
-    loop().CFRunLoopRemoveSource(departureSource);
 }
 
 TEST_F(UmockUsbTest, KernelDriverIsDetachedAndGivenBack) {
