@@ -2,6 +2,7 @@
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
+#include "app/Support/ErrorCatalogue.hpp"
 #include "app/TrovikMode/ConnectedDevices.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/SystemLog.hpp"
@@ -58,7 +59,9 @@ int main(int argc, char** argv) {
 
     platform.runLoops = &runLoops;
     platform.masterPort = &registry;
-    platform.describeOpenFailure = platform::describeOpenFailure;
+    platform.describeOpenFailure = [](const std::string& path, platform::IOReturn result) {
+        return ErrorCatalogue::logLine(platform::diagnoseOpenFailure(path, result));
+    };
     platform.mainQueue = &mainQueue;
     platform.globalQueue = globalQueue.get();
     platform.mainBundle = &bundle;

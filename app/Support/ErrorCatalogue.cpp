@@ -111,6 +111,35 @@ std::string ErrorCatalogue::logLine(Cause cause, std::string_view seen) {
     return line;
 }
 
+std::string ErrorCatalogue::logLine(const platform::OpenFailure& failure) {
+    return logLine(causeOf(failure.cause), failure.seen);
+}
+
+Cause ErrorCatalogue::causeOf(platform::OpenFailureCause cause) {
+    using enum platform::OpenFailureCause;
+    switch (cause) {
+        case RuleNotInstalled:
+            return Cause::RuleNotInstalled;
+        case NotAttachedSinceRule:
+            return Cause::NotAttachedSinceRule;
+        case UserNotInAccessList:
+            return Cause::UserNotInAccessList;
+        case DeniedBeyondPermissions:
+            return Cause::DeniedBeyondPermissions;
+        case HeldByProgram:
+            return Cause::HeldByProgram;
+        case HeldByDriver:
+            return Cause::HeldByDriver;
+        case IOFailure:
+            return Cause::OpenIOFailure;
+        case Gone:
+            return Cause::GoneWhileOpening;
+        case Other:
+            break;
+    }
+    return Cause::DeviceNotUsable;
+}
+
 std::string ErrorCatalogue::localizedSentence(Cause cause) {
     return localized(entry(cause).sentenceKey(), entry(cause).sentence);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/OpenFailureCause.hpp"
+
 #include <span>
 #include <string>
 #include <string_view>
@@ -63,6 +65,9 @@ class ErrorCatalogue {
     /// The cause as one English line for a log: id, sentence, remedy, and what was seen, if anything.
     /// @param seen  whole sentences, without a line break
     static std::string logLine(Cause cause, std::string_view seen = {});
+    static std::string logLine(const platform::OpenFailure& failure);
+
+    static Cause causeOf(platform::OpenFailureCause cause);
 
     /// In the language of the main bundle.
     static std::string localizedSentence(Cause cause);

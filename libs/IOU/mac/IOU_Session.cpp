@@ -99,7 +99,7 @@ void Session_t::Abandon(const std::string& registryPath) {
     if (!mError) return;
     const auto [code, file, line] = *mError;
     std::string reason;
-    if (!wasOpened && code != 0) reason = platform::openFailureText(registryPath, code);
+    if (!wasOpened) reason = platform::openFailureText(registryPath, code == 0 ? platform::kIOReturnUnsupported : code);
     if (reason.empty())
         reason = std::string("The USB device can't be used: ") +
                  (code == 0 ? "not fit for it" : platform::IOReturnText(code));

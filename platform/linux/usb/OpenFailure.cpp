@@ -1,14 +1,17 @@
 #include "platform/linux/usb/OpenFailure.hpp"
 
+#include "platform/common/OneLine.hpp"
+#include "platform/linux/usb/AccessList.hpp"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <grp.h>
-#include <pwd.h>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -22,29 +25,13 @@ std::string firstLine(const fs::path& file) {
     return line;
 }
 
-/// "root", or the number of an account without a name.
-std::string userName(uid_t user) {
-    char buffer[4096];
-    passwd entry{};
-    passwd* found = nullptr;
-    if (getpwuid_r(user, &entry, buffer, sizeof buffer, &found) == 0 && found) return found->pw_name;
-    return std::to_string(user);
-}
-
-std::string groupName(gid_t id) {
-    char buffer[4096];
-    group entry{};
-    group* found = nullptr;
-    if (getgrgid_r(id, &entry, buffer, sizeof buffer, &found) == 0 && found) return found->gr_name;
-    return std::to_string(id);
-}
-
+/// Owner and mode; empty where there is no node.
 std::string ownerAndMode(const std::string& node) {
     struct stat status {};
-    if (::stat(node.c_str(), &status) < 0) return "The node is not there.";
+    if (::stat(node.c_str(), &status) < 0) return {};
     char mode[8];
     std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(status.st_mode) & 07777U);
-    return "The node belongs to " + userName(status.st_uid) + ":" + groupName(status.st_gid) + ", mode " + mode + ".";
+    return userName(status.st_uid) + ":" + groupName(status.st_gid) + ", mode " + mode;
 }
 
 bool isNumber(const std::string& text) {
@@ -63,7 +50,7 @@ std::vector<std::string> holders(const std::string& node, const std::string& pro
              entry.increment(unreadable)) {
             std::error_code gone;
             if (fs::read_symlink(*entry, gone) != node) continue;
-            holders.push_back(firstLine(process->path() / "comm") + " (process " + id + ")");
+            holders.push_back(oneLine(firstLine(process->path() / "comm")) + " (process " + id + ")");
             break;
         }
     }
@@ -92,7 +79,71 @@ std::string joined(const std::vector<std::string>& words) {
     return text;
 }
 
-std::string installedRule(const std::vector<std::string>& folders) {
+/// Whether a file's last change of contents or permissions is behind the other's.
+bool changedAfter(const std::string& file, const std::string& other) {
+    struct stat one {};
+    struct stat two {};
+    if (::stat(file.c_str(), &one) < 0 || ::stat(other.c_str(), &two) < 0) return false;
+    return std::pair(one.st_ctim.tv_sec, one.st_ctim.tv_nsec) > std::pair(two.st_ctim.tv_sec, two.st_ctim.tv_nsec);
+}
+
+OpenFailure deniedAccess(const std::string& node, const OpenFailurePlaces& places) {
+    const std::string rule = installedUdevRule(places.ruleFolders);
+    OpenFailure failure;
+    failure.seen = permissionsText(node, places) + " The udev rule ";
+    failure.seen += rule.empty() ? std::string(kUdevRuleFile) + " is not installed." : rule + " is installed.";
+    if (places.mayAccess(node, R_OK | W_OK)) {
+        failure.cause = OpenFailureCause::DeniedBeyondPermissions;
+    } else if (rule.empty()) {
+        failure.cause = OpenFailureCause::RuleNotInstalled;
+    } else {
+        // udev sets a node's permissions when the device attaches, and when it is told to look at all of them again.
+        failure.cause =
+            changedAfter(rule, node) ? OpenFailureCause::NotAttachedSinceRule : OpenFailureCause::UserNotInAccessList;
+    }
+    return failure;
+}
+
+OpenFailure heldDevice(const std::string& node, const std::string& registryPath, const OpenFailurePlaces& places) {
+    const auto programs = holders(node, places.processes);
+    const auto bound = drivers(registryPath);
+    OpenFailure failure;
+    failure.seen = programs.empty() ? "No other program of this user holds the device."
+                                    : "It is held by " + joined(programs) + ".";
+    if (!bound.empty()) failure.seen += " It has the kernel driver " + joined(bound) + ".";
+    // A program of another user can't be seen; a driver can.
+    failure.cause =
+        programs.empty() && !bound.empty() ? OpenFailureCause::HeldByDriver : OpenFailureCause::HeldByProgram;
+    return failure;
+}
+
+OpenFailure diagnose(const std::string& node, const std::string& registryPath, IOReturn result,
+                     const OpenFailurePlaces& places) {
+    switch (result) {
+        case kIOReturnNotPermitted:
+            return deniedAccess(node, places);
+        case kIOReturnExclusiveAccess:
+            return heldDevice(node, registryPath, places);
+        case kIOReturnNoDevice:
+            return {OpenFailureCause::Gone, {}};
+        case kIOReturnIOError:
+        case kIOReturnTimeout:
+        case kIOReturnOverrun:
+        case kIOReturnAborted:
+        case kIOUSBPipeStalled:
+            return {OpenFailureCause::IOFailure, {}};
+        default:
+            return {};
+    }
+}
+
+}  // namespace
+
+bool mayAccess(const std::string& file, int mode) {
+    return ::access(file.c_str(), mode) == 0;
+}
+
+std::string installedUdevRule(const std::vector<std::string>& folders) {
     for (const auto& folder : folders) {
         const fs::path file = fs::path(folder) / kUdevRuleFile;
         std::error_code error;
@@ -101,7 +152,17 @@ std::string installedRule(const std::vector<std::string>& folders) {
     return {};
 }
 
-}  // namespace
+std::string permissionsText(const std::string& node, const OpenFailurePlaces& places) {
+    const std::string ownership = ownerAndMode(node);
+    if (ownership.empty()) return "The node " + node + " is not there.";
+    const auto list = readAccessList(node);
+    const bool mayRead = places.mayAccess(node, R_OK);
+    const bool mayWrite = places.mayAccess(node, W_OK);
+    return "It belongs to " + ownership + ", " +
+           (list ? "with the access list " + accessListText(*list) : "without an access list") +
+           ". access(2) lets the user " + userName(::getuid()) + (mayRead ? " read" : " not read") +
+           (mayRead == mayWrite ? " and" : ", but") + (mayWrite ? " write" : " not write") + " it.";
+}
 
 std::string deviceNodeOfPath(const std::string& registryPath) {
     constexpr std::string_view kKey = "DEVNAME=";
@@ -112,36 +173,15 @@ std::string deviceNodeOfPath(const std::string& registryPath) {
     return {};
 }
 
-std::string describeOpenFailure(const std::string& registryPath, IOReturn result, const OpenFailurePlaces& places) {
+OpenFailure diagnoseOpenFailure(const std::string& registryPath, IOReturn result, const OpenFailurePlaces& places) {
     const std::string node = deviceNodeOfPath(registryPath);
-    if (node.empty()) {
-        return "The USB device at " + registryPath + " can't be opened: it has gone (unplugged, or on its way back " +
-               "from a reboot).";
-    }
-    std::string text =
-        "The USB device " + node + " can't be opened: " + IOReturnText(result) + ". " + ownerAndMode(node);
-    const std::string rule = installedRule(places.ruleFolders);
-    if (!rule.empty()) {
-        text += " The udev rule " + rule + " is installed.";
-        if (result == kIOReturnNotPermitted) {
-            text += " It lets in whoever sits at this machine's screen, from the device's next attach on.";
-        }
-    } else {
-        text.append(" The udev rule ").append(kUdevRuleFile);
-        text +=
-            " is not installed: put it into /etc/udev/rules.d, run \"udevadm control --reload\" and attach the device "
-            "again.";
-    }
-    const auto programs = holders(node, places.processes);
-    text += programs.empty() ? " No other program of this user holds the device."
-                             : " It is held by " + joined(programs) + ".";
-    const auto bound = drivers(registryPath);
-    if (!bound.empty()) text += " It has the kernel driver " + joined(bound) + ".";
-    return text;
-}
-
-std::string describeOpenFailure(const std::string& registryPath, IOReturn result) {
-    return describeOpenFailure(registryPath, result, {});
+    std::error_code error;
+    if (node.empty() || !fs::exists(node, error))
+        return {OpenFailureCause::Gone, "There is no device at " + oneLine(registryPath) + " now."};
+    OpenFailure failure = diagnose(node, registryPath, result, places);
+    failure.seen =
+        "Opening " + node + " gave: " + IOReturnText(result) + "." + (failure.seen.empty() ? "" : " " + failure.seen);
+    return failure;
 }
 
 }  // namespace platform

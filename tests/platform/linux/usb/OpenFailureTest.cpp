@@ -1,3 +1,5 @@
+#include "platform/common/OneLine.hpp"
+#include "platform/linux/usb/AccessList.hpp"
 #include "platform/linux/usb/OpenFailure.hpp"
 #include "platform/linux/usb/UsbNode.hpp"
 #include "tests/support/TemporaryFolder.hpp"
@@ -7,6 +9,8 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -15,8 +19,10 @@ namespace platform {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::AnyOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 /// A folder of its own that stands for a device's folder in sysfs, /proc and the rules' folder.
 class OpenFailureTest : public ::testing::Test {
@@ -27,8 +33,11 @@ class OpenFailureTest : public ::testing::Test {
         fs::permissions(node, fs::perms(0664));
         fs::create_directories(folder / "proc");
     }
-    std::string Describe(IOReturn result) {
-        return describeOpenFailure(device, result, {folder / "proc", {folder / "none", folder / "rules.d"}});
+    OpenFailure Diagnose(IOReturn result, int may) {
+        return diagnoseOpenFailure(device, result,
+                                   {folder / "proc",
+                                    {folder / "none", folder / "rules.d"},
+                                    [may](const std::string&, int mode) { return (may & mode) == mode; }});
     }
 
     /// Opens that fail with the given errors one after the other; then the node is opened really.
@@ -50,34 +59,113 @@ class OpenFailureTest : public ::testing::Test {
     FileDescriptor descriptor;
 };
 
-TEST_F(OpenFailureTest, DeniedAccessNamesNodeOwnerModeAndTheMissingRuleAndANodeThatHasGoneIsCalledGone) {
-    const std::string text = Describe(kIOReturnNotPermitted);
-    const std::string start = node.string() + " can't be opened: access denied.";
-    for (const char* const part :
-         {start.c_str(), "mode 0664", "60-trovik-reset-tool.rules is not installed", "udevadm control --reload",
-          "No other program of this user holds the device.", ::geteuid() == 0 ? "root:root" : ":"}) {
-        EXPECT_THAT(text, HasSubstr(part));
-    }
-    EXPECT_THAT(text, Not(HasSubstr("\n")));
-    support::WriteFile(folder / "rules.d" / kUdevRuleFile, "");
-    EXPECT_THAT(Describe(kIOReturnNotPermitted), HasSubstr("rules.d/60-trovik-reset-tool.rules is installed"));
-    fs::remove(node);
-    EXPECT_THAT(Describe(kIOReturnNoDevice), HasSubstr("The node is not there."));
-}
-
-TEST_F(OpenFailureTest, HeldDeviceNamesTheProgramsAndTheKernelDriver) {
-    support::WriteFile(folder / "proc/4321/comm", "virt manager\n");
-    support::WriteFile(folder / "proc/4322/comm", "bystander\n");
+TEST_F(OpenFailureTest, CauseFitsTheResultAndWhatIsFoundAboutTheDevice) {
+    using enum OpenFailureCause;
+    const fs::path rule = folder / "rules.d" / kUdevRuleFile;
+    fs::create_directory(folder / "rules.d");
     for (const char* process : {"4321", "4322", "self"}) fs::create_directories(folder / "proc" / process / "fd");
-    fs::create_symlink(node, folder / "proc/4321/fd/7");
+    support::WriteFile(folder / "proc/4321/comm", "virt\rmanager\n");
+    support::WriteFile(folder / "proc/4322/comm", "bystander\n");
     fs::create_symlink("/dev/null", folder / "proc/4322/fd/7");
     fs::create_symlink(node, folder / "proc/self/fd/7");
     fs::create_directories(device / "1-1:1.2");
-    fs::create_symlink("../../drivers/cdc_acm", device / "1-1:1.2/driver");
-    const std::string text = Describe(kIOReturnExclusiveAccess);
-    EXPECT_THAT(text, HasSubstr("It is held by virt manager (process 4321)."));
-    EXPECT_THAT(text, HasSubstr("kernel driver cdc_acm (interface 2)."));
-    EXPECT_THAT(text, Not(HasSubstr("bystander")));
+    const std::string noRule = "60-trovik-reset-tool.rules is not installed.",
+                      hasRule = rule.string() + " is installed.";
+    enum { NoRule, RuleThenNode, NodeThenRule };
+    const struct {
+        const char* name;
+        IOReturn result;
+        OpenFailureCause cause;
+        std::vector<std::string> says;  ///< besides the node and the result
+        int rule = NoRule;
+        int may = 0;  ///< what access(2) allows
+        bool isHeld = false, hasDriver = false;
+    } rows[] = {
+        {"no rule", kIOReturnNotPermitted, RuleNotInstalled, {noRule, "mode 0664", " not read and not write it."}},
+        {"young rule", kIOReturnNotPermitted, NotAttachedSinceRule, {hasRule}, NodeThenRule},
+        {"another's seat",
+         kIOReturnNotPermitted,
+         UserNotInAccessList,
+         {hasRule, " read, but not write it."},
+         RuleThenNode,
+         R_OK},
+        {"sandbox", kIOReturnNotPermitted, DeniedBeyondPermissions, {" read and write it."}, NoRule, R_OK | W_OK},
+        {"program",
+         kIOReturnExclusiveAccess,
+         HeldByProgram,
+         {"held by virt\\x0Dmanager (process 4321).", "cdc_acm (interface 2)."},
+         NoRule,
+         0,
+         true,
+         true},
+        {"driver", kIOReturnExclusiveAccess, HeldByDriver, {"cdc_acm (interface 2)."}, NoRule, 0, false, true},
+        {"nobody seen", kIOReturnExclusiveAccess, HeldByProgram, {"No other program of this user"}},
+        {"bus", kIOReturnIOError, IOFailure, {}},
+        {"endpoint", kIOUSBPipeStalled, IOFailure, {}},
+        {"going", kIOReturnNoDevice, Gone, {}},
+        {"memory", kIOReturnNoMemory, Other, {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        fs::remove(rule);
+        if (row.rule != NoRule) support::WriteFile(rule, "");
+        // A change time can't be set: one of the two is changed until the clock has gone on.
+        const auto changeTime = [](const fs::path& file) {
+            struct stat status {};
+            ::stat(file.c_str(), &status);
+            return std::pair(status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
+        };
+        const auto [older, younger] = row.rule == NodeThenRule ? std::pair(node, rule) : std::pair(rule, node);
+        while (row.rule != NoRule && changeTime(younger) <= changeTime(older))
+            fs::permissions(younger, fs::perms(0664));
+        fs::remove(folder / "proc/4321/fd/7");
+        if (row.isHeld) fs::create_symlink(node, folder / "proc/4321/fd/7");
+        fs::remove(device / "1-1:1.2/driver");
+        if (row.hasDriver) fs::create_symlink("../../drivers/cdc_acm", device / "1-1:1.2/driver");
+
+        const OpenFailure failure = Diagnose(row.result, row.may);
+        EXPECT_EQ(failure.cause, row.cause) << failure.seen;
+        EXPECT_THAT(failure.seen, StartsWith("Opening " + node.string() + " gave: " + IOReturnText(row.result) + "."));
+        for (const std::string& word : row.says) EXPECT_THAT(failure.seen, HasSubstr(word));
+        // An I/O failure and a rule have nothing to do with each other.
+        EXPECT_EQ(failure.seen.find("rule") != std::string::npos, row.result == kIOReturnNotPermitted) << failure.seen;
+        EXPECT_THAT(failure.seen, Not(AnyOf(HasSubstr("\n"), HasSubstr("\r"), HasSubstr("bystander"))));
+    }
+    fs::remove(node);
+    EXPECT_EQ(Diagnose(kIOReturnNotPermitted, 0).cause, OpenFailureCause::Gone);
+}
+
+TEST_F(OpenFailureTest, AccessListReadsAsGetfaclWritesIt) {
+    const std::string header("\2\0\0\0", 4), nobody("\xFF\xFF\xFF\xFF", 4);
+    const std::string list = header + std::string("\1\0\6\0", 4) + nobody + std::string("\2\0\4\0\0\0\0\0", 8) +
+                             std::string("\4\0\0\0", 4) + nobody + std::string("\x10\0\6\0", 4) + nobody +
+                             std::string("\x20\0\0\0", 4) + nobody;
+    const std::string text = "user::rw-,user:root:r--,group::---,mask::rw-,other::---";
+    EXPECT_EQ(accessListText(list), text);
+    EXPECT_EQ(accessListText(std::string("\2\0\0\0\x08\0\7\0\xFE\xFF\xFF\x7F", 12)), "group:2147483646:rwx");
+    for (const std::string& other :
+         {std::string(), list.substr(1), list.substr(0, list.size() - 1), "\3" + list.substr(1)})
+        EXPECT_EQ(accessListText(other), "") << other.size();
+
+    EXPECT_THAT(permissionsText(node), HasSubstr("without an access list"));
+    if (::setxattr(node.c_str(), "system.posix_acl_access", list.data(), list.size(), 0) < 0)
+        GTEST_SKIP() << "this file system keeps no access lists";
+    EXPECT_THAT(permissionsText(node), HasSubstr("with the access list " + text + "."));
+}
+
+TEST(OneLine, HoldsNoLineBreakNorAnythingElseThatActsOrIsNoText) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"Handheld 2 – größer 手", "Handheld 2 – größer 手"},
+        {"a\nb\r\tc\x1B[2J\x7F" + std::string(1, '\0'), "a\\x0Ab\\x0D\\x09c\\x1B[2J\\x7F\\x00"},
+        {"\xC2\x85|\u2028|\u2029|\u202E|\u200F|\uFEFF",
+         "\\xC2\\x85|\\xE2\\x80\\xA8|\\xE2\\x80\\xA9|\\xE2\\x80\\xAE|\\xE2\\x80\\x8F|\\xEF\\xBB\\xBF"},
+        {"\xFF|\x80|\xC3", "\\xFF|\\x80|\\xC3"},                                    // no first byte; alone; cut short
+        {"\xC0\x8A|\xE0\x80\x8A", "\\xC0\\x8A|\\xE0\\x80\\x8A"},                    // overlong line breaks
+        {"\xED\xA0\x80|\xF4\x90\x80\x80", "\\xED\\xA0\\x80|\\xF4\\x90\\x80\\x80"},  // surrogate; beyond the end
+        {std::string(201, 'x'), std::string(200, 'x') + "…"},
+        {std::string(199, 'x') + "é", std::string(199, 'x') + "…"},
+    };
+    for (const auto& [text, line] : rows) EXPECT_EQ(oneLine(text), line);
 }
 
 TEST_F(OpenFailureTest, DeniedAccessToANewNodeIsTriedAgainAtEachChangeOfItAndNothingElseIs) {
