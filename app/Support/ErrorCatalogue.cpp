@@ -9,37 +9,38 @@ namespace {
 
 // In the order of the enumeration. An id is never given to another cause, nor used again once its cause has gone.
 constexpr CatalogueEntry kEntries[] = {
-    {Cause::DeviceNotFound, "TRV-101", "No Trovik device is connected in its USB mode.",
+    {Cause::DeviceNotFound, "TRV-101", "No Trovik device is connected.",
      "Connect the device with its USB cable and switch it on. The command lsusb must list it with the product number "
      "0003."},
     {Cause::SeveralDevices, "TRV-102", "More than one Trovik device is connected.",
-     "Disconnect all devices but the one that is to be reset."},
+     "Disconnect all Trovik devices but the one that is to be reset."},
     {Cause::AttachesNotSeen, "TRV-103", "The system does not report devices that are being connected.",
-     "Connect the device first, then start the tool again and press Reset Now. If this stays so, restart the "
+     "Connect the device first, then start the tool again and choose Reset Now. If that does not help, restart the "
      "computer."},
 
-    {Cause::RuleNotInstalled, "TRV-201", "The device can't be opened: the udev rule for it is not installed.",
-     "Install the package trovik-common, or put the rule into /etc/udev/rules.d and run \"udevadm control --reload\". "
-     "Then disconnect the device and connect it again."},
+    {Cause::RuleNotInstalled, "TRV-201", "The device cannot be opened: its udev rule is not installed.",
+     "Install the package trovik-common, or put the rule into /etc/udev/rules.d and run udevadm control --reload. Then "
+     "disconnect the device and connect it again."},
     {Cause::NotAttachedSinceRule, "TRV-202",
-     "The device can't be opened: it has not been connected again since the udev rule was installed.",
+     "The device cannot be opened: it has not been reconnected since its udev rule was installed.",
      "Disconnect the device and connect it again."},
     {Cause::UserNotInAccessList, "TRV-203",
-     "The device can't be opened: the system grants access only to the person who sits at this computer's screen.",
-     "Log in at this computer's own screen, not over the network, then disconnect the device and connect it again."},
+     "The device cannot be opened: only the person at the screen of this computer may use it.",
+     "Log in at the screen of this computer, not over the network. Then disconnect the device and connect it again."},
     {Cause::DeniedBeyondPermissions, "TRV-204",
-     "The device can't be opened: access is refused although the permissions allow it.",
-     "Disconnect the device and connect it again. If this stays so, run the tool outside any container or sandbox."},
-    {Cause::HeldByProgram, "TRV-205", "The device can't be opened: another program holds it.",
-     "Quit the other program, then disconnect the device and connect it again."},
-    {Cause::HeldByDriver, "TRV-206", "The device can't be opened: a driver of the system holds it.",
-     "Quit programs that use the device, then disconnect the device and connect it again."},
-    {Cause::OpenIOFailure, "TRV-207", "The device can't be opened: the USB connection to it fails.",
+     "The device cannot be opened: access is refused although the permissions allow it.",
+     "Run the tool outside any container or sandbox. Then disconnect the device and connect it again."},
+    {Cause::HeldByProgram, "TRV-205", "The device cannot be opened: another program holds it.",
+     "Quit the other program. Then disconnect the device and connect it again."},
+    {Cause::HeldByDriver, "TRV-206", "The device cannot be opened: a driver of the system holds it.",
+     "Quit all programs that use the device. Then disconnect the device and connect it again."},
+    {Cause::OpenIOFailure, "TRV-207", "The device cannot be opened: the USB connection fails.",
      "Connect the device directly to this computer, at another USB port and with another cable."},
-    {Cause::GoneWhileOpening, "TRV-208", "The device can't be opened: it has gone.",
-     "Wait a minute: a device that restarts comes back by itself. Otherwise connect it again."},
-    {Cause::DeviceNotUsable, "TRV-209", "The device can't be used.",
-     "Disconnect the device, switch it off and on again, and reconnect it. If this stays so, send the log to support."},
+    {Cause::GoneWhileOpening, "TRV-208", "The device cannot be opened: it has gone.",
+     "Wait a minute: a device that restarts comes back by itself. If it does not, connect it again."},
+    {Cause::DeviceNotUsable, "TRV-209", "The device cannot be used.",
+     "Disconnect the device, switch it off and on again, and reconnect it. If that does not help, send the log files "
+     "to support."},
 
     {Cause::Disconnected, "TRV-301", "The device was disconnected during the reset.",
      "Connect the device again and leave it connected until the reset is complete."},
@@ -47,36 +48,37 @@ constexpr CatalogueEntry kEntries[] = {
      "Connect the device directly to this computer, at another USB port and with another cable."},
     {Cause::TimedOut, "TRV-303", "The device did not answer in time.",
      "Disconnect the device, hold down its power button until it switches off, switch it on again and reconnect it."},
-    {Cause::UnexpectedReply, "TRV-304", "The device sent an answer that the tool does not understand.",
-     "Disconnect the device, switch it off and on again, and reconnect it. If this stays so, send the log to support."},
-    {Cause::UnknownProtocols, "TRV-305", "The device does not say which protocols it speaks, and its model is unknown.",
-     "Look for a newer version of this tool. If there is none, send the log to support."},
-    {Cause::AccessRejected, "TRV-306", "The device refuses the tool's commands.",
-     "Unlock the device, then disconnect it and connect it again."},
+    {Cause::UnexpectedReply, "TRV-304", "The device sent an answer that this tool does not understand.",
+     "Disconnect the device, switch it off and on again, and reconnect it. If that does not help, send the log files "
+     "to support."},
+    {Cause::UnknownProtocols, "TRV-305",
+     "The device does not say what it understands, and this tool does not know its model.",
+     "Install the newest version of this tool. If that does not help, send the log files to support."},
+    {Cause::AccessRejected, "TRV-306", "The device refuses the commands of this tool.",
+     "Unlock the device. Then disconnect the device and connect it again."},
 
     {Cause::StoreNotCleared, "TRV-401", "The settings on the device have not been erased.",
-     "Leave the device connected: it is restarted and tried again. If this stays so, send the log to support."},
+     "Leave the device connected. If the reset does not continue by itself, start it again. If that does not help, "
+     "send the log files to support."},
     {Cause::DidNotComeBack, "TRV-402", "The device did not come back after its restart.",
      "Disconnect the device, hold down its power button until it switches off, switch it on again and reconnect it."},
     {Cause::StoppedHalfway, "TRV-403", "The reset was stopped before it was complete.",
      "Disconnect the device, hold down its power button until it switches off, switch it on again and reconnect it. "
-     "Then start the reset anew."},
+     "Then reset it again."},
 
-    {Cause::NoHomeFolder, "TRV-501", "There is no home folder: no log files are kept.",
+    {Cause::NoHomeFolder, "TRV-501", "There is no home folder, so no log files are kept.",
      "Start the tool as a user who has a home folder."},
-    {Cause::LogNotWritable, "TRV-502", "The log files can't be written.",
-     "Make room on the disk, and make sure that the folder of the log files belongs to this user."},
-    {Cause::DamagedSettings, "TRV-503", "The file with the preferences can't be read or written.",
-     "Nothing is needed for a reset. To have preferences again, make sure that the file belongs to this user, or "
-     "delete "
-     "it."},
-    {Cause::DamagedInstallation, "TRV-504", "A file of this tool's installation is damaged.",
-     "Install the tool again."},
+    {Cause::LogNotWritable, "TRV-502", "The log files cannot be written.",
+     "Make room on the disk, and make sure that the folder of the log files belongs to you."},
+    {Cause::DamagedSettings, "TRV-503", "The preferences cannot be read or written.",
+     "A reset works without them. Make sure that their file belongs to you, or delete it."},
+    {Cause::DamagedInstallation, "TRV-504", "A file of the installation is damaged.", "Install the tool again."},
     {Cause::NoDisplay, "TRV-505", "There is no display for the window.", "Start the tool in a graphical session."},
-    {Cause::NoThread, "TRV-506", "The system gives the tool no thread to run a reset on.",
+    {Cause::NoThread, "TRV-506", "The system gives the tool no thread for the reset.",
      "Quit other programs, or log out and in again."},
+
     {Cause::InternalError, "TRV-901", "Something went wrong inside the tool.",
-     "Start the tool again. If this stays so, send the log to support."},
+     "Start the tool again. If that does not help, send the log files to support."},
 };
 
 // A cause is its entry's position.

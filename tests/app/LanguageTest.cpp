@@ -1,4 +1,5 @@
 // The string tables: complete, in step with the code and with one another, and short enough for the window.
+#include "app/Support/ErrorCatalogue.hpp"
 #include "platform/linux/settings/PropertyListFile.hpp"
 #include "tests/app/AppWorld.hpp"
 
@@ -113,6 +114,10 @@ TEST_P(LanguageTest, TableHasTheTextsThatTheToolAsksForAndNoOthers) {
     AppWorld app({GetParam()});
     eachBox(app, [](QMessageBox&) {});
     app.bundle.asked.insert("SimulatedTitle");  // by the demo
+    for (const CatalogueEntry& entry : ErrorCatalogue::entries()) {
+        ErrorCatalogue::localizedSentence(entry.cause);
+        ErrorCatalogue::localizedRemedy(entry.cause);
+    }
     std::set<std::string> keys;
     for (const auto& [key, text] : table) keys.insert(key);
     EXPECT_EQ(keys, app.bundle.asked);

@@ -1,0 +1,53 @@
+// The table of causes, the page that people look ids up on, and the ids that lie elsewhere in the sources.
+#include "app/Support/ErrorCatalogue.hpp"
+#include "platform/Platform.hpp"
+#include "platform/linux/settings/Bundle.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <set>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kSources = TROVIK_SOURCES;
+
+/// Every "TRV-nnn" in a text.
+std::multiset<std::string> idsIn(const std::string& text) {
+    std::multiset<std::string> ids;
+    for (std::size_t at = 0; (at = text.find("TRV-", at)) != std::string::npos; at += 7) ids.insert(text.substr(at, 7));
+    return ids;
+}
+
+TEST(ErrorCatalogue, IsWhatThePageAndTheEnglishTextsSayAndHasEveryIdOfTheSources) {
+    platform::Bundle bundle(kSources / "resources", {"en"});
+    const platform::PlatformScope scope({.mainBundle = &bundle});
+    const std::string page = support::ReadFile(kSources / "docs/USING.md");
+    std::multiset<std::string> ids;
+    for (const CatalogueEntry& entry : ErrorCatalogue::entries()) {
+        SCOPED_TRACE(entry.id);
+        ids.insert(std::string(entry.id));
+        std::string row;
+        for (const std::string_view cell : {entry.id, entry.sentence, entry.remedy})
+            row.append("| ").append(cell) += ' ';
+        EXPECT_THAT(page, testing::HasSubstr("\n" + row + "|\n"));
+        EXPECT_EQ(bundle.localizedStringForKey(entry.sentenceKey(), "none", ""), entry.sentence);
+        EXPECT_EQ(ErrorCatalogue::localizedRemedy(entry.cause), entry.remedy);
+    }
+    EXPECT_EQ(idsIn(page), ids) << "each once";
+
+    std::size_t files = 0;
+    for (const char* const folder : {"app", "platform", "libs"}) {
+        for (const auto& file : fs::recursive_directory_iterator(kSources / folder)) {
+            if (file.path().extension() != ".cpp" || !++files) continue;
+            for (const std::string& id : idsIn(support::ReadFile(file.path())))
+                EXPECT_TRUE(ids.contains(id)) << file << id;
+        }
+    }
+    EXPECT_GT(files, 100U) << "the sources were found";
+}
+
+}  // namespace
