@@ -48,6 +48,16 @@ void tellIdentification(const std::string& path, const ioa::ProductData_t& produ
     platform::runGuarded(tell, gcFile, __LINE__);
 }
 
+void logCause(const glo::Exception_t& exception, const std::string& path) {
+    DDLogError("%s", ErrorCatalogue::logLine(TrovikModeUtil::causeOf(exception, path)).c_str());
+}
+
+/// Stores how a command failed, and logs that and the cause.
+void describe(Error* error, const std::string& message, const glo::Exception_t& exception, const std::string& path) {
+    TrovikModeUtil::populateError(error, 0, message, exception);
+    if (error) logCause(exception, path);
+}
+
 }  // namespace
 
 std::unique_ptr<UsbTrovikModeIoLink> UsbTrovikModeIoLink::initWithPath(const std::optional<std::string>& path) {
@@ -58,6 +68,7 @@ std::unique_ptr<UsbTrovikModeIoLink> UsbTrovikModeIoLink::initWithPath(const std
     } catch (const glo::Exception_t& exception) {
         DDLogError("Error creating UsbTrovikModeIoLink at path:%s\n%s on line %d", path ? path->c_str() : "(null)",
                    exception.File().c_str(), exception.Line());
+        logCause(exception, path.value_or(std::string()));
         return nullptr;
     }
     if (path) facade->mIoPath = *path;
@@ -79,6 +90,7 @@ bool UsbTrovikModeIoLink::sendIopCommand(std::uint16_t command, ByteView data, b
     try {
         ftx::Channel_t channel(*mLink);
         tellIdentification(mIoPath, channel.Product());
+        keepIdentification(channel);
         channel.SendIopCommand(command, std::vector<unsigned char>(data.begin(), data.end()));
         if (awaitResponse) {
             iol::Packet_t response(command);
@@ -86,13 +98,23 @@ bool UsbTrovikModeIoLink::sendIopCommand(std::uint16_t command, ByteView data, b
         }
         return true;
     } catch (const glo::Timeout_t& exception) {
-        TrovikModeUtil::populateError(error, 0, "issueCommand Timeout", exception);
+        describe(error, "issueCommand Timeout", exception, mIoPath);
     } catch (const ant::AuthenticateReject_t& exception) {
-        TrovikModeUtil::populateError(error, 0, "issueCommand Authentication Rejected", exception);
+        describe(error, "issueCommand Authentication Rejected", exception, mIoPath);
     } catch (const glo::Exception_t& exception) {
-        TrovikModeUtil::populateError(error, 0, "issueCommand Failed", exception);
+        describe(error, "issueCommand Failed", exception, mIoPath);
     } catch (...) {
-        TrovikModeUtil::populateError(error, 0, "issueCommand Failed: Unknown Exception", glo::Exception_t());
+        describe(error, "issueCommand Failed: Unknown Exception", glo::Exception_t(), mIoPath);
     }
     return false;
+}
+
+void UsbTrovikModeIoLink::keepIdentification(const ioa::Channel_t& channel) {
+    if (mIdentification) return;
+    const auto* const link = dynamic_cast<const iou::UsbLink_t*>(mLink.get());  // the one kind that there is
+    mIdentification = TrovikModeUtil::identificationLine(mIoPath, link ? link->UnitId() : 0, channel);
+}
+
+std::string UsbTrovikModeIoLink::takeIdentification() {
+    return mIdentification ? std::exchange(*mIdentification, {}) : std::string();
 }

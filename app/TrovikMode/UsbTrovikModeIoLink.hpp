@@ -12,6 +12,10 @@
 #include <span>
 #include <string>
 
+namespace ioa {
+class Channel_t;
+}
+
 using ByteView = std::span<const unsigned char>;
 
 /// The application's one way to a device: holds a USB link for its whole life and sends one command at a time over a
@@ -56,6 +60,10 @@ class UsbTrovikModeIoLink {
     /// Any thread. Callback on the command's thread.
     static void setIdentificationObserver(IdentificationObserver observer);
 
+    /// What the device has said of itself when this link's first command identified it, as one line for the log; the
+    /// first time only, empty afterwards and before. Owner thread only.
+    std::string takeIdentification();
+
     const std::string& ioPath() const { return mIoPath; }
 
     /// Always 0; nothing sets it.
@@ -63,8 +71,10 @@ class UsbTrovikModeIoLink {
 
   private:
     UsbTrovikModeIoLink() = default;
+    void keepIdentification(const ioa::Channel_t& channel);
 
     glo::AutoPtr<iol::Link_t> mLink;
     std::string mIoPath;
     std::uint32_t mUnitId = 0;
+    std::optional<std::string> mIdentification;  ///< empty once it was taken
 };

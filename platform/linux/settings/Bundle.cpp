@@ -32,7 +32,7 @@ PropertyList::Dictionary load(const std::string& path) {
             break;
         case PropertyListFile::State::Damaged:
         case PropertyListFile::State::Unreadable:
-            NSLog("%s can't be read as a property list.\n", path.c_str());
+            NSLog("TRV-504 %s can't be read as a property list.\n", path.c_str());
             break;
     }
     return std::move(file.contents);

@@ -40,8 +40,8 @@ Dictionary read(const std::string& path) {
         }
     }
     // Behind the lock: the system log waits for a console that takes nothing, and nobody else should.
-    if (!aside.empty()) NSLog("%s is no property list; it was kept as %s.\n", path.c_str(), aside.c_str());
-    if (file.state == State::Unreadable) NSLog("%s can't be read.\n", path.c_str());
+    if (!aside.empty()) NSLog("TRV-503 %s is no property list; it was kept as %s.\n", path.c_str(), aside.c_str());
+    if (file.state == State::Unreadable) NSLog("TRV-503 %s can't be read.\n", path.c_str());
     return std::move(file.contents);
 }
 
@@ -143,7 +143,7 @@ bool UserDefaults::setPersistentDomain(const Dictionary& contents, const std::st
     makeFolders(mFolder);
     read(path);  // a damaged file is moved away before the lock is taken: behind a link that is another one
     const bool isWritten = mergeIntoFile(contents, domain, path);
-    if (!isWritten) NSLog("%s can't be written.\n", path.c_str());
+    if (!isWritten) NSLog("TRV-503 %s can't be written.\n", path.c_str());
     return isWritten;
 }
 

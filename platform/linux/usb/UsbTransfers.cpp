@@ -136,7 +136,7 @@ void UsbTransfers::release() noexcept {
     std::erase_if(mTransfers, [](const Transfer& transfer) { return transfer.state != State::InFlight; });
     if (!mTransfers.empty()) {
         // The kernel may still write into them: memory is given up rather than taken back from under it.
-        NSLog("%zu USB transfers did not come back and are left behind.\n", mTransfers.size());
+        NSLog("TRV-302 %zu USB transfers did not come back and are left behind.\n", mTransfers.size());
         new std::list<Transfer>(std::move(mTransfers));
     }
     libusb_release_interface(mConnection->handle(), mInterface);

@@ -1,10 +1,14 @@
 #include "ANT/ANT_Exception.hpp"
+#include "IOA/IOA_Exception.hpp"
 #include "app/TrovikMode/TrovikModeUtil.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "tests/support/LogRecorder.hpp"
 #include "tests/support/UsbWorld.hpp"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <array>
+#include <utility>
 
 namespace {
 
@@ -16,14 +20,18 @@ TEST(IoLink, TellsTheClassesOfExceptionsApart) {
     struct {
         std::function<void()> raise;
         const char* description;
+        const char* id;  ///< of the cause
     } const cases[] = {
-        {[] { throw glo::Timeout_t("a/b/Here", 7); }, "issueCommand Timeout [File: Here at Line: 7]"},
+        {[] { throw glo::Timeout_t("a/b/Here", 7); }, "issueCommand Timeout [File: Here at Line: 7]", "TRV-303"},
         {[] { throw ant::AuthenticateReject_t("Here", 8); },
-         "issueCommand Authentication Rejected [File: Here at Line: 8]"},
+         "issueCommand Authentication Rejected [File: Here at Line: 8]", "TRV-306"},
         {[] { throw ant::Exception_t("Here", 9, L"caf\u00e9"); },
-         "issueCommand Failed [File: Here at Line: 9 Reason: caf\xC3\xA9]"},
-        {[] { throw glo::ExitThread_t(); }, "issueCommand Failed: Unknown Exception [File:  at Line: 0]"},
-        {[] { throw 1; }, "issueCommand Failed: Unknown Exception [File:  at Line: 0]"},
+         "issueCommand Failed [File: Here at Line: 9 Reason: caf\xC3\xA9]", "TRV-302"},
+        {[] { throw ioa::Exception_t("Here", 10); }, "issueCommand Failed [File: Here at Line: 10]", "TRV-304"},
+        {[] { throw ioa::InvalidProtocolInformation_t("Here", 11); }, "issueCommand Failed [File: Here at Line: 11]",
+         "TRV-305"},
+        {[] { throw glo::ExitThread_t(); }, "issueCommand Failed: Unknown Exception [File:  at Line: 0]", "TRV-901"},
+        {[] { throw 1; }, "issueCommand Failed: Unknown Exception [File:  at Line: 0]", "TRV-901"},
     };
     for (const auto& c : cases) {
         ScriptedDevice world;
@@ -41,10 +49,11 @@ TEST(IoLink, TellsTheClassesOfExceptionsApart) {
         world.usb.endsWrite({.raise = c.raise});
         EXPECT_FALSE(facade->sendIopCommand(10, {}, false, nullptr));
         const auto lines = log.take();
-        ASSERT_EQ(lines.size(), 1U) << "without an error object nothing is logged";
+        ASSERT_EQ(lines.size(), 2U) << "without an error object nothing is logged";
         EXPECT_EQ(lines[0].logMsg, error.description());
         EXPECT_EQ(lines[0].logFlag, DDLogFlagError);
         EXPECT_EQ(lines[0].fileName() + " " + std::to_string(lines[0].lineNumber), "TrovikModeUtil 55");
+        EXPECT_THAT(lines[1].logMsg, testing::StartsWith(c.id));
     }
 }
 
@@ -55,14 +64,46 @@ TEST(IoLink, ThatCannotBeMadeIsLoggedWithTheRaiseSite) {
     const auto logsOf = [&log](const std::optional<std::string>& path) {
         EXPECT_TRUE(WaitsForItsLine(true, [&] { EXPECT_FALSE(UsbTrovikModeIoLink::initWithPath(path)); }));
         const auto lines = log.take();
-        return lines.size() == 1 ? lines[0].logMsg : std::to_string(lines.size()) + " lines";
+        if (lines.size() != 2) return std::to_string(lines.size()) + " lines";
+        return lines[0].logMsg + "\n" + lines[1].logMsg.substr(0, 7);
     };
     const std::string start = "Error creating UsbTrovikModeIoLink at path:";
-    EXPECT_EQ(logsOf(std::nullopt), start + "(null)\napp/TrovikMode/UsbTrovikModeIoLink on line 81");
-    EXPECT_EQ(logsOf(world.path()), start + world.path() + "\nlibs/IOU/mac/IOU_Session on line 116");
+    EXPECT_EQ(logsOf(std::nullopt), start + "(null)\napp/TrovikMode/UsbTrovikModeIoLink on line 81\nTRV-901");
+    EXPECT_EQ(logsOf(world.path()), start + world.path() + "\nlibs/IOU/mac/IOU_Session on line 116\nTRV-303");
     EXPECT_THROW(UsbTrovikModeIoLink::initWithPath(world.path() + "x"), int);
     EXPECT_TRUE(log.take().empty()) << "the caller's to log";
     EXPECT_TRUE(world.isUntouched());
+}
+
+TEST(IoLink, SaysOnceInOneLineWhatTheDeviceSaysOfItselfWithoutAskingForIt) {
+    simulator::Profile profile = simulator::Profile::instant();
+    profile.softwareVersion = -205;
+    profile.descriptions = {"Two\nlines\r\x1B[31m", "broken \xFF\xC3("};
+    profile.extendedProductData = {{"größer\xE2\x80\xAE"}};
+    const std::string line =
+        R"(: unit id 3812345678, product 1000, version -2.05, "Two\x0Alines\x0D\x1B[31m", "broken )"
+        "\uFFFD\uFFFD(\", \"größer\\xE2\\x80\\xAE\"";
+    SimulatedDevice world(profile);
+    const auto link = UsbTrovikModeIoLink::initWithPath(world.path());
+    EXPECT_EQ(link->takeIdentification(), "");
+    EXPECT_TRUE(link->sendIopCommand(10, std::array<unsigned char, 2>{0x27, 0}, false, nullptr));
+    EXPECT_THAT(link->takeIdentification(), testing::EndsWith("Port@1" + line));
+    const auto asked = world.device().record().received().size();
+    EXPECT_TRUE(link->sendIopCommand(10, std::array<unsigned char, 2>{0x27, 0}, false, nullptr));
+    EXPECT_EQ(link->takeIdentification(), "");
+    EXPECT_EQ(asked, 2 + 3U) << "the session's start, and a command with its identification";
+}
+
+TEST(IoLink, NamesADeviceThatHasGoneAndAConnectionThatFailsApart) {
+    for (const auto& [kind, id] : {std::pair(FaultKind::Unplug, "TRV-301"), std::pair(FaultKind::Stall, "TRV-302")}) {
+        SimulatedDevice world;
+        world.addFault(Fault::onPacket(113, kind));
+        const auto link = UsbTrovikModeIoLink::initWithPath(world.path());
+        LogRecorder log;
+        Error error;
+        EXPECT_FALSE(link->sendIopCommand(113, {}, true, &error));
+        EXPECT_THAT(log.take().back().logMsg, testing::StartsWith(id));
+    }
 }
 
 }  // namespace
