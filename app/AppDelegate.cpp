@@ -1,6 +1,7 @@
 #include "app/AppDelegate.hpp"
 
 #include "app/LegacyIOConfig.hpp"
+#include "app/SupportLog.hpp"
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "app/Util/Alert.hpp"
@@ -145,7 +146,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     const auto fileLogger = makeFileLogger();
     DDLog::addLogger(DDTTYLogger::sharedInstance());
     DDLog::addLogger(fileLogger);
-    if (!fileLogger) DDLogWarn("No home folder: there are no log files and no traces.");
+    if (!fileLogger) DDLogWarn("TRV-501 No home folder: there are no log files and no traces.");
 
     const std::string version = platform::mainBundle().infoText("CFBundleShortVersionString");
     DDLogInfo("Trovik Reset Tool %s has started.", version.c_str());
@@ -212,6 +213,7 @@ void AppDelegate::resetAttachedDevice() {
         rebootDevice(records->front());
     } else {
         DDLogInfo("No device found, waiting for connection");
+        SupportLog::cause(Cause::DeviceNotFound);
         setNextAction(NextAction::RebootOnAttach);
     }
 }
@@ -221,10 +223,12 @@ void AppDelegate::returnToMainMenuButtonClicked() {
 }
 
 void AppDelegate::quitButtonClicked() {
+    SupportLog::ending("Quit was chosen", nextAction());
     mTerminate(EXIT_SUCCESS);
 }
 
 void AppDelegate::windowWillClose() {
+    SupportLog::ending("the window was closed", nextAction());
     mTerminate(EXIT_SUCCESS);
 }
 
@@ -246,7 +250,10 @@ void AppDelegate::runTrovikModeListenLoop() {
     } catch (...) {
         logCaughtException(__LINE__);
     }
-    if (!observing) DDLogInfo("Could not start observing Trovik-mode device attaches.");
+    if (!observing) {
+        DDLogInfo("Could not start observing Trovik-mode device attaches.");
+        SupportLog::cause(Cause::AttachesNotSeen);
+    }
     {
         const std::lock_guard lock(mListenerMutex);
         mListenLoop = loop;
@@ -307,6 +314,7 @@ void AppDelegate::rebootDevice(const USBRegistryInfo& record) {
         DDLogInfo("%s: %s", kReboot.failed, error.description().c_str());
         setNextAction(NextAction::RebootOnAttach);
     }
+    SupportLog::identified(device.get());
 }
 
 void AppDelegate::clearNonvol(const USBRegistryInfo& record) {
@@ -315,10 +323,12 @@ void AppDelegate::clearNonvol(const USBRegistryInfo& record) {
         Error error;
         if (!send(device.get(), command, error)) {
             DDLogInfo("%s: %s", command.failed, error.description().c_str());
+            SupportLog::identified(device.get());
             device.reset();  // the reboot opens the device anew, which needs it free
             return rebootDevice(record);
         }
         DDLogInfo("%s", command.succeeded);
+        SupportLog::identified(device.get());
     }
     device.reset();  // the next screen says that the device may be unplugged
     setNextAction(NextAction::None);

@@ -3,6 +3,7 @@
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
+#include "app/SupportLog.hpp"
 #include "app/TrovikMode/ConnectedDevices.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/SystemLog.hpp"
@@ -16,6 +17,7 @@
 #include "platform/common/GlobalQueue.hpp"
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
+#include "platform/linux/process/SystemDescription.hpp"
 #include "platform/linux/process/TerminateExceptionHandler.hpp"
 #include "platform/linux/settings/Bundle.hpp"
 #include "platform/qt/QtMainQueue.hpp"
@@ -195,6 +197,7 @@ int main(int argc, char** argv) {
 
     StartUp::withThread([&] { controller.applicationWillFinishLaunching(); });
     controller.applicationDidFinishLaunching();
+    SupportLog::started(platform::describeSystem());
     SystemLog::shared().loggersAreAdded();
     controller.waitUntilListening();
     device.change([&](simulator::Device& simulated) {

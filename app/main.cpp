@@ -1,8 +1,10 @@
 // The tool. Picks what the platform interface is made of on this system, and runs the application on it.
 #include "app/AppDelegate.hpp"
 #include "app/MainWindow.hpp"
+#include "app/SessionEnd.hpp"
 #include "app/StartUp.hpp"
 #include "app/Support/ErrorCatalogue.hpp"
+#include "app/SupportLog.hpp"
 #include "app/TrovikMode/ConnectedDevices.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/SystemLog.hpp"
@@ -14,6 +16,7 @@
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "platform/linux/process/CrashHandler.hpp"
 #include "platform/linux/process/SignalScriptRunner.hpp"
+#include "platform/linux/process/SystemDescription.hpp"
 #include "platform/linux/process/TerminateExceptionHandler.hpp"
 #include "platform/linux/settings/Bundle.hpp"
 #include "platform/linux/settings/UserDefaults.hpp"
@@ -80,6 +83,11 @@ int main(int argc, char** argv) {
     window.show();
     StartUp::windowIsShown();
     controller.applicationDidFinishLaunching();
+    SupportLog::started(platform::describeSystem());
+    const SessionEnd sessionEnd([&](const std::string& why) {
+        SupportLog::ending(why, controller.nextAction());
+        DDLog::applicationWillTerminate();
+    });
     SystemLog::shared().loggersAreAdded();
     ConnectedDevices devices([&window](const auto& present) { window.showDevices(present); });
     devices.start();

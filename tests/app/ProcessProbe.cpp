@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
@@ -93,6 +94,8 @@ void act(std::string_view what) {
         DDLogInfo("metadata %s", glo::string(text, win::Utf8Encoding()).c_str());
     for (int i = 0; i < 500; ++i) DDLogInfo("line %d", i);
     if (what == "quit") press(QAction::QuitRole);
+    if (what == "term") std::raise(SIGTERM);
+    if (what == "hup") std::raise(SIGHUP);
     for (QWidget* const window : QApplication::topLevelWidgets()) {
         if (what == "close" && window->windowHandle()) window->close();
     }

@@ -16,7 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ContainsRegex;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
@@ -64,13 +63,21 @@ TEST_F(Process, HasItsLastLineInTheLogAndItsFilesInItsUsersFoldersHoweverItIsQui
     writeSettings(
         R"(<key>RegistryRoot</key><dict><key>Software</key><dict><key>Trovik</key><dict><key>Settings</key><dict>
 <key>ShowDebug</key><data>AQ==</data></dict></dict></dict></dict>)");
-    for (const char* const way : {"quit", "close"}) {
+    for (const auto& [way, signal, end] :
+         {std::tuple("quit", 0, "Quit was chosen"), std::tuple("close", 0, "the window was closed"),
+          std::tuple("term", SIGTERM, "the system sent the signal TERM"),
+          std::tuple("hup", SIGHUP, "the system sent the signal HUP")}) {
         fs::remove_all(home / ".local");
         fs::remove_all(home / ".cache");
         fs::create_directory(home / ".cache");  // as on every desktop
-        EXPECT_EQ(run(way), 0) << way;
+        EXPECT_EQ(run(way), signal) << way;
         EXPECT_THAT(log(), HasSubstr(" | I | Trovik Reset Tool 1.0.0 has started.\n"));
-        EXPECT_THAT(log(), EndsWith(" | I | line 499\n"));
+        EXPECT_THAT(log(),
+                    ContainsRegex(" [|] I [|] line 499\n[^\n]* [|] I [|] The tool ends: " + std::string(end) + "\n$"));
+        EXPECT_THAT(log(),
+                    ContainsRegex("started.\n[^\n]*System: [^\n]+\n[^\n]*Kernel: Linux [^\n]+\n[^\n]*USB library: "
+                                  "libusb 1[^\n]+\n[^\n]*Toolkit: Qt 6[^\n]+\n[^\n]*Display server: offscreen "
+                                  "[^\n]+\n[^\n]*Language: en\n[^\n]*Build: 1[^\n]+20[^\n]+\n"));
         for (const char* const text : {"Trovik Reset Tool", "006-B0000-00", "Release", "Trovik"})
             EXPECT_THAT(log(), HasSubstr(std::string("metadata ") + text + "\n"));
         EXPECT_THAT(errors(), HasSubstr("] Trovik Reset Tool 1.0.0 has started.\n")) << "on the console as well";
