@@ -2,12 +2,15 @@
 
 #include "GLO/GLO_String.hpp"
 #include "IOA/IOA_ProductData.hpp"
+#include "app/Support/ErrorCatalogue.hpp"
 #include "app/TrovikMode/USBRegistryInfo.hpp"
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
+#include "app/Util/Logging/DDLog.hpp"
 #include "platform/Dispatch.hpp"
 #include "platform/Platform.hpp"
 #include "platform/common/Boundary.hpp"
+#include "platform/common/OneLine.hpp"
 
 #include <algorithm>
 #include <cstdint>
@@ -37,8 +40,10 @@ class ConnectedDevices::Knowledge : public std::enable_shared_from_this<Knowledg
 
     /// Any thread.
     void setPresent(std::vector<Attach> present) {
+        bool haveBecomeSeveral = present.size() > 1;
         {
             const std::lock_guard lock(mMutex);
+            haveBecomeSeveral = haveBecomeSeveral && !(mPresent && mPresent->size() > 1);
             // A name is that of one attach: the next device on the port may be another one.
             for (const Attach& before : mPresent.value_or(std::vector<Attach>())) {
                 if (std::ranges::find(present, before.id, &Attach::id) == present.end())
@@ -46,6 +51,7 @@ class ConnectedDevices::Knowledge : public std::enable_shared_from_this<Knowledg
             }
             mPresent = std::move(present);
         }
+        if (haveBecomeSeveral) DDLogWarn("%s", ErrorCatalogue::logLine(Cause::SeveralDevices).c_str());
         tellSoon();
     }
 
@@ -157,6 +163,9 @@ void ConnectedDevices::departed(void* refCon, platform::IOIterator& iterator) {
         while (const auto entry = iterator.IOIteratorNext()) {
             std::uint64_t id = 0;
             if (entry->IORegistryEntryGetRegistryEntryID(id) == platform::kIOReturnSuccess) ids.insert(id);
+            std::string port;
+            entry->IORegistryEntryGetName(port);
+            DDLogInfo("Device at port %s was detached", platform::oneLine(port).c_str());
         }
         static_cast<ConnectedDevices*>(refCon)->look(ids);
     };

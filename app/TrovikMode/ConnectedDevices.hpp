@@ -25,6 +25,8 @@ struct ConnectedDevice {
 /// opens a device: what one is called stands in the registry, until a command of the tool has identified it, which is
 /// passed on by UsbTrovikModeIoLink.
 ///
+/// The log gets a line for each device that has left, and one when there come to be several.
+///
 /// After each arrival and each departure it looks at all that is there, so an event too many or too few is put right by
 /// the next one. Owned by the composition root, before which the platform must not go. One at a time: the link has one
 /// observer.

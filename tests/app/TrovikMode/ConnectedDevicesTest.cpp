@@ -1,6 +1,7 @@
 #include "app/TrovikMode/ConnectedDevices.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "simulator/world/SimulatedWorld.hpp"
+#include "tests/support/LogRecorder.hpp"
 
 #include <gmock/gmock.h>
 
@@ -12,6 +13,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 using List = std::vector<ConnectedDevice>;
 
 TEST(ConnectedDevices, AreToldAfterEachChangeByTheirOwnNameAndThenByTheIdentifiedOne) {
@@ -22,6 +24,12 @@ TEST(ConnectedDevices, AreToldAfterEachChangeByTheirOwnNameAndThenByTheIdentifie
     const ConnectedDevice first{world.path(), "1-1", "Trovik USB"}, identified{world.path(), "1-1", "Trailmate 300"};
     const ConnectedDevice other{world.path(second), "1-2", ""};
 
+    support::LogRecorder log;
+    const auto logged = [&log] {
+        std::vector<std::string> lines;
+        for (const DDLogMessage& message : log.take()) lines.push_back(message.logMsg);
+        return lines;
+    };
     std::vector<List> told;
     std::optional<ConnectedDevices> devices;
     const auto watch = [&] { devices.emplace([&](const List& list) { told.push_back(list); }).watch(); };
@@ -35,13 +43,16 @@ TEST(ConnectedDevices, AreToldAfterEachChangeByTheirOwnNameAndThenByTheIdentifie
     EXPECT_THAT(take(), ElementsAre(ElementsAre(first)));
     world.plug(second);
     EXPECT_THAT(take(), ElementsAre(ElementsAre(first, other)));
+    EXPECT_THAT(logged(), ElementsAre(StartsWith("TRV-102 ")));
     EXPECT_THAT(world.device().record().received(), IsEmpty()) << "nothing is ever opened for this";
 
     const unsigned char clear[] = {0x27, 0};
     EXPECT_TRUE(UsbTrovikModeIoLink::initWithPath(first.path)->sendIopCommand(10, clear, false, nullptr));
     EXPECT_THAT(take(), ElementsAre(ElementsAre(identified, other)));
+    logged();
     world.unplug();
     EXPECT_THAT(take(), ElementsAre(ElementsAre(other)));
+    EXPECT_THAT(logged(), ElementsAre("Device at port 1-1 was detached"));
     world.plug();
     EXPECT_THAT(take(), ElementsAre(ElementsAre(first, other))) << "it may be another device";
 
