@@ -201,6 +201,7 @@ void AppDelegate::handleButtonClick() {
         } catch (...) {
             logCaughtException(__LINE__);
             setNextAction(NextAction::RebootOnAttach);  // the user waits: the next attach is a new chance
+            SupportLog::cause(Cause::InternalError);
         }
     });
 }
@@ -348,6 +349,7 @@ bool AppDelegate::exceptionHandlerShouldLogException(const platform::NSException
         stack += symbol + "\n";
     }
     DDLogError("Stack:\n%s", stack.c_str());
+    SupportLog::cause(Cause::InternalError);
     return true;
 }
 

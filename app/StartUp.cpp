@@ -1,5 +1,7 @@
 #include "app/StartUp.hpp"
 
+#include "app/Support/ErrorCatalogue.hpp"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
@@ -17,16 +19,18 @@ namespace {
 
 /// Says one line to whoever started the program, in a terminal or from a menu, and ends the process. It stays at that
 /// one line: what is in gWarnings is not told then.
-[[noreturn]] void refuse(int status, std::string line) {
+[[noreturn]] void refuse(int status, Cause cause, std::string line) {
     std::replace(line.begin(), line.end(), '\n', ' ');
     line.erase(line.find_last_not_of(' ') + 1);
+    line.append(" (").append(ErrorCatalogue::entry(cause).id) += ')';
     std::fprintf(stderr, "%s\n", line.c_str());
     syslog(LOG_USER | LOG_ERR, "%s", line.c_str());
     std::_Exit(status);
 }
 
 [[noreturn]] void refuseWithoutThread(const std::string& reason) {
-    refuse(StartUp::kNoThread, "No thread for the reset; is the limit on processes reached? " + reason);
+    refuse(StartUp::kNoThread, Cause::NoThread,
+           "No thread for the reset; is the limit on processes reached? " + reason);
 }
 
 std::mutex gWarningsMutex;
@@ -55,8 +59,9 @@ void keepWarning(QtMsgType type, const QMessageLogContext&, const QString& text)
         const auto reason = std::find_if(gWarnings.begin(), gWarnings.end(), [](const QString& warning) {
             return !warning.startsWith(QLatin1String("QStandardPaths"));
         });
-        refuse(StartUp::kNoDisplay, "No display for the window (" + chosenDisplay() +
-                                        "): " + (reason == gWarnings.end() ? text : *reason).toStdString());
+        refuse(StartUp::kNoDisplay, Cause::NoDisplay,
+               "No display for the window (" + chosenDisplay() +
+                   "): " + (reason == gWarnings.end() ? text : *reason).toStdString());
     } else {
         gWarnings.append(text);
     }

@@ -24,6 +24,14 @@ std::string lastPathComponent(const std::string& path) {
     return path.substr(path.find_last_of('/') + 1);
 }
 
+/// Where the device is plugged in, "1-2.3".
+std::string portOf(const std::string& path) {
+    std::string name;
+    const auto entry = platform::kIOMasterPortDefault().IORegistryEntryFromPath(path);
+    const bool isNamed = entry && entry->IORegistryEntryGetName(name) == platform::kIOReturnSuccess;
+    return isNamed ? name : lastPathComponent(path);
+}
+
 template <typename Kind>
 bool isA(const glo::Exception_t& exception) {
     return dynamic_cast<const Kind*>(&exception) != nullptr;
@@ -65,8 +73,8 @@ std::string TrovikModeUtil::identificationLine(const std::string& path, std::uin
     const int hundredths = product.softwareVersion;
     std::snprintf(version, sizeof version, "%s%d.%02d", hundredths < 0 ? "-" : "", std::abs(hundredths / 100),
                   std::abs(hundredths % 100));
-    std::string text = "Device at port " + lastPathComponent(path) + ": unit id " + std::to_string(unitId) +
-                       ", product " + std::to_string(product.productId) + ", version " + version;
+    std::string text = "Device at port " + portOf(path) + ": unit id " + std::to_string(unitId) + ", product " +
+                       std::to_string(product.productId) + ", version " + version;
     for (const auto& descriptions : {product.descriptions, channel.ProductExt().descriptions}) {
         for (const std::wstring& description : descriptions)
             text += ", \"" + glo::string(description, glo::gcUtf8Encoding) + '"';

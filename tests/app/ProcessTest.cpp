@@ -136,7 +136,7 @@ TEST_F(Process, RefusesInOneLineWithoutADisplay) {
                  {"QT_QPA_PLATFORM=nosuch", "(QT_QPA_PLATFORM=nosuch): Could not find the Qt platform plugin"}}) {
             EXPECT_EQ(run("quit", settings, ">/dev/null 2>run/errors", program), W_EXITCODE(1, 0))
                 << program << settings;
-            EXPECT_THAT(errors(), MatchesRegex("No display for the window [^\n]*\n"));
+            EXPECT_THAT(errors(), MatchesRegex("No display for the window [^\n]* \\(TRV-505\\)\n"));
             EXPECT_THAT(errors(), HasSubstr(reason));
         }
     }
@@ -148,7 +148,7 @@ TEST_F(Process, RefusesInOneLineWithoutADisplay) {
 TEST_F(Process, StartsWithTheThreadsOfAResetOrRefusesInOneLine) {
     int threads = 0;
     for (; run("reset", "PROBE_THREADS=" + std::to_string(threads)) == W_EXITCODE(3, 0); ++threads)
-        EXPECT_THAT(errors(), MatchesRegex("No thread for the reset[^\n]*\n")) << threads;
+        EXPECT_THAT(errors(), MatchesRegex("No thread for the reset[^\n]* \\(TRV-506\\)\n")) << threads;
     EXPECT_GE(threads, 3) << "the drawing's, the worker's, the listener's";
     for (const int last = threads + 4; threads <= last; ++threads)  // for the logs some are missing at first
         EXPECT_EQ(run("reset", "PROBE_THREADS=" + std::to_string(threads)), 0) << threads << '\n' << errors();
