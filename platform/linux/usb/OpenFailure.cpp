@@ -91,7 +91,8 @@ OpenFailure deniedAccess(const std::string& node, const OpenFailurePlaces& place
     const std::string rule = installedUdevRule(places.ruleFolders);
     OpenFailure failure;
     failure.seen = permissionsText(node, places) + " The udev rule ";
-    failure.seen += rule.empty() ? std::string(kUdevRuleFile) + " is not installed." : rule + " is installed.";
+    failure.seen.append(rule.empty() ? kUdevRuleFile : rule)
+        .append(rule.empty() ? " is not installed." : " is installed.");
     if (places.mayAccess(node, R_OK | W_OK)) {
         failure.cause = OpenFailureCause::DeniedBeyondPermissions;
     } else if (rule.empty()) {
