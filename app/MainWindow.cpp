@@ -4,6 +4,7 @@
 #include "app/MainWindowScreen.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "app/Util/ViewUtilities.hpp"
+#include "app/Util/WindowTexts.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
 
@@ -20,7 +21,6 @@
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QRegularExpression>
 #include <QScreen>
 #include <QStringList>
 #include <QUrl>
@@ -36,26 +36,6 @@ constexpr int kLongestName = 200;  ///< of a device
 
 constexpr const char* kUnpluggedPicture = "device-unplugged";
 constexpr const char* kConnectedPicture = "device-connected";
-
-QString localized(const char* key) {
-    return QString::fromStdString(platform::mainBundle().localizedStringForKey(key, "", ""));
-}
-
-/// A button's or menu item's text without the mark of its key: "&About" or, in scripts without Latin letters, "(&A)".
-QString withoutKey(QString text) {
-    static const QRegularExpression mark(QStringLiteral("\\(&.\\)|&"));
-    return text.remove(mark);
-}
-
-/// A text in Latin letters as a paragraph of a text that reads the window's way: it starts at the same side, and keeps
-/// its own order within.
-QString embedded(const QString& latin) {
-    if (QApplication::isLeftToRight()) return latin;
-    constexpr QChar kRightToLeftMark(0x200F);
-    constexpr QChar kLeftToRightIsolate(0x2066);
-    constexpr QChar kPopDirectionalIsolate(0x2069);
-    return kRightToLeftMark + (kLeftToRightIsolate + latin) + kPopDirectionalIsolate;
-}
 
 /// The direction of the language that the texts come in, which need not be the desktop's.
 Qt::LayoutDirection textDirection() {
