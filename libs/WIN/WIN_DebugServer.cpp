@@ -9,6 +9,7 @@
 #include "WIN/WIN_Registry.hpp"
 #include "libs/WIN/impl/WIN_FirstUse.hpp"
 #include "libs/WIN/impl/WIN_TimeStamp.hpp"
+#include "platform/common/PrivateFolder.hpp"
 
 #include <atomic>
 #include <cstdio>
@@ -119,7 +120,9 @@ void DebugServer_t::PrintTime() {
 }
 
 void DebugServer_t::PrintNewRun() {
-    mOutput.reset(new std::ofstream(Utf8(mFilePath), std::ios::app));
+    const std::string path = Utf8(mFilePath);
+    platform::makePrivateFile(path);  // the stream would let everybody read a new one
+    mOutput.reset(new std::ofstream(path, std::ios::app));
     const AppMetaData_t& application = AppMetaData();
     *mOutput << TimeStampText(glo::Time_t::Now(), glo::Time_t::DateFlag_t::WithDate)
              << " ***************** New Run ****************************\n"

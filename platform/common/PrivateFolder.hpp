@@ -1,5 +1,9 @@
 #pragma once
 
+#include "platform/common/FileDescriptor.hpp"
+
+#include <cstddef>
+#include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 
@@ -9,6 +13,20 @@ namespace platform {
 /// it is opened. Any thread.
 inline void makePrivateFolder(const std::string& path) noexcept {
     mkdir(path.c_str(), S_IRWXU);
+}
+
+/// Makes a folder and its missing parents, for the user alone. Says nothing either. Any thread.
+inline void makePrivateFolders(const std::string& path) {
+    for (std::size_t end = 0; end != std::string::npos;) {
+        end = path.find('/', end + 1);
+        makePrivateFolder(path.substr(0, end));
+    }
+}
+
+/// Makes an empty file for the user alone where there is none; one that is there stays as it is. Says nothing either.
+/// Any thread.
+inline void makePrivateFile(const std::string& path) noexcept {
+    const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
 }
 
 }  // namespace platform

@@ -49,6 +49,7 @@ TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStampAndVa
               Duration_t(3000), gcDurationInfinite, Layer::Application);
         server.PrintStr("|\n");
     });
+    EXPECT_EQ(std::filesystem::status(caches / "Trovik/Name.txt.log").permissions(), std::filesystem::perms(0600));
     const std::string run =
         kBanner + kStamp + "ab\xC3\xA4\nc" + kStamp + "1\\.5c-3400000000065535-56text\n3000429496729520\\|\n";
     EXPECT_THAT(Traced("Name.txt.log"), MatchesRegex(run));

@@ -56,7 +56,7 @@ void DDLogFileManager::replaceWithEmptyFile(const std::string& path, DDLogFileIn
     std::error_code ignored;
     std::filesystem::remove(path, ignored);
     DDLogFileInfo::forgetMarks(path);
-    const platform::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    const platform::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (file) DDLogFileInfo(path).setCreationDate(creationDate);
 }
 

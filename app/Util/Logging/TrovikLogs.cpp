@@ -5,6 +5,7 @@
 #include "platform/Directories.hpp"
 #include "platform/NSUserDefaults.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/PrivateFolder.hpp"
 
 #include <filesystem>
 #include <system_error>
@@ -23,8 +24,7 @@ const std::string& TrovikLogs::logsDirectory() {
         std::string path = platform::directories().applicationSupportDirectory();
         if (path.empty()) return path;
         path += "/Trovik/ResetTool";
-        std::error_code ignored;
-        fs::create_directories(path, ignored);
+        platform::makePrivateFolders(path);
         return path;
     }());
     return folder;

@@ -19,14 +19,6 @@ namespace {
 using Dictionary = PropertyList::Dictionary;
 using State = PropertyListFile::State;
 
-/// Makes a folder and its parents, for the user only.
-void makeFolders(const std::string& folder) {
-    for (std::size_t end = 0; end != std::string::npos;) {
-        end = folder.find('/', end + 1);
-        makePrivateFolder(folder.substr(0, end));
-    }
-}
-
 /// Reads a file; a damaged one is moved away, or the link to it, for what lies in another folder is the user's.
 Dictionary read(const std::string& path) {
     auto file = readPropertyListFile(path);
@@ -140,7 +132,7 @@ Dictionary UserDefaults::persistentDomainForName(const std::string& domain) cons
 bool UserDefaults::setPersistentDomain(const Dictionary& contents, const std::string& domain) {
     const std::string path = pathOf(domain);
     if (path.empty()) return false;
-    makeFolders(mFolder);
+    makePrivateFolders(mFolder);
     read(path);  // a damaged file is moved away before the lock is taken: behind a link that is another one
     const bool isWritten = mergeIntoFile(contents, domain, path);
     if (!isWritten) NSLog("TRV-503 %s can't be written.\n", path.c_str());

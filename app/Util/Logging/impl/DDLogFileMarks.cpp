@@ -64,7 +64,7 @@ int writeBeside(const std::string& path, ino_t inode, const Marks& marks) {
     // A new file takes the place whole, so that neither half of it can be read nor a link be followed.
     const std::string fresh = besidePath(path) + ".new";
     std::remove(fresh.c_str());
-    const platform::FileDescriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    const platform::FileDescriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file) return errno;
     const ssize_t written = ::write(file.get(), text.data(), text.size());
     int error = written < 0 ? errno : EIO;

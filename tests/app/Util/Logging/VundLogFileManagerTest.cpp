@@ -82,6 +82,9 @@ TEST_F(VundLogFileManagerTest, SecondRollOnADayStartsTheDaysFileAfresh) {
     logger->rollLogFile();
     deliver(*logger, "noon");
     EXPECT_EQ(textOf("2035.11.15"), "noon\n");
+    const auto modeOf = [](const std::filesystem::path& path) { return std::filesystem::status(path).permissions(); };
+    EXPECT_EQ(modeOf(inFolder("ResetTool_2035.11.15.txt")), std::filesystem::perms(0600));
+    EXPECT_EQ(modeOf(std::filesystem::path(TrovikLogs::logsDirectory()).parent_path()), std::filesystem::perms(0700));
     // The next start goes on with it.
     deliver(*makeLogger(), "restarted");
     EXPECT_EQ(textOf("2035.11.15"), "noon\nrestarted\n");
