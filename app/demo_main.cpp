@@ -20,6 +20,8 @@
 #include "platform/linux/process/SystemDescription.hpp"
 #include "platform/linux/process/TerminateExceptionHandler.hpp"
 #include "platform/linux/settings/Bundle.hpp"
+#include "platform/linux/settings/UserDefaults.hpp"
+#include "platform/linux/usb/SystemSurvey.hpp"
 #include "platform/qt/QtMainQueue.hpp"
 
 #include <QApplication>
@@ -142,9 +144,10 @@ int main(int argc, char** argv) {
     const Options options = readOptions(argc, argv);
     if (options.run && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) setenv("QT_QPA_PLATFORM", "offscreen", 1);
     platform::Platform platform = platform::withLinuxFiles();
-    // What happens to a simulated device is no business of the tool's log files.
-    if (const std::string caches = platform.directories->cachesDirectory(); !caches.empty())
-        setenv("XDG_DATA_HOME", (caches + "/trovik-reset-tool-demo").c_str(), 1);
+    // What happens to a simulated device is no business of the tool's log files, nor of its preferences.
+    const std::string caches = platform.directories->cachesDirectory();
+    const std::string folder = caches.empty() ? caches : caches + "/trovik-reset-tool-demo";
+    if (!folder.empty()) setenv("XDG_DATA_HOME", folder.c_str(), 1);
 
     platform.log = [](const std::string& line) { SystemLog::shared().write(line); };
     const platform::PlatformScope logScope(platform);  // for what the next ones find damaged
@@ -154,6 +157,7 @@ int main(int argc, char** argv) {
     DemoDevice device(profileFor(options));
 
     platform::Bundle bundle;
+    platform::UserDefaults userDefaults(folder.empty() ? folder : bundle.bundleIdentifier(), folder);
     platform::AsioRunLoops runLoops;
     platform::QtMainQueue mainQueue;
     NoScripts scriptRunner;
@@ -163,6 +167,8 @@ int main(int argc, char** argv) {
     platform.mainQueue = &mainQueue;
     platform.globalQueue = globalQueue.get();
     platform.mainBundle = &bundle;
+    platform.standardUserDefaults = &userDefaults;
+    platform.surveySystem = platform::surveyOfThisSystem;
     platform.scriptRunner = &scriptRunner;
     platform.exceptionHandler = &exceptionHandler;
     const platform::PlatformScope scope(platform);

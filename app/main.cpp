@@ -21,6 +21,7 @@
 #include "platform/linux/settings/Bundle.hpp"
 #include "platform/linux/settings/UserDefaults.hpp"
 #include "platform/linux/usb/OpenFailure.hpp"
+#include "platform/linux/usb/SystemSurvey.hpp"
 #include "platform/linux/usb/UdevRegistry.hpp"
 #include "platform/qt/QtMainQueue.hpp"
 #include "platform/qt/QtPreload.hpp"
@@ -65,6 +66,7 @@ int main(int argc, char** argv) {
     platform.describeOpenFailure = [](const std::string& path, platform::IOReturn result) {
         return ErrorCatalogue::logLine(platform::diagnoseOpenFailure(path, result));
     };
+    platform.surveySystem = platform::surveyOfThisSystem;
     platform.mainQueue = &mainQueue;
     platform.globalQueue = globalQueue.get();
     platform.mainBundle = &bundle;

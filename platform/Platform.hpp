@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/IOReturn.hpp"
+#include "platform/SystemSurvey.hpp"
 
 #include <memory>
 #include <string>
@@ -41,6 +42,7 @@ struct Platform {
     void (*log)(const std::string& line) = nullptr;  ///< stand-in: standard error
     /// As openFailureText() below; stand-in: nothing is known.
     std::string (*describeOpenFailure)(const std::string& registryPath, IOReturn result) = nullptr;
+    SystemSurvey (*surveySystem)() = nullptr;  ///< stand-in: nothing is known
 };
 
 /// Installs a Platform for the life of this object and puts the one before back at its end. `main` makes one before any
@@ -77,6 +79,9 @@ double CFAbsoluteTimeGetCurrent();
 /// Why the USB device at a registry path could not be opened, as one sentence or more for the log; empty when nothing
 /// is known beyond the result.
 std::string openFailureText(const std::string& registryPath, IOReturn result);
+
+/// What support asks first of this system; whatever can't be found out is left out. Blocks on the disk.
+SystemSurvey surveySystem();
 
 /// Writes one line to the system log, printf style. Never throws. Any thread.
 void NSLog(const char* format, ...) __attribute__((format(printf, 1, 2)));

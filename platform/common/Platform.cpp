@@ -157,6 +157,10 @@ std::string openFailureText(const std::string& registryPath, IOReturn result) {
     return gPlatform.describeOpenFailure ? gPlatform.describeOpenFailure(registryPath, result) : std::string();
 }
 
+SystemSurvey surveySystem() {
+    return gPlatform.surveySystem ? gPlatform.surveySystem() : SystemSurvey();
+}
+
 void NSLog(const char* format, ...) {
     char line[1024];
     va_list arguments;
