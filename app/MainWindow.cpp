@@ -2,6 +2,7 @@
 
 #include "app/AppDelegate.hpp"
 #include "app/MainWindowScreen.hpp"
+#include "app/SupportMenu.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "app/Util/ViewUtilities.hpp"
 #include "app/Util/WindowTexts.hpp"
@@ -134,6 +135,7 @@ void MainWindow::makeMenu() {
     outlets.mainMenuItemTwo = menu->addAction(localized("ShowLogFiles"), this, [] {
         QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(TrovikLogs::logsDirectory())));
     });
+    SupportMenu::addItems(*menu, *this);
     menu->addSeparator();
     outlets.quitMenuItem = menu->addAction(QString(), this, [this] { mController.quitButtonClicked(); });
     outlets.quitMenuItem->setShortcut(Qt::CTRL | Qt::Key_Q);

@@ -1,12 +1,24 @@
 #include "tests/app/AppWorld.hpp"
 
+#include "app/Util/Logging/TrovikLogs.hpp"
 #include "app/Util/ViewUtilities.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
+#include "tests/app/RealTimeApp.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 #include <QAbstractButton>
+#include <QAction>
 #include <QApplication>
+#include <QDialog>
+#include <QFileDialog>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPointer>
+#include <QSettings>
 #include <QTest>
 #include <QTimer>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <regex>
 #include <utility>
@@ -38,6 +50,43 @@ bool answered(const std::function<void()>& action, const std::function<void(QMes
     look.start(0);
     action();
     return asked;
+}
+
+void saveReport(QMainWindow& window, const QStringList& paths, const std::function<void(QWidget&)>& look) {
+    static const support::TemporaryFolder settings;  // the toolkit keeps where a person last saved something
+    setenv("XDG_DATA_HOME", RealTimeApp::folder().path().c_str(), 1);
+    {  // where other tests of the process look for the log folder, which is found once
+        const platform::PlatformScope scope(platform::withLinuxFiles());
+        static_cast<void>(TrovikLogs::logsDirectory());
+    }
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QString::fromStdString(settings.path()));
+    QStringList left = paths;
+    QTimer turn;
+    QObject::connect(&turn, &QTimer::timeout, [&, lastSeen = QPointer<QWidget>()]() mutable {
+        auto* const active = qobject_cast<QDialog*>(QApplication::activeWindow());
+        if (!active || active == lastSeen) return;
+        if (auto* const box = qobject_cast<QMessageBox*>(active)) {
+            look(*box);
+            box->close();
+            box->parentWidget()->activateWindow();  // as a window manager does
+        } else if (auto* const chooser = qobject_cast<QFileDialog*>(active)) {
+            chooser->findChild<QLineEdit*>(QStringLiteral("fileNameEdit"))->setText(left.takeFirst());
+            QMetaObject::invokeMethod(chooser, "accept", Qt::QueuedConnection);
+        } else if (auto* const save = active->findChild<QPushButton*>(); save && save->isEnabled()) {
+            if (left == paths) look(*active);
+            QMetaObject::invokeMethod(save, "click", Qt::QueuedConnection);
+        } else {
+            return;  // it is still collected
+        }
+        lastSeen = active;
+    });
+    turn.start(0);
+    menuItem(window, kSaveReport)->trigger();
+    EXPECT_THAT(left, testing::IsEmpty());
+}
+
+QAction* menuItem(const QMainWindow& window, int index) {
+    return window.menuBar()->actions().front()->menu()->actions().at(index);
 }
 
 QPushButton* buttonOf(QMessageBox& alert, QMessageBox::ButtonRole role) {

@@ -6,8 +6,10 @@
 #include "simulator/world/SimulatedWorld.hpp"
 #include "tests/support/LogRecorder.hpp"
 
+#include <QMainWindow>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStringList>
 
 #include <functional>
 #include <set>
@@ -30,6 +32,14 @@ class ControllerLog {
 /// Does what brings up an alert, and answers it once it is on the screen and active.
 /// @return whether there was one
 bool answered(const std::function<void()>& action, const std::function<void(QMessageBox&)>& answer);
+
+/// Chooses Save Report…, and has it saved under each path, one after the other until one works; `look` sees the
+/// report's dialog and each box that tells how it went.
+void saveReport(QMainWindow& window, const QStringList& paths, const std::function<void(QWidget&)>& look);
+
+/// An item of the application menu, from the top; separators count.
+QAction* menuItem(const QMainWindow& window, int index);
+constexpr int kSaveReport = 2, kRecordDetails = 3;
 
 /// The button of an alert with a role.
 QPushButton* buttonOf(QMessageBox& alert, QMessageBox::ButtonRole role);

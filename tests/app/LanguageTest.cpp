@@ -2,6 +2,7 @@
 #include "app/Support/ErrorCatalogue.hpp"
 #include "platform/linux/settings/PropertyListFile.hpp"
 #include "tests/app/AppWorld.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 #include <QAction>
 #include <QApplication>
@@ -94,14 +95,26 @@ class LanguageTest : public testing::TestWithParam<std::string> {
   protected:
     ~LanguageTest() override { QApplication::setFont(mFont); }
 
-    /// Opens the alert and the About box one after the other.
-    static void eachBox(AppWorld& app, const std::function<void(QMessageBox&)>& look) {
+    /// Opens the alert, the About box and what the items for support open, one after the other.
+    static void eachBox(AppWorld& app, const std::function<void(QWidget&)>& look) {
         for (const bool about : {false, true}) {
             const auto open = [&] { about ? app.outlets.aboutMenuItem->trigger() : click(app.outlets.resetNowButton); };
             EXPECT_TRUE(answered(open, [&](QMessageBox& box) {
                 look(box);
                 box.close();
             }));
+        }
+        const support::TemporaryFolder folder;
+        saveReport(app.window, {QStringLiteral("/sys/x.zip"), QString::fromStdString(folder / "x.zip")}, look);
+        for (const bool canBeSet : {true, true, false}) {  // on, off, and without preferences to set
+            const platform::PlatformScope scope({.mainQueue = &app.world.mainQueue,
+                                                 .mainBundle = &app.bundle,
+                                                 .standardUserDefaults = canBeSet ? &app.world.defaults : nullptr});
+            EXPECT_TRUE(answered([&] { menuItem(app.window, kRecordDetails)->trigger(); },
+                                 [&](QMessageBox& box) {
+                                     look(box);
+                                     box.close();
+                                 }));
         }
     }
 
@@ -112,12 +125,14 @@ class LanguageTest : public testing::TestWithParam<std::string> {
 
 TEST_P(LanguageTest, TableHasTheTextsThatTheToolAsksForAndNoOthers) {
     AppWorld app({GetParam()});
-    eachBox(app, [](QMessageBox&) {});
     app.bundle.asked.insert("SimulatedTitle");  // by the demo
     for (const CatalogueEntry& entry : ErrorCatalogue::entries()) {
         ErrorCatalogue::localizedSentence(entry.cause);
         ErrorCatalogue::localizedRemedy(entry.cause);
     }
+    eachBox(app, [](QWidget&) {});
+    // Those of files that this report has none of.
+    app.bundle.asked.insert({"ReportLog", "ReportCrash", "ReportTrace"});
     std::set<std::string> keys;
     for (const auto& [key, text] : table) keys.insert(key);
     EXPECT_EQ(keys, app.bundle.asked);
@@ -139,14 +154,16 @@ TEST_P(LanguageTest, TextsAgreeWithTheEnglishOnesAndWithEachOther) {
         EXPECT_FALSE(translated && text == english) << key;
     }
     EXPECT_TRUE(table.at("DoNotUnplugDevice").contains(withoutKey(table.at("ShowLogFiles"))));
+    EXPECT_TRUE(table.at("RecordDetailsFolder").contains(withoutKey(table.at("RecordDetails"))));
     EXPECT_TRUE(table.at("ResetCompleteBody").contains(withoutKey(table.at("ReturnToMainMenu"))));
 
     // Keys that choose controls which are on the screen together.
-    for (const std::vector<std::string>& together :
-         std::vector<std::vector<std::string>>{{"ApplicationMenu", "ResetNow"},
-                                               {"ApplicationMenu", "Quit", "ReturnToMainMenu"},
-                                               {"AboutTrovikReset", "ShowLogFiles", "QuitTrovikReset"},
-                                               {"ResetNow", "Cancel"}}) {
+    for (const std::vector<std::string>& together : std::vector<std::vector<std::string>>{
+             {"ApplicationMenu", "ResetNow"},
+             {"ApplicationMenu", "Quit", "ReturnToMainMenu"},
+             {"AboutTrovikReset", "ShowLogFiles", "SaveReport", "RecordDetails", "QuitTrovikReset"},
+             {"ReportSave", "Cancel"},
+             {"ResetNow", "Cancel"}}) {
         std::set<QChar> keys;
         for (const std::string& key : together) {
             const QString& text = table.at(key);
@@ -183,7 +200,7 @@ TEST_P(LanguageTest, NothingIsCutOffOnASmallDisplayWithNormalAndBigFonts) {
         EXPECT_LE(app.window.menuBar()->actionGeometry(menu).right(), displayWidth) << scale;
         const int menuWidth = menu->menu()->sizeHint().width();
         EXPECT_TRUE(menuWidth <= displayWidth || scale > 1) << menuWidth;  // a big menu has a display to itself
-        eachBox(app, [&](QMessageBox& box) { EXPECT_EQ(cutOffIn(box), "") << scale; });
+        eachBox(app, [&](QWidget& box) { EXPECT_EQ(cutOffIn(box), "") << scale; });
     }
 }
 

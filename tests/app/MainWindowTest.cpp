@@ -1,15 +1,21 @@
 // The window: what a person sees, clicks and hears of it.
+#include "IOU/IOU_DebugServer.hpp"
+#include "WIN/WIN_DebugServer.hpp"
 #include "app/MainWindow.hpp"
 #include "tests/app/AppWorld.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 #include <QAbstractEventDispatcher>
 #include <QAccessible>
 #include <QAction>
 #include <QApplication>
 #include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
 #include <QProgressBar>
 #include <QProxyStyle>
 #include <QTest>
+#include <QTreeWidget>
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -99,6 +105,58 @@ TEST_F(MainWindowTest, ConfirmationIsCriticalAndAnyWayOutOfItChangesNothing) {
         EXPECT_EQ(app.world.globalQueue.waiting(), 0U);
     }
     EXPECT_THAT(app.world.device().record().received(), IsEmpty());
+}
+
+TEST_F(MainWindowTest, ReportIsListedBeforeItIsSavedAndAFailureIsToldAndTriedAgain) {
+    const support::TemporaryFolder folder;
+    const QString good = QString::fromStdString(folder / "report.zip");
+    std::vector<QMessageBox::Icon> told;
+    saveReport(app.window, {QStringLiteral("/sys/report.zip"), good}, [&](QWidget& shown) {
+        if (auto* const box = qobject_cast<QMessageBox*>(&shown)) {
+            told.push_back(box->icon());
+            EXPECT_EQ(box->informativeText() == good, box->icon() == QMessageBox::Information)
+                << qPrintable(box->informativeText());
+            return;
+        }
+        const auto* const list = shown.findChild<QTreeWidget*>();
+        ASSERT_TRUE(list);
+        EXPECT_FALSE(list->accessibleName().isEmpty());
+        EXPECT_EQ(list->topLevelItem(0)->text(0), QStringLiteral("contents.txt"));
+        EXPECT_EQ(list->topLevelItem(1)->text(2), text("ReportVersions"));
+        EXPECT_EQ(qobject_cast<QPushButton*>(shown.focusWidget()), shown.findChild<QPushButton*>());
+    });
+    EXPECT_THAT(told, ElementsAre(QMessageBox::Warning, QMessageBox::Information));
+    EXPECT_GT(std::filesystem::file_size(folder / "report.zip"), 0U);
+}
+
+TEST_F(MainWindowTest, RecordDetailsSetsBothPreferencesForTheNextStartAndSaysSo) {
+    QAction* const item = menuItem(app.window, kRecordDetails);
+    const auto choose = [&](const char* said) {
+        EXPECT_TRUE(answered([&] { item->trigger(); },
+                             [&](QMessageBox& box) {
+                                 EXPECT_EQ(box.text(), text(said));
+                                 box.close();
+                             }));
+        app.run();
+    };
+    for (const bool on : {true, false}) {
+        choose(on ? "RecordDetailsOn" : "RecordDetailsOff");
+        auto& saved = app.world.defaults.domains[app.bundle.bundleIdentifier()];
+        EXPECT_EQ(saved["ShowUsbDebug"], platform::PropertyList{on});
+        const platform::PropertyList* value = &saved["RegistryRoot"];
+        for (const char* key : {"Software", "Trovik", "Settings", "ShowDebug"})
+            value = value ? value->find(key) : value;
+        const unsigned char byte = on;
+        EXPECT_TRUE(value && *value == platform::PropertyList{platform::PropertyList::Data{byte}}) << on;
+        EXPECT_FALSE(win::DefaultDebugToOn() || iou::DebugServer().IsEnabled()) << "this run goes on as it was";
+        app.world.defaults.values = saved;  // as the next start finds them
+        item->setChecked(!on);
+        emit app.window.menuBar()->actions().front()->menu()->aboutToShow();
+        EXPECT_EQ(item->isChecked(), on);
+    }
+    const platform::PlatformScope noPreferences({.mainBundle = &app.bundle});
+    choose("RecordDetailsNotSaved");
+    EXPECT_FALSE(item->isChecked());
 }
 
 TEST_F(MainWindowTest, EveryWayOutEndsTheProcessWithStatusZero) {
