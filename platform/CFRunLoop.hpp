@@ -13,6 +13,7 @@ class CFRunLoop;
 /// The mode that CFRunLoopRun serves.
 inline constexpr std::string_view kCFRunLoopDefaultMode = "kCFRunLoopDefaultMode";
 
+/// Why a run returned.
 enum class CFRunLoopRunResult { Stopped = 2, TimedOut = 3, HandledSource = 4 };
 
 /// One-shot or repeating timer of one mode of one loop. Owner thread only.
@@ -55,8 +56,9 @@ class CFRunLoop {
     virtual ~CFRunLoop() = default;
 
     /// Runs one mode for at most the given time. An empty mode waits the whole time, since a block may be posted.
-    /// @param seconds                      0 serves what was ready when it began, each once, and does not wait
-    /// @param returnAfterSourceHandled     come back after one source, timer or block has been served
+    /// @param mode                      the mode to serve
+    /// @param seconds                   0 serves what was ready when it began, each once, and does not wait
+    /// @param returnAfterSourceHandled  come back after one source, timer or block has been served
     /// An exception from a handler passes through. Blocks. Owner thread only; may be nested.
     virtual CFRunLoopRunResult CFRunLoopRunInMode(std::string_view mode, CFTimeInterval seconds,
                                                   bool returnAfterSourceHandled) = 0;
@@ -71,13 +73,17 @@ class CFRunLoop {
     /// call. Never blocks. Any thread.
     virtual void CFRunLoopPerformBlock(std::string_view mode, std::function<void()> block) = 0;
 
-    /// Owner thread only.
+    /// The loop shares the source until it is removed. Owner thread only.
+    /// @{
     virtual void CFRunLoopAddSource(const std::shared_ptr<CFRunLoopSource>& source, std::string_view mode) = 0;
     virtual void CFRunLoopRemoveSource(const std::shared_ptr<CFRunLoopSource>& source) = 0;
+    /// @}
 
     /// Adds a timer. The caller owns it; destroying it invalidates it.
-    /// @param fireDate   a moment that has passed fires at the next run of the mode
-    /// @param interval   seconds between further firings; 0 makes a one-shot timer
+    /// @param mode      the mode in which it fires
+    /// @param fireDate  a moment that has passed fires at the next run of the mode
+    /// @param interval  seconds between further firings; 0 makes a one-shot timer
+    /// @param handler   callback on the owner thread
     /// Owner thread only.
     virtual std::unique_ptr<CFRunLoopTimer> CFRunLoopAddTimer(std::string_view mode, CFAbsoluteTime fireDate,
                                                               CFTimeInterval interval,

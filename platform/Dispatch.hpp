@@ -24,8 +24,8 @@ class DispatchQueue {
 /// One-shot or repeating timer on the main loop.
 class NSTimer {
   public:
-    virtual ~NSTimer() = default;  ///< invalidates
-    virtual bool isValid() const = 0;
+    virtual ~NSTimer() = default;      ///< invalidates
+    virtual bool isValid() const = 0;  ///< false once a one-shot timer has fired or once invalidated. Any thread
     /// The handler does not run after this when called on the main thread. Any thread.
     virtual void invalidate() = 0;
 };
@@ -35,6 +35,8 @@ class MainQueue : public DispatchQueue {
   public:
     /// A timer whose handler runs on the main thread. The caller owns it and may destroy it on any thread.
     /// @param seconds  the delay, and the period of a repeating timer
+    /// @param repeats  fires until it is invalidated
+    /// @param handler  callback on the main thread
     /// Any thread.
     virtual std::shared_ptr<NSTimer> scheduledTimerWithTimeInterval(CFTimeInterval seconds, bool repeats,
                                                                     std::function<void()> handler) = 0;

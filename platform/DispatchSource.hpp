@@ -20,8 +20,8 @@ class DispatchSource {
 /// Makes sources. Any thread; a source's handler runs on its queue.
 class DispatchSources {
   public:
-    using Date = std::chrono::system_clock::time_point;
-    using Handler = std::function<void()>;
+    using Date = std::chrono::system_clock::time_point;  ///< a moment of the wall clock
+    using Handler = std::function<void()>;               ///< what runs on the queue
 
     virtual ~DispatchSources() = default;
 
@@ -29,6 +29,9 @@ class DispatchSources {
     /// removed, renamed, moved or given to another file. Other names of the file don't matter. What happened to the
     /// path before this call counts too; that a folder above it is moved is not noticed at once.
     /// @param descriptor  an open descriptor of the file; borrowed for the call
+    /// @param path        the name to watch
+    /// @param queue       borrowed; must outlive the source
+    /// @param handler     callback on the queue
     /// @return null when the system can't watch the file
     /// Never waits for the file to change.
     [[nodiscard]] virtual std::unique_ptr<DispatchSource> dispatch_source_vnode(int descriptor, const std::string& path,

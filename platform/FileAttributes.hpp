@@ -12,13 +12,18 @@ class FileAttributes {
   public:
     virtual ~FileAttributes() = default;
 
+    /// Makes or replaces an attribute. The descriptor is borrowed.
+    /// @return ENOTSUP when the file system keeps none
+    /// @{
     virtual int setxattr(const std::string& path, const std::string& name, const std::string& value) = 0;
-
     virtual int fsetxattr(int descriptor, const std::string& name, const std::string& value) = 0;
+    /// @}
 
+    /// Reads an attribute. What `value` holds after a failure is undefined.
     /// @return ENODATA when the file has no attribute of that name, ENOTSUP when the file system keeps none
     virtual int getxattr(const std::string& path, const std::string& name, std::string& value) = 0;
 
+    /// Takes an attribute away.
     /// @return ENODATA as above
     virtual int removexattr(const std::string& path, const std::string& name) = 0;
 

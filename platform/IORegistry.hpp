@@ -15,16 +15,16 @@ namespace platform {
 
 class IOCFPlugInInterface;
 
-inline constexpr const char* kIOServicePlane = "IOService";
-inline constexpr const char* kIOServiceMatched = "IOServiceMatched";
-inline constexpr const char* kIOServiceTerminate = "IOServiceTerminate";
-inline constexpr const char* kIOUSBDeviceClassName = "IOUSBDevice";
-inline constexpr const char* kUSBProductString = "USB Product Name";
+inline constexpr const char* kIOServicePlane = "IOService";               ///< the one plane that there is
+inline constexpr const char* kIOServiceMatched = "IOServiceMatched";      ///< notification of arrivals
+inline constexpr const char* kIOServiceTerminate = "IOServiceTerminate";  ///< notification of departures
+inline constexpr const char* kIOUSBDeviceClassName = "IOUSBDevice";       ///< registry class of USB devices
+inline constexpr const char* kUSBProductString = "USB Product Name";      ///< property: what a device calls itself
 
 /// Registry class plus the properties that must all be equal, each a signed 32-bit number.
 struct MatchingDictionary {
-    std::string className;
-    std::map<std::string, std::int32_t> properties;
+    std::string className;                           ///< kIOUSBDeviceClassName
+    std::map<std::string, std::int32_t> properties;  ///< by name: "idVendor", "idProduct", "bcdDevice"
 };
 
 /// A matching dictionary for one registry class, with no property yet.
@@ -75,10 +75,13 @@ class IOIterator {
 class IONotificationPort {
   public:
     virtual ~IONotificationPort() = default;  ///< no call-back runs after this; owner thread only
+
+    /// What the receiving thread adds to its run loop. Never null.
     virtual std::shared_ptr<CFRunLoopSource> IONotificationPortGetRunLoopSource() = 0;
 };
 
-/// Call-back of a matching notification: the entries that have just matched, or gone.
+/// Call-back of a matching notification: the entries that have just matched, or gone, in a list borrowed for the call.
+/// Callback on the thread whose run loop has the port's source.
 using IOServiceMatchingCallback = void (*)(void* refCon, IOIterator& iterator);
 
 /// The registry of attached devices. Any thread.
@@ -90,6 +93,7 @@ class IORegistry {
     virtual IOReturn IOServiceGetMatchingServices(const MatchingDictionary& matching,
                                                   std::unique_ptr<IOIterator>& iterator) = 0;
 
+    /// A port without notifications yet. Never null.
     virtual std::unique_ptr<IONotificationPort> IONotificationPortCreate() = 0;
 
     /// Arms a notification: from now on the call-back runs, on the loop that the port's source was added to, for each

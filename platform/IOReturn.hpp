@@ -14,7 +14,7 @@ constexpr IOReturn ioReturn(std::uint32_t value) {
 }
 }  // namespace detail
 
-inline constexpr IOReturn kIOReturnSuccess = 0;
+inline constexpr IOReturn kIOReturnSuccess = 0;                                     ///< @plain
 inline constexpr IOReturn kIOReturnError = detail::ioReturn(0xE00002BC);            ///< no closer word for it
 inline constexpr IOReturn kIOReturnNoMemory = detail::ioReturn(0xE00002BD);         ///< out of memory
 inline constexpr IOReturn kIOReturnNoDevice = detail::ioReturn(0xE00002C0);         ///< the device has gone

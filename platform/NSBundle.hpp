@@ -30,6 +30,8 @@ class NSBundle {
     virtual std::vector<std::string> preferredLocalizations() const = 0;
 
     /// The string under the key in the user's language, else in English, else `value`, else the key itself.
+    /// @param key    as in the string tables
+    /// @param value  may be empty
     /// @param table  name without extension; empty for the default table
     virtual std::string localizedStringForKey(const std::string& key, const std::string& value,
                                               const std::string& table) const = 0;

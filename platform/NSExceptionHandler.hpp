@@ -17,7 +17,12 @@ struct NSException {
 class NSExceptionHandlerDelegate {
   public:
     virtual ~NSExceptionHandlerDelegate() = default;
+
+    /// Asked first; the place to log the exception.
+    /// @return whether to ask the other question as well
     virtual bool exceptionHandlerShouldLogException(const NSException& exception, std::uint32_t mask) = 0;
+
+    /// Asked last. The answer changes nothing: no caller is left that could go on.
     virtual bool exceptionHandlerShouldHandleException(const NSException& exception, std::uint32_t mask) = 0;
 };
 
@@ -26,7 +31,7 @@ class NSExceptionHandler {
   public:
     virtual ~NSExceptionHandler() = default;
     virtual void setDelegate(NSExceptionHandlerDelegate* delegate) = 0;  ///< not owned; null takes it back
-    virtual void setExceptionHandlingMask(std::uint32_t mask) = 0;
+    virtual void setExceptionHandlingMask(std::uint32_t mask) = 0;       ///< handed to the delegate; 0: it is not asked
     /// The calling thread's call stack, one line a frame.
     virtual std::vector<std::string> callStackSymbols() = 0;
 };

@@ -49,7 +49,7 @@ struct Platform {
 /// other thread runs and destroys it after they have ended; a test's fixture does the same.
 class PlatformScope {
   public:
-    explicit PlatformScope(const Platform& platform);
+    explicit PlatformScope(const Platform& platform);  ///< copies it; what it points to must outlive this object
     ~PlatformScope();
     PlatformScope(const PlatformScope&) = delete;
     PlatformScope& operator=(const PlatformScope&) = delete;
@@ -58,7 +58,8 @@ class PlatformScope {
     Platform mPrevious;
 };
 
-/// The platform's own accessors. Any thread, while a PlatformScope lives.
+/// The installed object. One that had to be set and was not ends the process. Any thread, while a PlatformScope lives.
+/// @{
 Clock& systemClock();
 IORegistry& kIOMasterPortDefault();
 std::shared_ptr<CFRunLoop> CFRunLoopGetCurrent();
@@ -72,12 +73,13 @@ WallClock& wallClock();
 FileAttributes& fileAttributes();
 Directories& directories();
 DispatchSources& dispatchSources();
+/// @}
 
-/// Now, by the process's clock.
+/// Now, by the process's clock: seconds since 2001-01-01 00:00:00 UTC. Any thread.
 double CFAbsoluteTimeGetCurrent();
 
 /// Why the USB device at a registry path could not be opened, as one sentence or more for the log; empty when nothing
-/// is known beyond the result.
+/// is known beyond the result. Any thread.
 std::string openFailureText(const std::string& registryPath, IOReturn result);
 
 /// What support asks first of this system; whatever can't be found out is left out. Blocks on the disk.

@@ -8,9 +8,9 @@ namespace platform {
 /// the system's clock is set. Any thread.
 class WallClock {
   public:
-    using Date = std::chrono::system_clock::time_point;
+    using Date = std::chrono::system_clock::time_point;  ///< @plain
     virtual ~WallClock() = default;
-    virtual Date now() = 0;
+    virtual Date now() = 0;  ///< @plain
 };
 
 }  // namespace platform

@@ -13,6 +13,7 @@ class Exception_t : public glo::CommunicationsError_t {
 /// The peer rejected the authentication.
 class AuthenticateReject_t : public Exception_t {
   public:
+    /// @plain
     AuthenticateReject_t(const char* file, unsigned short line) : Exception_t(file, line, std::wstring()) {}
 };
 

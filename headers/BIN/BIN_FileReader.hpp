@@ -17,23 +17,27 @@ namespace bin {
 /// file is open. One thread at a time.
 class FileReader_t : private glo::NonCopyable_t {
   public:
-    FileReader_t(istream& stream, fil::File_t& file) : mStream(stream), mFile(file) {}
+    FileReader_t(istream& stream, fil::File_t& file) : mStream(stream), mFile(file) {}  ///< borrows both
 
-    std::uint64_t Position() const { return mPosition; }
-    void MoveTo(std::uint64_t position) { mPosition = position; }
+    std::uint64_t Position() const { return mPosition; }           ///< the read position, bytes from the file's start
+    void MoveTo(std::uint64_t position) { mPosition = position; }  ///< anywhere; sets no bit
+
     /// Drops the read-ahead: the file was written to or is another one.
     void Forget() { mHeldSize = 0; }
 
-    /// @param size  of the file at this moment
+    /// Bytes from the read position to the end.
+    /// @param size  of the file at this moment, in bytes
     unsigned long Remaining(std::uint64_t size);
 
-    // The stream's operations of the same names, by the rules of istream.
+    /// The stream's operation of the same name, by the rules of istream.
+    /// @{
     void Ignore(unsigned long n);
     int Peek();
     void Seek(std::uint64_t size, unsigned long position);
     void Seek(std::uint64_t size, long offset, std::ios_base::seekdir from);
     void BinInput(void* destination, unsigned long n);
     void StringInput(std::string& text);
+    /// @}
 
   private:
     void Fetch(void* destination, unsigned long n);

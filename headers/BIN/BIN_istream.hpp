@@ -35,7 +35,7 @@ class istream : public virtual ios {
     virtual int peek() = 0;
     /// Moves the read position. Beyond the data it sets the fail bit and stays. The end bit is left alone.
     virtual void seekg(unsigned long position) = 0;
-    virtual unsigned long tellg() = 0;
+    virtual unsigned long tellg() = 0;  ///< the read position, in bytes from the start
     /// Takes n bytes, or none.
     virtual void BinInput(void* destination, unsigned long n) = 0;
     /// Bytes from the read position to the end.
@@ -43,6 +43,8 @@ class istream : public virtual ios {
     /// Takes a string and its 0 byte; without a 0 byte ahead it sets the fail bit and takes nothing.
     virtual void StringInput(std::string& text) = 0;
 
+    /// Takes one value in the width of its type (see the table).
+    /// @{
     istream& operator>>(char& value) { return Scalar(value); }
     istream& operator>>(signed char& value) { return Scalar(value); }
     istream& operator>>(unsigned char& value) { return Scalar(value); }
@@ -63,8 +65,11 @@ class istream : public virtual ios {
     istream& operator>>(unsigned long& value) {
         return Via<std::uint64_t>(value, [](auto raw) { return raw & gcLow32; });
     }
-    istream& operator>>(std::string& value);
-    /// Without an input encoding this is a mistake of the program and stops the process.
+    /// @}
+
+    istream& operator>>(std::string& value);  ///< as StringInput()
+    /// Takes a string and its 0 byte and decodes it. Without an input encoding this is a mistake of the program and
+    /// stops the process.
     istream& operator>>(std::wstring& value);
 
     /// Takes one byte; 0 where that fails.
@@ -79,9 +84,11 @@ class istream : public virtual ios {
     /// Bytes that the last read() delivered.
     std::uint64_t gcount() const { return mGcount; }
 
-    /// The code page of wide strings (see GLO_String); unknown at first.
+    /// The input encoding: the code page of wide strings (see GLO_String); unknown at first.
+    /// @{
     void encodingg(const glo::Optional_t<unsigned int>& codePage) { mEncoding.Assign(codePage); }
     const glo::Optional_t<unsigned int>& encodingg() const { return mEncoding; }
+    /// @}
 
   protected:
     istream() = default;
@@ -89,8 +96,10 @@ class istream : public virtual ios {
     /// Bytes of a memory stream that can be taken without asking it: the scalar operators take from here while more
     /// than they need is left, and call BinInput() at the edge. It may end before the data does, never after. Empty
     /// while the stream is not good, so that it need not be asked, and for streams that are no memory.
+    /// @{
     const unsigned char* mReadCursor = nullptr;
     const unsigned char* mReadEnd = nullptr;
+    /// @}
 
   private:
     static constexpr std::uint64_t gcLow32 = 0xFFFFFFFFU;

@@ -18,10 +18,12 @@ class ostream : public virtual ios {
 
     /// Moves the write position. Beyond the data of a memory stream the gap is filled with zeros.
     virtual void seekp(unsigned long position) = 0;
-    virtual unsigned long tellp() = 0;
+    virtual unsigned long tellp() = 0;  ///< the write position, in bytes from the start
     /// Writes n bytes at the write position.
     virtual void BinOutput(const void* source, unsigned long n) = 0;
 
+    /// Writes one value in the width of its type (see istream).
+    /// @{
     ostream& operator<<(char value) { return Scalar(value); }
     ostream& operator<<(signed char value) { return Scalar(value); }
     ostream& operator<<(unsigned char value) { return Scalar(value); }
@@ -36,14 +38,25 @@ class ostream : public virtual ios {
     ostream& operator<<(unsigned long long value) { return Scalar(value); }
     ostream& operator<<(float value) { return Scalar(value); }
     ostream& operator<<(double value) { return Scalar(value); }
+    /// @}
+
+    /// Writes the characters and one 0 byte.
+    /// @{
     ostream& operator<<(const std::string& value);
-    /// Without an output encoding this is a mistake of the program and stops the process.
-    ostream& operator<<(const std::wstring& value);
     ostream& operator<<(const char* value) { return *this << std::string(value); }
+    /// @}
+
+    /// Writes the text in the output encoding and one 0 byte. Without an encoding this is a mistake of the program and
+    /// stops the process.
+    /// @{
+    ostream& operator<<(const std::wstring& value);
     ostream& operator<<(const wchar_t* value) { return *this << std::wstring(value); }
+    /// @}
+
     ostream& operator<<(const void*) = delete;  // a pointer would else be taken for a bool
 
-    ostream& put(unsigned char byte) { return Scalar(byte); }
+    ostream& put(unsigned char byte) { return Scalar(byte); }  ///< @plain
+    /// Writes n bytes.
     ostream& write(const void* source, unsigned long n) {
         BinOutput(source, n);
         return *this;
@@ -51,9 +64,11 @@ class ostream : public virtual ios {
     /// Writes n copies of a byte.
     ostream& fill(char byte, unsigned long n);
 
-    /// The code page of wide strings (see GLO_String); unknown at first.
+    /// The output encoding: the code page of wide strings (see GLO_String); unknown at first.
+    /// @{
     void encodingp(const glo::Optional_t<unsigned int>& codePage) { mEncoding.Assign(codePage); }
     const glo::Optional_t<unsigned int>& encodingp() const { return mEncoding; }
+    /// @}
 
   protected:
     ostream() = default;
@@ -61,8 +76,10 @@ class ostream : public virtual ios {
     /// Room of a memory stream that can be written without asking it, from the write position on; the scalar operators
     /// fill it and call BinOutput() where it does not suffice. Empty while the stream is bad or failed, and for streams
     /// that are no memory.
+    /// @{
     unsigned char* mWriteCursor = nullptr;
     unsigned char* mWriteEnd = nullptr;
+    /// @}
 
   private:
     template <typename T>

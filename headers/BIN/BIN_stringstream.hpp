@@ -11,8 +11,8 @@ namespace bin {
 /// A binary stream over a buffer in memory. The read and the write position are independent and start at 0.
 class stringstream : public glo::NonCopyable_t, public iostream {
   public:
-    stringstream() = default;
-    explicit stringstream(const std::vector<unsigned char>& buffer);
+    stringstream() = default;                                         ///< over no bytes
+    explicit stringstream(const std::vector<unsigned char>& buffer);  ///< over a copy of the bytes
     ~stringstream() override = default;
 
     /// The whole buffer. The reference is good until the next write.

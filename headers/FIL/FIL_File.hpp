@@ -34,13 +34,15 @@ enum class ShareMode_t {
 /// An open file with a position of its own. One thread at a time.
 class File_t : public glo::NonCopyable_t {
   public:
+    /// Where Seek() counts from.
     enum class From_t { Begin = SEEK_SET, Current = SEEK_CUR, End = SEEK_END };
 
     /// Opens a file, after closing the one that is open.
     /// @throws glo::FileError_t  it can't be opened, it is a folder, or another one's share mode forbids it; closed
+    /// Blocks.
     void Open(const std::wstring& path, OpenMode_t mode, ShareMode_t share = ShareMode_t::DenyNone);
-    void Close() noexcept { mDescriptor.reset(); }
-    bool IsOpen() const { return static_cast<bool>(mDescriptor); }
+    void Close() noexcept { mDescriptor.reset(); }                  ///< gives its share mode up too
+    bool IsOpen() const { return static_cast<bool>(mDescriptor); }  ///< @plain
 
     /// Reads from the position on.
     /// @return bytes read; fewer than asked for only at the end of the file
@@ -57,10 +59,14 @@ class File_t : public glo::NonCopyable_t {
     /// @throws glo::FileError_t  not open, or before the beginning; the position stays
     std::uint64_t Seek(std::int64_t offset, From_t from);
 
+    /// In bytes. Size() asks the system anew.
     /// @throws glo::FileError_t  not open
+    /// @{
     std::uint64_t Position() const;
     std::uint64_t Size() const;
+    /// @}
 
+    /// There is a file or folder of that name, whether it can be opened or not. Any thread.
     [[nodiscard]] static bool Exists(const std::wstring& path);
 
   private:

@@ -12,11 +12,19 @@ namespace glo {
 template <typename T>
 class AutoPtr {
   public:
+    /// Empty.
+    /// @{
     AutoPtr() = default;
     AutoPtr(std::nullptr_t) noexcept {}
+    /// @}
+
+    /// Takes the object, which was made with new; null makes an empty pointer.
     explicit AutoPtr(T* object) noexcept : mObject(object) {}
     AutoPtr(const AutoPtr&) = delete;
     AutoPtr& operator=(const AutoPtr&) = delete;
+
+    /// Takes the other's object and leaves it empty. The object held before is deleted.
+    /// @{
     AutoPtr(AutoPtr&& other) noexcept : mObject(other.release()) {}
     template <typename U>
     AutoPtr(AutoPtr<U>&& other) noexcept : mObject(other.release()) {}
@@ -24,9 +32,12 @@ class AutoPtr {
         reset(other.release());
         return *this;
     }
+    /// @}
+
     ~AutoPtr() { delete mObject; }
 
-    // The line numbers are stable identifiers that crash reports carry.
+    /// The object. An empty pointer stops the process (the line numbers are stable identifiers in crash reports).
+    /// @{
     T& operator*() const {
         Assert(mObject != nullptr, "../GLO/GLO_AutoPtr.hpp", 138);
         return *mObject;
@@ -35,9 +46,10 @@ class AutoPtr {
         Assert(mObject != nullptr, "../GLO/GLO_AutoPtr.hpp", 151);
         return mObject;
     }
+    /// @}
 
-    T* get() const noexcept { return mObject; }
-    explicit operator bool() const noexcept { return mObject != nullptr; }
+    T* get() const noexcept { return mObject; }                             ///< null when empty; stays the owner
+    explicit operator bool() const noexcept { return mObject != nullptr; }  ///< @plain
 
     /// Gives the object away without deleting it.
     [[nodiscard]] T* release() noexcept { return std::exchange(mObject, nullptr); }

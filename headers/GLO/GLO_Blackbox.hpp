@@ -24,7 +24,7 @@ class Blackbox_t : public NonCopyable_t {
     explicit Blackbox_t(const char** symbol);
     ~Blackbox_t();  ///< takes the published address back
 
-    bool IsActive() const { return static_cast<bool>(mBuffer); }
+    bool IsActive() const { return static_cast<bool>(mBuffer); }  ///< not inert
 
     /// Appends to the history. A full box first drops as many of its oldest characters as the text is long.
     void Add(std::string_view text);

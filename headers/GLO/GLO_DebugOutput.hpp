@@ -15,10 +15,12 @@ class DebugOutputIntf_t {
     virtual void PrintException(const Exception_t& exception) = 0;
 };
 
+/// Gives the output to announce an exception on. Called on the thread that raises it; what it throws is discarded.
+using DebugOutputSource_t = DebugOutputIntf_t& (*)();
+
 /// Says where exceptions that name no output announce themselves; the trace files do so in a program that links them.
 /// Without it such exceptions announce themselves nowhere. Before any thread.
-/// @param output  asked anew for each exception, on the thread that raises it; what it throws is discarded
-using DebugOutputSource_t = DebugOutputIntf_t& (*)();
+/// @param output  asked anew for each exception
 void SetDebugOutput(DebugOutputSource_t output) noexcept;
 
 }  // namespace glo

@@ -15,7 +15,7 @@ class OptionalHeapStorageBase_t {
   public:
     OptionalHeapStorageBase_t() = default;
 
-    bool IsKnown() const noexcept { return mValue.get() != nullptr; }
+    bool IsKnown() const noexcept { return mValue.get() != nullptr; }  ///< @plain
 
     /// The value. Asking for an unknown one stops the process (the line is a stable identifier).
     const T& Value() const {
@@ -31,7 +31,7 @@ class OptionalHeapStorageBase_t {
             mValue.reset(new T(value));
     }
 
-    void MakeUnknown() noexcept { mValue.reset(); }
+    void MakeUnknown() noexcept { mValue.reset(); }  ///< ends every reference to the value
 
   private:
     AutoPtr<T> mValue;
@@ -43,7 +43,7 @@ class OptionalInternalStorageBase_t {
   public:
     OptionalInternalStorageBase_t() = default;
 
-    bool IsKnown() const noexcept { return mIsKnown; }
+    bool IsKnown() const noexcept { return mIsKnown; }  ///< @plain
 
     /// The value. Asking for an unknown one stops the process (the line is a stable identifier).
     const T& Value() const {
@@ -51,12 +51,13 @@ class OptionalInternalStorageBase_t {
         return mValue;
     }
 
+    /// Makes the value known.
     void Value(const T& value) {
         mValue = value;
         mIsKnown = true;
     }
 
-    void MakeUnknown() noexcept { mIsKnown = false; }
+    void MakeUnknown() noexcept { mIsKnown = false; }  ///< @plain
 
   private:
     T mValue{};
@@ -75,13 +76,16 @@ template <typename T>
 class Optional_t : public std::conditional_t<gcOptionalIsInternal<T>, OptionalInternalStorageBase_t<T>,
                                              OptionalHeapStorageBase_t<T>> {
   public:
-    Optional_t() = default;
-    Optional_t(const T& value) { this->Value(value); }
+    Optional_t() = default;                             ///< unknown
+    Optional_t(const T& value) { this->Value(value); }  ///< known
+    /// @plain
+    /// @{
     Optional_t(const Optional_t& other) { Assign(other); }
     Optional_t& operator=(const Optional_t& other) {
         Assign(other);
         return *this;
     }
+    /// @}
     ~Optional_t() = default;
 
     /// Takes over the other's state, known or unknown.

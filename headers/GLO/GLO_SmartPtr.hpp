@@ -13,8 +13,11 @@ namespace glo {
 /// count is atomic, so that pointers to one object may be let go on any thread.
 class RefCounter_t {
   public:
+    /// Leaves each count as it is: it belongs to the object, not to the value.
+    /// @{
     RefCounter_t(const RefCounter_t&) {}
     RefCounter_t& operator=(const RefCounter_t&) { return *this; }
+    /// @}
 
     /// Any thread that holds a reference already, or has just made the object.
     void AddReference() const noexcept { mCount.fetch_add(1, std::memory_order_relaxed); }
@@ -39,11 +42,19 @@ class RefCounter_t {
 template <typename T>
 class SmartPtr_t {
   public:
+    /// Empty.
+    /// @{
     SmartPtr_t() = default;
     SmartPtr_t(std::nullptr_t) noexcept {}
+    /// @}
+
+    /// Becomes one more owner of the object, which was made with new; null makes an empty pointer.
     explicit SmartPtr_t(T* object) noexcept : mObject(object) {
         if (mObject) mObject->AddReference();
     }
+
+    /// Copies share the object; what is moved from is left empty.
+    /// @{
     SmartPtr_t(const SmartPtr_t& other) noexcept : SmartPtr_t(other.mObject) {}
     SmartPtr_t(SmartPtr_t&& other) noexcept : mObject(std::exchange(other.mObject, nullptr)) {}
     template <typename U>
@@ -52,19 +63,24 @@ class SmartPtr_t {
         std::swap(mObject, other.mObject);
         return *this;
     }
+    /// @}
+
     ~SmartPtr_t() {
         if (mObject && mObject->ReleaseReference()) delete mObject;
     }
 
+    /// The object. An empty pointer stops the process.
+    /// @{
     T& operator*() const { return *operator->(); }
     T* operator->() const {
         Assert(mObject != nullptr, "../GLO/GLO_SmartPtr.hpp", 104);  // a stable identifier that crash reports carry
         return mObject;
     }
+    /// @}
 
-    T* get() const noexcept { return mObject; }
-    explicit operator bool() const noexcept { return mObject != nullptr; }
-    bool operator==(const SmartPtr_t& other) const = default;
+    T* get() const noexcept { return mObject; }                             ///< null when empty; stays an owner
+    explicit operator bool() const noexcept { return mObject != nullptr; }  ///< @plain
+    bool operator==(const SmartPtr_t& other) const = default;               ///< the same object
 
   private:
     T* mObject = nullptr;

@@ -7,11 +7,14 @@ namespace glo {
 
 /// Code-page numbers. They are the platform's string encoding numbers, not the Windows ones; every code page that this
 /// library takes or gives is one of these. An unknown number is treated as ASCII.
+/// @{
 inline constexpr unsigned int gcWindows1252Encoding = 0x0500;
 inline constexpr unsigned int gcAsciiEncoding = 0x0600;
 inline constexpr unsigned int gcUtf8Encoding = 0x08000100;
+/// @}
 
 /// The encoding number of a Windows code page (1252, 20127, 65001); the all-ones number for one that is not known.
+/// Any thread.
 [[nodiscard]] unsigned int EncodingOfWindowsCodepage(unsigned int windowsCodepage);
 
 /// The code page of exception messages: that of Windows-1252. Any thread.

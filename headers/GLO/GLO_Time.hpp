@@ -10,9 +10,12 @@ namespace glo {
 class TimeSpan_t {
   public:
     TimeSpan_t() = default;
+    /// @plain
+    /// @{
     explicit TimeSpan_t(double seconds) : mSeconds(seconds) {}
     double Seconds() const { return mSeconds; }
     auto operator<=>(const TimeSpan_t&) const = default;
+    /// @}
 
   private:
     double mSeconds = 0;
@@ -22,20 +25,23 @@ class TimeSpan_t {
 /// business of whoever reads a device's clock.
 class Time_t {
   public:
-    Time_t() = default;  ///< the GPS epoch
-    explicit Time_t(std::int64_t secondsSinceGpsEpoch) : mSeconds(secondsSinceGpsEpoch) {}
+    Time_t() = default;                                                                     ///< the GPS epoch
+    explicit Time_t(std::int64_t secondsSinceGpsEpoch) : mSeconds(secondsSinceGpsEpoch) {}  ///< @plain
 
-    static Time_t GpsEpoch() { return Time_t(); }
-    static Time_t FromUnixTime(std::int64_t seconds);
-    static Time_t Now();  ///< by the wall clock
+    static Time_t GpsEpoch() { return Time_t(); }      ///< @plain
+    static Time_t FromUnixTime(std::int64_t seconds);  ///< since 1970-01-01 00:00:00 UTC
+    static Time_t Now();                               ///< by the wall clock
 
-    std::int64_t SecondsSinceGpsEpoch() const { return mSeconds; }
-    std::int64_t UnixTime() const;
-    Time_t operator+(std::int64_t seconds) const { return Time_t(mSeconds + seconds); }
-    auto operator<=>(const Time_t&) const = default;
+    std::int64_t SecondsSinceGpsEpoch() const { return mSeconds; }                       ///< negative before it
+    std::int64_t UnixTime() const;                                                       ///< seconds, as FromUnixTime()
+    Time_t operator+(std::int64_t seconds) const { return Time_t(mSeconds + seconds); }  ///< @plain
+    auto operator<=>(const Time_t&) const = default;                                     ///< the earlier one is less
 
+    /// For LocalText(); of the form of the time there is one.
+    /// @{
     enum class DateFlag_t { NoDate = 0, WithDate = 1 };
     enum class TimeFlag_t { HoursMinutesSeconds = 2 };
+    /// @}
 
     /// The moment in the user's time zone: "HH:MM:SS", after "YYYY-MM-DD " where the date is wanted.
     /// @return empty when the moment has no calendar date

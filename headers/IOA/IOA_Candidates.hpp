@@ -13,18 +13,26 @@ namespace ioa {
 /// lowest software version that a row is good for. Immutable once built, so any thread may ask.
 class Candidates_t {
   public:
+    /// One row.
     struct Candidate_t {
-        int productId = 0;
+        int productId = 0;       ///< as in ProductData_t
         int minimumVersion = 0;  ///< as the device reports it
-        Protocols_t protocols;
+        Protocols_t protocols;   ///< in the row's order, those common to all rows at the end
     };
 
-    enum Result_t { gcFound = 0, gcUnknownProduct = 1, gcVersionTooLow = 2 };
+    /// What came of a search.
+    enum Result_t {
+        gcFound = 0,
+        gcUnknownProduct = 1,  ///< no row for the product
+        gcVersionTooLow = 2,   ///< its rows are all for later versions
+    };
 
     /// Reads the table from text. A row is the product id, the minimum version and any number of protocols ("A010"),
     /// with white space between them; a protocol that doesn't read ends its row. Of two rows for the same product and
     /// version the first wins.
-    /// @param common  protocols appended to every row
+    /// @param count   of rows
+    /// @param rows    borrowed for the call
+    /// @param common  protocols appended to every row, as text too
     Candidates_t(unsigned int count, const char* const* rows, const std::string& common);
 
     /// Finds the row with the largest minimum version that isn't above the given one.
@@ -46,9 +54,11 @@ const Candidates_t& NoPcpCandidates();
 const Candidates_t& IncompletePcpCandidates();
 
 /// Replaces the list of a device that sent none by what is known of it; without a row the list stays empty.
+/// Any thread, with a list of its own.
 void SynthesizeMissingPcp(const ProductData_t& productData, Protocols_t& protocols);
 
-/// Appends what the device is known to leave out and, whatever the device, A001.
+/// Appends what the device is known to leave out and, whatever the device, A001 where it is missing. Any thread, with a
+/// list of its own.
 void AppendMissingProtocols(const ProductData_t& productData, Protocols_t& protocols);
 
 }  // namespace ioa

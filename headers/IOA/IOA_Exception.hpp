@@ -10,6 +10,7 @@ namespace ioa {
 /// A reply that is well formed but wrong, and root of the other failures of the application protocol.
 class Exception_t : public iol::Exception_t {
   public:
+    /// @plain
     Exception_t(const char* file, unsigned short line, const std::wstring& message = {})
         : iol::Exception_t(file, line, message) {}
 };
@@ -35,6 +36,7 @@ class ProtocolNotSupportedException_t : public Exception_t {
 /// Failure of a file transfer. Not a communications error: the transfer failed, not the device.
 class GftpException_t : public glo::Exception_t {
   public:
+    /// @plain
     GftpException_t(const char* file, unsigned short line, const std::wstring& message = {})
         : glo::Exception_t(file, line, message, {}) {}
 };

@@ -11,7 +11,10 @@
 namespace ioa {
 
 /// Reads the fields of a payload in their order; surplus bytes are ignored.
-/// @param file, line  raise site to report
+/// @param frame   to read from
+/// @param file    of the raise site to report
+/// @param line    of the raise site to report
+/// @param fields  each of a type that the binary streams read
 /// @throws iol::BadFrame_t  too short; fields before the missing one have been read
 template <typename... Fields_t>
 void ReadFields(const iol::Frame_t& frame, const char* file, unsigned short line, Fields_t&... fields) {

@@ -18,8 +18,9 @@ namespace ioa {
 template <unsigned short Id_v, typename Value_t>
 class Packet_t : public iol::Packet_t {
   public:
-    static constexpr unsigned short gcId = Id_v;
+    static constexpr unsigned short gcId = Id_v;  ///< @plain
 
+    /// @plain
     explicit Packet_t(Value_t initial = Value_t()) : iol::Packet_t(Id_v), value(initial) {}
 
     /// @throws iol::BadFrame_t  the payload is shorter than the value
@@ -30,12 +31,15 @@ class Packet_t : public iol::Packet_t {
 
     iol::Frame_t ProduceFrame() const override { return WriteFields(Id_v, value); }
 
-    Value_t value;
+    Value_t value;  ///< see the table
 };
 
+/// Names for some rows of the table.
+/// @{
 using CommandPacket_t = Packet_t<10, unsigned short>;
 using TransferCompletePacket_t = Packet_t<12, unsigned short>;
 using RecordCountPacket_t = Packet_t<27, unsigned short>;
 using RgnSizeRequestPacket_t = Packet_t<980, unsigned char>;
+/// @}
 
 }  // namespace ioa

@@ -19,7 +19,7 @@ namespace ioa {
 /// | 4 | rest | descriptions: UTF-8 texts, each closed by a 0 byte |
 class ProductData_t : public iol::Packet_t {
   public:
-    static constexpr unsigned short gcId = 255;
+    static constexpr unsigned short gcId = 255;  ///< @plain
 
     ProductData_t() : iol::Packet_t(gcId) {}
 
@@ -31,16 +31,16 @@ class ProductData_t : public iol::Packet_t {
     /// What to call the model in front of a person: the first description up to its software version.
     std::wstring DisplayName() const;
 
-    unsigned short productId = 0;
-    short softwareVersion = 0;
-    std::vector<std::wstring> descriptions;
+    unsigned short productId = 0;            ///< the model's number
+    short softwareVersion = 0;               ///< 202 stands for 2.02
+    std::vector<std::wstring> descriptions;  ///< the first one names the model and its software version
 };
 
 /// Further description lines. Devices that have none don't send it, so an empty record is valid.
 /// Frame 248, device to host: zero or more UTF-8 texts, each closed by a 0 byte.
 class ProductDataExt_t : public iol::Packet_t {
   public:
-    static constexpr unsigned short gcId = 248;
+    static constexpr unsigned short gcId = 248;  ///< @plain
 
     ProductDataExt_t() : iol::Packet_t(gcId) {}
 
@@ -48,7 +48,7 @@ class ProductDataExt_t : public iol::Packet_t {
     void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
-    std::vector<std::wstring> descriptions;
+    std::vector<std::wstring> descriptions;  ///< empty when the device has none
 };
 
 }  // namespace ioa

@@ -13,12 +13,12 @@ namespace ioa {
 /// One capability of a device: a protocol or a data type.
 struct Protocol_t {
     char tag = 0;  ///< 'P' physical, 'L' link, 'A' application protocol, 'D' data type; others are kept, never matched
-    unsigned short number = 0;
+    unsigned short number = 0;  ///< 10 in A010
 
     /// The tag and the number in at least three digits, as in A010.
     std::string Str() const;
 
-    bool operator==(const Protocol_t&) const = default;
+    bool operator==(const Protocol_t&) const = default;  ///< @plain
 };
 
 /// What a device speaks, in its own order: each 'A' entry is followed by the 'D' entries of the data types that the
@@ -32,9 +32,9 @@ struct Protocol_t {
 /// | 1 | 2 | number, little-endian |
 class Protocols_t : public iol::Packet_t {
   public:
-    static constexpr unsigned short gcId = 253;
+    static constexpr unsigned short gcId = 253;  ///< @plain
 
-    using const_iterator = std::vector<Protocol_t>::const_iterator;
+    using const_iterator = std::vector<Protocol_t>::const_iterator;  ///< good until the list changes
 
     /// A list of data-type sets, one for each data type that a protocol uses.
     using TypeSets_t = std::vector<std::set<unsigned short>>;
@@ -45,6 +45,8 @@ class Protocols_t : public iol::Packet_t {
     void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
+    /// The list, as a standard container.
+    /// @{
     void push_back(const Protocol_t& protocol) { mProtocols.push_back(protocol); }
     void clear() { mProtocols.clear(); }
     bool empty() const { return mProtocols.empty(); }
@@ -52,6 +54,7 @@ class Protocols_t : public iol::Packet_t {
     const Protocol_t& operator[](std::size_t index) const { return mProtocols[index]; }
     const_iterator begin() const { return mProtocols.begin(); }
     const_iterator end() const { return mProtocols.end(); }
+    /// @}
 
     /// The first equal entry, or end().
     const_iterator find(const Protocol_t& protocol) const;
@@ -62,7 +65,9 @@ class Protocols_t : public iol::Packet_t {
     ///                           malformed list is an error, not a "no"
     bool Contains(const Protocol_t& protocol, const TypeSets_t& dataTypes) const;
 
-    // What the device can do. Each asks Contains(), and throws what it throws.
+    /// Whether the device can do this: asks Contains() for the protocols that it takes, with the data types that this
+    /// library knows of, and throws what that throws.
+    /// @{
     bool SupportsPCP() const { return Contains({'A', 1}, {}); }
     bool SupportsCommands() const { return Contains({'A', 10}, {}); }
     bool SupportsWaypointTransfer() const;
@@ -91,8 +96,11 @@ class Protocols_t : public iol::Packet_t {
     bool SupportsSendingNmea() const { return Contains({'A', 1010}, {}); }
     bool SupportsReceivingNmea() const { return Contains({'A', 1011}, {}); }
     bool SupportsDeviceDisconnectTimeout() const { return Contains({'A', 1015}, {}); }
+    /// @}
 
-    // Fitness devices. The numbers in the names are generations of devices, told apart by their data types only.
+    /// The same for fitness devices. The numbers in the names are generations of devices, told apart by their data
+    /// types only.
+    /// @{
     bool SupportsSendActivityGoals() const { return Contains({'A', 1014}, {}) && Contains({'D', 1017}, {}); }
     bool SupportsCalorieBurnDataTransfer() const;
     bool SupportsWorkoutTransfer() const;
@@ -110,6 +118,7 @@ class Protocols_t : public iol::Packet_t {
     bool Supports301FitnessHistoryTransfer() const;
     bool Supports305FitnessHistoryTransfer() const;
     bool Supports405FitnessHistoryTransfer() const;
+    /// @}
 
   private:
     std::vector<Protocol_t> mProtocols;

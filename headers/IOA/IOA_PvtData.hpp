@@ -26,25 +26,26 @@ namespace ioa {
 /// | 60 | 4 | day count since the GPS epoch, signed |
 class PvtData_t : public iol::Packet_t {
   public:
-    static constexpr unsigned short gcId = 51;
+    static constexpr unsigned short gcId = 51;  ///< @plain
 
-    /// @param product, version  of the device that is going to send the record
+    /// @param product  of the device that is going to send the record
+    /// @param version  of its software
     explicit PvtData_t(unsigned short product = 0, short version = 0);
 
     /// @throws iol::BadFrame_t  too short, or a fix of 2 and more whose position or time is no finite number
     void AcceptFrame(const iol::Frame_t& frame) override;
     iol::Frame_t ProduceFrame() const override;
 
-    // Only with a fix of 2 and more; asking without one is a mistake of the program and an assertion.
+    /// @name With a fix of 2 and more
+    /// Asking without one is a mistake of the program and an assertion.
+    /// @{
+    geo::Position_t Position() const;    ///< @plain
+    glo::Optional_t<float> Alt() const;  ///< the record's first float; unknown without an altitude in the fix
+    glo::Time_t Time() const;            ///< in UTC, to the nearest second
+    /// @}
 
-    geo::Position_t Position() const;
-
-    /// The record's first float; unknown without an altitude in the fix.
-    glo::Optional_t<float> Alt() const;
-
-    /// To the nearest second.
-    glo::Time_t Time() const;
-
+    /// As in the table.
+    /// @{
     std::array<float, 4> floats1To4{};
     unsigned short fix = 0;
     double timeOfWeek = 0;
@@ -53,10 +54,13 @@ class PvtData_t : public iol::Packet_t {
     std::array<float, 4> floats9To12{};
     short leapSeconds = 0;
     int dayCount = 0;
+    /// @}
 
-    // Not part of the record.
+    /// Of the device; no part of the record.
+    /// @{
     unsigned short productId;
     short softwareVersion;
+    /// @}
 
   private:
     bool HasFix() const { return fix >= 2; }

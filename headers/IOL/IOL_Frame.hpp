@@ -19,13 +19,17 @@ class Frame_t {
     /// The shared payload. It carries its own reference count.
     class Data_t : public glo::RefCounter_t {
       public:
+        /// @plain
+        /// @{
         explicit Data_t(std::vector<unsigned char> payload) : bytes(std::move(payload)) {}
-
         std::vector<unsigned char> bytes;
+        /// @}
     };
 
     /// Copies the bytes.
+    /// @param id     the packet id
     /// @param bytes  may be null when count is 0
+    /// @param count  of bytes
     Frame_t(unsigned short id, const unsigned char* bytes, unsigned int count);
 
     /// Takes the bytes over without copying them.
@@ -37,10 +41,14 @@ class Frame_t {
     /// @throws iol::Exception_t  more than 4294967295 bytes
     Frame_t(unsigned short id, FrameStream_t& stream);
 
-    unsigned short Id() const { return mId; }
+    unsigned short Id() const { return mId; }  ///< the packet id
+
+    /// The payload, good as long as a frame that shares it. Not of a frame that was moved from.
+    /// @{
     const unsigned char* Data() const { return mData->bytes.data(); }
     unsigned int Size() const { return static_cast<unsigned int>(mData->bytes.size()); }
     const std::vector<unsigned char>& Bytes() const { return mData->bytes; }
+    /// @}
 
     /// Writes the dump that diagnostics show: a heading, the id in decimal, the payload as a hex dump.
     void Write(std::wostream& stream) const;

@@ -11,6 +11,7 @@ class FrameStream_t : public bin::stringstream {
   public:
     /// A stream over no bytes, to be written into.
     FrameStream_t() = default;
+    /// A stream over a copy of the payload, to be read.
     explicit FrameStream_t(const Frame_t& frame) : bin::stringstream(frame.Bytes()) {}
 };
 

@@ -29,7 +29,7 @@ class Link_t : private glo::NonCopyable_t {
 
     /// Sends one frame and waits until the transport has taken it.
     /// @param timeout  milliseconds; gcDurationInfinite waits for ever
-    /// @throws glo::Timeout_t  not taken in time
+    /// @throws glo::Timeout_t  not taken in time; part of it may have left
     /// Blocks. Owner thread only.
     virtual void SendFrameWithTimeout(const Frame_t& frame, win::Duration_t timeout) = 0;
 
@@ -40,7 +40,7 @@ class Link_t : private glo::NonCopyable_t {
 
     /// Sends the packet as one frame. No retry.
     /// @param timeout  milliseconds, passed to the transport as it is
-    /// @throws whatever SendFrameWithTimeout throws
+    /// Throws what SendFrameWithTimeout() throws.
     /// Blocks. Owner thread only.
     void SendPacket(const Packet_t& packet, win::Duration_t timeout);
 

@@ -9,7 +9,7 @@ namespace iol {
 /// itself it is a packet without fields. A packet lives for one exchange: it is built, sent or filled, and read.
 class Packet_t {
   public:
-    explicit Packet_t(unsigned short id) : mId(id) {}
+    explicit Packet_t(unsigned short id) : mId(id) {}  ///< @plain
     virtual ~Packet_t() = default;
 
     /// Reads a received frame into the packet. An override calls this one first, then reads the payload.
@@ -23,11 +23,14 @@ class Packet_t {
     /// Builds the frame to send. This one has no payload.
     virtual Frame_t ProduceFrame() const { return Frame_t(mId, nullptr, 0); }
 
-    unsigned short Id() const { return mId; }
+    unsigned short Id() const { return mId; }  ///< @plain
 
   protected:
+    /// For derived classes that are values. Assigning takes over the id as well.
+    /// @{
     Packet_t(const Packet_t&) = default;
     Packet_t& operator=(const Packet_t&) = default;
+    /// @}
 
   private:
     static constexpr unsigned short gcWrongIdLine = 70;  ///< a stable identifier in crash reports, not this file's line

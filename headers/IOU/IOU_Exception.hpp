@@ -16,6 +16,7 @@ class Exception_t : public glo::CommunicationsError_t {
 /// place that reported it; the message is empty. The session that threw it throws it again at every further operation.
 class BadUsbDevice_t : public Exception_t {
   public:
+    /// @plain
     BadUsbDevice_t(const char* file, std::uint16_t line) : Exception_t(file, line, {}) {}
 };
 

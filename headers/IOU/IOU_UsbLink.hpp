@@ -26,6 +26,7 @@ class UsbLink_t : public iol::Link_t {
     /// Opens the device and starts a session with it.
     /// @param cancel        held by reference for the life of the link; this link's own operations do not consult it
     /// @param registryPath  the device's path, as discovery gave it
+    /// @param mode          of no effect, see above
     /// @param timeout       milliseconds; how long to go on asking for a session, and the limit of each answer after it
     /// @throws glo::Timeout_t       the device does not answer the start of the session, or does not take the question
     ///                              for its largest packet
@@ -52,13 +53,15 @@ class UsbLink_t : public iol::Link_t {
     /// Blocks. Owner thread only.
     void SendFrameWithTimeout(const iol::Frame_t& frame, win::Duration_t timeout) override;
 
-    /// Bytes of payload that one frame may carry: what the device said at the start of the session, else 255.
+    /// Bytes of payload that one frame may carry: what the device said at the start of the session, else 255. Never
+    /// blocks. Owner thread only.
     std::uint32_t MaxPacketSize() const override;
 
-    /// The number by which the device called itself at the start of the session.
+    /// The number by which the device called itself at the start of the session. Never blocks. Owner thread only.
     std::uint32_t UnitId() const;
 
-    win::Duration_t DefaultTimeout() const { return mDefaultTimeout; }  ///< milliseconds
+    /// What the constructor was given, in milliseconds.
+    win::Duration_t DefaultTimeout() const { return mDefaultTimeout; }
 
   private:
     [[maybe_unused]] thr::CancelRequested_t& mCancel;  ///< held, and read by nothing: see the constructor

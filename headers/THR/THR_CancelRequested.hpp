@@ -21,12 +21,13 @@ class CancelSourceIntf_t {
 };
 
 /// The cancellation test that every long or blocking operation is handed. The operation asks it between steps and
-/// throws glo::Terminate_t when it answers true.
+/// throws glo::Terminate_t when it answers true. Set() and Clear() may come from any thread; the rest is for the thread
+/// that runs the operation.
 class CancelRequested_t {
   public:
     virtual ~CancelRequested_t();
 
-    virtual void Clear() = 0;
+    virtual void Clear() = 0;  ///< takes the request back
 
     /// A test that watches the same thing and may be set and cleared.
     virtual glo::AutoPtr<CancelRequested_t> Clone() = 0;
@@ -34,15 +35,17 @@ class CancelRequested_t {
     /// A test that watches the same thing and may only be asked.
     virtual glo::AutoPtr<CancelRequested_t> Clone() const = 0;
 
-    virtual void Set() = 0;
+    virtual void Set() = 0;  ///< requests cancellation
 
     /// Sleeps for the duration, in milliseconds.
     /// @return 1 after the full time, 0 when cancelled during it
     /// Blocks.
+    /// @{
     virtual int Wait(win::Duration_t duration) const = 0;
     virtual int Wait(const std::vector<int>& handles, win::Duration_t duration) const = 0;
+    /// @}
 
-    virtual bool operator()() const = 0;
+    virtual bool operator()() const = 0;  ///< true when the operation should stop
 };
 
 /// The one real cancellation test: a free-standing flag, or bound to an object whose request it latches.
@@ -52,8 +55,12 @@ class CancelRequestedFunctor_t : public CancelRequested_t {
   public:
     /// @param source  the object to watch, none for a free-standing flag; borrowed, must outlive the functor
     explicit CancelRequestedFunctor_t(const CancelSourceIntf_t* source = nullptr) : mSource(source) {}
+
+    /// Watches the same object and starts with the same flag; from then on the flags are apart.
+    /// @{
     CancelRequestedFunctor_t(const CancelRequestedFunctor_t& other);
     CancelRequestedFunctor_t& operator=(const CancelRequestedFunctor_t& other);
+    /// @}
     ~CancelRequestedFunctor_t() override;
 
     void Clear() override;
@@ -61,16 +68,20 @@ class CancelRequestedFunctor_t : public CancelRequested_t {
     /// Bound: a test that forwards to this functor, which must outlive it. Free-standing: a new free-standing functor
     /// with its flag cleared; a pending request is deliberately not inherited.
     /// A clone can't be cloned again, and one made from a constant can't be set or cleared: both are assertions.
+    /// @{
     glo::AutoPtr<CancelRequested_t> Clone() override;
     glo::AutoPtr<CancelRequested_t> Clone() const override;
+    /// @}
 
     void Set() override;
 
     /// Sleeps for the duration, in milliseconds, by the process's clock, and returns 1. The flag is not looked at
     /// meanwhile; the list of handles is ignored.
     /// Blocks.
+    /// @{
     int Wait(win::Duration_t duration) const override;
     int Wait(const std::vector<int>& handles, win::Duration_t duration) const override;
+    /// @}
 
     /// Once true it stays true until Clear().
     bool operator()() const override;

@@ -22,15 +22,18 @@ class LocalPort_t : public MessageHandlerIntf_t, private glo::NonCopyable_t {
     /// @throws thr::Exception_t  it could not be made
     static LocalPort_t& GetLocalPort();
     [[nodiscard]] static LocalPort_t* FindLocalPort() noexcept;  ///< null when the thread has none
-    static void ReleaseLocalPort();
+    static void ReleaseLocalPort();                              ///< destroys it; nothing when the thread has none
 
-    LocalPort_t();
+    LocalPort_t();  ///< for GetLocalPort(); throws what that throws
     ~LocalPort_t() override;
 
     /// Ids 100 and 200, see the header of the port.
     /// @throws thr::Exception_t  any other id, or no such object
     void ProcessMessage(Stack_t& stack, std::int32_t id, const std::wstring& name) override;
 
+    /// Runs a call that nobody waits for.
+    /// @throws thr::Exception_t  no such object here
+    /// What the method throws passes through.
     void InvokeAsync(Stack_t& stack);
 
     /// Runs the call and sends its outcome to the caller's port:
@@ -46,7 +49,10 @@ class LocalPort_t : public MessageHandlerIntf_t, private glo::NonCopyable_t {
     /// @throws thr::Exception_t  no such object here
     std::shared_ptr<LocalReference_t> GetReference(Stack_t& stack) const;
 
+    /// Registers an object for calls, in place of an earlier reference to it. The port owns the reference.
     void AddReference(glo::AutoPtr<LocalReference_t> reference);
+
+    /// Ends the calls to an object. One that is under way goes on.
     void RemoveReference(ObjectId_t id);
 
     /// Pushes the port's name, for MessagePort_t to connect to.
@@ -56,7 +62,7 @@ class LocalPort_t : public MessageHandlerIntf_t, private glo::NonCopyable_t {
     /// @throws thr::BadStackException_t  it is not on top; the stack is unchanged
     void Pop(Stack_t& stack) const;
 
-    const std::wstring& Name() const { return mPort.Name(); }
+    const std::wstring& Name() const { return mPort.Name(); }  ///< what others connect to
 
   private:
     std::map<ObjectId_t, std::shared_ptr<LocalReference_t>> mReferences;

@@ -26,7 +26,7 @@ class LocalReference_t : public glo::NonCopyable_t {
     explicit LocalReference_t(Object_t& object);
     virtual ~LocalReference_t();
 
-    ObjectId_t Id() const;
+    ObjectId_t Id() const;  ///< the object's, also once it has been given up
 
     /// Gives the object up; no call may follow. The port does so when the object goes, which a call on it may bring
     /// about while that call still holds the reference.

@@ -18,16 +18,19 @@ class Stack_t;
 
 /// What a message asks for. LocalPort_t accepts the calls only; the replies go to a port that the caller makes for the
 /// one call.
+/// @{
 inline constexpr std::int32_t gcAsyncCall = 100;
 inline constexpr std::int32_t gcSyncCall = 200;
 inline constexpr std::int32_t gcSyncReply = 300;    ///< the call returned: its result
 inline constexpr std::int32_t gcSyncFailure = 400;  ///< the call threw: file, line and message
+/// @}
 
 /// Receives messages.
 class MessageHandlerIntf_t {
   public:
     virtual ~MessageHandlerIntf_t() = default;
 
+    /// Takes one message.
     /// @param stack  the sender's values, without the name that came on top
     /// @param name   what the sender passed to SendStack()
     /// What it throws is logged and dropped. Callback on the thread that made the port.
@@ -49,7 +52,7 @@ class MessagePort_t {
     MessagePort_t(const MessagePort_t&) = delete;
     MessagePort_t& operator=(const MessagePort_t&) = delete;
 
-    const std::wstring& Name() const { return mName; }
+    const std::wstring& Name() const { return mName; }  ///< the receiving port's
 
     /// Pushes the name and sends the stack. While the other side's queue is full, tries again every 0.1 s, without
     /// limit, and serves this thread's own run loop in between: two threads that call each other get on.

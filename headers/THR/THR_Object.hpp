@@ -23,14 +23,16 @@ class Object_t : public CancelSourceIntf_t, private glo::NonCopyable_t {
     /// Takes itself off the thread's port.
     ~Object_t() override;
 
-    ObjectId_t Id() const { return mId; }
+    ObjectId_t Id() const { return mId; }  ///< @plain
 
+    /// Counts who needs the object. The count doesn't own: at 0 the object counts as cancelled and is not destroyed.
     void Retain() { ++mRetainCount; }
 
+    /// Takes one Retain() back.
     /// @return the new count
     /// @throws thr::Exception_t  the count is 0 already
     std::uint32_t Release();
-    std::uint32_t RetainCount() const { return mRetainCount; }
+    std::uint32_t RetainCount() const { return mRetainCount; }  ///< 0 for a new object
 
     /// Asks for cancellation and calls the hook. Another thread asks by a message that calls this.
     void RequestCancel() const;

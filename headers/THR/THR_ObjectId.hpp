@@ -17,10 +17,12 @@ class ObjectId_t {
     /// One that no other object of the process has.
     static ObjectId_t Next();
 
-    auto operator<=>(const ObjectId_t&) const = default;
+    auto operator<=>(const ObjectId_t&) const = default;  ///< the older one is less
 
+    /// Pushes 8 bytes.
     void Push(Stack_t& stack) const;
 
+    /// Takes what Push() pushed.
     /// @throws thr::BadStackException_t  too few bytes; this identity is unchanged
     void Pop(Stack_t& stack);
 

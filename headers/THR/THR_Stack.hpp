@@ -23,6 +23,7 @@ concept StackValue = requires(const T& constant, T& value, Stack_t& stack) {
     value.Pop(stack);
 };
 
+/// T is one of the listed types.
 template <typename T, typename... Types>
 concept OneOf = (std::same_as<T, Types> || ...);
 
@@ -45,13 +46,15 @@ concept StackScalar = (std::is_arithmetic_v<T> && !std::is_same_v<T, bool>) || s
 /// A plain value, one thread at a time.
 class Stack_t {
   public:
-    Stack_t() = default;
-    explicit Stack_t(std::vector<unsigned char> bytes) : mBytes(std::move(bytes)) {}
+    Stack_t() = default;                                                              ///< empty
+    explicit Stack_t(std::vector<unsigned char> bytes) : mBytes(std::move(bytes)) {}  ///< of bytes as Bytes() gave them
 
+    /// Puts bytes on top.
     void Push(const void* source, std::size_t count);
 
     /// Takes the last bytes off.
-    /// @param file, line  the caller's position, for the exception
+    /// @param file  the caller's source, for the exception
+    /// @param line  the caller's line, for the exception
     /// @throws thr::BadStackException_t  fewer bytes are left; the stack is unchanged
     void Pop(void* destination, std::size_t count, const char* file, unsigned short line);
 
@@ -59,13 +62,15 @@ class Stack_t {
     /// @throws thr::BadStackException_t  they are not; its message has both numbers and a dump of the stack
     void Require(std::size_t count, const char* file, unsigned short line) const;
 
-    bool IsEmpty() const { return mBytes.empty(); }
-    const std::vector<unsigned char>& Bytes() const { return mBytes; }
+    bool IsEmpty() const { return mBytes.empty(); }                     ///< @plain
+    const std::vector<unsigned char>& Bytes() const { return mBytes; }  ///< the bottom first
 
   private:
     std::vector<unsigned char> mBytes;
 };
 
+/// Each pushes one value, in the form that the class describes. A StackValue pushes itself.
+/// @{
 template <StackScalar T>
 Stack_t& operator<<(Stack_t& stack, const T& value) {
     stack.Push(&value, sizeof value);
@@ -80,9 +85,11 @@ Stack_t& operator<<(Stack_t& stack, const T& value) {
 
 Stack_t& operator<<(Stack_t& stack, const std::string& text);
 Stack_t& operator<<(Stack_t& stack, const std::wstring& text);
+/// @}
 
 /// Each takes what its counterpart above pushed.
 /// @throws thr::BadStackException_t  too few bytes; the value is unchanged
+/// @{
 template <StackScalar T>
 Stack_t& operator>>(Stack_t& stack, T& value) {
     stack.Pop(&value, sizeof value, "headers/THR/THR_Stack", __LINE__);
@@ -97,5 +104,6 @@ Stack_t& operator>>(Stack_t& stack, T& value) {
 
 Stack_t& operator>>(Stack_t& stack, std::string& text);
 Stack_t& operator>>(Stack_t& stack, std::wstring& text);
+/// @}
 
 }  // namespace thr

@@ -12,24 +12,27 @@ namespace win {
 
 /// What the library knows of the application that it runs in.
 struct AppMetaDataContainer_t {
-    std::wstring mProductName;
-    std::wstring mInternalName;
-    Version_t mVersion;
-    std::wstring mPartNumber;
-    std::wstring mBetaEmail;
-    std::wstring mBuildDate;  ///< "Mar  2 2017", the day padded to two characters
-    std::wstring mBuildTime;  ///< "hh:mm:ss"
-    std::wstring mBuildUserId;
-    std::wstring mClassNameGuid;
-    std::wstring mBuildType;  ///< "Release", "Beta", "Alpha" or "Internal"
-    std::wstring mCopyright;
+    std::wstring mProductName;    ///< what people call it; also the name of its trace files
+    std::wstring mInternalName;   ///< of the executable
+    Version_t mVersion;           ///< @plain
+    std::wstring mPartNumber;     ///< the maker's; may be empty
+    std::wstring mBetaEmail;      ///< where testers write to; empty where the library makes the container
+    std::wstring mBuildDate;      ///< "Mar  2 2017", the day padded to two characters
+    std::wstring mBuildTime;      ///< "hh:mm:ss"
+    std::wstring mBuildUserId;    ///< the account that built it, "SQA" for what is released
+    std::wstring mClassNameGuid;  ///< empty where the library makes the container
+    std::wstring mBuildType;      ///< "Release", "Beta", "Alpha" or "Internal"
+    std::wstring mCopyright;      ///< the notice, for people
 };
 
 /// The application's metadata. Never changes once made. Any thread.
 class AppMetaData_t : public glo::NonCopyable_t {
   public:
+    /// @param container  not null
     explicit AppMetaData_t(glo::AutoPtr<AppMetaDataContainer_t> container) : mContainer(std::move(container)) {}
 
+    /// The container's fields.
+    /// @{
     const std::wstring& ProductName() const { return mContainer->mProductName; }
     const std::wstring& InternalName() const { return mContainer->mInternalName; }
     const Version_t& Version() const { return mContainer->mVersion; }
@@ -41,6 +44,7 @@ class AppMetaData_t : public glo::NonCopyable_t {
     const std::wstring& ClassNameGuid() const { return mContainer->mClassNameGuid; }
     const std::wstring& BuildType() const { return mContainer->mBuildType; }
     const std::wstring& Copyright() const { return mContainer->mCopyright; }
+    /// @}
 
     /// Three parts of the version for a release; else all four and the build type: "2.0.1.7 Alpha".
     std::wstring FormattedVersion() const;
@@ -51,11 +55,12 @@ class AppMetaData_t : public glo::NonCopyable_t {
     /// The build account in parentheses; known for internal builds only.
     glo::Optional_t<std::wstring> FormattedUserId() const;
 
-    bool IsBeta() const;
+    bool IsBeta() const;  ///< by the build type
 
     /// A release that the release account "SQA" built. A release of any other account deliberately doesn't count.
     bool IsRelease() const;
 
+    /// True for "Release", in this spelling.
     static bool IsReleaseBuildType(const std::wstring& type) { return type == L"Release"; }
 
   private:

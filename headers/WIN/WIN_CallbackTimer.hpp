@@ -20,15 +20,18 @@ class TimerEventIntf_t {
     virtual void HandleTimeout() = 0;
 };
 
-/// Periodic or deferred work on the main run loop.
+/// Periodic or deferred work on the main run loop. CallbackTimer_t says what each operation does.
 class CallbackTimerIntf_t {
   public:
     virtual ~CallbackTimerIntf_t() = default;
+    /// @plain
+    /// @{
     virtual void SetHandler(TimerEventIntf_t& handler) = 0;
     virtual void OneShot(Duration_t delay) = 0;
     virtual void Start(Duration_t period) = 0;
     virtual void Stop() = 0;
     virtual void Duration(Duration_t period) = 0;
+    /// @}
 };
 
 /// The callback timer. Its operations may be called on any thread, one at a time; the handler always runs on the main
@@ -39,6 +42,7 @@ class CallbackTimer_t : public CallbackTimerIntf_t, public glo::NonCopyable_t {
     CallbackTimer_t();
     ~CallbackTimer_t() override;
 
+    /// Says who is told; without a handler an expiry does nothing.
     /// @param handler  not owned; must outlive this timer
     void SetHandler(TimerEventIntf_t& handler) override;
 
@@ -50,7 +54,7 @@ class CallbackTimer_t : public CallbackTimerIntf_t, public glo::NonCopyable_t {
     /// @param period  milliseconds
     void Start(Duration_t period) override;
 
-    void Stop() override;
+    void Stop() override;  ///< nothing when it doesn't run
 
     /// Restarts a running timer whose period differs; leaves any other alone.
     void Duration(Duration_t period) override;

@@ -15,9 +15,11 @@ class CriticalSection_t : public glo::NonCopyable_t {
     explicit CriticalSection_t(bool disabled = false) : mIsDisabled(disabled) {}
     virtual ~CriticalSection_t();
 
-    /// Blocks.
+    /// Locks. Blocks.
     /// @throws win::Error_t  not locked; nothing has changed
     virtual void Enter();
+
+    /// Undoes one Enter() of this thread.
     virtual void Leave();
 
   private:
@@ -29,13 +31,15 @@ class CriticalSection_t : public glo::NonCopyable_t {
 class DummyCriticalSection_t : public CriticalSection_t {
   public:
     DummyCriticalSection_t() : CriticalSection_t(true) {}
-    void Enter() override {}
-    void Leave() override {}
+    void Enter() override {}  ///< nothing
+    void Leave() override {}  ///< nothing
 };
 
 /// Holds a critical section for the life of a scope.
 class SmartCriticalSection_t : public glo::NonCopyable_t {
   public:
+    /// Enters; throws what CriticalSection_t::Enter() throws.
+    /// @param section  borrowed for the life of this object
     explicit SmartCriticalSection_t(CriticalSection_t& section) : mSection(section) { mSection.Enter(); }
     ~SmartCriticalSection_t() { mSection.Leave(); }
 

@@ -28,7 +28,8 @@ class CriticalSection_t;
 class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t {
   public:
     /// Computes the file's path, for which the folder is made when it is missing. The file comes with the first print.
-    /// @param name  file name without the ".log" that is appended; empty for the product's name
+    /// @param name     file name without the ".log" that is appended; empty for the product's name
+    /// @param enabled  whether anything is ever written
     DebugServer_t(const std::wstring& name, bool enabled);
 
     /// The product's own trace, switched on by the setting "ShowDebug".
@@ -36,12 +37,14 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
     ~DebugServer_t() override;
 
     /// Writes text. A text with a line end in it flushes the file and lets the next print start a new line.
+    /// @{
     void PrintStr(const char* text) {
         if (mIsEnabled) WriteText(text);
     }
     void PrintStr(const wchar_t* text) {
         if (mIsEnabled) WriteText(text);
     }
+    /// @}
 
     /// Writes one value as a standard stream would; never ends the line, never flushes. An enumeration goes out as its
     /// number. Instances exist for float, char, int, unsigned int, unsigned short, long, unsigned long, std::string and
@@ -58,8 +61,10 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
 
     /// Writes the line of an exception: "Error: ", file, line, " SubId: ", sub-identifier, what(). The second form
     /// appends two spaces and the context.
+    /// @{
     void PrintException(const glo::Exception_t& exception) override;
     void PrintException(const glo::Exception_t& exception, const std::string& context);
+    /// @}
 
     /// Writes the line's time stamp if it is due. Called within a print.
     virtual void PrintTime();
@@ -71,11 +76,12 @@ class DebugServer_t : public glo::DebugOutputIntf_t, private glo::NonCopyable_t 
     /// Moves the file aside to its name plus ".previous", over one that is there.
     void Reset();
 
-    const std::wstring& FilePath() const { return mFilePath; }
-    bool IsEnabled() const { return mIsEnabled; }
+    const std::wstring& FilePath() const { return mFilePath; }  ///< there may be no such file yet
+    bool IsEnabled() const { return mIsEnabled; }               ///< @plain
 
-    /// A server that is off, has no path and touches nothing.
+    /// Chooses the constructor below.
     struct SwitchedOff_t {};
+    /// A server that is off, has no path and touches nothing.
     explicit DebugServer_t(SwitchedOff_t);
 
   private:
@@ -105,21 +111,23 @@ extern template void DebugServer_t::WriteData(const unsigned long&);
 extern template void DebugServer_t::WriteData(const std::string&);
 extern template void DebugServer_t::WriteData(const Duration_t&);
 
-/// Serialises the prints of all servers. Entered alone, never with another lock.
+/// Serialises the prints of all servers. Entered alone, never with another lock. Any thread.
 CriticalSection_t& DebugServerCriticalSection();
 
 /// The process's general trace, made at the first call. While the settings and metadata that it is made from are
 /// themselves being read, a switched-off stand-in answers: an exception raised there has nowhere to announce itself.
+/// Any thread.
 DebugServer_t& DebugServer();
 
-/// The setting "ShowDebug" is there and true.
+/// The setting "ShowDebug" is there and true. One thread at a time, as all settings.
 bool DefaultDebugToOn();
 
-/// Folder of the trace files, with a "/" at its end: "Trovik" in the user's caches folder.
+/// Folder of the trace files, with a "/" at its end: "Trovik" in the user's caches folder. Any thread.
 std::wstring DebugFileDirectory();
 
-/// Path of a trace file, whose folder is made when it is missing (its parents are not).
+/// Path of a trace file, whose folder is made when it is missing (its parents are not). Any thread.
 /// @param suffix  appended to the product's name when `name` is empty
+/// @param name    without ".log"; else the product's name is taken
 std::wstring DebugFilePath(const std::wstring& suffix, const std::wstring& name);
 
 }  // namespace win

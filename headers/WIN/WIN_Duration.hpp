@@ -9,10 +9,13 @@ namespace win {
 class Duration_t {
   public:
     constexpr Duration_t() = default;
+    /// @plain
+    /// @{
     constexpr Duration_t(std::uint64_t milliseconds) : mMilliseconds(milliseconds) {}
     constexpr operator std::uint64_t() const { return mMilliseconds; }
-
     constexpr std::uint64_t Milliseconds() const { return mMilliseconds; }
+    /// @}
+
     /// The platform's unit.
     constexpr double Seconds() const { return static_cast<double>(mMilliseconds) / 1000.0; }
 

@@ -7,6 +7,7 @@ namespace win {
 /// A failure of the platform layer.
 class Error_t : public glo::Exception_t {
   public:
+    /// @plain
     Error_t(const char* file, unsigned short line) : glo::Exception_t(file, line, std::wstring(), std::string()) {}
 };
 
@@ -19,6 +20,7 @@ class FileError_t : public glo::FileError_t {
 /// A failure of the settings store.
 class RegException_t : public glo::Exception_t {
   public:
+    /// @plain
     RegException_t(const char* file, unsigned short line, const std::wstring& message)
         : glo::Exception_t(file, line, message, std::string()) {}
 };

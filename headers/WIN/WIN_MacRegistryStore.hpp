@@ -13,8 +13,8 @@ namespace win {
 
 /// One key of the registry tree. A subkey is shared, so that an open key stays good when it is removed from its parent.
 struct RegistryDictionary_t {
-    using Subkey_t = std::shared_ptr<RegistryDictionary_t>;
-    using Entry_t = std::variant<platform::PropertyList, Subkey_t>;
+    using Subkey_t = std::shared_ptr<RegistryDictionary_t>;          ///< never null
+    using Entry_t = std::variant<platform::PropertyList, Subkey_t>;  ///< a value or a subkey
 
     std::map<std::string, Entry_t> mEntries;  ///< never a dictionary as a property list: that is a subkey
 };
@@ -37,8 +37,8 @@ class MacRegistryStore_t : public CallbackTimer_t, public TimerEventIntf_t {
     /// be written stays in memory for the next save. Callback on the main thread.
     void HandleTimeout() override;
 
-    const RegistryDictionary_t::Subkey_t& Root() const { return mRoot; }
-    std::mutex& TreeMutex() { return mTreeMutex; }
+    const RegistryDictionary_t::Subkey_t& Root() const { return mRoot; }  ///< of the tree, which TreeMutex() guards
+    std::mutex& TreeMutex() { return mTreeMutex; }                        ///< held while the tree is read or changed
 
   private:
     RegistryDictionary_t::Subkey_t mRoot;

@@ -14,9 +14,12 @@ class Mutex_t : public glo::NonCopyable_t {
     Mutex_t();
     ~Mutex_t();
 
-    /// Blocks. @return 0, or the system's error number. Any thread.
+    /// Lock() blocks. Any thread.
+    /// @return 0, or the system's error number; nothing has changed then
+    /// @{
     [[nodiscard]] int Lock() noexcept;
     int Unlock() noexcept;
+    /// @}
 
   private:
     pthread_mutex_t mMutex;

@@ -9,7 +9,8 @@ namespace win {
 /// The library's version number of four parts. A plain value. Any thread.
 class Version_t {
   public:
-    Version_t() = default;
+    Version_t() = default;  ///< 0.0.0.0
+    /// @plain
     Version_t(std::uint16_t majorPart, std::uint16_t minorPart, std::uint16_t thirdPart, std::uint16_t fourthPart)
         : mMajor(majorPart), mMinor(minorPart), mThird(thirdPart), mFourth(fourthPart) {}
 
@@ -17,17 +18,23 @@ class Version_t {
     /// 5.7.0.0. StringToVersion() deliberately reads it otherwise.
     explicit Version_t(const std::wstring& text);
 
+    /// The parts in their order.
+    /// @{
     std::uint16_t Major() const { return mMajor; }
     std::uint16_t Minor() const { return mMinor; }
     std::uint16_t Third() const { return mThird; }
     std::uint16_t Fourth() const { return mFourth; }
+    /// @}
 
     std::wstring Str() const;               ///< all four parts: "1.2.0.0"
     std::wstring MajorMinorString() const;  ///< "3.7"
     std::wstring DeviceString() const;      ///< as devices show it, two digits of minor at least: "3.07"
 
+    /// By the first part that differs.
+    /// @{
     bool LessThan(const Version_t& other) const { return *this < other; }
     auto operator<=>(const Version_t&) const = default;
+    /// @}
 
     /// Onto a thr::Stack_t, the four numbers in their order. The stack belongs to a row above and is a parameter here.
     template <typename Stack>
@@ -35,6 +42,7 @@ class Version_t {
         stack << mMajor << mMinor << mThird << mFourth;
     }
 
+    /// Takes what Push() pushed.
     /// @throws thr::BadStackException_t  too few bytes; this version is unchanged
     template <typename Stack>
     void Pop(Stack& stack) {
