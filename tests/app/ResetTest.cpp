@@ -1,4 +1,6 @@
 // The whole tool with its real threads, and a device in real time that answers at once.
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
 #include "tests/app/RealTimeApp.hpp"
 #include "tests/support/ProcessResources.hpp"
 #include "tests/support/RealTimeBackend.hpp"
@@ -6,11 +8,13 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <string>
 
 namespace app_test {
 namespace {
 
 using testing::ElementsAre;
+using testing::MatchesRegex;
 
 struct ResetTest : testing::Test {
     support::RealTimeBackend usb{simulator::Profile::instant()};
@@ -24,8 +28,10 @@ TEST_F(ResetTest, WholeResetFromTheButtonToTheCompleteScreen) {
     app.plug();
     app.reset();
 
+    const std::string version = platform::mainBundle().infoText("CFBundleShortVersionString");
+    EXPECT_THAT(version, MatchesRegex("[0-9]+[.][0-9]+[.][0-9]+(~dev.*)?"));
     EXPECT_THAT(app.lines(),
-                ElementsAre("I Trovik Reset Tool 1.0.0 has started.", "I Device detected but no action taken",
+                ElementsAre("I Trovik Reset Tool " + version + " has started.", "I Device detected but no action taken",
                             "I Device found, rebooting", "I Device rebooted", "I Hold in bootloader sent",
                             "I Nonvol cleared", "I Boot resumed"));
 
