@@ -27,7 +27,7 @@ GADGET = BUILD / "simulator/gadget/trovik-gadget"
 PROBE = BUILD / "tests/e2e/link_probe"
 RULE = BUILD / "packaging/60-trovik-reset-tool.rules"
 VENDOR = re.search(r"^kTrovikVendorId:.*=0[xX](\w+)$", (BUILD / "CMakeCache.txt").read_text(), re.M)[1].lower()
-PACKAGE = glob.glob(str(WORK / "package/*.deb"))[0]
+PACKAGES = [glob.glob(str(WORK / f"package/{name}_*.deb"))[0] for name in ("trovik-common", "trovik-reset-tool")]
 USER = "technician"
 DISPLAY = ":7"
 SAME = 0.01  # share of a screen's pixels that may differ: a focus frame, the progress bar
@@ -600,20 +600,20 @@ def package_installed_used_and_purged():
     for lock in ("lock", "lock-frontend", "triggers/Lock"):
         pathlib.Path("/var/lib/dpkg", lock).unlink(missing_ok=True)
     try:
-        listed = [line.split()[-1] for line in run("dpkg-deb", "--contents", PACKAGE).splitlines()]
+        listed = [line.split()[-1] for package in PACKAGES for line in run("dpkg-deb", "--contents", package).splitlines()]
         fresh = [path for path in (pathlib.Path("/", name) for name in listed) if not os.path.lexists(path)]
         expect(pathlib.Path("/usr/bin/ResetTool") in fresh, "there is a tool before the package is installed")
         with a_gadget() as gadget:
             settle()
             expect(not tagged() and not accessible(), "there is access before the package is installed")
-            run("dpkg", "--install", PACKAGE)
+            run("dpkg", "--install", *PACKAGES)
             run("udevadm", "settle")
             expect(tagged() and accessible(), "the attached device can't be opened after the installation")
             with the_tool("/usr/bin/ResetTool") as tool:
                 tool.reset()
                 judge_complete("package", tool, gadget, FULL)
             settle()
-            run("dpkg", "--purge", "trovik-reset-tool")
+            run("dpkg", "--purge", "trovik-reset-tool", "trovik-common")
             run("udevadm", "settle")
             expect(not tagged(), "the device has the tag of a rule that has been purged")
             gadget.order("unplug")
@@ -703,7 +703,8 @@ def prepare():
     for path, line in (("passwd", f"{USER}:x:{uid}:{uid}::/home/{USER}:/bin/bash"), ("group", f"{USER}:x:{uid}:")):
         with open("/etc/" + path, "a", encoding="utf-8") as file:
             file.write(line + "\n")
-    run("dpkg-deb", "-x", PACKAGE, "/run/tool")
+    for package in PACKAGES:
+        run("dpkg-deb", "-x", package, "/run/tool")
     os.makedirs("/run/systemd/seats")
     pathlib.Path("/run/systemd/seats/seat0").write_text(f"IS_SEAT0=1\nACTIVE=1\nACTIVE_UID={uid}\nUIDS={uid}\n")
     os.makedirs("/run/udev/rules.d")
