@@ -1,6 +1,6 @@
-// Runs a program on a simulated USB bus with one device attached, so that an installed tool can be tried out on a machine
-// without one. Status 0: the program ended with 0, the device's settings store is empty, and the device had nothing to
-// refuse.
+// Runs a program on a simulated USB bus with one device attached, so that an installed tool can be tried out on a
+// machine without one. Status 0: the program ended with 0, the device's settings store is empty, and the device had
+// nothing to refuse.
 #include "simulator/umock/UmockUsb.hpp"
 
 #include <cstdio>
