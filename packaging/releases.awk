@@ -17,7 +17,8 @@ function escaped(text) {
   # … <address>  Sat, 21 Nov 2026 12:00:00 +0000
   month = (index("JanFebMarAprMayJunJulAugSepOctNovDec", $(NF - 3)) + 2) / 3
   printf "    <release version=\"%s\" type=\"%s\" date=\"%d-%02d-%02d\">\n", version, type, $(NF - 2), month, $(NF - 4)
-  print "      <description>\n        <ul>"
+  if (items) print "      <description>\n        <ul>"
   for (i = 1; i <= items; ++i) print "          <li>" item[i] "</li>"
-  print "        </ul>\n      </description>\n    </release>"
+  if (items) print "        </ul>\n      </description>"
+  print "    </release>"
 }
