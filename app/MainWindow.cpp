@@ -147,7 +147,9 @@ void MainWindow::showAbout() {
     box.setWindowTitle(withoutKey(localized("AboutTrovikReset")));
     box.setIconPixmap(windowIcon().pixmap(64));
     box.setTextFormat(Qt::PlainText);
-    box.setText(localized("TrovikResetTitle") + QLatin1Char(' ') + infoText("CFBundleShortVersionString"));
+    // That of a build between releases is long, and may break where its commit begins.
+    const QString version = infoText("CFBundleShortVersionString").replace(QLatin1Char('+'), QStringLiteral("+\u200b"));
+    box.setText(localized("TrovikResetTitle") + QLatin1Char(' ') + version);
     const QString logs = embedded(QString::fromStdString(TrovikLogs::logsDirectory()));
     box.setInformativeText(QStringList{localized("AboutBody"),
                                        localized("AboutLogFiles").replace(QLatin1String("%@"), logs),
