@@ -30,6 +30,7 @@ std::shared_ptr<DDLogFormatter> DDAbstractLogger::logFormatter() const {
 }
 
 void DDAbstractLogger::setLogFormatter(std::shared_ptr<DDLogFormatter> formatter) {
+    if (formatter && formatter->readsThreadNames()) DDLogCore::shared().setWantsThreadNames();
     performOnLoggerQueue([&] { mFormatter.swap(formatter); });
 }
 

@@ -34,6 +34,11 @@ class DDAbstractLogger {
     /// each message.
     virtual bool takesBatches() const noexcept { return false; }
 
+    /// Whether it looks at the message's threadName itself; its formatter is asked too. The system has to be asked for
+    /// the name at each call, which is a sixth of a synchronous one, so messages carry names only from the moment on at
+    /// which somebody who reads them is added. Any thread.
+    virtual bool readsThreadNames() const noexcept { return true; }
+
     /// The queue that the core uses; null has the core make one.
     virtual std::shared_ptr<platform::DispatchQueue> loggerQueue() const { return mLoggerQueue; }
     virtual std::string loggerName() const { return mName; }

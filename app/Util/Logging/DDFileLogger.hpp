@@ -58,6 +58,7 @@ class DDFileLogger final : public DDAbstractLogger {
     void logMessage(const DDLogMessage& message) override;
     void logMessages(std::span<const DDLogMessage* const> messages) override;
     bool takesBatches() const noexcept override { return true; }
+    bool readsThreadNames() const noexcept override { return false; }
     void willRemoveLogger() override;
 
   private:

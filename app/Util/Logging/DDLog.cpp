@@ -91,10 +91,12 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
         message.lineNumber = line;
         message.machThreadID = thread;
         message.queueLabel = platform::QueueFrame::currentLabel();
+        DDLogCore& core = DDLogCore::shared();
         char name[16];
-        if (::pthread_getname_np(::pthread_self(), name, sizeof name) == 0) message.threadName = name;
+        if (core.wantsThreadNames() && ::pthread_getname_np(::pthread_self(), name, sizeof name) == 0)
+            message.threadName = name;
         message.tag = tag;
-        queued = DDLogCore::shared().queueLogMessage(std::move(message), asynchronous);
+        queued = core.queueLogMessage(std::move(message), asynchronous);
     } catch (const std::exception&) {
         // No memory: the beginning on standard error is better than nothing.
     }
@@ -107,6 +109,7 @@ void DDLog::logv(bool asynchronous, std::uint32_t level, std::uint32_t flag, std
 void DDLog::addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint32_t level) {
     if (!logger) return;
     DDLogCore& core = DDLogCore::shared();
+    if (logger->readsThreadNames()) core.setWantsThreadNames();
     core.loggingQueue().dispatch_async(
         [&core, logger = std::move(logger), level] { core.lt_addLogger(logger, level); });
 }

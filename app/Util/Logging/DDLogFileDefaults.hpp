@@ -28,4 +28,5 @@ class DDLogFileManagerDefault : public DDLogFileManager {
 class DDLogFileFormatterDefault final : public DDLogFormatter {
   public:
     bool formatLogMessage(const DDLogMessage& message, std::string& text) override;
+    bool readsThreadNames() const noexcept override { return false; }
 };

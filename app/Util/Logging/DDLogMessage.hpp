@@ -32,7 +32,7 @@ struct DDLogMessage {
     std::int32_t lineNumber = 0;
     std::uint32_t machThreadID = 0;  ///< the kernel's number of the calling thread
     std::string queueLabel;          ///< of the queue whose block made the call, "main" elsewhere on the main thread
-    std::string threadName;          ///< at the time of the call
+    std::string threadName;          ///< at the time of the call; see DDAbstractLogger::readsThreadNames()
     const void* tag = nullptr;       ///< not owned
     std::uint32_t options = 0;
 };

@@ -64,6 +64,7 @@ class DDTTYLogger final : public DDAbstractLogger {
     void logMessage(const DDLogMessage& message) override;
     void logMessages(std::span<const DDLogMessage* const> messages) override;
     bool takesBatches() const noexcept override { return true; }
+    bool readsThreadNames() const noexcept override { return false; }
 
   private:
     const DDTTYLoggerColorProfile* profileFor(const DDLogMessage& message) const;

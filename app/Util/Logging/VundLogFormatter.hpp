@@ -11,6 +11,7 @@
 class VundLogFormatter : public DDLogFormatter {
   public:
     bool formatLogMessage(const DDLogMessage& message, std::string& text) override;
+    bool readsThreadNames() const noexcept override { return false; }
 
   private:
     static std::string timeText(const std::tm& time);

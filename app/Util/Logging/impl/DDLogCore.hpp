@@ -3,6 +3,7 @@
 #include "app/Util/Logging/DDLoggerNode.hpp"
 #include "app/Util/Logging/impl/DDLogQueue.hpp"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -29,6 +30,10 @@ class DDLogCore final : private DDLogQueue::Sink {
         return mLoggingQueue.post(std::move(message), asynchronously);
     }
 
+    /// Whether anybody reads the thread names of messages; once it is so, it stays so. Any thread.
+    bool wantsThreadNames() const noexcept { return mWantsThreadNames.load(std::memory_order_relaxed); }
+    void setWantsThreadNames() noexcept { mWantsThreadNames.store(true, std::memory_order_relaxed); }
+
     /// Any thread. Blocks until all is flushed, except from within a delivery, after which it then happens.
     void flushLog();
 
@@ -46,6 +51,7 @@ class DDLogCore final : private DDLogQueue::Sink {
     void farewell(const DDLoggerNode& node);
 
     const unsigned mNumProcessors;
+    std::atomic<bool> mWantsThreadNames{false};
     std::vector<DDLoggerNode> mLoggers;           ///< on the logging queue
     std::vector<const DDLoggerNode*> mReceivers;  ///< of one delivery; on the logging queue
     DDLogQueue mLoggingQueue;                     ///< last: its end still delivers to the loggers

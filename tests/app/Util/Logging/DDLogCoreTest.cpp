@@ -1,4 +1,5 @@
 #include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/DDLogFormatter.hpp"
 #include "app/Util/Logging/impl/DDLogCore.hpp"
 #include "platform/common/GlobalQueue.hpp"
 #include "tests/app/Util/Logging/LoggingSupport.hpp"
@@ -21,6 +22,7 @@ struct RecordingLogger : DDAbstractLogger {
     explicit RecordingLogger(bool takesThem, Function function = {})
         : DDAbstractLogger("recorder"), batches(takesThem), then(std::move(function)) {}
     bool takesBatches() const noexcept override { return batches; }
+    bool readsThreadNames() const noexcept override { return false; }
     void logMessage(const DDLogMessage& message) override {
         messages.push_back(message);
         if (then) then(message);
@@ -201,8 +203,12 @@ TEST(DDLog, MessageCarriesItsPlaceItsThreadAndItsQueue) {
         if (message.queueLabel == "a caller's queue") DDLogError("from the logger");
     });
     const auto log = [] { DDLogError("call"); };
+    struct ReaderOfNames : DDLogFormatter {
+        bool formatLogMessage(const DDLogMessage&, std::string&) override { return true; }
+    };
     DDLog::addLogger(nullptr);
     DDLog::addLogger(logger);
+    logger->setLogFormatter(std::make_shared<ReaderOfNames>());
     const auto before = std::chrono::system_clock::now();
     const int line = __LINE__ + 1;
     DDLogError("%s failed: %d", std::string(600, 'x').c_str(), 42);
