@@ -46,9 +46,11 @@ void DDLogQueue::performWithin(const std::function<void()>& block) const noexcep
 }
 
 bool DDLogQueue::post(DDLogMessage&& message, bool asynchronous) {
-    std::unique_lock guard(mLock);
     // Nobody within a delivery may wait for the next one.
     const bool within = isCurrent();
+    std::unique_lock turn(mTurn, std::defer_lock);
+    if (!asynchronous && !within) turn.lock();
+    std::unique_lock guard(mLock);
     if (within && mMessages >= kPermits) return false;
     mProgress.wait(guard, [this] { return mMessages < kPermits; });
     mWaiting.emplace_back().message = std::move(message);

@@ -15,7 +15,8 @@
 
 /// The logging queue: serial, and made for messages. Messages and blocks wait in one row in the order in which they
 /// came. One thread at a time drains it: the queue's own for asynchronous work, a synchronous caller where nobody does
-/// it yet, so that no other thread has to be woken for it.
+/// it yet, so that no other thread has to be woken for it. Synchronous messages come to the row one at a time: callers
+/// that waited there together would all have to be woken for each line.
 ///
 /// Owned by the logging core. The destructor delivers what waits and joins the thread. Any thread.
 class DDLogQueue final : public platform::DispatchQueue {
@@ -68,6 +69,7 @@ class DDLogQueue final : public platform::DispatchQueue {
 
     const std::string mLabel;
     Sink& mSink;
+    std::mutex mTurn;  ///< held by the one caller with a synchronous message, from before mLock until it is delivered
     std::mutex mLock;
     std::condition_variable mWork;      ///< for the thread: there is something, or the end has come
     std::condition_variable mProgress;  ///< for callers: something has been delivered
