@@ -42,4 +42,9 @@ function(trovik_precompile target kind)
     trovik_sanitizers(${holder})
   endif()
   target_precompile_headers(${target} REUSE_FROM ${holder})
+  if(kind MATCHES "test" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # With what is precompiled for tests the compiler's heap is soon at the limit at which it looks for garbage, and there is
+    # none: up to a sixth of the time of a large test.
+    target_compile_options(${target} PRIVATE "SHELL:--param ggc-min-heapsize=1048576")  # KiB
+  endif()
 endfunction()
