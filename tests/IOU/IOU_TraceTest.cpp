@@ -6,8 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <regex>
+#include <sstream>
 #include <stdlib.h>
+#include <string>
 
 // A program of its own: the traces are switched on or off once in the life of a process.
 namespace {
@@ -22,8 +23,12 @@ constexpr auto kInterrupt = ScriptedUsb::kInterruptIn;
 std::string traced(const std::string& file) {
     const std::string trace = ReadFile(file);
     const std::string behindBanner = trace.substr(trace.find('\n', trace.find('\n') + 1) + 1);
-    const std::regex stamp("^[0-9:]+ *: ", std::regex::multiline);
-    return std::regex_replace(behindBanner, stamp, "");
+    std::istringstream lines(behindBanner);
+    std::string text;
+    for (std::string line; std::getline(lines, line); text += line + '\n')
+        if (const auto end = line.find(": "); end != line.npos && line.find_first_not_of("0123456789: ") >= end)
+            line.erase(0, end + 2);
+    return text;
 }
 
 constexpr char kExchange[] = R"(
