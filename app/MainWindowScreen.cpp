@@ -5,6 +5,7 @@
 #include "platform/Platform.hpp"
 
 #include <QAccessible>
+#include <QAccessibleWidget>
 #include <QBasicTimer>
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -257,6 +258,27 @@ class ScreenButton final : public QPushButton {
     }
 };
 
+/// What a screen reader hears of a widget beyond what the toolkit tells of its kind.
+class Spoken final : public QAccessibleWidget {
+  public:
+    using QAccessibleWidget::QAccessibleWidget;
+    QAccessible::State state() const override {
+        QAccessible::State state = QAccessibleWidget::state();
+        const auto* const bar = qobject_cast<const QProgressBar*>(widget());
+        state.busy = bar && bar->minimum() == bar->maximum();
+        return state;
+    }
+
+    /// The kinds are told apart by their C++ types, whose names the toolkit does not know.
+    static QAccessibleInterface* make(const QString&, QObject* object) {
+        // Without the toolkit's own interface for bars: its value would say that nothing has been done yet.
+        if (auto* const bar = dynamic_cast<BusyBar*>(object)) return new Spoken(bar, QAccessible::ProgressBar);
+        if (auto* const screen = dynamic_cast<MainWindowScreen*>(object))
+            return new Spoken(screen, QAccessible::Grouping);
+        return nullptr;
+    }
+};
+
 class Line final : public QWidget {
   public:
     explicit Line(QWidget* parent) : QWidget(parent) { setFixedHeight(1); }
@@ -320,6 +342,8 @@ MainWindowScreen::MainWindowScreen(const char* picture)
       mFoot(new QHBoxLayout(mFooter)),
       mStatus(new FootText(mFooter)),
       mButtons(new QHBoxLayout) {
+    QAccessible::installFactory(Spoken::make);  // which is once, however often
+
     mColumn->setSpacing(kSpacing);
     mColumn->addWidget(mHeading);
     mColumn->addStretch(1);
