@@ -1,6 +1,7 @@
 #include "app/MainWindow.hpp"
 
 #include "app/AppDelegate.hpp"
+#include "app/Desktop/LogFiles.hpp"
 #include "app/MainWindowScreen.hpp"
 #include "app/SupportMenu.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
@@ -12,7 +13,6 @@
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
-#include <QDesktopServices>
 #include <QIcon>
 #include <QKeyEvent>
 #include <QLabel>
@@ -24,7 +24,6 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QStringList>
-#include <QUrl>
 
 #include <algorithm>
 
@@ -132,9 +131,9 @@ void MainWindow::makeMenu() {
     QMenu* const menu = menuBar()->addMenu(localized("ApplicationMenu"));
     outlets.aboutMenuItem = menu->addAction(QString(), this, [this] { showAbout(); });
     outlets.aboutMenuItem->setMenuRole(QAction::AboutRole);
-    outlets.mainMenuItemTwo = menu->addAction(localized("ShowLogFiles"), this, [] {
-        QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(TrovikLogs::logsDirectory())));
-    });
+    outlets.mainMenuItemTwo = menu->addAction(localized("ShowLogFiles"), this, [this] { LogFiles::show(this); });
+    connect(menu, &QMenu::aboutToShow, outlets.mainMenuItemTwo,
+            [item = outlets.mainMenuItemTwo] { item->setEnabled(!TrovikLogs::logsDirectory().empty()); });
     SupportMenu::addItems(*menu, *this);
     menu->addSeparator();
     outlets.quitMenuItem = menu->addAction(QString(), this, [this] { mController.quitButtonClicked(); });

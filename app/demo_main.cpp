@@ -1,6 +1,7 @@
 // The same window on a simulated device: to look at, to try the tool's behaviour out, and to prove it without a
 // display.
 #include "app/AppDelegate.hpp"
+#include "app/Desktop/ResetWatch.hpp"
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
 #include "app/SupportLog.hpp"
@@ -175,6 +176,7 @@ int main(int argc, char** argv) {
 
     AppDelegate controller(terminate);
     MainWindow window(controller);
+    ResetWatch resetWatch(*controller.outlets().inProgressView, *controller.outlets().completeView);
     window.setWindowTitle(QString::fromStdString(bundle.localizedStringForKey("SimulatedTitle", "", "")));
     DemoPanel* panel = nullptr;
     std::unique_ptr<DemoRun> run;
@@ -210,7 +212,10 @@ int main(int argc, char** argv) {
         for (const auto& fault : options.faults) simulated.addFault(fault);
     });
     device.plug();
-    ConnectedDevices devices([&window](const auto& present) { window.showDevices(present); });
+    ConnectedDevices devices([&](const auto& present) {
+        window.showDevices(present);
+        resetWatch.devicesChanged(!present.empty());
+    });
     devices.start();
     window.show();
     StartUp::windowIsShown();

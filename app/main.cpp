@@ -1,5 +1,6 @@
 // The tool. Picks what the platform interface is made of on this system, and runs the application on it.
 #include "app/AppDelegate.hpp"
+#include "app/Desktop/ResetWatch.hpp"
 #include "app/MainWindow.hpp"
 #include "app/SessionEnd.hpp"
 #include "app/StartUp.hpp"
@@ -82,6 +83,7 @@ int main(int argc, char** argv) {
     AppDelegate controller(terminate);
     StartUp::withThread([&] { controller.applicationWillFinishLaunching(); });
     MainWindow window(controller);
+    ResetWatch resetWatch(*controller.outlets().inProgressView, *controller.outlets().completeView);
     window.show();
     StartUp::windowIsShown();
     controller.applicationDidFinishLaunching();
@@ -91,7 +93,10 @@ int main(int argc, char** argv) {
         DDLog::applicationWillTerminate();
     });
     SystemLog::shared().loggersAreAdded();
-    ConnectedDevices devices([&window](const auto& present) { window.showDevices(present); });
+    ConnectedDevices devices([&](const auto& present) {
+        window.showDevices(present);
+        resetWatch.devicesChanged(!present.empty());
+    });
     devices.start();
     terminate(application->exec());
 }

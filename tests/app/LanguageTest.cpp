@@ -1,12 +1,18 @@
 // The string tables: complete, in step with the code and with one another, and short enough for the window.
+#include "app/Desktop/LogFiles.hpp"
+#include "app/Desktop/ResetWatch.hpp"
 #include "app/Support/ErrorCatalogue.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
 #include "platform/linux/settings/PropertyListFile.hpp"
 #include "tests/app/AppWorld.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 #include <QAction>
 #include <QApplication>
+#include <QClipboard>
+#include <QDialog>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
 #include <QRegularExpression>
@@ -133,6 +139,8 @@ TEST_P(LanguageTest, TableHasTheTextsThatTheToolAsksForAndNoOthers) {
     eachBox(app, [](QWidget&) {});
     // Those of files that this report has none of.
     app.bundle.asked.insert({"ReportLog", "ReportCrash", "ReportTrace"});
+    LogFiles::showPath(&app.window);
+    const ResetWatch watch(*app.outlets.inProgressView, *app.outlets.completeView);
     std::set<std::string> keys;
     for (const auto& [key, text] : table) keys.insert(key);
     EXPECT_EQ(keys, app.bundle.asked);
@@ -163,6 +171,7 @@ TEST_P(LanguageTest, TextsAgreeWithTheEnglishOnesAndWithEachOther) {
              {"ApplicationMenu", "Quit", "ReturnToMainMenu"},
              {"AboutTrovikReset", "ShowLogFiles", "SaveReport", "RecordDetails", "QuitTrovikReset"},
              {"ReportSave", "Cancel"},
+             {"CopyPath", "OK"},
              {"ResetNow", "Cancel"}}) {
         std::set<QChar> keys;
         for (const std::string& key : together) {
@@ -171,6 +180,20 @@ TEST_P(LanguageTest, TextsAgreeWithTheEnglishOnesAndWithEachOther) {
         }
         EXPECT_EQ(keys.size(), together.size()) << together.back();
     }
+}
+
+TEST_P(LanguageTest, PathOfTheLogFolderCanBeCopiedWhereNothingOpensIt) {
+    AppWorld app({GetParam()});
+    LogFiles::showPath(&app.window);
+    auto* const box = app.window.findChild<QDialog*>();
+    const auto* const path = box->findChild<QLineEdit*>();
+    EXPECT_EQ(path->text().toStdString(), TrovikLogs::logsDirectory());
+    EXPECT_EQ(path->selectedText(), path->text());
+    QGuiApplication::clipboard()->setText(QStringLiteral("something else"));
+    for (QPushButton* const button : box->findChildren<QPushButton*>())
+        if (button->text() == table.at("CopyPath")) click(button);
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), path->text());
+    EXPECT_LE(box->minimumSizeHint().width(), app.window.width());
 }
 
 TEST_P(LanguageTest, NothingIsCutOffOnASmallDisplayWithNormalAndBigFonts) {
