@@ -1,6 +1,7 @@
 // The tool. Picks what the platform interface is made of on this system, and runs the application on it.
 #include "app/AppDelegate.hpp"
 #include "app/Desktop/ResetWatch.hpp"
+#include "app/Desktop/SingleInstance.hpp"
 #include "app/MainWindow.hpp"
 #include "app/SessionEnd.hpp"
 #include "app/StartUp.hpp"
@@ -48,8 +49,10 @@ int main(int argc, char** argv) {
     StartUp::openStandardStreams();
     platform::TerminateExceptionHandler exceptionHandler;
     const platform::QtPreload preload;
+    SingleInstance instance;
     QApplication::setDesktopFileName(QStringLiteral("org.trovik.ResetTool"));
     const auto application = StartUp::makeApplication(argc, argv);
+    instance.start();
 
     platform::Platform platform = platform::withLinuxFiles();
     platform.log = [](const std::string& line) { SystemLog::shared().write(line); };
@@ -80,9 +83,11 @@ int main(int argc, char** argv) {
     platform::installCrashHandler(logs.empty() ? logs : logs + "/ResetTool",
                                   "Trovik Reset Tool " + bundle.infoText("CFBundleShortVersionString"));
 
+    if (instance.handedOver()) std::_Exit(EXIT_SUCCESS);
     AppDelegate controller(terminate);
     StartUp::withThread([&] { controller.applicationWillFinishLaunching(); });
     MainWindow window(controller);
+    instance.setWindow(&window);
     ResetWatch resetWatch(*controller.outlets().inProgressView, *controller.outlets().completeView);
     window.show();
     StartUp::windowIsShown();
