@@ -2,6 +2,7 @@
 
 #include "app/LegacyIOConfig.hpp"
 #include "app/SupportLog.hpp"
+#include "app/TrovikMode/ResetSteps.hpp"
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "app/Util/Alert.hpp"
@@ -17,7 +18,6 @@
 #include "platform/Dispatch.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
-#include "platform/ScriptRunner.hpp"
 #include "platform/common/Boundary.hpp"
 
 #include <QAction>
@@ -26,7 +26,6 @@
 #include <QPushButton>
 #include <QWidget>
 
-#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <utility>
@@ -52,21 +51,6 @@ constexpr double kRollingFrequency = 86400.0;  ///< seconds: one file a day
 /// All eight flags: log and handle each kind of exception that nobody caught.
 constexpr std::uint32_t kExceptionHandlingMask = 255;
 
-struct DeviceCommand {
-    std::uint16_t number;
-    std::vector<unsigned char> data;
-    bool awaitResponse;
-    const char* succeeded;  ///< what the log says
-    const char* failed;
-};
-
-const DeviceCommand kReboot = {10, {0xAE, 0x00}, false, "Device rebooted", "Reboot failed"};
-const std::array<DeviceCommand, 3> kClearSequence = {{
-    {113, {}, true, "Hold in bootloader sent", "Hold in bootloader failed"},
-    {10, {0x27, 0x00}, false, "Nonvol cleared", "Nonvol clear failed"},
-    {1500, {}, false, "Boot resumed", "Resume boot failed"},
-}};
-
 /// Opens a device. A device that can't be opened makes the library throw a bare number, which is no exception of its
 /// own and therefore passes through the facade: here it counts as a facade that could not be made.
 std::unique_ptr<UsbTrovikModeIoLink> openDevice(const USBRegistryInfo& record) {
@@ -79,8 +63,8 @@ std::unique_ptr<UsbTrovikModeIoLink> openDevice(const USBRegistryInfo& record) {
 }
 
 /// A command to a device that could not be opened fails without an error text.
-bool send(UsbTrovikModeIoLink* device, const DeviceCommand& command, Error& error) {
-    return device && device->sendIopCommand(command.number, command.data, command.awaitResponse, &error);
+bool send(UsbTrovikModeIoLink* device, const ResetStep& step, Error& error) {
+    return device && device->sendIopCommand(step.command, step.data, step.awaitResponse, &error);
 }
 
 std::string localized(const char* key) {
@@ -234,12 +218,7 @@ void AppDelegate::windowWillClose() {
 }
 
 void AppDelegate::stopStation() {
-    platform::ScriptRunner& runner = platform::scriptRunner();
-    for (const char* const script :
-         {"tell application \"Trovik Station\" to quit", "tell application \"Trovik Station Service\" to quit"}) {
-        // The application is named after either failure: killing it takes its service along.
-        if (!runner.executeAndReturnError(script)) runner.system("/usr/bin/killall \"Trovik Station\"");
-    }
+    ResetSteps::quitStation();
 }
 
 void AppDelegate::runTrovikModeListenLoop() {
@@ -308,11 +287,11 @@ void AppDelegate::trovikModeDeviceDetected(const USBRegistryInfo& record) {
 void AppDelegate::rebootDevice(const USBRegistryInfo& record) {
     const std::unique_ptr<UsbTrovikModeIoLink> device = openDevice(record);
     Error error;
-    if (send(device.get(), kReboot, error)) {
-        DDLogInfo("%s", kReboot.succeeded);
+    if (send(device.get(), ResetSteps::kReboot, error)) {
+        DDLogInfo("%s", ResetSteps::kReboot.succeeded);
         setNextAction(NextAction::ClearOnAttach);
     } else {
-        DDLogInfo("%s: %s", kReboot.failed, error.description().c_str());
+        DDLogInfo("%s: %s", ResetSteps::kReboot.failed, error.description().c_str());
         setNextAction(NextAction::RebootOnAttach);
     }
     SupportLog::identified(device.get());
@@ -320,15 +299,15 @@ void AppDelegate::rebootDevice(const USBRegistryInfo& record) {
 
 void AppDelegate::clearNonvol(const USBRegistryInfo& record) {
     std::unique_ptr<UsbTrovikModeIoLink> device = openDevice(record);
-    for (const DeviceCommand& command : kClearSequence) {
+    for (const ResetStep& step : ResetSteps::kClearSequence) {
         Error error;
-        if (!send(device.get(), command, error)) {
-            DDLogInfo("%s: %s", command.failed, error.description().c_str());
+        if (!send(device.get(), step, error)) {
+            DDLogInfo("%s: %s", step.failed, error.description().c_str());
             SupportLog::identified(device.get());
             device.reset();  // the reboot opens the device anew, which needs it free
             return rebootDevice(record);
         }
-        DDLogInfo("%s", command.succeeded);
+        DDLogInfo("%s", step.succeeded);
         SupportLog::identified(device.get());
     }
     device.reset();  // the next screen says that the device may be unplugged

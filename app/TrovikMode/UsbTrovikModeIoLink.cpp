@@ -1,18 +1,17 @@
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 
 #include "ANT/ANT_Exception.hpp"
-#include "FTX/FTX_Channel.hpp"
 #include "GLO/GLO_Exception.hpp"
-#include "IOL/IOL_Packet.hpp"
+#include "IOA/IOA_Channel.hpp"
 #include "IOU/IOU_UsbLink.hpp"
 #include "THR/THR_CancelRequested.hpp"
+#include "app/TrovikMode/ResetSteps.hpp"
 #include "app/TrovikMode/TrovikModeUtil.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/common/Boundary.hpp"
 
 #include <mutex>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -88,14 +87,11 @@ void UsbTrovikModeIoLink::setIdentificationObserver(IdentificationObserver obser
 
 bool UsbTrovikModeIoLink::sendIopCommand(std::uint16_t command, ByteView data, bool awaitResponse, Error* error) {
     try {
-        ftx::Channel_t channel(*mLink);
-        tellIdentification(mIoPath, channel.Product());
-        keepIdentification(channel);
-        channel.SendIopCommand(command, std::vector<unsigned char>(data.begin(), data.end()));
-        if (awaitResponse) {
-            iol::Packet_t response(command);
-            channel.GetPacket(response);
-        }
+        const auto identified = [&](const ioa::Channel_t& channel) {
+            tellIdentification(mIoPath, channel.Product());
+            keepIdentification(channel);
+        };
+        ResetSteps::issue(*mLink, command, {data.begin(), data.end()}, awaitResponse, identified);
         return true;
     } catch (const glo::Timeout_t& exception) {
         describe(error, "issueCommand Timeout", exception, mIoPath);
