@@ -31,7 +31,7 @@ void Device::detached(Time now) {
     dropTraffic();
     note(RecordEntry::Kind::State, "detached", now);
     // Counted from here and not from the wish: a plug-in that is slow to follow does not shorten the time off the bus.
-    if (mAway) mReturnAt = now + mProfile.rebootTime;
+    if (mAway) mReturnAt = now + timeAway();
     if (!mCable && mReplugAfter) mReplugAt = now + *mReplugAfter;
     mReplugAfter.reset();
 }
@@ -89,11 +89,12 @@ void Device::advance(Time now) {
 void Device::goAway(Time now) {
     mAway = true;
     // With the cable out there is nothing to leave: the reboot simply goes on.
-    if (!mAttached) mReturnAt = now + mProfile.rebootTime;
+    if (!mAttached) mReturnAt = now + timeAway();
 }
 
 void Device::comeBack(Time now) {
     mAway = false;
+    if (std::exchange(mBoots, false)) return setBootState(BootState::Running, now);
     setBootState(BootState::Starting, now);
     if (mProfile.bootWindow) mWindowEnds = now + *mProfile.bootWindow;
 }

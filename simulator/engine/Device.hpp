@@ -130,6 +130,7 @@ class Device {
     void unplugLater(const Fault& fault, Time now);
     void halt(Pipe pipe);
     void goAway(Time now);
+    Duration timeAway() const { return mBoots ? mProfile.bootTime.value_or(Duration{0}) : mProfile.rebootTime; }
     void comeBack(Time now);
 
     std::vector<Fault> strike(const FaultList::Moment& moment, Time now);
@@ -144,7 +145,8 @@ class Device {
 
     BootState mState = BootState::Running;
     bool mCable = false;
-    bool mAway = false;  ///< off the bus by its own wish
+    bool mAway = false;   ///< off the bus by its own wish
+    bool mBoots = false;  ///< resumes its boot off the bus, or is about to
     bool mAttached = false;
     bool mSession = false;
 

@@ -134,6 +134,10 @@ void Device::applicationLayer(const UsbPacket& packet, Time now) {
             return reply(kHoldInBootLoader, {});
         case kResumeBoot:
             if (mState != BootState::HeldInBootLoader) return refused("resume boot without hold");
+            if (mProfile.bootTime) {
+                mBoots = true;
+                mLeaveAt = now + mProfile.leaveDelay;
+            }
             return setBootState(BootState::Running, now);
         default:
             return refused("unknown packet");
@@ -155,6 +159,7 @@ void Device::command(const UsbPacket& packet, Time now) {
             return reply(kDisconnectTimeout, Writer().u32(mProfile.disconnectTimeout).take());
         case kReboot:
             setBootState(BootState::Rebooting, now);
+            mBoots = false;
             mWindowEnds.reset();
             mLeaveAt = now + mProfile.leaveDelay;
             return;

@@ -62,6 +62,7 @@ struct Profile {
     /// would count the command as failed, so a device gives it a moment.
     Duration leaveDelay = std::chrono::milliseconds(20);
     Duration rebootTime = std::chrono::seconds(2);  ///< off the bus
+    std::optional<Duration> bootTime;               ///< off the bus after "resume boot"; nothing: it stays on it
     /// How long the boot loader listens after a reboot; nothing: until somebody tells it what to do.
     std::optional<Duration> bootWindow;
 
