@@ -10,9 +10,8 @@
 #include "app/Util/Logging/DDFileLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DDTTYLogger.hpp"
+#include "app/Util/Logging/DailyLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
-#include "app/Util/Logging/VundLogFileManager.hpp"
-#include "app/Util/Logging/VundLogFormatter.hpp"
 #include "app/Util/ViewUtilities.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Dispatch.hpp"
@@ -44,10 +43,6 @@ void logCaughtException(int line) noexcept {
     }
 }
 
-constexpr const char* kLogFilePrefix = "ResetTool";
-constexpr unsigned kMaximumNumberOfLogFiles = 7;
-constexpr double kRollingFrequency = 86400.0;  ///< seconds: one file a day
-
 /// All eight flags: log and handle each kind of exception that nobody caught.
 constexpr std::uint32_t kExceptionHandlingMask = 255;
 
@@ -74,17 +69,6 @@ std::string localized(const char* key) {
 template <typename Control>
 void setText(Control* control, const char* key) {
     control->setText(QString::fromStdString(localized(key)));
-}
-
-/// Null where there is no place for a log.
-std::shared_ptr<DDFileLogger> makeFileLogger() {
-    if (TrovikLogs::logsDirectory().empty()) return nullptr;
-    auto manager = std::make_shared<VundLogFileManager>(kLogFilePrefix);
-    auto fileLogger = std::make_shared<DDFileLogger>(manager);
-    fileLogger->setLogFormatter(std::make_shared<VundLogFormatter>());
-    manager->setMaximumNumberOfLogFiles(kMaximumNumberOfLogFiles);
-    fileLogger->setRollingFrequency(kRollingFrequency);
-    return fileLogger;
 }
 
 }  // namespace
@@ -127,7 +111,7 @@ void AppDelegate::applicationWillFinishLaunching() {
 void AppDelegate::applicationDidFinishLaunching() {
     TrovikLogs::initLogLevel();
 
-    const auto fileLogger = makeFileLogger();
+    const auto fileLogger = makeDailyLog();
     DDLog::addLogger(DDTTYLogger::sharedInstance());
     DDLog::addLogger(fileLogger);
     if (!fileLogger) DDLogWarn("TRV-501 No home folder: there are no log files and no traces.");
