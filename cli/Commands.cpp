@@ -1,0 +1,259 @@
+#include "cli/Commands.hpp"
+
+#include <algorithm>
+#include <istream>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <set>
+#include <utility>
+
+namespace twin {
+namespace {
+
+constexpr int kSchema = 1;  ///< of the events; counts up when a field changes its meaning or goes
+constexpr std::string_view kUnitPrefix = "unit:";
+
+std::optional<std::uint32_t> unitOf(const std::string& name) {
+    if (!name.starts_with(kUnitPrefix)) return std::nullopt;
+    try {
+        return static_cast<std::uint32_t>(std::stoul(name.substr(kUnitPrefix.size())));
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+/// One run of the program.
+class Run {
+  public:
+    Run(const Options& options, const Surroundings& surroundings)
+        : mOptions(options),
+          mSurroundings(surroundings),
+          mJournal(surroundings.journalFolder),
+          mReporter(surroundings.out, surroundings.people,
+                    {options.json, surroundings.isTerminal, options.traceFolder}),
+          mDispatcher(
+              {options.plan, options.jobs, surroundings.lockFolder, surroundings.diagnosis, surroundings.stageBegan},
+              surroundings.workers, mJournal, mReporter) {
+        if (surroundings.onCancel) surroundings.onCancel([this] { mDispatcher.cancel(); });
+    }
+    ~Run() {
+        if (mSurroundings.onCancel) mSurroundings.onCancel({});
+    }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
+    Status operator()() {
+        mDispatcher.tell({{"event", "hello"}, {"version", mSurroundings.version}, {"schema", kSchema}});
+        if (mOptions.command != Options::Command::Resume) noteHeld();
+        Status status = command();
+        if (mDispatcher.isCancelled()) status = Status::Cancelled;
+        Event result{{"event", "result"}, {"status", static_cast<int>(status)}, {"outcome", nameOf(status)}};
+        if (!mTally.empty()) {
+            for (const auto& [outcome, number] : mTally) result["tally"][outcome] = number;
+        }
+        result["text"] = resultText(status);
+        mDispatcher.tell(std::move(result));
+        return status;
+    }
+
+  private:
+    using Chosen = std::vector<std::pair<Device, std::optional<std::uint32_t>>>;
+
+    Status command() {
+        switch (mOptions.command) {
+            case Options::Command::List:
+                return list();
+            case Options::Command::Check:
+            case Options::Command::Explain:
+                return check();
+            case Options::Command::Reset:
+                return reset();
+            case Options::Command::Resume:
+                return resume();
+            case Options::Command::Report:
+                break;
+        }
+        return fail({Cause::InternalError, Status::Failed, "Reports can't be made by this build."});
+    }
+
+    Status list() {
+        const auto devices = mDispatcher.waitForDevices(0, {});
+        tellOf(devices);
+        if (mOptions.watch) mDispatcher.watch();
+        return devices.empty() && !mOptions.watch ? noneFound() : Status::Done;
+    }
+
+    Status check() {
+        Chosen chosen;
+        if (const Status status = choose(chosen, true); status != Status::Done) return status;
+        std::vector<Device> devices;
+        for (const auto& [device, unit] : chosen) devices.push_back(device);
+        std::vector<Status> statuses;
+        for (const auto& inspection : mDispatcher.inspect(devices)) {
+            Event event{{"event", "device"}, {"port", inspection.device.port}};
+            if (inspection.identity) {
+                event["unit"] = inspection.identity->unit;
+                event["product"] = inspection.identity->product;
+                event["productId"] = inspection.identity->productId;
+                event["softwareVersion"] = inspection.identity->softwareVersion;
+                event["state"] = "identified";
+            } else {
+                event["product"] = inspection.device.product;
+                event["state"] = "failed";
+                Dispatcher::describe(event, *inspection.failure);
+            }
+            statuses.push_back(inspection.failure ? inspection.failure->status : Status::Done);
+            event["status"] = static_cast<int>(statuses.back());
+            mDispatcher.tell(std::move(event));
+        }
+        return overall(statuses);
+    }
+
+    Status reset() {
+        Chosen chosen;
+        if (!mOptions.each) {
+            if (const Status status = choose(chosen, mOptions.all); status != Status::Done) return status;
+        }
+        if (!mOptions.yes) {
+            if (const Status status = confirm(chosen); status != Status::Done) return status;
+        }
+        for (const auto& [device, unit] : chosen) mDispatcher.reset(device, unit);
+        if (mOptions.each) mDispatcher.resetEach(mOptions.count);
+        return work();
+    }
+
+    Status resume() {
+        Chosen chosen;
+        std::vector<std::string> names = mOptions.devices;
+        if (names.empty()) {
+            for (const auto& entry : mJournal.entries()) {
+                names.push_back(entry.unit ? std::string(kUnitPrefix) + std::to_string(entry.unit) : entry.port);
+            }
+            if (names.empty()) return fail({Cause::DeviceNotFound, Status::NoneFound, "None was left held."});
+        }
+        if (const Status status = find(names, chosen); status != Status::Done) return status;
+        for (const auto& [device, unit] : chosen) mDispatcher.resume(device, unit);
+        return work();
+    }
+
+    Status work() {
+        std::vector<Status> statuses;
+        for (const auto& result : mDispatcher.run()) {
+            statuses.push_back(result.status);
+            if (mOptions.each) ++mTally[std::string(nameOf(result.status))];
+        }
+        return overall(statuses);
+    }
+
+    /// The devices that are meant. Never one of several by chance.
+    Status choose(Chosen& chosen, bool takesAll) {
+        if (!mOptions.devices.empty()) return find(mOptions.devices, chosen);
+        const auto devices = mDispatcher.waitForDevices(mOptions.wait, {});
+        if (devices.empty()) return noneFound();
+        if (devices.size() > 1 && !takesAll) {
+            tellOf(devices);
+            return fail({Cause::SeveralDevices, Status::Ambiguous, "Name one, or use --all."});
+        }
+        for (const Device& device : devices) chosen.emplace_back(device, std::nullopt);
+        return Status::Done;
+    }
+
+    /// A unit id is learnt by opening what is attached.
+    Status find(const std::vector<std::string>& names, Chosen& chosen) {
+        std::set<std::string> ports;
+        for (const std::string& name : names) {
+            if (!name.starts_with(kUnitPrefix)) ports.insert(name);
+        }
+        const auto devices = mDispatcher.waitForDevices(mOptions.wait, ports);
+        std::vector<Dispatcher::Inspection> inspections;
+        if (ports.size() < names.size()) {
+            if (mOptions.plan.quitsStation && mOptions.command == Options::Command::Reset) mDispatcher.quitStation();
+            inspections = mDispatcher.inspect(devices);
+        }
+        for (const std::string& name : names) {
+            const auto unit = unitOf(name);
+            const auto isMeant = [&](const auto& inspection) {
+                return inspection.identity && inspection.identity->unit == unit;
+            };
+            const auto byPort = std::ranges::find(devices, name, &Device::port);
+            const auto byUnit = std::ranges::find_if(inspections, isMeant);
+            if (byPort != devices.end()) {
+                chosen.emplace_back(*byPort, std::nullopt);
+            } else if (unit && byUnit != inspections.end()) {
+                chosen.emplace_back(byUnit->device, unit);
+            } else {
+                return fail({Cause::DeviceNotFound, Status::NoneFound, "There is no " + name + "."});
+            }
+        }
+        return Status::Done;
+    }
+
+    Status confirm(const Chosen& chosen) {
+        if (!mSurroundings.isTerminal) {
+            mReporter.line("Without a terminal nobody can be asked: use --yes.");
+            return Status::Usage;
+        }
+        if (mOptions.plan.quitsStation) mDispatcher.quitStation();
+        std::vector<Device> devices;
+        for (const auto& [device, unit] : chosen) devices.push_back(device);
+        mReporter.line(mOptions.each ? "All settings of every device that is plugged in will be erased."
+                                     : "All settings of these devices will be erased:");
+        for (const auto& inspection : mDispatcher.inspect(devices)) {
+            std::string line = "  " + inspection.device.port + "  " + inspection.device.product;
+            if (inspection.identity) line += "  unit " + std::to_string(inspection.identity->unit);
+            mReporter.line(line);
+        }
+        mReporter.line("Type \"yes\" to go on:");
+        std::string answer;
+        std::getline(mSurroundings.in, answer);
+        return answer == "yes" ? Status::Done : Status::Cancelled;
+    }
+
+    void tellOf(const std::vector<Device>& devices) {
+        for (const Device& device : devices) {
+            mDispatcher.tell(
+                {{"event", "device"}, {"port", device.port}, {"product", device.product}, {"state", "attached"}});
+        }
+    }
+
+    /// What a run left behind that was killed. One that is still at work has its lock.
+    void noteHeld() {
+        for (const auto& entry : mJournal.entries()) {
+            if (!DeviceLock::take(mSurroundings.lockFolder, entry.port)) continue;
+            Event event{{"event", "note"}, {"port", entry.port}};
+            if (entry.unit) event["unit"] = entry.unit;
+            Dispatcher::describe(event, {Cause::StoppedHalfway, Status::Failed,
+                                         "The device was left held: \"trovik-reset resume\" lets it start."});
+            mDispatcher.tell(std::move(event));
+        }
+    }
+
+    Status noneFound() { return fail({Cause::DeviceNotFound, Status::NoneFound, {}}); }
+
+    Status fail(const Failure& failure) {
+        Event event{{"event", "note"}};
+        mDispatcher.tell(Dispatcher::describe(event, failure));
+        return failure.status;
+    }
+
+    std::string resultText(Status status) const {
+        std::string text = "Result: " + std::string(nameOf(status)) + " (" + std::to_string(static_cast<int>(status));
+        for (const auto& [outcome, number] : mTally) text += ", " + std::to_string(number) + " " + outcome;
+        return text + ")";
+    }
+
+    const Options& mOptions;
+    const Surroundings& mSurroundings;
+    const Journal mJournal;
+    Reporter mReporter;
+    Dispatcher mDispatcher;
+    std::map<std::string, int> mTally;  ///< of --each: devices by outcome
+};
+
+}  // namespace
+
+Status run(const Options& options, const Surroundings& surroundings) {
+    return Run(options, surroundings)();
+}
+
+}  // namespace twin

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "cli/Dispatcher.hpp"
+#include "cli/Outcome.hpp"
+#include "cli/ResetSequence.hpp"
+#include "cli/Workers.hpp"
+
+#include <functional>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace twin {
+
+/// What the command line asks for.
+struct Options {
+    enum class Command { List, Check, Reset, Resume, Explain, Report };
+
+    Command command = Command::List;
+    std::vector<std::string> devices;  ///< ports and unit ids
+    bool all = false;
+    bool each = false;
+    std::size_t count = 0;
+    bool yes = false;
+    bool json = false;
+    bool watch = false;
+    double wait = 0;  ///< seconds
+    std::size_t jobs = 0;
+    ResetSequence::Plan plan;
+    std::string traceFolder;
+    std::string reportFile;
+    std::optional<std::string> scenario;
+};
+
+/// Reads the command line. Help, and what is wrong with it, is written to the streams.
+/// @return nothing where that was all; then `status` says how it ended
+[[nodiscard]] std::optional<Options> parse(const std::vector<std::string>& arguments, std::ostream& help,
+                                           std::ostream& errors, Status& status);
+
+/// What a command works with. All of it is borrowed.
+struct Surroundings {
+    std::istream& in;
+    std::ostream& out;        ///< JSON lines and tables
+    std::ostream& people;     ///< sentences
+    bool isTerminal = false;  ///< a person can be asked
+    Workers& workers;
+    std::string lockFolder;
+    std::string journalFolder;
+    std::string version;
+    DeviceVisit::Diagnosis diagnosis = systemDiagnosis;
+    std::function<void(Stage)> stageBegan = {};
+    /// Is handed what ends the run early, and an empty function once it must not be called any more.
+    std::function<void(std::function<void()>)> onCancel = {};
+};
+
+/// Runs one command to its end. Blocks. The thread becomes that of the dispatcher's loop.
+[[nodiscard]] Status run(const Options& options, const Surroundings& surroundings);
+
+}  // namespace twin

@@ -1,0 +1,163 @@
+#pragma once
+
+#include "cli/DeviceLock.hpp"
+#include "cli/DeviceVisit.hpp"
+#include "cli/Devices.hpp"
+#include "cli/Journal.hpp"
+#include "cli/Outcome.hpp"
+#include "cli/Reporter.hpp"
+#include "cli/ResetSequence.hpp"
+#include "cli/UsbGate.hpp"
+#include "cli/Workers.hpp"
+#include "platform/CFRunLoop.hpp"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace twin {
+
+/// Drives the resets of one run. It looks at the registry once a second and whenever the registry tells of something,
+/// has each new entry that anybody may be waiting for opened once, beside the others, and hands it to whoever waits for
+/// the unit id that it reports; an entry that nobody waits for is let go of and not opened again.
+///
+/// The main thread runs the loop: it looks, starts openings, lets time pass in the sequences, and reports. Workers open
+/// devices and do what the sequences say. Everything that both touch is behind one mutex, which nobody holds while a
+/// device is talked to, a file is written or an event is reported.
+class Dispatcher final : public ResetSequence::Observer {
+  public:
+    struct Settings {
+        ResetSequence::Plan plan;
+        std::size_t jobs = 0;    ///< resets at a time; 0 for all
+        std::string lockFolder;  ///< as DeviceLock::take has it
+        DeviceVisit::Diagnosis diagnosis = systemDiagnosis;
+        /// Called as a stage begins, with the mutex held; for simulated worlds in which something happens then.
+        std::function<void(Stage)> stageBegan;
+    };
+
+    /// What became of one device.
+    struct Result {
+        Device device;
+        std::optional<std::uint32_t> unit;
+        Status status = Status::Failed;
+    };
+
+    /// What opening a device told.
+    struct Inspection {
+        Device device;
+        std::optional<Identity> identity;
+        std::optional<Failure> failure;
+    };
+
+    /// What is passed by reference must outlive the dispatcher.
+    Dispatcher(Settings settings, Workers& workers, const Journal& journal, Reporter& reporter);
+    ~Dispatcher() override;
+    Dispatcher(const Dispatcher&) = delete;
+    Dispatcher& operator=(const Dispatcher&) = delete;
+
+    /// @name Before run()
+    /// @{
+    void reset(const Device& device, std::optional<std::uint32_t> unit = {});
+    void resume(const Device& device, std::optional<std::uint32_t> unit = {});
+    /// Every device that is attached or attaches, each once, until so many have been done; 0 for until cancelled.
+    void resetEach(std::size_t count);
+    /// @}
+
+    /// Does what was asked for. Blocks until all of it is over. Main thread.
+    std::vector<Result> run();
+
+    /// Has the companion programs quit, once. Blocks. Main thread; run() does it by itself.
+    void quitStation();
+
+    /// Opens and identifies devices, all at once, and lets them go. Blocks. Main thread.
+    std::vector<Inspection> inspect(const std::vector<Device>& devices);
+
+    /// Waits until the registry has at least one device, and one at each of the ports. Blocks. Main thread.
+    /// @param seconds  0 for one look
+    std::vector<Device> waitForDevices(double seconds, const std::set<std::string>& ports);
+
+    /// Tells of devices that come and go, until cancelled. Blocks. Main thread.
+    void watch();
+
+    /// Ends what is under way: waits are cut, and held devices are let start. Never blocks. Any thread.
+    void cancel();
+    [[nodiscard]] bool isCancelled() const;
+
+    /// Reports an event, with the time in it. Main thread.
+    void tell(Event event);
+    /// A failure as an event.
+    static Event& describe(Event& event, const Failure& failure);
+
+  private:
+    struct Job;
+    struct Entry;
+    using Now = platform::CFAbsoluteTime;
+
+    // ResetSequence::Observer; under mMutex
+    void stageBegan(const ResetSequence& sequence, Stage stage) override;
+    void stageEnded(const ResetSequence& sequence, Stage stage, const Failure* failure) override;
+
+    // Main thread:
+    void subscribe();
+    void loopUntil(const std::function<bool()>& isDone, bool looks);
+    void look(Now now);
+    void advance(Now now);
+    void report();
+    void startVisits(Now now);
+    bool start(std::function<void()> work);  ///< false where no thread is to be had
+    void startQuitting();
+
+    // Workers:
+    void visit(const Device& device, UsbGate& gate);
+    Job* offer(const Device& device, std::uint32_t unit, const UsbGate& gate);
+    void doSteps(Job& job, DeviceVisit& visit);
+    void openFailed(const Device& device, const Failure& failure);
+
+    // Under mMutex:
+    Job& add(const Device& device, std::optional<std::uint32_t> unit);
+    void begin(Job& job, Now now);
+    void note(Event event);
+    Event deviceEvent(const Job& job, const char* kind) const;
+    bool lockUnit(Job& job, Now now);
+    void noteDepartures(const std::vector<Device>& attached);
+
+    Event stamped(Event event) const;
+    void wake();
+
+    const Settings mSettings;
+    Workers& mWorkers;
+    const Journal& mJournal;
+    Reporter& mReporter;
+    const std::shared_ptr<platform::CFRunLoop> mLoop;
+    const Now mStart;
+    std::unique_ptr<platform::IONotificationPort> mPort;
+    std::vector<std::unique_ptr<platform::IOIterator>> mNotifications;
+    Now mNextLook = 0;         ///< main thread
+    Now mLastLook = 0;         ///< main thread
+    bool mQuitWanted = false;  ///< main thread
+    bool mQuits = false;       ///< main thread; the companion has been asked to quit
+
+    mutable std::mutex mMutex;
+    // All of the following is under mMutex.
+    std::vector<std::unique_ptr<Job>> mJobs;
+    std::map<std::uint64_t, Entry> mEntries;  ///< by entry id
+    std::set<std::shared_ptr<UsbGate>> mGates;
+    std::deque<Event> mEvents;  ///< not yet reported
+    std::set<std::uint32_t> mDoneUnits;
+    std::size_t mWorking = 0;  ///< workers under way
+    bool mCancelled = false;
+    bool mHasQuitStation = false;
+    bool mHasLooked = false;
+    bool mRefused = false;  ///< the registry could not be asked, at the last look
+    bool mEach = false;
+    std::size_t mEachCount = 0;
+};
+
+}  // namespace twin

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "app/Support/ErrorCatalogue.hpp"
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace twin {
+
+/// How the program, or one device's reset, ended: the exit status.
+enum class Status {
+    Done = 0,
+    Failed = 1,
+    Usage = 2,         ///< the command line was wrong
+    NoneFound = 3,     ///< there is no such device
+    Ambiguous = 4,     ///< several devices and none chosen
+    NotAllowed = 5,    ///< this account may not open the device, or nobody confirmed
+    Busy = 6,          ///< another program holds the device
+    TimedOut = 7,      ///< a stage took longer than its limit
+    NotSeenAgain = 8,  ///< cleared, but the device has not come back and identified itself
+    OtherRun = 9,      ///< another run of this program, or the window, works on the device
+    Cancelled = 130,
+};
+
+/// The status in a word, for JSON: "done", "timed-out".
+[[nodiscard]] std::string_view nameOf(Status status);
+
+/// The status of a run over several devices: the gravest of theirs.
+[[nodiscard]] Status overall(std::span<const Status> statuses);
+
+/// The stages of one device's reset, in their order.
+enum class Stage { Quit, Reboot, Gone, Back, Hold, Clear, Resume, BackAgain, IdentifiedAgain };
+
+/// What is fixed about a stage.
+struct StageInfo {
+    std::string_view name;  ///< in JSON and in --limit
+    double limit;           ///< seconds, unless --limit says otherwise
+    std::string_view text;  ///< for people: what is going on
+};
+
+inline constexpr std::array<StageInfo, 9> kStages = {{
+    {"quit", 15, "asking Trovik Station to quit"},
+    {"reboot", 15, "telling the device to reboot"},
+    {"gone", 10, "waiting for the device to leave"},
+    {"back", 60, "waiting for the device to come back"},
+    {"hold", 15, "holding the device in its boot loader"},
+    {"clear", 15, "clearing the settings"},
+    {"resume", 15, "letting the device start"},
+    {"back-again", 60, "waiting for the device to start"},
+    {"identified-again", 15, "looking whether the device is the same"},
+}};
+
+[[nodiscard]] constexpr const StageInfo& info(Stage stage) {
+    return kStages[static_cast<std::size_t>(stage)];
+}
+[[nodiscard]] std::optional<Stage> stageNamed(std::string_view name);
+
+/// Why something failed: the cause by which documents and scripts know it, the status that follows, and what was seen.
+struct Failure {
+    Cause cause = Cause::InternalError;
+    Status status = Status::Failed;
+    std::string seen;           ///< whole sentences, beyond the catalogue's; may be empty
+    bool disconnected = false;  ///< it was the device's leaving
+
+    [[nodiscard]] std::string_view id() const { return ErrorCatalogue::entry(cause).id; }
+    [[nodiscard]] std::string text() const;  ///< what is the matter, for people
+    [[nodiscard]] std::string_view remedy() const { return ErrorCatalogue::entry(cause).remedy; }
+};
+
+}  // namespace twin

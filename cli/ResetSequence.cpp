@@ -1,0 +1,279 @@
+#include "cli/ResetSequence.hpp"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace twin {
+
+std::array<double, kStages.size()> ResetSequence::Plan::usualLimits() {
+    std::array<double, kStages.size()> limits{};
+    std::ranges::transform(kStages, limits.begin(), &StageInfo::limit);
+    return limits;
+}
+
+ResetSequence::ResetSequence(USBRegistryInfo device, std::optional<std::uint32_t> unit, const Plan& plan,
+                             Observer& observer)
+    : mDevice(std::move(device)), mUnit(unit), mPlan(plan), mObserver(observer) {}
+
+// ---- what happens
+
+void ResetSequence::begin(double now) {
+    enter(mPlan.quitsStation ? Stage::Quit : Stage::Reboot, now);
+}
+
+void ResetSequence::beginResume(double now) {
+    mBoot = Boot::Held;
+    mLast = true;
+    enter(Stage::Resume, now);
+}
+
+void ResetSequence::stationQuit(double now) {
+    tick(now);
+    if (isOver() || mStage != Stage::Quit) return;
+    leave();
+    enter(Stage::Reboot, now);
+}
+
+void ResetSequence::looked(std::span<const USBRegistryInfo> attached, double now) {
+    if (isOver()) return;
+    const auto found = std::ranges::find(attached, mDevice.ioId(), &USBRegistryInfo::ioId);
+    mPresent = found != attached.end();
+    if (mStage == Stage::Gone && !mPresent) {
+        leave();
+        enter(Stage::Back, now);
+    }
+}
+
+void ResetSequence::tick(double now) {
+    // What is done over a link has the same limit and ends by itself.
+    if (isOver() || mVisited || now < mDeadline) return;
+    switch (mStage) {
+        case Stage::Gone:
+            return stepFailed(timeUp(), now);
+        case Stage::Resume:
+            return mLast ? giveUp(timeUp(), now) : stepFailed(timeUp(), now);
+        case Stage::BackAgain:
+        case Stage::IdentifiedAgain:
+        case Stage::Quit:
+        case Stage::Reboot:
+        case Stage::Back:  // there is no device that could be told to reboot
+        case Stage::Hold:
+        case Stage::Clear:
+            return giveUp(mOpenFailure.value_or(timeUp()), now);
+    }
+}
+
+void ResetSequence::cancel(double now) {
+    if (isOver()) return;
+    mCancelled = true;
+    // Whoever has the device open is cut off, and says so by stepEnded.
+    if (mVisited || mLast) return;
+    const Failure cancelled{Cause::StoppedHalfway, Status::Cancelled, "It was cancelled."};
+    if (mStageIsOpen) leave(&cancelled);
+    letStartOrFinish(now);
+}
+
+void ResetSequence::fail(const Failure& failure, double now) {
+    if (!isOver()) giveUp(failure, now);
+}
+
+// ---- opening an entry
+
+bool ResetSequence::wants(const USBRegistryInfo& entry, std::optional<std::uint32_t> unit, double now) const {
+    if (isOver() || mVisited || !mStageIsOpen) return false;
+    const bool isOwn = entry.ioId() == mDevice.ioId();
+    if (!isOwn && mUnit.value_or(0) != 0) {
+        if (unit && *unit != *mUnit) return false;
+    } else if (!isOwn && entry.ioPath() != mDevice.ioPath()) {
+        return false;
+    }
+    switch (mStage) {
+        case Stage::Reboot:
+        case Stage::Resume:
+            return true;
+        case Stage::Gone:
+        case Stage::Back:
+            return !isOwn;
+        case Stage::BackAgain:
+            return !isOwn || now >= mBegan + kSettle;
+        case Stage::IdentifiedAgain:
+            return true;
+        case Stage::Quit:
+        case Stage::Hold:
+        case Stage::Clear:
+            return false;
+    }
+    return false;
+}
+
+bool ResetSequence::offered(const USBRegistryInfo& entry, std::uint32_t unit, double now) {
+    if (!wants(entry, unit, now)) return false;
+    mVisited = true;
+    mPresent = true;
+    mUnit = mUnit.value_or(unit);
+    mDevice = entry;
+    if (mStage == Stage::Gone) {
+        leave();  // it came back before anybody saw that it had left
+        enter(Stage::Back, now);
+    }
+    if (mStage == Stage::Back) {
+        leave();
+        enter(Stage::Hold, now);
+    } else if (mStage == Stage::BackAgain) {
+        leave();
+        enter(Stage::IdentifiedAgain, now);
+    }
+    return true;
+}
+
+void ResetSequence::openFailed(const USBRegistryInfo& entry, const Failure& failure, double now) {
+    if (isOver() || mVisited || entry.ioPath() != mDevice.ioPath()) return;
+    mOpenFailure = failure;
+    if (mStage == Stage::Reboot && mBoot == Boot::Untouched) stepFailed(failure, now);
+}
+
+std::optional<Stage> ResetSequence::step() const {
+    if (isOver() || !mVisited) return std::nullopt;
+    return mStage;
+}
+
+void ResetSequence::stepSent(double) {
+    mSent = true;
+    if (mStage == Stage::Hold) mBoot = Boot::PerhapsHeld;
+}
+
+void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now) {
+    if (isOver()) return;
+    const bool sent = std::exchange(mSent, false);
+    const bool ordersLeaving = mStage == Stage::Reboot || mStage == Stage::Resume;
+    if (failure && !(sent && failure->disconnected && ordersLeaving)) return stepFailed(*failure, now);
+    leave();
+    switch (mStage) {
+        case Stage::Reboot:
+            mBoot = Boot::Rebooting;
+            mVisited = false;
+            enter(Stage::Gone, now);
+            break;
+        case Stage::Hold:
+            mBoot = Boot::Held;
+            enter(Stage::Clear, now);
+            break;
+        case Stage::Clear:
+            mCleared = true;
+            enter(Stage::Resume, now);
+            break;
+        case Stage::Resume:
+            mBoot = Boot::Started;
+            mVisited = false;
+            if (mLast) return finish(mFailure ? mFailure->status : mCancelled ? Status::Cancelled : Status::Done);
+            enter(Stage::BackAgain, now);
+            break;
+        case Stage::IdentifiedAgain:
+            mBoot = Boot::Back;
+            mVisited = false;
+            return finish(Status::Done);
+        case Stage::Quit:
+        case Stage::Gone:
+        case Stage::Back:
+        case Stage::BackAgain:
+            break;  // nothing of these is done over a link
+    }
+    // A cancel that came too late for this step.
+    if (mCancelled && !mVisited) cancel(now);
+}
+
+// ---- failures
+
+void ResetSequence::stepFailed(const Failure& failure, double now) {
+    mVisited = false;
+    const bool isResume = mStage == Stage::Resume, isLast = mStage == Stage::IdentifiedAgain;
+    if (isLast && !mCancelled && now < mDeadline) return;  // it is opened again until the limit is over
+    leave(&failure);
+    if (mCancelled || mLast) {
+        if (mLast && isResume)
+            return finish(mFailure ? mFailure->status : mCancelled ? Status::Cancelled : failure.status);
+        return letStartOrFinish(now);
+    }
+    if (isResume) {
+        if (mResumes++ < mPlan.retries) return enter(Stage::Resume, now);
+        mFailure = failure;
+        return enter(Stage::BackAgain, now);  // nothing is cleared again; somebody may switch it off and on
+    }
+    if (isLast || mAttempt > mPlan.retries) return giveUp(failure, now);
+    ++mAttempt;
+    mEarlierFailure = failure;
+    enter(Stage::Reboot, now);
+}
+
+void ResetSequence::giveUp(const Failure& failure, double now) {
+    mFailure = failure;
+    if (mCleared) mFailure->status = Status::NotSeenAgain;
+    if (mStageIsOpen) leave(&failure);
+    if (mLast) return finish(mFailure->status);
+    letStartOrFinish(now);
+}
+
+/// The end, but for a device that waits in its boot loader.
+void ResetSequence::letStartOrFinish(double now) {
+    if (isHeld() && mPresent && !mLast) {
+        mLast = true;
+        enter(Stage::Resume, now);
+        mDeadline = now + kResumeLimit;
+        return;
+    }
+    finish(mCancelled ? Status::Cancelled : mFailure ? mFailure->status : Status::Failed);
+}
+
+void ResetSequence::finish(Status status) {
+    mStatus = mCancelled ? Status::Cancelled : status;
+    if (status == Status::Done) mFailure.reset();
+    mVisited = false;
+}
+
+void ResetSequence::enter(Stage stage, double now) {
+    mStage = stage;
+    mStageIsOpen = true;
+    mOpenFailure.reset();
+    mBegan = now;
+    mDeadline = now + mPlan.limit(stage);
+    mObserver.stageBegan(*this, stage);
+}
+
+void ResetSequence::leave(const Failure* failure) {
+    if (std::exchange(mStageIsOpen, false)) mObserver.stageEnded(*this, mStage, failure);
+}
+
+Failure ResetSequence::timeUp() const {
+    if (mStage == Stage::Reboot && mEarlierFailure && !mPresent) return *mEarlierFailure;  // it has been gone since
+    const bool waits = mStage == Stage::Back || mStage == Stage::BackAgain || mStage == Stage::IdentifiedAgain;
+    const Cause cause = mStage == Stage::Quit ? Cause::HeldByProgram : waits ? Cause::DidNotComeBack : Cause::TimedOut;
+    return {cause, Status::TimedOut, "The limit for \"" + std::string(info(mStage).name) + "\" has passed."};
+}
+
+double ResetSequence::nextDue() const {
+    if (isOver() || mVisited) return std::numeric_limits<double>::infinity();
+    const double settled = mBegan + kSettle;
+    return mStage == Stage::BackAgain ? std::min(mDeadline, settled) : mDeadline;
+}
+
+std::string ResetSequence::stateText() const {
+    const std::string store = mCleared ? "Its settings are cleared" : "Its settings are as they were";
+    switch (mBoot) {
+        case Boot::Untouched:
+            return "The device was not touched.";
+        case Boot::Rebooting:
+            return store + "; it was told to reboot and starts by itself.";
+        case Boot::PerhapsHeld:
+            return store + "; it may be waiting in its boot loader: \"trovik-reset resume\" lets it start.";
+        case Boot::Held:
+            return store + "; it waits in its boot loader: \"trovik-reset resume\" lets it start.";
+        case Boot::Started:
+            return store + "; it was told to start.";
+        case Boot::Back:
+            return store + " and it has started.";
+    }
+    return store;
+}
+
+}  // namespace twin

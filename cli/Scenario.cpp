@@ -1,0 +1,84 @@
+#include "cli/Scenario.hpp"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace twin {
+
+ScenarioWorld::ScenarioWorld(const Scenario& scenario, simulator::Drive& drive) : mDrive(drive), mBus(drive) {
+    std::vector<std::size_t> plugged;
+    for (const ScenarioDevice& device : scenario.devices) {
+        const std::size_t port = mBus.addDevice(device.profile);
+        mBus.withDevice(port, [&](simulator::Device& simulated, simulator::Time now) {
+            for (const auto& fault : device.faults) simulated.addFault(fault);
+            simulated.setBootState(device.state, now);
+        });
+        if (device.plugged) plugged.push_back(port);
+    }
+    for (const auto& fault : scenario.busFaults) mBus.addFault(fault);
+    mBus.plug(plugged);
+    for (const Cue& cue : scenario.cues) {
+        if (cue.stage) {
+            mWaiting.push_back(cue);
+        } else {
+            mPending.emplace(drive.now() + cue.after, cue);
+        }
+    }
+}
+
+void ScenarioWorld::setCancel(std::function<void()> cancel) {
+    const std::lock_guard lock(mMutex);
+    mCancel = std::move(cancel);
+}
+
+void ScenarioWorld::stageBegan(Stage stage) {
+    {
+        const std::lock_guard lock(mMutex);
+        const auto ofStage = [&](const Cue& cue) { return cue.stage == stage; };
+        for (const Cue& cue : mWaiting) {
+            if (ofStage(cue)) mPending.emplace(mDrive.now() + cue.after, cue);
+        }
+        std::erase_if(mWaiting, ofStage);
+    }
+    mDrive.dueChanged();
+}
+
+std::optional<simulator::Time> ScenarioWorld::nextDue() {
+    auto due = mBus.nextDue();
+    const std::lock_guard lock(mMutex);
+    if (!mPending.empty()) simulator::bringForward(due, mPending.begin()->first);
+    return due;
+}
+
+void ScenarioWorld::run(simulator::Time now) {
+    mBus.run(now);
+    for (;;) {
+        Cue cue;
+        std::function<void()> cancel;
+        {
+            const std::lock_guard lock(mMutex);
+            if (mPending.empty() || mPending.begin()->first > now) return;
+            cue = mPending.extract(mPending.begin()).mapped();
+            cancel = mCancel;
+        }
+        switch (cue.what) {
+            case Cue::What::Plug:
+                mBus.plug(cue.device);
+                break;
+            case Cue::What::Unplug:
+                mBus.unplug(cue.device);
+                break;
+            case Cue::What::Cancel:
+                if (cancel) cancel();
+                break;
+        }
+    }
+}
+
+const Scenario* scenarioNamed(std::string_view name) {
+    const auto found = std::ranges::find(scenarios(), name, &Scenario::name);
+    return found == scenarios().end() ? nullptr : &*found;
+}
+
+}  // namespace twin

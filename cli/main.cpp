@@ -1,0 +1,167 @@
+// trovik-reset: resets devices without a window. Picks what the platform interface is made of, and runs one command.
+#include "app/LegacyIOConfig.hpp"
+#include "app/Util/Logging/DDFileLogger.hpp"
+#include "app/Util/Logging/DDLog.hpp"
+#include "app/Util/Logging/DailyLog.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
+#include "cli/Commands.hpp"
+#include "cli/Scenario.hpp"
+#include "cli/UsbGate.hpp"
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
+#include "platform/ScriptRunner.hpp"
+#include "platform/common/RunLoopMainQueue.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "platform/linux/process/SignalScriptRunner.hpp"
+#include "platform/linux/settings/Bundle.hpp"
+#include "platform/linux/settings/UserDefaults.hpp"
+#include "platform/linux/usb/UdevRegistry.hpp"
+#include "simulator/engine/RealTimeDrive.hpp"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace {
+
+/// What ends a run: the first signal asks for it, the second ends the process.
+class Signals {
+  public:
+    /// Before any other thread: they all inherit that the signals wait for the one thread that takes them.
+    Signals() {
+        std::signal(SIGPIPE, SIG_IGN);
+        sigemptyset(&mSet);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&mSet, signal);
+        pthread_sigmask(SIG_BLOCK, &mSet, nullptr);
+    }
+
+    void setCancel(std::function<void()> cancel) {
+        const std::lock_guard lock(mMutex);
+        mCancel = std::move(cancel);
+    }
+
+    /// The thread ends with the process.
+    void take() {
+        std::thread([this] {
+            for (int number = 0, signal = 0; ::sigwait(&mSet, &signal) == 0; ++number) {
+                const std::lock_guard lock(mMutex);
+                if (number > 0 || !mCancel) std::_Exit(static_cast<int>(twin::Status::Cancelled));
+                mCancel();
+            }
+        }).detach();
+    }
+
+  private:
+    sigset_t mSet{};
+    std::mutex mMutex;
+    std::function<void()> mCancel;  ///< under mMutex
+};
+
+/// Programs of this computer have nothing to do with simulated devices.
+class NoScripts final : public platform::ScriptRunner {
+  public:
+    bool executeAndReturnError(const std::string&) override { return true; }
+    int system(const std::string&) override { return 0; }
+};
+
+/// Descriptors 0 to 2 that the program was started without would become those of the next files, perhaps a log's.
+void openStandardStreams() {
+    for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+        if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) < 0) return;
+    }
+}
+
+/// A command on simulated devices, in real time.
+twin::Status runSimulated(const twin::Scenario& scenario, const twin::Options& options, twin::Surroundings surroundings,
+                          platform::Platform platform) {
+    simulator::RealTimeDrive drive;
+    twin::ScenarioWorld world(scenario, drive);
+    twin::GatedRegistry registry(world.bus());
+    NoScripts scripts;
+    platform.masterPort = &registry;
+    platform.scriptRunner = &scripts;
+    const platform::PlatformScope scope(platform);
+    surroundings.lockFolder.clear();
+    surroundings.journalFolder.clear();
+    surroundings.diagnosis = twin::plainDiagnosis;
+    surroundings.stageBegan = [&](twin::Stage stage) { world.stageBegan(stage); };
+    surroundings.onCancel = [&, onSignal = surroundings.onCancel](std::function<void()> cancel) {
+        world.setCancel(cancel);
+        onSignal(std::move(cancel));
+    };
+    drive.start(world);
+    const twin::Status status = twin::run(options, surroundings);
+    drive.requestStop();
+    drive.join();
+    return status;
+}
+
+[[noreturn]] void terminate(twin::Status status) {
+    std::cout.flush();
+    DDLog::applicationWillTerminate();
+    std::_Exit(static_cast<int>(status));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    openStandardStreams();
+    auto& signals = *new Signals;  // its thread uses it until the process has ended
+    twin::Status status = twin::Status::Done;
+    const auto options = twin::parse({argv + 1, argv + argc}, std::cout, std::cerr, status);
+    if (!options) terminate(status);
+    const twin::Scenario* const scenario = options->scenario ? twin::scenarioNamed(*options->scenario) : nullptr;
+    if (options->scenario && !scenario) {
+        std::cerr << "There is no scenario \"" << *options->scenario << "\". There are:\n";
+        for (const auto& known : twin::scenarios()) std::cerr << "  " << known.name << "  " << known.text << '\n';
+        terminate(twin::Status::Usage);
+    }
+
+    platform::Platform platform = platform::withLinuxFiles();
+    platform.log = [](const std::string& line) { DDLogInfo("%s", line.substr(0, line.find('\n')).c_str()); };
+    const platform::PlatformScope filesScope(platform);
+    platform::Bundle bundle;
+    platform::UserDefaults userDefaults(bundle.bundleIdentifier());
+    platform::AsioRunLoops runLoops;
+    platform::UdevRegistry devices(runLoops);
+    twin::GatedRegistry registry(devices);
+    platform::RunLoopMainQueue mainQueue(runLoops);
+    platform::SignalScriptRunner scriptRunner;
+    platform.runLoops = &runLoops;
+    platform.masterPort = &registry;
+    platform.mainQueue = &mainQueue;
+    platform.mainBundle = &bundle;
+    platform.standardUserDefaults = &userDefaults;
+    platform.scriptRunner = &scriptRunner;
+    const platform::PlatformScope scope(platform);
+
+    TrovikLogs::initLogLevel();
+    if (!scenario) DDLog::addLogger(makeDailyLog());
+    LegacyIOConfig::configureMetaData();
+    signals.take();
+
+    twin::ThreadWorkers workers;
+    const twin::Surroundings surroundings{
+        .in = std::cin,
+        .out = std::cout,
+        .people = std::cerr,
+        .isTerminal = ::isatty(STDIN_FILENO) != 0 && ::isatty(STDERR_FILENO) != 0,
+        .workers = workers,
+        .lockFolder = twin::DeviceLock::usualFolder(),
+        .journalFolder = twin::Journal::usualFolder(),
+        .version = bundle.infoText("CFBundleShortVersionString"),
+        .onCancel = [&signals](std::function<void()> cancel) { signals.setCancel(std::move(cancel)); },
+    };
+    terminate(scenario ? runSimulated(*scenario, *options, surroundings, platform) : twin::run(*options, surroundings));
+}
