@@ -96,7 +96,7 @@ bool ResetSequence::wants(const USBRegistryInfo& entry, std::optional<std::uint3
         case Stage::Back:
             return !isOwn;
         case Stage::BackAgain:
-            return !isOwn || now >= mBegan + kSettle;
+            return !isOwn || (!isHeld() && now >= mBegan + kSettle);
         case Stage::IdentifiedAgain:
             return true;
         case Stage::Quit:

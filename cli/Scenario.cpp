@@ -1,10 +1,19 @@
 #include "cli/Scenario.hpp"
 
+#include "platform/Clock.hpp"
+#include "platform/Platform.hpp"
+
 #include <algorithm>
+#include <chrono>
 #include <iterator>
 #include <utility>
 
 namespace twin {
+
+bool ScenarioScripts::executeAndReturnError(const std::string&) {
+    const double seconds = std::chrono::duration<double>(mTakes).count();
+    return platform::systemClock().MPDelayUntil(platform::CFAbsoluteTimeGetCurrent() + seconds);
+}
 
 ScenarioWorld::ScenarioWorld(const Scenario& scenario, simulator::Drive& drive) : mDrive(drive), mBus(drive) {
     std::vector<std::size_t> plugged;

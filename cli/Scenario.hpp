@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/Outcome.hpp"
+#include "platform/ScriptRunner.hpp"
 #include "simulator/bus/InProcessBus.hpp"
 #include "simulator/engine/Fault.hpp"
 #include "simulator/engine/Profile.hpp"
@@ -45,6 +46,8 @@ struct Scenario {
     std::vector<ScenarioDevice> devices;
     std::vector<simulator::Fault> busFaults = {};
     std::vector<Cue> cues = {};
+    simulator::Duration stationTakes{0};  ///< each of the companion programs, to quit
+    bool otherRun = false;                ///< another run of the program works on the first device
     Status status = Status::Done;
     std::string cause = {};              ///< the id that an event carries; empty for none
     std::optional<Stage> stage = {};     ///< the last one that failed, where one does
@@ -53,6 +56,17 @@ struct Scenario {
 
 [[nodiscard]] std::span<const Scenario> scenarios();
 [[nodiscard]] const Scenario* scenarioNamed(std::string_view name);
+
+/// Stands in for the companion programs: each takes its time to quit, and nothing of this computer is touched.
+class ScenarioScripts final : public platform::ScriptRunner {
+  public:
+    explicit ScenarioScripts(simulator::Duration takes) : mTakes(takes) {}
+    bool executeAndReturnError(const std::string& source) override;
+    int system(const std::string&) override { return 0; }
+
+  private:
+    const simulator::Duration mTakes;
+};
 
 /// A scenario under way: the bus with its devices, and what happens by itself. Driven like any timed work, in real time
 /// or in simulated time.

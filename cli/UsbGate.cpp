@@ -90,6 +90,8 @@ class GatedTransfers final : public platform::CFRunLoopSource, public std::enabl
 
     /// The real transfers go on until the library closes the interface; what they complete then is nobody's any more.
     void completeAll() {
+        // As the source is taken out, what was posted for its mode may still be run, and the pipes have gone by then.
+        if (!mLoop) return;
         std::vector<Pending> ended;
         for (Pending& pending : mPending) {
             if (pending.callback) ended.push_back(pending);

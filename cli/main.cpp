@@ -9,7 +9,6 @@
 #include "cli/UsbGate.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
-#include "platform/ScriptRunner.hpp"
 #include "platform/common/RunLoopMainQueue.hpp"
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
@@ -23,11 +22,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <functional>
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -68,13 +70,6 @@ class Signals {
     std::function<void()> mCancel;  ///< under mMutex
 };
 
-/// Programs of this computer have nothing to do with simulated devices.
-class NoScripts final : public platform::ScriptRunner {
-  public:
-    bool executeAndReturnError(const std::string&) override { return true; }
-    int system(const std::string&) override { return 0; }
-};
-
 /// Descriptors 0 to 2 that the program was started without would become those of the next files, perhaps a log's.
 void openStandardStreams() {
     for (int descriptor = 0; descriptor <= 2; ++descriptor) {
@@ -88,12 +83,16 @@ twin::Status runSimulated(const twin::Scenario& scenario, const twin::Options& o
     simulator::RealTimeDrive drive;
     twin::ScenarioWorld world(scenario, drive);
     twin::GatedRegistry registry(world.bus());
-    NoScripts scripts;
+    twin::ScenarioScripts scripts(scenario.stationTakes);
     platform.masterPort = &registry;
     platform.scriptRunner = &scripts;
     const platform::PlatformScope scope(platform);
-    surroundings.lockFolder.clear();
-    surroundings.journalFolder.clear();
+    const auto folder = std::filesystem::temp_directory_path() / ("trovik-reset-" + std::to_string(::getpid()));
+    std::filesystem::create_directory(folder);
+    surroundings.lockFolder = folder;
+    surroundings.journalFolder = folder / "journal";
+    std::optional<twin::DeviceLock> otherRun;
+    if (scenario.otherRun) otherRun = twin::DeviceLock::take(folder, "1-1");
     surroundings.diagnosis = twin::plainDiagnosis;
     surroundings.stageBegan = [&](twin::Stage stage) { world.stageBegan(stage); };
     surroundings.onCancel = [&, onSignal = surroundings.onCancel](std::function<void()> cancel) {
@@ -104,6 +103,8 @@ twin::Status runSimulated(const twin::Scenario& scenario, const twin::Options& o
     const twin::Status status = twin::run(options, surroundings);
     drive.requestStop();
     drive.join();
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
     return status;
 }
 
