@@ -30,7 +30,7 @@ class Run {
           mSurroundings(surroundings),
           mJournal(surroundings.journalFolder),
           mReporter(surroundings.out, surroundings.people,
-                    {options.json, surroundings.isTerminal, options.traceFolder}),
+                    {options.json, surroundings.drawsLines, options.traceFolder}),
           mDispatcher(
               {options.plan, options.jobs, surroundings.lockFolder, surroundings.diagnosis, surroundings.stageBegan},
               surroundings.workers, mJournal, mReporter) {

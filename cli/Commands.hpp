@@ -44,6 +44,7 @@ struct Surroundings {
     std::ostream& out;        ///< JSON lines and tables
     std::ostream& people;     ///< sentences
     bool isTerminal = false;  ///< a person can be asked
+    bool drawsLines = false;  ///< `people` is a terminal
     Workers& workers;
     std::string lockFolder;
     std::string journalFolder;

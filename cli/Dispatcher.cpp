@@ -25,6 +25,10 @@ double now() {
     return platform::CFAbsoluteTimeGetCurrent();
 }
 
+Failure lockedByOther() {
+    return {Cause::HeldByProgram, Status::OtherRun, "Another run works on the device."};
+}
+
 double toMilliseconds(double seconds) {
     return std::round(seconds * 1000) / 1000;
 }
@@ -44,7 +48,14 @@ struct Dispatcher::Job {
     bool resumes = false;  ///< is only let start
     bool told = false;     ///< that it is over
     bool hasUnitLock = false;
-    std::vector<DeviceLock> locks;
+    std::vector<std::shared_ptr<DeviceLock>> locks;
+};
+
+/// One opening of a device.
+struct Dispatcher::Visit {
+    Device device;
+    std::shared_ptr<UsbGate> gate;
+    std::shared_ptr<DeviceLock> portLock;
 };
 
 /// One attach of a device.
@@ -175,8 +186,8 @@ std::vector<Dispatcher::Result> Dispatcher::run() {
     if (mQuitWanted) startQuitting();
     loopUntil(
         [this] {
-            const auto isOver = [](const auto& job) { return job->sequence.isOver(); };
-            const auto over = static_cast<std::size_t>(std::ranges::count_if(mJobs, isOver));
+            const auto isTold = [](const auto& job) { return job->told; };
+            const auto over = static_cast<std::size_t>(std::ranges::count_if(mJobs, isTold));
             if (over < mJobs.size() || mWorking > 0) return false;
             return !mEach || mCancelled || (mEachCount > 0 && over >= mEachCount);
         },
@@ -211,12 +222,16 @@ std::vector<Dispatcher::Inspection> Dispatcher::inspect(const std::vector<Device
     for (const Device& device : devices) inspections.push_back({device, {}, {}});
     for (Inspection& inspection : inspections) {
         const auto gate = std::make_shared<UsbGate>();
+        std::shared_ptr<DeviceLock> portLock;
         {
             const std::lock_guard lock(mMutex);
             mGates.insert(gate);
             if (mCancelled) gate->close(UsbGate::State::Cancelled);
+            portLock = lockFor(inspection.device.port);
         }
-        const bool isStarted = start([this, &inspection, gate] {
+        inspection.failure = lockedByOther();
+        if (!portLock) continue;
+        const bool isStarted = start([this, &inspection, gate, portLock] {
             gate->setDeadline(now() + kOpenLimit);
             Identity identity;
             std::optional<Failure> failure;
@@ -353,54 +368,63 @@ void Dispatcher::advance(Now moment) {
 
 void Dispatcher::begin(Job& job, Now moment) {
     job.begun = true;
-    auto lock = DeviceLock::take(mSettings.lockFolder, job.device.port);
-    if (!lock) {
-        return job.sequence.fail({Cause::HeldByProgram, Status::OtherRun, "Another run works on the device."}, moment);
-    }
-    job.locks.push_back(*std::move(lock));
+    auto lock = lockFor(job.device.port);
+    if (!lock) return job.sequence.fail(lockedByOther(), moment);
+    job.locks.push_back(std::move(lock));
     if (job.resumes) return job.sequence.beginResume(moment);
     job.sequence.begin(moment);
 }
 
 void Dispatcher::startVisits(Now moment) {
-    std::vector<std::pair<Device, std::shared_ptr<UsbGate>>> visits;
+    std::vector<Visit> visits;
     {
         const std::lock_guard lock(mMutex);
         const bool takesMore = mEach && !mCancelled && (!mSettings.plan.quitsStation || mHasQuitStation) &&
                                (mEachCount == 0 || mJobs.size() < mEachCount);
         for (auto& [id, entry] : mEntries) {
             if (entry.visited || entry.foreign || moment < entry.nextTry) continue;
-            const auto wants = [&](const auto& job) {
-                return job->begun && job->sequence.wants(entry.device.entry, entry.unit, moment);
-            };
-            if (std::ranges::none_of(mJobs, wants) && !(takesMore && !entry.unit)) continue;
+            Now deadline = takesMore && !entry.unit ? moment + kOpenLimit : moment;
+            for (const auto& job : mJobs) {
+                if (job->begun && job->sequence.wants(entry.device.entry, entry.unit, moment))
+                    deadline = std::max(deadline, std::min(job->sequence.deadline(), moment + kOpenLimit));
+            }
+            if (!(deadline > moment)) continue;
+            // Who has the lock waits for this very device, perhaps in its boot loader, and must not find it open.
+            auto portLock = lockFor(entry.device.port);
+            entry.nextTry = moment + kLookInterval;
+            if (!portLock) continue;
             entry.visited = true;
-            visits.emplace_back(entry.device, *mGates.insert(std::make_shared<UsbGate>()).first);
+            auto gate = std::make_shared<UsbGate>();
+            gate->setDeadline(deadline);
+            mGates.insert(gate);
+            visits.push_back({entry.device, std::move(gate), std::move(portLock)});
         }
     }
-    for (const auto& [device, gate] : visits) {
-        const auto end = [this, id = device.entry.ioId(), own = gate] {
+    for (const Visit& planned : visits) {
+        const auto end = [this, planned] {
             const std::lock_guard lock(mMutex);
-            mGates.erase(own);
-            if (const auto entry = mEntries.find(id); entry != mEntries.end()) entry->second.visited = false;
+            mGates.erase(planned.gate);
+            const auto entry = mEntries.find(planned.device.entry.ioId());
+            if (entry == mEntries.end()) return;
+            entry->second.visited = false;
+            if (!entry->second.failure) entry->second.nextTry = 0;
         };
-        const bool isStarted = start([this, end, visited = device, own = gate] {
-            visit(visited, *own);
+        const bool isStarted = start([this, end, planned] {
+            visit(planned);
             end();  // now that it is closed it can be opened again
         });
         if (isStarted) continue;
         end();
-        openFailed(device, Failure{Cause::NoThread, Status::Failed, {}});
+        openFailed(planned.device, Failure{Cause::NoThread, Status::Failed, {}});
     }
 }
 
 // ---- openings
 
-void Dispatcher::visit(const Device& device, UsbGate& gate) {
-    DeviceVisit visit(device.entry.ioPath(), gate, mSettings.diagnosis);
-    gate.setDeadline(now() + kOpenLimit);
-    if (const auto failure = visit.open()) return openFailed(device, *failure);
-    if (Job* const job = offer(device, visit.unitId(), gate)) doSteps(*job, visit);
+void Dispatcher::visit(const Visit& planned) {
+    DeviceVisit visit(planned.device.entry.ioPath(), *planned.gate, mSettings.diagnosis);
+    if (const auto failure = visit.open()) return openFailed(planned.device, *failure);
+    if (Job* const job = offer(planned, visit.unitId())) doSteps(*job, visit);
 }
 
 void Dispatcher::openFailed(const Device& device, const Failure& failure) {
@@ -419,9 +443,10 @@ void Dispatcher::openFailed(const Device& device, const Failure& failure) {
     }
 }
 
-Dispatcher::Job* Dispatcher::offer(const Device& device, std::uint32_t unit, const UsbGate& gate) {
+Dispatcher::Job* Dispatcher::offer(const Visit& planned, std::uint32_t unit) {
     const std::lock_guard lock(mMutex);
-    if (gate.state() != UsbGate::State::Open) return nullptr;
+    if (planned.gate->state() != UsbGate::State::Open) return nullptr;
+    const Device& device = planned.device;
     const auto found = mEntries.find(device.entry.ioId());
     if (found != mEntries.end()) {
         found->second.unit = unit;
@@ -449,19 +474,29 @@ Dispatcher::Job* Dispatcher::offer(const Device& device, std::uint32_t unit, con
     }
     Job& job = **taker;
     job.device = device;
+    job.locks.push_back(planned.portLock);  // it may have come back under another port
     return lockUnit(job, now()) ? &job : nullptr;
 }
 
 bool Dispatcher::lockUnit(Job& job, Now moment) {
     const std::uint32_t unit = job.sequence.unit().value_or(0);
     if (unit == 0 || std::exchange(job.hasUnitLock, true)) return true;
-    auto lock = DeviceLock::take(mSettings.lockFolder, "unit-" + std::to_string(unit));
-    if (lock) {
-        job.locks.push_back(*std::move(lock));
-    } else {
-        job.sequence.fail({Cause::HeldByProgram, Status::OtherRun, "Another run works on the device."}, moment);
-    }
-    return lock.has_value();
+    auto lock = lockFor("unit-" + std::to_string(unit));
+    const bool isMine = lock != nullptr;
+    if (!isMine) job.sequence.fail(lockedByOther(), moment);
+    job.locks.push_back(std::move(lock));
+    return isMine;
+}
+
+/// A lock of this run is shared, since a file that is locked twice keeps even its own process out.
+std::shared_ptr<DeviceLock> Dispatcher::lockFor(const std::string& key) {
+    std::weak_ptr<DeviceLock>& known = mLocks[key];
+    if (auto lock = known.lock()) return lock;
+    auto taken = DeviceLock::take(mSettings.lockFolder, key);
+    if (!taken) return nullptr;
+    auto lock = std::make_shared<DeviceLock>(*std::move(taken));
+    known = lock;
+    return lock;
 }
 
 void Dispatcher::doSteps(Job& job, DeviceVisit& visit) {

@@ -98,6 +98,7 @@ class Dispatcher final : public ResetSequence::Observer {
   private:
     struct Job;
     struct Entry;
+    struct Visit;
     using Now = platform::CFAbsoluteTime;
 
     // ResetSequence::Observer; under mMutex
@@ -115,8 +116,8 @@ class Dispatcher final : public ResetSequence::Observer {
     void startQuitting();
 
     // Workers:
-    void visit(const Device& device, UsbGate& gate);
-    Job* offer(const Device& device, std::uint32_t unit, const UsbGate& gate);
+    void visit(const Visit& planned);
+    Job* offer(const Visit& planned, std::uint32_t unit);
     void doSteps(Job& job, DeviceVisit& visit);
     void openFailed(const Device& device, const Failure& failure);
 
@@ -126,6 +127,7 @@ class Dispatcher final : public ResetSequence::Observer {
     void note(Event event);
     Event deviceEvent(const Job& job, const char* kind) const;
     bool lockUnit(Job& job, Now now);
+    std::shared_ptr<DeviceLock> lockFor(const std::string& key);  ///< null: another run has it
     void noteDepartures(const std::vector<Device>& attached);
 
     Event stamped(Event event) const;
@@ -149,7 +151,8 @@ class Dispatcher final : public ResetSequence::Observer {
     std::vector<std::unique_ptr<Job>> mJobs;
     std::map<std::uint64_t, Entry> mEntries;  ///< by entry id
     std::set<std::shared_ptr<UsbGate>> mGates;
-    std::deque<Event> mEvents;  ///< not yet reported
+    std::map<std::string, std::weak_ptr<DeviceLock>> mLocks;  ///< by key
+    std::deque<Event> mEvents;                                ///< not yet reported
     std::set<std::uint32_t> mDoneUnits;
     std::size_t mWorking = 0;  ///< workers under way
     bool mCancelled = false;

@@ -158,6 +158,7 @@ int main(int argc, char** argv) {
         .out = std::cout,
         .people = std::cerr,
         .isTerminal = ::isatty(STDIN_FILENO) != 0 && ::isatty(STDERR_FILENO) != 0,
+        .drawsLines = ::isatty(STDERR_FILENO) != 0,
         .workers = workers,
         .lockFolder = twin::DeviceLock::usualFolder(),
         .journalFolder = twin::Journal::usualFolder(),
