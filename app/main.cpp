@@ -8,6 +8,7 @@
 #include "app/Support/ErrorCatalogue.hpp"
 #include "app/SupportLog.hpp"
 #include "app/TrovikMode/ConnectedDevices.hpp"
+#include "app/TrovikMode/DeviceLock.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/SystemLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
@@ -77,6 +78,7 @@ int main(int argc, char** argv) {
     platform.standardUserDefaults = &userDefaults;
     platform.scriptRunner = &scriptRunner;
     platform.exceptionHandler = &exceptionHandler;
+    platform.lockFolder = DeviceLock::usualFolder();
     const platform::PlatformScope scope(platform);
 
     const std::string& logs = TrovikLogs::logsDirectory();

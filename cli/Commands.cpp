@@ -31,9 +31,8 @@ class Run {
           mJournal(surroundings.journalFolder),
           mReporter(surroundings.out, surroundings.people,
                     {options.json, surroundings.drawsLines, options.traceFolder}),
-          mDispatcher(
-              {options.plan, options.jobs, surroundings.lockFolder, surroundings.diagnosis, surroundings.stageBegan},
-              surroundings.workers, mJournal, mReporter) {
+          mDispatcher({options.plan, options.jobs, surroundings.diagnosis, surroundings.stageBegan},
+                      surroundings.workers, mJournal, mReporter) {
         if (surroundings.onCancel) surroundings.onCancel([this] { mDispatcher.cancel(); });
     }
     ~Run() {
@@ -219,7 +218,7 @@ class Run {
     /// What a run left behind that was killed. One that is still at work has its lock.
     void noteHeld() {
         for (const auto& entry : mJournal.entries()) {
-            if (!DeviceLock::take(mSurroundings.lockFolder, entry.port)) continue;
+            if (!DeviceLock::take(entry.port)) continue;
             Event event{{"event", "note"}, {"port", entry.port}};
             if (entry.unit) event["unit"] = entry.unit;
             Dispatcher::describe(event, {Cause::StoppedHalfway, Status::Failed,

@@ -46,7 +46,6 @@ struct Surroundings {
     bool isTerminal = false;  ///< a person can be asked
     bool drawsLines = false;  ///< `people` is a terminal
     Workers& workers;
-    std::string lockFolder;
     std::string journalFolder;
     std::string version;
     DeviceVisit::Diagnosis diagnosis = systemDiagnosis;

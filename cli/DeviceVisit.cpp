@@ -1,11 +1,11 @@
 #include "cli/DeviceVisit.hpp"
 
-#include "ANT/ANT_Exception.hpp"
 #include "FTX/FTX_Channel.hpp"
 #include "GLO/GLO_Exception.hpp"
 #include "GLO/GLO_String.hpp"
-#include "IOA/IOA_Exception.hpp"
+#include "IOA/IOA_Channel.hpp"
 #include "app/TrovikMode/ResetSteps.hpp"
+#include "app/TrovikMode/TrovikModeUtil.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/usb/OpenFailure.hpp"
 
@@ -81,27 +81,20 @@ Failure DeviceVisit::closedGate() const {
 
 template <typename Action>
 std::optional<Failure> DeviceVisit::guarded(const Action& action) {
-    const auto failure = [&](Cause cause, const glo::Exception_t& exception) -> Failure {
-        if (mGate.state() != UsbGate::State::Open) return closedGate();
-        const Status status = cause == Cause::TimedOut ? Status::TimedOut : Status::Failed;
-        return {cause, status, raiseSite(exception), cause == Cause::Disconnected};
-    };
+    const auto isClosed = [&] { return mGate.state() != UsbGate::State::Open; };
     try {
         action();
         return std::nullopt;
-    } catch (const glo::Timeout_t& exception) {
-        return failure(Cause::TimedOut, exception);
-    } catch (const ant::AuthenticateReject_t& exception) {
-        return failure(Cause::AccessRejected, exception);
-    } catch (const iou::BadUsbDevice_t& exception) {
-        const bool hasGone = mGate.lastFailure() == platform::kIOReturnNoDevice;
-        return failure(hasGone ? Cause::Disconnected : Cause::UsbFailure, exception);
-    } catch (const ioa::InvalidProtocolInformation_t& exception) {
-        return failure(Cause::UnknownProtocols, exception);
     } catch (const glo::Exception_t& exception) {
-        return failure(Cause::UnexpectedReply, exception);
+        if (isClosed()) return closedGate();
+        Cause cause = TrovikModeUtil::causeOf(exception, mPath);
+        // The next attach may be on the port already.
+        if (cause == Cause::UsbFailure && mGate.lastFailure() == platform::kIOReturnNoDevice)
+            cause = Cause::Disconnected;
+        const Status status = cause == Cause::TimedOut ? Status::TimedOut : Status::Failed;
+        return Failure{cause, status, raiseSite(exception), cause == Cause::Disconnected};
     } catch (...) {  // a bare number, from an opening
-        return mGate.state() == UsbGate::State::Open ? mDiagnosis(mPath, mGate.lastFailure()) : closedGate();
+        return isClosed() ? closedGate() : mDiagnosis(mPath, mGate.lastFailure());
     }
 }
 
@@ -116,7 +109,9 @@ std::optional<Failure> DeviceVisit::run(Stage stage, double deadline, const std:
     mGate.setDeadline(deadline);
     const ResetStep* const step = stepOf(stage);
     return guarded([&] {
-        if (step) return ResetSteps::issue(*mLink, step->command, step->data, step->awaitResponse, aboutToSend);
+        if (step)
+            return ResetSteps::issue(*mLink, step->command, step->data, step->awaitResponse,
+                                     [&](const ioa::Channel_t&) { aboutToSend(); });
         const ftx::Channel_t channel(*mLink);
     });
 }

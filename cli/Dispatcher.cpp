@@ -407,7 +407,7 @@ void Dispatcher::startVisits(Now moment) {
             const auto entry = mEntries.find(planned.device.entry.ioId());
             if (entry == mEntries.end()) return;
             entry->second.visited = false;
-            if (!entry->second.failure) entry->second.nextTry = 0;
+            if (!entry->second.failure || mCancelled) entry->second.nextTry = 0;
         };
         const bool isStarted = start([this, end, planned] {
             visit(planned);
@@ -492,7 +492,7 @@ bool Dispatcher::lockUnit(Job& job, Now moment) {
 std::shared_ptr<DeviceLock> Dispatcher::lockFor(const std::string& key) {
     std::weak_ptr<DeviceLock>& known = mLocks[key];
     if (auto lock = known.lock()) return lock;
-    auto taken = DeviceLock::take(mSettings.lockFolder, key);
+    auto taken = DeviceLock::take(key);
     if (!taken) return nullptr;
     auto lock = std::make_shared<DeviceLock>(*std::move(taken));
     known = lock;

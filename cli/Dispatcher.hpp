@@ -1,6 +1,6 @@
 #pragma once
 
-#include "cli/DeviceLock.hpp"
+#include "app/TrovikMode/DeviceLock.hpp"
 #include "cli/DeviceVisit.hpp"
 #include "cli/Devices.hpp"
 #include "cli/Journal.hpp"
@@ -35,8 +35,7 @@ class Dispatcher final : public ResetSequence::Observer {
   public:
     struct Settings {
         ResetSequence::Plan plan;
-        std::size_t jobs = 0;    ///< resets at a time; 0 for all
-        std::string lockFolder;  ///< as DeviceLock::take has it
+        std::size_t jobs = 0;  ///< resets at a time; 0 for all
         DeviceVisit::Diagnosis diagnosis = systemDiagnosis;
         /// Called as a stage begins, with the mutex held; for simulated worlds in which something happens then.
         std::function<void(Stage)> stageBegan;

@@ -1,6 +1,6 @@
 #include "cli/Journal.hpp"
 
-#include "cli/DeviceLock.hpp"
+#include "app/TrovikMode/DeviceLock.hpp"
 #include "platform/common/FileDescriptor.hpp"
 
 #include <algorithm>
@@ -25,7 +25,8 @@ void syncFolder(const std::string& folder) {
 }  // namespace
 
 std::string Journal::pathOf(const Entry& entry) const {
-    const std::string key = entry.unit ? "unit-" + std::to_string(entry.unit) : "port-" + fileNameOf(entry.port);
+    const std::string key =
+        entry.unit ? "unit-" + std::to_string(entry.unit) : "port-" + DeviceLock::fileNameOf(entry.port);
     return mFolder + "/" + std::string(kPrefix) + key;
 }
 

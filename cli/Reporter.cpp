@@ -1,8 +1,8 @@
 #include "cli/Reporter.hpp"
 
+#include "app/TrovikMode/DeviceLock.hpp"
 #include "app/TrovikMode/ResetSteps.hpp"
 #include "app/Util/Logging/DDLog.hpp"
-#include "cli/DeviceLock.hpp"
 
 #include <cstdio>
 #include <fstream>
@@ -124,7 +124,7 @@ void Reporter::erase() {
 void Reporter::trace(const Event& event) {
     const std::string port = text(event, "port");
     if (mStyle.traceFolder.empty() || port.empty()) return;
-    std::ofstream file(mStyle.traceFolder + "/" + fileNameOf(port) + ".jsonl", std::ios::app);
+    std::ofstream file(mStyle.traceFolder + "/" + DeviceLock::fileNameOf(port) + ".jsonl", std::ios::app);
     file << event.dump(-1, ' ', false, Event::error_handler_t::replace) << '\n';
 }
 

@@ -1,5 +1,6 @@
 // trovik-reset: resets devices without a window. Picks what the platform interface is made of, and runs one command.
 #include "app/LegacyIOConfig.hpp"
+#include "app/TrovikMode/DeviceLock.hpp"
 #include "app/Util/Logging/DDFileLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/DailyLog.hpp"
@@ -86,13 +87,13 @@ twin::Status runSimulated(const twin::Scenario& scenario, const twin::Options& o
     twin::ScenarioScripts scripts(scenario.stationTakes);
     platform.masterPort = &registry;
     platform.scriptRunner = &scripts;
-    const platform::PlatformScope scope(platform);
     const auto folder = std::filesystem::temp_directory_path() / ("trovik-reset-" + std::to_string(::getpid()));
     std::filesystem::create_directory(folder);
-    surroundings.lockFolder = folder;
+    platform.lockFolder = folder;
     surroundings.journalFolder = folder / "journal";
-    std::optional<twin::DeviceLock> otherRun;
-    if (scenario.otherRun) otherRun = twin::DeviceLock::take(folder, "1-1");
+    const platform::PlatformScope scope(platform);
+    std::optional<DeviceLock> otherRun;
+    if (scenario.otherRun) otherRun = DeviceLock::take("1-1");
     surroundings.diagnosis = twin::plainDiagnosis;
     surroundings.stageBegan = [&](twin::Stage stage) { world.stageBegan(stage); };
     surroundings.onCancel = [&, onSignal = surroundings.onCancel](std::function<void()> cancel) {
@@ -145,6 +146,7 @@ int main(int argc, char** argv) {
     platform.mainBundle = &bundle;
     platform.standardUserDefaults = &userDefaults;
     platform.scriptRunner = &scriptRunner;
+    platform.lockFolder = DeviceLock::usualFolder();
     const platform::PlatformScope scope(platform);
 
     TrovikLogs::initLogLevel();
@@ -160,7 +162,6 @@ int main(int argc, char** argv) {
         .isTerminal = ::isatty(STDIN_FILENO) != 0 && ::isatty(STDERR_FILENO) != 0,
         .drawsLines = ::isatty(STDERR_FILENO) != 0,
         .workers = workers,
-        .lockFolder = twin::DeviceLock::usualFolder(),
         .journalFolder = twin::Journal::usualFolder(),
         .version = bundle.infoText("CFBundleShortVersionString"),
         .onCancel = [&signals](std::function<void()> cancel) { signals.setCancel(std::move(cancel)); },

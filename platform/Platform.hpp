@@ -40,6 +40,7 @@ struct Platform {
     Directories* directories = nullptr;              ///< stand-in: the user has no folders
     DispatchSources* dispatchSources = nullptr;      ///< stand-in: nothing can be watched
     void (*log)(const std::string& line) = nullptr;  ///< stand-in: standard error
+    std::string lockFolder = {};                     ///< where devices are marked as taken; stand-in: nothing is
     /// As openFailureText() below; stand-in: nothing is known.
     std::string (*describeOpenFailure)(const std::string& registryPath, IOReturn result) = nullptr;
     SystemSurvey (*surveySystem)() = nullptr;  ///< stand-in: nothing is known
@@ -73,6 +74,7 @@ WallClock& wallClock();
 FileAttributes& fileAttributes();
 Directories& directories();
 DispatchSources& dispatchSources();
+std::string lockFolder();  ///< empty for none
 /// @}
 
 /// Now, by the process's clock: seconds since 2001-01-01 00:00:00 UTC. Any thread.

@@ -62,6 +62,13 @@ void describe(Error* error, const std::string& message, const glo::Exception_t& 
 std::unique_ptr<UsbTrovikModeIoLink> UsbTrovikModeIoLink::initWithPath(const std::optional<std::string>& path) {
     DDLogVerbose("New UsbTrovikModeIoLink");
     std::unique_ptr<UsbTrovikModeIoLink> facade(new UsbTrovikModeIoLink);
+    if (path) {
+        facade->mLock = DeviceLock::takePort(*path);
+        if (!facade->mLock) {
+            DDLogError("%s", ErrorCatalogue::logLine(Cause::HeldByProgram, "It is being reset by it.").c_str());
+            return nullptr;
+        }
+    }
     try {
         facade->mLink = getIolLinkForPath(path);
     } catch (const glo::Exception_t& exception) {

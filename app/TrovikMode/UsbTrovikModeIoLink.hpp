@@ -3,6 +3,7 @@
 #include "GLO/GLO_AutoPtr.hpp"
 #include "IOA/IOA_ProductData.hpp"
 #include "IOL/IOL_Link.hpp"
+#include "app/TrovikMode/DeviceLock.hpp"
 #include "app/Util/Error.hpp"
 
 #include <cstdint>
@@ -29,7 +30,7 @@ class UsbTrovikModeIoLink {
 
     /// Opens the device at a registry path.
     /// @param path  nothing counts as a failure of the library
-    /// @return null when the library reports a failure, which has been logged
+    /// @return null when the library reports a failure or another program resets the device, which has been logged
     /// @throws anything but a glo::Exception_t as it came: above all the integer 1 of a device that can't be opened
     /// Blocks for some seconds at most. Owner thread only.
     static std::unique_ptr<UsbTrovikModeIoLink> initWithPath(const std::optional<std::string>& path);
@@ -73,6 +74,7 @@ class UsbTrovikModeIoLink {
     UsbTrovikModeIoLink() = default;
     void keepIdentification(const ioa::Channel_t& channel);
 
+    std::optional<DeviceLock> mLock;  ///< before the link: given up after it
     glo::AutoPtr<iol::Link_t> mLink;
     std::string mIoPath;
     std::uint32_t mUnitId = 0;

@@ -149,6 +149,10 @@ DispatchSources& dispatchSources() {
     return orStandIn<NoSources>(gPlatform.dispatchSources);
 }
 
+std::string lockFolder() {
+    return gPlatform.lockFolder;
+}
+
 double CFAbsoluteTimeGetCurrent() {
     return systemClock().CFAbsoluteTimeGetCurrent();
 }

@@ -4,12 +4,18 @@
 #include "cli/Scenario.hpp"
 #include "cli/UsbGate.hpp"
 #include "platform/Platform.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "simulator/engine/RealTimeDrive.hpp"
 #include "simulator/world/SimulatedClock.hpp"
 #include "simulator/world/SimulatedRunLoops.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
+#include <gtest/gtest.h>
+
+#include <cstdlib>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -17,13 +23,57 @@
 
 namespace twin_test {
 
-/// The program on simulated devices, in simulated time and on one thread.
-class TwinWorld {
+/// Every line of JSON that the program's tests have written. As the process's last test ends, the lines are checked
+/// against the schema.
+class Written final : public testing::Environment {
   public:
-    explicit TwinWorld(const twin::Scenario& played) : scenario(played), world(played, clock) {
-        clock.add(world);
-        if (scenario.otherRun) otherRun = twin::DeviceLock::take(folder.path(), "1-1");
+    static std::string& all() {
+        static std::string lines;
+        return lines;
     }
+    void TearDown() override {
+        if (all().empty()) return;
+        const support::TemporaryFolder folder;
+        support::WriteFile(folder / "events", all());
+        const std::string command = std::string("python3 ") + TROVIK_CHECK_EVENTS + " " + (folder / "events");
+        EXPECT_EQ(std::system(command.c_str()), 0);
+    }
+};
+inline auto* const gWritten = testing::AddGlobalTestEnvironment(new Written);
+
+/// Time that only moves when somebody waits, and one thread.
+struct SimulatedTime {
+    void start(twin::ScenarioWorld& world) { drive.add(world); }
+    void stop() {}
+    platform::Clock* clock() { return &drive; }
+
+    simulator::SimulatedClock drive;
+    simulator::SimulatedRunLoops loops{drive};
+    twin::LoopWorkers workers;
+};
+
+/// The machine's time, and a thread for each opening.
+struct RealTime {
+    void start(twin::ScenarioWorld& world) { drive.start(world); }
+    void stop() {
+        drive.requestStop();
+        drive.join();
+    }
+    static platform::Clock* clock() { return nullptr; }
+
+    simulator::RealTimeDrive drive;
+    platform::AsioRunLoops loops;
+    twin::ThreadWorkers workers;
+};
+
+/// The program on the simulated devices of a scenario.
+template <typename Time>
+class World {
+  public:
+    explicit World(const twin::Scenario& played) : scenario(played), world(played, time.drive) { time.start(world); }
+    ~World() { time.stop(); }
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
 
     /// Runs one command line.
     twin::Status run(std::vector<std::string> arguments) {
@@ -34,24 +84,38 @@ class TwinWorld {
         const auto options = twin::parse(arguments, people, people, status);
         if (!options) return status;
         platform::Platform all;
-        all.clock = &clock;
-        all.runLoops = &loops;
+        all.clock = time.clock();
+        all.runLoops = &time.loops;
         all.masterPort = &registry;
         twin::ScenarioScripts scripts(scenario.stationTakes);
         all.scriptRunner = &scripts;
         all.log = [](const std::string&) {};
+        all.lockFolder = folder.path();
         const platform::PlatformScope scope(all);
-        return twin::run(*options, {.in = in,
-                                    .out = out,
-                                    .people = people,
-                                    .isTerminal = isTerminal,
-                                    .workers = workers,
-                                    .lockFolder = folder.path(),
-                                    .journalFolder = folder / "journal",
-                                    .version = "1.0",
-                                    .diagnosis = twin::plainDiagnosis,
-                                    .stageBegan = [this](twin::Stage stage) { world.stageBegan(stage); },
-                                    .onCancel = [this](auto cancel) { world.setCancel(std::move(cancel)); }});
+        std::optional<DeviceLock> otherRun;
+        if (scenario.otherRun) otherRun = DeviceLock::take("1-1");
+        const twin::Status ended = twin::run(*options, {.in = in,
+                                                        .out = out,
+                                                        .people = people,
+                                                        .isTerminal = isTerminal,
+                                                        .workers = time.workers,
+                                                        .journalFolder = folder / "journal",
+                                                        .version = "1.0",
+                                                        .diagnosis = twin::plainDiagnosis,
+                                                        .stageBegan =
+                                                            [this](twin::Stage stage) {
+                                                                world.stageBegan(stage);
+                                                                if (onStage) onStage(stage);
+                                                            },
+                                                        .onCancel =
+                                                            [this](auto cancel) {
+                                                                world.setCancel([this, cancel] {
+                                                                    if (onCancelled) onCancelled();
+                                                                    if (cancel) cancel();
+                                                                });
+                                                            }});
+        Written::all() += out.str();
+        return ended;
     }
 
     /// What the last command wrote, line by line.
@@ -75,16 +139,17 @@ class TwinWorld {
 
     const twin::Scenario& scenario;
     support::TemporaryFolder folder;
-    std::optional<twin::DeviceLock> otherRun;
-    simulator::SimulatedClock clock;
-    simulator::SimulatedRunLoops loops{clock};
+    Time time;
     twin::ScenarioWorld world;
     twin::GatedRegistry registry{world.bus()};
-    twin::LoopWorkers workers;
     std::istringstream in;
     std::ostringstream out;
     std::ostringstream people;
+    std::function<void(twin::Stage)> onStage;
+    std::function<void()> onCancelled;
     bool isTerminal = false;
 };
+
+using TwinWorld = World<SimulatedTime>;
 
 }  // namespace twin_test

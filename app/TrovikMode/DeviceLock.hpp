@@ -6,27 +6,28 @@
 #include <string>
 #include <string_view>
 
-namespace twin {
-
 /// Keeps every other run of this program away from one device: a lock on a file named after the port or the unit id.
 /// It goes with the process, however that ends, and is never unlinked, since somebody may be waiting for that very
 /// file. Any thread.
 class DeviceLock {
   public:
-    /// @param folder  where the files are; empty for no locks at all
-    /// @return nothing when another run has the device; a lock that holds nothing where no file can be made
-    [[nodiscard]] static std::optional<DeviceLock> take(const std::string& folder, std::string_view key);
+    /// @return nothing when somebody else has the device, be it this process; a lock that holds nothing where there is
+    ///         no folder or no file can be made
+    [[nodiscard]] static std::optional<DeviceLock> take(std::string_view key);
+
+    /// Of the port that a registry path ends with.
+    [[nodiscard]] static std::optional<DeviceLock> takePort(std::string_view registryPath) {
+        return take(registryPath.substr(registryPath.find_last_of('/') + 1));
+    }
 
     /// /run/lock, else the user's runtime folder, else none (empty).
     [[nodiscard]] static std::string usualFolder();
+
+    /// A port or unit id as part of a file's name.
+    [[nodiscard]] static std::string fileNameOf(std::string_view key);
 
   private:
     explicit DeviceLock(platform::FileDescriptor file) : mFile(std::move(file)) {}
 
     platform::FileDescriptor mFile;
 };
-
-/// A port or unit id as part of a file's name.
-[[nodiscard]] std::string fileNameOf(std::string_view key);
-
-}  // namespace twin

@@ -1,4 +1,6 @@
-#include "cli/DeviceLock.hpp"
+#include "app/TrovikMode/DeviceLock.hpp"
+
+#include "platform/Platform.hpp"
 
 #include <algorithm>
 #include <cctype>
@@ -10,16 +12,15 @@
 #include <unistd.h>
 #include <utility>
 
-namespace twin {
-
-std::string fileNameOf(std::string_view key) {
+std::string DeviceLock::fileNameOf(std::string_view key) {
     std::string name(key);
     std::ranges::replace_if(
         name, [](unsigned char c) { return !std::isalnum(c) && c != '-' && c != '.'; }, '_');
     return name;
 }
 
-std::optional<DeviceLock> DeviceLock::take(const std::string& folder, std::string_view key) {
+std::optional<DeviceLock> DeviceLock::take(std::string_view key) {
+    const std::string folder = platform::lockFolder();
     if (folder.empty()) return DeviceLock(platform::FileDescriptor());
     const std::string path = folder + "/trovik-reset-" + fileNameOf(key) + ".lock";
     // First without O_CREAT: in a folder that everybody may write to, the kernel refuses to "create" another user's
@@ -40,5 +41,3 @@ std::string DeviceLock::usualFolder() {
     const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
     return runtime && ::access(runtime, W_OK | X_OK) == 0 ? runtime : std::string();
 }
-
-}  // namespace twin

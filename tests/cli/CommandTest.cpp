@@ -1,0 +1,175 @@
+// What the commands do beside the scenarios, in simulated time.
+#include "cli/Journal.hpp"
+#include "tests/cli/TwinWorld.hpp"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+
+namespace twin_test {
+namespace {
+
+using simulator::BootState;
+using simulator::Fault;
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+using twin::Cue;
+using twin::Journal;
+using twin::Scenario;
+using twin::Stage;
+using twin::Status;
+using enum simulator::FaultKind;
+
+/// So many devices without faults, with the unit ids 1, 2, ...
+Scenario devices(std::size_t count) {
+    Scenario scenario = *twin::scenarioNamed("reset");
+    scenario.devices.resize(count, scenario.devices.front());
+    for (std::size_t i = 0; i < count; ++i) scenario.devices[i].profile.unitId = static_cast<std::uint32_t>(i + 1);
+    return scenario;
+}
+
+double seconds(simulator::Duration span) {
+    return std::chrono::duration<double>(span).count();
+}
+
+TEST(TwinCommand, SixteenDevicesTakeHardlyLongerThanOne) {
+    const auto takes = [](std::size_t count) {
+        const Scenario scenario = devices(count);
+        TwinWorld twin(scenario);
+        const auto start = twin.time.drive.now();
+        EXPECT_EQ(twin.run({"reset", "--all", "--yes"}), Status::Done);
+        for (std::size_t port = 0; port < count; ++port) EXPECT_TRUE(twin.storeIsEmpty(port));
+        return seconds(twin.time.drive.now() - start);
+    };
+    EXPECT_LE(takes(16), 1.1 * takes(1));
+}
+
+TEST(TwinCommand, AtMostSoManyAreAtWorkAtATime) {
+    const Scenario scenario = devices(3);
+    TwinWorld twin(scenario);
+    EXPECT_EQ(twin.run({"reset", "--all", "--yes", "--jobs", "1"}), Status::Done);
+    int atWork = 0;
+    for (const auto& event : twin.events()) {
+        if (event["event"] == "stage" && event["stage"] == "quit" && event["state"] == "began") ++atWork;
+        if (event["event"] == "device" && event["state"] == "ended") --atWork;
+        EXPECT_LE(atWork, 1) << event;
+    }
+}
+
+TEST(TwinCommand, CancelIsOverInTwoSecondsOrInEightWhereTheDeviceIsSilent) {
+    for (const bool answers : {true, false}) {
+        for (std::size_t stage = 1; stage < twin::kStages.size(); ++stage) {
+            SCOPED_TRACE(twin::kStages[stage].name);
+            Scenario scenario = devices(1);
+            auto& device = scenario.devices.front();
+            device.profile.answerDelay = milliseconds(200);
+            // From its answer to "hold" on it says nothing any more.
+            const auto silent = Fault::onPacket(simulator::kStartSession, Ignore).onLayer(0).committed(1000);
+            if (!answers) device.faults = {Fault{silent}.inState(BootState::HeldInBootLoader)};
+            scenario.cues = {{static_cast<Stage>(stage), milliseconds(150), Cue::What::Cancel, 0}};
+            TwinWorld twin(scenario);
+            std::optional<simulator::Time> cancelled;
+            twin.onCancelled = [&] { cancelled = twin.time.drive.now(); };
+            EXPECT_EQ(twin.run({"reset", "--yes"}), Status::Cancelled);
+            ASSERT_TRUE(cancelled);
+            EXPECT_LE(seconds(twin.time.drive.now() - *cancelled), answers ? 2 : 8);
+            const bool isHeld = twin.boot(0) == BootState::HeldInBootLoader;
+            EXPECT_FALSE(isHeld && answers);
+            EXPECT_EQ(Journal(twin.folder / "journal").entries().empty(), !isHeld);
+        }
+    }
+}
+
+TEST(TwinCommand, WhatAKillLeavesBehindIsSaidAndCanBeLetStart) {
+    const Scenario scenario = devices(2);
+    TwinWorld twin(scenario);
+    const Journal journal(twin.folder / "journal");
+    twin.onStage = [&](Stage stage) {
+        if (stage == Stage::BackAgain) return;  // it is struck out just then
+        const Journal::Entry entry{"1-1", 1};
+        const bool isHeld = stage == Stage::Clear || stage == Stage::Resume;
+        EXPECT_EQ(journal.entries(), isHeld ? std::vector{entry} : std::vector<Journal::Entry>());
+    };
+    EXPECT_EQ(twin.run({"reset", "1-1", "--yes"}), Status::Done);
+    twin.onStage = {};
+
+    EXPECT_TRUE(journal.held({"1-2", 2}));
+    twin.world.bus().withDevice(1,
+                                [](auto& device, auto now) { device.setBootState(BootState::HeldInBootLoader, now); });
+    EXPECT_EQ(twin.run({"list"}), Status::Done);
+    EXPECT_THAT(twin.people.str(), HasSubstr("1-2 (unit 2): The reset was stopped before it was complete."));
+    EXPECT_EQ(twin.run({"resume"}), Status::Done);
+    EXPECT_EQ(twin.boot(1), BootState::Running);
+    EXPECT_TRUE(journal.entries().empty());
+    EXPECT_EQ(twin.run({"resume"}), Status::NoneFound);
+}
+
+TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
+    const struct {
+        std::vector<std::string> arguments;
+        const char* answer;  ///< of the person; null where nobody is there
+        Status status;
+        std::vector<bool> cleared;
+    } rows[] = {
+        {{"reset", "1-2", "--yes"}, nullptr, Status::Done, {false, true}},
+        {{"reset", "unit:1", "--yes"}, nullptr, Status::Done, {true, false}},
+        {{"reset", "unit:3", "--yes"}, nullptr, Status::NoneFound, {false, false}},
+        {{"reset", "1-1", "1-7", "--yes", "--wait", "2"}, nullptr, Status::NoneFound, {false, false}},
+        {{"reset", "1-1"}, nullptr, Status::Usage, {false, false}},
+        {{"reset", "1-1"}, "no\n", Status::Cancelled, {false, false}},
+        {{"reset", "1-1"}, "yes\n", Status::Done, {true, false}},
+        {{"reset", "--all", "1-1"}, nullptr, Status::Usage, {false, false}},
+        {{"reset", "--yes", "--limit", "lunch=3"}, nullptr, Status::Usage, {false, false}},
+        {{"check", "1-1"}, nullptr, Status::Done, {false, false}},
+        {{"explain", "1-1"}, nullptr, Status::Done, {false, false}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.arguments) + (row.answer ? row.answer : ""));
+        const Scenario scenario = devices(2);
+        TwinWorld twin(scenario);
+        twin.isTerminal = row.answer != nullptr;
+        if (row.answer) twin.in.str(row.answer);
+        EXPECT_EQ(twin.run(row.arguments), row.status);
+        EXPECT_EQ((std::vector{twin.storeIsEmpty(0), twin.storeIsEmpty(1)}), row.cleared) << twin.people.str();
+        EXPECT_TRUE(!row.answer || twin.people.str().find("1-1  Trailmate 300  unit 1") != std::string::npos);
+    }
+}
+
+TEST(TwinThreads, ResetsBesideEachOtherAndCancelsAtAnyMoment) {
+    const simulator::Duration never{-1};
+    for (const auto cancelAfter :
+         {never, simulator::Duration(milliseconds(25)), simulator::Duration(milliseconds(60))}) {
+        SCOPED_TRACE(cancelAfter.count());
+        Scenario scenario = devices(8);
+        for (auto& device : scenario.devices) {
+            device.profile.rebootTime = *(device.profile.bootTime = milliseconds(20));
+            device.profile.answerDelay = milliseconds(cancelAfter == never ? 0 : 3);
+        }
+        if (cancelAfter != never) scenario.cues = {{Stage::Hold, cancelAfter, Cue::What::Cancel, 0}};
+        World<RealTime> twin(scenario);
+        const Status status = twin.run({"reset", "--all", "--yes"});
+        EXPECT_EQ(status, cancelAfter == never ? Status::Done : Status::Cancelled) << twin.people.str();
+        for (std::size_t port = 0; port < scenario.devices.size(); ++port) {
+            EXPECT_NE(twin.boot(port), BootState::HeldInBootLoader);
+            EXPECT_TRUE(twin.storeIsEmpty(port) || cancelAfter != never);
+        }
+        EXPECT_EQ(twin.world.bus().openDevices(), 0U);
+        EXPECT_TRUE(Journal(twin.folder / "journal").entries().empty());
+    }
+}
+
+TEST(TwinCommand, TraceHoldsADevicesEventsAndNoOthers) {
+    const Scenario scenario = devices(2);
+    TwinWorld twin(scenario);
+    EXPECT_EQ(twin.run({"reset", "--all", "--yes", "--trace", twin.folder.path()}), Status::Done);
+    std::string expected;
+    std::istringstream lines(twin.out.str());
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("\"port\":\"1-2\"") != std::string::npos) expected += line + "\n";
+    }
+    EXPECT_FALSE(expected.empty());
+    EXPECT_EQ(support::ReadFile(twin.folder / "1-2.jsonl"), expected);
+}
+
+}  // namespace
+}  // namespace twin_test
