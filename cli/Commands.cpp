@@ -1,10 +1,17 @@
 #include "cli/Commands.hpp"
 
+#include "GLO/GLO_String.hpp"
+#include "WIN/WIN_DebugServer.hpp"
+#include "app/Support/Report.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
+
 #include <algorithm>
 #include <istream>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <set>
+#include <stop_token>
+#include <system_error>
 #include <utility>
 
 namespace twin {
@@ -33,11 +40,9 @@ class Run {
                     {options.json, surroundings.drawsLines, options.traceFolder}),
           mDispatcher({options.plan, options.jobs, surroundings.diagnosis, surroundings.stageBegan},
                       surroundings.workers, mJournal, mReporter) {
-        if (surroundings.onCancel) surroundings.onCancel([this] { mDispatcher.cancel(); });
+        takeCancels();
     }
-    ~Run() {
-        if (mSurroundings.onCancel) mSurroundings.onCancel({});
-    }
+    ~Run() { refuseCancels(); }
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
 
@@ -56,6 +61,17 @@ class Run {
     }
 
   private:
+    void takeCancels() {
+        if (!mSurroundings.onCancel) return;
+        mSurroundings.onCancel([this] {
+            mStop.request_stop();
+            mDispatcher.cancel();
+        });
+    }
+    void refuseCancels() {
+        if (mSurroundings.onCancel) mSurroundings.onCancel({});
+    }
+
     using Chosen = std::vector<std::pair<Device, std::optional<std::uint32_t>>>;
 
     Status command() {
@@ -70,10 +86,27 @@ class Run {
             case Options::Command::Resume:
                 return resume();
             case Options::Command::Report:
-                break;
+                return report();
         }
-        return fail({Cause::InternalError, Status::Failed, "Reports can't be made by this build."});
+        return Status::Usage;
     }
+
+    Status report() {
+        const auto sources = ReportSources::ofThisSystem(TrovikLogs::logsDirectory(),
+                                                         glo::string(win::DebugFileDirectory(), glo::gcUtf8Encoding),
+                                                         "trovik-reset " + mSurroundings.version + "\n");
+        const Report report = Report::collect(sources, mStop.get_token());
+        if (mDispatcher.isCancelled()) return Status::Cancelled;
+        for (const Report::Entry& entry : report.entries()) {
+            say(entry.name + ", " + std::to_string(entry.size) + " bytes: " + std::string(entry.sentence));
+        }
+        const std::string file = mOptions.reportFile.empty() ? Report::fileName(sources.now) : mOptions.reportFile;
+        const std::error_code error = report.write(file);
+        say(error ? file + " can't be written: " + error.message() : "Saved as " + file + "; nothing was sent.");
+        return error ? Status::Failed : Status::Done;
+    }
+
+    void say(const std::string& text) { mDispatcher.tell({{"event", "note"}, {"text", text}}); }
 
     Status list() {
         const auto devices = mDispatcher.waitForDevices(0, {});
@@ -204,7 +237,9 @@ class Run {
         }
         mReporter.line("Type \"yes\" to go on:");
         std::string answer;
+        refuseCancels();  // nothing is under way: a signal may end the process at once
         std::getline(mSurroundings.in, answer);
+        takeCancels();
         return answer == "yes" ? Status::Done : Status::Cancelled;
     }
 
@@ -246,6 +281,7 @@ class Run {
     const Journal mJournal;
     Reporter mReporter;
     Dispatcher mDispatcher;
+    std::stop_source mStop;             // of the report
     std::map<std::string, int> mTally;  ///< of --each: devices by outcome
 };
 

@@ -4,6 +4,7 @@
 #include "cli/DeviceVisit.hpp"
 #include "cli/Devices.hpp"
 #include "cli/Journal.hpp"
+#include "cli/Lookout.hpp"
 #include "cli/Outcome.hpp"
 #include "cli/Reporter.hpp"
 #include "cli/ResetSequence.hpp"
@@ -37,7 +38,8 @@ class Dispatcher final : public ResetSequence::Observer {
         ResetSequence::Plan plan;
         std::size_t jobs = 0;  ///< resets at a time; 0 for all
         DeviceVisit::Diagnosis diagnosis = systemDiagnosis;
-        /// Called as a stage begins, with the mutex held; for simulated worlds in which something happens then.
+        /// Told of each stage that begins, in time for what is done in it; for worlds in which something happens then.
+        /// Any thread.
         std::function<void(Stage)> stageBegan;
     };
 
@@ -94,18 +96,52 @@ class Dispatcher final : public ResetSequence::Observer {
     /// A failure as an event.
     static Event& describe(Event& event, const Failure& failure);
 
+    /// Another run has the lock.
+    static Failure lockedByOther();
+
   private:
-    struct Job;
-    struct Entry;
-    struct Visit;
     using Now = platform::CFAbsoluteTime;
+
+    static constexpr double kOpenLimit = 10;  ///< seconds for an opening and the start of a session
+
+    /// One device of this run.
+    struct Job {
+        Job(int ordinal, Device where, std::optional<std::uint32_t> unit, const ResetSequence::Plan& plan,
+            ResetSequence::Observer& observer)
+            : number(ordinal), device(std::move(where)), sequence(device.entry, unit, plan, observer) {}
+
+        const int number;
+        Device device;  ///< where it was last
+        ResetSequence sequence;
+        bool begun = false;
+        bool resumes = false;  ///< is only let start
+        bool told = false;     ///< that it is over
+        bool hasUnitLock = false;
+        std::vector<std::shared_ptr<DeviceLock>> locks;
+    };
+
+    /// One opening of a device.
+    struct Visit {
+        Device device;
+        std::shared_ptr<UsbGate> gate;
+        std::shared_ptr<DeviceLock> portLock;
+    };
+
+    /// One attach of a device.
+    struct Entry {
+        Device device;
+        bool foreign = false;               ///< there from the start, and not chosen: never opened
+        bool visited = false;               ///< somebody has it open
+        std::optional<std::uint32_t> unit;  ///< once it has been opened
+        Now nextTry = 0;
+        std::optional<Failure> failure;  ///< of the last opening
+    };
 
     // ResetSequence::Observer; under mMutex
     void stageBegan(const ResetSequence& sequence, Stage stage) override;
     void stageEnded(const ResetSequence& sequence, Stage stage, const Failure* failure) override;
 
     // Main thread:
-    void subscribe();
     void loopUntil(const std::function<bool()>& isDone, bool looks);
     void look(Now now);
     void advance(Now now);
@@ -129,6 +165,7 @@ class Dispatcher final : public ResetSequence::Observer {
     std::shared_ptr<DeviceLock> lockFor(const std::string& key);  ///< null: another run has it
     void noteDepartures(const std::vector<Device>& attached);
 
+    void tellStages();
     Event stamped(Event event) const;
     void wake();
 
@@ -138,10 +175,7 @@ class Dispatcher final : public ResetSequence::Observer {
     Reporter& mReporter;
     const std::shared_ptr<platform::CFRunLoop> mLoop;
     const Now mStart;
-    std::unique_ptr<platform::IONotificationPort> mPort;
-    std::vector<std::unique_ptr<platform::IOIterator>> mNotifications;
-    Now mNextLook = 0;         ///< main thread
-    Now mLastLook = 0;         ///< main thread
+    Lookout mLookout;          ///< main thread
     bool mQuitWanted = false;  ///< main thread
     bool mQuits = false;       ///< main thread; the companion has been asked to quit
 
@@ -152,6 +186,7 @@ class Dispatcher final : public ResetSequence::Observer {
     std::set<std::shared_ptr<UsbGate>> mGates;
     std::map<std::string, std::weak_ptr<DeviceLock>> mLocks;  ///< by key
     std::deque<Event> mEvents;                                ///< not yet reported
+    std::vector<Stage> mBegunStages;                          ///< not yet told
     std::set<std::uint32_t> mDoneUnits;
     std::size_t mWorking = 0;  ///< workers under way
     bool mCancelled = false;

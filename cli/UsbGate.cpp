@@ -5,7 +5,6 @@
 #include "platform/Platform.hpp"
 #include "platform/common/IOServiceList.hpp"
 
-#include <limits>
 #include <list>
 #include <span>
 #include <utility>
@@ -16,8 +15,6 @@ namespace twin {
 using platform::IOReturn;
 
 namespace {
-
-constexpr platform::CFAbsoluteTime kNever = std::numeric_limits<double>::infinity();
 
 thread_local UsbGate* gCurrent = nullptr;
 
@@ -42,15 +39,21 @@ class GatedTransfers final : public platform::CFRunLoopSource, public std::enabl
 
     /// Has the owner thread complete what is pending. Any thread.
     void end() {
-        const std::lock_guard lock(mMutex);
-        if (!mLoop) return;
-        mLoop->CFRunLoopPerformBlock(mMode, [weak = weak_from_this()] {
+        std::shared_ptr<platform::CFRunLoop> loop;
+        std::string mode;
+        {
+            const std::lock_guard lock(mMutex);
+            loop = mLoop;
+            mode = mMode;
+        }
+        if (!loop) return;
+        loop->CFRunLoopPerformBlock(mode, [weak = weak_from_this()] {
             if (const auto self = weak.lock()) self->completeAll();
         });
     }
 
     void setDeadline(platform::CFAbsoluteTime deadline) {
-        if (mLoop && deadline < kNever)
+        if (mLoop && deadline < UsbGate::kNever)
             mTimer = mLoop->CFRunLoopAddTimer(mMode, deadline, 0, [this] { static_cast<void>(mGate.isOpen()); });
     }
 

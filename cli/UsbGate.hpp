@@ -27,7 +27,9 @@ class UsbGate {
   public:
     enum class State { Open, Cancelled, TimeUp };
 
-    UsbGate() = default;
+    static constexpr platform::CFAbsoluteTime kNever = std::numeric_limits<double>::infinity();
+
+    explicit UsbGate(platform::CFAbsoluteTime deadline = kNever) : mDeadline(deadline) {}
     ~UsbGate();
     UsbGate(const UsbGate&) = delete;
     UsbGate& operator=(const UsbGate&) = delete;
@@ -65,10 +67,10 @@ class UsbGate {
 
   private:
     mutable std::mutex mMutex;
-    State mState = State::Open;                                                    ///< under mMutex
-    platform::IOReturn mLastFailure = platform::kIOReturnSuccess;                  ///< under mMutex
-    std::weak_ptr<GatedTransfers> mTransfers;                                      ///< under mMutex
-    platform::CFAbsoluteTime mDeadline = std::numeric_limits<double>::infinity();  ///< owner thread
+    State mState = State::Open;                                    ///< under mMutex
+    platform::IOReturn mLastFailure = platform::kIOReturnSuccess;  ///< under mMutex
+    std::weak_ptr<GatedTransfers> mTransfers;                      ///< under mMutex
+    platform::CFAbsoluteTime mDeadline;                            ///< owner thread
 };
 
 /// The device registry as it is, except that what a thread with a gate opens through it goes through that gate.

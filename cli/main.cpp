@@ -16,6 +16,7 @@
 #include "platform/linux/process/SignalScriptRunner.hpp"
 #include "platform/linux/settings/Bundle.hpp"
 #include "platform/linux/settings/UserDefaults.hpp"
+#include "platform/linux/usb/SystemSurvey.hpp"
 #include "platform/linux/usb/UdevRegistry.hpp"
 #include "simulator/engine/RealTimeDrive.hpp"
 
@@ -147,6 +148,7 @@ int main(int argc, char** argv) {
     platform.standardUserDefaults = &userDefaults;
     platform.scriptRunner = &scriptRunner;
     platform.lockFolder = DeviceLock::usualFolder();
+    platform.surveySystem = platform::surveyOfThisSystem;
     const platform::PlatformScope scope(platform);
 
     TrovikLogs::initLogLevel();

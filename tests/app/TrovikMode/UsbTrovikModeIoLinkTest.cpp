@@ -3,6 +3,7 @@
 #include "app/TrovikMode/TrovikModeUtil.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "tests/support/LogRecorder.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 #include "tests/support/UsbWorld.hpp"
 
 #include <gmock/gmock.h>
@@ -104,6 +105,18 @@ TEST(IoLink, NamesADeviceThatHasGoneAndAConnectionThatFailsApart) {
         EXPECT_FALSE(link->sendIopCommand(113, {}, true, &error));
         EXPECT_THAT(log.take().back().logMsg, testing::StartsWith(id));
     }
+}
+
+TEST(IoLink, OfADeviceThatAnotherProgramResetsIsNotMade) {
+    SimulatedDevice world;
+    const TemporaryFolder folder;
+    const platform::PlatformScope scope(
+        {.clock = &world.clock, .runLoops = &world.loops, .masterPort = &world.bus, .lockFolder = folder.path()});
+    auto other = DeviceLock::takePort(world.path());
+    EXPECT_TRUE(other && !UsbTrovikModeIoLink::initWithPath(world.path()));
+    other.reset();
+    const auto facade = UsbTrovikModeIoLink::initWithPath(world.path());
+    EXPECT_TRUE(facade && !DeviceLock::takePort(world.path())) << "the window keeps it as long as its link";
 }
 
 }  // namespace

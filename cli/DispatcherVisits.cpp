@@ -1,0 +1,182 @@
+// The dispatcher's openings of devices: which entry is opened for whom, and what is done over the link.
+#include "cli/Dispatcher.hpp"
+#include "platform/Platform.hpp"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+namespace twin {
+namespace {
+
+double now() {
+    return platform::CFAbsoluteTimeGetCurrent();
+}
+
+}  // namespace
+
+Failure Dispatcher::lockedByOther() {
+    return {Cause::HeldByProgram, Status::OtherRun, "Another run works on the device."};
+}
+
+void Dispatcher::begin(Job& job, Now moment) {
+    job.begun = true;
+    auto lock = lockFor(job.device.port);
+    if (!lock) return job.sequence.fail(lockedByOther(), moment);
+    job.locks.push_back(std::move(lock));
+    if (job.resumes) return job.sequence.beginResume(moment);
+    job.sequence.begin(moment);
+}
+
+void Dispatcher::startVisits(Now moment) {
+    std::vector<Visit> visits;
+    {
+        const std::lock_guard lock(mMutex);
+        const bool takesMore = mEach && !mCancelled && (!mSettings.plan.quitsStation || mHasQuitStation) &&
+                               (mEachCount == 0 || mJobs.size() < mEachCount);
+        for (auto& [id, entry] : mEntries) {
+            if (entry.visited || entry.foreign || moment < entry.nextTry) continue;
+            Now deadline = takesMore && !entry.unit ? moment + kOpenLimit : moment;
+            for (const auto& job : mJobs) {
+                if (job->begun && job->sequence.wants(entry.device.entry, entry.unit, moment))
+                    deadline = std::max(deadline, std::min(job->sequence.deadline(), moment + kOpenLimit));
+            }
+            if (!(deadline > moment)) continue;
+            // Who has the lock waits for this very device, perhaps in its boot loader, and must not find it open.
+            auto portLock = lockFor(entry.device.port);
+            entry.nextTry = moment + Lookout::kInterval;
+            if (!portLock) continue;
+            entry.visited = true;
+            auto gate = std::make_shared<UsbGate>(deadline);
+            mGates.insert(gate);
+            visits.push_back({entry.device, std::move(gate), std::move(portLock)});
+        }
+    }
+    for (const Visit& planned : visits) {
+        const auto end = [this, planned] {
+            const std::lock_guard lock(mMutex);
+            mGates.erase(planned.gate);
+            const auto entry = mEntries.find(planned.device.entry.ioId());
+            if (entry == mEntries.end()) return;
+            entry->second.visited = false;
+            if (!entry->second.failure || mCancelled) entry->second.nextTry = 0;
+        };
+        const bool isStarted = start([this, end, planned] {
+            visit(planned);
+            end();  // now that it is closed it can be opened again
+        });
+        if (isStarted) continue;
+        end();
+        openFailed(planned.device, Failure{Cause::NoThread, Status::Failed, {}});
+    }
+}
+
+void Dispatcher::visit(const Visit& planned) {
+    DeviceVisit visit(planned.device.entry.ioPath(), *planned.gate, mSettings.diagnosis);
+    if (const auto failure = visit.open()) return openFailed(planned.device, *failure);
+    if (Job* const job = offer(planned, visit.unitId())) doSteps(*job, visit);
+}
+
+void Dispatcher::openFailed(const Device& device, const Failure& failure) {
+    const std::lock_guard lock(mMutex);
+    const auto found = mEntries.find(device.entry.ioId());
+    if (failure.status == Status::Cancelled || found == mEntries.end()) return;
+    Entry& entry = found->second;
+    entry.nextTry = now() + Lookout::kInterval;
+    if (!entry.failure || entry.failure->cause != failure.cause) {
+        Event event{{"event", "note"}, {"port", device.port}};
+        note(describe(event, failure));
+    }
+    entry.failure = failure;
+    for (const auto& job : mJobs) {
+        if (job->begun) job->sequence.openFailed(device.entry, failure, now());
+    }
+}
+
+Dispatcher::Job* Dispatcher::offer(const Visit& planned, std::uint32_t unit) {
+    if (planned.gate->state() != UsbGate::State::Open) return nullptr;
+    const std::lock_guard lock(mMutex);
+    const Device& device = planned.device;
+    const auto found = mEntries.find(device.entry.ioId());
+    if (found != mEntries.end()) {
+        found->second.unit = unit;
+        found->second.failure.reset();
+    }
+    const auto takes = [&](const auto& job) { return job->begun && job->sequence.offered(device.entry, unit, now()); };
+    auto taker = std::ranges::find_if(mJobs, takes);
+    if (taker == mJobs.end() && mEach && unit != 0 && mDoneUnits.contains(unit)) {
+        note({{"event", "note"}, {"port", device.port}, {"unit", unit}, {"text", "It has been done; it is skipped."}});
+        return nullptr;
+    }
+    const auto isBegun = [&](const auto& job) { return job->sequence.unit() == unit && !job->sequence.isOver(); };
+    if (taker == mJobs.end() && mEach && (unit == 0 || std::ranges::none_of(mJobs, isBegun))) {
+        Job& job = add(device, unit);
+        begin(job, now());
+        job.sequence.stationQuit(now());
+        if (job.sequence.offered(device.entry, unit, now())) taker = mJobs.end() - 1;
+    }
+    if (taker == mJobs.end()) {
+        note({{"event", "note"},
+              {"port", device.port},
+              {"unit", unit},
+              {"text", "It is not a device that is waited for; it was let go of untouched."}});
+        return nullptr;
+    }
+    Job& job = **taker;
+    job.device = device;
+    job.locks.push_back(planned.portLock);  // it may have come back under another port
+    return lockUnit(job, now()) ? &job : nullptr;
+}
+
+bool Dispatcher::lockUnit(Job& job, Now moment) {
+    const std::uint32_t unit = job.sequence.unit().value_or(0);
+    if (unit == 0 || std::exchange(job.hasUnitLock, true)) return true;
+    auto lock = lockFor("unit-" + std::to_string(unit));
+    const bool isMine = lock != nullptr;
+    if (!isMine) job.sequence.fail(lockedByOther(), moment);
+    job.locks.push_back(std::move(lock));
+    return isMine;
+}
+
+/// A lock of this run is shared, since a file that is locked twice keeps even its own process out.
+std::shared_ptr<DeviceLock> Dispatcher::lockFor(const std::string& key) {
+    std::weak_ptr<DeviceLock>& known = mLocks[key];
+    if (auto lock = known.lock()) return lock;
+    auto taken = DeviceLock::take(key);
+    if (!taken) return nullptr;
+    auto lock = std::make_shared<DeviceLock>(*std::move(taken));
+    known = lock;
+    return lock;
+}
+
+void Dispatcher::doSteps(Job& job, DeviceVisit& visit) {
+    for (;;) {
+        std::optional<Stage> step;
+        double deadline = 0;
+        Journal::Entry entry;
+        {
+            const std::lock_guard lock(mMutex);
+            step = job.sequence.step();
+            deadline = job.sequence.deadline();
+            entry = {job.device.port, job.sequence.unit().value_or(0)};
+        }
+        tellStages();
+        if (!step) return;
+        if (*step == Stage::Hold) mJournal.held(entry);  // before the command: a kill may come right after it
+        const auto failure = visit.run(*step, deadline, [&] {
+            const std::lock_guard lock(mMutex);
+            job.sequence.stepSent(now());
+        });
+        bool isHeld = false;
+        {
+            const std::lock_guard lock(mMutex);
+            job.sequence.stepEnded(failure, now());
+            const auto boot = job.sequence.boot();
+            isHeld = boot == ResetSequence::Boot::Held || boot == ResetSequence::Boot::PerhapsHeld;
+        }
+        if (!isHeld) mJournal.released(entry);
+        wake();
+    }
+}
+
+}  // namespace twin

@@ -1,0 +1,50 @@
+#include "cli/Lookout.hpp"
+
+#include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
+#include "platform/IOReturn.hpp"
+#include "platform/Platform.hpp"
+
+#include <algorithm>
+#include <utility>
+
+namespace twin {
+namespace {
+
+void takeAll(platform::IOIterator& iterator) {
+    while (iterator.IOIteratorNext()) {
+    }
+}
+
+}  // namespace
+
+Lookout::Lookout()
+    : mLoop(platform::CFRunLoopGetCurrent()), mPort(platform::kIOMasterPortDefault().IONotificationPortCreate()) {
+    mLoop->CFRunLoopAddSource(mPort->IONotificationPortGetRunLoopSource(), platform::kCFRunLoopDefaultMode);
+    for (const char* const type : {platform::kIOServiceMatched, platform::kIOServiceTerminate}) {
+        std::unique_ptr<platform::IOIterator> iterator;
+        if (platform::kIOMasterPortDefault().IOServiceAddMatchingNotification(
+                *mPort, type, USBTrovikModeFinderUtils::createTMDeviceMatcher(), changed, this, iterator) !=
+            platform::kIOReturnSuccess)
+            continue;  // then there are the looks
+        takeAll(*iterator);
+        mNotifications.push_back(std::move(iterator));
+    }
+}
+
+Lookout::~Lookout() {
+    mLoop->CFRunLoopRemoveSource(mPort->IONotificationPortGetRunLoopSource());
+}
+
+void Lookout::changed(void* self, platform::IOIterator& iterator) {
+    takeAll(iterator);
+    auto& lookout = *static_cast<Lookout*>(self);
+    lookout.mDue = std::min(lookout.mDue, lookout.mLast + kShortestInterval);
+}
+
+std::optional<std::vector<Device>> Lookout::look(double now) {
+    mLast = now;
+    mDue = now + kInterval;
+    return attachedDevices();
+}
+
+}  // namespace twin
