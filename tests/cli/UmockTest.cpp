@@ -1,0 +1,90 @@
+// The program over the real libusb and libudev, on an emulated bus.
+#include "cli/Commands.hpp"
+#include "cli/Scenario.hpp"
+#include "cli/UsbGate.hpp"
+#include "platform/Platform.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "platform/linux/usb/UdevRegistry.hpp"
+#include "simulator/umock/UmockUsb.hpp"
+#include "tests/support/TemporaryFolder.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using simulator::BootState;
+using simulator::Fault;
+using simulator::FaultKind;
+using std::chrono::milliseconds;
+using twin::Status;
+
+struct TwinUmock : testing::Test {
+    TwinUmock() {
+        for (std::uint32_t unit = 1; unit <= 4; ++unit) {
+            auto profile = simulator::Profile::handheld();
+            profile.unitId = unit;
+            profile.rebootTime = *(profile.bootTime = milliseconds(100));
+            usb.addDevice(profile);
+        }
+        usb.plug({0, 1, 2, 3});
+    }
+
+    Status run(const std::vector<std::string>& arguments) {
+        Status status = Status::Done;
+        const auto options = twin::parse(arguments, text, text, status);
+        if (!options) return status;
+        twin::ScenarioScripts scripts{{}};
+        const platform::PlatformScope scope({.runLoops = &loops,
+                                             .masterPort = &registry,
+                                             .scriptRunner = &scripts,
+                                             .log = [](const std::string&) {},
+                                             .lockFolder = folder.path()});
+        return twin::run(*options, {.in = text,
+                                    .out = text,
+                                    .people = text,
+                                    .workers = workers,
+                                    .journalFolder = folder / "journal",
+                                    .version = "1.0"});
+    }
+    std::string port(std::size_t number) {
+        const std::string path = usb.registryPath(number);
+        return path.substr(path.find_last_of('/') + 1);
+    }
+    simulator::Device& device(std::size_t number) {
+        simulator::Device* found = nullptr;
+        usb.withDevice(number, [&](auto& own, auto) { found = &own; });
+        return *found;
+    }
+
+    simulator::UmockUsb usb;
+    platform::AsioRunLoops loops;
+    platform::UdevRegistry devices{loops};
+    twin::GatedRegistry registry{devices};
+    twin::ThreadWorkers workers;
+    support::TemporaryFolder folder;
+    std::stringstream text;
+};
+
+TEST_F(TwinUmock, ThreeChosenDevicesAreResetAndTheFourthIsNotTouched) {
+    EXPECT_EQ(run({"reset", port(0), port(1), "unit:3", "--yes"}), Status::Done) << text.str();
+    EXPECT_TRUE(usb.waitUntilClosed() && usb.pendingTransfers() == 0);
+    for (const std::size_t number : {0, 1, 2}) EXPECT_TRUE(device(number).store().empty());
+    EXPECT_FALSE(device(3).store().empty());
+}
+
+TEST_F(TwinUmock, LimitEndsAWaitThatIsUnderWayAndTheHeldDeviceStarts) {
+    usb.withDevice(0, [](auto& own, auto) {
+        own.addFault(Fault::onAnswer(simulator::kHoldInBootLoader, FaultKind::NoAnswer).committed(2));
+    });
+    EXPECT_EQ(run({"reset", port(0), "--yes", "--limit", "hold=0.2"}), Status::TimedOut) << text.str();
+    EXPECT_TRUE(usb.waitUntilClosed() && usb.pendingTransfers() == 0);
+    EXPECT_EQ(device(0).bootState(), BootState::Running);
+    EXPECT_FALSE(device(0).store().empty());
+    EXPECT_TRUE(device(0).record().refused().empty()) << device(0).record().text();
+}
+
+}  // namespace
