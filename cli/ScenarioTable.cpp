@@ -123,7 +123,14 @@ std::vector<Scenario> resets() {
 
 std::vector<Scenario> secondAttempts() {
     using enum FaultKind;
+    Scenario pulled = recovers(
+        one("unplugged-at-reboot", "The cable comes out while the reboot is being sent, which looks like the reboot.",
+            {Fault::onCommand(simulator::kReboot, NotTaken)}),
+        "TRV-303", Stage::Hold);
+    pulled.cues = {{Stage::Reboot, milliseconds(200), Cue::What::Unplug, 0},
+                   {Stage::Reboot, milliseconds(1200), Cue::What::Plug, 0}};
     return {
+        pulled,
         recovers(one("reboot-ignored", "The device ignores the first reboot.",
                      {Fault::onCommand(simulator::kReboot, Ignore)}),
                  "TRV-303", Stage::Gone),

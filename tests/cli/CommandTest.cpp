@@ -104,6 +104,18 @@ TEST(TwinCommand, WhatAKillLeavesBehindIsSaidAndCanBeLetStart) {
     EXPECT_EQ(twin.run({"resume"}), Status::NoneFound);
 }
 
+TEST(TwinCommand, ArrivalThatAnotherRunWaitsForIsNotOpened) {
+    for (const bool isLocked : {false, true}) {
+        TwinWorld twin(*twin::scenarioNamed("another-device-first"));
+        std::optional<DeviceLock> other;
+        twin.onStage = [&](Stage stage) {
+            if (stage == Stage::Back && isLocked) other = DeviceLock::take("1-2");
+        };
+        EXPECT_EQ(twin.run(twin.scenario.arguments), Status::Done);
+        EXPECT_EQ(twin.wasOpened(1), !isLocked);
+    }
+}
+
 TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
     const struct {
         std::vector<std::string> arguments;
@@ -131,6 +143,7 @@ TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
         if (row.answer) twin.in.str(row.answer);
         EXPECT_EQ(twin.run(row.arguments), row.status);
         EXPECT_EQ((std::vector{twin.storeIsEmpty(0), twin.storeIsEmpty(1)}), row.cleared) << twin.people.str();
+        EXPECT_TRUE(row.arguments[1] != "1-2" || !twin.wasOpened(0)) << "it was there and not chosen";
         EXPECT_TRUE(!row.answer || twin.people.str().find("1-1  Trailmate 300  unit 1") != std::string::npos);
     }
 }

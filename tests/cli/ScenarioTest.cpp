@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <optional>
 #include <set>
 
 namespace twin_test {
@@ -32,6 +34,8 @@ TEST(Scenario, EndsWithItsStatusAndItsDevicesAsItSays) {
         SCOPED_TRACE(scenario.name);
         EXPECT_TRUE(known.insert(scenario.name).second);
         TwinWorld twin(scenario);
+        std::optional<simulator::Time> cancelled;
+        twin.onCancelled = [&] { cancelled = twin.time.drive.now(); };
         const twin::Status status = twin.run(scenario.arguments);
         SCOPED_TRACE(twin.out.str() + twin.people.str());
         EXPECT_EQ(twin::nameOf(status), twin::nameOf(scenario.status));
@@ -46,6 +50,8 @@ TEST(Scenario, EndsWithItsStatusAndItsDevicesAsItSays) {
         for (std::size_t port = 0; port < scenario.devices.size(); ++port) {
             EXPECT_EQ(twin.storeIsEmpty(port), scenario.cleared[port]) << "port " << port + 1;
         }
+        EXPECT_TRUE(!cancelled || twin.time.drive.now() - *cancelled <= std::chrono::seconds(2));
+        EXPECT_EQ(cancelled.has_value(), status == twin::Status::Cancelled);
         EXPECT_EQ(twin.world.bus().openDevices(), 0U);
         EXPECT_EQ(twin.world.bus().pendingTransfers(), 0U);
     }

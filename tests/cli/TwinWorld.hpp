@@ -131,6 +131,11 @@ class World {
         world.bus().withDevice(port, [&](auto& device, auto) { isEmpty = device.store().empty(); });
         return isEmpty;
     }
+    bool wasOpened(std::size_t port) {
+        bool wasOpened = false;
+        world.bus().withDevice(port, [&](auto& device, auto) { wasOpened = !device.record().received().empty(); });
+        return wasOpened;
+    }
     simulator::BootState boot(std::size_t port) {
         auto state = simulator::BootState::Running;
         world.bus().withDevice(port, [&](auto& device, auto) { state = device.bootState(); });
