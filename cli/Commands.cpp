@@ -4,12 +4,12 @@
 #include "WIN/WIN_DebugServer.hpp"
 #include "app/Support/Report.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
+#include "platform/Platform.hpp"
 
 #include <algorithm>
 #include <istream>
 #include <nlohmann/json.hpp>
 #include <ostream>
-#include <set>
 #include <stop_token>
 #include <system_error>
 #include <utility>
@@ -19,6 +19,10 @@ namespace {
 
 constexpr int kSchema = 1;  ///< of the events; counts up when a field changes its meaning or goes
 constexpr std::string_view kUnitPrefix = "unit:";
+
+bool isAny(const std::vector<Device>& devices) {
+    return !devices.empty();
+}
 
 std::optional<std::uint32_t> unitOf(const std::string& name) {
     if (!name.starts_with(kUnitPrefix)) return std::nullopt;
@@ -109,7 +113,7 @@ class Run {
     void say(const std::string& text) { mDispatcher.tell({{"event", "note"}, {"text", text}}); }
 
     Status list() {
-        const auto devices = mDispatcher.waitForDevices(0, {});
+        const auto devices = mDispatcher.waitForDevices(0, isAny);
         tellOf(devices);
         if (mOptions.watch) mDispatcher.watch();
         return devices.empty() && !mOptions.watch ? noneFound() : Status::Done;
@@ -180,7 +184,7 @@ class Run {
     /// The devices that are meant. Never one of several by chance.
     Status choose(Chosen& chosen, bool takesAll) {
         if (!mOptions.devices.empty()) return find(mOptions.devices, chosen);
-        const auto devices = mDispatcher.waitForDevices(mOptions.wait, {});
+        const auto devices = mDispatcher.waitForDevices(mOptions.wait, isAny);
         if (devices.empty()) return noneFound();
         if (devices.size() > 1 && !takesAll) {
             tellOf(devices);
@@ -190,34 +194,60 @@ class Run {
         return Status::Done;
     }
 
-    /// A unit id is learnt by opening what is attached.
+    /// A unit id is learnt by opening what is attached, each once.
     Status find(const std::vector<std::string>& names, Chosen& chosen) {
-        std::set<std::string> ports;
-        for (const std::string& name : names) {
-            if (!name.starts_with(kUnitPrefix)) ports.insert(name);
+        std::vector<Dispatcher::Inspection> opened;
+        const double end = platform::CFAbsoluteTimeGetCurrent() + mOptions.wait;
+        std::string missing;
+        do {
+            const bool needsUnit =
+                std::ranges::any_of(names, [](const auto& name) { return unitOf(name).has_value(); });
+            const auto isOpened = [&](const Device& device) {
+                return std::ranges::any_of(opened, [&](const auto& one) { return one.device.entry == device.entry; });
+            };
+            const auto isEnough = [&](const std::vector<Device>& devices) {
+                return std::ranges::all_of(names, [&](const std::string& name) {
+                    return unitOf(name) ? !std::ranges::all_of(devices, isOpened)
+                                        : std::ranges::count(devices, name, &Device::port) > 0;
+                });
+            };
+            auto devices = mDispatcher.waitForDevices(end - platform::CFAbsoluteTimeGetCurrent(), isEnough);
+            if (needsUnit) open(devices, isOpened, opened);
+            missing = pick(names, devices, opened, chosen);
+        } while (!missing.empty() && !mDispatcher.isCancelled() && platform::CFAbsoluteTimeGetCurrent() < end);
+        if (missing.empty()) return Status::Done;
+        for (const auto& one : opened) {
+            Event event{{"event", "note"}, {"port", one.device.port}};
+            if (one.failure) mDispatcher.tell(Dispatcher::describe(event, *one.failure));
         }
-        const auto devices = mDispatcher.waitForDevices(mOptions.wait, ports);
-        std::vector<Dispatcher::Inspection> inspections;
-        if (ports.size() < names.size()) {
-            if (mOptions.plan.quitsStation && mOptions.command == Options::Command::Reset) mDispatcher.quitStation();
-            inspections = mDispatcher.inspect(devices);
-        }
+        return fail({Cause::DeviceNotFound, Status::NoneFound, "There is no " + missing + "."});
+    }
+
+    template <typename IsOpened>
+    void open(std::vector<Device> devices, const IsOpened& isOpened, std::vector<Dispatcher::Inspection>& opened) {
+        if (mOptions.plan.quitsStation && mOptions.command == Options::Command::Reset) mDispatcher.quitStation();
+        std::erase_if(devices, isOpened);
+        for (auto& inspection : mDispatcher.inspect(devices)) opened.push_back(std::move(inspection));
+    }
+
+    /// @return the name that stands for none of the devices; empty when all are chosen
+    static std::string pick(const std::vector<std::string>& names, const std::vector<Device>& devices,
+                            const std::vector<Dispatcher::Inspection>& opened, Chosen& chosen) {
+        chosen.clear();
         for (const std::string& name : names) {
             const auto unit = unitOf(name);
-            const auto isMeant = [&](const auto& inspection) {
-                return inspection.identity && inspection.identity->unit == unit;
+            const auto isMeant = [&](const Device& device) {
+                const auto isIt = [&](const auto& one) {
+                    return one.device.entry == device.entry && one.identity && one.identity->unit == unit;
+                };
+                return unit ? std::ranges::any_of(opened, isIt) : device.port == name;
             };
-            const auto byPort = std::ranges::find(devices, name, &Device::port);
-            const auto byUnit = std::ranges::find_if(inspections, isMeant);
-            if (byPort != devices.end()) {
-                chosen.emplace_back(*byPort, std::nullopt);
-            } else if (unit && byUnit != inspections.end()) {
-                chosen.emplace_back(byUnit->device, unit);
-            } else {
-                return fail({Cause::DeviceNotFound, Status::NoneFound, "There is no " + name + "."});
-            }
+            const auto found = std::ranges::find_if(devices, isMeant);
+            if (found == devices.end()) return name;
+            const auto isSame = [&](const auto& one) { return one.first.entry == found->entry; };
+            if (std::ranges::none_of(chosen, isSame)) chosen.emplace_back(*found, unit);
         }
-        return Status::Done;
+        return {};
     }
 
     Status confirm(const Chosen& chosen) {

@@ -183,18 +183,18 @@ std::vector<Dispatcher::Inspection> Dispatcher::inspect(const std::vector<Device
     return inspections;
 }
 
-std::vector<Device> Dispatcher::waitForDevices(double seconds, const std::set<std::string>& ports) {
+std::vector<Device> Dispatcher::waitForDevices(double seconds,
+                                               const std::function<bool(const std::vector<Device>&)>& isEnough) {
     const Now end = now() + seconds;
     std::vector<Device> devices;
     loopUntil(
         [&] {
             devices.clear();
             for (const auto& [id, entry] : mEntries) devices.push_back(entry.device);
-            const auto isThere = [&](const auto& port) { return std::ranges::count(devices, port, &Device::port) > 0; };
-            return mCancelled || now() >= end || (!devices.empty() && std::ranges::all_of(ports, isThere));
+            std::ranges::sort(devices, {}, &Device::port);
+            return mCancelled || now() >= end || isEnough(devices);
         },
         true);
-    std::ranges::sort(devices, {}, &Device::port);
     return devices;
 }
 

@@ -80,9 +80,10 @@ class Dispatcher final : public ResetSequence::Observer {
     /// Opens and identifies devices, all at once, and lets them go. Blocks. Main thread.
     std::vector<Inspection> inspect(const std::vector<Device>& devices);
 
-    /// Waits until the registry has at least one device, and one at each of the ports. Blocks. Main thread.
+    /// Waits until what is attached is enough. Blocks. Main thread.
     /// @param seconds  0 for one look
-    std::vector<Device> waitForDevices(double seconds, const std::set<std::string>& ports);
+    /// @return what is attached then, by port
+    std::vector<Device> waitForDevices(double seconds, const std::function<bool(const std::vector<Device>&)>& isEnough);
 
     /// Tells of devices that come and go, until cancelled. Blocks. Main thread.
     void watch();

@@ -125,7 +125,8 @@ TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
     } rows[] = {
         {{"reset", "1-2", "--yes"}, nullptr, Status::Done, {false, true}},
         {{"reset", "unit:1", "--yes"}, nullptr, Status::Done, {true, false}},
-        {{"reset", "unit:3", "--yes"}, nullptr, Status::NoneFound, {false, false}},
+        {{"reset", "unit:3", "--yes", "--wait", "3"}, nullptr, Status::NoneFound, {false, false}},
+        {{"reset", "unit:2", "1-2", "--yes"}, nullptr, Status::Done, {false, true}},
         {{"reset", "1-1", "1-7", "--yes", "--wait", "2"}, nullptr, Status::NoneFound, {false, false}},
         {{"reset", "1-1"}, nullptr, Status::Usage, {false, false}},
         {{"reset", "1-1"}, "no\n", Status::Cancelled, {false, false}},
