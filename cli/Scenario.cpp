@@ -1,7 +1,9 @@
 #include "cli/Scenario.hpp"
 
 #include "platform/Clock.hpp"
+#include "platform/IOReturn.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/IOServiceList.hpp"
 
 #include <algorithm>
 #include <chrono>
@@ -15,7 +17,25 @@ bool ScenarioScripts::executeAndReturnError(const std::string&) {
     return platform::systemClock().MPDelayUntil(platform::CFAbsoluteTimeGetCurrent() + seconds);
 }
 
-ScenarioWorld::ScenarioWorld(const Scenario& scenario, simulator::Drive& drive) : mDrive(drive), mBus(drive) {
+platform::IOReturn ScenarioRegistry::IOServiceAddMatchingNotification(
+    platform::IONotificationPort& port, const std::string& type, const platform::MatchingDictionary& matching,
+    platform::IOServiceMatchingCallback callback, void* refCon, std::unique_ptr<platform::IOIterator>& iterator) {
+    if (mTells == BusTells::Nothing || (mTells == BusTells::ArrivalsOnly && type == platform::kIOServiceTerminate)) {
+        iterator = std::make_unique<platform::IOServiceList>(std::vector<std::unique_ptr<platform::IOService>>());
+        return platform::kIOReturnSuccess;
+    }
+    if (mTells == BusTells::AllTwice) {
+        std::unique_ptr<platform::IOIterator> extra;
+        const auto result = mInner.IOServiceAddMatchingNotification(port, type, matching, callback, refCon, extra);
+        if (result != platform::kIOReturnSuccess) return result;
+        while (extra->IOIteratorNext()) {
+        }
+    }
+    return mInner.IOServiceAddMatchingNotification(port, type, matching, callback, refCon, iterator);
+}
+
+ScenarioWorld::ScenarioWorld(const Scenario& scenario, simulator::Drive& drive)
+    : mDrive(drive), mBus(drive), mRegistry(mBus, scenario.tells) {
     std::vector<std::size_t> plugged;
     for (const ScenarioDevice& device : scenario.devices) {
         const std::size_t port = mBus.addDevice(device.profile);
@@ -25,7 +45,6 @@ ScenarioWorld::ScenarioWorld(const Scenario& scenario, simulator::Drive& drive) 
         });
         if (device.plugged) plugged.push_back(port);
     }
-    for (const auto& fault : scenario.busFaults) mBus.addFault(fault);
     mBus.plug(plugged);
     for (const Cue& cue : scenario.cues) {
         if (cue.stage) {

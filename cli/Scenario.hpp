@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/Outcome.hpp"
+#include "platform/IORegistry.hpp"
 #include "platform/ScriptRunner.hpp"
 #include "simulator/bus/InProcessBus.hpp"
 #include "simulator/engine/Fault.hpp"
@@ -10,6 +11,7 @@
 #include <cstddef>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -37,6 +39,9 @@ struct Cue {
     std::size_t device = 0;
 };
 
+/// What the bus tells of arrivals and departures.
+enum class BusTells { All, ArrivalsOnly, Nothing, AllTwice };
+
 /// One situation: what is attached, what goes wrong and when, and the exit status that must follow. The same table is
 /// what tests run, what --simulate shows, and what the documentation lists.
 struct Scenario {
@@ -44,7 +49,7 @@ struct Scenario {
     std::string text;                    ///< one sentence
     std::vector<std::string> arguments;  ///< that lead to the status
     std::vector<ScenarioDevice> devices;
-    std::vector<simulator::Fault> busFaults = {};
+    BusTells tells = BusTells::All;
     std::vector<Cue> cues = {};
     simulator::Duration stationTakes{0};  ///< each of the companion programs, to quit
     bool otherRun = false;                ///< another run of the program works on the first device
@@ -68,6 +73,31 @@ class ScenarioScripts final : public platform::ScriptRunner {
     const simulator::Duration mTakes;
 };
 
+/// A bus that does not tell all, or tells it twice.
+class ScenarioRegistry final : public platform::IORegistry {
+  public:
+    ScenarioRegistry(platform::IORegistry& inner, BusTells tells) : mInner(inner), mTells(tells) {}
+
+    platform::IOReturn IOServiceGetMatchingServices(const platform::MatchingDictionary& matching,
+                                                    std::unique_ptr<platform::IOIterator>& iterator) override {
+        return mInner.IOServiceGetMatchingServices(matching, iterator);
+    }
+    std::unique_ptr<platform::IONotificationPort> IONotificationPortCreate() override {
+        return mInner.IONotificationPortCreate();
+    }
+    platform::IOReturn IOServiceAddMatchingNotification(platform::IONotificationPort& port, const std::string& type,
+                                                        const platform::MatchingDictionary& matching,
+                                                        platform::IOServiceMatchingCallback callback, void* refCon,
+                                                        std::unique_ptr<platform::IOIterator>& iterator) override;
+    std::unique_ptr<platform::IOService> IORegistryEntryFromPath(const std::string& path) override {
+        return mInner.IORegistryEntryFromPath(path);
+    }
+
+  private:
+    platform::IORegistry& mInner;
+    const BusTells mTells;
+};
+
 /// A scenario under way: the bus with its devices, and what happens by itself. Driven like any timed work, in real time
 /// or in simulated time.
 class ScenarioWorld final : public simulator::TimedWork {
@@ -76,6 +106,7 @@ class ScenarioWorld final : public simulator::TimedWork {
     ScenarioWorld(const Scenario& scenario, simulator::Drive& drive);
 
     simulator::InProcessBus& bus() { return mBus; }
+    platform::IORegistry& registry() { return mRegistry; }
 
     /// What a cue's cancel calls.
     void setCancel(std::function<void()> cancel);
@@ -90,6 +121,7 @@ class ScenarioWorld final : public simulator::TimedWork {
   private:
     simulator::Drive& mDrive;
     simulator::InProcessBus mBus;
+    ScenarioRegistry mRegistry;
     std::mutex mMutex;
     std::vector<Cue> mWaiting;                     ///< under mMutex
     std::multimap<simulator::Time, Cue> mPending;  ///< under mMutex

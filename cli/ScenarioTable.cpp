@@ -85,10 +85,15 @@ std::vector<Scenario> resets() {
     table.push_back(
         with(one("back-at-the-limit", "The device is back one second before the limit.", {}, device(1, seconds(3))),
              {"--limit", "back=4", "--limit", "back-again=4"}));
-    Scenario silent = one("events-lost", "The bus tells of no arrival and of no departure.", {});
-    silent.busFaults = {
-        Fault::onOperation(BusOperation::IOServiceAddMatchingNotification, platform::kIOReturnError).committed(2)};
-    table.push_back(silent);
+    const std::pair<const char*, std::pair<const char*, BusTells>> tellings[] = {
+        {"departures-lost", {"The bus tells of no departure.", BusTells::ArrivalsOnly}},
+        {"events-lost", {"The bus tells of no arrival and of no departure.", BusTells::Nothing}},
+        {"events-twice", {"The bus tells of each arrival and each departure twice.", BusTells::AllTwice}},
+    };
+    for (const auto& [name, telling] : tellings) {
+        table.push_back(one(name, telling.first, {}));
+        table.back().tells = telling.second;
+    }
     table.push_back(one("opens-late", "The device can't be opened for the first 1.5 s after its reboot.",
                         {openFails(platform::kIOReturnNotPermitted, 2, 2)}));
     Scenario moved{"another-port", "The device comes back under another port.", kReset, {{device()}, elsewhere()}};

@@ -84,7 +84,7 @@ twin::Status runSimulated(const twin::Scenario& scenario, const twin::Options& o
                           platform::Platform platform) {
     simulator::RealTimeDrive drive;
     twin::ScenarioWorld world(scenario, drive);
-    twin::GatedRegistry registry(world.bus());
+    twin::GatedRegistry registry(world.registry());
     twin::ScenarioScripts scripts(scenario.stationTakes);
     platform.masterPort = &registry;
     platform.scriptRunner = &scripts;

@@ -146,7 +146,7 @@ class World {
     support::TemporaryFolder folder;
     Time time;
     twin::ScenarioWorld world;
-    twin::GatedRegistry registry{world.bus()};
+    twin::GatedRegistry registry{world.registry()};
     std::istringstream in;
     std::ostringstream out;
     std::ostringstream people;
