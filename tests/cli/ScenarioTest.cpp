@@ -30,9 +30,13 @@ bool names(const std::vector<json>& events, const std::string& cause) {
 
 TEST(Scenario, EndsWithItsStatusAndItsDevicesAsItSays) {
     std::set<std::string> known;
+    std::set<twin::Status> statuses;
+    std::set<twin::Stage> failed;
     for (const Scenario& scenario : twin::scenarios()) {
         SCOPED_TRACE(scenario.name);
         EXPECT_TRUE(known.insert(scenario.name).second);
+        statuses.insert(scenario.status);
+        if (scenario.stage) failed.insert(*scenario.stage);
         TwinWorld twin(scenario);
         std::optional<simulator::Time> cancelled;
         twin.onCancelled = [&] { cancelled = twin.time.drive.now(); };
@@ -55,6 +59,8 @@ TEST(Scenario, EndsWithItsStatusAndItsDevicesAsItSays) {
         EXPECT_EQ(twin.world.bus().openDevices(), 0U);
         EXPECT_EQ(twin.world.bus().pendingTransfers(), 0U);
     }
+    EXPECT_EQ(statuses.size(), 11U) << "each way to end";
+    EXPECT_EQ(failed.size(), twin::kStages.size()) << "each stage";
 }
 
 }  // namespace
