@@ -54,10 +54,10 @@ struct TwinUmock : testing::Test {
         const std::string path = usb.registryPath(number);
         return path.substr(path.find_last_of('/') + 1);
     }
-    simulator::Device& device(std::size_t number) {
-        simulator::Device* found = nullptr;
-        usb.withDevice(number, [&](auto& own, auto) { found = &own; });
-        return *found;
+    bool storeIsEmpty(std::size_t number) {
+        bool isEmpty = false;
+        usb.withDevice(number, [&](auto& device, auto) { isEmpty = device.store().empty(); });
+        return isEmpty;
     }
 
     simulator::UmockUsb usb;
@@ -72,8 +72,8 @@ struct TwinUmock : testing::Test {
 TEST_F(TwinUmock, ThreeChosenDevicesAreResetAndTheFourthIsNotTouched) {
     EXPECT_EQ(run({"reset", port(0), port(1), "unit:3", "--yes"}), Status::Done) << text.str();
     EXPECT_TRUE(usb.waitUntilClosed() && usb.pendingTransfers() == 0);
-    for (const std::size_t number : {0, 1, 2}) EXPECT_TRUE(device(number).store().empty());
-    EXPECT_FALSE(device(3).store().empty());
+    for (const std::size_t number : {0U, 1U, 2U}) EXPECT_TRUE(storeIsEmpty(number));
+    EXPECT_FALSE(storeIsEmpty(3));
 }
 
 TEST_F(TwinUmock, LimitEndsAWaitThatIsUnderWayAndTheHeldDeviceStarts) {
@@ -82,9 +82,11 @@ TEST_F(TwinUmock, LimitEndsAWaitThatIsUnderWayAndTheHeldDeviceStarts) {
     });
     EXPECT_EQ(run({"reset", port(0), "--yes", "--limit", "hold=0.2"}), Status::TimedOut) << text.str();
     EXPECT_TRUE(usb.waitUntilClosed() && usb.pendingTransfers() == 0);
-    EXPECT_EQ(device(0).bootState(), BootState::Running);
-    EXPECT_FALSE(device(0).store().empty());
-    EXPECT_TRUE(device(0).record().refused().empty()) << device(0).record().text();
+    usb.withDevice(0, [](auto& own, auto) {
+        EXPECT_EQ(own.bootState(), BootState::Running);
+        EXPECT_FALSE(own.store().empty());
+        EXPECT_TRUE(own.record().refused().empty()) << own.record().text();
+    });
 }
 
 }  // namespace
