@@ -1,5 +1,6 @@
 // The command line.
 #include "cli/Commands.hpp"
+#include "cli/Scenario.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -14,6 +15,13 @@ std::string stageNames() {
     std::string names;
     for (const StageInfo& stage : kStages) names.append(names.empty() ? "" : ", ").append(stage.name);
     return names;
+}
+
+/// A name and a sentence a line, with a tab between them: what completions show.
+std::string scenarioList() {
+    std::string lines;
+    for (const Scenario& scenario : scenarios()) lines += scenario.name + "\t" + scenario.text + "\n";
+    return lines;
 }
 
 /// "STAGE=SECONDS" into the plan; says what is wrong with it, or nothing.
@@ -42,6 +50,17 @@ std::optional<Options> parse(const std::vector<std::string>& arguments, std::ost
     app.require_subcommand(1);
     app.fallthrough();
     CLI::Option* const simulate = app.add_flag("--simulate{reset}", scenario, "the simulated devices of a scenario");
+    const auto prints = [&](const char* name, const char* text, std::string (*words)()) {
+        return app.add_flag_callback(
+            name,
+            [&help, words] {
+                help << words();
+                throw CLI::Success();
+            },
+            text);
+    };
+    prints("--scenarios", "lists the scenarios and ends", scenarioList);
+    prints("--scenario-page", "", scenarioPage)->group("");  // docs/SCENARIOS.md
     app.add_flag("--json", options.json, "events as JSON lines on standard output");
 
     std::map<const CLI::App*, Command> commands;

@@ -26,6 +26,10 @@ enum class Status {
     Cancelled = 130,
 };
 
+inline constexpr std::array<Status, 11> kStatuses = {
+    Status::Done, Status::Failed,   Status::Usage,        Status::NoneFound, Status::Ambiguous, Status::NotAllowed,
+    Status::Busy, Status::TimedOut, Status::NotSeenAgain, Status::OtherRun,  Status::Cancelled};
+
 /// The status in a word, for JSON: "done", "timed-out".
 [[nodiscard]] std::string_view nameOf(Status status);
 

@@ -17,6 +17,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace twin {
@@ -61,6 +62,18 @@ struct Scenario {
 
 [[nodiscard]] std::span<const Scenario> scenarios();
 [[nodiscard]] const Scenario* scenarioNamed(std::string_view name);
+
+/// What a device of a scenario can be, by the names that files use.
+[[nodiscard]] std::span<const std::pair<std::string_view, simulator::Profile (*)()>> scenarioProfiles();
+
+/// The scenario of that name, else the one that a file describes.
+/// @param error  a sentence, where there is neither
+[[nodiscard]] std::optional<Scenario> findScenario(const std::string& nameOrFile, std::string& error);
+/// @param error  the line and what is wrong there, where nothing is returned
+[[nodiscard]] std::optional<Scenario> scenarioFromText(const std::string& text, std::string& error);
+
+/// The scenarios as the documentation shows them: docs/SCENARIOS.md is what this returns.
+[[nodiscard]] std::string scenarioPage();
 
 /// Stands in for the companion programs: each takes its time to quit, and nothing of this computer is touched.
 class ScenarioScripts final : public platform::ScriptRunner {

@@ -2,6 +2,8 @@
 #include "cli/Scenario.hpp"
 #include "simulator/engine/Wire.hpp"
 
+#include <array>
+#include <map>
 #include <utility>
 
 namespace twin {
@@ -101,6 +103,36 @@ std::vector<Scenario> resets() {
     moved.cues = {{Stage::Back, seconds(1), Cue::What::Plug, 1}};
     moved.cleared = {false, true};
     table.push_back(moved);
+    Scenario early{"arrival-first",
+                   "The arrival, under another port, is seen before the departure.",
+                   kReset,
+                   {{device()}, elsewhere()}};
+    early.devices[0].faults = {Fault::onCommand(simulator::kReboot, Unplug).withDelay(seconds(3))};
+    early.cues = {{Stage::Gone, seconds(1), Cue::What::Plug, 1}};
+    early.cleared = {false, true};
+    table.push_back(early);
+    Profile slow = device();
+    slow.answerDelay = milliseconds(50);
+    Scenario twice =
+        one("arrival-twice", "The device comes back, is gone while it is opened, and comes back again.", {}, slow);
+    twice.cues = {{Stage::Back, milliseconds(1040), Cue::What::Unplug, 0},
+                  {Stage::Back, milliseconds(1200), Cue::What::Plug, 0}};
+    table.push_back(twice);
+    Scenario nothing =
+        one("clears-nothing", "The device takes the clear command and does nothing: no host can see that.",
+            {Fault::onCommand(simulator::kClearStore, Ignore)});
+    nothing.cleared = {false};
+    table.push_back(nothing);
+    table.push_back(recovers(one("clear-refused", "The out pipe stalls at the first clear: nothing is cleared.",
+                                 {Fault::onCommand(simulator::kClearStore, Stall)}),
+                             "TRV-302", Stage::Clear));
+    Scenario pulled = recovers(
+        one("unplugged-at-reboot", "The cable comes out while the reboot is being sent, which looks like the reboot.",
+            {Fault::onCommand(simulator::kReboot, NotTaken)}),
+        "TRV-303", Stage::Hold);
+    pulled.cues = {{Stage::Reboot, milliseconds(200), Cue::What::Unplug, 0},
+                   {Stage::Reboot, milliseconds(1200), Cue::What::Plug, 0}};
+    table.push_back(pulled);
     Scenario stranger{"another-device-first",
                       "Another device of the same model arrives first.",
                       kReset,
@@ -126,34 +158,6 @@ std::vector<Scenario> resets() {
     return table;
 }
 
-std::vector<Scenario> secondAttempts() {
-    using enum FaultKind;
-    Scenario pulled = recovers(
-        one("unplugged-at-reboot", "The cable comes out while the reboot is being sent, which looks like the reboot.",
-            {Fault::onCommand(simulator::kReboot, NotTaken)}),
-        "TRV-303", Stage::Hold);
-    pulled.cues = {{Stage::Reboot, milliseconds(200), Cue::What::Unplug, 0},
-                   {Stage::Reboot, milliseconds(1200), Cue::What::Plug, 0}};
-    return {
-        pulled,
-        recovers(one("reboot-ignored", "The device ignores the first reboot.",
-                     {Fault::onCommand(simulator::kReboot, Ignore)}),
-                 "TRV-303", Stage::Gone),
-        recovers(one("hold-unanswered", "The device does not answer the first \"hold\".",
-                     {Fault::onPacket(simulator::kHoldInBootLoader, Ignore)}),
-                 "TRV-303", Stage::Hold),
-        recovers(one("clear-refused", "The out pipe stalls at the first clear: nothing is cleared.",
-                     {Fault::onCommand(simulator::kClearStore, Stall)}),
-                 "TRV-302", Stage::Clear),
-        recovers(one("resume-refused", "The out pipe stalls at the first \"resume\".",
-                     {Fault::onPacket(simulator::kResumeBoot, Stall)}),
-                 "TRV-302", Stage::Resume),
-        recovers(one("unplugged-at-hold", "The cable comes out at \"hold\", and goes in again after 3 s.",
-                     {Fault::onPacket(simulator::kHoldInBootLoader, Unplug).comingBackAfter(seconds(3))}),
-                 "TRV-301", Stage::Hold),
-    };
-}
-
 std::vector<Scenario> timeOuts() {
     using enum FaultKind;
     Scenario station =
@@ -163,7 +167,7 @@ std::vector<Scenario> timeOuts() {
     lost.bootTime = std::chrono::hours(1);
     return {
         station,
-        ends(with(one("reboot-not-taken", "The device does not take the reboot command.",
+        ends(with(one("reboot-never-taken", "The device does not take the reboot command.",
                       {Fault::onCommand(simulator::kReboot, NotTaken).committed(2)}),
                   {"--limit", "reboot=1"}),
              Status::TimedOut, "TRV-303", Stage::Reboot),
@@ -239,15 +243,91 @@ std::vector<Scenario> cancels() {
     };
 }
 
+/// Each fault of the simulated device's catalogue.
+std::vector<Scenario> catalogue() {
+    struct Failure {
+        std::string_view cause;
+        Stage stage;
+    };
+    /// What fails at the first attempt, and succeeds at the second. The faults that are not here do no harm.
+    static const std::map<std::string_view, Failure> failures = {
+        {"hold-ignored", {"TRV-303", Stage::Hold}},         {"hold-too-late", {"TRV-303", Stage::Hold}},
+        {"hold-wrong-id", {"TRV-303", Stage::Hold}},        {"hold-garbage", {"TRV-303", Stage::Hold}},
+        {"hold-wrong-size", {"TRV-303", Stage::Hold}},      {"no-session", {"TRV-303", Stage::Reboot}},
+        {"no-product-data", {"TRV-303", Stage::Reboot}},    {"no-protocol-list", {"TRV-305", Stage::Reboot}},
+        {"product-data-stall", {"TRV-302", Stage::Reboot}}, {"hold-stall", {"TRV-302", Stage::Hold}},
+        {"reboot-ignored", {"TRV-303", Stage::Gone}},       {"reboot-not-taken", {"TRV-303", Stage::Reboot}},
+        {"hold-unplug", {"TRV-301", Stage::Hold}},          {"clear-unplug", {"TRV-301", Stage::Resume}},
+        {"resume-stall", {"TRV-302", Stage::Resume}},       {"open-held", {"TRV-205", Stage::Reboot}},
+    };
+    std::vector<Scenario> table;
+    for (const Fault& fault : simulator::faultCatalogue()) {
+        Scenario scenario = one(fault.name, fault.sentence + ".", {fault});
+        const auto failure = failures.find(fault.name);
+        if (fault.name == "reboot-unplug") {
+            scenario = ends(scenario, Status::TimedOut, "TRV-402", Stage::Back);
+        } else if (fault.name == "open-denied") {
+            scenario = ends(scenario, Status::NotAllowed, "TRV-204", Stage::Reboot);
+        } else if (failure != failures.end()) {
+            scenario = recovers(scenario, std::string(failure->second.cause), failure->second.stage);
+        }
+        // The command was taken before the cable came out.
+        if (fault.name == "clear-unplug") scenario.cleared = {false};
+        table.push_back(std::move(scenario));
+    }
+    return table;
+}
+
+std::vector<Scenario> otherCommands() {
+    const auto does = [](Scenario scenario, Arguments arguments) {
+        scenario.arguments = std::move(arguments);
+        scenario.cleared.assign(scenario.devices.size(), false);
+        return scenario;
+    };
+    const auto held = openFails(platform::kIOReturnExclusiveAccess, 100);
+    Scenario watch =
+        ends(one("watch", "A device goes and comes until somebody has seen enough.", {}), Status::Cancelled, {});
+    watch.cues = {{{}, seconds(1), Cue::What::Unplug, 0},
+                  {{}, seconds(2), Cue::What::Plug, 0},
+                  {{}, seconds(4), Cue::What::Cancel, 0}};
+    Scenario left = one("left-held", "A device that waits in its boot loader is let start.", {});
+    left.devices.front().state = BootState::HeldInBootLoader;
+    return {
+        does(one("list", "The devices that are attached.", {}), {"list"}),
+        does(watch, {"list", "--watch"}),
+        does(one("check", "A device is opened and says who it is.", {}), {"check"}),
+        does(ends(one("check-held", "A device can't be opened, and why.", {held}), Status::Busy, "TRV-205"), {"check"}),
+        does(ends(one("explain", "Why a device can't be opened, and what to do.", {held}), Status::Busy, "TRV-205"),
+             {"explain", "1-1"}),
+        does(left, {"resume", "1-1"}),
+    };
+}
+
 std::vector<Scenario> makeTable() {
     std::vector<Scenario> table;
-    for (const auto& part : {resets(), secondAttempts(), timeOuts(), refusals(), cancels()}) {
+    for (const auto& part : {resets(), timeOuts(), refusals(), cancels(), catalogue(), otherCommands()}) {
         table.insert(table.end(), part.begin(), part.end());
     }
     return table;
 }
 
 }  // namespace
+
+std::span<const std::pair<std::string_view, Profile (*)()>> scenarioProfiles() {
+    using Named = std::pair<std::string_view, Profile (*)()>;
+    static constexpr auto offTheBus = [](Profile profile) {
+        profile.rebootTime = seconds(1);
+        profile.bootTime = seconds(1);
+        return profile;
+    };
+    static const std::array<Named, 4> profiles = {
+        Named{"handheld", [] { return offTheBus(Profile::handheld()); }},
+        Named{"wearable", [] { return offTheBus(Profile::wearable()); }},
+        Named{"without-protocols", [] { return offTheBus(Profile::withoutProtocols()); }},
+        Named{"instant", [] { return Profile::instant(); }},
+    };
+    return profiles;
+}
 
 std::span<const Scenario> scenarios() {
     static const std::vector<Scenario> table = makeTable();

@@ -124,10 +124,10 @@ int main(int argc, char** argv) {
     twin::Status status = twin::Status::Done;
     const auto options = twin::parse({argv + 1, argv + argc}, std::cout, std::cerr, status);
     if (!options) terminate(status);
-    const twin::Scenario* const scenario = options->scenario ? twin::scenarioNamed(*options->scenario) : nullptr;
+    std::string error;
+    const auto scenario = options->scenario ? twin::findScenario(*options->scenario, error) : std::nullopt;
     if (options->scenario && !scenario) {
-        std::cerr << "There is no scenario \"" << *options->scenario << "\". There are:\n";
-        for (const auto& known : twin::scenarios()) std::cerr << "  " << known.name << "  " << known.text << '\n';
+        std::cerr << error << '\n';
         terminate(twin::Status::Usage);
     }
 

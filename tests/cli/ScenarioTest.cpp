@@ -28,28 +28,36 @@ bool names(const std::vector<json>& events, const std::string& cause) {
     return std::ranges::any_of(events, [&](const json& event) { return event.value("cause", "") == cause; });
 }
 
-TEST(Scenario, EndsWithItsStatusAndItsDevicesAsItSays) {
-    std::set<std::string> known;
-    std::set<twin::Status> statuses;
-    std::set<twin::Stage> failed;
+TEST(Scenario, EndsWithItsStatusAndItsDevicesAsItSaysAndNothingIsNeverReached) {
+    std::set<std::string> known, events, statuses, wanted, wantedStatuses;
+    for (const char* const name : {"hello", "note", "result", "device attached", "device departed", "device identified",
+                                   "device failed", "device ended"})
+        wanted.insert(name);
+    for (const auto& stage : twin::kStages) {
+        for (const char* const state : {" began", " ended", " failed"}) wanted.insert(std::string(stage.name) + state);
+    }
+    for (const auto status : twin::kStatuses) wantedStatuses.emplace(twin::nameOf(status));
     for (const Scenario& scenario : twin::scenarios()) {
         SCOPED_TRACE(scenario.name);
         EXPECT_TRUE(known.insert(scenario.name).second);
-        statuses.insert(scenario.status);
-        if (scenario.stage) failed.insert(*scenario.stage);
         TwinWorld twin(scenario);
         std::optional<simulator::Time> cancelled;
         twin.onCancelled = [&] { cancelled = twin.time.drive.now(); };
         const twin::Status status = twin.run(scenario.arguments);
         SCOPED_TRACE(twin.out.str() + twin.people.str());
         EXPECT_EQ(twin::nameOf(status), twin::nameOf(scenario.status));
-        const auto events = twin.events();
-        ASSERT_FALSE(events.empty());
-        EXPECT_EQ(events.front()["event"], "hello");
-        EXPECT_EQ(events.back()["event"], "result");
-        EXPECT_EQ(events.back()["status"], static_cast<int>(status));
-        EXPECT_EQ(lastFailed(events), scenario.stage);
-        EXPECT_TRUE(scenario.cause.empty() || names(events, scenario.cause)) << scenario.cause;
+        statuses.emplace(twin::nameOf(status));
+        const auto written = twin.events();
+        ASSERT_FALSE(written.empty());
+        EXPECT_EQ(written.front()["event"], "hello");
+        EXPECT_EQ(written.back()["event"], "result");
+        EXPECT_EQ(written.back()["status"], static_cast<int>(status));
+        EXPECT_EQ(lastFailed(written), scenario.stage);
+        EXPECT_TRUE(scenario.cause.empty() || names(written, scenario.cause)) << scenario.cause;
+        for (const json& event : written) {
+            const std::string state = event.value("state", ""), kind = event["event"];
+            events.insert(event.value("stage", kind) + (state.empty() ? "" : " " + state));
+        }
         ASSERT_EQ(scenario.cleared.size(), scenario.devices.size());
         for (std::size_t port = 0; port < scenario.devices.size(); ++port) {
             EXPECT_EQ(twin.storeIsEmpty(port), scenario.cleared[port]) << "port " << port + 1;
@@ -59,8 +67,49 @@ TEST(Scenario, EndsWithItsStatusAndItsDevicesAsItSays) {
         EXPECT_EQ(twin.world.bus().openDevices(), 0U);
         EXPECT_EQ(twin.world.bus().pendingTransfers(), 0U);
     }
-    EXPECT_EQ(statuses.size(), 11U) << "each way to end";
-    EXPECT_EQ(failed.size(), twin::kStages.size()) << "each stage";
+    EXPECT_EQ(events, wanted);
+    EXPECT_EQ(statuses, wantedStatuses);
+}
+
+TEST(ScenarioFile, IsPlayedLikeOneOfTheTable) {
+    std::string error;
+    const auto scenario = twin::scenarioFromText(R"({
+        "devices": [
+            {"unit": 7, "profile": "wearable", "rebootTime": 2, "faults": ["hold-late", {"fault": "reboot-ignored", "times": 2}]},
+            {"plugged": false}
+        ],
+        "cues": [{"stage": "gone", "after": 0.5, "do": "plug", "device": 2}],
+        "stationTakes": 0.5
+    })",
+                                                 error);
+    ASSERT_TRUE(scenario) << error;
+    TwinWorld twin(*scenario);
+    EXPECT_EQ(twin.run({"reset", "unit:7", "--yes"}), twin::Status::TimedOut);
+    EXPECT_EQ(lastFailed(twin.events()), twin::Stage::Gone);
+    EXPECT_TRUE(twin.world.bus().isAttached(1));
+}
+
+TEST(ScenarioFile, SaysInWhichLineSomethingIsWrong) {
+    const struct {
+        const char* text;
+        const char* error;
+    } rows[] = {
+        {"{\n\"devices\": [{}],\n\"dovices\": 1}", "line 3: \"dovices\": unknown; known here are: devices, "},
+        {"{\"devices\": [{},\n{\n\"faults\": [\n\"lunch\"]}]}",
+         "line 4: \"0\": there is no \"lunch\"; there are: hold-"},
+        {"{\"devices\": [{}],\n\"cues\": [{\"do\": \"plug\",\n\"device\": 2}]}",
+         "line 3: \"device\": a whole number from 1 to 1 "},
+        {"{\"devices\": [{\n\"rebootTime\":\n-1}]}", "line 2: \"rebootTime\": a number of seconds"},
+        {"{\"devices\": [],\n\"devices\": [{}]}", "line 2: \"devices\" stands here twice"},
+        {"{\"devices\": [{}],\n}", "line 2: syntax error"},
+        {"[]", "line 1: an object is wanted"},
+        {"{}", "line 1: \"devices\" is missing"},
+    };
+    for (const auto& row : rows) {
+        std::string error;
+        EXPECT_FALSE(twin::scenarioFromText(row.text, error)) << row.text;
+        EXPECT_THAT(error, testing::StartsWith(row.error));
+    }
 }
 
 }  // namespace
