@@ -123,7 +123,7 @@ TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
         Status status;
         std::vector<bool> cleared;
     } rows[] = {
-        {{"reset", "1-2", "--yes"}, nullptr, Status::Done, {false, true}},
+        {{"reset", "--yes", "--limit", "back=50", "1-2"}, nullptr, Status::Done, {false, true}},
         {{"reset", "unit:1", "--yes"}, nullptr, Status::Done, {true, false}},
         {{"reset", "unit:3", "--yes", "--wait", "3"}, nullptr, Status::NoneFound, {false, false}},
         {{"reset", "unit:2", "1-2", "--yes"}, nullptr, Status::Done, {false, true}},
