@@ -159,8 +159,8 @@ std::string permissionsText(const std::string& node, const OpenFailurePlaces& pl
     const auto list = readAccessList(node);
     const bool mayRead = places.mayAccess(node, R_OK);
     const bool mayWrite = places.mayAccess(node, W_OK);
-    return "It belongs to " + ownership + ", " +
-           (list ? "with the access list " + accessListText(*list) : "without an access list") +
+    return "It belongs to " + ownership +
+           (list ? ", with the access list " + accessListText(*list) : ", without an access list") +
            ". access(2) lets the user " + userName(::getuid()) + (mayRead ? " read" : " not read") +
            (mayRead == mayWrite ? " and" : ", but") + (mayWrite ? " write" : " not write") + " it.";
 }
