@@ -20,11 +20,15 @@ using std::chrono::seconds;
 using Arguments = std::vector<std::string>;
 
 /// A device that leaves the bus for both of its starts.
-Profile device(std::uint32_t unit = 3812345678, Duration rebootTime = seconds(1)) {
-    Profile profile = Profile::handheld();
-    profile.unitId = unit;
+Profile offTheBus(Profile profile, Duration rebootTime = seconds(1)) {
     profile.rebootTime = rebootTime;
     profile.bootTime = rebootTime;
+    return profile;
+}
+
+Profile device(std::uint32_t unit = 3812345678, Duration rebootTime = seconds(1)) {
+    Profile profile = offTheBus(Profile::handheld(), rebootTime);
+    profile.unitId = unit;
     return profile;
 }
 
@@ -315,11 +319,6 @@ std::vector<Scenario> makeTable() {
 
 std::span<const std::pair<std::string_view, Profile (*)()>> scenarioProfiles() {
     using Named = std::pair<std::string_view, Profile (*)()>;
-    static constexpr auto offTheBus = [](Profile profile) {
-        profile.rebootTime = seconds(1);
-        profile.bootTime = seconds(1);
-        return profile;
-    };
     static const std::array<Named, 4> profiles = {
         Named{"handheld", [] { return offTheBus(Profile::handheld()); }},
         Named{"wearable", [] { return offTheBus(Profile::wearable()); }},
