@@ -139,7 +139,8 @@ std::optional<Stage> ResetSequence::step() const {
 }
 
 void ResetSequence::stepSent(double) {
-    mSent = true;
+    mSent = true;  // and the device has just said who it is
+    if (mClear == Clear::Sent && mDevice.ioId() == mClearedEntry) mClear = Clear::Done;
     if (mStage == Stage::Hold) mBoot = Boot::PerhapsHeld;
 }
 
@@ -160,7 +161,8 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
             enter(Stage::Clear, now);
             break;
         case Stage::Clear:
-            mCleared = true;
+            mClear = Clear::Sent;
+            mClearedEntry = mDevice.ioId();
             enter(Stage::Resume, now);
             break;
         case Stage::Resume:
@@ -208,7 +210,7 @@ void ResetSequence::stepFailed(const Failure& failure, double now) {
 
 void ResetSequence::giveUp(const Failure& failure, double now) {
     mFailure = failure;
-    if (mCleared) mFailure->status = Status::NotSeenAgain;
+    if (cleared()) mFailure->status = Status::NotSeenAgain;
     if (mStageIsOpen) leave(&failure);
     if (mLast) return finish(mFailure->status);
     letStartOrFinish(now);
@@ -226,6 +228,10 @@ void ResetSequence::letStartOrFinish(double now) {
 }
 
 void ResetSequence::finish(Status status) {
+    if (status == Status::Done && mClear == Clear::Sent) {
+        status = Status::Failed;
+        mFailure = {Cause::Disconnected, status, "It left right after the clear command.", true};
+    }
     mStatus = mCancelled ? Status::Cancelled : status;
     if (status == Status::Done) mFailure.reset();
     mVisited = false;
@@ -258,7 +264,9 @@ double ResetSequence::nextDue() const {
 }
 
 std::string ResetSequence::stateText() const {
-    const std::string store = mCleared ? "Its settings are cleared" : "Its settings are as they were";
+    const std::string store = cleared()               ? "Its settings are cleared"
+                              : mClear == Clear::Sent ? "Whether its settings are cleared is not known"
+                                                      : "Its settings are as they were";
     switch (mBoot) {
         case Boot::Untouched:
             return "The device was not touched.";

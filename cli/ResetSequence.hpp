@@ -42,6 +42,10 @@ class ResetSequence {
         Back,     ///< has identified itself again
     };
 
+    /// The clear command has no answer. Once it has left, only an answer to something after it, at the same attach,
+    /// tells that the device has come to it.
+    enum class Clear { NotSent, Sent, Done };
+
     struct Plan {
         std::array<double, kStages.size()> limits = usualLimits();  ///< seconds
         int retries = 1;
@@ -102,7 +106,7 @@ class ResetSequence {
     [[nodiscard]] double deadline() const { return mDeadline; }  ///< of the stage
     [[nodiscard]] int attempt() const { return mAttempt; }       ///< 1 for the first
     [[nodiscard]] Boot boot() const { return mBoot; }
-    [[nodiscard]] bool cleared() const { return mCleared; }
+    [[nodiscard]] bool cleared() const { return mClear == Clear::Done; }
     [[nodiscard]] bool isVisited() const { return mVisited; }  ///< somebody has it open
     [[nodiscard]] std::string stateText() const;               ///< for people: in which state the device is
 
@@ -135,7 +139,8 @@ class ResetSequence {
     bool mPresent = true;  ///< the device's entry, at the last look
     bool mLast = false;    ///< only one more resume is left to do
     bool mCancelled = false;
-    bool mCleared = false;
+    Clear mClear = Clear::NotSent;
+    std::uint64_t mClearedEntry = 0;  ///< the attach at which the clear was sent
     Boot mBoot = Boot::Untouched;
     std::optional<Failure> mOpenFailure;     ///< of the device's port in this stage
     std::optional<Failure> mEarlierFailure;  ///< of the attempt before

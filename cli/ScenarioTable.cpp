@@ -216,6 +216,13 @@ std::vector<Scenario> refusals() {
         ends(one("gone-for-good", "The cable comes out at \"hold\" and stays out.",
                  {Fault::onPacket(simulator::kHoldInBootLoader, Unplug)}),
              Status::Failed, "TRV-301", Stage::Reboot),
+        ends(one("unplugged-after-clear",
+                 "The cable comes out before the device has come to the clear command, and goes in again after 3 s.",
+                 {Fault::onCommand(simulator::kClearStore, Ignore), Fault::onPacket(simulator::kProductRequest, Unplug)
+                                                                        .inState(BootState::HeldInBootLoader)
+                                                                        .atOccurrence(2)
+                                                                        .comingBackAfter(seconds(3))}),
+             Status::Failed, "TRV-301", Stage::Resume),
         ends(unconfirmed, Status::Usage, {}),
         ends(nobody, Status::NoneFound, "TRV-101"),
         ends(several, Status::Ambiguous, "TRV-102"),
