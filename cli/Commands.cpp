@@ -176,6 +176,7 @@ class Run {
         std::vector<Status> statuses;
         for (const auto& result : mDispatcher.run()) {
             statuses.push_back(result.status);
+            if (result.status == Status::Cancelled) mLeft += " " + result.device.port + ": " + result.state;
             if (mOptions.each) ++mTally[std::string(nameOf(result.status))];
         }
         return overall(statuses);
@@ -303,7 +304,7 @@ class Run {
     std::string resultText(Status status) const {
         std::string text = "Result: " + std::string(nameOf(status)) + " (" + std::to_string(static_cast<int>(status));
         for (const auto& [outcome, number] : mTally) text += ", " + std::to_string(number) + " " + outcome;
-        return text + ")";
+        return text + ")" + mLeft;
     }
 
     const Options& mOptions;
@@ -313,6 +314,7 @@ class Run {
     Dispatcher mDispatcher;
     std::stop_source mStop;             // of the report
     std::map<std::string, int> mTally;  ///< of --each: devices by outcome
+    std::string mLeft;                  ///< where a cancel left each of its devices, a blank before it
 };
 
 }  // namespace

@@ -130,7 +130,10 @@ std::vector<Dispatcher::Result> Dispatcher::run() {
     report();
     const std::lock_guard lock(mMutex);
     std::vector<Result> results;
-    for (const auto& job : mJobs) results.push_back({job->device, job->sequence.unit(), job->sequence.status()});
+    for (const auto& job : mJobs) {
+        const ResetSequence& sequence = job->sequence;
+        results.push_back({job->device, sequence.unit(), sequence.status(), sequence.stateText()});
+    }
     return results;
 }
 

@@ -48,6 +48,7 @@ class Dispatcher final : public ResetSequence::Observer {
         Device device;
         std::optional<std::uint32_t> unit;
         Status status = Status::Failed;
+        std::string state;  ///< in which the device is, for people
     };
 
     /// What opening a device told.
