@@ -31,7 +31,9 @@ const char* const kUsage =
     "  --name NAME         name of the gadget (default trovik)\n"
     "  --controller NAME   as in /sys/class/udc (default: the first free one)\n"
     "  --profile NAME      handheld (default), wearable, old or instant\n"
+    "  --unit ID           unit id, 3812345678 unless given\n"
     "  --reboot-time MS    how long the device stays off the bus when it reboots\n"
+    "  --boot-time MS      and when it starts after \"resume boot\"; without it it stays on the bus then\n"
     "  --product HEX       product id, 0003 unless given\n"
     "  --release HEX       device release, 0001 unless given\n"
     "  --fault NAME        commits that fault once; may be given several times (--faults lists them)\n"
@@ -71,7 +73,9 @@ Options parse(int argc, char** argv) {
                                                            {"old", &Profile::withoutProtocols},
                                                            {"instant", &Profile::instant}};
     Options options;
+    std::optional<std::uint32_t> unit;
     std::optional<std::uint32_t> rebootTime;
+    std::optional<std::uint32_t> bootTime;
     std::optional<std::uint16_t> product;
     std::optional<std::uint16_t> release;
     for (int i = 1; i < argc; ++i) {
@@ -94,8 +98,12 @@ Options parse(int argc, char** argv) {
             const auto it = profiles.find(value());
             if (it == profiles.end()) throw std::runtime_error("no profile is called " + std::string(argv[i]));
             options.profile = it->second();
+        } else if (option == "--unit") {
+            unit = number<std::uint32_t>(value(), option);
         } else if (option == "--reboot-time") {
             rebootTime = number<std::uint32_t>(value(), option);
+        } else if (option == "--boot-time") {
+            bootTime = number<std::uint32_t>(value(), option);
         } else if (option == "--product") {
             product = number<std::uint16_t>(value(), option, 16);
         } else if (option == "--release") {
@@ -108,6 +116,8 @@ Options parse(int argc, char** argv) {
             throw std::runtime_error("unknown option " + option + "; --help lists what there is");
         }
     }
+    if (unit) options.profile.unitId = *unit;
+    if (bootTime) options.profile.bootTime = std::chrono::milliseconds(*bootTime);
     if (rebootTime) options.profile.rebootTime = std::chrono::milliseconds(*rebootTime);
     if (product) options.profile.productId = *product;
     if (release) options.profile.releaseNumber = *release;

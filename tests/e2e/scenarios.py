@@ -5,6 +5,7 @@ four witnesses: what the gadget recorded, what the tool logged, what is left in 
 """
 import contextlib
 import glob
+import json
 import os
 import pathlib
 import pwd
@@ -27,11 +28,15 @@ GADGET = BUILD / "simulator/gadget/trovik-gadget"
 PROBE = BUILD / "tests/e2e/link_probe"
 RULE = BUILD / "packaging/60-trovik-reset-tool.rules"
 VENDOR = re.search(r"^kTrovikVendorId:.*=0[xX](\w+)$", (BUILD / "CMakeCache.txt").read_text(), re.M)[1].lower()
+TREE = pathlib.Path(__file__).parents[2]
 PACKAGES = [glob.glob(str(WORK / f"package/{name}_*.deb"))[0] for name in ("trovik-common", "trovik-reset-tool")]
 USER = "technician"
 DISPLAY = ":7"
 SAME = 0.01  # share of a screen's pixels that may differ: a focus frame, the progress bar
 PATIENCE = 60.0  # seconds that anything may take on a slow virtual machine; nothing is measured by it
+EVENTS = json.loads((TREE / "cli/events.schema.json").read_text(encoding="utf-8"))["properties"]
+STATUSES = dict(zip(EVENTS["status"]["enum"], EVENTS["outcome"]["enum"], strict=True))
+CANCELLED = 130
 SEED, ROUNDS = (int(word) for word in (OUT / "rounds").read_text().split())
 
 
@@ -51,6 +56,26 @@ def wait_for(what, condition, patience=PATIENCE):
             return value
         time.sleep(0.05)
     raise Failure(f"waited {patience:.0f} s for {what}")
+
+
+def as_user(*command):
+    """The command as it is run for the person at the machine."""
+    account = pwd.getpwnam(USER)
+    return ["setpriv", f"--reuid={account.pw_uid}", f"--regid={account.pw_gid}", "--clear-groups", *map(str, command)]
+
+
+def fresh_home():
+    """Makes that person's folders anew. Returns the environment in which they are found."""
+    shutil.rmtree(f"/home/{USER}", ignore_errors=True)
+    for path in (f"/home/{USER}", f"/home/{USER}/run"):
+        os.mkdir(path, mode=0o700)
+        shutil.chown(path, USER, USER)
+    return home()
+
+
+def home():
+    return {"HOME": f"/home/{USER}", "XDG_RUNTIME_DIR": f"/home/{USER}/run", "PATH": "/usr/bin:/bin", "LANG": "C.UTF-8",
+            "USER": USER}
 
 
 class Gadget:
@@ -106,19 +131,11 @@ class Tool:
     """The tool in a window, a person at its keyboard."""
 
     def __init__(self, program, **settings):
-        shutil.rmtree(f"/home/{USER}", ignore_errors=True)
-        os.makedirs(f"/home/{USER}/run", mode=0o700)
-        account = pwd.getpwnam(USER)
-        for path in (f"/home/{USER}", f"/home/{USER}/run"):
-            os.chown(path, account.pw_uid, account.pw_gid)
-        environment = {"HOME": f"/home/{USER}", "XDG_RUNTIME_DIR": f"/home/{USER}/run", "DISPLAY": DISPLAY,
-                       "PATH": "/usr/bin:/bin", "LANG": "C.UTF-8", "USER": USER, "QT_ACCESSIBILITY": "0", **settings}
+        environment = {**fresh_home(), "DISPLAY": DISPLAY, "QT_ACCESSIBILITY": "0", **settings}
         self.logged, self.positions = "", {}
         self.screens = SCREENS.setdefault(settings.get("QT_STYLE_OVERRIDE"), {})
         self.errors = open("/tmp/tool.stderr", "w", encoding="utf-8")
-        self.process = subprocess.Popen(["setpriv", f"--reuid={account.pw_uid}", f"--regid={account.pw_gid}",
-                                         "--clear-groups", str(program)], env=environment, stderr=self.errors,
-                                        cwd=f"/home/{USER}")
+        self.process = subprocess.Popen(as_user(program), env=environment, stderr=self.errors, cwd=f"/home/{USER}")
         self.window = wait_for("the window", self.windows)[0]
         self.wait_log("has started.")
 
@@ -212,6 +229,46 @@ class Tool:
         self.errors.close()
 
 
+class Twin:
+    """One run of trovik-reset by that person, without a terminal and without a display, judged by what it says to
+    programs."""
+
+    def __init__(self, *arguments):
+        self.arguments = arguments
+        self.said, self.errors = pathlib.Path("/tmp/twin.jsonl"), pathlib.Path("/tmp/twin.stderr")
+        with open(self.said, "wb") as said, open(self.errors, "wb") as errors:
+            self.process = subprocess.Popen(as_user(TWIN, *arguments, "--json"), env=home(), cwd=f"/home/{USER}",
+                                            stdin=subprocess.DEVNULL, stdout=said, stderr=errors)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, failure, trace):
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+        with open(OUT / "twin.jsonl", "ab") as every:  # script/e2e holds it against the schema afterwards
+            every.write(self.said.read_bytes())
+        if isinstance(failure, Failure):
+            raise Failure(f"{failure}\ntrovik-reset {' '.join(self.arguments)} ended with {self.process.returncode} and "
+                          f"said:\n{self.said.read_text()}{self.errors.read_text()}") from failure
+
+    def events(self, **wanted):
+        """What it has said so far, of that kind."""
+        every = [json.loads(line) for line in self.said.read_text(encoding="utf-8").split("\n")[:-1]]
+        return [event for event in every if wanted.items() <= event.items()]
+
+    def end(self):
+        """Waits for its end and returns its status, which the last event must agree with."""
+        wait_for("trovik-reset to end", lambda: self.process.poll() is not None, 3 * PATIENCE)
+        status, events = self.process.returncode, self.events()
+        expect(status in STATUSES, f"{status} is no status")
+        expect(events and events[0]["event"] == "hello" and events[-1]["event"] == "result", "the events are not whole")
+        last = events[-1]
+        expect((last["status"], last["outcome"]) == (status, STATUSES[status]), f"the status is {status}, the result {last}")
+        return status
+
+
 def save(picture, name):
     (OUT / "pictures").mkdir(exist_ok=True)
     display.save(picture, OUT / "pictures" / f"{name}.png")
@@ -257,6 +314,7 @@ def expect(condition, complaint):
 FULL = ["reboot", "hold", "clear", "resume"]
 SCENARIOS = {}
 PROGRAM = pathlib.Path("/run/tool/usr/bin/ResetTool")  # where the folders' modes on the host are no matter
+TWIN = PROGRAM.with_name("trovik-reset")
 SCREENS = {}  # by style, what each screen looks like
 SCREEN = None
 
@@ -315,9 +373,7 @@ def tagged():
 
 def accessible():
     """Whether that person may write to the device's node."""
-    uid = str(pwd.getpwnam(USER).pw_uid)
-    return subprocess.run(["setpriv", "--reuid", uid, "--regid", uid, "--clear-groups", "test", "-w", nodes()[0]],
-                          check=False).returncode == 0
+    return subprocess.run(as_user("test", "-w", nodes()[0]), check=False).returncode == 0
 
 
 def judge_complete(name, tool, gadget, expected=None, refusals=()):
@@ -696,6 +752,142 @@ def two_hundred_resets():
         expect(late[2] - early[2] < 512, f"memory went from {early[2]} to {late[2]} kB")
 
 
+@contextlib.contextmanager
+def controllers(number):
+    """So many of them; two of them afterwards, as before."""
+    run("modprobe", "-r", "dummy_hcd")
+    run("modprobe", "dummy_hcd", f"num={number}")
+    try:
+        yield
+    finally:
+        run("modprobe", "-r", "dummy_hcd")
+        run("modprobe", "dummy_hcd", "num=2")
+
+
+def port_of(unit):
+    """Where the gadget with that unit id is."""
+    for file in glob.glob("/sys/bus/usb/devices/*/serial"):
+        with contextlib.suppress(OSError):  # gone since
+            if pathlib.Path(file).read_text().strip() == str(unit):
+                return pathlib.Path(file).parent.name
+    return None
+
+
+UNIT = 3812345678  # of a gadget that is given none
+BOOTS = ("--boot-time", "500")  # leaves the bus for that long when it is let start
+
+
+@scenario
+def trovik_reset_three_at_once():
+    # Chosen ones, one of another model, one of the same model that is not chosen.
+    devices = {1: BOOTS, 2: BOOTS, 3: ("--profile", "wearable", *BOOTS), 4: ("--product", "0004"), 5: BOOTS}
+    with controllers(len(devices)), contextlib.ExitStack() as stack:
+        gadgets = {unit: stack.enter_context(a_gadget("--unit", str(unit), "--controller", f"dummy_udc.{unit - 1}", *options,
+                                                      name=f"number-{unit}"))
+                   for unit, options in devices.items()}
+        wait_for("all devices on the bus", lambda: all(map(port_of, devices)))
+        run("udevadm", "settle")
+        fresh_home()
+        ports = {unit: port_of(unit) for unit in devices}
+        with Twin("reset", ports[1], ports[2], ports[3], "--yes") as twin:
+            expect(twin.end() == 0, "it was no success")
+            ended = {event["port"]: (event["unit"], event["status"]) for event in twin.events(event="device", state="ended")}
+            expect(ended == {ports[unit]: (unit, 0) for unit in (1, 2, 3)}, f"the devices ended as {ended}")
+            began = [event["at"] for event in twin.events(stage="hold", state="began")]
+            first = min(event["at"] for event in twin.events(event="device", state="ended"))
+            expect(max(began) < first, "one was over before another one was held: they were not reset at once")
+        for unit, gadget in gadgets.items():
+            record = gadget.record()
+            if unit in (1, 2, 3):
+                expect(commands(record) == FULL, f"device {unit} received {commands(record)}")
+                expect(" refused " not in record, f"device {unit} refused something:\n{record}")
+                expect(gadget.entries() == 0, f"{gadget.entries()} entries are left in the store of device {unit}")
+            else:
+                expect(not packets(record), f"device {unit} was touched")
+                expect(gadget.entries() > 0, f"the store of device {unit} was cleared")
+
+
+@contextlib.contextmanager
+def stopped_in_a_hold(number):
+    """A reset that gets that signal while the device is held and has not said so yet."""
+    with a_gadget(*BOOTS) as gadget:
+        settle()
+        fresh_home()
+        gadget.order("fault 1000 hold-too-late")
+        with Twin("reset", "--yes") as twin:
+            # Each look at the record wakes the gadget, which otherwise tells of its state no sooner than it answers.
+            wait_for("the hold", lambda: "hold" in commands(gadget.record()))
+            twin.process.send_signal(number)
+            yield gadget, twin
+            expect(gadget.entries() > 0, "the store was cleared")
+
+
+def judge_let_start(gadget):
+    wait_for("the device to resume", lambda: commands(gadget.record())[-2:] == ["hold", "resume"])
+    wait_for("the device to start", lambda: gadget.last("state ") == "state running")
+    expect(not left_held(), f"still in the journal: {left_held()}")
+
+
+def left_held():
+    """What the journal says."""
+    return glob.glob(f"/home/{USER}/.local/state/trovik-reset/held-*")
+
+
+@scenario
+def trovik_reset_cancelled_in_a_hold():
+    with stopped_in_a_hold(signal.SIGINT) as (gadget, twin):
+        expect(twin.end() == CANCELLED, "it was not cancelled")
+        judge_let_start(gadget)
+        last = twin.events()[-1]["text"]
+        expect("Its settings are as they were; it was told to start." in last, f'the last line says "{last}"')
+
+
+@scenario
+def trovik_reset_killed_in_a_hold_and_resumed():
+    with stopped_in_a_hold(signal.SIGKILL) as (gadget, killed):
+        killed.process.wait(PATIENCE)
+        expect(gadget.last("state ").startswith("state held") and len(left_held()) == 1, "nothing was left held")
+        with Twin("list") as twin:
+            expect(twin.end() == 0 and len(twin.events(event="note", port=port_of(UNIT), unit=UNIT)) == 1,
+                   "the next start does not say which device was left held")
+        with Twin("resume") as twin:
+            expect(twin.end() == 0, "the device was not let start")
+            judge_let_start(gadget)
+
+
+@scenario
+def trovik_reset_with_twenty_random_faults():
+    print(f"seed {SEED}")
+    chance = random.Random(SEED)
+    usable = [line.partition(":")[0] for line in run(str(GADGET), "--faults").splitlines()
+              if not line.startswith("open-")]
+    seen = {}
+    with a_gadget("--profile", "instant", *BOOTS, reboot_time=("--reboot-time", "50")) as gadget:
+        fresh_home()
+        for number in range(1, 21):
+            fault = chance.choice(usable)
+            gadget.order("fault " + fault)
+            with Twin("reset", "--yes", "--wait", "60", "--limit", "back=15", "--limit", "back-again=15") as twin:
+                status = twin.end()
+                what = f"reset {number}, with the fault {fault}, ended with {status}"
+                ended = [event["status"] for event in twin.events(event="device", state="ended")]
+                expect(ended == [status], f"{what}, and its device with {ended}")
+                gadget.record()
+                expect((gadget.entries() == 0) == (status in (0, 8)), f"{what}; {gadget.entries()} entries are left in the store")
+                if status == 0:
+                    expect(commands(gadget.record())[-2:] == FULL[-2:], f"{what}, the device received {commands(gadget.record())}")
+                    wait_for(f"the device to be running after {what}", lambda: gadget.last("state ") == "state running")
+                    expect(not left_held(), f"{what}; in the journal is {left_held()}")
+            seen.setdefault(STATUSES[status], []).append(fault)
+            gadget.order("clear-faults")
+            if status != 0:  # as a person would who is told that it failed
+                replug(gadget)
+                wait_for("the device to be running", lambda: gadget.last("state ") == "state running")
+            gadget.order("refill")
+            wait_for("the refilled store", lambda: gadget.entries() > 0)
+    print("\n".join(f"{outcome}: {', '.join(faults)}" for outcome, faults in seen.items()))
+
+
 def prepare():
     """What a booted system with one person sitting at it would have."""
     uid = 1 + max(account.pw_uid for account in pwd.getpwall() if account.pw_uid < 60000)
@@ -705,6 +897,7 @@ def prepare():
             file.write(line + "\n")
     for package in PACKAGES:
         run("dpkg-deb", "-x", package, "/run/tool")
+    shutil.copy(BUILD / "cli/trovik-reset", TWIN)
     os.makedirs("/run/systemd/seats")
     pathlib.Path("/run/systemd/seats/seat0").write_text(f"IS_SEAT0=1\nACTIVE=1\nACTIVE_UID={uid}\nUIDS={uid}\n")
     os.makedirs("/run/udev/rules.d")
@@ -729,9 +922,12 @@ def main():
     failed = 0
     with open(OUT / "results", "w", encoding="utf-8", buffering=1) as results:
         results.write(f"boot: {booted:.1f} s; devices, X server: {time.clock_gettime(time.CLOCK_BOOTTIME) - booted:.1f} s\n")
-        for name, function in SCENARIOS.items():
-            if wanted and name != "device attached after reset now" and not any(word in name for word in wanted):
-                continue
+        names = [name for name in SCENARIOS if not wanted or any(word in name for word in wanted)]
+        first = "device attached after reset now"
+        if first not in names and not all(name.startswith("trovik reset ") for name in names):
+            names.insert(0, first)  # in which all the others learn what the screens look like
+        for name in names:
+            function = SCENARIOS[name]
             start = time.monotonic()
             try:
                 function()
