@@ -133,6 +133,7 @@ void BareDevice::Play(const Message* first, const Message* last) {
         HandleUntil([&] { return mPackets >= expected; });
         Write(message->bytes);
     }
+    HandleUntil([&] { return mPackets >= expected; });
 }
 
 void BareDevice::WriteSync(const Bytes& bytes) {
@@ -162,7 +163,13 @@ BareDiscovery::~BareDiscovery() {
 }
 
 std::string BareDiscovery::Present() {
-    std::string node;
+    const auto nodes = AllPresent();
+    if (nodes.empty()) Fail("no device");
+    return nodes.begin()->second;
+}
+
+std::map<std::string, std::string> BareDiscovery::AllPresent() {
+    std::map<std::string, std::string> nodes;
     udev_enumerate* const enumerate = udev_enumerate_new(mUdev);
     udev_enumerate_add_match_subsystem(enumerate, "usb");
     udev_enumerate_add_match_sysattr(enumerate, "idProduct", "0003");
@@ -171,24 +178,30 @@ std::string BareDiscovery::Present() {
     udev_list_entry* entry = nullptr;
     udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate)) {
         udev_device* const device = udev_device_new_from_syspath(mUdev, udev_list_entry_get_name(entry));
-        if (device && udev_device_get_devnode(device)) node = udev_device_get_devnode(device);
+        if (device && udev_device_get_devnode(device))
+            nodes[udev_device_get_syspath(device)] = udev_device_get_devnode(device);
         udev_device_unref(device);
     }
     udev_enumerate_unref(enumerate);
-    if (node.empty()) Fail("no device");
-    return node;
+    return nodes;
 }
 
 std::string BareDiscovery::NextAttach() {
     for (;;) {
         pollfd waited{udev_monitor_get_fd(mMonitor), POLLIN, 0};
         if (::poll(&waited, 1, static_cast<int>(kPatience)) <= 0) Fail("the device did not come back");
-        udev_device* const device = udev_monitor_receive_device(mMonitor);
-        if (!device) continue;
-        const std::string action = udev_device_get_action(device), node = udev_device_get_devnode(device);
-        udev_device_unref(device);
-        if (action == "add") return node;
+        if (auto [path, node] = Received(); !node.empty()) return node;
     }
+}
+
+std::pair<std::string, std::string> BareDiscovery::Received() {
+    udev_device* const device = udev_monitor_receive_device(mMonitor);
+    if (!device) return {};
+    std::pair<std::string, std::string> found;
+    if (udev_device_get_action(device) == std::string_view("add"))
+        found = {udev_device_get_syspath(device), udev_device_get_devnode(device)};
+    udev_device_unref(device);
+    return found;
 }
 
 void BareDiscovery::SkipPending() {

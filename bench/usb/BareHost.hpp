@@ -7,8 +7,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -65,8 +67,14 @@ class BareDiscovery {
     BareDiscovery& operator=(const BareDiscovery&) = delete;
 
     std::string Present();
+    std::map<std::string, std::string> AllPresent();  ///< by path in sysfs
     std::string NextAttach();
     void SkipPending();
+
+    /// For a loop of one's own: readable when there is something to receive. That is the path and the node of a device
+    /// that has come, or nothing.
+    int Descriptor() const { return udev_monitor_get_fd(mMonitor); }
+    std::pair<std::string, std::string> Received();
 
   private:
     udev* mUdev;
