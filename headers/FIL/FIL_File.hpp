@@ -1,7 +1,6 @@
 #pragma once
 
 #include "GLO/GLO_NonCopyable.hpp"
-#include "platform/common/FileDescriptor.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -34,6 +33,9 @@ enum class ShareMode_t {
 /// An open file with a position of its own. One thread at a time.
 class File_t : public glo::NonCopyable_t {
   public:
+    File_t() = default;
+    ~File_t() { Close(); }
+
     /// Where Seek() counts from.
     enum class From_t { Begin = SEEK_SET, Current = SEEK_CUR, End = SEEK_END };
 
@@ -41,8 +43,8 @@ class File_t : public glo::NonCopyable_t {
     /// @throws glo::FileError_t  it can't be opened, it is a folder, or another one's share mode forbids it; closed
     /// Blocks.
     void Open(const std::wstring& path, OpenMode_t mode, ShareMode_t share = ShareMode_t::DenyNone);
-    void Close() noexcept { mDescriptor.reset(); }                  ///< gives its share mode up too
-    bool IsOpen() const { return static_cast<bool>(mDescriptor); }  ///< @plain
+    void Close() noexcept;                            ///< gives its share mode up too
+    bool IsOpen() const { return mDescriptor >= 0; }  ///< @plain
 
     /// Reads from the position on.
     /// @return bytes read; fewer than asked for only at the end of the file
@@ -72,7 +74,7 @@ class File_t : public glo::NonCopyable_t {
   private:
     [[noreturn]] void Fail(unsigned short line, int error) const;
 
-    platform::FileDescriptor mDescriptor;
+    int mDescriptor = -1;  ///< owned; a plain number, so that this header needs none of the platform's
     std::wstring mPath;
 };
 

@@ -2,6 +2,7 @@
 
 #include "GLO/GLO_Exception.hpp"
 #include "GLO/GLO_String.hpp"
+#include "platform/common/FileDescriptor.hpp"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace fil {
 namespace {
@@ -41,21 +43,20 @@ void File_t::Open(const std::wstring& path, OpenMode_t mode, ShareMode_t share) 
     Close();
     mPath = path;
     const int flags = gcOpenFlags[static_cast<std::size_t>(mode)] | O_CLOEXEC;
-    mDescriptor = platform::FileDescriptor(
-        platform::uninterrupted([&] { return ::open(Narrow(path).c_str(), flags, gcNewFileMode); }));
-    if (!mDescriptor) Fail(__LINE__, errno);
+    mDescriptor = platform::uninterrupted([&] { return ::open(Narrow(path).c_str(), flags, gcNewFileMode); });
+    if (!IsOpen()) Fail(__LINE__, errno);
 
     // A file that others hold must not be emptied, so that comes after the lock.
     int error = 0;
     struct stat status {};
     const int lock = LockOperation(mode, share);
-    if (::fstat(mDescriptor.get(), &status) != 0)
+    if (::fstat(mDescriptor, &status) != 0)
         error = errno;
     else if (S_ISDIR(status.st_mode))
         error = EISDIR;
-    else if (lock != 0 && ::flock(mDescriptor.get(), lock) != 0)
+    else if (lock != 0 && ::flock(mDescriptor, lock) != 0)
         error = errno;
-    else if (Empties(mode) && S_ISREG(status.st_mode) && ::ftruncate(mDescriptor.get(), 0) != 0)
+    else if (Empties(mode) && S_ISREG(status.st_mode) && ::ftruncate(mDescriptor, 0) != 0)
         error = errno;
     if (error != 0) {
         Close();
@@ -63,11 +64,15 @@ void File_t::Open(const std::wstring& path, OpenMode_t mode, ShareMode_t share) 
     }
 }
 
+void File_t::Close() noexcept {
+    if (IsOpen()) ::close(std::exchange(mDescriptor, -1));
+}
+
 std::size_t File_t::Read(void* destination, std::size_t size) {
     std::size_t done = 0;
     while (done < size) {
         const ssize_t count = platform::uninterrupted(
-            [&] { return ::read(mDescriptor.get(), static_cast<char*>(destination) + done, size - done); });
+            [&] { return ::read(mDescriptor, static_cast<char*>(destination) + done, size - done); });
         if (count < 0) Fail(__LINE__, errno);
         if (count == 0) break;
         done += static_cast<std::size_t>(count);
@@ -79,27 +84,27 @@ void File_t::Write(const void* source, std::size_t size) {
     std::size_t done = 0;
     while (done < size) {
         const ssize_t count = platform::uninterrupted(
-            [&] { return ::write(mDescriptor.get(), static_cast<const char*>(source) + done, size - done); });
+            [&] { return ::write(mDescriptor, static_cast<const char*>(source) + done, size - done); });
         if (count < 0) Fail(__LINE__, errno);
         done += static_cast<std::size_t>(count);
     }
 }
 
 std::uint64_t File_t::Seek(std::int64_t offset, From_t from) {
-    const off_t position = ::lseek(mDescriptor.get(), offset, static_cast<int>(from));
+    const off_t position = ::lseek(mDescriptor, offset, static_cast<int>(from));
     if (position < 0) Fail(__LINE__, errno);
     return static_cast<std::uint64_t>(position);
 }
 
 std::uint64_t File_t::Position() const {
-    const off_t position = ::lseek(mDescriptor.get(), 0, SEEK_CUR);
+    const off_t position = ::lseek(mDescriptor, 0, SEEK_CUR);
     if (position < 0) Fail(__LINE__, errno);
     return static_cast<std::uint64_t>(position);
 }
 
 std::uint64_t File_t::Size() const {
     struct stat status {};
-    if (::fstat(mDescriptor.get(), &status) != 0) Fail(__LINE__, errno);
+    if (::fstat(mDescriptor, &status) != 0) Fail(__LINE__, errno);
     return static_cast<std::uint64_t>(status.st_size);
 }
 
