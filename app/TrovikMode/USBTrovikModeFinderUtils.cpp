@@ -1,8 +1,8 @@
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 
+#include "IOU/IOU_Devices.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
-#include "platform/VendorId.hpp"
 
 #include <memory>
 #include <mutex>
@@ -31,11 +31,7 @@ void keepForEver(Observation observation) {
 }  // namespace
 
 platform::MatchingDictionary USBTrovikModeFinderUtils::createTMDeviceMatcher() {
-    auto matching = platform::IOServiceMatching(platform::kIOUSBDeviceClassName);
-    matching.properties["idVendor"] = platform::kTrovikVendorId;
-    matching.properties["idProduct"] = platform::kTrovikProductId;
-    matching.properties["bcdDevice"] = platform::kTrovikReleaseNumber;
-    return matching;
+    return iou::DeviceMatching();
 }
 
 std::optional<std::vector<USBRegistryInfo>> USBTrovikModeFinderUtils::connectedPaths() {

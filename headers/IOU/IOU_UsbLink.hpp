@@ -25,7 +25,7 @@ class UsbLink_t : public iol::Link_t {
 
     /// Opens the device and starts a session with it.
     /// @param cancel        held by reference for the life of the link; this link's own operations do not consult it
-    /// @param registryPath  the device's path, as discovery gave it
+    /// @param registryPath  the device's path, as AttachedDevices() gave it
     /// @param mode          of no effect, see above
     /// @param timeout       milliseconds; how long to go on asking for a session, and the limit of each answer after it
     /// @throws glo::Timeout_t       the device does not answer the start of the session, or does not take the question
@@ -33,8 +33,8 @@ class UsbLink_t : public iol::Link_t {
     /// @throws iou::BadUsbDevice_t  a pipe reported an error
     /// @throws int                  always 1: the device could not be opened; the system log says why
     /// Whatever is thrown, the device has been closed again. Blocks. Owner thread only.
-    UsbLink_t(thr::CancelRequested_t& cancel, const std::string& registryPath, PacketCheckingMode_t mode,
-              win::Duration_t timeout);
+    UsbLink_t(thr::CancelRequested_t& cancel, const std::string& registryPath,
+              PacketCheckingMode_t mode = PacketCheckingModeDefault, win::Duration_t timeout = iol::gcDefaultTimeout);
 
     /// Ends the session and closes the device; transfers under way are taken back. Owner thread only.
     ~UsbLink_t() override;

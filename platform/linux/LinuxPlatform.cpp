@@ -1,0 +1,89 @@
+#include "platform/linux/LinuxPlatform.hpp"
+
+#include "platform/NSBundle.hpp"
+#include "platform/Platform.hpp"
+#include "platform/PropertyList.hpp"
+#include "platform/common/RunLoopMainQueue.hpp"
+#include "platform/linux/files/LinuxFiles.hpp"
+#include "platform/linux/loop/AsioRunLoop.hpp"
+#include "platform/linux/settings/UserDefaults.hpp"
+#include "platform/linux/usb/OpenFailure.hpp"
+#include "platform/linux/usb/UdevRegistry.hpp"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace platform {
+namespace {
+
+/// What the library asks a program's bundle for, without files.
+class ProgramBundle final : public NSBundle {
+  public:
+    explicit ProgramBundle(const LinuxPlatformOptions& options)
+        : mIdentifier(options.identifier),
+          mInfo{{"CFBundleName", PropertyList{options.name}},
+                {"CFBundleExecutable", PropertyList{options.name}},
+                {"CFBundleShortVersionString", PropertyList{options.version}},
+                {"CFBundleVersion", PropertyList{options.version}}} {}
+
+    std::string bundleIdentifier() const override { return mIdentifier; }
+    const PropertyList::Dictionary& infoDictionary() const override { return mInfo; }
+    std::vector<std::string> preferredLocalizations() const override { return {}; }
+    std::string localizedStringForKey(const std::string& key, const std::string& value,
+                                      const std::string&) const override {
+        return value.empty() ? key : value;
+    }
+    std::optional<std::string> pathForResource(const std::string&, const std::string&,
+                                               const std::string&) const override {
+        return std::nullopt;
+    }
+
+  private:
+    const std::string mIdentifier;
+    const PropertyList::Dictionary mInfo;
+};
+
+void dropLine(const std::string&) {}
+
+}  // namespace
+
+struct LinuxPlatform::Parts {
+    explicit Parts(const LinuxPlatformOptions& options)
+        : logScope(withLog(options)),
+          bundle(options),
+          registry(runLoops),
+          ownMainQueue(runLoops),
+          scope(whole(options)) {}
+
+    static Platform withLog(const LinuxPlatformOptions& options) {
+        Platform platform = withLinuxFiles();
+        platform.log = options.log ? options.log : dropLine;
+        return platform;
+    }
+
+    Platform whole(const LinuxPlatformOptions& options) {
+        Platform platform = withLog(options);
+        platform.runLoops = &runLoops;
+        platform.masterPort = &registry;
+        platform.mainQueue = options.mainQueue ? options.mainQueue : &ownMainQueue;
+        platform.mainBundle = &bundle;
+        platform.describeOpenFailure = describeOpenFailure;
+        if (!options.identifier.empty()) platform.standardUserDefaults = &userDefaults.emplace(options.identifier);
+        return platform;
+    }
+
+    const PlatformScope logScope;  // for what the next ones find damaged
+    ProgramBundle bundle;
+    AsioRunLoops runLoops;
+    UdevRegistry registry;
+    RunLoopMainQueue ownMainQueue;
+    std::optional<UserDefaults> userDefaults;
+    const PlatformScope scope;
+};
+
+LinuxPlatform::LinuxPlatform(const LinuxPlatformOptions& options) : mParts(std::make_unique<const Parts>(options)) {}
+LinuxPlatform::~LinuxPlatform() = default;
+
+}  // namespace platform
