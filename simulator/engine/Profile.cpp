@@ -73,6 +73,14 @@ Profile Profile::instant() {
     return profile;
 }
 
+std::optional<Profile> Profile::named(std::string_view name) {
+    if (name == "handheld") return handheld();
+    if (name == "wearable") return wearable();
+    if (name == "old") return withoutProtocols();
+    if (name == "instant") return instant();
+    return std::nullopt;
+}
+
 Bytes usbDescriptors(const Profile& profile) {
     Writer out;
     const bool highSpeed = std::ranges::any_of(profile.pipes, [](const auto& pipe) { return pipe.maxPacketSize > 64; });

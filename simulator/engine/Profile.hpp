@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace simulator {
@@ -76,6 +77,9 @@ struct Profile {
     static Profile wearable();          ///< high speed, answers everything on the bulk pipe
     static Profile withoutProtocols();  ///< an old model that reports no protocol list and no extended data
     static Profile instant();           ///< answers, leaves and comes back without any delay
+
+    /// The one of that name, for a command line: handheld, wearable, old (without protocols) or instant.
+    static std::optional<Profile> named(std::string_view name);
 };
 
 /// The device descriptor and the one configuration with its interface and endpoints, as a host reads them from the

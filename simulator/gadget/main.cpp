@@ -11,7 +11,6 @@
 #include <exception>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <optional>
 #include <signal.h>
 #include <sstream>
@@ -68,10 +67,6 @@ Number number(const std::string& text, const std::string& what, int base = 10) {
 }
 
 Options parse(int argc, char** argv) {
-    const std::map<std::string, Profile (*)()> profiles = {{"handheld", &Profile::handheld},
-                                                           {"wearable", &Profile::wearable},
-                                                           {"old", &Profile::withoutProtocols},
-                                                           {"instant", &Profile::instant}};
     Options options;
     std::optional<std::uint32_t> unit;
     std::optional<std::uint32_t> rebootTime;
@@ -95,9 +90,9 @@ Options parse(int argc, char** argv) {
         } else if (option == "--controller") {
             options.controller = value();
         } else if (option == "--profile") {
-            const auto it = profiles.find(value());
-            if (it == profiles.end()) throw std::runtime_error("no profile is called " + std::string(argv[i]));
-            options.profile = it->second();
+            const auto profile = Profile::named(value());
+            if (!profile) throw std::runtime_error("no profile is called " + std::string(argv[i]));
+            options.profile = *profile;
         } else if (option == "--unit") {
             unit = number<std::uint32_t>(value(), option);
         } else if (option == "--reboot-time") {
