@@ -86,4 +86,12 @@ struct LinuxPlatform::Parts {
 LinuxPlatform::LinuxPlatform(const LinuxPlatformOptions& options) : mParts(std::make_unique<const Parts>(options)) {}
 LinuxPlatform::~LinuxPlatform() = default;
 
+int runLoopDescriptor() {
+    return AsioRunLoops().current()->readinessDescriptor();
+}
+
+void serveRunLoop() {
+    AsioRunLoops().current()->serveDefaultMode();
+}
+
 }  // namespace platform

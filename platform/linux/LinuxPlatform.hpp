@@ -44,4 +44,18 @@ class LinuxPlatform {
     const std::unique_ptr<const Parts> mParts;
 };
 
+/// For a thread whose event loop is not the library's: that of a window toolkit, or a plain poll(). The descriptor is
+/// readable while the calling thread's run loop may have work in its default mode, where attach notices, calls through
+/// message ports and timers are delivered; serveRunLoop() then does that work without waiting for more, and what a
+/// call-back throws passes through. The descriptor is the library's and good until the thread ends: it is polled, never
+/// read, never closed. One that was never asked for costs nothing.
+///
+/// A link needs none of this: it blocks, and serves itself alone meanwhile.
+/// @throws std::system_error  no descriptor is to be had
+/// Any thread, each for itself, while a LinuxPlatform lives.
+/// @{
+[[nodiscard]] int runLoopDescriptor();
+void serveRunLoop();
+/// @}
+
 }  // namespace platform

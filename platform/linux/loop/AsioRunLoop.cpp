@@ -1,6 +1,7 @@
 #include "platform/linux/loop/AsioRunLoop.hpp"
 
 #include "platform/Platform.hpp"
+#include "platform/common/FileDescriptor.hpp"
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -8,6 +9,7 @@
 #include <boost/asio/post.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -15,6 +17,10 @@
 #include <deque>
 #include <iterator>
 #include <optional>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <system_error>
 #include <utility>
 
 namespace platform {
@@ -136,6 +142,7 @@ std::unique_ptr<CFRunLoopTimer> AsioRunLoop::CFRunLoopAddTimer(std::string_view 
     auto state =
         std::make_shared<TimerState>(TimerState{ModeUse(shared_from_this(), mode), interval, std::move(handler)});
     state->use->mode->timers.emplace(fireDate, state);
+    showTimers();
     return std::make_unique<Timer>(std::move(state));
 }
 
@@ -155,6 +162,91 @@ bool AsioRunLoop::fire(Mode& mode, std::shared_ptr<TimerState> state) {
     }
     state->handler();
     return true;
+}
+
+// ---- for another event loop ----
+
+/// What makes readinessDescriptor() readable: what is watched in the default mode, a wake-up for each of its blocks,
+/// and its first timer. Asio keeps its own set to itself.
+struct AsioRunLoop::Readiness {
+    Readiness() {
+        add(wakeUp.get());
+        add(timer.get());
+    }
+
+    void add(int descriptor) const {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        // One that is watched twice is there already.
+        if (::epoll_ctl(set.get(), EPOLL_CTL_ADD, descriptor, &event) != 0 && errno != EEXIST) fail();
+    }
+    void remove(int descriptor) const noexcept { ::epoll_ctl(set.get(), EPOLL_CTL_DEL, descriptor, nullptr); }
+    void wake() const noexcept { static_cast<void>(::eventfd_write(wakeUp.get(), 1)); }
+    void clear() const noexcept {
+        eventfd_t count = 0;
+        static_cast<void>(::eventfd_read(wakeUp.get(), &count));
+    }
+
+    /// Makes the timer due after that time; at once for 0 or less, never for nothing. Takes back that it was due.
+    void show(std::optional<CFTimeInterval> seconds) const noexcept {
+        itimerspec due{};
+        if (seconds) {
+            // Rounded up, so that the timer's moment has come when the descriptor is readable.
+            const auto wait =
+                std::max(std::chrono::ceil<std::chrono::microseconds>(Seconds(std::min(*seconds, kForever))),
+                         std::chrono::microseconds(1));
+            due.it_value.tv_sec = wait / std::chrono::seconds(1);
+            due.it_value.tv_nsec = std::chrono::nanoseconds(wait % std::chrono::seconds(1)).count();
+        }
+        ::timerfd_settime(timer.get(), 0, &due, nullptr);
+    }
+
+    [[noreturn]] static void fail() { throw std::system_error(errno, std::generic_category(), "run loop"); }
+    static FileDescriptor opened(int descriptor) {
+        if (descriptor < 0) fail();
+        return FileDescriptor(descriptor);
+    }
+
+    const FileDescriptor set = opened(::epoll_create1(EPOLL_CLOEXEC));
+    const FileDescriptor wakeUp = opened(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    const FileDescriptor timer = opened(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+};
+
+int AsioRunLoop::readinessDescriptor() {
+    assertOwner();
+    if (!mReadiness) {
+        auto readiness = std::make_unique<Readiness>();
+        for (const int descriptor : mWatched) readiness->add(descriptor);
+        readiness->wake();  // for the blocks that are there already
+        const std::lock_guard lock(mMutex);
+        mReadiness = std::move(readiness);
+    }
+    showTimers();
+    return mReadiness->set.get();
+}
+
+void AsioRunLoop::serveDefaultMode() {
+    assertOwner();
+    // First: a block that comes while others are served wakes anew.
+    if (mReadiness) mReadiness->clear();
+    const AtScopeEnd whenServed{[this] {
+        showTimers();
+        const std::lock_guard lock(mMutex);
+        const auto mode = mModes.find(kCFRunLoopDefaultMode);
+        // A handler that threw, or stopped the run, left some behind.
+        if (mReadiness && mode != mModes.end() && !mode->second->blocks.empty()) mReadiness->wake();
+    }};
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+}
+
+/// Has the descriptor follow the first timer of the default mode.
+void AsioRunLoop::showTimers() {
+    if (!mReadiness) return;
+    const std::lock_guard lock(mMutex);
+    const auto mode = mModes.find(kCFRunLoopDefaultMode);
+    const bool isIdle = mode == mModes.end() || mode->second->timers.empty();
+    mReadiness->show(isIdle ? std::optional<CFTimeInterval>()
+                            : mode->second->timers.begin()->first - CFAbsoluteTimeGetCurrent());
 }
 
 // ---- descriptors ----
@@ -188,6 +280,7 @@ class AsioRunLoop::Watch final : public DescriptorWatch {
         mState->use.loop->assertOwner();
         mState->live = false;
         std::erase(mState->use.mode->readable, mState);
+        mState->use.loop->unwatched(mState->use.mode->name, mState->descriptor.native_handle());
         mState->descriptor.release();  // it is the caller's to close
     }
     Watch(const Watch&) = delete;
@@ -197,6 +290,13 @@ class AsioRunLoop::Watch final : public DescriptorWatch {
     const std::shared_ptr<WatchState> mState;  // shared with the handler, which may destroy the watch
 };
 
+void AsioRunLoop::unwatched(std::string_view mode, int descriptor) {
+    if (mode != kCFRunLoopDefaultMode || mEnded) return;
+    const auto found = std::ranges::find(mWatched, descriptor);
+    if (found != mWatched.end()) mWatched.erase(found);
+    if (mReadiness && std::ranges::find(mWatched, descriptor) == mWatched.end()) mReadiness->remove(descriptor);
+}
+
 std::unique_ptr<DescriptorWatch> AsioRunLoop::watchReadable(std::string_view mode, int descriptor,
                                                             std::function<void()> handler) {
     assertOwner();
@@ -204,6 +304,10 @@ std::unique_ptr<DescriptorWatch> AsioRunLoop::watchReadable(std::string_view mod
     boost::asio::posix::stream_descriptor watched(use.mode->context, descriptor);
     auto state = std::make_shared<WatchState>(WatchState{std::move(use), std::move(watched), std::move(handler)});
     WatchState::arm(state);
+    if (mode == kCFRunLoopDefaultMode) {
+        mWatched.push_back(descriptor);
+        if (mReadiness) mReadiness->add(descriptor);
+    }
     return std::make_unique<Watch>(std::move(state));
 }
 
@@ -252,6 +356,7 @@ void AsioRunLoop::CFRunLoopPerformBlock(std::string_view modeName, std::function
         if (mEnded) return;  // the block goes with this call
         mode = modeNamed(modeName);
         mode->blocks.push_back(std::move(block));
+        if (mReadiness && modeName == kCFRunLoopDefaultMode) mReadiness->wake();
         if (std::exchange(mode->isWoken, true)) return;
     }
     boost::asio::post(mode->context, [] {});
@@ -416,6 +521,7 @@ void AsioRunLoop::end() {
     {
         const std::lock_guard lock(mMutex);
         mEnded = true;
+        mReadiness.reset();
         modes.swap(mModes);
         for (const auto& [name, mode] : modes) {
             std::ranges::move(std::exchange(mode->blocks, {}), std::back_inserter(blocks));

@@ -57,6 +57,17 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
     std::unique_ptr<DescriptorWatch> watchReadable(std::string_view mode, int descriptor,
                                                    std::function<void()> handler);
 
+    /// For a thread whose event loop is the program's own. The descriptor is readable while the default mode may have
+    /// work: a block, a watched descriptor, a timer that is due. It is made at the first call, stays the loop's, and is
+    /// good until the thread ends. serveDefaultMode() does that work, without waiting; what a handler throws passes
+    /// through.
+    /// @throws std::system_error  no descriptor is to be had
+    /// Owner thread only.
+    /// @{
+    int readinessDescriptor();
+    void serveDefaultMode();
+    /// @}
+
     /// Takes every source, timer and block out; blocks are destroyed unrun. Later posts are destroyed at once.
     /// Owner thread only, outside any run.
     void end();
@@ -73,11 +84,14 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
     class Timer;
     class Watch;
     struct ScheduledSource;
+    struct Readiness;
 
     std::shared_ptr<Mode> modeNamed(std::string_view name);  // mMutex held
     void leave(Mode& mode) noexcept;
     static std::deque<std::weak_ptr<TimerState>> dueTimers(const Mode& mode);
     static bool fire(Mode& mode, std::shared_ptr<TimerState> state);
+    void showTimers();
+    void unwatched(std::string_view mode, int descriptor);
     void beginTurn(Mode& mode);
     bool serveReady(Mode& mode);
     bool serveNext(Mode& mode);
@@ -89,11 +103,13 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
     const std::thread::id mOwner = std::this_thread::get_id();
     std::atomic<bool> mEnded = false;
     std::vector<ScheduledSource> mSources;  // owner thread
+    std::vector<int> mWatched;              // owner thread; descriptors watched in the default mode, as often as that
 
     mutable std::mutex mMutex;
     std::map<std::string, std::shared_ptr<Mode>, std::less<>> mModes;  // mMutex
     std::vector<Frame*> mFrames;                                       // mMutex; runs under way, innermost last
     bool mStopNextRun = false;                                         // mMutex
+    std::unique_ptr<Readiness> mReadiness;                             // mMutex; made and ended by the owner thread
 };
 
 /// Gives each thread its AsioRunLoop. All instances give the same loops. Any thread.

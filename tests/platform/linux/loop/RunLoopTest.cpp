@@ -10,8 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <future>
 #include <latch>
+#include <memory>
+#include <poll.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <thread>
@@ -244,6 +247,57 @@ TEST_F(RunLoop, StopEndsTheInnermostRunOnly) {
 
     std::jthread other([&] { loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, [&] { loop->CFRunLoopStop(); }); });
     loop->CFRunLoopRun();
+}
+
+TEST_F(RunLoop, AnotherEventLoopIsWokenForWhatTheDefaultModeHasToDoAndForNothingElse) {
+    const auto readable = [&](bool wait) {
+        pollfd entry{loop->readinessDescriptor(), POLLIN, 0};
+        return ::poll(&entry, 1, wait ? static_cast<int>(kWatchdog * 1000) : 0) == 1;
+    };
+    int served = 0;
+    const auto count = [&] { ++served; };
+    const auto early = std::make_shared<EventSource>(*loop);
+    loop->CFRunLoopAddSource(early, kCFRunLoopDefaultMode);  // before the descriptor is asked for, as is the block
+    loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, count);
+    EXPECT_TRUE(readable(false));
+    loop->serveDefaultMode();
+    EXPECT_EQ(served, 1);
+
+    const auto late = std::make_shared<EventSource>(*loop);
+    loop->CFRunLoopAddSource(late, kCFRunLoopDefaultMode);
+    std::unique_ptr<CFRunLoopTimer> timer;
+    const struct {
+        const char* what;
+        std::function<void()> begin;
+        std::function<int()> done;
+    } rows[] = {
+        {"a block of another thread",
+         [&] { std::thread([&] { loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, count); }).join(); },
+         [&] { return served - 1; }},
+        {"a source from before", [&] { early->Signal(); }, [&] { return early->served; }},
+        {"a source from later", [&] { late->Signal(); }, [&] { return late->served; }},
+        {"a timer", [&] { timer = loop->CFRunLoopAddTimer(kCFRunLoopDefaultMode, In(0.01), 0, count); },
+         [&] { return served - 2; }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        EXPECT_FALSE(readable(false));
+        row.begin();
+        EXPECT_TRUE(readable(true));
+        loop->serveDefaultMode();
+        EXPECT_EQ(row.done(), 1);
+    }
+
+    source->Signal();
+    loop->CFRunLoopPerformBlock("mine", count);
+    loop->CFRunLoopRemoveSource(late);
+    late->Signal();
+    EXPECT_FALSE(readable(false)) << "another mode's work, and a source that was taken out";
+
+    loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, [] { throw std::runtime_error("thrown"); });
+    loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, count);
+    EXPECT_THROW(loop->serveDefaultMode(), std::runtime_error);
+    EXPECT_TRUE(readable(false)) << "the block behind the one that threw";
 }
 
 TEST(RunLoops, EachThreadHasOneLoopAndItsEndDestroysWhatWaits) {
