@@ -261,7 +261,6 @@ TEST_F(RunLoop, AnotherEventLoopIsWokenForWhatTheDefaultModeHasToDoAndForNothing
     loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, count);
     EXPECT_TRUE(readable(false));
     loop->serveDefaultMode();
-    EXPECT_EQ(served, 1);
 
     const auto late = std::make_shared<EventSource>(*loop);
     loop->CFRunLoopAddSource(late, kCFRunLoopDefaultMode);
