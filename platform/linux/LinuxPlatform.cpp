@@ -69,7 +69,9 @@ struct LinuxPlatform::Parts {
         platform.masterPort = &registry;
         platform.mainQueue = options.mainQueue ? options.mainQueue : &ownMainQueue;
         platform.mainBundle = &bundle;
-        platform.describeOpenFailure = describeOpenFailure;
+        platform.describeOpenFailure = [](const std::string& path, IOReturn result) {
+            return diagnoseOpenFailure(path, result).seen;
+        };
         if (!options.identifier.empty()) platform.standardUserDefaults = &userDefaults.emplace(options.identifier);
         return platform;
     }
