@@ -147,7 +147,9 @@ void MainWindow::showAbout() {
     box.setIconPixmap(windowIcon().pixmap(64));
     box.setTextFormat(Qt::PlainText);
     // That of a build between releases is long, and may break where its commit begins.
-    const QString version = infoText("CFBundleShortVersionString").replace(QLatin1Char('+'), QStringLiteral("+\u200b"));
+    const QString version = infoText("CFBundleShortVersionString")
+                                .replace(QLatin1Char('+'), QStringLiteral("+\u200b"))
+                                .replace(QLatin1String(".g"), QStringLiteral("\u200b.g"));
     box.setText(localized("TrovikResetTitle") + QLatin1Char(' ') + version);
     const QString logs = embedded(QString::fromStdString(TrovikLogs::logsDirectory()));
     box.setInformativeText(QStringList{localized("AboutBody"),

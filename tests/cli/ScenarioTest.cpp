@@ -53,7 +53,8 @@ TEST(Scenario, EndsWithItsStatusAndItsDevicesAsItSaysAndNothingIsNeverReached) {
         EXPECT_EQ(written.back()["event"], "result");
         EXPECT_EQ(written.back()["status"], static_cast<int>(status));
         const auto last = written.back()["text"].get<std::string>();
-        EXPECT_EQ(last.ends_with("."), status == twin::Status::Cancelled) << "in which state the devices are: " << last;
+        EXPECT_EQ(last.ends_with("."), status == twin::Status::Cancelled && scenario.arguments.front() == "reset")
+            << "in which state the devices are: " << last;
         EXPECT_EQ(lastFailed(written), scenario.stage);
         EXPECT_TRUE(scenario.cause.empty() || names(written, scenario.cause)) << scenario.cause;
         for (const json& event : written) {
