@@ -229,6 +229,15 @@ Cue readCue(const Value& value, std::size_t devices) {
     return cue;
 }
 
+BusTells readTells(const Value& value) {
+    static constexpr std::array<std::pair<std::string_view, BusTells>, 4> kTellings = {
+        {{"all", BusTells::All},
+         {"arrivals", BusTells::ArrivalsOnly},
+         {"nothing", BusTells::Nothing},
+         {"twice", BusTells::AllTwice}}};
+    return value.oneOf(kTellings).second;
+}
+
 }  // namespace
 
 std::optional<Scenario> scenarioFromText(const std::string& text, std::string& error) {
@@ -249,6 +258,7 @@ std::optional<Scenario> scenarioFromText(const std::string& text, std::string& e
              [&](const Value& v) {
                  for (const Value& cue : v.elements()) scenario.cues.push_back(readCue(cue, scenario.devices.size()));
              }},
+            {"tells", [&](const Value& v) { scenario.tells = readTells(v); }},
             {"stationTakes", [&](const Value& v) { scenario.stationTakes = v.seconds(); }},
             {"otherRun", [&](const Value& v) { scenario.otherRun = v.boolean(); }},
         });

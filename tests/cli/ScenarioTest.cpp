@@ -82,7 +82,7 @@ TEST(ScenarioFile, IsPlayedLikeOneOfTheTable) {
             {"plugged": false}
         ],
         "cues": [{"stage": "gone", "after": 0.5, "do": "plug", "device": 2}],
-        "stationTakes": 0.5
+        "stationTakes": 0.5, "tells": "nothing"
     })",
                                                  error);
     ASSERT_TRUE(scenario) << error;
