@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <sstream>
 #include <string>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -169,13 +170,14 @@ class Bench {
         return cost;
     }
 
-    static Cost runProgram(const Command& command) {
+    Cost runProgram(const Command& command) const {
         std::vector<char*> arguments;
         for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
         arguments.push_back(nullptr);
+        const std::string said = mFolder / "said";
         const pid_t child = ::fork();
         if (child == 0) {
-            ::dup2(::open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+            ::dup2(::open(said.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDERR_FILENO);
             ::execv(arguments[0], arguments.data());
             ::_exit(127);
         }
@@ -186,7 +188,11 @@ class Bench {
             look(child, cost);
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) fail(command[0] + " failed");
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+            std::stringstream text;
+            text << std::ifstream(said).rdbuf();
+            fail(command[0] + " failed: " + text.str());
+        }
         const auto milliseconds = [](const timeval& time) {
             return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
         };

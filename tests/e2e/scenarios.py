@@ -859,33 +859,35 @@ def trovik_reset_killed_in_a_hold_and_resumed():
 def trovik_reset_with_twenty_random_faults():
     print(f"seed {SEED}")
     chance = random.Random(SEED)
+    # All but those of the operating system's own operations, and the one that no host sees: the controller takes the
+    # packet at which the device stalls, "resume" has no answer, and a device may well start without leaving the bus.
     usable = [line.partition(":")[0] for line in run(str(GADGET), "--faults").splitlines()
-              if not line.startswith("open-")]
+              if not line.startswith(("open-", "resume-stall"))]
+    faults = [*chance.sample(usable, len(usable)), *chance.choices(usable, k=20)][:20]
     seen = {}
     with a_gadget("--profile", "instant", *BOOTS, reboot_time=("--reboot-time", "50")) as gadget:
         fresh_home()
-        for number in range(1, 21):
-            fault = chance.choice(usable)
-            gadget.order("fault " + fault)
-            with Twin("reset", "--yes", "--wait", "60", "--limit", "back=15", "--limit", "back-again=15") as twin:
+        for number, fault in enumerate([*faults, None], 1):  # whatever state they left it in, one without a fault succeeds
+            if fault:
+                gadget.order("fault " + fault)
+            with Twin("reset", "--yes", "--wait", "60", "--limit", "back=30", "--limit", "back-again=30") as twin:
                 status = twin.end()
-                what = f"reset {number}, with the fault {fault}, ended with {status}"
+                received = commands(gadget.record())
+                what = f"reset {number}, with the fault {fault}, ended with {status} and the device received {received}"
                 ended = [event["status"] for event in twin.events(event="device", state="ended")]
-                expect(ended == [status], f"{what}, and its device with {ended}")
-                gadget.record()
+                expect(ended == [status], f"{what}; its device ended with {ended}")
                 expect((gadget.entries() == 0) == (status in (0, 8)), f"{what}; {gadget.entries()} entries are left in the store")
+                expect(fault or status == 0, what)
                 if status == 0:
-                    expect(commands(gadget.record())[-2:] == FULL[-2:], f"{what}, the device received {commands(gadget.record())}")
-                    wait_for(f"the device to be running after {what}", lambda: gadget.last("state ") == "state running")
+                    expect(received[-2:] == FULL[-2:], what)
+                    wait_for(f"the device to be running; {what}", lambda: gadget.last("state ") == "state running")
                     expect(not left_held(), f"{what}; in the journal is {left_held()}")
-            seen.setdefault(STATUSES[status], []).append(fault)
-            gadget.order("clear-faults")
+            seen.setdefault(STATUSES[status], []).append(str(fault))
+            gadget.order("clear-faults", "refill")
+            wait_for("the refilled store", lambda: gadget.entries() > 0)
             if status != 0:  # as a person would who is told that it failed
                 replug(gadget)
-                wait_for("the device to be running", lambda: gadget.last("state ") == "state running")
-            gadget.order("refill")
-            wait_for("the refilled store", lambda: gadget.entries() > 0)
-    print("\n".join(f"{outcome}: {', '.join(faults)}" for outcome, faults in seen.items()))
+    print("\n".join(f"{outcome}: {', '.join(struck)}" for outcome, struck in seen.items()))
 
 
 def prepare():
