@@ -1,7 +1,10 @@
+#include "IOU/IOU_Devices.hpp"
 #include "IOU/IOU_Exception.hpp"
 #include "tests/support/UsbWorld.hpp"
 
 #include <gmock/gmock.h>
+
+#include <vector>
 
 namespace {
 
@@ -79,6 +82,27 @@ TEST(Device, WhoseFirstReadOrWriteIsRefusedIsAnErrorOfTheSession) {
         EXPECT_EQ(raisedAt<iou::BadUsbDevice_t>([&] { world.openLink(); }), site);
         EXPECT_TRUE(world.isUntouched()) << site;
     }
+}
+
+TEST(AttachNotice, TellsOfEachAttachOnceWhatIsThereIncludedUntilItGoes) {
+    SimulatedDevice world;
+    world.plug();
+    std::vector<iou::AttachedDevice_t> told;
+    {
+        const iou::AttachNotice_t notice([&](const iou::AttachedDevice_t& device) { told.push_back(device); });
+        EXPECT_TRUE(told.empty()) << "before the loop was served";
+        for (std::size_t attaches = 1; attaches <= 2; ++attaches) {
+            world.runUntilQuiet();
+            ASSERT_EQ(told.size(), attaches);
+            EXPECT_THAT(iou::AttachedDevices(), testing::ElementsAre(told.back()));
+            world.unplug();
+            world.plug();
+        }
+    }
+    world.runUntilQuiet();
+    EXPECT_EQ(told.size(), 2U) << "a notice that has gone tells of nothing";
+    world.bus.addFault(Fault::onOperation(BusOperation::IOServiceAddMatchingNotification, platform::kIOReturnError));
+    EXPECT_THROW(iou::AttachNotice_t([](const auto&) {}), iou::Exception_t);
 }
 
 }  // namespace
