@@ -7,6 +7,7 @@
 #include "app/Util/WindowTexts.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/Boundary.hpp"
 
 #include <QDialogButtonBox>
 #include <QDir>
@@ -16,7 +17,6 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLocale>
-#include <QMessageBox>
 #include <QMetaObject>
 #include <QProgressBar>
 #include <QPushButton>
@@ -32,6 +32,8 @@
 #include <utility>
 
 namespace {
+
+constexpr char kFile[] = "app/SaveReportDialog";
 
 // Device-independent pixels.
 constexpr QSize kWanted(620, 460);
@@ -114,24 +116,40 @@ SaveReportDialog::SaveReportDialog(QWidget* window)
 
 SaveReportDialog::~SaveReportDialog() = default;
 
-void SaveReportDialog::collect() {
-    const auto work = [logs = TrovikLogs::logsDirectory(),
-                       traces = QString::fromStdWString(win::DebugFileDirectory()).toStdString(),
-                       own = facts()](const std::stop_token& stop) {
-        return std::make_shared<const Report>(Report::collect(ReportSources::ofThisSystem(logs, traces, own), stop));
-    };
+void SaveReportDialog::start(std::function<void(const std::stop_token&)> work) {
+    mSave->setEnabled(false);
+    mProgress->show();
     try {
-        mCollector = std::jthread([this, work](const std::stop_token& stop) {
-            auto report = work(stop);
-            QMetaObject::invokeMethod(
-                this, [this, report = std::move(report)] { showReport(report); }, Qt::QueuedConnection);
+        mWorker = std::jthread([work](const std::stop_token& stop) {
+            platform::runGuarded([&] { work(stop); }, kFile, __LINE__);  // what it throws must not end a reset
         });
     } catch (const std::system_error&) {
-        showReport(work({}));  // no thread is to be had: then the person waits
+        // No thread is to be had: then the person waits, before the dialog that is to be shown first.
+        const auto inPlace = [work = std::move(work)] { platform::runGuarded([&] { work({}); }, kFile, __LINE__); };
+        QMetaObject::invokeMethod(this, inPlace, Qt::QueuedConnection);
     }
 }
 
+void SaveReportDialog::collect() {
+    start([this, logs = TrovikLogs::logsDirectory(),
+           traces = QString::fromStdWString(win::DebugFileDirectory()).toStdString(),
+           own = facts()](const std::stop_token& stop) {
+        std::shared_ptr<const Report> report;
+        const auto make = [&] {
+            const auto sources = ReportSources::ofThisSystem(logs, traces, own);
+            report = std::make_shared<const Report>(Report::collect(sources, stop));
+        };
+        platform::runGuarded(make, kFile, __LINE__);
+        QMetaObject::invokeMethod(
+            this, [this, report] { showReport(report); }, Qt::QueuedConnection);
+    });
+}
+
 void SaveReportDialog::showReport(std::shared_ptr<const Report> report) {
+    if (!report) {
+        tell(QMessageBox::Warning, {});
+        return reject();
+    }
     mReport = std::move(report);
     const QLocale locale;
     for (const Report::Entry& entry : mReport->entries()) {
@@ -142,6 +160,10 @@ void SaveReportDialog::showReport(std::shared_ptr<const Report> report) {
         row->setText(2, localized(keyOf(entry.kind)));
     }
     mList->setCurrentItem(mList->topLevelItem(0));
+    showReady();
+}
+
+void SaveReportDialog::showReady() {
     mProgress->hide();
     mSave->setEnabled(true);
     mSave->setDefault(true);
@@ -158,14 +180,31 @@ void SaveReportDialog::save() {
     if (chooser.exec() != QDialog::Accepted || chooser.selectedFiles().isEmpty()) return;
     const QString path = chooser.selectedFiles().constFirst();
 
-    const std::error_code error = mReport->write(QFile::encodeName(path).toStdString());
-    QMessageBox box(error ? QMessageBox::Warning : QMessageBox::Information, windowTitle(),
-                    localized(error ? "ReportNotSaved" : "ReportSaved"), QMessageBox::NoButton, this);
+    mProgress->setAccessibleName(windowTitle());
+    start([this, path, report = mReport](const std::stop_token& stop) {
+        auto error = std::make_error_code(std::errc::not_enough_memory);  // nothing else is thrown
+        const auto write = [&] { error = report->write(QFile::encodeName(path).toStdString(), stop); };
+        platform::runGuarded(write, kFile, __LINE__);
+        QMetaObject::invokeMethod(
+            this, [this, path, error] { showSaved(path, error); }, Qt::QueuedConnection);
+    });
+}
+
+void SaveReportDialog::showSaved(const QString& path, const std::error_code& error) {
+    showReady();
+    const QString where = embedded(QDir::toNativeSeparators(path));
+    if (error)
+        return tell(QMessageBox::Warning, where + QLatin1Char('\n') + QString::fromLocal8Bit(error.message().c_str()));
+    tell(QMessageBox::Information, where);
+    accept();
+}
+
+void SaveReportDialog::tell(QMessageBox::Icon icon, const QString& details) {
+    QMessageBox box(icon, windowTitle(), localized(icon == QMessageBox::Warning ? "ReportNotSaved" : "ReportSaved"),
+                    QMessageBox::NoButton, this);
     box.setTextFormat(Qt::PlainText);
     box.setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    const QString where = embedded(QDir::toNativeSeparators(path));
-    box.setInformativeText(error ? where + QLatin1Char('\n') + QString::fromLocal8Bit(error.message().c_str()) : where);
+    box.setInformativeText(details);
     box.addButton(localized("OK"), QMessageBox::AcceptRole);
     box.exec();
-    if (!error) accept();
 }

@@ -298,7 +298,7 @@ Report Report::collect(const ReportSources& sources, const std::stop_token& stop
     return Collector(sources, stop).collect();
 }
 
-std::error_code Report::write(const std::string& path) const {
+std::error_code Report::write(const std::string& path, const std::stop_token& stop) const {
     TemporaryFile temporary(fs::path(path).replace_filename(".trovik-report.XXXXXX").string());
     if (!temporary.file) return systemError(errno);
     Output output{temporary.file.get()};
@@ -311,6 +311,7 @@ std::error_code Report::write(const std::string& path) const {
         failed(::archive_write_open(writer.get(), &output, nullptr, Output::write, nullptr)))
         return failure();
     for (std::size_t i = 0; i < mEntries.size(); ++i) {
+        if (stop.stop_requested()) return systemError(ECANCELED);
         const std::unique_ptr<archive_entry, FreeArchive> entry(::archive_entry_new());
         if (!entry) return systemError(ENOMEM);
         ::archive_entry_set_pathname(entry.get(), (kFolder + mEntries[i].name).c_str());

@@ -56,9 +56,10 @@ class Report {
     void entries() const&& = delete;
 
     /// Writes the archive (ZIP), readable by the user alone, and only then puts it in the place of what has that name.
+    /// @param stop  ends it early, as operation_canceled
     /// @return why it could not be written; nothing was left or changed then
     /// Blocks on the disk. Any thread, one at a time for each path.
-    [[nodiscard]] std::error_code write(const std::string& path) const;
+    [[nodiscard]] std::error_code write(const std::string& path, const std::stop_token& stop = {}) const;
 
     /// "trovik-report-2026-11-22.zip", by the local calendar.
     [[nodiscard]] static std::string fileName(std::chrono::system_clock::time_point now);

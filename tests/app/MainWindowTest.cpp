@@ -19,6 +19,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <stdexcept>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -127,6 +128,15 @@ TEST_F(MainWindowTest, ReportIsListedBeforeItIsSavedAndAFailureIsToldAndTriedAga
     });
     EXPECT_THAT(told, ElementsAre(QMessageBox::Warning, QMessageBox::Information));
     EXPECT_GT(std::filesystem::file_size(folder / "report.zip"), 0U);
+}
+
+TEST_F(MainWindowTest, ReportThatCantBeCollectedIsToldAndTheToolGoesOn) {
+    const platform::PlatformScope noSurvey({.mainBundle = &app.bundle, .surveySystem = []() -> platform::SystemSurvey {
+                                                throw std::runtime_error("no survey");
+                                            }});
+    QString told;
+    saveReport(app.window, {}, [&](QWidget& shown) { told = dynamic_cast<QMessageBox&>(shown).text(); });
+    EXPECT_EQ(told, text("ReportNotSaved"));
 }
 
 TEST_F(MainWindowTest, RecordDetailsSetsBothPreferencesForTheNextStartAndSaysSo) {
