@@ -15,6 +15,8 @@ constexpr std::size_t kShortestSerial = 4;      ///< characters
 constexpr std::size_t kShortestInBytes = 4;     ///< a value that is found in bytes wherever it stands
 constexpr std::size_t kRowBytes = 16;           ///< of a whole row
 constexpr std::size_t kFewestOffsetDigits = 4;  ///< of a row
+constexpr std::size_t kIdOffset = 4;            ///< of a USB packet: two bytes
+constexpr std::size_t kDataOffset = 12;
 
 char small(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -70,6 +72,13 @@ std::string nameOfSerial(std::string_view value) {
         if (const auto number = numberOf(std::string_view(text).substr(2), 16)) return std::to_string(*number);
     }
     return text;
+}
+
+/// Whether these bytes are one of the two packets whose data is a unit id. Which layer the packet says is not looked
+/// at: that may be what made it a bad one.
+bool isOfUnitId(std::string_view packet) {
+    return packet.size() > kDataOffset && (packet[kIdOffset] == 6 || packet[kIdOffset] == 38) &&
+           packet[kIdOffset + 1] == 0;
 }
 
 std::string_view nameOfKind(Masker::Kind kind) {
@@ -273,14 +282,22 @@ void Masker::Lines::finish() {
         for (std::size_t byte = 0; byte < mRows[i].bytes.size(); ++byte) places.emplace_back(i, byte);
     }
     std::vector<std::string> marks(mRows.size());
+    const auto hideByte = [&](std::size_t at) {
+        const auto& [index, byte] = places[at];
+        Row& row = mRows[index];
+        row.line.replace(row.hex[byte], 2, "**");
+        if (row.characters + byte < row.line.size()) row.line[row.characters + byte] = '*';
+    };
     for (const Match& match : matches(mMasker.mBytes, bytes)) {
         for (std::size_t at = match.begin; at < match.end; ++at) {
-            const auto [index, byte] = places[at];
-            Row& row = mRows[index];
-            row.line.replace(row.hex[byte], 2, "**");
-            if (row.characters + byte < row.line.size()) row.line[row.characters + byte] = '*';
-            if (at == match.begin || byte == 0) marks[index] += "  " + mMasker.mSecrets[match.secret].mark;
+            hideByte(at);
+            if (const auto [index, byte] = places[at]; at == match.begin || byte == 0)
+                marks[index] += "  " + mMasker.mSecrets[match.secret].mark;
         }
+    }
+    // Such data is known by its place, also where no line has told the unit id, or where the packet lacks a part of it.
+    if (!mRows.empty() && mRows.front().offset == 0 && isOfUnitId(bytes)) {
+        for (std::size_t at = kDataOffset; at < bytes.size(); ++at) hideByte(at);
     }
     // The marks come behind the row's text, which may hold their words as values.
     for (std::size_t i = 0; i < mRows.size(); ++i) mTake(mMasker.maskedText(mRows[i].line) + marks[i]);

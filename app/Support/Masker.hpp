@@ -32,7 +32,8 @@ class Masker {
     /// One line, or part of one, that is not of a dump.
     [[nodiscard]] std::string maskedText(std::string_view text) const;
 
-    /// Masks a text line by line. A dump's rows wait until its end.
+    /// Masks a text line by line. A dump's rows wait until its end. Of a packet that tells a unit id all data is
+    /// masked, known or not.
     class Lines {
       public:
         /// @param take  gets each masked line, without line end

@@ -36,6 +36,11 @@ TEST(Masker, ReplacesWholeWordsOfAnyCaseAndBytesInDumpsAcrossTheirRows) {
           "<serial-1>",
           "0010: ** ** ** ** 61 6e 6e 61 ** ** ** ** ** ** ** **   ****anna********  <serial-1>  <serial-1>",
           "0020: ** ** ** ** ** **                                 ******  <serial-1>"}},
+        // Packets whose data is a unit id that no line has named: one is cut short, one names no layer that there is.
+        {{"0000: 00 00 00 00 06 00 00 00 04 00 00 00 01 02 41 04   ..............A.", "0010: 05 ",
+          "0000: 09 00 00 00 26 00 00 00 04 00 00 00 01 02"},
+         {"0000: 00 00 00 00 06 00 00 00 04 00 00 00 ** ** ** **   ............****", "0010: ** ",
+          "0000: 09 00 00 00 26 00 00 00 04 00 00 00 ** **"}},
         // Two dumps, whose ends do not belong together.
         {{"0000: 53 4e 5f", "0000: 34 38 31 35"}, {"0000: 53 4e 5f", "0000: 34 38 31 35"}},
     };
