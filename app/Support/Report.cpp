@@ -228,8 +228,10 @@ class Report::Collector {
         if (most == 0) return note(name, "left out, since the report is full.");
         std::string contents;
         const std::size_t mostMasked = 2 * most;  // marks may be longer than what they stand for
+        bool isWhole = true;
         Masker::Lines lines(mMasker, [&](const std::string& line) {
-            if (contents.size() + line.size() < mostMasked) contents.append(line).append("\n");
+            isWhole = isWhole && contents.size() + line.size() < mostMasked;
+            if (isWhole) contents.append(line).append("\n");
         });
         const int error = read(source, most, [&](std::string line) {
             mMasker.learn(line);
@@ -237,6 +239,7 @@ class Report::Collector {
         });
         lines.finish();
         if (error != 0) note(name, "can't be read: " + systemError(error).message());
+        if (!isWhole) note(name, "its last lines are left out, since the marks make it too long.");
         if (source.size > most) {
             note(name,
                  "the end of it, at most " + std::to_string(most) + " of " + std::to_string(source.size) + " bytes.");

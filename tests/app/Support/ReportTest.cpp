@@ -179,6 +179,11 @@ TEST_F(ReportTest, OfALongFileTheEndIsTakenFromAWholeLineOnAndTheContentsSayIt) 
     log("ResetTool_1.txt", std::string(5000, 'x') + "\n" + rows + tail);  // the cut goes through the dump
     EXPECT_EQ(contentsOf("logs/ResetTool_1.txt"), tail);
     EXPECT_THAT(contentsOf("contents.txt"), HasSubstr("logs/ResetTool_1.txt: the end of it, at most 400 of"));
+    log("ResetTool_1.txt", "begin\n" + std::string(300, '\'') + "\nx\n");
+    sources.survey.users = {"'"};  // a mark for each
+    EXPECT_EQ(contentsOf("logs/ResetTool_1.txt"), "begin\n");
+    EXPECT_THAT(contentsOf("contents.txt"), HasSubstr("logs/ResetTool_1.txt: its last lines are left out"));
+    sources.survey.users = {"Anna-Lena"};
     sources.mostOfAFile = 1u << 20;
     log("ResetTool_1.txt", std::string(200000, 'x') + "Anna-Lena\nlast");
     EXPECT_EQ(contentsOf("logs/ResetTool_1.txt"), "[a line of more than 65536 bytes is left out]\nlast\n");
