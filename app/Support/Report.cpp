@@ -143,7 +143,7 @@ class Report::Collector {
         for (const Source& source : mFiles) learn(source);  // a log may name what an older one shows
 
         add("versions.txt", Kind::Versions, masked(mSources.facts + mSources.survey.versions));
-        add("usb-devices.txt", Kind::Devices, masked(mSources.survey.devices));
+        add("usb-devices.txt", Kind::Devices, masked(withoutSerialNumbers(mSources.survey.devices)));
         add("access.txt", Kind::Access, masked(mSources.survey.access));
         for (const Source& source : mFiles) addFile(source);
         addContents();
@@ -258,6 +258,20 @@ class Report::Collector {
         if (begin < text.size()) lines.add(text.substr(begin));
         lines.finish();
         return result;
+    }
+
+    /// A serial number of any length is known where it is called one.
+    std::string withoutSerialNumbers(std::string devices) {
+        constexpr std::string_view kLabel = ", serial number ";
+        for (const std::string& serial : mSources.survey.serialNumbers) {
+            const std::string written = std::string(kLabel) + serial;
+            for (std::size_t at = 0; (at = devices.find(written, at)) != std::string::npos; at += kLabel.size()) {
+                const std::size_t end = at + written.size();
+                if (end < devices.size() && devices[end] != ',' && devices[end] != '\n') continue;
+                devices.replace(at + kLabel.size(), serial.size(), mMasker.markOf(Masker::Kind::Serial, serial));
+            }
+        }
+        return devices;
     }
 
     void add(std::string name, Kind kind, std::string contents, std::int64_t changed = 0) {

@@ -82,6 +82,8 @@ class Survey {
     void makeVersions() {
         std::ifstream release(mPlaces.release);
         for (std::string line; std::getline(release, line);) {
+            if (line.starts_with("ID=")) mSystemId = line.substr(3);
+            std::erase(mSystemId, '"');
             if (line.starts_with("PRETTY_NAME=")) mResult.versions += "System: " + oneLine(line.substr(12)) + "\n";
         }
         utsname system{};
@@ -96,10 +98,12 @@ class Survey {
     }
 
     void addHost(const std::string& name) {
-        if (name.empty() || name == "(none)") return;
-        mResult.hosts.push_back(name);
-        if (const std::size_t dot = name.find('.'); dot != std::string::npos && dot > 0)
-            mResult.hosts.push_back(name.substr(0, dot));
+        for (const std::string& host : {name, name.substr(0, name.find('.'))}) {
+            // The name that a system has when nobody gives it one tells nothing, and stands in its version.
+            const bool isGeneric = host.empty() || host == "(none)" || host == "localhost" || host == mSystemId;
+            if (!isGeneric && std::ranges::find(mResult.hosts, host) == mResult.hosts.end())
+                mResult.hosts.push_back(host);
+        }
     }
 
     void makeIdentity() {
@@ -235,6 +239,7 @@ class Survey {
 
     const SurveyPlaces& mPlaces;
     SystemSurvey mResult;
+    std::string mSystemId;  ///< such as "debian", by os-release
 };
 
 }  // namespace

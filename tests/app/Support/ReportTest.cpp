@@ -14,6 +14,7 @@
 #include <regex>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/utsname.h>
 
 namespace {
 
@@ -105,7 +106,9 @@ TEST_F(ReportTest, NothingInTheArchiveTellsWhoSomebodyIsOrWhichDeviceItIs) {
                                                                     {"busnum", "1"},
                                                                     {"devnum", "4"},
                                                                     {"product", "Anna-Lena's watch"},
-                                                                    {"1-2:1.0/bInterfaceClass", "ff"}})
+                                                                    {"1-2:1.0/bInterfaceClass", "ff"},
+                                                                    {"../1-3/serial", "17"},
+                                                                    {"../1-4/serial", "179"}})
         support::WriteFile(device + name, value + "\n");
     char vendor[8];
     std::snprintf(vendor, sizeof vendor, "%04x\n", platform::kTrovikVendorId);
@@ -116,9 +119,14 @@ TEST_F(ReportTest, NothingInTheArchiveTellsWhoSomebodyIsOrWhichDeviceItIs) {
     places.devices = folder / "devices";
     places.nodes = folder / "nodes";
     places.failure.ruleFolders = {folder / "rules"};
+    utsname system{};
+    ASSERT_EQ(::uname(&system), 0);
+    places.release = folder / "os-release";
+    support::WriteFile(places.release, std::string("ID=") + system.nodename + "\n");
     ::setenv("USER", "Anna-Lena", 1);
     ::setenv("HOME", "/home/anna-lena", 1);
     sources.survey = platform::surveyOf(places);
+    EXPECT_THAT(sources.survey.hosts, testing::Not(testing::Contains(system.nodename))) << "it is the system's own";
     sources.survey.hosts.insert(sources.survey.hosts.begin(), "walkerbox");
 
     const auto isTold = [](const std::string& text, const std::string& secret) {
@@ -143,8 +151,10 @@ TEST_F(ReportTest, NothingInTheArchiveTellsWhoSomebodyIsOrWhichDeviceItIs) {
     for (const char* name : {"logs/ResetTool_user-1.txt", "crashes/ResetTool-1763800000-7.crash", "versions.txt",
                              "traces/IouUsbDebug.log", "traces/Trovik_Reset_Tool.log.previous"})
         EXPECT_THAT(files.at(std::string("trovik-report/") + name), HasSubstr(marks)) << name;
-    EXPECT_THAT(files.at("trovik-report/usb-devices.txt"),
-                AllOf(HasSubstr("  1-2: "), HasSubstr("serial number <serial-1>"), HasSubstr("1-2:1.0: interface ff")));
+    EXPECT_THAT(
+        files.at("trovik-report/usb-devices.txt"),
+        AllOf(HasSubstr("  1-2: "), HasSubstr("serial number <serial-1>\n"), HasSubstr("serial number <serial-3>\n"),
+              HasSubstr("serial number <serial-4>\n"), HasSubstr("1-2:1.0: interface ff")));
     EXPECT_THAT(files.at("trovik-report/access.txt"), AllOf(HasSubstr("the one that udev takes"), HasSubstr("1-2: ")));
     // What is listed is what is saved.
     for (const Report::Entry& entry : report.entries()) {
