@@ -166,17 +166,31 @@ SystemSurvey surveySystem() {
 }
 
 void NSLog(const char* format, ...) {
-    char line[1024];
-    va_list arguments;
+    char beginning[1024];  // all that is written of a long line for which there is no memory
+    va_list arguments, again;
     va_start(arguments, format);
-    std::vsnprintf(line, sizeof line, format, arguments);
+    va_copy(again, arguments);
+    const int size = std::vsnprintf(beginning, sizeof beginning, format, arguments);
     va_end(arguments);
+    std::string line;
+    bool isLogged = false;
     try {
-        if (gPlatform.log) return gPlatform.log(line);
+        line = beginning;
+        if (size >= static_cast<int>(sizeof beginning)) {
+            std::string whole(static_cast<std::size_t>(size), '\0');
+            std::vsnprintf(whole.data(), whole.size() + 1, format, again);
+            line = std::move(whole);
+        }
+        if (gPlatform.log) {
+            gPlatform.log(line);
+            isLogged = true;
+        }
     } catch (...) {
         // Falls back to standard error: the last place to complain must not fail itself.
     }
-    std::fprintf(stderr, "%s%s", line, std::string_view(line).ends_with('\n') ? "" : "\n");
+    va_end(again);
+    const char* const text = line.empty() ? beginning : line.c_str();
+    if (!isLogged) std::fprintf(stderr, "%s%s", text, std::string_view(text).ends_with('\n') ? "" : "\n");
 }
 
 std::string CFUUIDCreateString() {

@@ -39,7 +39,7 @@ TEST(SystemLog, LineFromALoggerOrTheLoggingQueueGoesToStandardErrorAndWaitsForNo
     DDLogInfo("one");
     DDLogError("two");
     logger->source();
-    DDLogCore::shared().loggingQueue().dispatch_sync([] { platform::NSLog("on the queue\n"); });
+    DDLogCore::shared().loggingQueue().dispatch_sync([] { platform::NSLog("%2000s on the queue\n", ""); });
     DDLogError("three");
     DDLog::removeLogger(logger);
     DDLog::flushLog();
