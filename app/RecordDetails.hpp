@@ -10,6 +10,6 @@ class RecordDetails {
     [[nodiscard]] static bool isOn();
 
     /// Sets both. The second one reaches the file a moment later, from the main queue.
-    /// @return false when the preferences can't be written; nothing is changed then
+    /// @return false when the preferences can't be written; the first may have been changed all the same
     [[nodiscard]] static bool set(bool on);
 };
