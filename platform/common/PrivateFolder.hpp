@@ -23,6 +23,14 @@ inline void makePrivateFolders(const std::string& path) {
     }
 }
 
+/// Closes a folder of the program's own to everybody but its user: an earlier version may have made it for all to read.
+/// Says nothing either. Any thread.
+inline void closeFolder(const std::string& path) noexcept {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || (status.st_mode & (S_IRWXG | S_IRWXO)) == 0) return;
+    chmod(path.c_str(), status.st_mode & S_IRWXU);
+}
+
 /// Makes an empty file for the user alone where there is none; one that is there stays as it is. Says nothing either.
 /// Any thread.
 inline void makePrivateFile(const std::string& path) noexcept {

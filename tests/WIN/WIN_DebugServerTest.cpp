@@ -38,6 +38,8 @@ TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStampAndVa
     whenAsked = [] {  // nobody holds the lock while the metadata is made: another thread can take it
         std::thread([] { const SmartCriticalSection_t guard(DebugServerCriticalSection()); }).join();
     };
+    std::filesystem::create_directory(caches / "Trovik");
+    std::filesystem::permissions(caches / "Trovik", std::filesystem::perms(0755));  // as an earlier version left it
     OnFirstUse([&] {
         DebugServer_t server(L"Name.txt", true);
         EXPECT_EQ(Traced("Name.txt.log"), "") << "no file before the first print";
@@ -50,6 +52,7 @@ TEST_F(DebugServerTest, TheFirstPrintWritesTheBannerAndALineHasOneTimeStampAndVa
         server.PrintStr("|\n");
     });
     EXPECT_EQ(std::filesystem::status(caches / "Trovik/Name.txt.log").permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(std::filesystem::status(caches / "Trovik").permissions(), std::filesystem::perms(0700));
     const std::string run =
         kBanner + kStamp + "ab\xC3\xA4\nc" + kStamp + "1\\.5c-3400000000065535-56text\n3000429496729520\\|\n";
     EXPECT_THAT(Traced("Name.txt.log"), MatchesRegex(run));

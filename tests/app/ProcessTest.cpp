@@ -70,7 +70,10 @@ TEST_F(Process, HasItsLastLineInTheLogAndItsFilesInItsUsersFoldersHoweverItIsQui
         fs::remove_all(home / ".local");
         fs::remove_all(home / ".cache");
         fs::create_directory(home / ".cache");  // as on every desktop
+        fs::create_directories(logs);
+        fs::permissions(logs, fs::perms(0755));  // as an earlier version left it
         EXPECT_EQ(run(way), signal) << way;
+        EXPECT_EQ(fs::status(logs).permissions(), fs::perms(0700)) << way;
         EXPECT_THAT(log(), ContainsRegex(R"( \| I \| Trovik Reset Tool [0-9.]+(~dev\S*)? has started\.)"));
         EXPECT_THAT(log(),
                     ContainsRegex(" [|] I [|] line 499\n[^\n]* [|] I [|] The tool ends: " + std::string(end) + "\n$"));

@@ -25,6 +25,7 @@ const std::string& TrovikLogs::logsDirectory() {
         if (path.empty()) return path;
         path += "/Trovik/ResetTool";
         platform::makePrivateFolders(path);
+        platform::closeFolder(path);
         return path;
     }());
     return folder;

@@ -6,6 +6,8 @@
 #include "platform/Platform.hpp"
 #include "platform/common/PrivateFolder.hpp"
 
+#include <string>
+
 namespace win {
 
 std::wstring DebugFileDirectory() {
@@ -17,7 +19,9 @@ std::wstring DebugFilePath(const std::wstring& suffix, const std::wstring& name)
     const std::wstring directory = DebugFileDirectory();
     if (directory.empty()) return {};  // a user without a home folder: the file can't be opened and traces are lost
     // Not made where the caches folder itself is missing; the traces are lost then as well.
-    platform::makePrivateFolder(glo::string(directory, Utf8Encoding()));
+    const std::string path = glo::string(directory, Utf8Encoding());
+    platform::makePrivateFolder(path);
+    platform::closeFolder(path);
     return directory + (name.empty() ? AppMetaData().ProductName() + suffix : name) + L".log";
 }
 
