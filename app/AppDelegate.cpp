@@ -271,7 +271,11 @@ void AppDelegate::trovikModeDeviceDetected(const USBRegistryInfo& record) {
 void AppDelegate::rebootDevice(const USBRegistryInfo& record) {
     const std::unique_ptr<UsbTrovikModeIoLink> device = openDevice(record);
     Error error;
-    if (send(device.get(), ResetSteps::kReboot, error)) {
+    const bool isRebooting = send(device.get(), ResetSteps::kReboot, error);
+    // Before the next action is set: from then on the listener opens the device again, which may be back while this
+    // link is still being closed.
+    if (device) device->giveUpLock();
+    if (isRebooting) {
         DDLogInfo("%s", ResetSteps::kReboot.succeeded);
         setNextAction(NextAction::ClearOnAttach);
     } else {

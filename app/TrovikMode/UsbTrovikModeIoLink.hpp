@@ -65,6 +65,10 @@ class UsbTrovikModeIoLink {
     /// first time only, empty afterwards and before. Owner thread only.
     std::string takeIdentification();
 
+    /// Lets others open the device, another link of this process included, although this link is there still. For the
+    /// time after the last command. Owner thread only.
+    void giveUpLock() { mLock.reset(); }
+
     const std::string& ioPath() const { return mIoPath; }
 
     /// Always 0; nothing sets it.
@@ -74,7 +78,7 @@ class UsbTrovikModeIoLink {
     UsbTrovikModeIoLink() = default;
     void keepIdentification(const ioa::Channel_t& channel);
 
-    std::optional<DeviceLock> mLock;  ///< before the link: given up after it
+    std::optional<DeviceLock> mLock;  ///< before the link: given up after it, unless earlier
     glo::AutoPtr<iol::Link_t> mLink;
     std::string mIoPath;
     std::uint32_t mUnitId = 0;

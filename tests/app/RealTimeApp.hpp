@@ -82,7 +82,8 @@ class RealTimeApp {
                                                              .globalQueue = &mGlobalQueue,
                                                              .mainBundle = &mBundle,
                                                              .scriptRunner = &mScripts,
-                                                             .exceptionHandler = &exceptions})};
+                                                             .exceptionHandler = &exceptions,
+                                                             .lockFolder = folder().path()})};
 
   public:
     AppDelegate controller{[](int) {}};

@@ -117,6 +117,8 @@ TEST(IoLink, OfADeviceThatAnotherProgramResetsIsNotMade) {
     other.reset();
     const auto facade = UsbTrovikModeIoLink::initWithPath(world.path());
     EXPECT_TRUE(facade && !DeviceLock::takePort(world.path())) << "the window keeps it as long as its link";
+    facade->giveUpLock();
+    EXPECT_TRUE(DeviceLock::takePort(world.path())) << "the device may be back before its link is closed";
 }
 
 }  // namespace
