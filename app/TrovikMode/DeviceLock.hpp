@@ -12,7 +12,8 @@
 class DeviceLock {
   public:
     /// @return nothing when somebody else has the device, be it this process; a lock that holds nothing where there is
-    ///         no folder or no file can be made
+    ///         no folder or, which is logged, the file can't be made or is none
+    /// Never blocks.
     [[nodiscard]] static std::optional<DeviceLock> take(std::string_view key);
 
     /// Of the port that a registry path ends with.
@@ -28,6 +29,7 @@ class DeviceLock {
 
   private:
     explicit DeviceLock(platform::FileDescriptor file) : mFile(std::move(file)) {}
+    static DeviceLock withoutLock(const std::string& path, int error);  ///< logs why
 
     platform::FileDescriptor mFile;
 };
