@@ -192,12 +192,12 @@ void AppDelegate::returnToMainMenuButtonClicked() {
 }
 
 void AppDelegate::quitButtonClicked() {
-    SupportLog::ending("Quit was chosen", nextAction());
+    SupportLog::ending("Quit was chosen", isResetUnfinished());
     mTerminate(EXIT_SUCCESS);
 }
 
 void AppDelegate::windowWillClose() {
-    SupportLog::ending("the window was closed", nextAction());
+    SupportLog::ending("the window was closed", isResetUnfinished());
     mTerminate(EXIT_SUCCESS);
 }
 
@@ -270,6 +270,7 @@ void AppDelegate::trovikModeDeviceDetected(const USBRegistryInfo& record) {
 
 void AppDelegate::rebootDevice(const USBRegistryInfo& record) {
     const std::unique_ptr<UsbTrovikModeIoLink> device = openDevice(record);
+    if (device) mIsResetUnfinished = true;
     Error error;
     const bool isRebooting = send(device.get(), ResetSteps::kReboot, error);
     // Before the next action is set: from then on the listener opens the device again, which may be back while this
@@ -299,6 +300,7 @@ void AppDelegate::clearNonvol(const USBRegistryInfo& record) {
         SupportLog::identified(device.get());
     }
     device.reset();  // the next screen says that the device may be unplugged
+    mIsResetUnfinished = false;
     setNextAction(NextAction::None);
     platform::dispatch_get_main_queue().dispatch_async([this] {
         if (mOutlets.mainWindowView) {

@@ -6,6 +6,7 @@
 
 #include <QPointer>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -116,6 +117,9 @@ class AppDelegate final : public platform::NSExceptionHandlerDelegate {
     /// What comes next. Any thread; a relaxed read, which orders nothing else.
     NextAction nextAction() const;
 
+    /// A device that was opened for its first reboot, whatever came of that, and is not cleared yet. Any thread.
+    bool isResetUnfinished() const { return mIsResetUnfinished; }
+
   private:
     void setNextAction(NextAction action);
     void resetAttachedDevice();
@@ -128,6 +132,7 @@ class AppDelegate final : public platform::NSExceptionHandlerDelegate {
     /// A NextAction. Written by the worker and by the listener thread, without a lock: both follow from one action of
     /// the user. Only through the two accessors, which are atomic.
     std::uint32_t mNextAction = 0;
+    std::atomic<bool> mIsResetUnfinished = false;
 
     std::thread mListener;
     std::mutex mListenerMutex;

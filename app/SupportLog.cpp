@@ -1,7 +1,6 @@
 #include "app/SupportLog.hpp"
 
 #include "WIN/WIN_BuildInfo.hpp"
-#include "app/AppDelegate.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
@@ -70,7 +69,7 @@ void SupportLog::identified(UsbTrovikModeIoLink* device) {
     if (!text.empty()) DDLogInfo("%s", text.c_str());
 }
 
-void SupportLog::ending(const std::string& why, NextAction next) {
+void SupportLog::ending(const std::string& why, bool isResetUnfinished) {
     DDLogInfo("The tool ends: %s", why.c_str());
-    if (next != NextAction::None) cause(Cause::StoppedHalfway);
+    if (isResetUnfinished) cause(Cause::StoppedHalfway);
 }

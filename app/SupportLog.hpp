@@ -2,12 +2,10 @@
 
 #include "app/Support/ErrorCatalogue.hpp"
 
-#include <cstdint>
 #include <string>
 #include <vector>
 
 class UsbTrovikModeIoLink;
-enum class NextAction : std::uint32_t;
 
 /// The lines of the log that stand beside the workflow's own, for whoever reads it without having been there. None
 /// holds a line break. Class operations; any thread.
@@ -27,6 +25,6 @@ class SupportLog {
     /// @param device  null where there is no link, and nothing to say
     static void identified(UsbTrovikModeIoLink* device);
 
-    /// Why the tool ends, and whether it leaves a reset unfinished.
-    static void ending(const std::string& why, NextAction next);
+    /// Why the tool ends, and whether it leaves a reset unfinished: a device that was opened and is not cleared.
+    static void ending(const std::string& why, bool isResetUnfinished);
 };

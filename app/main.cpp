@@ -96,7 +96,7 @@ int main(int argc, char** argv) {
     controller.applicationDidFinishLaunching();
     SupportLog::started(platform::describeSystem());
     const SessionEnd sessionEnd([&](const std::string& why) {
-        SupportLog::ending(why, controller.nextAction());
+        SupportLog::ending(why, controller.isResetUnfinished());
         DDLog::applicationWillTerminate();
     });
     SystemLog::shared().loggersAreAdded();

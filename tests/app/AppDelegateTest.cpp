@@ -1,9 +1,11 @@
 // The controller's state table, on a simulated device that misbehaves and in simulated time.
 #include "GLO/GLO_Exception.hpp"
 #include "app/AppDelegate.hpp"
+#include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
 #include "platform/CFRunLoop.hpp"
 #include "platform/Platform.hpp"
 #include "tests/app/AppWorld.hpp"
+#include "tests/support/LogRecorder.hpp"
 
 #include <gmock/gmock.h>
 
@@ -247,6 +249,26 @@ TEST(AppDelegate, CompanionHasQuitBeforeTheLookForDevices) {
     app.confirmReset();
     app.runWorker();
     EXPECT_EQ(app.log.take(), kFound + kRebooted);
+}
+
+TEST(AppDelegate, TellsOfAResetThatIsLeftUnfinishedFromTheFirstCommandToTheLast) {
+    AppWorld app;
+    const auto isLeftUnfinished = [&] {
+        support::LogRecorder log;
+        app.controller.quitButtonClicked();
+        return log.take().back().logMsg.starts_with("TRV-403 ");
+    };
+    app.confirmReset();
+    app.runWorker();
+    EXPECT_FALSE(isLeftUnfinished()) << "a device is only waited for";
+    std::vector<bool> inFlight;
+    UsbTrovikModeIoLink::setIdentificationObserver(
+        [&](const auto&, const auto&) { inFlight.push_back(isLeftUnfinished()); });
+    app.attach();
+    UsbTrovikModeIoLink::setIdentificationObserver({});
+    app.expectReset();
+    EXPECT_EQ(inFlight, std::vector<bool>(4, true)) << "before each command leaves";
+    EXPECT_FALSE(isLeftUnfinished());
 }
 
 TEST(AppDelegate, WhatTheWorkerOrTheListenerThrowsIsLoggedAndTheNextAttachGoesOn) {
