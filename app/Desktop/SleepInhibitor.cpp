@@ -2,6 +2,7 @@
 
 #include "app/Desktop/DesktopBus.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+#include "platform/common/OneLine.hpp"
 
 #include <QDBusError>
 #include <QDBusMessage>
@@ -9,22 +10,31 @@
 #include <QDBusPendingReply>
 #include <QDBusUnixFileDescriptor>
 
-#include <algorithm>
 #include <fcntl.h>
 #include <string>
 #include <utility>
 
+namespace {
+
+const QString kAll = QStringLiteral("sleep:idle:handle-lid-switch");
+const QString kWithoutLid = QStringLiteral("sleep:idle");
+
+}  // namespace
+
 void SleepInhibitor::hold() {
     mIsWanted = true;
-    if (mLock || mCall) return;
+    if (!mLock && !mCall) ask(kAll);
+}
+
+void SleepInhibitor::ask(const QString& what) {
     const auto bus = DesktopBus::system();
     if (!bus) return;
     auto call = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.login1"), QStringLiteral("/org/freedesktop/login1"),
         QStringLiteral("org.freedesktop.login1.Manager"), QStringLiteral("Inhibit"));
-    call << QStringLiteral("sleep:idle") << QStringLiteral("Trovik Reset Tool") << mReason << QStringLiteral("block");
+    call << what << QStringLiteral("Trovik Reset Tool") << mReason << QStringLiteral("block");
     mCall = new QDBusPendingCallWatcher(bus->asyncCall(call), this);
-    connect(mCall, &QDBusPendingCallWatcher::finished, this, [this] { answered(*mCall); });
+    connect(mCall, &QDBusPendingCallWatcher::finished, this, [this, what] { answered(*mCall, what); });
 }
 
 void SleepInhibitor::release() {
@@ -32,14 +42,16 @@ void SleepInhibitor::release() {
     mLock.reset();
 }
 
-void SleepInhibitor::answered(QDBusPendingCallWatcher& call) {
+void SleepInhibitor::answered(QDBusPendingCallWatcher& call, const QString& asked) {
     const QDBusPendingReply<QDBusUnixFileDescriptor> reply = call;
     mCall->deleteLater();
     mCall = nullptr;
-    if (reply.isError()) {
+    if (reply.isError() && asked == kAll) {
+        // Not everybody may have the lid's switch ignored.
+        if (mIsWanted) ask(kWithoutLid);
+    } else if (reply.isError()) {
         if (std::exchange(mHasToldWhyNot, true)) return;
-        std::string reason = reply.error().message().toStdString();
-        std::ranges::replace(reason, '\n', ' ');
+        const std::string reason = platform::oneLine(reply.error().message().toStdString());
         DDLogInfo("The computer may suspend during the reset: %s", reason.c_str());
     } else if (mIsWanted) {
         // The message closes its own.

@@ -9,9 +9,9 @@
 
 class QDBusPendingCallWatcher;
 
-/// Keeps the computer awake, as far as the system's login service lets it: neither idling nor a closed lid suspends it
-/// then. Best effort; without the service nothing happens, and the log has one line at most about that. Nothing here
-/// waits for an answer. Main thread only.
+/// Keeps the computer awake, as far as the system's login service lets it: neither idling nor, where the person
+/// may decide that, a closed lid suspends it then. Best effort; without the service nothing happens, and the log has
+/// one line at most about that. Nothing here waits for an answer. Main thread only.
 class SleepInhibitor final : public QObject {
   public:
     /// @param reason  for people, told by the desktop to whoever wants to suspend all the same
@@ -21,7 +21,8 @@ class SleepInhibitor final : public QObject {
     void release();
 
   private:
-    void answered(QDBusPendingCallWatcher& call);
+    void ask(const QString& what);
+    void answered(QDBusPendingCallWatcher& call, const QString& asked);
 
     const QString mReason;
     bool mIsWanted = false;

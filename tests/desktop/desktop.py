@@ -287,7 +287,7 @@ def whole_reset_by_keys(desk, reader):
     desk.picture("3-in-progress")
     wait_for("the lock", lambda: login.held() == 1)
     what, _who, why, mode = login.calls[0]
-    expect((what, mode) == ("sleep:idle", "block") and why, f"an odd lock: {login.calls[0]}")
+    expect((what, mode) == ("sleep:idle:handle-lid-switch", "block") and why, f"an odd lock: {login.calls[0]}")
 
     demo.wait_log("Boot resumed")
     again = wait_for("the complete screen", lambda: reader.named(Atspi.Role.PUSH_BUTTON, "Back to Start"))

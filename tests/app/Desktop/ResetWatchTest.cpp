@@ -5,6 +5,7 @@
 
 #include <QApplication>
 #include <QDBusConnection>
+#include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusUnixFileDescriptor>
 #include <QDBusVirtualObject>
@@ -16,6 +17,7 @@
 #include <array>
 #include <chrono>
 #include <fcntl.h>
+#include <string>
 #include <unistd.h>
 #include <vector>
 
@@ -27,6 +29,9 @@ using namespace std::chrono_literals;
 /// Gives out locks, and knows of each whether it is still open.
 struct Login final : QDBusVirtualObject {
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
+        asked.push_back(message.arguments().value(0).toString().toStdString());
+        if (refusesLid && asked.back().ends_with("handle-lid-switch"))
+            return connection.send(message.createErrorReply(QDBusError::AccessDenied, "not for you"));
         std::array<int, 2> ends{};
         EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), 0);
         locks.emplace_back(ends[0]);
@@ -41,6 +46,8 @@ struct Login final : QDBusVirtualObject {
         });
     }
     std::vector<platform::FileDescriptor> locks;
+    std::vector<std::string> asked;
+    bool refusesLid = false;
 };
 
 struct ResetWatchTest : testing::Test {
@@ -74,10 +81,13 @@ TEST_F(ResetWatchTest, KeepsTheComputerAwakeFromTheFirstDeviceToTheCompleteScree
     watch.devicesChanged(false);
     app.show(app.outlets.completeView);
     EXPECT_TRUE(QTest::qWaitFor([&] { return login.held() == 0; }, 60'000));
+    login.refusesLid = true;
     watch.devicesChanged(true);
     app.show(app.outlets.inProgressView);
     EXPECT_TRUE(QTest::qWaitFor([&] { return login.held() == 1; }, 60'000)) << "the next reset's";
     EXPECT_EQ(login.locks.size(), 2U);
+    const std::string all = "sleep:idle:handle-lid-switch";
+    EXPECT_THAT(login.asked, testing::ElementsAre(all, all, "sleep:idle")) << "the rest at least";
 }
 
 TEST_F(ResetWatchTest, LetsItSleepSomeTimeAfterTheLastDeviceEventAndKeepsItAwakeAgainAtTheNext) {
