@@ -1,5 +1,7 @@
 #include "app/SessionEnd.hpp"
 
+#include "app/Util/Logging/DDLog.hpp"
+
 #include <QGuiApplication>
 
 #include <cerrno>
@@ -23,8 +25,11 @@ extern "C" void tellSignal(int signal) {
 }  // namespace
 
 SessionEnd::SessionEnd(std::function<void(const std::string&)> observer) : mObserver(std::move(observer)) {
-    connect(qGuiApp, &QGuiApplication::commitDataRequest, this,
-            [this] { mObserver("the session manager ends the session"); });
+    // Somebody may still cancel that. Otherwise the session manager has the window closed, or a signal follows.
+    connect(qGuiApp, &QGuiApplication::commitDataRequest, this, [] {
+        DDLogInfo("The session is about to end");
+        DDLog::flushLog();
+    });
 
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) < 0) return;  // signals then end the process without a word

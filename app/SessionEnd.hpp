@@ -9,13 +9,13 @@
 #include <memory>
 #include <string>
 
-/// Tells of the end of the user's session before the process goes with it: of the session manager's word, and of the
-/// signals by which the system, a closed terminal or a person ends programs. A signal is told of on the main thread and
-/// then does what it does without this; where the main thread does not get to that, a second one of the kind does it at
-/// once. One at a time, for the life of the process; main thread only.
+/// Tells of the signals by which the system, a closed terminal or a person ends programs before the process goes with
+/// them, and logs the session manager's word that the session is about to end, after which it may go on all the same. A
+/// signal is told of on the main thread and then does what it does without this; where the main thread does not get to
+/// that, a second one of the kind does it at once. One at a time, for the life of the process; main thread only.
 class SessionEnd final : public QObject {
   public:
-    /// @param observer  told why the process is to end, in words. After the session manager's word it may go on
+    /// @param observer  told why the process ends, in words
     explicit SessionEnd(std::function<void(const std::string& why)> observer);
 
   private:
