@@ -292,6 +292,7 @@ void AppDelegate::clearNonvol(const USBRegistryInfo& record) {
         Error error;
         if (!send(device.get(), step, error)) {
             DDLogInfo("%s: %s", step.failed, error.description().c_str());
+            if (&step == &ResetSteps::kClear) SupportLog::cause(Cause::StoreNotCleared);
             SupportLog::identified(device.get());
             device.reset();  // the reboot opens the device anew, which needs it free
             return rebootDevice(record);

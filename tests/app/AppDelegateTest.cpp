@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -172,9 +173,12 @@ TEST(AppDelegate, FailureLeadsToAnotherRebootAndTheNextAttachGoesOn) {
         app.world.addFault(failure.fault);
         app.attach();
         app.log.take();
+        support::LogRecorder all;
         app.confirmReset();
         app.run();
         EXPECT_EQ(app.world.device().record().faults().size(), failure.fault.times) << "the fault was met";
+        EXPECT_EQ(std::ranges::count_if(all.take(), [](auto& line) { return line.logMsg.starts_with("TRV-401 "); }),
+                  std::ranges::count_if(failure.log, [](auto& line) { return line.starts_with("I " + kClears); }));
         EXPECT_EQ(app.log.take(), failure.log);
         EXPECT_EQ(app.controller.nextAction(), failure.afterwards());
         EXPECT_TRUE(app.isAtRest());
