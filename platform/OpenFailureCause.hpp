@@ -19,8 +19,8 @@ enum class OpenFailureCause {
 
 /// A cause, and what was found out about it: whole sentences for the log, without a line break.
 struct OpenFailure {
-    OpenFailureCause cause = OpenFailureCause::Other;
-    std::string seen;
+    OpenFailureCause cause = OpenFailureCause::Other;  ///< which of them
+    std::string seen;                                  ///< what was found out
 };
 
 }  // namespace platform

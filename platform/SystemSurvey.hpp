@@ -13,10 +13,10 @@ struct SystemSurvey {
     std::string access;    ///< the rule that gives access, and each of the product's devices with its access list
 
     // What stands in these texts, or in logs, and must not be passed on.
-    std::vector<std::string> serialNumbers;
-    std::vector<std::string> users;  ///< account names, and the user's own full name
-    std::vector<std::string> hosts;
-    std::vector<std::string> homes;
+    std::vector<std::string> serialNumbers;  ///< of USB devices
+    std::vector<std::string> users;          ///< account names, and the user's own full name
+    std::vector<std::string> hosts;          ///< this computer's names
+    std::vector<std::string> homes;          ///< home folders
 };
 
 }  // namespace platform
