@@ -1,6 +1,7 @@
 #include "cli/Lookout.hpp"
 
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
+#include "platform/Clock.hpp"
 #include "platform/IOReturn.hpp"
 #include "platform/Platform.hpp"
 
@@ -38,13 +39,16 @@ Lookout::~Lookout() {
 void Lookout::changed(void* self, platform::IOIterator& iterator) {
     takeAll(iterator);
     auto& lookout = *static_cast<Lookout*>(self);
-    lookout.mDue = std::min(lookout.mDue, lookout.mLast + kShortestInterval);
+    lookout.mDue = std::min(lookout.mDue, lookout.mLast + lookout.mPause);
 }
 
 std::optional<std::vector<Device>> Lookout::look(double now) {
     mLast = now;
     mDue = now + kInterval;
-    return attachedDevices();
+    auto devices = attachedDevices();
+    // With many devices looks are dear, and events are many.
+    mPause = std::clamp(kLeisure * (platform::CFAbsoluteTimeGetCurrent() - now), kShortestInterval, kInterval);
+    return devices;
 }
 
 }  // namespace twin

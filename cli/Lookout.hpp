@@ -17,6 +17,7 @@ class Lookout {
   public:
     static constexpr double kInterval = 1;             ///< seconds
     static constexpr double kShortestInterval = 0.05;  ///< seconds between looks: a hub brings many events at once
+    static constexpr double kLeisure = 10;  ///< so many times longer than a look takes is the pause before the next
 
     Lookout();
     ~Lookout();
@@ -37,6 +38,7 @@ class Lookout {
     std::vector<std::unique_ptr<platform::IOIterator>> mNotifications;
     double mDue = 0;
     double mLast = 0;
+    double mPause = kShortestInterval;
 };
 
 }  // namespace twin

@@ -127,8 +127,11 @@ class Bench {
         }
         for (std::size_t port = 0; port < mDevices; ++port) {
             if (port >= count && mUsb.isAttached(port)) mUsb.unplug(port);
-            mUsb.withDevice(
-                port, [&](Device& device, Time) { device.profile().rebootTime = *(device.profile().bootTime = away); });
+            mUsb.withDevice(port, [&](Device& device, Time) {
+                device.profile().rebootTime = *(device.profile().bootTime = away);
+                // One after the other: the emulation ends when too many events wait for a program to read them.
+                device.profile().leaveDelay = std::chrono::milliseconds(20 + 15 * port);
+            });
             if (port < count && !mUsb.isAttached(port)) mUsb.plug(port);
         }
         mPlugged = count;
@@ -222,6 +225,7 @@ class Bench {
 
 int main(int argc, char** argv) {
     if (argc < 3) return 2;
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);  // the emulation may end the process
     Bench bench(argv[1], argv[2]);
     const int rounds = argc > 3 ? std::atoi(argv[3]) : 9;
     bench.many(rounds);
