@@ -870,7 +870,7 @@ def trovik_reset_with_twenty_random_faults():
         for number, fault in enumerate([*faults, None], 1):  # whatever state they left it in, one without a fault succeeds
             if fault:
                 gadget.order("fault " + fault)
-            with Twin("reset", "--yes", "--wait", "60", "--limit", "back=30", "--limit", "back-again=30") as twin:
+            with Twin("reset", "--yes", "--wait", "60", "--limit", "back=20", "--limit", "back-again=20") as twin:
                 status = twin.end()
                 received = commands(gadget.record())
                 what = f"reset {number}, with the fault {fault}, ended with {status} and the device received {received}"
