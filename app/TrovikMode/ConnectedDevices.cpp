@@ -17,6 +17,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -56,13 +57,11 @@ class ConnectedDevices::Knowledge : public std::enable_shared_from_this<Knowledg
     }
 
     /// Any thread.
-    void setIdentified(const std::string& path, std::string name) {
-        std::ranges::replace_if(
-            name, [](unsigned char byte) { return byte < ' ' || byte == 0x7F; }, ' ');
+    void setIdentified(const std::string& path, std::string_view name) {
         if (name.empty()) return;
         {
             const std::lock_guard lock(mMutex);
-            mIdentified[path] = std::move(name);
+            mIdentified[path] = platform::oneLine(name);
         }
         tellSoon();
     }

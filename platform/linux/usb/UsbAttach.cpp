@@ -1,8 +1,8 @@
 #include "platform/linux/usb/UsbAttach.hpp"
 
 #include "platform/IORegistry.hpp"
+#include "platform/common/OneLine.hpp"
 
-#include <algorithm>
 #include <fstream>
 #include <sys/stat.h>
 #include <utility>
@@ -27,12 +27,8 @@ PropertyList::Dictionary propertiesAt(const std::string& path) {
     }
     std::ifstream stream(path + "/product");
     std::string product;
-    // The device may have put anything into it: it is one line from here on.
-    if (std::getline(stream, product)) {
-        std::ranges::replace_if(
-            product, [](unsigned char byte) { return byte < ' ' || byte == 0x7F; }, ' ');
-        properties[kUSBProductString] = {std::move(product)};
-    }
+    // The device may have put anything into it.
+    if (std::getline(stream, product)) properties[kUSBProductString] = {oneLine(product)};
     return properties;
 }
 
