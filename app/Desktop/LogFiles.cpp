@@ -2,8 +2,7 @@
 
 #include "app/Desktop/DesktopBus.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
-#include "platform/NSBundle.hpp"
-#include "platform/Platform.hpp"
+#include "app/Util/WindowTexts.hpp"
 
 #include <QClipboard>
 #include <QDBusMessage>
@@ -30,10 +29,6 @@
 namespace {
 
 constexpr int kPatience = 10'000;  ///< milliseconds, in which a file manager may have to be started
-
-QString localized(const char* key) {
-    return QString::fromStdString(platform::mainBundle().localizedStringForKey(key, "", ""));
-}
 
 QString folder() {
     return QString::fromStdString(TrovikLogs::logsDirectory());
