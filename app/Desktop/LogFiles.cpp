@@ -8,6 +8,7 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QDeadlineTimer>
 #include <QDesktopServices>
 #include <QDialog>
 #include <QDialogButtonBox>
@@ -47,9 +48,11 @@ void openFolder(QWidget* window) {
     process->setStandardInputFile(QProcess::nullDevice());
     process->setStandardOutputFile(QProcess::nullDevice());
     process->setStandardErrorFile(QProcess::nullDevice());
-    QObject::connect(process, &QProcess::finished, window, [window, process](int status) {
+    // An opener may stay until the file manager is closed, and then its status says nothing about the folder.
+    const QDeadlineTimer opening(kPatience);
+    QObject::connect(process, &QProcess::finished, window, [window, process, opening](int status) {
         process->deleteLater();
-        if (status != 0) LogFiles::showPath(window);
+        if (status != 0 && !opening.hasExpired()) LogFiles::showPath(window);
     });
     QObject::connect(process, &QProcess::errorOccurred, window, [window, process](QProcess::ProcessError error) {
         if (error != QProcess::FailedToStart) return;
