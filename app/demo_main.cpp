@@ -4,6 +4,7 @@
 #include "app/Desktop/ResetWatch.hpp"
 #include "app/MainWindow.hpp"
 #include "app/StartUp.hpp"
+#include "app/Support/ErrorCatalogue.hpp"
 #include "app/SupportLog.hpp"
 #include "app/TrovikMode/ConnectedDevices.hpp"
 #include "app/Util/Logging/DDLog.hpp"
@@ -150,7 +151,7 @@ int main(int argc, char** argv) {
     const std::string folder = caches.empty() ? caches : caches + "/trovik-reset-tool-demo";
     if (!folder.empty()) setenv("XDG_DATA_HOME", folder.c_str(), 1);
 
-    platform.log = [](const std::string& line) { SystemLog::shared().write(line); };
+    platform.log = [](const std::string& line) { SystemLog::shared().write(ErrorCatalogue::completed(line)); };
     const platform::PlatformScope logScope(platform);  // for what the next ones find damaged
 
     platform::TerminateExceptionHandler exceptionHandler;

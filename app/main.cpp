@@ -56,7 +56,7 @@ int main(int argc, char** argv) {
     instance.start();
 
     platform::Platform platform = platform::withLinuxFiles();
-    platform.log = [](const std::string& line) { SystemLog::shared().write(line); };
+    platform.log = [](const std::string& line) { SystemLog::shared().write(ErrorCatalogue::completed(line)); };
     const platform::PlatformScope logScope(platform);  // for what the next ones find damaged
     platform::Bundle bundle;
     platform::UserDefaults userDefaults(bundle.bundleIdentifier());

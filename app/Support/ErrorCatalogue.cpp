@@ -117,6 +117,15 @@ std::string ErrorCatalogue::logLine(const platform::OpenFailure& failure) {
     return logLine(causeOf(failure.cause), failure.seen);
 }
 
+std::string ErrorCatalogue::completed(const std::string& line) {
+    for (const CatalogueEntry& named : kEntries) {
+        if (!line.starts_with(std::string(named.id) + ' ')) continue;
+        const std::string_view seen = std::string_view(line).substr(named.id.size() + 1);
+        return seen.starts_with(named.sentence) ? line : logLine(named.cause, seen);
+    }
+    return line;
+}
+
 Cause ErrorCatalogue::causeOf(platform::OpenFailureCause cause) {
     using enum platform::OpenFailureCause;
     switch (cause) {

@@ -67,6 +67,10 @@ class ErrorCatalogue {
     static std::string logLine(Cause cause, std::string_view seen = {});
     static std::string logLine(const platform::OpenFailure& failure);
 
+    /// A line from below the application, which knows causes by their ids alone: behind an id at its start come
+    /// sentence and remedy unless they are there. Other lines as they are.
+    static std::string completed(const std::string& line);
+
     static Cause causeOf(platform::OpenFailureCause cause);
 
     /// In the language of the main bundle.

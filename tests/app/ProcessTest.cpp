@@ -107,7 +107,8 @@ TEST_F(Process, HasTheLinesAboutADamagedResourceInTheLog) {
         const std::string copy = home / "bin" / fs::path(program).filename();
         fs::copy_file(program, copy);
         EXPECT_EQ(run("quit", "", options + ">/dev/null 2>run/errors", copy), 0) << errors();
-        EXPECT_THAT(onlyFileIn(folder), HasSubstr("/Info.plist can't be read as a property list.\n"));
+        EXPECT_THAT(onlyFileIn(folder),
+                    ContainsRegex("TRV-504 A file[^\n]* Install[^\n]*/Info.plist can't be read as a property list.\n"));
     }
 }
 

@@ -38,6 +38,9 @@ TEST(ErrorCatalogue, IsWhatThePageAndTheEnglishTextsSayAndHasEveryIdOfTheSources
         EXPECT_THAT(page, testing::HasSubstr("\n" + row + "|\n"));
         EXPECT_EQ(bundle.localizedStringForKey(entry.sentenceKey(), "none", ""), entry.sentence);
         EXPECT_EQ(ErrorCatalogue::localizedRemedy(entry.cause), entry.remedy);
+        const std::string line = ErrorCatalogue::logLine(entry.cause, "Seen.");
+        for (const std::string& from : {std::string(entry.id) + " Seen.", line})
+            EXPECT_EQ(ErrorCatalogue::completed(from), line);
     }
     EXPECT_EQ(idsIn(page), ids);
 
