@@ -130,7 +130,7 @@ class Bench {
             mUsb.withDevice(port, [&](Device& device, Time) {
                 device.profile().rebootTime = *(device.profile().bootTime = away);
                 // One after the other: the emulation ends when too many events wait for a program to read them.
-                device.profile().leaveDelay = std::chrono::milliseconds(20 + 15 * port);
+                device.profile().leaveDelay = std::chrono::milliseconds(20 + 10 * port);
             });
             if (port < count && !mUsb.isAttached(port)) mUsb.plug(port);
         }
