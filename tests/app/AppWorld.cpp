@@ -131,7 +131,7 @@ void AppWorld::expectReset() {
     EXPECT_EQ(controller.nextAction(), NextAction::None);
     EXPECT_TRUE(shows(outlets.completeView));
     EXPECT_TRUE(storeIsEmpty());
-    EXPECT_TRUE(isAtRest());
+    EXPECT_TRUE(isAtRest() && !controller.isResetUnfinished());
 }
 
 bool AppWorld::shows(QWidget* screen) const {

@@ -108,7 +108,7 @@ TEST_F(Process, HasTheLinesAboutADamagedResourceInTheLog) {
         fs::copy_file(program, copy);
         EXPECT_EQ(run("quit", "", options + ">/dev/null 2>run/errors", copy), 0) << errors();
         EXPECT_THAT(onlyFileIn(folder),
-                    ContainsRegex("TRV-504 A file[^\n]* Install[^\n]*/Info.plist can't be read as a property list.\n"));
+                    ContainsRegex("TRV-504 A file[^\n]*/Info.plist can't be read as a property list.\n"));
     }
 }
 
@@ -160,8 +160,7 @@ TEST_F(Process, StartsWithTheThreadsOfAResetOrRefusesInOneLine) {
     for (const char* const settings : {"", "HOME=/dev/null"}) {  // the log folder can't be made
         EXPECT_EQ(run("reset", settings), 0) << "the button starts none";
         EXPECT_THAT(errors(), HasSubstr("No device found, waiting for connection\n")) << settings;
-        EXPECT_THAT(errors(), HasSubstr("Quit was chosen\n"));
-        EXPECT_THAT(errors(), Not(HasSubstr("TRV-403 "))) << "no device was touched";
+        EXPECT_THAT(errors(), ContainsRegex("Quit was chosen\n$")) << "no device was touched";
         EXPECT_EQ(errors().find("TRV-502 ") != std::string::npos, settings != std::string()) << settings;
     }
 }

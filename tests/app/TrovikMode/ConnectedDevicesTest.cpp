@@ -21,9 +21,9 @@ TEST(ConnectedDevices, AreToldAfterEachChangeByTheirOwnNameAndThenByTheIdentifie
     const auto second = world.bus.addDevice();
     world.device(second).profile().productName.clear();
     world.device().profile().productName = "Trovik USB";
-    world.device().profile().descriptions = {"Trail\u202Emate\n300 Software Version 2.30"};
+    world.device().profile().descriptions = {"T\u202E300 Software Version 2.30"};
     const ConnectedDevice first{world.path(), "1-1", "Trovik USB"},
-        identified{world.path(), "1-1", "Trail\\xE2\\x80\\xAEmate\\x0A300"};
+        identified{world.path(), "1-1", "T\\xE2\\x80\\xAE300"};
     const ConnectedDevice other{world.path(second), "1-2", ""};
 
     support::LogRecorder log;
