@@ -259,19 +259,26 @@ class Run {
         if (mOptions.plan.quitsStation) mDispatcher.quitStation();
         std::vector<Device> devices;
         for (const auto& [device, unit] : chosen) devices.push_back(device);
+        const auto inspections = mDispatcher.inspect(devices);
+        refuseCancels();  // nothing is under way: a signal may end the process at once
+        std::string answer;
+        if (!mDispatcher.isCancelled()) {
+            ask(inspections);
+            std::getline(mSurroundings.in, answer);
+        }
+        takeCancels();
+        return answer == "yes" ? Status::Done : Status::Cancelled;
+    }
+
+    void ask(const std::vector<Dispatcher::Inspection>& inspections) {
         mReporter.line(mOptions.each ? "All settings of every device that is plugged in will be erased."
                                      : "All settings of these devices will be erased:");
-        for (const auto& inspection : mDispatcher.inspect(devices)) {
+        for (const auto& inspection : inspections) {
             std::string line = "  " + inspection.device.port + "  " + inspection.device.product;
             if (inspection.identity) line += "  unit " + std::to_string(inspection.identity->unit);
             mReporter.line(line);
         }
         mReporter.line("Type \"yes\" to go on:");
-        std::string answer;
-        refuseCancels();  // nothing is under way: a signal may end the process at once
-        std::getline(mSurroundings.in, answer);
-        takeCancels();
-        return answer == "yes" ? Status::Done : Status::Cancelled;
     }
 
     void tellOf(const std::vector<Device>& devices) {

@@ -42,7 +42,9 @@ Dispatcher::~Dispatcher() {
 
 Dispatcher::Job& Dispatcher::add(const Device& device, std::optional<std::uint32_t> unit) {
     const int number = static_cast<int>(mJobs.size()) + 1;
-    return *mJobs.emplace_back(std::make_unique<Job>(number, device, unit, mSettings.plan, *this));
+    Job& job = *mJobs.emplace_back(std::make_unique<Job>(number, device, unit, mSettings.plan, *this));
+    if (mCancelled) job.sequence.cancel(now());  // a cancel only reached those that were there
+    return job;
 }
 
 void Dispatcher::reset(const Device& device, std::optional<std::uint32_t> unit) {

@@ -161,6 +161,7 @@ class Dispatcher final : public ResetSequence::Observer {
     // Under mMutex:
     Job& add(const Device& device, std::optional<std::uint32_t> unit);
     void begin(Job& job, Now now);
+    bool takesMore() const;  ///< a device that nobody waits for gets a job of its own
     void note(Event event);
     Event deviceEvent(const Job& job, const char* kind) const;
     bool lockUnit(Job& job, Now now);

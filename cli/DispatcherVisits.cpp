@@ -28,15 +28,18 @@ void Dispatcher::begin(Job& job, Now moment) {
     job.sequence.begin(moment);
 }
 
+bool Dispatcher::takesMore() const {
+    return mEach && !mCancelled && (!mSettings.plan.quitsStation || mHasQuitStation) &&
+           (mEachCount == 0 || mJobs.size() < mEachCount);
+}
+
 void Dispatcher::startVisits(Now moment) {
     std::vector<Visit> visits;
     {
         const std::lock_guard lock(mMutex);
-        const bool takesMore = mEach && !mCancelled && (!mSettings.plan.quitsStation || mHasQuitStation) &&
-                               (mEachCount == 0 || mJobs.size() < mEachCount);
         for (auto& [id, entry] : mEntries) {
             if (entry.visited || entry.foreign || moment < entry.nextTry) continue;
-            Now deadline = takesMore && !entry.unit ? moment + kOpenLimit : moment;
+            Now deadline = takesMore() && !entry.unit ? moment + kOpenLimit : moment;
             for (const auto& job : mJobs) {
                 if (job->begun && job->sequence.wants(entry.device.entry, entry.unit, moment))
                     deadline = std::max(deadline, std::min(job->sequence.deadline(), moment + kOpenLimit));
@@ -109,11 +112,9 @@ Dispatcher::Job* Dispatcher::offer(const Visit& planned, std::uint32_t unit) {
         return nullptr;
     }
     const auto isBegun = [&](const auto& job) { return job->sequence.unit() == unit && !job->sequence.isOver(); };
-    if (taker == mJobs.end() && mEach && (unit == 0 || std::ranges::none_of(mJobs, isBegun))) {
-        Job& job = add(device, unit);
-        begin(job, now());
-        job.sequence.stationQuit(now());
-        if (job.sequence.offered(device.entry, unit, now())) taker = mJobs.end() - 1;
+    if (taker == mJobs.end() && takesMore() && (unit == 0 || std::ranges::none_of(mJobs, isBegun))) {
+        add(device, unit);  // it begins when its turn comes, with an opening of its own
+        return nullptr;
     }
     if (taker == mJobs.end()) {
         note({{"event", "note"},

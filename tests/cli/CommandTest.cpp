@@ -56,6 +56,31 @@ TEST(TwinCommand, AtMostSoManyAreAtWorkAtATime) {
     }
 }
 
+TEST(TwinCommand, EachTakesNoMoreThanItsCountAndItsJobs) {
+    const Scenario scenario = devices(3);
+    TwinWorld twin(scenario);
+    EXPECT_EQ(twin.run({"reset", "--each", "--count", "2", "--jobs", "1", "--yes"}), Status::Done);
+    EXPECT_EQ(twin.storeIsEmpty(0) + twin.storeIsEmpty(1) + twin.storeIsEmpty(2), 2);
+    int atWork = 0;
+    for (const auto& event : twin.events()) {
+        if (event["event"] == "stage" && event["stage"] == "quit" && event["state"] == "began") ++atWork;
+        if (event["event"] == "device" && event["state"] == "ended") --atWork;
+        EXPECT_LE(atWork, 1) << event;
+    }
+}
+
+TEST(TwinCommand, CancelBeforeTheQuestionLeavesItUnasked) {
+    Scenario scenario = devices(1);
+    scenario.devices.front().profile.answerDelay = milliseconds(200);
+    scenario.cues = {{{}, milliseconds(300), Cue::What::Cancel, 0}};
+    TwinWorld twin(scenario);
+    twin.isTerminal = true;
+    twin.in.str("yes\n");
+    EXPECT_EQ(twin.run({"reset"}), Status::Cancelled);
+    EXPECT_FALSE(twin.storeIsEmpty(0));
+    EXPECT_THAT(twin.people.str(), testing::Not(HasSubstr("Type")));
+}
+
 TEST(TwinCommand, CancelIsOverInTwoSecondsOrInEightWhereTheDeviceIsSilent) {
     for (const bool answers : {true, false}) {
         for (std::size_t stage = 1; stage < twin::kStages.size(); ++stage) {
