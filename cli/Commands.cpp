@@ -251,7 +251,7 @@ class Run {
         return {};
     }
 
-    Status confirm(const Chosen& chosen) {
+    Status confirm(Chosen& chosen) {
         if (!mSurroundings.isTerminal) {
             mReporter.line("Without a terminal nobody can be asked: use --yes.");
             return Status::Usage;
@@ -260,6 +260,9 @@ class Run {
         std::vector<Device> devices;
         for (const auto& [device, unit] : chosen) devices.push_back(device);
         const auto inspections = mDispatcher.inspect(devices);
+        for (std::size_t i = 0; i < chosen.size(); ++i) {  // what is confirmed is this very device
+            if (const auto& identity = inspections[i].identity) chosen[i].second = identity->unit;
+        }
         refuseCancels();  // nothing is under way: a signal may end the process at once
         std::string answer;
         if (!mDispatcher.isCancelled()) {

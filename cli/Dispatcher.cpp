@@ -101,7 +101,7 @@ void Dispatcher::loopUntil(const std::function<bool()>& isDone, bool looks) {
             const std::lock_guard lock(mMutex);
             if (isDone()) return;
             for (const auto& job : mJobs) {
-                if (job->begun) due = std::min(due, job->sequence.nextDue());
+                if (job->begun) due = std::min(due, job->sequence.nextDue(moment));
             }
         }
         if (mReporter.drawsLines()) due = std::min(due, moment + kRedrawInterval);
@@ -111,8 +111,8 @@ void Dispatcher::loopUntil(const std::function<bool()>& isDone, bool looks) {
 }
 
 std::vector<Dispatcher::Result> Dispatcher::run() {
-    loopUntil([this] { return mHasLooked || mRefused; }, true);
-    {
+    look(now());
+    {  // before anything begins, since that has opened what may be waited for
         const std::lock_guard lock(mMutex);
         for (auto& [id, entry] : mEntries) {
             const auto isOf = [&](const auto& job) { return job->device.entry == entry.device.entry; };
@@ -310,7 +310,7 @@ void Dispatcher::stageBegan(const ResetSequence& sequence, Stage stage) {
     event["stage"] = info(stage).name;
     event["state"] = "began";
     event["attempt"] = sequence.attempt();
-    event["limit"] = mSettings.plan.limit(stage);
+    event["limit"] = toMilliseconds(sequence.deadline() - sequence.stageBegan());
     note(std::move(event));
     mBegunStages.push_back(stage);
 }

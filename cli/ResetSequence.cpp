@@ -67,6 +67,7 @@ void ResetSequence::tick(double now) {
 void ResetSequence::cancel(double now) {
     if (isOver()) return;
     mCancelled = true;
+    if (mLast) mDeadline = std::min(mDeadline, now + kResumeLimit);
     // Whoever has the device open is cut off, and says so by stepEnded.
     if (mVisited || mLast) return;
     const Failure cancelled{Cause::StoppedHalfway, Status::Cancelled, "It was cancelled."};
@@ -90,6 +91,8 @@ bool ResetSequence::wants(const USBRegistryInfo& entry, std::optional<std::uint3
     }
     switch (mStage) {
         case Stage::Reboot:
+            // What was chosen by its port alone is this very attach: another may be another device.
+            return isOwn || mBoot != Boot::Untouched || mUnit.value_or(0) != 0;
         case Stage::Resume:
             return true;
         case Stage::Gone:
@@ -148,7 +151,10 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
     if (isOver()) return;
     const bool sent = std::exchange(mSent, false);
     const bool ordersLeaving = mStage == Stage::Reboot || mStage == Stage::Resume;
-    if (failure && !(sent && failure->disconnected && ordersLeaving)) return stepFailed(*failure, now);
+    if (failure && !(sent && failure->disconnected && ordersLeaving)) {
+        if (sent && mStage == Stage::Resume) mBoot = Boot::PerhapsHeld;
+        return stepFailed(*failure, now);
+    }
     leave();
     switch (mStage) {
         case Stage::Reboot:
@@ -193,6 +199,8 @@ void ResetSequence::stepFailed(const Failure& failure, double now) {
     if (isLast && !mCancelled && now < mDeadline) return;  // it is opened again until the limit is over
     leave(&failure);
     if (mCancelled || mLast) {
+        // The cancel, which comes once, cut the very resume that lets the device start: that is done anew.
+        if (mLast && isResume && failure.status == Status::Cancelled) mLast = false;
         if (mLast && isResume)
             return finish(mFailure ? mFailure->status : mCancelled ? Status::Cancelled : failure.status);
         return letStartOrFinish(now);
@@ -220,9 +228,7 @@ void ResetSequence::giveUp(const Failure& failure, double now) {
 void ResetSequence::letStartOrFinish(double now) {
     if (isHeld() && mPresent && !mLast) {
         mLast = true;
-        enter(Stage::Resume, now);
-        mDeadline = now + kResumeLimit;
-        return;
+        return enter(Stage::Resume, now, kResumeLimit);
     }
     finish(mCancelled ? Status::Cancelled : mFailure ? mFailure->status : Status::Failed);
 }
@@ -237,12 +243,12 @@ void ResetSequence::finish(Status status) {
     mVisited = false;
 }
 
-void ResetSequence::enter(Stage stage, double now) {
+void ResetSequence::enter(Stage stage, double now, std::optional<double> limit) {
     mStage = stage;
     mStageIsOpen = true;
     mOpenFailure.reset();
     mBegan = now;
-    mDeadline = now + mPlan.limit(stage);
+    mDeadline = now + limit.value_or(mPlan.limit(stage));
     mObserver.stageBegan(*this, stage);
 }
 
@@ -257,10 +263,10 @@ Failure ResetSequence::timeUp() const {
     return {cause, Status::TimedOut, "The limit for \"" + std::string(info(mStage).name) + "\" has passed."};
 }
 
-double ResetSequence::nextDue() const {
+double ResetSequence::nextDue(double now) const {
     if (isOver() || mVisited) return std::numeric_limits<double>::infinity();
     const double settled = mBegan + kSettle;
-    return mStage == Stage::BackAgain ? std::min(mDeadline, settled) : mDeadline;
+    return mStage == Stage::BackAgain && now < settled ? std::min(mDeadline, settled) : mDeadline;
 }
 
 std::string ResetSequence::stateText() const {

@@ -110,12 +110,12 @@ class ResetSequence {
     [[nodiscard]] bool isVisited() const { return mVisited; }  ///< somebody has it open
     [[nodiscard]] std::string stateText() const;               ///< for people: in which state the device is
 
-    /// When tick() has something to do at the latest.
-    [[nodiscard]] double nextDue() const;
+    /// When tick() has something to do, or wants() another answer, at the latest.
+    [[nodiscard]] double nextDue(double now) const;
 
   private:
     bool isHeld() const { return mBoot == Boot::Held || mBoot == Boot::PerhapsHeld; }
-    void enter(Stage stage, double now);
+    void enter(Stage stage, double now, std::optional<double> limit = {});  ///< the plan's limit unless given
     void leave(const Failure* failure = nullptr);
     void stepFailed(const Failure& failure, double now);
     void giveUp(const Failure& failure, double now);

@@ -105,6 +105,36 @@ TEST(TwinCommand, CancelIsOverInTwoSecondsOrInEightWhereTheDeviceIsSilent) {
     }
 }
 
+TEST(TwinCommand, CancelledResumeStillLetsTheDeviceStart) {
+    for (const int after : {100, 300, 500, 700, 900}) {
+        SCOPED_TRACE(after);
+        Scenario scenario = devices(1);
+        auto& device = scenario.devices.front();
+        device.state = BootState::HeldInBootLoader;
+        device.profile.answerDelay = milliseconds(200);
+        scenario.cues = {{Stage::Resume, milliseconds(after), Cue::What::Cancel, 0}};
+        TwinWorld twin(scenario);
+        EXPECT_EQ(twin.run({"resume", "1-1"}), Status::Cancelled);
+        EXPECT_NE(twin.boot(0), BootState::HeldInBootLoader);
+    }
+}
+
+TEST(TwinSequence, DeviceChosenByItsPortIsNotTheNextOneThere) {
+    struct Nobody final : twin::ResetSequence::Observer {
+        void stageBegan(const twin::ResetSequence&, Stage) override {}
+        void stageEnded(const twin::ResetSequence&, Stage, const twin::Failure*) override {}
+    } nobody;
+    const USBRegistryInfo own(1, "/1-1"), next(2, "/1-1");
+    twin::ResetSequence sequence(own, {}, {.quitsStation = false}, nobody),
+        confirmed(own, 7, {.quitsStation = false}, nobody);
+    sequence.begin(0);
+    confirmed.begin(0);
+    EXPECT_TRUE(sequence.wants(own, {}, 1));
+    EXPECT_FALSE(sequence.wants(next, {}, 1));
+    EXPECT_FALSE(confirmed.wants(next, 8, 1));
+    EXPECT_TRUE(confirmed.wants(next, 7, 1));
+}
+
 TEST(TwinCommand, WhatAKillLeavesBehindIsSaidAndCanBeLetStart) {
     const Scenario scenario = devices(2);
     TwinWorld twin(scenario);
