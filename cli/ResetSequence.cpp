@@ -196,7 +196,8 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
 void ResetSequence::stepFailed(const Failure& failure, double now) {
     mVisited = false;
     const bool isResume = mStage == Stage::Resume, isLast = mStage == Stage::IdentifiedAgain;
-    if (isLast && !mCancelled && now < mDeadline) return;  // it is opened again until the limit is over
+    if (isLast && !mCancelled && !failure.disconnected && now < mDeadline)
+        return;  // it is opened again until the limit is over
     leave(&failure);
     if (mCancelled || mLast) {
         // The cancel, which comes once, cut the very resume that lets the device start: that is done anew.
@@ -210,6 +211,8 @@ void ResetSequence::stepFailed(const Failure& failure, double now) {
         mFailure = failure;
         return enter(Stage::BackAgain, now);  // nothing is cleared again; somebody may switch it off and on
     }
+    // It only leaves now, to start: the wait for its return goes on.
+    if (isLast && failure.disconnected && now < mBackLimit) return enter(Stage::BackAgain, now, mBackLimit - now);
     if (isLast || mAttempt > mPlan.retries) return giveUp(failure, now);
     ++mAttempt;
     mEarlierFailure = failure;
@@ -249,6 +252,7 @@ void ResetSequence::enter(Stage stage, double now, std::optional<double> limit) 
     mOpenFailure.reset();
     mBegan = now;
     mDeadline = now + limit.value_or(mPlan.limit(stage));
+    if (stage == Stage::BackAgain) mBackLimit = mDeadline;
     mObserver.stageBegan(*this, stage);
 }
 

@@ -132,6 +132,7 @@ class ResetSequence {
     bool mStageIsOpen = false;
     double mBegan = 0;
     double mDeadline = 0;
+    double mBackLimit = 0;  ///< the deadline of BackAgain
     int mAttempt = 1;
     int mResumes = 0;
     bool mVisited = false;

@@ -102,6 +102,14 @@ std::vector<Scenario> resets() {
     }
     table.push_back(one("opens-late", "The device can't be opened for the first 1.5 s after its reboot.",
                         {openFails(platform::kIOReturnNotPermitted, 2, 2)}));
+    table.push_back(
+        ends(one("leaves-late", "Told to start, the device only falls silent; it leaves some seconds later, for 20 s.",
+                 {Fault::onPacket(simulator::kProductRequest, Ignore).inState(BootState::Running).atOccurrence(2),
+                  Fault::onPacket(simulator::kProductRequest, Unplug)
+                      .inState(BootState::Running)
+                      .atOccurrence(3)
+                      .comingBackAfter(seconds(20))}),
+             Status::Done, "TRV-301", Stage::IdentifiedAgain, true));
     Scenario moved{"another-port", "The device comes back under another port.", kReset, {{device()}, elsewhere()}};
     moved.devices[0].faults = {Fault::onCommand(simulator::kReboot, Unplug)};
     moved.cues = {{Stage::Back, seconds(1), Cue::What::Plug, 1}};
