@@ -15,10 +15,10 @@ namespace twin {
 enum class Status {
     Done = 0,
     Failed = 1,
-    Usage = 2,         ///< the command line was wrong
+    Usage = 2,         ///< the command line was wrong, or nobody could be asked
     NoneFound = 3,     ///< there is no such device
     Ambiguous = 4,     ///< several devices and none chosen
-    NotAllowed = 5,    ///< this account may not open the device, or nobody confirmed
+    NotAllowed = 5,    ///< this account may not open the device
     Busy = 6,          ///< another program holds the device
     TimedOut = 7,      ///< a stage took longer than its limit
     NotSeenAgain = 8,  ///< cleared, but the device has not come back and identified itself

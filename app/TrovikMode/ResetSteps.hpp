@@ -24,7 +24,8 @@ struct ResetStep {
 ///
 /// A reset has two phases, since the device leaves and comes back in between: first it is told to reboot; when it is
 /// attached again it is held in its boot loader, cleared, and its boot resumed, all three over one link. A step that
-/// fails leaves the device in a state that only a reboot ends, so whichever step it was, what follows is the reboot.
+/// fails leaves the device in a state that only a reboot ends, so what follows is the reboot; only the program without
+/// a window, once the store is cleared, resumes again instead.
 struct ResetSteps {
     /// Comes before the first reboot: asks the companion programs, which hold the device, to quit, and kills them where
     /// that fails. Best effort, silent; the reset goes on regardless. Blocks for some seconds at most. Any thread.
