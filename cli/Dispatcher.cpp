@@ -167,8 +167,11 @@ std::vector<Dispatcher::Inspection> Dispatcher::inspect(const std::vector<Device
             portLock = mCancelled ? nullptr : lockFor(inspection.device.port);
             if (portLock) mGates.insert(gate);
         }
-        inspection.failure = lockedByOther();
-        if (!portLock) continue;
+        if (!portLock) {
+            inspection.failure = isCancelled() ? Failure{Cause::StoppedHalfway, Status::Cancelled, "It was cancelled."}
+                                               : lockedByOther();
+            continue;
+        }
         const bool isStarted = start([this, &inspection, gate, portLock] {
             Identity identity;
             std::optional<Failure> failure;

@@ -31,7 +31,7 @@ namespace twin {
 ///
 /// The main thread runs the loop: it looks, starts openings, lets time pass in the sequences, and reports. Workers open
 /// devices and do what the sequences say. Everything that both touch is behind one mutex, which nobody holds while a
-/// device is talked to, a file is written or an event is reported.
+/// device is talked to or an event is reported. Lock files are made, and the journal's notes struck out, under it.
 class Dispatcher final : public ResetSequence::Observer {
   public:
     struct Settings {
@@ -157,6 +157,7 @@ class Dispatcher final : public ResetSequence::Observer {
     Job* offer(const Visit& planned, std::uint32_t unit);
     void doSteps(Job& job, DeviceVisit& visit);
     void openFailed(const Device& device, const Failure& failure);
+    void noteHeld(const Journal::Entry& entry);
 
     // Under mMutex:
     Job& add(const Device& device, std::optional<std::uint32_t> unit);

@@ -1,6 +1,7 @@
 // The dispatcher's openings of devices: which entry is opened for whom, and what is done over the link.
 #include "cli/Dispatcher.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/Boundary.hpp"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -8,6 +9,8 @@
 
 namespace twin {
 namespace {
+
+constexpr const char* kSourceFile = "trovik-reset";  ///< what messages of a thread's boundary name
 
 double now() {
     return platform::CFAbsoluteTimeGetCurrent();
@@ -65,7 +68,7 @@ void Dispatcher::startVisits(Now moment) {
             if (!entry->second.failure || mCancelled) entry->second.nextTry = 0;
         };
         const bool isStarted = start([this, end, planned] {
-            visit(planned);
+            platform::runGuarded([&] { visit(planned); }, kSourceFile, __LINE__);
             end();  // now that it is closed it can be opened again
         });
         if (isStarted) continue;
@@ -105,7 +108,11 @@ Dispatcher::Job* Dispatcher::offer(const Visit& planned, std::uint32_t unit) {
         found->second.unit = unit;
         found->second.failure.reset();
     }
-    const auto takes = [&](const auto& job) { return job->begun && job->sequence.offered(device.entry, unit, now()); };
+    const auto takes = [&](const auto& job) {
+        if (!job->begun || !job->sequence.wants(device.entry, unit, now())) return false;
+        job->device = device;  // first, since taking it tells of a stage
+        return job->sequence.offered(device.entry, unit, now());
+    };
     auto taker = std::ranges::find_if(mJobs, takes);
     if (taker == mJobs.end() && mEach && unit != 0 && mDoneUnits.contains(unit)) {
         note({{"event", "note"}, {"port", device.port}, {"unit", unit}, {"text", "It has been done; it is skipped."}});
@@ -124,7 +131,6 @@ Dispatcher::Job* Dispatcher::offer(const Visit& planned, std::uint32_t unit) {
         return nullptr;
     }
     Job& job = **taker;
-    job.device = device;
     job.locks.push_back(planned.portLock);  // it may have come back under another port
     return lockUnit(job, now()) ? &job : nullptr;
 }
@@ -151,33 +157,55 @@ std::shared_ptr<DeviceLock> Dispatcher::lockFor(const std::string& key) {
 }
 
 void Dispatcher::doSteps(Job& job, DeviceVisit& visit) {
-    for (;;) {
-        std::optional<Stage> step;
-        double deadline = 0;
-        Journal::Entry entry;
-        {
-            const std::lock_guard lock(mMutex);
-            step = job.sequence.step();
-            deadline = job.sequence.deadline();
-            entry = {job.device.port, job.sequence.unit().value_or(0)};
+    std::optional<Stage> step;
+    double deadline = 0;
+    const auto isHeld = [&] {
+        const auto boot = job.sequence.boot();
+        return boot == ResetSequence::Boot::Held || boot == ResetSequence::Boot::PerhapsHeld;
+    };
+    const auto takeNext = [&] {  // under mMutex
+        step = job.sequence.step();
+        deadline = job.sequence.deadline();
+    };
+    Journal::Entry entry;
+    {
+        const std::lock_guard lock(mMutex);
+        takeNext();
+        entry = {job.device.port, job.sequence.unit().value_or(0)};
+    }
+    while (step) {
+        std::optional<Failure> failure;
+        try {
+            tellStages();
+            if (*step == Stage::Hold) noteHeld(entry);  // before the command: a kill may come right after it
+            failure = visit.run(*step, deadline, [&] {
+                const std::lock_guard lock(mMutex);
+                job.sequence.stepSent(now());
+            });
+        } catch (...) {  // the sequence would wait for this step's end for good
+            platform::logCaughtException(kSourceFile, __LINE__);
+            failure = Failure{Cause::InternalError, Status::Failed, {}};
         }
-        tellStages();
-        if (!step) return;
-        if (*step == Stage::Hold) mJournal.held(entry);  // before the command: a kill may come right after it
-        const auto failure = visit.run(*step, deadline, [&] {
-            const std::lock_guard lock(mMutex);
-            job.sequence.stepSent(now());
-        });
-        bool isHeld = false;
         {
+            // In one go: once its link is given up, the device may be offered to another worker, whose steps are not
+            // taken here, and whose note in the journal must not be struck out.
             const std::lock_guard lock(mMutex);
             job.sequence.stepEnded(failure, now());
-            const auto boot = job.sequence.boot();
-            isHeld = boot == ResetSequence::Boot::Held || boot == ResetSequence::Boot::PerhapsHeld;
+            if (!isHeld()) mJournal.released(entry);
+            takeNext();
         }
-        if (!isHeld) mJournal.released(entry);
         wake();
     }
+    tellStages();
+}
+
+void Dispatcher::noteHeld(const Journal::Entry& entry) {
+    if (mJournal.held(entry)) return;
+    Event event{{"event", "note"}, {"port", entry.port}};
+    if (entry.unit) event["unit"] = entry.unit;
+    event["text"] = "That it is held can't be written down: if this run is killed, the next one will not know of it.";
+    const std::lock_guard lock(mMutex);
+    note(std::move(event));
 }
 
 }  // namespace twin

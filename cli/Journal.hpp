@@ -23,7 +23,7 @@ class Journal {
 
     /// Notes a device, or strikes it out; the disk has it when this returns.
     /// @return false when it could not be written
-    bool held(const Entry& entry) const;
+    [[nodiscard]] bool held(const Entry& entry) const;
     void released(const Entry& entry) const;
 
     [[nodiscard]] std::vector<Entry> entries() const;

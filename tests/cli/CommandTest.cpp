@@ -44,28 +44,20 @@ TEST(TwinCommand, SixteenDevicesTakeHardlyLongerThanOne) {
     EXPECT_LE(takes(16), 1.1 * takes(1));
 }
 
-TEST(TwinCommand, AtMostSoManyAreAtWorkAtATime) {
-    const Scenario scenario = devices(3);
-    TwinWorld twin(scenario);
-    EXPECT_EQ(twin.run({"reset", "--all", "--yes", "--jobs", "1"}), Status::Done);
-    int atWork = 0;
-    for (const auto& event : twin.events()) {
-        if (event["event"] == "stage" && event["stage"] == "quit" && event["state"] == "began") ++atWork;
-        if (event["event"] == "device" && event["state"] == "ended") --atWork;
-        EXPECT_LE(atWork, 1) << event;
-    }
-}
-
-TEST(TwinCommand, EachTakesNoMoreThanItsCountAndItsJobs) {
-    const Scenario scenario = devices(3);
-    TwinWorld twin(scenario);
-    EXPECT_EQ(twin.run({"reset", "--each", "--count", "2", "--jobs", "1", "--yes"}), Status::Done);
-    EXPECT_EQ(twin.storeIsEmpty(0) + twin.storeIsEmpty(1) + twin.storeIsEmpty(2), 2);
-    int atWork = 0;
-    for (const auto& event : twin.events()) {
-        if (event["event"] == "stage" && event["stage"] == "quit" && event["state"] == "began") ++atWork;
-        if (event["event"] == "device" && event["state"] == "ended") --atWork;
-        EXPECT_LE(atWork, 1) << event;
+TEST(TwinCommand, AtMostSoManyAreAtWorkAtATimeAndNoMoreThanAreCounted) {
+    for (const int count : {3, 2}) {
+        const Scenario scenario = devices(3);
+        TwinWorld twin(scenario);
+        const std::vector<std::string> all = {"reset", "--all", "--yes", "--jobs", "1"},
+                                       each = {"reset", "--each", "--count", "2", "--yes", "--jobs", "1"};
+        EXPECT_EQ(twin.run(count == 3 ? all : each), Status::Done);
+        EXPECT_EQ(twin.storeIsEmpty(0) + twin.storeIsEmpty(1) + twin.storeIsEmpty(2), count);
+        int atWork = 0;
+        for (const auto& event : twin.events()) {
+            if (event["event"] == "stage" && event["stage"] == "quit" && event["state"] == "began") ++atWork;
+            if (event["event"] == "device" && event["state"] == "ended") --atWork;
+            EXPECT_LE(atWork, 1) << event;
+        }
     }
 }
 
@@ -124,15 +116,14 @@ TEST(TwinSequence, DeviceChosenByItsPortIsNotTheNextOneThere) {
         void stageBegan(const twin::ResetSequence&, Stage) override {}
         void stageEnded(const twin::ResetSequence&, Stage, const twin::Failure*) override {}
     } nobody;
-    const USBRegistryInfo own(1, "/1-1"), next(2, "/1-1");
-    twin::ResetSequence sequence(own, {}, {.quitsStation = false}, nobody),
-        confirmed(own, 7, {.quitsStation = false}, nobody);
-    sequence.begin(0);
-    confirmed.begin(0);
-    EXPECT_TRUE(sequence.wants(own, {}, 1));
-    EXPECT_FALSE(sequence.wants(next, {}, 1));
-    EXPECT_FALSE(confirmed.wants(next, 8, 1));
-    EXPECT_TRUE(confirmed.wants(next, 7, 1));
+    for (const bool isConfirmed : {false, true}) {
+        twin::ResetSequence sequence({1, "/1-1"}, isConfirmed ? std::optional(7U) : std::nullopt, {}, nobody);
+        sequence.begin(0);
+        sequence.stationQuit(0);
+        EXPECT_TRUE(sequence.wants({1, "/1-1"}, {}, 1));
+        EXPECT_FALSE(sequence.wants({2, "/1-1"}, 8, 1));
+        EXPECT_EQ(sequence.wants({2, "/1-1"}, 7, 1), isConfirmed);
+    }
 }
 
 TEST(TwinCommand, WhatAKillLeavesBehindIsSaidAndCanBeLetStart) {
@@ -157,6 +148,15 @@ TEST(TwinCommand, WhatAKillLeavesBehindIsSaidAndCanBeLetStart) {
     EXPECT_EQ(twin.boot(1), BootState::Running);
     EXPECT_TRUE(journal.entries().empty());
     EXPECT_EQ(twin.run({"resume"}), Status::NoneFound);
+}
+
+TEST(TwinCommand, JournalThatCantBeWrittenIsSaid) {
+    TwinWorld twin(*twin::scenarioNamed("another-port"));
+    support::WriteFile(twin.folder / "journal", "not a folder");
+    EXPECT_EQ(twin.run({"reset", "--yes"}), Status::Done);
+    EXPECT_THAT(twin.people.str(), HasSubstr("1-2 (unit 3812345678): That it is held can't be written down"));
+    EXPECT_THAT(twin.people.str(), HasSubstr("1-2 (unit 3812345678): holding the device in its boot loader ..."))
+        << "the port it came back under";
 }
 
 TEST(TwinCommand, ArrivalThatAnotherRunWaitsForIsNotOpened) {
