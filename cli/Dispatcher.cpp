@@ -114,7 +114,8 @@ std::vector<Dispatcher::Result> Dispatcher::run() {
     look(now());
     {  // before anything begins, since that has opened what may be waited for
         const std::lock_guard lock(mMutex);
-        for (auto& [id, entry] : mEntries) {
+        for (auto& known : mEntries) {
+            Entry& entry = known.second;
             const auto isOf = [&](const auto& job) { return job->device.entry == entry.device.entry; };
             entry.foreign = !mEach && std::ranges::none_of(mJobs, isOf);
         }
