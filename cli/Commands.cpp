@@ -7,6 +7,7 @@
 #include "platform/Platform.hpp"
 
 #include <algorithm>
+#include <charconv>
 #include <istream>
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -18,19 +19,9 @@ namespace twin {
 namespace {
 
 constexpr int kSchema = 1;  ///< of the events; counts up when a field changes its meaning or goes
-constexpr std::string_view kUnitPrefix = "unit:";
 
 bool isAny(const std::vector<Device>& devices) {
     return !devices.empty();
-}
-
-std::optional<std::uint32_t> unitOf(const std::string& name) {
-    if (!name.starts_with(kUnitPrefix)) return std::nullopt;
-    try {
-        return static_cast<std::uint32_t>(std::stoul(name.substr(kUnitPrefix.size())));
-    } catch (const std::exception&) {
-        return std::nullopt;
-    }
 }
 
 /// One run of the program.
@@ -188,8 +179,7 @@ class Run {
         const auto devices = mDispatcher.waitForDevices(mOptions.wait, isAny);
         if (devices.empty()) return noneFound();
         if (devices.size() > 1 && !takesAll) {
-            tellOf(devices);
-            return fail({Cause::SeveralDevices, Status::Ambiguous, "Name one, or use --all."});
+            return severalDevices(devices, "Name one, or use --all.");
         }
         for (const Device& device : devices) chosen.emplace_back(device, std::nullopt);
         return Status::Done;
@@ -200,6 +190,7 @@ class Run {
         std::vector<Dispatcher::Inspection> opened;
         const double end = platform::CFAbsoluteTimeGetCurrent() + mOptions.wait;
         std::string missing;
+        std::vector<Device> attached;
         do {
             const bool needsUnit =
                 std::ranges::any_of(names, [](const auto& name) { return unitOf(name).has_value(); });
@@ -212,11 +203,13 @@ class Run {
                                         : std::ranges::count(devices, name, &Device::port) > 0;
                 });
             };
-            auto devices = mDispatcher.waitForDevices(end - platform::CFAbsoluteTimeGetCurrent(), isEnough);
-            if (needsUnit) open(devices, isOpened, opened);
-            missing = pick(names, devices, opened, chosen);
+            attached = mDispatcher.waitForDevices(end - platform::CFAbsoluteTimeGetCurrent(), isEnough);
+            if (needsUnit) open(attached, isOpened, opened);
+            missing = pick(names, attached, opened, chosen);
         } while (!missing.empty() && !mDispatcher.isCancelled() && platform::CFAbsoluteTimeGetCurrent() < end);
-        if (missing.empty()) return Status::Done;
+        if (missing.empty())
+            return isEachOne(names, attached, opened) ? Status::Done
+                                                      : severalDevices(attached, "Name one by its port.");
         for (const auto& one : opened) {
             Event event{{"event", "note"}, {"port", one.device.port}};
             if (one.failure) mDispatcher.tell(Dispatcher::describe(event, *one.failure));
@@ -237,18 +230,35 @@ class Run {
         chosen.clear();
         for (const std::string& name : names) {
             const auto unit = unitOf(name);
-            const auto isMeant = [&](const Device& device) {
-                const auto isIt = [&](const auto& one) {
-                    return one.device.entry == device.entry && one.identity && one.identity->unit == unit;
-                };
-                return unit ? std::ranges::any_of(opened, isIt) : device.port == name;
-            };
-            const auto found = std::ranges::find_if(devices, isMeant);
+            const auto found = std::ranges::find_if(devices, [&](const auto& device) {
+                return unit ? reports(device, *unit, opened) : device.port == name;
+            });
             if (found == devices.end()) return name;
             const auto isSame = [&](const auto& one) { return one.first.entry == found->entry; };
             if (std::ranges::none_of(chosen, isSame)) chosen.emplace_back(*found, unit);
         }
         return {};
+    }
+
+    static bool reports(const Device& device, std::uint32_t unit, const std::vector<Dispatcher::Inspection>& opened) {
+        return std::ranges::any_of(opened, [&](const auto& one) {
+            return one.device.entry == device.entry && one.identity && one.identity->unit == unit;
+        });
+    }
+
+    /// Whether no two of the devices report the same unit id that one of the names has.
+    static bool isEachOne(const std::vector<std::string>& names, const std::vector<Device>& devices,
+                          const std::vector<Dispatcher::Inspection>& opened) {
+        return std::ranges::all_of(names, [&](const std::string& name) {
+            const auto unit = unitOf(name);
+            const auto isIt = [&](const Device& device) { return reports(device, *unit, opened); };
+            return !unit || std::ranges::count_if(devices, isIt) <= 1;
+        });
+    }
+
+    Status severalDevices(const std::vector<Device>& devices, std::string advice) {
+        tellOf(devices);
+        return fail({Cause::SeveralDevices, Status::Ambiguous, std::move(advice)});
     }
 
     Status confirm(Chosen& chosen) {
@@ -328,6 +338,14 @@ class Run {
 };
 
 }  // namespace
+
+std::optional<std::uint32_t> unitOf(std::string_view name) {
+    if (!name.starts_with(kUnitPrefix)) return std::nullopt;
+    std::uint32_t unit = 0;
+    const char* const end = name.data() + name.size();
+    const auto [rest, error] = std::from_chars(name.data() + kUnitPrefix.size(), end, unit);
+    return error == std::errc() && rest == end && unit != 0 ? std::optional(unit) : std::nullopt;
+}
 
 Status run(const Options& options, const Surroundings& surroundings) {
     return Run(options, surroundings)();

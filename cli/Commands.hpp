@@ -5,13 +5,18 @@
 #include "cli/ResetSequence.hpp"
 #include "cli/Workers.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace twin {
+
+/// What the name of a device begins with that is no port.
+inline constexpr std::string_view kUnitPrefix = "unit:";
 
 /// What the command line asks for.
 struct Options {
@@ -32,6 +37,9 @@ struct Options {
     std::string reportFile;
     std::optional<std::string> scenario;
 };
+
+/// The number in "unit:1234"; nothing for any other text. 0 names no device: it is what those without an id report.
+[[nodiscard]] std::optional<std::uint32_t> unitOf(std::string_view name);
 
 /// Reads the command line. Help, and what is wrong with it, is written to the streams.
 /// @return nothing where that was all; then `status` says how it ended

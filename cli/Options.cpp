@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <map>
 #include <ostream>
 
@@ -32,7 +33,8 @@ std::string setLimit(const std::string& text, ResetSequence::Plan& plan) {
     double seconds = 0;
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data() + equals + 1, end, seconds);
-    if (error != std::errc() || rest != end || !(seconds > 0)) return "\"" + text + "\" names no number of seconds";
+    if (error != std::errc() || rest != end || !std::isfinite(seconds) || seconds <= 0)
+        return "\"" + text + "\" names no number of seconds";
     plan.limits[static_cast<std::size_t>(*stage)] = seconds;
     return {};
 }
@@ -109,6 +111,11 @@ std::optional<Options> parse(const std::vector<std::string>& arguments, std::ost
         for (const std::string& limit : limits) {
             if (const std::string wrong = setLimit(limit, options.plan); !wrong.empty())
                 throw CLI::ValidationError("--limit", wrong);
+        }
+        if (!std::isfinite(options.wait)) throw CLI::ValidationError("--wait", "it is no number of seconds");
+        for (const std::string& name : options.devices) {
+            if (name.starts_with(kUnitPrefix) && !unitOf(name))
+                throw CLI::ValidationError("DEVICE", "\"" + name + "\" names no unit id");
         }
     } catch (const CLI::ParseError& error) {
         status = app.exit(error, help, errors) == 0 ? Status::Done : Status::Usage;

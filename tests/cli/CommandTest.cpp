@@ -188,6 +188,11 @@ TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
         {{"reset", "1-1"}, "yes\n", Status::Done, {true, false}},
         {{"reset", "--all", "1-1"}, nullptr, Status::Usage, {false, false}},
         {{"reset", "--yes", "--limit", "lunch=3"}, nullptr, Status::Usage, {false, false}},
+        {{"reset", "--all", "--yes", "--limit", "back=inf"}, nullptr, Status::Usage, {false, false}},
+        {{"reset", "--all", "--yes", "--wait", "nan"}, nullptr, Status::Usage, {false, false}},
+        {{"reset", "unit:1x", "--yes"}, nullptr, Status::Usage, {false, false}},
+        {{"reset", "unit:4294967297", "--yes"}, nullptr, Status::Usage, {false, false}},
+        {{"reset", "unit:0", "--yes"}, nullptr, Status::Usage, {false, false}},
         {{"check", "1-1"}, nullptr, Status::Done, {false, false}},
         {{"explain", "1-1"}, nullptr, Status::Done, {false, false}},
     };
@@ -202,6 +207,14 @@ TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
         EXPECT_TRUE(row.arguments[1] != "1-2" || !twin.wasOpened(0)) << "it was there and not chosen";
         EXPECT_TRUE(!row.answer || twin.people.str().find("1-1  Trailmate 300  unit 1") != std::string::npos);
     }
+}
+
+TEST(TwinCommand, UnitIdThatTwoDevicesReportNamesNeither) {
+    Scenario scenario = devices(2);
+    scenario.devices[1].profile.unitId = 1;
+    TwinWorld twin(scenario);
+    EXPECT_EQ(twin.run({"reset", "unit:1", "--yes"}), Status::Ambiguous);
+    EXPECT_FALSE(twin.storeIsEmpty(0) || twin.storeIsEmpty(1));
 }
 
 TEST(TwinThreads, ResetsBesideEachOtherAndCancelsAtAnyMoment) {
