@@ -7,6 +7,7 @@
 #include "platform/Platform.hpp"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <istream>
 #include <nlohmann/json.hpp>
@@ -154,13 +155,19 @@ class Run {
         std::vector<std::string> names = mOptions.devices;
         if (names.empty()) {
             for (const auto& entry : mJournal.entries()) {
+                if (!DeviceLock::take(entry.port)) {  // it is not left behind: a run is at work on it
+                    Event event{{"event", "note"}, {"port", entry.port}};
+                    mDispatcher.tell(Dispatcher::describe(event, Dispatcher::lockedByOther()));
+                    continue;
+                }
                 names.push_back(entry.unit ? std::string(kUnitPrefix) + std::to_string(entry.unit) : entry.port);
             }
             if (names.empty()) return fail({Cause::DeviceNotFound, Status::NoneFound, "None was left held."});
         }
-        if (const Status status = find(names, chosen); status != Status::Done) return status;
+        const Status found = find(names, chosen);
+        if (chosen.empty() || found == Status::Ambiguous) return found;
         for (const auto& [device, unit] : chosen) mDispatcher.resume(device, unit);
-        return work();
+        return overall(std::array{found, work()});
     }
 
     Status work() {
@@ -186,10 +193,11 @@ class Run {
     }
 
     /// A unit id is learnt by opening what is attached, each once.
+    /// @param chosen  also where others are missing: those that were found
     Status find(const std::vector<std::string>& names, Chosen& chosen) {
         std::vector<Dispatcher::Inspection> opened;
         const double end = platform::CFAbsoluteTimeGetCurrent() + mOptions.wait;
-        std::string missing;
+        std::vector<std::string> missing;
         std::vector<Device> attached;
         do {
             const bool needsUnit =
@@ -214,7 +222,9 @@ class Run {
             Event event{{"event", "note"}, {"port", one.device.port}};
             if (one.failure) mDispatcher.tell(Dispatcher::describe(event, *one.failure));
         }
-        return fail({Cause::DeviceNotFound, Status::NoneFound, "There is no " + missing + "."});
+        for (const std::string& name : missing)
+            fail({Cause::DeviceNotFound, Status::NoneFound, "There is no " + name + "."});
+        return Status::NoneFound;
     }
 
     template <typename IsOpened>
@@ -224,20 +234,24 @@ class Run {
         for (auto& inspection : mDispatcher.inspect(devices)) opened.push_back(std::move(inspection));
     }
 
-    /// @return the name that stands for none of the devices; empty when all are chosen
-    static std::string pick(const std::vector<std::string>& names, const std::vector<Device>& devices,
-                            const std::vector<Dispatcher::Inspection>& opened, Chosen& chosen) {
+    /// @return the names that stand for none of the devices
+    static std::vector<std::string> pick(const std::vector<std::string>& names, const std::vector<Device>& devices,
+                                         const std::vector<Dispatcher::Inspection>& opened, Chosen& chosen) {
         chosen.clear();
+        std::vector<std::string> missing;
         for (const std::string& name : names) {
             const auto unit = unitOf(name);
             const auto found = std::ranges::find_if(devices, [&](const auto& device) {
                 return unit ? reports(device, *unit, opened) : device.port == name;
             });
-            if (found == devices.end()) return name;
+            if (found == devices.end()) {
+                missing.push_back(name);
+                continue;
+            }
             const auto isSame = [&](const auto& one) { return one.first.entry == found->entry; };
             if (std::ranges::none_of(chosen, isSame)) chosen.emplace_back(*found, unit);
         }
-        return {};
+        return missing;
     }
 
     static bool reports(const Device& device, std::uint32_t unit, const std::vector<Dispatcher::Inspection>& opened) {

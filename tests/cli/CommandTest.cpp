@@ -12,7 +12,9 @@ namespace {
 using simulator::BootState;
 using simulator::Fault;
 using std::chrono::milliseconds;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using twin::Cue;
 using twin::Journal;
 using twin::Scenario;
@@ -130,7 +132,9 @@ TEST(TwinCommand, WhatAKillLeavesBehindIsSaidAndCanBeLetStart) {
     const Scenario scenario = devices(2);
     TwinWorld twin(scenario);
     const Journal journal(twin.folder / "journal");
+    std::optional<DeviceLock> otherRun;
     twin.onStage = [&](Stage stage) {
+        if (!otherRun) otherRun = DeviceLock::take("1-8");
         if (stage == Stage::BackAgain) return;  // it is struck out just then
         const Journal::Entry entry{"1-1", 1};
         const bool isHeld = stage == Stage::Clear || stage == Stage::Resume;
@@ -144,9 +148,15 @@ TEST(TwinCommand, WhatAKillLeavesBehindIsSaidAndCanBeLetStart) {
                                 [](auto& device, auto now) { device.setBootState(BootState::HeldInBootLoader, now); });
     EXPECT_EQ(twin.run({"list"}), Status::Done);
     EXPECT_THAT(twin.people.str(), HasSubstr("1-2 (unit 2): The reset was stopped before it was complete."));
-    EXPECT_EQ(twin.run({"resume"}), Status::Done);
+    // One that is not attached any more keeps the other from nothing, nor does one that a run is still at work on.
+    EXPECT_TRUE(journal.held({"1-7", 7}));
+    EXPECT_TRUE(journal.held({"1-8", 8}));
+    EXPECT_EQ(twin.run({"resume"}), Status::NoneFound);
+    EXPECT_THAT(twin.people.str(), AllOf(HasSubstr("1-8: "), HasSubstr("no unit:7."), Not(HasSubstr("no unit:8."))));
     EXPECT_EQ(twin.boot(1), BootState::Running);
-    EXPECT_TRUE(journal.entries().empty());
+    EXPECT_EQ(journal.entries(), (std::vector<Journal::Entry>{{"1-7", 7}, {"1-8", 8}}));
+    journal.released({"1-7", 7});
+    journal.released({"1-8", 8});
     EXPECT_EQ(twin.run({"resume"}), Status::NoneFound);
 }
 
