@@ -192,18 +192,22 @@ class Run {
         return Status::Done;
     }
 
-    /// A unit id is learnt by opening what is attached, each once.
+    /// A unit id is learnt by opening what is attached: each once, and once a second what could not be opened.
     /// @param chosen  also where others are missing: those that were found
     Status find(const std::vector<std::string>& names, Chosen& chosen) {
         std::vector<Dispatcher::Inspection> opened;
         const double end = platform::CFAbsoluteTimeGetCurrent() + mOptions.wait;
+        double nextTry = 0;
         std::vector<std::string> missing;
         std::vector<Device> attached;
         do {
             const bool needsUnit =
                 std::ranges::any_of(names, [](const auto& name) { return unitOf(name).has_value(); });
             const auto isOpened = [&](const Device& device) {
-                return std::ranges::any_of(opened, [&](const auto& one) { return one.device.entry == device.entry; });
+                return std::ranges::any_of(opened, [&](const auto& one) {
+                    const bool counts = one.identity || platform::CFAbsoluteTimeGetCurrent() < nextTry;
+                    return counts && one.device.entry == device.entry;
+                });
             };
             const auto isEnough = [&](const std::vector<Device>& devices) {
                 return std::ranges::all_of(names, [&](const std::string& name) {
@@ -213,24 +217,32 @@ class Run {
             };
             attached = mDispatcher.waitForDevices(end - platform::CFAbsoluteTimeGetCurrent(), isEnough);
             if (needsUnit) open(attached, isOpened, opened);
+            if (platform::CFAbsoluteTimeGetCurrent() >= nextTry)
+                nextTry = platform::CFAbsoluteTimeGetCurrent() + Lookout::kInterval;
             missing = pick(names, attached, opened, chosen);
         } while (!missing.empty() && !mDispatcher.isCancelled() && platform::CFAbsoluteTimeGetCurrent() < end);
         if (missing.empty())
             return isEachOne(names, attached, opened) ? Status::Done
                                                       : severalDevices(attached, "Name one by its port.");
+        std::vector<Status> statuses;
         for (const auto& one : opened) {
+            if (!one.failure) continue;
             Event event{{"event", "note"}, {"port", one.device.port}};
-            if (one.failure) mDispatcher.tell(Dispatcher::describe(event, *one.failure));
+            mDispatcher.tell(Dispatcher::describe(event, *one.failure));
+            if (std::ranges::count(attached, one.device.entry, &Device::entry) > 0)
+                statuses.push_back(one.failure->status);
         }
         for (const std::string& name : missing)
-            fail({Cause::DeviceNotFound, Status::NoneFound, "There is no " + name + "."});
-        return Status::NoneFound;
+            statuses.push_back(fail({Cause::DeviceNotFound, noneStatus(), "There is no " + name + "."}));
+        return overall(statuses);  // one that could not be opened may be the one that is meant
     }
 
     template <typename IsOpened>
     void open(std::vector<Device> devices, const IsOpened& isOpened, std::vector<Dispatcher::Inspection>& opened) {
         if (mOptions.plan.quitsStation && mOptions.command == Options::Command::Reset) mDispatcher.quitStation();
         std::erase_if(devices, isOpened);
+        std::erase_if(
+            opened, [&](const auto& one) { return std::ranges::count(devices, one.device.entry, &Device::entry) > 0; });
         for (auto& inspection : mDispatcher.inspect(devices)) opened.push_back(std::move(inspection));
     }
 
@@ -327,7 +339,12 @@ class Run {
         }
     }
 
-    Status noneFound() { return fail({Cause::DeviceNotFound, Status::NoneFound, {}}); }
+    /// Where the registry can't be read, which has been said by then, nobody knows whether there is one.
+    static Status noneStatus() { return attachedDevices() ? Status::NoneFound : Status::Failed; }
+    Status noneFound() {
+        const Status status = noneStatus();
+        return status == Status::Failed ? status : fail({Cause::DeviceNotFound, status, {}});
+    }
 
     Status fail(const Failure& failure) {
         Event event{{"event", "note"}};

@@ -227,6 +227,24 @@ TEST(TwinCommand, UnitIdThatTwoDevicesReportNamesNeither) {
     EXPECT_FALSE(twin.storeIsEmpty(0) || twin.storeIsEmpty(1));
 }
 
+TEST(TwinCommand, DeviceThatCannotBeOpenedIsTriedAgainAndMayBeTheUnitThatIsMeant) {
+    const struct {
+        unsigned failures;
+        bool otherRun;
+        Status status;
+    } rows[] = {{2, false, Status::Done}, {1000, false, Status::Busy}, {0, true, Status::OtherRun}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(twin::nameOf(row.status));
+        Scenario scenario = devices(1);
+        const auto fails =
+            Fault::onOperation(simulator::BusOperation::USBDeviceOpen, platform::kIOReturnExclusiveAccess, 1);
+        if (row.failures > 0) scenario.devices.front().faults = {Fault{fails}.committed(row.failures)};
+        scenario.otherRun = row.otherRun;
+        TwinWorld twin(scenario);
+        EXPECT_EQ(twin.run({"reset", "unit:1", "--yes", "--wait", "5"}), row.status) << twin.people.str();
+    }
+}
+
 TEST(TwinThreads, ResetsBesideEachOtherAndCancelsAtAnyMoment) {
     const simulator::Duration never{-1};
     for (const auto cancelAfter :
