@@ -88,10 +88,14 @@ twin::Status runSimulated(const twin::Scenario& scenario, const twin::Options& o
     twin::ScenarioScripts scripts(scenario.stationTakes);
     platform.masterPort = &registry;
     platform.scriptRunner = &scripts;
-    const auto folder = std::filesystem::temp_directory_path() / ("trovik-reset-" + std::to_string(::getpid()));
-    std::filesystem::create_directory(folder);
+    std::error_code error;
+    std::string folder = (std::filesystem::temp_directory_path(error) / "trovik-reset-XXXXXX").string();
+    if (error || !::mkdtemp(folder.data())) {  // a name that nobody can have taken before
+        std::cerr << "No temporary folder can be made.\n";
+        return twin::Status::Failed;
+    }
     platform.lockFolder = folder;
-    surroundings.journalFolder = folder / "journal";
+    surroundings.journalFolder = folder + "/journal";
     const platform::PlatformScope scope(platform);
     std::optional<DeviceLock> otherRun;
     if (scenario.otherRun) otherRun = DeviceLock::take("1-1");
@@ -105,8 +109,7 @@ twin::Status runSimulated(const twin::Scenario& scenario, const twin::Options& o
     const twin::Status status = twin::run(options, surroundings);
     drive.requestStop();
     drive.join();
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
+    std::filesystem::remove_all(folder, error);
     return status;
 }
 
