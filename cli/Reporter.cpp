@@ -3,11 +3,14 @@
 #include "app/TrovikMode/DeviceLock.hpp"
 #include "app/TrovikMode/ResetSteps.hpp"
 #include "app/Util/Logging/DDLog.hpp"
+#include "platform/common/OneLine.hpp"
 
 #include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <ostream>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace twin {
 namespace {
@@ -57,6 +60,12 @@ std::string sentence(const Event& event) {
     return remedy.empty() ? line : line + " " + remedy;
 }
 
+/// Of the terminal, which is standard error's; as many as the smallest usual one has where it does not tell.
+std::size_t rowsOfTerminal() {
+    winsize size{};
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? size.ws_row : 24;
+}
+
 /// The window's lines, with the device.
 void log(const Event& event) {
     if (text(event, "event") != "stage") return;
@@ -101,14 +110,17 @@ void Reporter::tell(const Event& event) {
 
 void Reporter::line(std::string_view words) {
     erase();
-    mPeople << words << '\n';
+    // A device's product text, a program's name: nothing of them may act on the terminal.
+    mPeople << platform::oneLine(words, std::string_view::npos) << '\n';
     mPeople.flush();
 }
 
 void Reporter::redraw(double at) {
     if (!mStyle.terminal) return;
     erase();
+    const std::size_t most = rowsOfTerminal() - 1;  // what has scrolled away can't be erased
     for (const auto& [number, work] : mAtWork) {
+        if (mDrawn == most) break;
         const auto stage = stageNamed(work.stage);
         mPeople << work.port << ": " << (stage ? info(*stage).text : std::string_view()) << ", "
                 << seconds(at - work.began) << " of " << seconds(work.limit) << '\n';

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <chrono>
 
 namespace twin_test {
@@ -266,6 +267,19 @@ TEST(TwinThreads, ResetsBesideEachOtherAndCancelsAtAnyMoment) {
         EXPECT_EQ(twin.world.bus().openDevices(), 0U);
         EXPECT_TRUE(Journal(twin.folder / "journal").entries().empty());
     }
+}
+
+TEST(TwinReporter, DrawsWhatFitsTheTerminalAndNothingThatActsOnIt) {
+    std::ostringstream json, people;
+    twin::Reporter reporter(json, people, {false, true, {}});
+    reporter.line("named \x1b[2J\n");
+    EXPECT_EQ(people.str(), "named \\x1B[2J\\x0A\n");
+    for (int number = 1; number <= 500; ++number)
+        reporter.tell({{"event", "stage"}, {"number", number}, {"port", "1-1"}, {"stage", "back"}, {"state", "began"}});
+    people.str({});
+    reporter.redraw(1);
+    const auto drawn = people.str();
+    EXPECT_THAT(std::ranges::count(drawn, '\n'), testing::AllOf(testing::Gt(0), testing::Lt(500)));
 }
 
 TEST(TwinCommand, TraceHoldsADevicesEventsAndNoOthers) {
