@@ -56,7 +56,7 @@ ScenarioWorld::ScenarioWorld(const Scenario& scenario, simulator::Drive& drive)
 }
 
 void ScenarioWorld::setCancel(std::function<void()> cancel) {
-    const std::lock_guard lock(mMutex);
+    const std::lock_guard lock(mCancelMutex);
     mCancel = std::move(cancel);
 }
 
@@ -83,12 +83,10 @@ void ScenarioWorld::run(simulator::Time now) {
     mBus.run(now);
     for (;;) {
         Cue cue;
-        std::function<void()> cancel;
         {
             const std::lock_guard lock(mMutex);
             if (mPending.empty() || mPending.begin()->first > now) return;
             cue = mPending.extract(mPending.begin()).mapped();
-            cancel = mCancel;
         }
         switch (cue.what) {
             case Cue::What::Plug:
@@ -97,9 +95,11 @@ void ScenarioWorld::run(simulator::Time now) {
             case Cue::What::Unplug:
                 mBus.unplug(cue.device);
                 break;
-            case Cue::What::Cancel:
-                if (cancel) cancel();
+            case Cue::What::Cancel: {
+                const std::lock_guard lock(mCancelMutex);  // so that what it calls into is still there
+                if (mCancel) mCancel();
                 break;
+            }
         }
     }
 }

@@ -121,7 +121,7 @@ class ScenarioWorld final : public simulator::TimedWork {
     simulator::InProcessBus& bus() { return mBus; }
     platform::IORegistry& registry() { return mRegistry; }
 
-    /// What a cue's cancel calls.
+    /// What a cue's cancel calls. What was set before is not under way any more when this returns.
     void setCancel(std::function<void()> cancel);
 
     /// To be told when a stage begins; the first of each counts. Any thread.
@@ -138,7 +138,8 @@ class ScenarioWorld final : public simulator::TimedWork {
     std::mutex mMutex;
     std::vector<Cue> mWaiting;                     ///< under mMutex
     std::multimap<simulator::Time, Cue> mPending;  ///< under mMutex
-    std::function<void()> mCancel;                 ///< under mMutex
+    std::mutex mCancelMutex;                       ///< held while it is called; nothing else is locked before it
+    std::function<void()> mCancel;                 ///< under mCancelMutex
 };
 
 }  // namespace twin
