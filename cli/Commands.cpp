@@ -38,7 +38,10 @@ class Run {
                       surroundings.workers, mJournal, mReporter) {
         takeCancels();
     }
-    ~Run() { refuseCancels(); }
+    ~Run() {
+        // The result has been told: a signal from here on must not make the exit status another one.
+        if (mSurroundings.onCancel) mSurroundings.onCancel([] {});
+    }
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
 

@@ -58,7 +58,8 @@ struct Surroundings {
     std::string version;
     DeviceVisit::Diagnosis diagnosis = systemDiagnosis;
     std::function<void(Stage)> stageBegan = {};
-    /// Is handed what ends the run early, and an empty function once it must not be called any more.
+    /// Is handed what ends the run early; an empty function while nothing is under way; and, once the result has been
+    /// told, one that does nothing.
     std::function<void(std::function<void()>)> onCancel = {};
 };
 
