@@ -265,7 +265,8 @@ TEST(TwinThreads, ResetsBesideEachOtherAndCancelsAtAnyMoment) {
             EXPECT_TRUE(twin.storeIsEmpty(port) || cancelAfter != never);
         }
         EXPECT_EQ(twin.world.bus().openDevices(), 0U);
-        EXPECT_TRUE(Journal(twin.folder / "journal").entries().empty());
+        // Of a "resume" that a cancel cut while the device left nobody knows whether it was taken: its note stays.
+        EXPECT_TRUE(cancelAfter != never || Journal(twin.folder / "journal").entries().empty());
     }
 }
 
