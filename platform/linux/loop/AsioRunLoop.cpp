@@ -301,17 +301,14 @@ std::unique_ptr<DescriptorWatch> AsioRunLoop::watchReadable(std::string_view mod
                                                             std::function<void()> handler) {
     assertOwner();
     ModeUse use(shared_from_this(), mode);
-    boost::asio::posix::stream_descriptor unassigned(use.mode->context);
-    auto state = std::make_shared<WatchState>(WatchState{std::move(use), std::move(unassigned), std::move(handler)});
-    // First: whatever fails from here on, it gives the descriptor back instead of closing it.
-    auto watch = std::make_unique<Watch>(state);
-    state->descriptor.assign(descriptor);
+    boost::asio::posix::stream_descriptor watched(use.mode->context, descriptor);
+    auto state = std::make_shared<WatchState>(WatchState{std::move(use), std::move(watched), std::move(handler)});
+    WatchState::arm(state);
     if (mode == kCFRunLoopDefaultMode) {
         mWatched.push_back(descriptor);
         if (mReadiness) mReadiness->add(descriptor);
     }
-    WatchState::arm(state);
-    return watch;
+    return std::make_unique<Watch>(std::move(state));
 }
 
 // ---- the loop ----

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fcntl.h>
 #include <functional>
 #include <future>
 #include <latch>
@@ -18,7 +17,6 @@
 #include <poll.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -249,13 +247,6 @@ TEST_F(RunLoop, StopEndsTheInnermostRunOnly) {
 
     std::jthread other([&] { loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, [&] { loop->CFRunLoopStop(); }); });
     loop->CFRunLoopRun();
-}
-
-TEST_F(RunLoop, DescriptorThatCannotBeWatchedIsStillItsOwners) {
-    static_cast<void>(loop->readinessDescriptor());
-    const FileDescriptor file(::open("/proc/self/exe", O_RDONLY | O_CLOEXEC));  // epoll takes no ordinary file
-    EXPECT_THROW(static_cast<void>(loop->watchReadable(kCFRunLoopDefaultMode, file.get(), [] {})), std::system_error);
-    EXPECT_GE(::fcntl(file.get(), F_GETFD), 0);
 }
 
 TEST_F(RunLoop, AnotherEventLoopIsWokenForWhatTheDefaultModeHasToDoAndForNothingElse) {
