@@ -7,6 +7,7 @@
 #include "platform/NSBundle.hpp"
 #include "platform/NSUserDefaults.hpp"
 #include "platform/WallClock.hpp"
+#include "platform/common/EmptyBundle.hpp"
 #include "platform/common/MachineClock.hpp"
 
 #include <cerrno>
@@ -25,24 +26,6 @@ namespace platform {
 namespace {
 
 Platform gPlatform;
-
-class EmptyBundle final : public NSBundle {
-  public:
-    std::string bundleIdentifier() const override { return {}; }
-    const PropertyList::Dictionary& infoDictionary() const override { return mInfo; }
-    std::vector<std::string> preferredLocalizations() const override { return {}; }
-    std::string localizedStringForKey(const std::string& key, const std::string& value,
-                                      const std::string&) const override {
-        return value.empty() ? key : value;
-    }
-    std::optional<std::string> pathForResource(const std::string&, const std::string&,
-                                               const std::string&) const override {
-        return std::nullopt;
-    }
-
-  private:
-    PropertyList::Dictionary mInfo;
-};
 
 class NoDefaults final : public NSUserDefaults {
   public:

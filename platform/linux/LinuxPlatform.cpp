@@ -1,8 +1,8 @@
 #include "platform/linux/LinuxPlatform.hpp"
 
-#include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
 #include "platform/PropertyList.hpp"
+#include "platform/common/EmptyBundle.hpp"
 #include "platform/common/RunLoopMainQueue.hpp"
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
@@ -19,30 +19,19 @@ namespace platform {
 namespace {
 
 /// What the library asks a program's bundle for, without files.
-class ProgramBundle final : public NSBundle {
+class ProgramBundle final : public EmptyBundle {
   public:
-    explicit ProgramBundle(const LinuxPlatformOptions& options)
-        : mIdentifier(options.identifier),
-          mInfo{{"CFBundleName", PropertyList{options.name}},
-                {"CFBundleExecutable", PropertyList{options.name}},
-                {"CFBundleShortVersionString", PropertyList{options.version}},
-                {"CFBundleVersion", PropertyList{options.version}}} {}
+    explicit ProgramBundle(const LinuxPlatformOptions& options) : mIdentifier(options.identifier) {
+        mInfo = {{"CFBundleName", PropertyList{options.name}},
+                 {"CFBundleExecutable", PropertyList{options.name}},
+                 {"CFBundleShortVersionString", PropertyList{options.version}},
+                 {"CFBundleVersion", PropertyList{options.version}}};
+    }
 
     std::string bundleIdentifier() const override { return mIdentifier; }
-    const PropertyList::Dictionary& infoDictionary() const override { return mInfo; }
-    std::vector<std::string> preferredLocalizations() const override { return {}; }
-    std::string localizedStringForKey(const std::string& key, const std::string& value,
-                                      const std::string&) const override {
-        return value.empty() ? key : value;
-    }
-    std::optional<std::string> pathForResource(const std::string&, const std::string&,
-                                               const std::string&) const override {
-        return std::nullopt;
-    }
 
   private:
     const std::string mIdentifier;
-    const PropertyList::Dictionary mInfo;
 };
 
 void dropLine(const std::string&) {}
