@@ -55,6 +55,10 @@ bool SingleInstance::handedOver() {
     return answer.type() == QDBusMessage::ReplyMessage;
 }
 
+void SingleInstance::setWindow(QWidget* window) {
+    mWindow = window;
+}
+
 bool SingleInstance::handleMessage(const QDBusMessage& message, const QDBusConnection& connection) {
     // The three operations end in the same map. There are no files to open, and no actions.
     static const QStringList operations = {kActivate, QStringLiteral("Open"), QStringLiteral("ActivateAction")};

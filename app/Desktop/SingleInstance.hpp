@@ -26,7 +26,7 @@ class SingleInstance final : public QDBusVirtualObject {
     [[nodiscard]] bool handedOver();
 
     /// What is raised from now on.
-    void setWindow(QWidget* window) { mWindow = window; }
+    void setWindow(QWidget* window);
 
   protected:
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override;
