@@ -706,7 +706,7 @@ def waits_for_attach(log, gadget, quiet):
 
 
 @scenario
-def two_hundred_resets():
+def resets_with_random_faults():
     print(f"seed {SEED}")
     chance = random.Random(SEED)
     # All but those of the operating system's own operations, which a device can't commit.
