@@ -8,6 +8,8 @@ function(trovik_warnings target)
     # The paths of sources in messages and debug information are those of the tree, wherever it was built.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Without optimisation too: no function for each std::move and std::forward, which a debugger would step into.
+    target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-ffold-simple-inlines>)
     # GCC 12 reports false positives from deep inside the standard library at -O2 and above.
     target_compile_options(${target} PRIVATE -Wno-restrict)
     if(TROVIK_SANITIZE MATCHES "thread")
