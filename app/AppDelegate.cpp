@@ -114,7 +114,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     const auto fileLogger = makeDailyLog();
     DDLog::addLogger(DDTTYLogger::sharedInstance());
     DDLog::addLogger(fileLogger);
-    if (!fileLogger) DDLogWarn("TRV-501 No home folder: there are no log files and no traces.");
+    if (!fileLogger) SupportLog::cause(Cause::NoHomeFolder);
 
     const std::string version = platform::mainBundle().infoText("CFBundleShortVersionString");
     DDLogInfo("Trovik Reset Tool %s has started.", version.c_str());

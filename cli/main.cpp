@@ -1,5 +1,6 @@
 // trovik-reset: resets devices without a window. Picks what the platform interface is made of, and runs one command.
 #include "app/LegacyIOConfig.hpp"
+#include "app/Support/ErrorCatalogue.hpp"
 #include "app/TrovikMode/DeviceLock.hpp"
 #include "app/Util/Logging/DDFileLogger.hpp"
 #include "app/Util/Logging/DDLog.hpp"
@@ -135,7 +136,9 @@ int main(int argc, char** argv) {
     }
 
     platform::Platform platform = platform::withLinuxFiles();
-    platform.log = [](const std::string& line) { DDLogInfo("%s", line.substr(0, line.find('\n')).c_str()); };
+    platform.log = [](const std::string& line) {
+        DDLogInfo("%s", ErrorCatalogue::completed(line.substr(0, line.find('\n'))).c_str());
+    };
     const platform::PlatformScope filesScope(platform);
     platform::Bundle bundle;
     platform::UserDefaults userDefaults(bundle.bundleIdentifier());

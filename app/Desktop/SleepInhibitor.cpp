@@ -1,6 +1,7 @@
 #include "app/Desktop/SleepInhibitor.hpp"
 
 #include "app/Desktop/DesktopBus.hpp"
+#include "app/Support/ErrorCatalogue.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/common/OneLine.hpp"
 
@@ -52,7 +53,7 @@ void SleepInhibitor::answered(QDBusPendingCallWatcher& call, const QString& aske
     } else if (reply.isError()) {
         if (std::exchange(mHasToldWhyNot, true)) return;
         const std::string reason = platform::oneLine(reply.error().message().toStdString());
-        DDLogInfo("The computer may suspend during the reset: %s", reason.c_str());
+        DDLogInfo("%s", ErrorCatalogue::logLine(Cause::MaySleep, reason).c_str());
     } else if (mIsWanted) {
         // The message closes its own.
         mLock = platform::FileDescriptor(::fcntl(reply.value().fileDescriptor(), F_DUPFD_CLOEXEC, 0));

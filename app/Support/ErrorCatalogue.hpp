@@ -40,6 +40,9 @@ enum class Cause {
     DamagedInstallation,
     NoDisplay,
     NoThread,
+    DevicesNotAwaited,
+    NotLocked,
+    MaySleep,
     InternalError,
 };
 

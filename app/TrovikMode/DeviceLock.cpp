@@ -1,5 +1,6 @@
 #include "app/TrovikMode/DeviceLock.hpp"
 
+#include "app/Support/ErrorCatalogue.hpp"
 #include "app/Util/Logging/DDLog.hpp"
 #include "platform/Platform.hpp"
 
@@ -51,8 +52,8 @@ std::optional<DeviceLock> DeviceLock::take(std::string_view key) {
 }
 
 DeviceLock DeviceLock::withoutLock(const std::string& path, int error) {
-    DDLogWarn("The device is not locked against other runs: %s: %s", path.c_str(),
-              std::generic_category().message(error).c_str());
+    const std::string seen = path + ": " + std::generic_category().message(error);
+    DDLogWarn("%s", ErrorCatalogue::logLine(Cause::NotLocked, seen).c_str());
     return DeviceLock(platform::FileDescriptor());
 }
 

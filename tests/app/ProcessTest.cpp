@@ -122,7 +122,7 @@ TEST_F(Process, LeavesNothingWhereItsUserHasNoFolderAndIgnoresRelativeOnes) {
     for (const char* const none : {"HOME=", "HOME=run XDG_DATA_HOME=run XDG_CACHE_HOME=run XDG_CONFIG_HOME=run"}) {
         EXPECT_EQ(run("quit", none), 0) << none;
         EXPECT_THAT(onlyFileIn(home / "run"), HasSubstr("has started.\n")) << "on the console, in the only file";
-        const std::string line = "No home folder: there are no log files and no traces.\n";
+        const std::string line = "TRV-501 There is no home folder, so no log files are kept. ";
         const std::size_t first = errors().find(line);
         EXPECT_NE(first, std::string::npos) << none;
         EXPECT_EQ(errors().find(line, first + 1), std::string::npos) << none;

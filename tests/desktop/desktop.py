@@ -321,7 +321,7 @@ def no_lock_to_be_had(desk, reader):
         reader.take()
         confirm(desk, reader)
         demo.wait_log("Boot resumed")
-        lines = [line for line in demo.log().splitlines() if "may suspend" in line]
+        lines = [line for line in demo.log().splitlines() if "TRV-509 " in line]
         expect(len(lines) == 1, f"lines about the lock: {lines}")
         demo.close()
 

@@ -265,7 +265,8 @@ struct AsioRunLoop::WatchState {
                                          if (!self || !self->live || error == boost::asio::error::operation_aborted)
                                              return;
                                          if (error) {
-                                             NSLog("A descriptor can't be watched: %s\n", error.message().c_str());
+                                             NSLog("TRV-507 A descriptor can't be watched: %s\n",
+                                                   error.message().c_str());
                                              return;
                                          }
                                          self->use.mode->readable.push_back(self);

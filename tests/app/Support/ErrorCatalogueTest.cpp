@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <regex>
 #include <set>
 
 namespace {
@@ -14,6 +15,13 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path kSources = TROVIK_SOURCES;
+
+// How a line about a failure begins in the sources, and how it may: with an id, with what a caller has put one to, in
+// words that people's scripts know, or about something that has been put right.
+const std::regex kFailure(R"rx((?:NSLog|DDLogWarn|DDLogError)\(\s*"([^"]*)")rx");
+const std::regex kNamedOrGiven(
+    "^(TRV-|%s|DDFileLogger\\.|DDLogFileInfo: |Error creating Usb|Exception: |Stack:|Unknown "
+    "exception|Attach events were lost; all)");
 
 /// Every "TRV-nnn" in a text.
 std::set<std::string> idsIn(const std::string& text) {
@@ -44,11 +52,14 @@ TEST(ErrorCatalogue, IsWhatThePageAndTheEnglishTextsSayAndHasEveryIdOfTheSources
     EXPECT_EQ(idsIn(page), ids);
 
     std::size_t files = 0;
-    for (const char* const folder : {"app", "platform", "libs"}) {
+    for (const char* const folder : {"app", "cli", "platform", "libs"}) {
         for (const auto& file : fs::recursive_directory_iterator(kSources / folder)) {
             if (file.path().extension() != ".cpp" || !++files) continue;
-            for (const std::string& id : idsIn(support::ReadFile(file.path())))
-                EXPECT_TRUE(ids.contains(id)) << file << id;
+            const std::string text = support::ReadFile(file.path());
+            for (const std::string& id : idsIn(text)) EXPECT_TRUE(ids.contains(id)) << file << id;
+            if (folder == std::string("libs")) continue;  // what it says is named by the cause that follows
+            for (std::sregex_iterator line(text.begin(), text.end(), kFailure), end; line != end; ++line)
+                EXPECT_TRUE(std::regex_search((*line)[1].str(), kNamedOrGiven)) << file << (*line)[0];
         }
     }
     EXPECT_GT(files, 100U) << "the sources were found";

@@ -114,7 +114,7 @@ void DDLogCore::lt_addLogger(std::shared_ptr<DDAbstractLogger> logger, std::uint
     try {
         node.loggerQueue->dispatch_async(welcome);
     } catch (const std::system_error& error) {
-        platform::NSLog("The logger %s gets no thread and works on those of its callers: %s\n",
+        platform::NSLog("TRV-506 The logger %s gets no thread and works on those of its callers: %s\n",
                         logger->loggerName().c_str(), error.what());
         node.loggerQueue->dispatch_sync(welcome);
     }
