@@ -1,6 +1,7 @@
 #include "app/Desktop/SingleInstance.hpp"
 
 #include "app/Desktop/DesktopBus.hpp"
+#include "app/Desktop/X11Activation.hpp"
 
 #include <QApplication>
 #include <QDBusArgument>
@@ -66,7 +67,9 @@ bool SingleInstance::handleMessage(const QDBusMessage& message, const QDBusConne
         return false;
     const QVariantList arguments = message.arguments();
     const auto data = arguments.isEmpty() ? QVariantMap() : qdbus_cast<QVariantMap>(arguments.last());
-    raise(data.value(kToken, data.value(kStartupId)).toString());
+    // Launchers give both where they know both, in either world the same.
+    const QVariant token = data.value(kToken), startupId = data.value(kStartupId);
+    raise((token.isValid() ? token : startupId).toString(), (startupId.isValid() ? startupId : token).toString());
     connection.send(message.createReply());
     return true;
 }
@@ -82,7 +85,7 @@ QString SingleInstance::introspect(const QString& path) const {
         "</interface>");
 }
 
-void SingleInstance::raise(const QString& token) {
+void SingleInstance::raise(const QString& token, const QString& startupId) {
     if (!mWindow) return;
     // The only way by which this toolkit takes a token for a window that is there. It looks for it in activateWindow,
     // under Wayland alone, and takes it away again.
@@ -94,6 +97,7 @@ void SingleInstance::raise(const QString& token) {
         window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
         window->raise();
     }
-    (alert ? alert : mWindow.data())->activateWindow();
+    QWidget* const front = alert ? alert : mWindow.data();
+    if (!X11Activation::activate(*front, startupId.toStdString())) front->activateWindow();
     QApplication::alert(mWindow);  // for a desktop that lets nobody take the focus
 }

@@ -33,7 +33,7 @@ class SingleInstance final : public QDBusVirtualObject {
     QString introspect(const QString& path) const override;
 
   private:
-    void raise(const QString& token);
+    void raise(const QString& token, const QString& startupId);
 
     const QString mToken;      ///< of Wayland
     const QString mStartupId;  ///< of X11

@@ -32,17 +32,24 @@ class _Screen(display.Display):
     def __init__(self, name):
         super().__init__(name)
         self._x.XInternAtom.restype = ctypes.c_ulong
-        self._x.XSelectInput(self._display, ctypes.c_ulong(self.root), ctypes.c_long(1 << 17 | 1 << 19))  # structure and substructure
-        self._requests = []
+        self._x.XSelectInput(self._display, ctypes.c_ulong(self.root), ctypes.c_long(1 << 17 | 1 << 19 | 1 << 22))  # structure and substructure, properties
+        self._requests, self._pieces = [], b""
 
     def requests(self):
         """Each request so far: kind, window, first two words."""
         event = _ClientMessage()
         while self._x.XPending(self._display):
             self._x.XNextEvent(self._display, ctypes.byref(event))
-            if event.type == 33:
+            if event.type == 33 and event.format == 8:
+                self._pieces += bytes(event.data)[:20]
+            elif event.type == 33:
                 self._requests.append((event.message, event.window, event.data[0], event.data[1]))
         return self._requests
+
+    def texts(self):
+        """What launchers have been told."""
+        self.requests()
+        return [text.decode() for text in self._pieces.split(b"\0") if text]
 
     def focused(self):
         holder, revert = ctypes.c_ulong(), ctypes.c_int()
@@ -95,6 +102,11 @@ class X11:
 
     def picture(self, path):
         display.save(self.screen.picture(self.screen.root), path)
+
+    def asked_for_the_keyboard(self):
+        """The windows that were to get it, and the times of the wish."""
+        kind = self.screen.atom("_NET_ACTIVE_WINDOW")
+        return [(request[1], request[3]) for request in self.screen.requests() if request[0] == kind and request[2] == 1]
 
     def asked_for_attention(self):
         kind, state = self.screen.atom("_NET_WM_STATE"), self.screen.atom("_NET_WM_STATE_DEMANDS_ATTENTION")

@@ -345,11 +345,17 @@ def second_start(desk, reader):
     wait_for("the other's window", lambda: len(desk.system.windows()) == 2)
     kind = "ResetTool" if desk.system.name == "x11" else NAME
     wait_for("the other in front", lambda: not desk.system.is_in_front(kind))
-    settings = {"XDG_ACTIVATION_TOKEN": desk.system.token()} if desk.system.name == "wayland" else {}
+    launch = 'launcher\\"1_TIME4711'  # whoever names a start so has the name quoted
+    settings = {"DESKTOP_STARTUP_ID": launch} if desk.system.name == "x11" else {"XDG_ACTIVATION_TOKEN": desk.system.token()}
     second = desk.program(TOOL, **settings)
     expect(second.process.wait(PATIENCE) == 0, f"the second start: {second.errors()}")
     wait_for("the first in front", lambda: desk.system.is_in_front(kind))
     expect(len(desk.system.windows()) == 2 and first.log().count("has started.") == 1, "the second start was more than that")
+    if desk.system.name == "x11":
+        wish = wait_for("its wish for the keyboard", desk.system.asked_for_the_keyboard)
+        expect(wish == [(desk.system.windows()[-1][1], 4711)], f"not as of the start: {wish}")
+        told = desk.system.screen.texts()
+        expect(told == ['remove: ID="launcher\\\\\\"1_TIME4711"'], f"the launcher has been told {told}")
 
     # With a first one that hangs, and without a bus, both run.
     other.close()
