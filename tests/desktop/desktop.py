@@ -21,6 +21,7 @@ gi.require_version("Atspi", "2.0")
 from gi.repository import Atspi, Gio, GLib  # noqa: E402
 
 from backends import Wayland, X11  # noqa: E402
+from session import SessionManager  # noqa: E402
 
 BUILD = pathlib.Path(sys.argv[1]).resolve()
 OUT = pathlib.Path(sys.argv[2]).resolve()
@@ -424,8 +425,30 @@ def attention_at_the_end(desk, reader):
     wait_for("the request", desk.system.asked_for_attention)
 
 
-SCENARIOS = [whole_reset_by_keys, no_lock_to_be_had, window_and_entry, second_start, log_files, attention_at_the_end]
-X11_ONLY = [attention_at_the_end]  # this toolkit asks no Wayland compositor for it
+def end_of_session(desk, _reader):
+    """Somebody logs out, thinks better of it, and logs out again."""
+    manager = SessionManager()
+    desk.services.append(manager)
+    tool = desk.program(TOOL, SESSION_MANAGER=manager.address)
+    wait_for("its registration", manager.serve)
+    tool.wait_log("has started.")
+    for times in (1, 2):
+        manager.end()
+        wait_for("its consent", lambda: manager.serve() and manager.has_saved == times)
+        expect(tool.log().count("The session is about to end") == times, f"not logged before its consent: {tool.log()}")
+        expect(tool.process.poll() is None and desk.system.windows(), "it has not waited for the end")
+        if times == 1:
+            manager.cancel()
+    manager.die()
+    wait_for("the end", lambda: manager.serve() and tool.process.poll() is not None)
+    expect(tool.process.returncode == 0, f"it ended with {tool.process.returncode}: {tool.errors()}")
+    expect(tool.log().count("The tool ends: ") == 1, f"the end is not in the log: {tool.log()}")
+
+
+SCENARIOS = [whole_reset_by_keys, no_lock_to_be_had, window_and_entry, second_start, log_files, attention_at_the_end,
+             end_of_session]
+# This toolkit asks no Wayland compositor for attention, and knows session managers under X11 alone.
+X11_ONLY = [attention_at_the_end, end_of_session]
 
 
 def main():
