@@ -40,9 +40,11 @@ namespace {
 // Device-independent pixels, multiples of one grid.
 constexpr int kGrid = 4;
 constexpr int kMargin = 6 * kGrid;
+constexpr int kSmallMargin = 4 * kGrid;
 constexpr int kSpacing = 4 * kGrid;
 constexpr int kParagraphSpacing = 3 * kGrid;
 constexpr int kFooterMargin = 3 * kGrid;
+constexpr int kSmallFooterMargin = 2 * kGrid;
 constexpr int kPicture = 24 * kGrid;
 constexpr int kSmallPicture = 16 * kGrid;
 constexpr int kBarHeight = 2 * kGrid;
@@ -349,7 +351,6 @@ MainWindowScreen::MainWindowScreen(const char* picture)
     mColumn->addStretch(1);
     auto* const page = new QWidget;
     page->setLayout(mPage);
-    mPage->setContentsMargins(kMargin, kMargin, kMargin, kMargin);
     mPage->addWidget(mPicture, 0, Qt::AlignTop | Qt::AlignLeading);
     mPage->addLayout(mColumn, 1);
 
@@ -359,9 +360,6 @@ MainWindowScreen::MainWindowScreen(const char* picture)
     mScroller->setFocusPolicy(Qt::NoFocus);
     mScroller->setWidget(page);
 
-    // The footer is as high on a screen without buttons.
-    mFooter->setMinimumHeight(kSmallestButton.height() + 2 * kFooterMargin);
-    mFoot->setContentsMargins(kMargin, kFooterMargin, kMargin, kFooterMargin);
     mFoot->setSpacing(kFooterMargin);
     mFoot->addWidget(mStatus, 1, Qt::AlignVCenter);
     mFoot->addLayout(mButtons);
@@ -390,19 +388,29 @@ void MainWindowScreen::arrange(const QSize& size) {
     mPage->setDirection(wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
     mPage->setSpacing(wide ? kMargin : kSpacing);
     mPicture->setFixedSize(wide ? QSize(kPicture, kPicture) : QSize(kSmallPicture, kSmallPicture));
-    mPicture->setVisible(wide || size.height() >= kLow * em);  // where room is short, it is the text's
+    // Where room is short, it is the text's.
+    const bool low = !wide && size.height() < kLow * em;
+    mPicture->setVisible(!low);
+    const int margin = low ? kSmallMargin : kMargin;
+    const int footerMargin = low ? kSmallFooterMargin : kFooterMargin;
+    mPage->setContentsMargins(margin, margin, margin, margin);
+    mFoot->setContentsMargins(margin, footerMargin, margin, footerMargin);
+    mFooter->setMinimumHeight(kSmallestButton.height() + 2 * footerMargin);  // also on a screen without buttons
 
     // The status stands before the buttons, else above them, and these then one above the other where they must.
-    const int room = std::min(size.width(), widest) - 2 * kMargin;
-    int buttons = 0;
-    for (int i = 0; i < mButtons->count(); ++i) {
-        if (mButtons->itemAt(i)->widget()) buttons += mButtons->itemAt(i)->sizeHint().width() + mButtons->spacing();
-    }
-    const auto direction = [room](int width) {
-        return width <= room ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom;
+    const int room = std::min(size.width(), widest) - 2 * margin;
+    const auto widthOf = [](const QBoxLayout& row) {
+        int width = 0;
+        for (int i = 0; i < row.count(); ++i) {
+            if (row.itemAt(i)->widget()) width += row.itemAt(i)->sizeHint().width() + row.spacing();
+        }
+        return width;
     };
-    mButtons->setDirection(direction(buttons - mButtons->spacing()));
-    mFoot->setDirection(direction(buttons + mStatus->sizeHint().width()));
+    const auto direction = [room](int width) {
+        return width - kFooterMargin <= room ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom;
+    };
+    mButtons->setDirection(direction(widthOf(*mButtons)));
+    mFoot->setDirection(direction(widthOf(*mFoot) + widthOf(*mButtons)));
 }
 
 void MainWindowScreen::setPicture(const char* picture) {
@@ -415,7 +423,7 @@ void MainWindowScreen::setStatus(const QString& text) {
 }
 
 void MainWindowScreen::addElapsedTime(const QString& format) {
-    mButtons->addWidget(new ElapsedTime(format, mFooter), 0, Qt::AlignVCenter);
+    mFoot->insertWidget(1, new ElapsedTime(format, mFooter), 0, Qt::AlignVCenter);  // behind the status
 }
 
 void MainWindowScreen::addBelow(QWidget* widget) {
