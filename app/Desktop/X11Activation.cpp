@@ -85,6 +85,7 @@ bool X11Activation::activate(const QWidget& window, const std::string& startupId
     xcb_connection_t* const x = x11->connection();
     const auto id = static_cast<xcb_window_t>(window.winId());
     const xcb_window_t root = rootOf(x, id);
+    if (root == XCB_WINDOW_NONE) return false;  // a broken connection; that number means where the pointer is
     tellComplete(x, root, id, startupId);
     const std::uint32_t time = timeOf(startupId);
     if (time != 0) {
