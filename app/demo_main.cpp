@@ -38,6 +38,7 @@
 #include <cstdlib>
 #include <getopt.h>
 #include <memory>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -118,7 +119,7 @@ Options readOptions(int argc, char** argv) {
 /// The demo leaves real programs alone.
 class NoScripts final : public platform::ScriptRunner {
   public:
-    bool executeAndReturnError(const std::string&) override { return true; }
+    bool executeAndReturnError(const std::string&, const std::stop_token&) override { return true; }
     int system(const std::string&) override { return 0; }
 };
 

@@ -12,7 +12,6 @@
 #include <istream>
 #include <nlohmann/json.hpp>
 #include <ostream>
-#include <stop_token>
 #include <system_error>
 #include <utility>
 
@@ -62,10 +61,7 @@ class Run {
   private:
     void takeCancels() {
         if (!mSurroundings.onCancel) return;
-        mSurroundings.onCancel([this] {
-            mStop.request_stop();
-            mDispatcher.cancel();
-        });
+        mSurroundings.onCancel([this] { mDispatcher.cancel(); });
     }
     void refuseCancels() {
         if (mSurroundings.onCancel) mSurroundings.onCancel({});
@@ -94,7 +90,7 @@ class Run {
         const auto sources = ReportSources::ofThisSystem(TrovikLogs::logsDirectory(),
                                                          glo::string(win::DebugFileDirectory(), glo::gcUtf8Encoding),
                                                          "trovik-reset " + mSurroundings.version + "\n");
-        const Report report = Report::collect(sources, mStop.get_token());
+        const Report report = Report::collect(sources, mDispatcher.stopToken());
         if (mDispatcher.isCancelled()) return Status::Cancelled;
         for (const Report::Entry& entry : report.entries()) {
             say(entry.name + ", " + std::to_string(entry.size) + " bytes: " + std::string(entry.sentence));
@@ -366,7 +362,6 @@ class Run {
     const Journal mJournal;
     Reporter mReporter;
     Dispatcher mDispatcher;
-    std::stop_source mStop;             // of the report
     std::map<std::string, int> mTally;  ///< of --each: devices by outcome
     std::string mLeft;                  ///< where a cancel left each of its devices, a blank before it
 };

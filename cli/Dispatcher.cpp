@@ -43,7 +43,7 @@ Dispatcher::~Dispatcher() {
 Dispatcher::Job& Dispatcher::add(const Device& device, std::optional<std::uint32_t> unit) {
     const int number = static_cast<int>(mJobs.size()) + 1;
     Job& job = *mJobs.emplace_back(std::make_unique<Job>(number, device, unit, mSettings.plan, *this));
-    if (mCancelled) job.sequence.cancel(now());  // a cancel only reached those that were there
+    if (isCancelled()) job.sequence.cancel(now());  // a cancel only reached those that were there
     return job;
 }
 
@@ -66,21 +66,16 @@ void Dispatcher::resetEach(std::size_t count) {
 }
 
 void Dispatcher::cancel() {
+    if (!mStop.request_stop()) return;
     std::set<std::shared_ptr<UsbGate>> gates;
     {
         const std::lock_guard lock(mMutex);
-        if (std::exchange(mCancelled, true)) return;
         gates = mGates;
         for (auto& [id, entry] : mEntries) entry.nextTry = 0;
         for (const auto& job : mJobs) job->sequence.cancel(now());
     }
     for (const auto& gate : gates) gate->close(UsbGate::State::Cancelled);
     wake();
-}
-
-bool Dispatcher::isCancelled() const {
-    const std::lock_guard lock(mMutex);
-    return mCancelled;
 }
 
 void Dispatcher::wake() {
@@ -126,7 +121,7 @@ std::vector<Dispatcher::Result> Dispatcher::run() {
             const auto isTold = [](const auto& job) { return job->told; };
             const auto over = static_cast<std::size_t>(std::ranges::count_if(mJobs, isTold));
             if (over < mJobs.size() || mWorking > 0) return false;
-            return !mEach || mCancelled || (mEachCount > 0 && over >= mEachCount);
+            return !mEach || isCancelled() || (mEachCount > 0 && over >= mEachCount);
         },
         true);
     mWorkers.join();
@@ -143,7 +138,7 @@ std::vector<Dispatcher::Result> Dispatcher::run() {
 void Dispatcher::startQuitting() {
     if (std::exchange(mQuits, true)) return;
     const bool isStarted = start([this] {
-        ResetSteps::quitStation();
+        ResetSteps::quitStation(mStop.get_token());
         const std::lock_guard lock(mMutex);
         mHasQuitStation = true;
     });
@@ -154,7 +149,7 @@ void Dispatcher::startQuitting() {
 void Dispatcher::quitStation() {
     startQuitting();
     const Now end = now() + mSettings.plan.limit(Stage::Quit);
-    loopUntil([this, end] { return mHasQuitStation || mCancelled || now() >= end; }, false);
+    loopUntil([this, end] { return mHasQuitStation || isCancelled() || now() >= end; }, false);
 }
 
 std::vector<Dispatcher::Inspection> Dispatcher::inspect(const std::vector<Device>& devices) {
@@ -165,7 +160,7 @@ std::vector<Dispatcher::Inspection> Dispatcher::inspect(const std::vector<Device
         std::shared_ptr<DeviceLock> portLock;
         {
             const std::lock_guard lock(mMutex);
-            portLock = mCancelled ? nullptr : lockFor(inspection.device.port);
+            portLock = isCancelled() ? nullptr : lockFor(inspection.device.port);
             if (portLock) mGates.insert(gate);
         }
         if (!portLock) {
@@ -201,14 +196,14 @@ std::vector<Device> Dispatcher::waitForDevices(double seconds,
             devices.clear();
             for (const auto& [id, entry] : mEntries) devices.push_back(entry.device);
             std::ranges::sort(devices, {}, &Device::port);
-            return mCancelled || now() >= end || isEnough(devices);
+            return isCancelled() || now() >= end || isEnough(devices);
         },
         true);
     return devices;
 }
 
 void Dispatcher::watch() {
-    loopUntil([this] { return mCancelled; }, true);
+    loopUntil([this] { return isCancelled(); }, true);
 }
 
 bool Dispatcher::start(std::function<void()> work) {

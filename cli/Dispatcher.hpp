@@ -20,6 +20,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -91,7 +92,9 @@ class Dispatcher final : public ResetSequence::Observer {
 
     /// Ends what is under way: waits are cut, and held devices are let start. Never blocks. Any thread.
     void cancel();
-    [[nodiscard]] bool isCancelled() const;
+    [[nodiscard]] bool isCancelled() const { return mStop.stop_requested(); }
+    /// For work beside the devices, which a cancel is to end too.
+    [[nodiscard]] std::stop_token stopToken() const { return mStop.get_token(); }
 
     /// Reports an event, with the time in it. Main thread.
     void tell(Event event);
@@ -182,6 +185,7 @@ class Dispatcher final : public ResetSequence::Observer {
     Lookout mLookout;          ///< main thread
     bool mQuitWanted = false;  ///< main thread
     bool mQuits = false;       ///< main thread; the companion has been asked to quit
+    std::stop_source mStop;    ///< of a cancel
 
     mutable std::mutex mMutex;
     // All of the following is under mMutex.
@@ -193,7 +197,6 @@ class Dispatcher final : public ResetSequence::Observer {
     std::vector<Stage> mBegunStages;                          ///< not yet told
     std::set<std::uint32_t> mDoneUnits;
     std::size_t mWorking = 0;  ///< workers under way
-    bool mCancelled = false;
     bool mHasQuitStation = false;
     bool mHasLooked = false;
     bool mRefused = false;  ///< the registry could not be asked, at the last look

@@ -32,7 +32,7 @@ void Dispatcher::begin(Job& job, Now moment) {
 }
 
 bool Dispatcher::takesMore() const {
-    return mEach && !mCancelled && (!mSettings.plan.quitsStation || mHasQuitStation) &&
+    return mEach && !isCancelled() && (!mSettings.plan.quitsStation || mHasQuitStation) &&
            (mEachCount == 0 || mJobs.size() < mEachCount);
 }
 
@@ -65,7 +65,7 @@ void Dispatcher::startVisits(Now moment) {
             const auto entry = mEntries.find(planned.device.entry.ioId());
             if (entry == mEntries.end()) return;
             entry->second.visited = false;
-            if (!entry->second.failure || mCancelled) entry->second.nextTry = 0;
+            if (!entry->second.failure || isCancelled()) entry->second.nextTry = 0;
         };
         const bool isStarted = start([this, end, planned] {
             platform::runGuarded([&] { visit(planned); }, kSourceFile, __LINE__);

@@ -1,6 +1,6 @@
 #include "cli/Scenario.hpp"
 
-#include "platform/Clock.hpp"
+#include "platform/CFRunLoop.hpp"
 #include "platform/IOReturn.hpp"
 #include "platform/Platform.hpp"
 #include "platform/common/IOServiceList.hpp"
@@ -12,9 +12,12 @@
 
 namespace twin {
 
-bool ScenarioScripts::executeAndReturnError(const std::string&) {
-    const double seconds = std::chrono::duration<double>(mTakes).count();
-    return platform::systemClock().MPDelayUntil(platform::CFAbsoluteTimeGetCurrent() + seconds);
+bool ScenarioScripts::executeAndReturnError(const std::string&, const std::stop_token& stop) {
+    constexpr std::string_view kMode = "companion quits";
+    const auto loop = platform::CFRunLoopGetCurrent();
+    const std::stop_callback wakes(stop, [&] { loop->CFRunLoopPerformBlock(kMode, [] {}); });
+    loop->CFRunLoopRunInMode(kMode, std::chrono::duration<double>(mTakes).count(), true);
+    return !stop.stop_requested();
 }
 
 platform::IOReturn ScenarioRegistry::IOServiceAddMatchingNotification(

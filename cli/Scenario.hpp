@@ -15,6 +15,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -79,7 +80,7 @@ struct Scenario {
 class ScenarioScripts final : public platform::ScriptRunner {
   public:
     explicit ScenarioScripts(simulator::Duration takes) : mTakes(takes) {}
-    bool executeAndReturnError(const std::string& source) override;
+    bool executeAndReturnError(const std::string& source, const std::stop_token& stop) override;
     int system(const std::string&) override { return 0; }
 
   private:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <stop_token>
 #include <string>
 
 namespace platform {
@@ -11,8 +12,11 @@ class ScriptRunner {
 
     /// Compiles and runs a script of the form `tell application "NAME" to quit`: every process of that exact name that
     /// belongs to this user is asked to end, and gets up to 3 seconds for it.
+    /// @param stop  once it is requested the call returns at once, also one that waits; who has been asked to end is
+    /// not
+    ///              asked to stay
     /// @return false when the script failed: it could not be understood, or such a process is still there
-    virtual bool executeAndReturnError(const std::string& source) = 0;
+    virtual bool executeAndReturnError(const std::string& source, const std::stop_token& stop) = 0;
 
     /// Runs a shell command.
     /// @return its exit status, -1 when no shell could be started

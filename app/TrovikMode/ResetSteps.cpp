@@ -17,12 +17,14 @@ const ResetStep& ResetSteps::kHold = kClearSequence[0];
 const ResetStep& ResetSteps::kClear = kClearSequence[1];
 const ResetStep& ResetSteps::kResume = kClearSequence[2];
 
-void ResetSteps::quitStation() {
+void ResetSteps::quitStation(const std::stop_token& stop) {
     platform::ScriptRunner& runner = platform::scriptRunner();
     for (const char* const script :
          {"tell application \"Trovik Station\" to quit", "tell application \"Trovik Station Service\" to quit"}) {
+        const bool hasQuit = !stop.stop_requested() && runner.executeAndReturnError(script, stop);
+        if (stop.stop_requested()) return;
         // The application is named after either failure: killing it takes its service along.
-        if (!runner.executeAndReturnError(script)) runner.system("/usr/bin/killall \"Trovik Station\"");
+        if (!hasQuit) runner.system("/usr/bin/killall \"Trovik Station\"");
     }
 }
 

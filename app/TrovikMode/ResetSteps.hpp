@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <stop_token>
 #include <vector>
 
 namespace ioa {
@@ -29,7 +30,8 @@ struct ResetStep {
 struct ResetSteps {
     /// Comes before the first reboot: asks the companion programs, which hold the device, to quit, and kills them where
     /// that fails. Best effort, silent; the reset goes on regardless. Blocks for some seconds at most. Any thread.
-    static void quitStation();
+    /// @param stop  once it is requested this returns at once, and nobody else is asked or killed
+    static void quitStation(const std::stop_token& stop = {});
 
     static const ResetStep kReboot;
     static const std::array<ResetStep, 3> kClearSequence;  ///< hold, clear, resume, in this order

@@ -37,7 +37,8 @@ void sendErrorReport(const std::wstring& a, const std::wstring& b, const std::ws
     // The subroutine call stands behind the script's own text; nobody looks at what comes of it.
     static_cast<void>(platform::scriptRunner().executeAndReturnError(
         script + "\nerror_report(" + Quoted(a) + ", " + Quoted(b) + ", " + Quoted(c) + ", " + Quoted(d) + ", " +
-        std::to_string(n) + ", " + Quoted(e) + ")\n"));
+            std::to_string(n) + ", " + Quoted(e) + ")\n",
+        {}));
 }
 
 }  // namespace glo

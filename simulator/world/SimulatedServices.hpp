@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,7 @@ namespace simulator {
 /// Answers what it is told to and keeps what it was asked.
 class RecordingScriptRunner final : public platform::ScriptRunner {
   public:
-    bool executeAndReturnError(const std::string& source) override {
+    bool executeAndReturnError(const std::string& source, const std::stop_token&) override {
         calls.push_back(source);
         if (onScript) onScript();
         return succeeds;

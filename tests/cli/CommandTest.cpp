@@ -78,9 +78,10 @@ TEST(TwinCommand, CancelBeforeTheQuestionLeavesItUnasked) {
 
 TEST(TwinCommand, CancelIsOverInTwoSecondsOrInEightWhereTheDeviceIsSilent) {
     for (const bool answers : {true, false}) {
-        for (std::size_t stage = 1; stage < twin::kStages.size(); ++stage) {
+        for (std::size_t stage = 0; stage < twin::kStages.size(); ++stage) {
             SCOPED_TRACE(twin::kStages[stage].name);
             Scenario scenario = devices(1);
+            scenario.stationTakes = std::chrono::seconds(3);
             auto& device = scenario.devices.front();
             device.profile.answerDelay = milliseconds(200);
             // From its answer to "hold" on it says nothing any more.

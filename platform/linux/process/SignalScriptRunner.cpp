@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,6 +21,7 @@ extern "C" {  // glibc 2.36 forgets to say so itself
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <stop_token>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -99,11 +101,13 @@ Processes running(std::string_view name) {
     return found;
 }
 
-void waitForEnd(const std::vector<FileDescriptor>& processes, milliseconds patience) {
-    std::vector<pollfd> waited;
+void waitForEnd(const std::vector<FileDescriptor>& processes, milliseconds patience, const std::stop_token& stop) {
+    const FileDescriptor stopped(::eventfd(0, EFD_CLOEXEC));
+    const std::stop_callback wakes(stop, [&] { static_cast<void>(::eventfd_write(stopped.get(), 1)); });
+    std::vector<pollfd> waited = {{stopped.get(), POLLIN, 0}};
     for (const auto& process : processes) waited.push_back({process.get(), POLLIN, 0});
     const auto deadline = steady_clock::now() + patience;
-    while (!waited.empty()) {
+    while (waited.size() > 1 && !stop.stop_requested()) {
         const auto left = ceil<milliseconds>(deadline - steady_clock::now());
         if (left.count() <= 0) return;
         const int ready = ::poll(waited.data(), waited.size(), static_cast<int>(left.count()));
@@ -128,14 +132,14 @@ std::optional<std::string> applicationToQuit(std::string_view source) {
     return name;
 }
 
-bool SignalScriptRunner::executeAndReturnError(const std::string& source) {
+bool SignalScriptRunner::executeAndReturnError(const std::string& source, const std::stop_token& stop) {
     const auto name = applicationToQuit(source);
     if (!name) return false;
     const auto isGone = [](const Processes& found) { return found.running.empty() && !found.outOfReach; };
     const Processes asked = running(*name);
     if (isGone(asked)) return true;
     for (const auto& process : asked.running) ::pidfd_send_signal(process.get(), SIGTERM, nullptr, 0);
-    waitForEnd(asked.running, mPatience);
+    waitForEnd(asked.running, mPatience, stop);
     return isGone(running(*name));  // also one that has been started in the meantime counts
 }
 

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -17,7 +18,7 @@ class SignalScriptRunner final : public ScriptRunner {
     explicit SignalScriptRunner(std::chrono::milliseconds patience = std::chrono::seconds(3)) : mPatience(patience) {}
 
     /// One wait for all processes of the name, which ends with the last of them.
-    bool executeAndReturnError(const std::string& source) override;
+    bool executeAndReturnError(const std::string& source, const std::stop_token& stop) override;
     int system(const std::string& command) override;
 
   private:

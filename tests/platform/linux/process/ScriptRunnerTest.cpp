@@ -5,9 +5,12 @@
 
 #include <fcntl.h>
 #include <filesystem>
+#include <future>
 #include <signal.h>
+#include <stop_token>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace platform {
@@ -26,7 +29,10 @@ class Child {
         EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
         mId = ::fork();
         if (mId == 0) {
-            ::signal(SIGTERM, stubborn ? SIG_IGN : SIG_DFL);
+            sigset_t blocked;
+            ::sigemptyset(&blocked);
+            ::sigaddset(&blocked, SIGTERM);
+            ::sigprocmask(stubborn ? SIG_BLOCK : SIG_UNBLOCK, &blocked, nullptr);  // for what is run, too
             ::execl(program.c_str(), program.c_str(), "1000", nullptr);
             ::_exit(127);
         }
@@ -46,6 +52,13 @@ class Child {
         siginfo_t state{};
         EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(mId), &state, WEXITED | WNOHANG | WNOWAIT), 0);
         return state.si_pid == mId;
+    }
+
+    /// A stubborn one that has got the signal.
+    bool WasAsked() const {
+        const std::string status = support::ReadFile("/proc/" + std::to_string(mId) + "/status");
+        const std::string pending = status.substr(status.find("ShdPnd:") + 7, 17);
+        return (std::stoull(pending, nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
     }
 
   private:
@@ -69,7 +82,7 @@ TEST(ScriptText, OnlyTheQuitRequestIsUnderstood) {
          {"", "tell application \"x\"", "tell application \"x\" to quit now", "tell application \"\" to quit",
           "tell application \"x to quit", "tell application \"x\\", " tell application \"x\" to quit"}) {
         EXPECT_FALSE(applicationToQuit(wrong)) << wrong;
-        EXPECT_FALSE(SignalScriptRunner().executeAndReturnError(wrong)) << wrong;
+        EXPECT_FALSE(SignalScriptRunner().executeAndReturnError(wrong, {})) << wrong;
     }
 }
 
@@ -78,21 +91,34 @@ TEST_F(ScriptRunnerTest, EveryProcessOfTheExactNameQuitsAndNoOther) {
     const Child first(folder, shortName), second(folder, shortName), service(folder, longName);
     // The same 15 characters, as far as the kernel's own name goes.
     const Child sibling(folder, longName + "s"), cut(folder, longName.substr(0, 15));
-    EXPECT_TRUE(runner.executeAndReturnError(Quit(shortName)));
+    EXPECT_TRUE(runner.executeAndReturnError(Quit(shortName), {}));
     EXPECT_TRUE(first.HasEnded() && second.HasEnded());
     EXPECT_FALSE(service.HasEnded());
-    EXPECT_TRUE(runner.executeAndReturnError(Quit(longName)));
+    EXPECT_TRUE(runner.executeAndReturnError(Quit(longName), {}));
     EXPECT_TRUE(service.HasEnded());
     EXPECT_FALSE(sibling.HasEnded() || cut.HasEnded());
-    EXPECT_TRUE(runner.executeAndReturnError(Quit(longName))) << "an ended one that nobody waited for does not count";
+    EXPECT_TRUE(runner.executeAndReturnError(Quit(longName), {}))
+        << "an ended one that nobody waited for does not count";
 }
 
 TEST_F(ScriptRunnerTest, ProcessThatStaysMakesTheScriptFail) {
     const std::string name = "stays " + id;
     const Child child(folder, name, true), other(folder, name);
     SignalScriptRunner impatient(std::chrono::milliseconds(50));
-    EXPECT_FALSE(impatient.executeAndReturnError(Quit(name)));
+    EXPECT_FALSE(impatient.executeAndReturnError(Quit(name), {}));
     EXPECT_FALSE(child.HasEnded());
+}
+
+TEST_F(ScriptRunnerTest, StopEndsTheWait) {
+    const std::string name = "stopped " + id;
+    const Child child(folder, name, true);
+    SignalScriptRunner patient(std::chrono::hours(1));
+    std::stop_source stop;
+    auto ended =
+        std::async(std::launch::async, [&] { return patient.executeAndReturnError(Quit(name), stop.get_token()); });
+    while (!child.WasAsked()) std::this_thread::yield();
+    stop.request_stop();
+    EXPECT_FALSE(ended.get());
 }
 
 TEST_F(ScriptRunnerTest, ShellCommandGivesItsExitStatus) {
