@@ -252,6 +252,14 @@ void AsioRunLoop::showTimers() {
 // ---- descriptors ----
 
 struct AsioRunLoop::WatchState {
+    WatchState(ModeUse where, int watched, std::function<void()> whenReadable)
+        : use(std::move(where)), descriptor(use.mode->context, watched), handler(std::move(whenReadable)) {}
+    ~WatchState() { giveBack(); }  // where there was no watch yet
+    WatchState(const WatchState&) = delete;
+    WatchState& operator=(const WatchState&) = delete;
+
+    void giveBack() { descriptor.release(); }  // unclosed: that is its owner's to do
+
     ModeUse use;  // first: the descriptor's registration must go before its io_context
     boost::asio::posix::stream_descriptor descriptor;
     std::function<void()> handler;
@@ -282,7 +290,7 @@ class AsioRunLoop::Watch final : public DescriptorWatch {
         mState->live = false;
         std::erase(mState->use.mode->readable, mState);
         mState->use.loop->unwatched(mState->use.mode->name, mState->descriptor.native_handle());
-        mState->descriptor.release();  // it is the caller's to close
+        mState->giveBack();
     }
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
@@ -301,15 +309,14 @@ void AsioRunLoop::unwatched(std::string_view mode, int descriptor) {
 std::unique_ptr<DescriptorWatch> AsioRunLoop::watchReadable(std::string_view mode, int descriptor,
                                                             std::function<void()> handler) {
     assertOwner();
-    ModeUse use(shared_from_this(), mode);
-    boost::asio::posix::stream_descriptor watched(use.mode->context, descriptor);
-    auto state = std::make_shared<WatchState>(WatchState{std::move(use), std::move(watched), std::move(handler)});
-    WatchState::arm(state);
+    const auto state = std::make_shared<WatchState>(ModeUse(shared_from_this(), mode), descriptor, std::move(handler));
+    auto watch = std::make_unique<Watch>(state);  // takes all of this back, should something fail
     if (mode == kCFRunLoopDefaultMode) {
         mWatched.push_back(descriptor);
         if (mReadiness) mReadiness->add(descriptor);
     }
-    return std::make_unique<Watch>(std::move(state));
+    WatchState::arm(state);
+    return watch;
 }
 
 // ---- the loop ----

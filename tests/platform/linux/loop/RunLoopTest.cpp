@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <fcntl.h>
 #include <functional>
 #include <future>
 #include <latch>
@@ -17,6 +18,7 @@
 #include <poll.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -247,6 +249,13 @@ TEST_F(RunLoop, StopEndsTheInnermostRunOnly) {
 
     std::jthread other([&] { loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, [&] { loop->CFRunLoopStop(); }); });
     loop->CFRunLoopRun();
+}
+
+TEST_F(RunLoop, DescriptorThatCannotBeWatchedIsStillItsOwners) {
+    static_cast<void>(loop->readinessDescriptor());
+    const FileDescriptor file(::open("/proc/self/exe", O_RDONLY | O_CLOEXEC));  // epoll takes no ordinary file
+    EXPECT_THROW(static_cast<void>(loop->watchReadable(kCFRunLoopDefaultMode, file.get(), [] {})), std::system_error);
+    EXPECT_GE(::fcntl(file.get(), F_GETFD), 0);
 }
 
 TEST_F(RunLoop, AnotherEventLoopIsWokenForWhatTheDefaultModeHasToDoAndForNothingElse) {
