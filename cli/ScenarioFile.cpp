@@ -272,13 +272,14 @@ std::optional<Scenario> scenarioFromText(const std::string& text, std::string& e
 
 std::optional<Scenario> findScenario(const std::string& nameOrFile, std::string& error) {
     if (const Scenario* const known = scenarioNamed(nameOrFile)) return *known;
-    std::ifstream file(nameOrFile);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (text.empty()) {
+    std::ostringstream text;
+    text
+        << std::ifstream(nameOrFile).rdbuf();  // unlike an iterator it does not throw what a folder makes reading throw
+    if (text.view().empty()) {
         error = "There is no scenario and no file \"" + nameOrFile + "\"; --scenarios lists the scenarios.";
         return std::nullopt;
     }
-    auto scenario = scenarioFromText(text, error);
+    auto scenario = scenarioFromText(text.str(), error);
     if (scenario) {
         scenario->name = nameOrFile;
     } else {
