@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <istream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <system_error>
@@ -19,6 +19,24 @@ namespace twin {
 namespace {
 
 constexpr int kSchema = 1;  ///< of the events; counts up when a field changes its meaning or goes
+
+Event hello(const std::string& version) {
+    return {{"event", "hello"}, {"at", 0.0}, {"version", version}, {"schema", kSchema}};
+}
+
+/// @param tally  devices by outcome
+/// @param left   where a cancel left each of its devices, a blank before it
+Event resultOf(Status status, const std::map<std::string, int>& tally = {}, const std::string& left = {}) {
+    const int number = static_cast<int>(status);
+    Event event{{"event", "result"}, {"at", 0.0}, {"status", number}, {"outcome", nameOf(status)}};
+    std::string text = "Result: " + std::string(nameOf(status)) + " (" + std::to_string(number);
+    for (const auto& [outcome, devices] : tally) {
+        event["tally"][outcome] = devices;
+        text += ", " + std::to_string(devices) + " " + outcome;
+    }
+    event["text"] = text + ")" + left;
+    return event;
+}
 
 bool isAny(const std::vector<Device>& devices) {
     return !devices.empty();
@@ -35,7 +53,7 @@ class Run {
                     {options.json, surroundings.drawsLines, options.traceFolder}),
           mDispatcher({options.plan, options.jobs, surroundings.diagnosis, surroundings.stageBegan},
                       surroundings.workers, mJournal, mReporter) {
-        takeCancels();
+        if (mSurroundings.onCancel) mSurroundings.onCancel([this] { mDispatcher.cancel(); });
     }
     ~Run() {
         // The result has been told: a signal from here on must not make the exit status another one.
@@ -45,28 +63,15 @@ class Run {
     Run& operator=(const Run&) = delete;
 
     Status operator()() {
-        mDispatcher.tell({{"event", "hello"}, {"version", mSurroundings.version}, {"schema", kSchema}});
+        mDispatcher.tell(hello(mSurroundings.version));
         if (mOptions.command != Options::Command::Resume) noteHeld();
         Status status = command();
         if (mDispatcher.isCancelled()) status = Status::Cancelled;
-        Event result{{"event", "result"}, {"status", static_cast<int>(status)}, {"outcome", nameOf(status)}};
-        if (!mTally.empty()) {
-            for (const auto& [outcome, number] : mTally) result["tally"][outcome] = number;
-        }
-        result["text"] = resultText(status);
-        mDispatcher.tell(std::move(result));
+        mDispatcher.tell(resultOf(status, mTally, mLeft));
         return status;
     }
 
   private:
-    void takeCancels() {
-        if (!mSurroundings.onCancel) return;
-        mSurroundings.onCancel([this] { mDispatcher.cancel(); });
-    }
-    void refuseCancels() {
-        if (mSurroundings.onCancel) mSurroundings.onCancel({});
-    }
-
     using Chosen = std::vector<std::pair<Device, std::optional<std::uint32_t>>>;
 
     Status command() {
@@ -287,7 +292,7 @@ class Run {
     }
 
     Status confirm(Chosen& chosen) {
-        if (!mSurroundings.isTerminal) {
+        if (!mSurroundings.answer) {
             mReporter.line("Without a terminal nobody can be asked: use --yes.");
             return Status::Usage;
         }
@@ -298,14 +303,9 @@ class Run {
         for (std::size_t i = 0; i < chosen.size(); ++i) {  // what is confirmed is this very device
             if (const auto& identity = inspections[i].identity) chosen[i].second = identity->unit;
         }
-        refuseCancels();  // nothing is under way: a signal may end the process at once
-        std::string answer;
-        if (!mDispatcher.isCancelled()) {
-            ask(inspections);
-            std::getline(mSurroundings.in, answer);
-        }
-        takeCancels();
-        return answer == "yes" ? Status::Done : Status::Cancelled;
+        if (mDispatcher.isCancelled()) return Status::Cancelled;
+        ask(inspections);
+        return mSurroundings.answer(mDispatcher.stopToken()) == "yes" ? Status::Done : Status::Cancelled;
     }
 
     void ask(const std::vector<Dispatcher::Inspection>& inspections) {
@@ -351,12 +351,6 @@ class Run {
         return failure.status;
     }
 
-    std::string resultText(Status status) const {
-        std::string text = "Result: " + std::string(nameOf(status)) + " (" + std::to_string(static_cast<int>(status));
-        for (const auto& [outcome, number] : mTally) text += ", " + std::to_string(number) + " " + outcome;
-        return text + ")" + mLeft;
-    }
-
     const Options& mOptions;
     const Surroundings& mSurroundings;
     const Journal mJournal;
@@ -374,6 +368,12 @@ std::optional<std::uint32_t> unitOf(std::string_view name) {
     const char* const end = name.data() + name.size();
     const auto [rest, error] = std::from_chars(name.data() + kUnitPrefix.size(), end, unit);
     return error == std::errc() && rest == end && unit != 0 ? std::optional(unit) : std::nullopt;
+}
+
+void refuse(std::ostream& out, std::ostream& people, const std::string& version) {
+    Reporter reporter(out, people, {.json = true, .terminal = false, .traceFolder = {}});
+    reporter.tell(hello(version));
+    reporter.tell(resultOf(Status::Usage));
 }
 
 Status run(const Options& options, const Surroundings& surroundings) {

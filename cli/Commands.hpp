@@ -3,12 +3,14 @@
 #include "cli/Dispatcher.hpp"
 #include "cli/Outcome.hpp"
 #include "cli/ResetSequence.hpp"
+#include "cli/Scenario.hpp"
 #include "cli/Workers.hpp"
 
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,33 +37,36 @@ struct Options {
     ResetSequence::Plan plan;
     std::string traceFolder;
     std::string reportFile;
-    std::optional<std::string> scenario;
+    std::optional<Scenario> scenario;
 };
 
 /// The number in "unit:1234"; nothing for any other text. 0 names no device: it is what those without an id report.
 [[nodiscard]] std::optional<std::uint32_t> unitOf(std::string_view name);
 
-/// Reads the command line. Help, and what is wrong with it, is written to the streams.
+/// Reads the command line. Help is written to `out`; what is wrong to `people`, and with --json the first and the last
+/// event to `out`.
 /// @return nothing where that was all; then `status` says how it ended
-[[nodiscard]] std::optional<Options> parse(const std::vector<std::string>& arguments, std::ostream& help,
-                                           std::ostream& errors, Status& status);
+[[nodiscard]] std::optional<Options> parse(const std::vector<std::string>& arguments, const std::string& version,
+                                           std::ostream& out, std::ostream& people, Status& status);
 
 /// What a command works with. All of it is borrowed.
 struct Surroundings {
-    std::istream& in;
-    std::ostream& out;        ///< JSON lines and tables
+    std::ostream& out;        ///< JSON lines
     std::ostream& people;     ///< sentences
-    bool isTerminal = false;  ///< a person can be asked
     bool drawsLines = false;  ///< `people` is a terminal
+    /// Waits for a line that a person types, until it is told to stop; empty where nobody can be asked.
+    std::function<std::string(const std::stop_token&)> answer = {};
     Workers& workers;
     std::string journalFolder;
     std::string version;
     DeviceVisit::Diagnosis diagnosis = systemDiagnosis;
     std::function<void(Stage)> stageBegan = {};
-    /// Is handed what ends the run early; an empty function while nothing is under way; and, once the result has been
-    /// told, one that does nothing.
+    /// Is handed what ends the run early; and, once the result has been told, what does nothing.
     std::function<void(std::function<void()>)> onCancel = {};
 };
+
+/// Tells all there is to tell of a run whose command line is wrong: its first and its last event.
+void refuse(std::ostream& out, std::ostream& people, const std::string& version);
 
 /// Runs one command to its end. Blocks. The thread becomes that of the dispatcher's loop.
 [[nodiscard]] Status run(const Options& options, const Surroundings& surroundings);

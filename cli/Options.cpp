@@ -41,8 +41,8 @@ std::string setLimit(const std::string& text, ResetSequence::Plan& plan) {
 
 }  // namespace
 
-std::optional<Options> parse(const std::vector<std::string>& arguments, std::ostream& help, std::ostream& errors,
-                             Status& status) {
+std::optional<Options> parse(const std::vector<std::string>& arguments, const std::string& version, std::ostream& out,
+                             std::ostream& people, Status& status) {
     using Command = Options::Command;
     Options options;
     bool keepsStation = false;
@@ -55,8 +55,8 @@ std::optional<Options> parse(const std::vector<std::string>& arguments, std::ost
     const auto prints = [&](const char* name, const char* text, std::string (*words)()) {
         return app.add_flag_callback(
             name,
-            [&help, words] {
-                help << words();
+            [&out, words] {
+                out << words();
                 throw CLI::Success();
             },
             text);
@@ -117,13 +117,17 @@ std::optional<Options> parse(const std::vector<std::string>& arguments, std::ost
             if (name.starts_with(kUnitPrefix) && !unitOf(name))
                 throw CLI::ValidationError("DEVICE", "\"" + name + "\" names no unit id");
         }
+        std::string wrong;
+        if (*simulate && !(options.scenario = findScenario(scenario, wrong)))
+            throw CLI::ValidationError("--simulate", wrong);
     } catch (const CLI::ParseError& error) {
-        status = app.exit(error, help, errors) == 0 ? Status::Done : Status::Usage;
+        status = app.exit(error, out, people) == 0 ? Status::Done : Status::Usage;
+        const bool isJson = std::ranges::find(arguments, "--json") != arguments.end();  // wherever the mistake is
+        if (isJson && status == Status::Usage) refuse(out, people, version);
         return std::nullopt;
     }
     options.command = commands.at(app.get_subcommands().front());
     options.plan.quitsStation = !keepsStation;
-    if (*simulate) options.scenario = scenario;
     return options;
 }
 

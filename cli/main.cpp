@@ -11,6 +11,7 @@
 #include "cli/UsbGate.hpp"
 #include "platform/NSBundle.hpp"
 #include "platform/Platform.hpp"
+#include "platform/common/FileDescriptor.hpp"
 #include "platform/common/RunLoopMainQueue.hpp"
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
@@ -21,6 +22,7 @@
 #include "platform/linux/usb/UdevRegistry.hpp"
 #include "simulator/engine/RealTimeDrive.hpp"
 
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -31,7 +33,10 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <poll.h>
+#include <stop_token>
 #include <string>
+#include <sys/eventfd.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -40,7 +45,8 @@
 
 namespace {
 
-/// What ends a run: the first signal asks for it, the second ends the process.
+/// What ends a run: the first signal asks for it, the second ends the process. One that comes before there is a run
+/// waits for it.
 class Signals {
   public:
     /// Before any other thread: they all inherit that the signals wait for the one thread that takes them.
@@ -54,24 +60,34 @@ class Signals {
     void setCancel(std::function<void()> cancel) {
         const std::lock_guard lock(mMutex);
         mCancel = std::move(cancel);
-    }
-
-    /// The thread ends with the process.
-    void take() {
-        std::thread([this] {
-            for (int number = 0, signal = 0; ::sigwait(&mSet, &signal) == 0; ++number) {
-                const std::lock_guard lock(mMutex);
-                if (number > 0 || !mCancel) std::_Exit(static_cast<int>(twin::Status::Cancelled));
-                mCancel();
-            }
-        }).detach();
+        if (!std::exchange(mTakes, true)) std::thread([this] { take(); }).detach();  // it ends with the process
     }
 
   private:
+    void take() {
+        for (int number = 0, signal = 0; ::sigwait(&mSet, &signal) == 0; ++number) {
+            if (number > 0) std::_Exit(static_cast<int>(twin::Status::Cancelled));
+            const std::lock_guard lock(mMutex);
+            mCancel();
+        }
+    }
+
     sigset_t mSet{};
     std::mutex mMutex;
     std::function<void()> mCancel;  ///< under mMutex
+    bool mTakes = false;            ///< under mMutex; there is a thread that takes signals
 };
+
+/// What somebody types on the terminal; nothing where it is stopped first.
+std::string readAnswer(const std::stop_token& stop) {
+    const platform::FileDescriptor stopped(::eventfd(0, EFD_CLOEXEC));
+    const std::stop_callback wakes(stop, [&] { static_cast<void>(::eventfd_write(stopped.get(), 1)); });
+    std::array<pollfd, 2> waited = {{{STDIN_FILENO, POLLIN, 0}, {stopped.get(), POLLIN, 0}}};
+    platform::uninterrupted([&] { return ::poll(waited.data(), waited.size(), -1); });
+    std::string line;
+    if (!stop.stop_requested()) std::getline(std::cin, line);
+    return line;
+}
 
 /// Descriptors 0 to 2 that the program was started without would become those of the next files, perhaps a log's.
 void openStandardStreams() {
@@ -81,8 +97,8 @@ void openStandardStreams() {
 }
 
 /// A command on simulated devices, in real time.
-twin::Status runSimulated(const twin::Scenario& scenario, const twin::Options& options, twin::Surroundings surroundings,
-                          platform::Platform platform) {
+twin::Status runSimulated(const twin::Options& options, twin::Surroundings surroundings, platform::Platform platform) {
+    const twin::Scenario& scenario = *options.scenario;
     simulator::RealTimeDrive drive;
     twin::ScenarioWorld world(scenario, drive);
     twin::GatedRegistry registry(world.registry());
@@ -125,22 +141,16 @@ twin::Status runSimulated(const twin::Scenario& scenario, const twin::Options& o
 int main(int argc, char** argv) {
     openStandardStreams();
     auto& signals = *new Signals;  // its thread uses it until the process has ended
-    twin::Status status = twin::Status::Done;
-    const auto options = twin::parse({argv + 1, argv + argc}, std::cout, std::cerr, status);
-    if (!options) terminate(status);
-    std::string error;
-    const auto scenario = options->scenario ? twin::findScenario(*options->scenario, error) : std::nullopt;
-    if (options->scenario && !scenario) {
-        std::cerr << error << '\n';
-        terminate(twin::Status::Usage);
-    }
-
     platform::Platform platform = platform::withLinuxFiles();
     platform.log = [](const std::string& line) {
         DDLogInfo("%s", ErrorCatalogue::completed(line.substr(0, line.find('\n'))).c_str());
     };
     const platform::PlatformScope filesScope(platform);
     platform::Bundle bundle;
+    const std::string version = bundle.infoText("CFBundleShortVersionString");
+    twin::Status status = twin::Status::Done;
+    const auto options = twin::parse({argv + 1, argv + argc}, version, std::cout, std::cerr, status);
+    if (!options) terminate(status);
     platform::UserDefaults userDefaults(bundle.bundleIdentifier());
     platform::AsioRunLoops runLoops;
     platform::UdevRegistry devices(runLoops);
@@ -158,21 +168,20 @@ int main(int argc, char** argv) {
     const platform::PlatformScope scope(platform);
 
     TrovikLogs::initLogLevel();
-    if (!scenario) DDLog::addLogger(makeDailyLog());
+    if (!options->scenario) DDLog::addLogger(makeDailyLog());
     LegacyIOConfig::configureMetaData();
-    signals.take();
 
     twin::ThreadWorkers workers;
+    const bool isTerminal = ::isatty(STDERR_FILENO) != 0;
     const twin::Surroundings surroundings{
-        .in = std::cin,
         .out = std::cout,
         .people = std::cerr,
-        .isTerminal = ::isatty(STDIN_FILENO) != 0 && ::isatty(STDERR_FILENO) != 0,
-        .drawsLines = ::isatty(STDERR_FILENO) != 0,
+        .drawsLines = isTerminal,
+        .answer = isTerminal && ::isatty(STDIN_FILENO) != 0 ? readAnswer : nullptr,
         .workers = workers,
         .journalFolder = twin::Journal::usualFolder(),
-        .version = bundle.infoText("CFBundleShortVersionString"),
+        .version = version,
         .onCancel = [&signals](std::function<void()> cancel) { signals.setCancel(std::move(cancel)); },
     };
-    terminate(scenario ? runSimulated(*scenario, *options, surroundings, platform) : twin::run(*options, surroundings));
+    terminate(options->scenario ? runSimulated(*options, surroundings, platform) : twin::run(*options, surroundings));
 }

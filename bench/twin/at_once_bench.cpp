@@ -47,16 +47,13 @@ double seconds(std::uint32_t devices, const std::string& folder) {
                                          .lockFolder = folder});
     std::stringstream text;
     twin::Status status = twin::Status::Done;
-    const auto options = twin::parse(scenario.arguments, text, text, status);
+    const auto options = twin::parse(scenario.arguments, "1", text, text, status);
     if (!options) fail(text.str());
     drive.start(world);
     const auto start = Clock::now();
-    status = twin::run(*options, {.in = text,
-                                  .out = text,
-                                  .people = text,
-                                  .workers = workers,
-                                  .journalFolder = folder + "/journal",
-                                  .version = "1"});
+    status = twin::run(
+        *options,
+        {.out = text, .people = text, .workers = workers, .journalFolder = folder + "/journal", .version = "1"});
     const double taken = std::chrono::duration<double>(Clock::now() - start).count();
     drive.requestStop();
     drive.join();

@@ -69,8 +69,7 @@ TEST(TwinCommand, CancelBeforeTheQuestionLeavesItUnasked) {
     scenario.devices.front().profile.answerDelay = milliseconds(200);
     scenario.cues = {{{}, milliseconds(300), Cue::What::Cancel, 0}};
     TwinWorld twin(scenario);
-    twin.isTerminal = true;
-    twin.in.str("yes\n");
+    twin.answer = [](const auto&) { return "yes"; };
     EXPECT_EQ(twin.run({"reset"}), Status::Cancelled);
     EXPECT_FALSE(twin.storeIsEmpty(0));
     EXPECT_THAT(twin.people.str(), testing::Not(HasSubstr("Type")));
@@ -196,8 +195,8 @@ TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
         {{"reset", "unit:2", "1-2", "--yes"}, nullptr, Status::Done, {false, true}},
         {{"reset", "1-1", "1-7", "--yes", "--wait", "2"}, nullptr, Status::NoneFound, {false, false}},
         {{"reset", "1-1"}, nullptr, Status::Usage, {false, false}},
-        {{"reset", "1-1"}, "no\n", Status::Cancelled, {false, false}},
-        {{"reset", "1-1"}, "yes\n", Status::Done, {true, false}},
+        {{"reset", "1-1"}, "no", Status::Cancelled, {false, false}},
+        {{"reset", "1-1"}, "yes", Status::Done, {true, false}},
         {{"reset", "--all", "1-1"}, nullptr, Status::Usage, {false, false}},
         {{"reset", "--yes", "--limit", "lunch=3"}, nullptr, Status::Usage, {false, false}},
         {{"reset", "--all", "--yes", "--limit", "back=inf"}, nullptr, Status::Usage, {false, false}},
@@ -212,9 +211,11 @@ TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
         SCOPED_TRACE(testing::PrintToString(row.arguments) + (row.answer ? row.answer : ""));
         const Scenario scenario = devices(2);
         TwinWorld twin(scenario);
-        twin.isTerminal = row.answer != nullptr;
-        if (row.answer) twin.in.str(row.answer);
+        if (row.answer) twin.answer = [&](const auto&) { return row.answer; };
         EXPECT_EQ(twin.run(row.arguments), row.status);
+        ASSERT_GE(twin.events().size(), 2U);
+        EXPECT_EQ(twin.events().front()["event"], "hello");
+        EXPECT_EQ(twin.events().back()["status"], static_cast<int>(row.status));
         EXPECT_EQ((std::vector{twin.storeIsEmpty(0), twin.storeIsEmpty(1)}), row.cleared) << twin.people.str();
         EXPECT_TRUE(row.arguments[1] != "1-2" || !twin.wasOpened(0)) << "it was there and not chosen";
         EXPECT_TRUE(!row.answer || twin.people.str().find("1-1  Trailmate 300  unit 1") != std::string::npos);

@@ -17,6 +17,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <sstream>
+#include <stop_token>
 #include <string>
 #include <utility>
 #include <vector>
@@ -81,8 +82,11 @@ class World {
         people.str({});
         arguments.emplace_back("--json");
         twin::Status status = twin::Status::Done;
-        const auto options = twin::parse(arguments, people, people, status);
-        if (!options) return status;
+        const auto options = twin::parse(arguments, "1.0", out, people, status);
+        if (!options) {
+            Written::all() += out.str();
+            return status;
+        }
         platform::Platform all;
         all.clock = time.clock();
         all.runLoops = &time.loops;
@@ -94,10 +98,9 @@ class World {
         const platform::PlatformScope scope(all);
         std::optional<DeviceLock> otherRun;
         if (scenario.otherRun) otherRun = DeviceLock::take("1-1");
-        const twin::Status ended = twin::run(*options, {.in = in,
-                                                        .out = out,
+        const twin::Status ended = twin::run(*options, {.out = out,
                                                         .people = people,
-                                                        .isTerminal = isTerminal,
+                                                        .answer = answer,
                                                         .workers = time.workers,
                                                         .journalFolder = folder / "journal",
                                                         .version = "1.0",
@@ -147,12 +150,11 @@ class World {
     Time time;
     twin::ScenarioWorld world;
     twin::GatedRegistry registry{world.registry()};
-    std::istringstream in;
     std::ostringstream out;
     std::ostringstream people;
     std::function<void(twin::Stage)> onStage;
     std::function<void()> onCancelled;
-    bool isTerminal = false;
+    std::function<std::string(const std::stop_token&)> answer;  ///< of a person; empty where nobody is there
 };
 
 using TwinWorld = World<SimulatedTime>;

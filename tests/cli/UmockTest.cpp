@@ -35,7 +35,7 @@ struct TwinUmock : testing::Test {
 
     Status run(const std::vector<std::string>& arguments) {
         Status status = Status::Done;
-        const auto options = twin::parse(arguments, text, text, status);
+        const auto options = twin::parse(arguments, "1.0", text, text, status);
         if (!options) return status;
         twin::ScenarioScripts scripts{{}};
         const platform::PlatformScope scope({.runLoops = &loops,
@@ -43,12 +43,9 @@ struct TwinUmock : testing::Test {
                                              .scriptRunner = &scripts,
                                              .log = [](const std::string&) {},
                                              .lockFolder = folder.path()});
-        return twin::run(*options, {.in = text,
-                                    .out = text,
-                                    .people = text,
-                                    .workers = workers,
-                                    .journalFolder = folder / "journal",
-                                    .version = "1.0"});
+        return twin::run(
+            *options,
+            {.out = text, .people = text, .workers = workers, .journalFolder = folder / "journal", .version = "1.0"});
     }
     std::string port(std::size_t number) {
         const std::string path = usb.registryPath(number);
