@@ -14,21 +14,6 @@
 namespace twin {
 namespace {
 
-const ResetStep* stepOf(Stage stage) {
-    switch (stage) {
-        case Stage::Reboot:
-            return &ResetSteps::kReboot;
-        case Stage::Hold:
-            return &ResetSteps::kHold;
-        case Stage::Clear:
-            return &ResetSteps::kClear;
-        case Stage::Resume:
-            return &ResetSteps::kResume;
-        default:
-            return nullptr;
-    }
-}
-
 /// Where it was raised, which support knows. Not what(), whose text all threads share.
 std::string raiseSite(const glo::Exception_t& exception) {
     const std::string& file = exception.File();
@@ -112,9 +97,8 @@ std::optional<Failure> DeviceVisit::open() {
 std::optional<Failure> DeviceVisit::run(Stage stage, double deadline, const std::function<void()>& aboutToSend) {
     mGate.setDeadline(deadline);
     mStage = stage;
-    const ResetStep* const step = stepOf(stage);
     return guarded([&] {
-        if (step)
+        if (const ResetStep* const step = info(stage).step)
             return ResetSteps::issue(*mLink, step->command, step->data, step->awaitResponse,
                                      [&](const ioa::Channel_t&) { aboutToSend(); });
         const ftx::Channel_t channel(*mLink);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/Support/ErrorCatalogue.hpp"
+#include "app/TrovikMode/ResetSteps.hpp"
 
 #include <array>
 #include <cstddef>
@@ -36,24 +37,25 @@ inline constexpr std::array<Status, 11> kStatuses = {
 /// The status of a run over several devices: the gravest of theirs.
 [[nodiscard]] Status overall(std::span<const Status> statuses);
 
-/// The stages of one device's reset, in their order.
+/// The stages of one device's reset, in their order: each that is over is followed by the next.
 enum class Stage { Quit, Reboot, Gone, Back, Hold, Clear, Resume, BackAgain, IdentifiedAgain };
 
 /// What is fixed about a stage.
 struct StageInfo {
-    std::string_view name;  ///< in JSON and in --limit
-    double limit;           ///< seconds, unless --limit says otherwise
-    std::string_view text;  ///< for people: what is going on
+    std::string_view name;            ///< in JSON and in --limit
+    double limit;                     ///< seconds, unless --limit says otherwise
+    std::string_view text;            ///< for people: what is going on
+    const ResetStep* step = nullptr;  ///< of the command that is sent in it; null where it only waits or looks
 };
 
 inline constexpr std::array<StageInfo, 9> kStages = {{
     {"quit", 15, "asking Trovik Station to quit"},
-    {"reboot", 15, "telling the device to reboot"},
+    {"reboot", 15, "telling the device to reboot", &ResetSteps::kReboot},
     {"gone", 10, "waiting for the device to leave"},
     {"back", 60, "waiting for the device to come back"},
-    {"hold", 15, "holding the device in its boot loader"},
-    {"clear", 15, "clearing the settings"},
-    {"resume", 15, "letting the device start"},
+    {"hold", 15, "holding the device in its boot loader", &ResetSteps::kHold},
+    {"clear", 15, "clearing the settings", &ResetSteps::kClear},
+    {"resume", 15, "letting the device start", &ResetSteps::kResume},
     {"back-again", 60, "waiting for the device to start"},
     {"identified-again", 15, "looking whether the device is the same"},
 }};
@@ -61,6 +63,9 @@ inline constexpr std::array<StageInfo, 9> kStages = {{
 [[nodiscard]] constexpr const StageInfo& info(Stage stage) {
     return kStages[static_cast<std::size_t>(stage)];
 }
+static_assert(info(Stage::Clear).step == info(Stage::Hold).step + 1 &&
+                  info(Stage::Resume).step == info(Stage::Clear).step + 1,
+              "the order of the clear sequence, in which the window takes it");
 [[nodiscard]] std::optional<Stage> stageNamed(std::string_view name);
 
 /// Why something failed: the cause by which documents and scripts know it, the status that follows, and what was seen.

@@ -15,14 +15,6 @@
 namespace twin {
 namespace {
 
-const ResetStep* stepNamed(const std::string& stage) {
-    if (stage == info(Stage::Reboot).name) return &ResetSteps::kReboot;
-    if (stage == info(Stage::Hold).name) return &ResetSteps::kHold;
-    if (stage == info(Stage::Clear).name) return &ResetSteps::kClear;
-    if (stage == info(Stage::Resume).name) return &ResetSteps::kResume;
-    return nullptr;
-}
-
 std::string text(const Event& event, const char* key) {
     return event.value(key, std::string());
 }
@@ -68,8 +60,8 @@ std::size_t rowsOfTerminal() {
 
 /// The window's lines, with the device.
 void log(const Event& event) {
-    if (text(event, "event") != "stage") return;
-    const ResetStep* const step = stepNamed(text(event, "stage"));
+    const auto stage = stageNamed(text(event, "stage"));
+    const ResetStep* const step = stage ? info(*stage).step : nullptr;
     const std::string state = text(event, "state"), name = deviceName(event);
     if (!step || state == "began") return;
     if (state == "ended") {

@@ -30,19 +30,14 @@ void ResetSequence::beginResume(double now) {
 
 void ResetSequence::stationQuit(double now) {
     tick(now);
-    if (isOver() || mStage != Stage::Quit) return;
-    leave();
-    enter(Stage::Reboot, now);
+    if (!isOver() && mStage == Stage::Quit) goOn(now);
 }
 
 void ResetSequence::looked(std::span<const USBRegistryInfo> attached, double now) {
     if (isOver()) return;
     const auto found = std::ranges::find(attached, mDevice.ioId(), &USBRegistryInfo::ioId);
     mPresent = found != attached.end();
-    if (mStage == Stage::Gone && !mPresent) {
-        leave();
-        enter(Stage::Back, now);
-    }
+    if (mStage == Stage::Gone && !mPresent) goOn(now);
 }
 
 void ResetSequence::tick(double now) {
@@ -116,17 +111,8 @@ bool ResetSequence::offered(const USBRegistryInfo& entry, std::uint32_t unit, do
     mPresent = true;
     mUnit = mUnit.value_or(unit);
     mDevice = entry;
-    if (mStage == Stage::Gone) {
-        leave();  // it came back before anybody saw that it had left
-        enter(Stage::Back, now);
-    }
-    if (mStage == Stage::Back) {
-        leave();
-        enter(Stage::Hold, now);
-    } else if (mStage == Stage::BackAgain) {
-        leave();
-        enter(Stage::IdentifiedAgain, now);
-    }
+    if (mStage == Stage::Gone) goOn(now);  // it came back before anybody saw that it had left
+    if (mStage == Stage::Back || mStage == Stage::BackAgain) goOn(now);
     return true;
 }
 
@@ -150,36 +136,31 @@ void ResetSequence::stepSent(double) {
 void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now) {
     if (isOver()) return;
     const bool sent = std::exchange(mSent, false);
-    const bool ordersLeaving = mStage == Stage::Reboot || mStage == Stage::Resume;
-    if (failure && !(sent && failure->disconnected && ordersLeaving)) {
+    const bool makesItLeave = info(mStage).step && info(mStage).step->makesItLeave;
+    if (failure && !(sent && failure->disconnected && makesItLeave)) {
         if (sent && mStage == Stage::Resume) mBoot = Boot::PerhapsHeld;
         return stepFailed(*failure, now);
     }
-    leave();
+    if (makesItLeave) mVisited = false;
     switch (mStage) {
         case Stage::Reboot:
             mBoot = Boot::Rebooting;
-            mVisited = false;
-            enter(Stage::Gone, now);
             break;
         case Stage::Hold:
             mBoot = Boot::Held;
-            enter(Stage::Clear, now);
             break;
         case Stage::Clear:
             mClear = Clear::Sent;
             mClearedEntry = mDevice.ioId();
-            enter(Stage::Resume, now);
             break;
         case Stage::Resume:
             mBoot = Boot::Started;
-            mVisited = false;
-            if (mLast) return finish(mFailure ? mFailure->status : mCancelled ? Status::Cancelled : Status::Done);
-            enter(Stage::BackAgain, now);
-            break;
+            if (!mLast) break;
+            leave();
+            return finish(mFailure ? mFailure->status : mCancelled ? Status::Cancelled : Status::Done);
         case Stage::IdentifiedAgain:
             mBoot = Boot::Back;
-            mVisited = false;
+            leave();
             return finish(Status::Done);
         case Stage::Quit:
         case Stage::Gone:
@@ -187,6 +168,7 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
         case Stage::BackAgain:
             break;  // nothing of these is done over a link
     }
+    goOn(now);
     // A cancel that came too late for this step.
     if (mCancelled && !mVisited) cancel(now);
 }
@@ -254,6 +236,11 @@ void ResetSequence::enter(Stage stage, double now, std::optional<double> limit) 
     mDeadline = now + limit.value_or(mPlan.limit(stage));
     if (stage == Stage::BackAgain) mBackLimit = mDeadline;
     mObserver.stageBegan(*this, stage);
+}
+
+void ResetSequence::goOn(double now) {
+    leave();
+    enter(static_cast<Stage>(static_cast<std::size_t>(mStage) + 1), now);
 }
 
 void ResetSequence::leave(const Failure* failure) {

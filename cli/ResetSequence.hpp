@@ -99,16 +99,13 @@ class ResetSequence {
     [[nodiscard]] bool isOver() const { return mStatus.has_value(); }
     [[nodiscard]] Status status() const { return mStatus.value_or(Status::Failed); }
     [[nodiscard]] const std::optional<Failure>& failure() const { return mFailure; }  ///< why it was not done
-    [[nodiscard]] const USBRegistryInfo& device() const { return mDevice; }
     [[nodiscard]] std::optional<std::uint32_t> unit() const { return mUnit; }
-    [[nodiscard]] Stage stage() const { return mStage; }
     [[nodiscard]] double stageBegan() const { return mBegan; }
     [[nodiscard]] double deadline() const { return mDeadline; }  ///< of the stage
     [[nodiscard]] int attempt() const { return mAttempt; }       ///< 1 for the first
     [[nodiscard]] Boot boot() const { return mBoot; }
     [[nodiscard]] bool cleared() const { return mClear == Clear::Done; }
-    [[nodiscard]] bool isVisited() const { return mVisited; }  ///< somebody has it open
-    [[nodiscard]] std::string stateText() const;               ///< for people: in which state the device is
+    [[nodiscard]] std::string stateText() const;  ///< for people: in which state the device is
 
     /// When tick() has something to do, or wants() another answer, at the latest.
     [[nodiscard]] double nextDue(double now) const;
@@ -117,6 +114,7 @@ class ResetSequence {
     bool isHeld() const { return mBoot == Boot::Held || mBoot == Boot::PerhapsHeld; }
     void enter(Stage stage, double now, std::optional<double> limit = {});  ///< the plan's limit unless given
     void leave(const Failure* failure = nullptr);
+    void goOn(double now);  ///< to the next stage
     void stepFailed(const Failure& failure, double now);
     void giveUp(const Failure& failure, double now);
     void letStartOrFinish(double now);

@@ -7,15 +7,12 @@
 
 #include <utility>
 
-const ResetStep ResetSteps::kReboot = {10, {0xAE, 0x00}, false, "Device rebooted", "Reboot failed"};
+const ResetStep ResetSteps::kReboot = {10, {0xAE, 0x00}, false, true, "Device rebooted", "Reboot failed"};
 const std::array<ResetStep, 3> ResetSteps::kClearSequence = {{
-    {113, {}, true, "Hold in bootloader sent", "Hold in bootloader failed"},
-    {10, {0x27, 0x00}, false, "Nonvol cleared", "Nonvol clear failed"},
-    {1500, {}, false, "Boot resumed", "Resume boot failed"},
+    {113, {}, true, false, "Hold in bootloader sent", "Hold in bootloader failed"},
+    {10, {0x27, 0x00}, false, false, "Nonvol cleared", "Nonvol clear failed"},
+    {1500, {}, false, true, "Boot resumed", "Resume boot failed"},
 }};
-const ResetStep& ResetSteps::kHold = kClearSequence[0];
-const ResetStep& ResetSteps::kClear = kClearSequence[1];
-const ResetStep& ResetSteps::kResume = kClearSequence[2];
 
 void ResetSteps::quitStation(const std::stop_token& stop) {
     platform::ScriptRunner& runner = platform::scriptRunner();

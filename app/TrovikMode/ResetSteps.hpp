@@ -17,6 +17,7 @@ struct ResetStep {
     std::uint16_t command;
     std::vector<unsigned char> data;
     bool awaitResponse;
+    bool makesItLeave;  ///< once it has been sent, that the device is gone is success
     const char* succeeded;
     const char* failed;
 };
@@ -35,9 +36,9 @@ struct ResetSteps {
 
     static const ResetStep kReboot;
     static const std::array<ResetStep, 3> kClearSequence;  ///< hold, clear, resume, in this order
-    static const ResetStep& kHold;
-    static const ResetStep& kClear;
-    static const ResetStep& kResume;
+    static constexpr const ResetStep& kHold = kClearSequence[0];
+    static constexpr const ResetStep& kClear = kClearSequence[1];
+    static constexpr const ResetStep& kResume = kClearSequence[2];
 
     /// Identifies the device anew over a channel of its own, sends one command, and waits for a packet of the command's
     /// number where an answer is awaited: 3 seconds, and up to twice that while other packets keep coming.
