@@ -61,8 +61,7 @@ Failure systemDiagnosis(const std::string& path, platform::IOReturn result) {
 Failure DeviceVisit::closedGate() const {
     if (mGate.state() == UsbGate::State::Cancelled)
         return {Cause::StoppedHalfway, Status::Cancelled, "It was cancelled."};
-    const std::string what = mStage ? "for \"" + std::string(info(*mStage).name) + "\" " : "";
-    return {Cause::TimedOut, Status::TimedOut, "The limit " + what + "has passed."};
+    return {Cause::TimedOut, Status::TimedOut, "The limit has passed."};
 }
 
 template <typename Action>
@@ -78,10 +77,7 @@ std::optional<Failure> DeviceVisit::guarded(const Action& action) {
         if (cause == Cause::UsbFailure && mGate.lastFailure() == platform::kIOReturnNoDevice)
             cause = Cause::Disconnected;
         const Status status = cause == Cause::TimedOut ? Status::TimedOut : Status::Failed;
-        // A time-out names the stage: it is what --limit and support ask for.
-        const bool names = status == Status::TimedOut && mStage;
-        const std::string where = names ? "It was at \"" + std::string(info(*mStage).name) + "\". " : "";
-        return Failure{cause, status, where + raiseSite(exception), cause == Cause::Disconnected};
+        return Failure{cause, status, raiseSite(exception), cause == Cause::Disconnected};
     } catch (...) {  // a bare number, from an opening
         return isClosed() ? closedGate() : mDiagnosis(mPath, mGate.lastFailure());
     }
@@ -96,7 +92,6 @@ std::optional<Failure> DeviceVisit::open() {
 
 std::optional<Failure> DeviceVisit::run(Stage stage, double deadline, const std::function<void()>& aboutToSend) {
     mGate.setDeadline(deadline);
-    mStage = stage;
     return guarded([&] {
         if (const ResetStep* const step = info(stage).step)
             return ResetSteps::issue(*mLink, step->command, step->data, step->awaitResponse,

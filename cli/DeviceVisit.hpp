@@ -62,7 +62,6 @@ class DeviceVisit {
     const Diagnosis& mDiagnosis;
     const UsbGate::Scope mScope;
     thr::CancelRequestedFunctor_t mNoCancelSource;
-    std::optional<Stage> mStage;  ///< of the step under way
     std::unique_ptr<iou::UsbLink_t> mLink;
 };
 

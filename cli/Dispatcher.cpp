@@ -178,8 +178,11 @@ std::vector<Dispatcher::Inspection> Dispatcher::inspect(const std::vector<Device
             }
             const std::lock_guard lock(mMutex);
             mGates.erase(gate);
-            inspection.failure = failure;
-            if (!failure) inspection.identity = identity;
+            if (failure) {
+                inspection.failure = failure->at("opening");
+            } else {
+                inspection.identity = identity;
+            }
         });
         if (!isStarted) inspection.failure = Failure{Cause::NoThread, Status::Failed, {}};
     }

@@ -40,6 +40,12 @@ Status overall(std::span<const Status> statuses) {
     return Status::Done;
 }
 
+Failure Failure::at(std::string_view where) const {
+    Failure failure = *this;
+    if (status == Status::TimedOut) failure.seen = "It was at \"" + std::string(where) + "\". " + seen;
+    return failure;
+}
+
 std::string Failure::text() const {
     const std::string sentence(ErrorCatalogue::entry(cause).sentence);
     return seen.empty() ? sentence : sentence + " " + seen;

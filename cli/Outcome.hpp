@@ -75,6 +75,9 @@ struct Failure {
     std::string seen;           ///< whole sentences, beyond the catalogue's; may be empty
     bool disconnected = false;  ///< it was the device's leaving
 
+    /// A time-out with where it was, which is what --limit and support ask for; any other failure as it is.
+    [[nodiscard]] Failure at(std::string_view where) const;
+
     [[nodiscard]] std::string_view id() const { return ErrorCatalogue::entry(cause).id; }
     [[nodiscard]] std::string text() const;  ///< what is the matter, for people
     [[nodiscard]] std::string_view remedy() const { return ErrorCatalogue::entry(cause).remedy; }

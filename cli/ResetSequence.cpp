@@ -118,8 +118,9 @@ bool ResetSequence::offered(const USBRegistryInfo& entry, std::uint32_t unit, do
 
 void ResetSequence::openFailed(const USBRegistryInfo& entry, const Failure& failure, double now) {
     if (isOver() || mVisited || entry.ioPath() != mDevice.ioPath()) return;
-    mOpenFailure = failure;
-    if (mStage == Stage::Reboot && mBoot == Boot::Untouched) stepFailed(failure, now);
+    const Failure named = failure.at(info(mStage).name);
+    mOpenFailure = named;
+    if (mStage == Stage::Reboot && mBoot == Boot::Untouched) stepFailed(named, now);
 }
 
 std::optional<Stage> ResetSequence::step() const {
@@ -139,7 +140,7 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
     const bool makesItLeave = info(mStage).step && info(mStage).step->makesItLeave;
     if (failure && !(sent && failure->disconnected && makesItLeave)) {
         if (sent && mStage == Stage::Resume) mBoot = Boot::PerhapsHeld;
-        return stepFailed(*failure, now);
+        return stepFailed(failure->at(info(mStage).name), now);
     }
     if (makesItLeave) mVisited = false;
     switch (mStage) {
@@ -251,7 +252,7 @@ Failure ResetSequence::timeUp() const {
     if (mStage == Stage::Reboot && mEarlierFailure && !mPresent) return *mEarlierFailure;  // it has been gone since
     const bool waits = mStage == Stage::Back || mStage == Stage::BackAgain || mStage == Stage::IdentifiedAgain;
     const Cause cause = mStage == Stage::Quit ? Cause::HeldByProgram : waits ? Cause::DidNotComeBack : Cause::TimedOut;
-    return {cause, Status::TimedOut, "The limit for \"" + std::string(info(mStage).name) + "\" has passed."};
+    return Failure{cause, Status::TimedOut, "The limit has passed."}.at(info(mStage).name);
 }
 
 double ResetSequence::nextDue(double now) const {
