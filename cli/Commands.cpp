@@ -236,8 +236,7 @@ class Run {
             if (std::ranges::count(attached, one.device.entry, &Device::entry) > 0)
                 statuses.push_back(one.failure->status);
         }
-        for (const std::string& name : missing)
-            statuses.push_back(fail({Cause::DeviceNotFound, noneStatus(), "There is no " + name + "."}));
+        for (const std::string& name : missing) statuses.push_back(noneFound("There is no " + name + "."));
         return overall(statuses);  // one that could not be opened may be the one that is meant
     }
 
@@ -339,10 +338,8 @@ class Run {
     }
 
     /// Where the registry can't be read, which has been said by then, nobody knows whether there is one.
-    static Status noneStatus() { return attachedDevices() ? Status::NoneFound : Status::Failed; }
-    Status noneFound() {
-        const Status status = noneStatus();
-        return status == Status::Failed ? status : fail({Cause::DeviceNotFound, status, {}});
+    Status noneFound(std::string seen = {}) {
+        return attachedDevices() ? fail({Cause::DeviceNotFound, Status::NoneFound, std::move(seen)}) : Status::Failed;
     }
 
     Status fail(const Failure& failure) {

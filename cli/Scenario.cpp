@@ -23,6 +23,7 @@ bool ScenarioScripts::executeAndReturnError(const std::string&, const std::stop_
 platform::IOReturn ScenarioRegistry::IOServiceAddMatchingNotification(
     platform::IONotificationPort& port, const std::string& type, const platform::MatchingDictionary& matching,
     platform::IOServiceMatchingCallback callback, void* refCon, std::unique_ptr<platform::IOIterator>& iterator) {
+    if (mTells == BusTells::Refuses) return platform::kIOReturnError;
     if (mTells == BusTells::Nothing || (mTells == BusTells::ArrivalsOnly && type == platform::kIOServiceTerminate)) {
         iterator = std::make_unique<platform::IOServiceList>(std::vector<std::unique_ptr<platform::IOService>>());
         return platform::kIOReturnSuccess;

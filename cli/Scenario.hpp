@@ -2,6 +2,7 @@
 
 #include "cli/Outcome.hpp"
 #include "platform/IORegistry.hpp"
+#include "platform/IOReturn.hpp"
 #include "platform/ScriptRunner.hpp"
 #include "simulator/bus/InProcessBus.hpp"
 #include "simulator/engine/Fault.hpp"
@@ -41,8 +42,8 @@ struct Cue {
     std::size_t device = 0;
 };
 
-/// What the bus tells of arrivals and departures.
-enum class BusTells { All, ArrivalsOnly, Nothing, AllTwice };
+/// What the bus tells of arrivals and departures; or not even what is attached.
+enum class BusTells { All, ArrivalsOnly, Nothing, AllTwice, Refuses };
 
 /// One situation: what is attached, what goes wrong and when, and the exit status that must follow. The same table is
 /// what tests run, what --simulate shows, and what the documentation lists.
@@ -94,6 +95,7 @@ class ScenarioRegistry final : public platform::IORegistry {
 
     platform::IOReturn IOServiceGetMatchingServices(const platform::MatchingDictionary& matching,
                                                     std::unique_ptr<platform::IOIterator>& iterator) override {
+        if (mTells == BusTells::Refuses) return platform::kIOReturnError;
         return mInner.IOServiceGetMatchingServices(matching, iterator);
     }
     std::unique_ptr<platform::IONotificationPort> IONotificationPortCreate() override {

@@ -230,11 +230,12 @@ Cue readCue(const Value& value, std::size_t devices) {
 }
 
 BusTells readTells(const Value& value) {
-    static constexpr std::array<std::pair<std::string_view, BusTells>, 4> kTellings = {
+    static constexpr std::array<std::pair<std::string_view, BusTells>, 5> kTellings = {
         {{"all", BusTells::All},
          {"arrivals", BusTells::ArrivalsOnly},
          {"nothing", BusTells::Nothing},
-         {"twice", BusTells::AllTwice}}};
+         {"twice", BusTells::AllTwice},
+         {"refuses", BusTells::Refuses}}};
     return value.oneOf(kTellings).second;
 }
 

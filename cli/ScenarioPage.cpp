@@ -59,7 +59,7 @@ wrong with a file is said with its line; an unknown key is an error.
 | `cues` | a list of what happens by itself |
 | `cues`: `stage`, `after` | so long after a device's reset first comes to that stage, or after the start |
 | `cues`: `do`, `device` | "plug" or "unplug" the first, second … device, or "cancel" the run |
-| `tells` | what the bus tells of: "all" unless given, "arrivals", "nothing", or all "twice" |
+| `tells` | what the bus tells of: "all" unless given, "arrivals", "nothing", or all "twice"; "refuses": not even what is attached |
 | `stationTakes` | how long each companion program takes to quit |
 | `otherRun` | true: another run works on the first device |
 

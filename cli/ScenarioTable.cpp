@@ -218,6 +218,8 @@ std::vector<Scenario> refusals() {
     Scenario several{"ambiguous", "Two devices, and none is chosen.", kReset, {{device(1)}, {device(2)}}};
     Scenario unconfirmed = one("not-confirmed", "Nobody can be asked.", {});
     unconfirmed.arguments = {"reset"};
+    Scenario unreadable = one("list-unreadable", "The list of the devices that are attached can't be read.", {});
+    unreadable.tells = BusTells::Refuses;
     Scenario other = one("other-run", "Another run works on the device.", {});
     other.otherRun = true;
     return {
@@ -231,6 +233,7 @@ std::vector<Scenario> refusals() {
                                                                         .atOccurrence(2)
                                                                         .comingBackAfter(seconds(3))}),
              Status::Failed, "TRV-301", Stage::Resume),
+        ends(unreadable, Status::Failed, "TRV-103"),
         ends(unconfirmed, Status::Usage, {}),
         ends(nobody, Status::NoneFound, "TRV-101"),
         ends(several, Status::Ambiguous, "TRV-102"),
@@ -303,6 +306,7 @@ std::vector<Scenario> otherCommands() {
         scenario.cleared.assign(scenario.devices.size(), false);
         return scenario;
     };
+    const auto silent = Fault::onPacket(simulator::kStartSession, FaultKind::Ignore).onLayer(0).committed(100);
     const auto held = openFails(platform::kIOReturnExclusiveAccess, 100);
     Scenario watch =
         ends(one("watch", "A device goes and comes until somebody has seen enough.", {}), Status::Cancelled, {});
@@ -316,6 +320,8 @@ std::vector<Scenario> otherCommands() {
         does(watch, {"list", "--watch"}),
         does(one("check", "A device is opened and says who it is.", {}), {"check"}),
         does(ends(one("check-held", "A device can't be opened, and why.", {held}), Status::Busy, "TRV-205"), {"check"}),
+        does(ends(one("check-silent", "A device is opened and says nothing.", {silent}), Status::TimedOut, "TRV-303"),
+             {"check"}),
         does(ends(one("explain", "Why a device can't be opened, and what to do.", {held}), Status::Busy, "TRV-205"),
              {"explain", "1-1"}),
         does(left, {"resume", "1-1"}),

@@ -222,6 +222,18 @@ TEST(TwinCommand, DeviceIsChosenByPortOrUnitIdAndNeverByChance) {
     }
 }
 
+TEST(TwinCommand, NoDeviceIsSaidToBeMissingWhereTheListCannotBeRead) {
+    const std::vector<std::string> rows[] = {
+        {"list"}, {"check"}, {"reset", "1-1", "unit:1", "--yes"}, {"resume", "1-1"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row));
+        TwinWorld twin(*twin::scenarioNamed("list-unreadable"));
+        EXPECT_EQ(twin.run(row), Status::Failed);
+        EXPECT_THAT(twin.people.str(),
+                    AllOf(HasSubstr("The list of devices can't be read."), Not(HasSubstr("TRV-101"))));
+    }
+}
+
 TEST(TwinCommand, UnitIdThatTwoDevicesReportNamesNeither) {
     Scenario scenario = devices(2);
     scenario.devices[1].profile.unitId = 1;
