@@ -160,8 +160,7 @@ class Run {
         if (names.empty()) {
             for (const auto& entry : mJournal.entries()) {
                 if (!DeviceLock::take(entry.port)) {  // it is not left behind: a run is at work on it
-                    Event event{{"event", "note"}, {"port", entry.port}};
-                    mDispatcher.tell(Dispatcher::describe(event, Dispatcher::lockedByOther()));
+                    mDispatcher.tell(Dispatcher::noteOf(Dispatcher::lockedByOther(), entry.port));
                     continue;
                 }
                 names.push_back(entry.unit ? std::string(kUnitPrefix) + std::to_string(entry.unit) : entry.port);
@@ -231,8 +230,7 @@ class Run {
         std::vector<Status> statuses;
         for (const auto& one : opened) {
             if (!one.failure) continue;
-            Event event{{"event", "note"}, {"port", one.device.port}};
-            mDispatcher.tell(Dispatcher::describe(event, *one.failure));
+            mDispatcher.tell(Dispatcher::noteOf(*one.failure, one.device.port));
             if (std::ranges::count(attached, one.device.entry, &Device::entry) > 0)
                 statuses.push_back(one.failure->status);
         }
@@ -329,11 +327,9 @@ class Run {
     void noteHeld() {
         for (const auto& entry : mJournal.entries()) {
             if (!DeviceLock::take(entry.port)) continue;
-            Event event{{"event", "note"}, {"port", entry.port}};
-            if (entry.unit) event["unit"] = entry.unit;
-            Dispatcher::describe(event, {Cause::StoppedHalfway, Status::Failed,
-                                         "The device was left held: \"trovik-reset resume\" lets it start."});
-            mDispatcher.tell(std::move(event));
+            mDispatcher.tell(Dispatcher::noteOf({Cause::StoppedHalfway, Status::Failed,
+                                                 "The device was left held: \"trovik-reset resume\" lets it start."},
+                                                entry.port, entry.unit));
         }
     }
 
@@ -343,8 +339,7 @@ class Run {
     }
 
     Status fail(const Failure& failure) {
-        Event event{{"event", "note"}};
-        mDispatcher.tell(Dispatcher::describe(event, failure));
+        mDispatcher.tell(Dispatcher::noteOf(failure));
         return failure.status;
     }
 

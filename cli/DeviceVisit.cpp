@@ -59,8 +59,7 @@ Failure systemDiagnosis(const std::string& path, platform::IOReturn result) {
 }
 
 Failure DeviceVisit::closedGate() const {
-    if (mGate.state() == UsbGate::State::Cancelled)
-        return {Cause::StoppedHalfway, Status::Cancelled, "It was cancelled."};
+    if (mGate.state() == UsbGate::State::Cancelled) return Failure::cancelled();
     return {Cause::TimedOut, Status::TimedOut, "The limit has passed."};
 }
 

@@ -13,12 +13,7 @@
 namespace twin {
 namespace {
 
-constexpr const char* kSourceFile = "trovik-reset";  ///< what messages of a thread's boundary name
 constexpr double kRedrawInterval = 0.25;
-
-double now() {
-    return platform::CFAbsoluteTimeGetCurrent();
-}
 
 double toMilliseconds(double seconds) {
     return std::round(seconds * 1000) / 1000;
@@ -164,8 +159,7 @@ std::vector<Dispatcher::Inspection> Dispatcher::inspect(const std::vector<Device
             if (portLock) mGates.insert(gate);
         }
         if (!portLock) {
-            inspection.failure = isCancelled() ? Failure{Cause::StoppedHalfway, Status::Cancelled, "It was cancelled."}
-                                               : lockedByOther();
+            inspection.failure = isCancelled() ? Failure::cancelled() : lockedByOther();
             continue;
         }
         const bool isStarted = start([this, &inspection, gate, portLock] {
@@ -229,8 +223,7 @@ bool Dispatcher::start(std::function<void()> work) {
     } catch (const std::system_error& error) {
         finish();
         const std::lock_guard lock(mMutex);
-        Event event{{"event", "note"}};
-        note(describe(event, {Cause::NoThread, Status::Failed, error.what()}));
+        note(noteOf({Cause::NoThread, Status::Failed, error.what()}));
         return false;
     }
     return true;
@@ -240,10 +233,8 @@ void Dispatcher::look(Now moment) {
     const auto attached = mLookout.look(moment);
     const std::lock_guard lock(mMutex);
     if (!attached) {
-        if (!std::exchange(mRefused, true)) {
-            Event event{{"event", "note"}};
-            note(describe(event, {Cause::AttachesNotSeen, Status::Failed, "The list of devices can't be read."}));
-        }
+        if (!std::exchange(mRefused, true))
+            note(noteOf({Cause::AttachesNotSeen, Status::Failed, "The list of devices can't be read."}));
         return;
     }
     mRefused = false;
@@ -306,24 +297,14 @@ void Dispatcher::advance(Now moment) {
 // ---- events
 
 void Dispatcher::stageBegan(const ResetSequence& sequence, Stage stage) {
-    const auto isOf = [&](const auto& job) { return &job->sequence == &sequence; };
-    const auto job = std::ranges::find_if(mJobs, isOf);
-    Event event = deviceEvent(**job, "stage");
-    event["stage"] = info(stage).name;
-    event["state"] = "began";
-    event["attempt"] = sequence.attempt();
+    Event event = stageEvent(sequence, stage, "began");
     event["limit"] = toMilliseconds(sequence.deadline() - sequence.stageBegan());
     note(std::move(event));
     mBegunStages.push_back(stage);
 }
 
 void Dispatcher::stageEnded(const ResetSequence& sequence, Stage stage, const Failure* failure) {
-    const auto isOf = [&](const auto& job) { return &job->sequence == &sequence; };
-    const auto job = std::ranges::find_if(mJobs, isOf);
-    Event event = deviceEvent(**job, "stage");
-    event["stage"] = info(stage).name;
-    event["state"] = failure ? "failed" : "ended";
-    event["attempt"] = sequence.attempt();
+    Event event = stageEvent(sequence, stage, failure ? "failed" : "ended");
     event["seconds"] = toMilliseconds(now() - sequence.stageBegan());
     if (failure) describe(event, *failure);
     note(std::move(event));
@@ -338,18 +319,34 @@ void Dispatcher::tellStages() {
     if (mSettings.stageBegan) std::ranges::for_each(begun, mSettings.stageBegan);
 }
 
-Event Dispatcher::deviceEvent(const Job& job, const char* kind) const {
+Event Dispatcher::deviceEvent(const Job& job, const char* kind) {
     Event event{{"event", kind}, {"number", job.number}, {"port", job.device.port}};
     if (const auto unit = job.sequence.unit()) event["unit"] = *unit;
     if (!job.device.product.empty()) event["product"] = job.device.product;
     return event;
 }
 
-Event& Dispatcher::describe(Event& event, const Failure& failure) {
+Event Dispatcher::stageEvent(const ResetSequence& sequence, Stage stage, const char* state) const {
+    const auto isOf = [&](const auto& job) { return &job->sequence == &sequence; };
+    Event event = deviceEvent(**std::ranges::find_if(mJobs, isOf), "stage");
+    event["stage"] = info(stage).name;
+    event["state"] = state;
+    event["attempt"] = sequence.attempt();
+    return event;
+}
+
+Event Dispatcher::noteOf(const Failure& failure, const std::string& port, std::uint32_t unit) {
+    Event event{{"event", "note"}};
+    if (!port.empty()) event["port"] = port;
+    if (unit != 0) event["unit"] = unit;
+    describe(event, failure);
+    return event;
+}
+
+void Dispatcher::describe(Event& event, const Failure& failure) {
     event["cause"] = failure.id();
     event["text"] = failure.text();
     event["remedy"] = failure.remedy();
-    return event;
 }
 
 Event Dispatcher::stamped(Event event) const {

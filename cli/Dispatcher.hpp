@@ -11,6 +11,8 @@
 #include "cli/UsbGate.hpp"
 #include "cli/Workers.hpp"
 #include "platform/CFRunLoop.hpp"
+#include "platform/Clock.hpp"
+#include "platform/Platform.hpp"
 
 #include <cstdint>
 #include <deque>
@@ -98,8 +100,10 @@ class Dispatcher final : public ResetSequence::Observer {
 
     /// Reports an event, with the time in it. Main thread.
     void tell(Event event);
-    /// A failure as an event.
-    static Event& describe(Event& event, const Failure& failure);
+    /// A failure into an event.
+    static void describe(Event& event, const Failure& failure);
+    /// A failure as a note.
+    static Event noteOf(const Failure& failure, const std::string& port = {}, std::uint32_t unit = 0);
 
     /// Another run has the lock.
     static Failure lockedByOther();
@@ -107,7 +111,8 @@ class Dispatcher final : public ResetSequence::Observer {
   private:
     using Now = platform::CFAbsoluteTime;
 
-    static constexpr double kOpenLimit = 10;  ///< seconds for an opening and the start of a session
+    static constexpr const char* kSourceFile = "trovik-reset";  ///< what messages of a thread's boundary name
+    static constexpr double kOpenLimit = 10;                    ///< seconds for an opening and the start of a session
 
     /// One device of this run.
     struct Job {
@@ -167,7 +172,8 @@ class Dispatcher final : public ResetSequence::Observer {
     void begin(Job& job, Now now);
     bool takesMore() const;  ///< a device that nobody waits for gets a job of its own
     void note(Event event);
-    Event deviceEvent(const Job& job, const char* kind) const;
+    static Event deviceEvent(const Job& job, const char* kind);
+    Event stageEvent(const ResetSequence& sequence, Stage stage, const char* state) const;
     bool lockUnit(Job& job, Now now);
     std::shared_ptr<DeviceLock> lockFor(const std::string& key);  ///< null: another run has it
     void noteDepartures(const std::vector<Device>& attached);
@@ -175,6 +181,7 @@ class Dispatcher final : public ResetSequence::Observer {
     void tellStages();
     Event stamped(Event event) const;
     void wake();
+    static Now now() { return platform::CFAbsoluteTimeGetCurrent(); }
 
     const Settings mSettings;
     Workers& mWorkers;

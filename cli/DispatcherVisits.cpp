@@ -1,6 +1,5 @@
 // The dispatcher's openings of devices: which entry is opened for whom, and what is done over the link.
 #include "cli/Dispatcher.hpp"
-#include "platform/Platform.hpp"
 #include "platform/common/Boundary.hpp"
 
 #include <algorithm>
@@ -8,15 +7,6 @@
 #include <utility>
 
 namespace twin {
-namespace {
-
-constexpr const char* kSourceFile = "trovik-reset";  ///< what messages of a thread's boundary name
-
-double now() {
-    return platform::CFAbsoluteTimeGetCurrent();
-}
-
-}  // namespace
 
 Failure Dispatcher::lockedByOther() {
     return {Cause::HeldByProgram, Status::OtherRun, "Another run works on the device."};
@@ -90,8 +80,7 @@ void Dispatcher::openFailed(const Device& device, const Failure& failure) {
     Entry& entry = found->second;
     entry.nextTry = now() + Lookout::kInterval;
     if (!entry.failure || entry.failure->cause != failure.cause) {
-        Event event{{"event", "note"}, {"port", device.port}};
-        note(describe(event, failure));
+        note(noteOf(failure, device.port));
     }
     entry.failure = failure;
     for (const auto& job : mJobs) {
@@ -180,7 +169,7 @@ void Dispatcher::doSteps(Job& job, DeviceVisit& visit) {
             if (*step == Stage::Hold) noteHeld(entry);  // before the command: a kill may come right after it
             failure = visit.run(*step, deadline, [&] {
                 const std::lock_guard lock(mMutex);
-                job.sequence.stepSent(now());
+                job.sequence.stepSent();
             });
         } catch (...) {  // the sequence would wait for this step's end for good
             platform::logCaughtException(kSourceFile, __LINE__);

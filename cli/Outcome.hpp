@@ -75,6 +75,8 @@ struct Failure {
     std::string seen;           ///< whole sentences, beyond the catalogue's; may be empty
     bool disconnected = false;  ///< it was the device's leaving
 
+    [[nodiscard]] static Failure cancelled() { return {Cause::StoppedHalfway, Status::Cancelled, "It was cancelled."}; }
+
     /// A time-out with where it was, which is what --limit and support ask for; any other failure as it is.
     [[nodiscard]] Failure at(std::string_view where) const;
 

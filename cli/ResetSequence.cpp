@@ -65,7 +65,7 @@ void ResetSequence::cancel(double now) {
     if (mLast) mDeadline = std::min(mDeadline, now + kResumeLimit);
     // Whoever has the device open is cut off, and says so by stepEnded.
     if (mVisited || mLast) return;
-    const Failure cancelled{Cause::StoppedHalfway, Status::Cancelled, "It was cancelled."};
+    const Failure cancelled = Failure::cancelled();
     if (mStageIsOpen) leave(&cancelled);
     letStartOrFinish(now);
 }
@@ -128,7 +128,7 @@ std::optional<Stage> ResetSequence::step() const {
     return mStage;
 }
 
-void ResetSequence::stepSent(double) {
+void ResetSequence::stepSent() {
     mSent = true;  // and the device has just said who it is
     if (mClear == Clear::Sent && mDevice.ioId() == mClearedEntry) mClear = Clear::Done;
     if (mStage == Stage::Hold) mBoot = Boot::PerhapsHeld;

@@ -90,7 +90,7 @@ class ResetSequence {
     void openFailed(const USBRegistryInfo& entry, const Failure& failure, double now);
 
     [[nodiscard]] std::optional<Stage> step() const;
-    void stepSent(double now);  ///< the step's command is about to leave
+    void stepSent();  ///< the step's command is about to leave
 
     /// @param failure  nothing for success. The device's leaving is none where the command orders just that
     void stepEnded(const std::optional<Failure>& failure, double now);
