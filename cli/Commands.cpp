@@ -195,17 +195,23 @@ class Run {
         return Status::Done;
     }
 
+    /// What names stand for.
+    struct Picked {
+        Chosen chosen;
+        std::vector<std::string> missing;
+        bool isAmbiguous = false;  ///< two devices report the unit id that a name has
+    };
+
     /// A unit id is learnt by opening what is attached: each once, and once a second what could not be opened.
     /// @param chosen  also where others are missing: those that were found
     Status find(const std::vector<std::string>& names, Chosen& chosen) {
-        std::vector<Dispatcher::Inspection> opened;
         const double end = platform::CFAbsoluteTimeGetCurrent() + mOptions.wait;
+        const bool needsUnit = std::ranges::any_of(names, [](const auto& name) { return unitOf(name).has_value(); });
         double nextTry = 0;
-        std::vector<std::string> missing;
+        std::vector<Dispatcher::Inspection> opened;
         std::vector<Device> attached;
+        Picked picked;
         do {
-            const bool needsUnit =
-                std::ranges::any_of(names, [](const auto& name) { return unitOf(name).has_value(); });
             const auto isOpened = [&](const Device& device) {
                 return std::ranges::any_of(opened, [&](const auto& one) {
                     const bool counts = one.identity || platform::CFAbsoluteTimeGetCurrent() < nextTry;
@@ -222,11 +228,11 @@ class Run {
             if (needsUnit) open(attached, isOpened, opened);
             if (platform::CFAbsoluteTimeGetCurrent() >= nextTry)
                 nextTry = platform::CFAbsoluteTimeGetCurrent() + Lookout::kInterval;
-            missing = pick(names, attached, opened, chosen);
-        } while (!missing.empty() && !mDispatcher.isCancelled() && platform::CFAbsoluteTimeGetCurrent() < end);
-        if (missing.empty())
-            return isEachOne(names, attached, opened) ? Status::Done
-                                                      : severalDevices(attached, "Name one by its port.");
+            picked = pick(names, attached, opened);
+        } while (!picked.missing.empty() && !mDispatcher.isCancelled() && platform::CFAbsoluteTimeGetCurrent() < end);
+        chosen = std::move(picked.chosen);
+        if (picked.missing.empty())
+            return picked.isAmbiguous ? severalDevices(attached, "Name one by its port.") : Status::Done;
         std::vector<Status> statuses;
         for (const auto& one : opened) {
             if (!one.failure) continue;
@@ -234,7 +240,7 @@ class Run {
             if (std::ranges::count(attached, one.device.entry, &Device::entry) > 0)
                 statuses.push_back(one.failure->status);
         }
-        for (const std::string& name : missing) statuses.push_back(noneFound("There is no " + name + "."));
+        for (const std::string& name : picked.missing) statuses.push_back(noneFound("There is no " + name + "."));
         return overall(statuses);  // one that could not be opened may be the one that is meant
     }
 
@@ -247,39 +253,29 @@ class Run {
         for (auto& inspection : mDispatcher.inspect(devices)) opened.push_back(std::move(inspection));
     }
 
-    /// @return the names that stand for none of the devices
-    static std::vector<std::string> pick(const std::vector<std::string>& names, const std::vector<Device>& devices,
-                                         const std::vector<Dispatcher::Inspection>& opened, Chosen& chosen) {
-        chosen.clear();
-        std::vector<std::string> missing;
+    static Picked pick(const std::vector<std::string>& names, const std::vector<Device>& devices,
+                       const std::vector<Dispatcher::Inspection>& opened) {
+        Picked picked;
         for (const std::string& name : names) {
             const auto unit = unitOf(name);
-            const auto found = std::ranges::find_if(devices, [&](const auto& device) {
+            const auto isIt = [&](const Device& device) {
                 return unit ? reports(device, *unit, opened) : device.port == name;
-            });
+            };
+            const auto found = std::ranges::find_if(devices, isIt);
             if (found == devices.end()) {
-                missing.push_back(name);
+                picked.missing.push_back(name);
                 continue;
             }
+            if (std::ranges::count_if(devices, isIt) > 1) picked.isAmbiguous = true;
             const auto isSame = [&](const auto& one) { return one.first.entry == found->entry; };
-            if (std::ranges::none_of(chosen, isSame)) chosen.emplace_back(*found, unit);
+            if (std::ranges::none_of(picked.chosen, isSame)) picked.chosen.emplace_back(*found, unit);
         }
-        return missing;
+        return picked;
     }
 
     static bool reports(const Device& device, std::uint32_t unit, const std::vector<Dispatcher::Inspection>& opened) {
         return std::ranges::any_of(opened, [&](const auto& one) {
             return one.device.entry == device.entry && one.identity && one.identity->unit == unit;
-        });
-    }
-
-    /// Whether no two of the devices report the same unit id that one of the names has.
-    static bool isEachOne(const std::vector<std::string>& names, const std::vector<Device>& devices,
-                          const std::vector<Dispatcher::Inspection>& opened) {
-        return std::ranges::all_of(names, [&](const std::string& name) {
-            const auto unit = unitOf(name);
-            const auto isIt = [&](const Device& device) { return reports(device, *unit, opened); };
-            return !unit || std::ranges::count_if(devices, isIt) <= 1;
         });
     }
 
