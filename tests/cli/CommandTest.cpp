@@ -297,18 +297,5 @@ TEST(TwinReporter, DrawsWhatFitsTheTerminalAndNothingThatActsOnIt) {
     EXPECT_THAT(std::ranges::count(drawn, '\n'), testing::AllOf(testing::Gt(0), testing::Lt(500)));
 }
 
-TEST(TwinCommand, TraceHoldsADevicesEventsAndNoOthers) {
-    const Scenario scenario = devices(2);
-    TwinWorld twin(scenario);
-    EXPECT_EQ(twin.run({"reset", "--all", "--yes", "--trace", twin.folder.path()}), Status::Done);
-    std::string expected;
-    std::istringstream lines(twin.out.str());
-    for (std::string line; std::getline(lines, line);) {
-        if (line.find("\"port\":\"1-2\"") != std::string::npos) expected += line + "\n";
-    }
-    EXPECT_FALSE(expected.empty());
-    EXPECT_EQ(support::ReadFile(twin.folder / "1-2.jsonl"), expected);
-}
-
 }  // namespace
 }  // namespace twin_test

@@ -1,4 +1,4 @@
-"""Checks what trovik-reset does as a process: signals, a person at a terminal, a wrong command line.
+"""Checks what trovik-reset does as a process: signals, a person at a terminal, trace files, a wrong command line.
 
 check_process.py PROGRAM SCHEMA
 """
@@ -39,6 +39,12 @@ def check_events(what, text, status):
             faults.append(f"{what}: {error.message} in {event}")
     check(events and events[0]["event"] == "hello" and events[-1]["event"] == "result"
           and events[-1]["status"] == status, f"{what}: these are not all events of a run with status {status}: {text}")
+
+
+def scenario_file(scenario):
+    path = pathlib.Path(home) / "scenario.json"
+    path.write_text(json.dumps(scenario), encoding="utf-8")
+    return path
 
 
 class Terminal:
@@ -131,20 +137,29 @@ def lines_of_stages_are_redrawn():
 
 
 def watch_on_a_terminal():
-    scenario = pathlib.Path(home) / "watch.json"
-    scenario.write_text(json.dumps({"devices": [{}], "cues": [
-        {"after": 0.2, "do": "unplug", "device": 1}, {"after": 1.5, "do": "plug", "device": 1}]}), encoding="utf-8")
+    scenario = scenario_file({"devices": [{}], "cues": [{"after": 2, "do": "unplug", "device": 1},
+                                                        {"after": 3, "do": "plug", "device": 1}]})
     terminal = Terminal()
     program = start("list", "--watch", f"--simulate={scenario}", stdin=subprocess.DEVNULL, stderr=terminal.programs,
                     stdout=subprocess.DEVNULL)
     terminal.hand_over()
-    terminal.read("departed")
     terminal.read("attached Trailmate 300\r\n1-1: departed Trailmate 300\r\n1-1: attached Trailmate 300\r\n")
     program.send_signal(signal.SIGINT)
     terminal.read()
     check(program.wait(LIMIT) == 130, f"status {program.returncode} after a signal to a watch")
     check(terminal.screen() == ["1-1: attached Trailmate 300", "1-1: departed Trailmate 300",
                                 "1-1: attached Trailmate 300", "Result: cancelled (130)"], f"a watch: {terminal.screen()}")
+
+
+def trace_holds_a_devices_events_and_no_others():
+    scenario = scenario_file({"devices": [{"rebootTime": 0, "bootTime": 0}] * 2})
+    text = subprocess.run([PROGRAM, "reset", "--all", "--yes", "--json", "--trace", home, f"--simulate={scenario}"],
+                          capture_output=True, text=True, timeout=LIMIT, check=False).stdout
+    check_events("with traces", text, 0)
+    for port in ("1-1", "1-2"):
+        trace = (pathlib.Path(home) / f"{port}.jsonl").read_text(encoding="utf-8")
+        wanted = [line for line in text.splitlines() if json.loads(line).get("port") == port]
+        check(wanted and trace.splitlines() == wanted, f"the trace of {port} holds {trace}")
 
 
 def wrong_command_line():
@@ -162,7 +177,7 @@ def wrong_command_line():
 
 with tempfile.TemporaryDirectory() as home:
     for test in (second_signal_ends_at_once, signal_at_the_question, lines_of_stages_are_redrawn, watch_on_a_terminal,
-                 wrong_command_line):
+                 trace_holds_a_devices_events_and_no_others, wrong_command_line):
         test()
-print("\n".join(map(str, faults)) or "signals, terminals and wrong command lines: as they are to be")
+print("\n".join(map(str, faults)) or "signals, terminals, traces and wrong command lines: as they are to be")
 sys.exit(bool(faults))

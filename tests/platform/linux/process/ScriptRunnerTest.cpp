@@ -57,8 +57,7 @@ class Child {
     /// A stubborn one that has got the signal.
     bool WasAsked() const {
         const std::string status = support::ReadFile("/proc/" + std::to_string(mId) + "/status");
-        const std::string pending = status.substr(status.find("ShdPnd:") + 7, 17);
-        return (std::stoull(pending, nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
+        return (std::stoull(status.substr(status.find("ShdPnd:") + 7), nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
     }
 
   private:
