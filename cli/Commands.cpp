@@ -230,6 +230,7 @@ class Run {
                 nextTry = platform::CFAbsoluteTimeGetCurrent() + Lookout::kInterval;
             picked = pick(names, attached, opened);
         } while (!picked.missing.empty() && !mDispatcher.isCancelled() && platform::CFAbsoluteTimeGetCurrent() < end);
+        if (mDispatcher.isCancelled()) return Status::Cancelled;  // nobody knows what there is
         chosen = std::move(picked.chosen);
         if (picked.missing.empty())
             return picked.isAmbiguous ? severalDevices(attached, "Name one by its port.") : Status::Done;

@@ -64,15 +64,18 @@ TEST(TwinCommand, AtMostSoManyAreAtWorkAtATimeAndNoMoreThanAreCounted) {
     }
 }
 
-TEST(TwinCommand, CancelBeforeTheQuestionLeavesItUnasked) {
-    Scenario scenario = devices(1);
-    scenario.devices.front().profile.answerDelay = milliseconds(200);
-    scenario.cues = {{{}, milliseconds(300), Cue::What::Cancel, 0}};
-    TwinWorld twin(scenario);
-    twin.answer = [](const auto&) { return "yes"; };
-    EXPECT_EQ(twin.run({"reset"}), Status::Cancelled);
-    EXPECT_FALSE(twin.storeIsEmpty(0));
-    EXPECT_THAT(twin.people.str(), testing::Not(HasSubstr("Type")));
+TEST(TwinCommand, CancelBeforeTheQuestionLeavesItUnaskedAndMissesNoDevice) {
+    for (const char* const name : {"1-1", "unit:1"}) {
+        SCOPED_TRACE(name);
+        Scenario scenario = devices(1);
+        scenario.devices.front().profile.answerDelay = milliseconds(200);
+        scenario.cues = {{{}, milliseconds(300), Cue::What::Cancel, 0}};
+        TwinWorld twin(scenario);
+        twin.answer = [](const auto&) { return "yes"; };
+        EXPECT_EQ(twin.run({"reset", name}), Status::Cancelled);
+        EXPECT_FALSE(twin.storeIsEmpty(0));
+        EXPECT_THAT(twin.people.str(), AllOf(Not(HasSubstr("Type")), Not(HasSubstr("TRV-101"))));
+    }
 }
 
 TEST(TwinCommand, CancelIsOverInTwoSecondsOrInEightWhereTheDeviceIsSilent) {
