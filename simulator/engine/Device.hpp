@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/engine/BusDevice.hpp"
 #include "simulator/engine/Fault.hpp"
 #include "simulator/engine/Profile.hpp"
 #include "simulator/engine/Record.hpp"
@@ -19,52 +20,34 @@
 
 namespace simulator {
 
-/// The device in software: its protocol, its store and its boot, with no idea of how it is plugged in. It has no thread
-/// and no clock; whoever plugs it in serialises the calls, hands it the time (never backwards) and, after every call,
-/// looks at wantsBus(), the in pipes and nextDue():
-///
-///  - host packets go in one by one through writePacket(), empty packets included;
-///  - packets for the host wait in hasPacket()/takePacket(), cut to the endpoint's size, each transfer ended by a short
-///    or an empty packet;
-///  - wantsBus() says whether the device would be on the bus now. The plug-in follows it and confirms with attached()
-///    and detached(). The time off the bus during a reboot counts from detached(), so that a host always sees the
-///    device go, however short the reboot;
-///  - at nextDue() it wants advance().
+/// The device in software: its protocol, its store and its boot, with no idea of how it is plugged in: BusDevice says
+/// what a plug-in does with it. The time off the bus during a reboot counts from detached(), so that a host always sees
+/// the device go, however short the reboot. A choice of the configuration clears halts, drops queued packets and ends
+/// the session, as an attach does. A halt takes its turn behind the packets that were queued before it. The device has
+/// a battery: pulling the cable changes nothing else.
 ///
 /// Any bytes may be written at any time: what makes no sense is refused and recorded. Nothing grows without bound: a
 /// host that never reads loses answers.
-class Device {
+class Device final : public BusDevice {
   public:
-    enum class WriteResult {
-        Taken,
-        Busy,  ///< not now (the bus says NAK): offer the same packet again after the next due moment or call
-        Stalled,
-    };
-
     explicit Device(Profile profile = {}, SettingsStore store = SettingsStore::wellUsed());
 
     // ---- for the plug-in
 
-    void attached(Time now);
-    void detached(Time now);  ///< everything on its way is lost, the session is over
-
-    /// The host has chosen the configuration: halts are cleared, queued packets dropped, and the session is over.
-    void configured(Time now);
-
-    bool wantsBus() const { return mCable && !mAway; }
-    std::optional<Time> nextDue() const;
-    void advance(Time now);
-
-    /// Offers one packet, at most as long as the out endpoint's packets.
-    WriteResult writePacket(std::span<const unsigned char> packet, Time now);
-
-    /// In pipes only. A halt takes its turn behind the packets that were queued before it.
-    bool hasPacket(Pipe pipe) const { return !in(pipe).empty() && in(pipe).front().has_value(); }
-    Bytes takePacket(Pipe pipe);  ///< requires hasPacket()
-    bool halted(Pipe pipe) const {
+    void attached(Time now) override;
+    void detached(Time now) override;
+    void configured(Time now) override;
+    bool wantsBus() const override { return mCable && !mAway; }
+    std::optional<Time> nextDue() const override;
+    void advance(Time now) override;
+    WriteResult writePacket(std::span<const unsigned char> packet, Time now) override;
+    bool hasPacket(Pipe pipe) const override { return !in(pipe).empty() && in(pipe).front().has_value(); }
+    Bytes takePacket(Pipe pipe) override;
+    bool halted(Pipe pipe) const override {
         return pipe == Pipe::BulkOut ? mOutHalted : !in(pipe).empty() && !in(pipe).front().has_value();
     }
-    void clearHalt(Pipe pipe);
+    void clearHalt(Pipe pipe) override;
+    void setCable(bool in, Time now) override;
 
     /// Asked by the bus before each of its operations.
     /// @return the result with which it must fail, kIOReturnSuccess to carry it out
@@ -72,8 +55,6 @@ class Device {
 
     // ---- for the person (or the test) that holds it
 
-    /// Puts the cable in or pulls it out. The device has a battery: pulling the cable changes nothing else.
-    void setCable(bool in, Time now);
     bool cable() const { return mCable; }
 
     /// Sends a packet that nobody asked for, on the pipe of the profile's choice.
@@ -83,7 +64,7 @@ class Device {
     FaultList& faults() { return mFaults; }
     const FaultList& faults() const { return mFaults; }
 
-    const Profile& profile() const { return mProfile; }
+    const Profile& profile() const override { return mProfile; }
     /// Changes count from the next packet on; those of ids and pipes from the next attach.
     Profile& profile() { return mProfile; }
     SettingsStore& store() { return mStore; }

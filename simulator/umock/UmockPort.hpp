@@ -42,12 +42,11 @@ struct UmockUsb::Urb {
 };
 
 struct UmockUsb::Port {
-    Port(Profile profile, SettingsStore store, std::string where)
-        : device(std::move(profile), std::move(store)), path(std::move(where)) {}
+    Port(std::unique_ptr<BusDevice> plugged, std::string where) : device(std::move(plugged)), path(std::move(where)) {}
 
-    Device device;
+    const std::unique_ptr<BusDevice> device;
     const std::string path;            // within sysfs
-    std::optional<Bytes> descriptors;  // as the node gives them; those of the profile unless set
+    std::optional<Bytes> descriptors;  // as the node gives them; the device's own unless set
     std::string node;                  // of the present attach
     bool attached = false;             // the kernel has it
     bool announced = false;            // and has said so

@@ -48,19 +48,19 @@ void UmockUsb::pump(Port& port) {
 
 /// True when the transfer has ended.
 bool UmockUsb::pumpOut(Port& port, Urb& urb) {
-    const std::size_t packetSize = port.device.profile().pipe(Pipe::BulkOut)->maxPacketSize;
+    const std::size_t packetSize = port.device->profile().pipe(Pipe::BulkOut)->maxPacketSize;
     const auto length = static_cast<std::size_t>(urb.raw().buffer_length);
     do {
         const auto done = static_cast<std::size_t>(urb.done);
         const std::size_t size = std::min(packetSize, length - done);
         const auto* bytes = urb.buffer ? urb.buffer->data + done : nullptr;
-        switch (port.device.writePacket({bytes, size}, now())) {
-            case Device::WriteResult::Busy:
+        switch (port.device->writePacket({bytes, size}, now())) {
+            case BusDevice::WriteResult::Busy:
                 return false;
-            case Device::WriteResult::Stalled:
+            case BusDevice::WriteResult::Stalled:
                 finish(port, std::move(urb), -EPIPE);
                 return true;
-            case Device::WriteResult::Taken:
+            case BusDevice::WriteResult::Taken:
                 break;
         }
         if (size == 0) urb.endPacketDue = false;
@@ -71,15 +71,15 @@ bool UmockUsb::pumpOut(Port& port, Urb& urb) {
 }
 
 bool UmockUsb::pumpIn(Port& port, Urb& urb) {
-    const Pipe pipe = pipeOf(port.device.profile(), urb.raw().endpoint);
-    const std::size_t packetSize = port.device.profile().pipe(pipe)->maxPacketSize;
+    const Pipe pipe = pipeOf(port.device->profile(), urb.raw().endpoint);
+    const std::size_t packetSize = port.device->profile().pipe(pipe)->maxPacketSize;
     for (;;) {
-        if (port.device.halted(pipe)) {
+        if (port.device->halted(pipe)) {
             finish(port, std::move(urb), -EPIPE);
             return true;
         }
-        if (!port.device.hasPacket(pipe)) return false;
-        const Bytes packet = port.device.takePacket(pipe);
+        if (!port.device->hasPacket(pipe)) return false;
+        const Bytes packet = port.device->takePacket(pipe);
         const auto room = static_cast<std::size_t>(urb.raw().buffer_length - urb.done);
         const std::size_t size = std::min(room, packet.size());
         if (size > 0) std::memcpy(urb.buffer->data + urb.done, packet.data(), size);
@@ -108,7 +108,7 @@ int UmockUsb::handleRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, UmockU
     }
     UMockdevIoctlData* const argument = umockdev_ioctl_client_get_arg(client);
     const Port& port = *file->second.port;
-    const Bytes descriptors = port.descriptors ? *port.descriptors : usbDescriptors(port.device.profile());
+    const Bytes descriptors = port.descriptors ? *port.descriptors : port.device->descriptors();
     const std::size_t size = std::min(descriptors.size(), static_cast<std::size_t>(argument->data_len));
     std::memcpy(argument->data, descriptors.data(), size);
     umockdev_ioctl_client_complete(client, static_cast<long>(size), 0);
@@ -180,14 +180,14 @@ void UmockUsb::ioctl(UMockdevIoctlClient* client) {
         case USBDEVFS_CONTROL: {  // the question for the active configuration is the only one that libusb asks
             const auto transfer = resolve(argument, 0, sizeof(usbdevfs_ctrltransfer));
             resolve(transfer.get(), offsetof(usbdevfs_ctrltransfer, data), 1)->data[0] =
-                port.device.profile().configurationValue;
+                port.device->profile().configurationValue;
             return reply(1);
         }
         case USBDEVFS_CLEAR_HALT:
-            port.device.clearHalt(pipeOf(port.device.profile(), resolve(argument, 0, 4)->data[0]));
+            port.device->clearHalt(pipeOf(port.device->profile(), resolve(argument, 0, 4)->data[0]));
             return reply(0);
         case USBDEVFS_GET_SPEED: {
-            const auto* out = port.device.profile().pipe(Pipe::BulkOut);
+            const auto* out = port.device->profile().pipe(Pipe::BulkOut);
             return reply(out && out->maxPacketSize > 64 ? 3 : 2);  // high or full
         }
         case USBDEVFS_GETDRIVER: {
@@ -221,7 +221,7 @@ void UmockUsb::configure(Port& port, Reply& reply) {
     for (const auto& [interface, driver] : port.drivers) {
         if (!driver.attached.empty()) return reply(-1, EBUSY);
     }
-    port.device.configured(now());
+    port.device->configured(now());
     reply(0);
 }
 
@@ -249,7 +249,7 @@ void UmockUsb::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument, 
         resolve(urb.block.get(), offsetof(usbdevfs_urb, buffer), static_cast<std::size_t>(urb.raw().buffer_length));
     urb.client = client;
     const std::uint8_t endpoint = urb.raw().endpoint;
-    const int packetSize = port.device.profile().pipe(pipeOf(port.device.profile(), endpoint))->maxPacketSize;
+    const int packetSize = port.device->profile().pipe(pipeOf(port.device->profile(), endpoint))->maxPacketSize;
     urb.endPacketDue = urb.raw().flags & USBDEVFS_URB_ZERO_PACKET && urb.raw().buffer_length % packetSize == 0;
     // Answered first: umockdev would otherwise write half-changed data back with the answer.
     reply(0);

@@ -55,33 +55,42 @@ bool UmockUsb::waitUntilClosed() {
 }
 
 std::size_t UmockUsb::addDevice(Profile profile, SettingsStore store) {
+    return addDevice(std::make_unique<Device>(std::move(profile), std::move(store)));
+}
+
+std::size_t UmockUsb::addDevice(std::unique_ptr<BusDevice> device) {
     const std::lock_guard lock(mMutex);
     auto path = format("/sys/devices/pci0000:00/usb1/1-%zu", mPorts.size() + 1);
-    mPorts.push_back(std::make_unique<Port>(std::move(profile), std::move(store), std::move(path)));
+    mPorts.push_back(std::make_unique<Port>(std::move(device), std::move(path)));
     return mPorts.size() - 1;
 }
 
-void UmockUsb::withDevice(std::size_t port, const std::function<void(Device&, Time)>& action) {
+void UmockUsb::withBusDevice(std::size_t port, const std::function<void(BusDevice&, Time)>& action) {
     {
         const std::lock_guard lock(mMutex);
-        action(mPorts.at(port)->device, now());
+        action(*mPorts.at(port)->device, now());
         pump(*mPorts[port]);
     }
     mDrive.dueChanged();
 }
 
+void UmockUsb::withDevice(std::size_t port, const std::function<void(Device&, Time)>& action) {
+    withBusDevice(port, [&](BusDevice& device, Time now) { action(dynamic_cast<Device&>(device), now); });
+}
+
 void UmockUsb::plug(const std::vector<std::size_t>& ports) {
-    for (const std::size_t port : ports) withDevice(port, [](Device& device, Time now) { device.setCable(true, now); });
+    for (const std::size_t port : ports)
+        withBusDevice(port, [](BusDevice& device, Time now) { device.setCable(true, now); });
     std::unique_lock lock(mMutex);
     const bool all = mChanged.wait_for(lock, kPatience, [&] {
         return std::ranges::all_of(
-            ports, [&](std::size_t port) { return mPorts[port]->announced || !mPorts[port]->device.wantsBus(); });
+            ports, [&](std::size_t port) { return mPorts[port]->announced || !mPorts[port]->device->wantsBus(); });
     });
     if (!all) fail("a device was not attached");
 }
 
 void UmockUsb::unplug(std::size_t port) {
-    withDevice(port, [](Device& device, Time now) { device.setCable(false, now); });
+    withBusDevice(port, [](BusDevice& device, Time now) { device.setCable(false, now); });
     std::unique_lock lock(mMutex);
     if (!mChanged.wait_for(lock, kPatience, [&] { return !mPorts[port]->announced; })) {
         fail("a device was not detached");
@@ -147,7 +156,7 @@ std::optional<Time> UmockUsb::nextDue() {
     const std::lock_guard lock(mMutex);
     std::optional<Time> due;
     for (const auto& port : mPorts) {
-        const auto own = port->device.wantsBus() != port->announced ? Time(0) : port->device.nextDue();
+        const auto own = port->device->wantsBus() != port->announced ? Time(0) : port->device->nextDue();
         if (own && (!due || *own < *due)) due = own;
     }
     return due;
@@ -157,9 +166,9 @@ void UmockUsb::run(Time now) {
     std::unique_lock lock(mMutex);
     for (std::size_t i = 0; i < mPorts.size(); ++i) {
         Port& port = *mPorts[i];
-        port.device.advance(now);
+        port.device->advance(now);
         pump(port);
-        if (port.device.wantsBus() == port.announced) continue;
+        if (port.device->wantsBus() == port.announced) continue;
         // Without the lock: these write sysfs and send uevents. Only this thread does.
         const bool attaching = !port.announced;
         lock.unlock();
@@ -187,12 +196,12 @@ void UmockUsb::attach(std::size_t number, Time now) {
         port.attached = true;
         ++port.generation;
         port.attachBegan = now;
-        port.device.attached(now);
+        port.device->attached(now);
 
-        const Profile& profile = port.device.profile();
+        const Profile& profile = port.device->profile();
         const auto* out = profile.pipe(Pipe::BulkOut);
         std::string descriptors;
-        for (const unsigned char byte : usbDescriptors(profile)) descriptors += format("%02X", byte);
+        for (const unsigned char byte : port.device->descriptors()) descriptors += format("%02X", byte);
         // No "N:" line: that would put a regular file in the place of the node.
         description = "P: " + port.path.substr(std::strlen("/sys")) + "\n" +  //
                       "E: DEVNAME=" + port.node + "\nE: DEVTYPE=usb_device\nE: SUBSYSTEM=usb\nE: MAJOR=189\n" +
@@ -224,7 +233,7 @@ void UmockUsb::detach(std::size_t number, Time now) {
         }
         port.attached = false;
         port.backing->hangUp();
-        port.device.detached(now);
+        port.device->detached(now);
     }
     umockdev_testbed_uevent(mTestbed.get(), port.path.c_str(), "remove");  // remove_device sends none
     umockdev_testbed_remove_device(mTestbed.get(), port.path.c_str());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "simulator/engine/BusDevice.hpp"
 #include "simulator/engine/Device.hpp"
 #include "simulator/engine/RealTimeDrive.hpp"
 
@@ -48,6 +49,7 @@ class UmockUsb final : public TimedWork {
 
     /// Adds a device on a new port, its cable not yet in. Returns the port's number, 0 for the first.
     std::size_t addDevice(Profile profile = {}, SettingsStore store = SettingsStore::wellUsed());
+    std::size_t addDevice(std::unique_ptr<BusDevice> device);
 
     /// Puts the cable in or pulls it out and waits until the uevent is on its way, up to ten seconds. Not from a
     /// withDevice() action.
@@ -65,6 +67,8 @@ class UmockUsb final : public TimedWork {
     Time attachBegan(std::size_t port = 0) const;
 
     /// Looks at or changes the device under the lock; what the device then has to say is on its way when this returns.
+    void withBusDevice(std::size_t port, const std::function<void(BusDevice&, Time)>& action);
+    /// The same with a simulated device; throws std::bad_cast where the port has another.
     void withDevice(std::size_t port, const std::function<void(Device&, Time)>& action);
 
     /// Gives the interface a kernel driver, or another program ("usbfs") that holds it. Empty for none.
