@@ -135,7 +135,9 @@ void UmockUsb::closed(void* client) {
     const std::lock_guard lock(mMutex);
     Port& port = *mFiles.at(client).port;
     const auto own = [&](const Urb& urb) { return urb.client == client; };
-    for (auto& [endpoint, urbs] : port.pending) std::erase_if(urbs, own);
+    for (auto& [endpoint, urbs] : port.pending) {
+        if (std::erase_if(urbs, own) > 0 && !(endpoint & kIn)) port.device->writeCancelled(now());
+    }
     std::erase_if(port.completed, own);
     if (port.completed.empty() && port.backing) port.backing->setReady(false);
     mFiles.erase(client);
@@ -249,12 +251,30 @@ void UmockUsb::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument, 
         resolve(urb.block.get(), offsetof(usbdevfs_urb, buffer), static_cast<std::size_t>(urb.raw().buffer_length));
     urb.client = client;
     const std::uint8_t endpoint = urb.raw().endpoint;
+    if (urb.raw().type == USBDEVFS_URB_TYPE_CONTROL) {
+        reply(0);
+        return control(port, std::move(urb));
+    }
     const int packetSize = port.device->profile().pipe(pipeOf(port.device->profile(), endpoint))->maxPacketSize;
     urb.endPacketDue = urb.raw().flags & USBDEVFS_URB_ZERO_PACKET && urb.raw().buffer_length % packetSize == 0;
     // Answered first: umockdev would otherwise write half-changed data back with the answer.
     reply(0);
     port.pending[endpoint].push_back(std::move(urb));
     pump(port);
+}
+
+/// Ends a control transfer at once. The device takes no request that writes.
+void UmockUsb::control(Port& port, Urb urb) {
+    BusDevice::Setup setup{};
+    const auto room = static_cast<std::size_t>(urb.raw().buffer_length);
+    if (room < setup.size()) return finish(port, std::move(urb), -EINVAL);
+    std::copy_n(urb.buffer->data, setup.size(), setup.begin());
+    const auto answer = setup[0] & kIn ? port.device->controlAnswer(setup) : std::nullopt;
+    if (!answer) return finish(port, std::move(urb), -EPIPE);
+    const std::size_t size = std::min(answer->size(), room - setup.size());
+    std::copy_n(answer->begin(), size, urb.buffer->data + setup.size());
+    urb.done = static_cast<int>(size);
+    finish(port, std::move(urb), 0);
 }
 
 void UmockUsb::discard(UMockdevIoctlData* argument, File& file, Reply& reply) {
@@ -266,6 +286,7 @@ void UmockUsb::discard(UMockdevIoctlData* argument, File& file, Reply& reply) {
         if (found == urbs.end()) continue;
         finish(*file.port, std::move(*found), -ENOENT);
         urbs.erase(found);
+        if (!(endpoint & kIn)) file.port->device->writeCancelled(now());
         return reply(0);
     }
     reply(-1, EINVAL);

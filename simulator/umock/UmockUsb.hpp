@@ -114,6 +114,7 @@ class UmockUsb final : public TimedWork {
     void configure(Port& port, Reply& reply);
     void connectDriver(UMockdevIoctlData* argument, Port& port, Reply& reply);
     void submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument, Port& port, Reply& reply);
+    static void control(Port& port, Urb urb);
     void discard(UMockdevIoctlData* argument, File& file, Reply& reply);
     void reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument, File& file, Reply& reply);
 

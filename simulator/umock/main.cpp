@@ -1,5 +1,10 @@
 // trovik-simulator: runs a program on a simulated USB bus, behind the real libusb and libudev, so that it can be tried
-// out or tested on a machine without a device.
+// out or tested on a machine without a device: with simulated devices, or with one that plays a capture back.
+#include "simulator/capture/CaptureMask.hpp"
+#include "simulator/capture/CapturedDevice.hpp"
+#include "simulator/capture/ReplayedDevice.hpp"
+#include "simulator/capture/UsbCapture.hpp"
+#include "simulator/umock/ProgramOnBus.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
 #include <algorithm>
@@ -7,32 +12,77 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <filesystem>
+#include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
 
 constexpr char kUsage[] =
     "Usage: trovik-simulator run [OPTION]... [--] PROGRAM [ARGUMENT]...\n"
-    "       trovik-simulator faults\n"
-    "Runs a program with a simulated device attached, behind the real libusb and libudev. Ends with the program's "
-    "status\n"
-    "and a line on standard error; with 1 where that is 0 but the device had to refuse something.\n"
+    "       trovik-simulator replay CAPTURE [--] PROGRAM [ARGUMENT]...\n"
+    "       trovik-simulator mask CAPTURE [OUT]\n"
+    "       trovik-simulator scenarios | faults\n"
     "\n"
-    "  --profile NAME   attaches a handheld (what there is without this option), wearable, old or instant device; may "
-    "be\n"
-    "                   given several times\n"
+    "run has a program find simulated devices behind the real libusb and libudev. Ends with the program's status and "
+    "a\n"
+    "line on standard error; with 1 where that is 0 but the device had to refuse something.\n"
+    "\n"
+    "  --scenario NAME  what is attached, or what goes wrong with it (scenarios lists them); may be given several "
+    "times\n"
+    "  --profile NAME   attaches a handheld (what there is without this option), wearable, old or instant device; may\n"
+    "                   be given several times\n"
     "  --fault NAME     has the first device commit that fault once; may be given several times (faults lists them)\n"
-    "  --reset          1 also where the first device's settings store is not empty at the end\n";
+    "  --reset          1 also where the first device's settings store is not empty at the end\n"
+    "\n"
+    "replay has it find the device of a capture (usbmon; pcapng or pcap), which says what it said then for as long as "
+    "the\n"
+    "program does. Where they part, standard error says so, the program is asked to end, and the status is 1.\n"
+    "\n"
+    "mask makes a capture fit to be shown to others: nothing of other devices, no serial numbers, no user's data. OUT "
+    "is\n"
+    "CAPTURE with -masked.pcap at its end, unless named.\n";
+
+struct ProfileName {
+    const char* name;
+    const char* sentence;
+};
+constexpr ProfileName kProfiles[] = {
+    {"handheld", "Nothing goes wrong"},
+    {"wearable", "High speed; answers everything on the bulk pipe"},
+    {"old", "Lists no protocols"},
+    {"instant", "Answers, leaves and comes back without any delay"},
+};
+
+/// A fault at an operation of the bus needs a bus that can fail like that. Here the kernel can say that another program
+/// holds the device, and nothing more.
+bool canBePlayed(const simulator::Fault& fault) {
+    return fault.kind != simulator::FaultKind::FailOperation || fault.result == platform::kIOReturnExclusiveAccess;
+}
 
 struct Options {
     std::vector<simulator::Profile> profiles;
     std::vector<simulator::Fault> faults;
     bool mustBeReset = false;
     char** command = nullptr;
+
+    bool addProfile(std::string_view name) {
+        const auto profile = simulator::Profile::named(name);
+        if (profile) profiles.push_back(*profile);
+        return profile.has_value();
+    }
+    bool addFault(std::string_view name) {
+        const auto& known = simulator::faultCatalogue();
+        const auto fault = std::ranges::find(known, name, &simulator::Fault::name);
+        if (fault == known.end() || !canBePlayed(*fault)) return false;
+        faults.push_back(*fault);
+        return true;
+    }
 };
 
 Options parse(char** argument) {
@@ -48,38 +98,17 @@ Options parse(char** argument) {
             continue;
         }
         const char* const name = argument[1];
-        if ((option != "--profile" && option != "--fault") || !name) throw std::runtime_error(kUsage);
+        const bool isScenario = option == "--scenario";
+        if ((!isScenario && option != "--profile" && option != "--fault") || !name) throw std::runtime_error(kUsage);
         ++argument;
-        if (option == "--profile") {
-            const auto profile = simulator::Profile::named(name);
-            if (!profile) throw std::runtime_error("no profile is called " + std::string(name) + "\n");
-            options.profiles.push_back(*profile);
-        } else {
-            const auto& faults = simulator::faultCatalogue();
-            const auto fault = std::ranges::find(faults, name, &simulator::Fault::name);
-            if (fault == faults.end()) throw std::runtime_error("no fault is called \"" + std::string(name) + "\"\n");
-            options.faults.push_back(*fault);
-        }
+        const bool isKnown = ((isScenario || option == "--profile") && options.addProfile(name)) ||
+                             ((isScenario || option == "--fault") && options.addFault(name));
+        if (!isKnown) throw std::runtime_error("no " + option.substr(2) + " here is called \"" + name + "\"\n");
     }
     if (options.profiles.empty()) options.profiles.push_back(simulator::Profile::handheld());
     if (!*argument) throw std::runtime_error(kUsage);
     options.command = argument;
     return options;
-}
-
-/// Runs the program behind umockdev's preload library, which finds the bus through the environment.
-/// @return its exit status as a shell would tell it
-int runOnBus(char** command) {
-    const pid_t child = fork();
-    if (child == 0) {
-        setenv("LD_PRELOAD", "libumockdev-preload.so.0", 1);
-        execvp(command[0], command);
-        std::perror(command[0]);
-        _exit(127);
-    }
-    int status = 0;
-    if (child < 0 || waitpid(child, &status, 0) != child) throw std::runtime_error("no process is to be had\n");
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 int run(const Options& options) {
@@ -89,8 +118,10 @@ int run(const Options& options) {
     bus.withDevice(ports.front(), [&](simulator::Device& device, simulator::Time) {
         for (const auto& fault : options.faults) device.addFault(fault);
     });
+    const auto isHeld = [](const auto& fault) { return fault.kind == simulator::FaultKind::FailOperation; };
+    if (std::ranges::any_of(options.faults, isHeld)) bus.setDriver("usbfs", 0, ports.front());
     bus.plug(ports);
-    const int status = runOnBus(options.command);
+    const int status = simulator::ProgramOnBus(options.command).wait();
 
     bool isReset = true;
     std::size_t refused = 0;
@@ -109,17 +140,81 @@ int run(const Options& options) {
     return refused == 0 && (isReset || !options.mustBeReset) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+/// What is wrong with a capture names the file.
+template <typename Action>
+auto ofCapture(const char* file, const Action& action) {
+    try {
+        return action(simulator::UsbCapture::read(file));
+    } catch (const simulator::CaptureError& error) {
+        throw std::runtime_error("trovik-simulator: " + std::string(file) + ": " + error.what() + "\n");
+    }
+}
+
+int replay(const char* file, char** command) {
+    if (*command && std::strcmp(*command, "--") == 0) ++command;
+    if (!*command) throw std::runtime_error(kUsage);
+    auto story = ofCapture(file, simulator::storyOf);
+    simulator::UmockUsb bus;
+    // No program runs when the device is made, and it says nothing before one does.
+    std::optional<simulator::ProgramOnBus> program;
+    auto made = std::make_unique<simulator::ReplayedDevice>(std::move(story), [&] { program->stop(); });
+    const simulator::ReplayedDevice& device = *made;
+    const std::size_t port = bus.addDevice(std::move(made));
+    bus.plug(port);
+    // Under the bus's lock: the device may find a difference as soon as the program runs.
+    bus.withBusDevice(port, [&](simulator::BusDevice&, simulator::Time) { program.emplace(command); });
+    const int status = program->wait();
+
+    std::optional<std::string> difference;
+    std::size_t played = 0;
+    bus.withBusDevice(port, [&](simulator::BusDevice&, simulator::Time) {
+        difference = device.difference();
+        played = device.played();
+    });
+    std::fprintf(stderr, "trovik-simulator: %s ended with status %d; %zu of its %zu captured packets were played\n",
+                 command[0], status, played, device.total());
+    if (!difference) return status;
+    std::fprintf(stderr, "trovik-simulator: %s: they part %s\n", file, difference->c_str());
+    return EXIT_FAILURE;
+}
+
+int mask(const char* file, const char* out) {
+    const auto result = ofCapture(file, simulator::masked);
+    const std::filesystem::path path(file);
+    const std::string target = out ? out : (path.parent_path() / path.stem()).string() + "-masked.pcap";
+    result.capture.write(target);
+    std::fprintf(stderr,
+                 "trovik-simulator: %s: %zu packets; %zu of other devices are left out, %zu values are masked. Look at "
+                 "it before you share it.\n",
+                 target.c_str(), result.capture.events.size(), result.removed, result.masked);
+    return EXIT_SUCCESS;
+}
+
+int list(bool onlyFaults) {
+    if (!onlyFaults) {
+        for (const auto& profile : kProfiles) std::printf("%s\t%s.\n", profile.name, profile.sentence);
+    }
+    for (const auto& fault : simulator::faultCatalogue()) {
+        if (!canBePlayed(fault)) continue;
+        std::printf(onlyFaults ? "%s\n" : "%s\t%s.\n", fault.name.c_str(), fault.sentence.c_str());
+    }
+    return EXIT_SUCCESS;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
-        if (argc == 2 && std::strcmp(argv[1], "faults") == 0) {
-            for (const auto& fault : simulator::faultCatalogue()) std::puts(fault.name.c_str());
-            return EXIT_SUCCESS;
-        }
-        if (argc == 2 && std::strcmp(argv[1], "--help") == 0) return std::fputs(kUsage, stdout), EXIT_SUCCESS;
-        if (argc < 3 || std::strcmp(argv[1], "run") != 0) throw std::runtime_error(kUsage);
-        return run(parse(argv + 2));
+        const std::string_view command = argc > 1 ? argv[1] : "";
+        if (argc == 2 && (command == "faults" || command == "scenarios")) return list(command == "faults");
+        if (argc == 2 && command == "--help") return std::fputs(kUsage, stdout), EXIT_SUCCESS;
+        if (argc > 2 && command == "run") return run(parse(argv + 2));
+        if (argc > 3 && command == "replay") return replay(argv[2], argv + 3);
+        if ((argc == 3 || argc == 4) && command == "mask") return mask(argv[2], argv[3]);
+        throw std::runtime_error(kUsage);
+    } catch (const simulator::CaptureError& error) {
+        std::fprintf(stderr, "trovik-simulator: %s\n", error.what());
+        return 2;
     } catch (const std::exception& error) {
         std::fputs(error.what(), stderr);
         return 2;

@@ -1,0 +1,152 @@
+#!/usr/bin/env python3
+"""Plays a capture of a reset back to trovik-reset, whole and damaged, and masks it.
+
+captures.py SIMULATOR TROVIK_RESET VENDOR    the two programs, and the vendor id that they are built for
+
+captures/reset.pcap was made by usbmon while trovik-reset reset trovik-gadget, and by "trovik-simulator mask" then.
+"""
+import os
+import pathlib
+import struct
+import subprocess
+import sys
+import tempfile
+
+SIMULATOR, PROGRAM, VENDOR = (*map(os.path.abspath, sys.argv[1:3]), int(sys.argv[3], 0))
+HEADER = "QBBBBHBBqiiII8xiiII"  # usbmon's, of link type 220; in place of 8x the setup packet
+UNIT, MASKED_UNIT = 3812345678, 1000000001
+HOLD, HOLDS, CLEAR = (bytes([20, 0, 0, 0, number, 0, 0, 0, size, 0, 0, 0]) for number, size in ((113, 0), (113, 0), (10, 2)))
+
+
+def records_of(data):
+    """Time and bytes of each packet of a pcap file."""
+    at, records = 24, []
+    while at < len(data):
+        seconds, micros, size, _ = struct.unpack_from("<IIII", data, at)
+        records.append((seconds, micros, data[at + 16:at + 16 + size]))
+        at += 16 + size
+    return records
+
+
+def pcap(records, link=220, order="<"):
+    blocks = [struct.pack(order + "IHHiIII", 0xA1B2C3D4, 2, 4, 0, 0, 262144, link)]
+    blocks += [struct.pack(order + "IIII", seconds, micros, len(packet), len(packet)) + packet
+               for seconds, micros, packet in records]
+    return b"".join(blocks)
+
+
+def pcapng(records, link=220, order="<"):
+    def block(kind, body):
+        body += bytes(-len(body) % 4)
+        return struct.pack(order + "II", kind, len(body) + 12) + body + struct.pack(order + "I", len(body) + 12)
+    blocks = [block(0x0A0D0D0A, struct.pack(order + "IHHq", 0x1A2B3C4D, 1, 0, -1)),
+              block(1, struct.pack(order + "HHI", link, 0, 262144))]
+    for seconds, micros, packet in records:
+        stamp = seconds * 1000000 + micros
+        blocks.append(block(6, struct.pack(order + "IIIII", 0, stamp >> 32, stamp & 0xFFFFFFFF, len(packet), len(packet)) + packet))
+    return b"".join(blocks)
+
+
+def swapped(records):
+    """As a machine of the other byte order would have captured it."""
+    def turned(packet):
+        fields = struct.pack(">" + HEADER, *struct.unpack_from("<" + HEADER, packet))
+        return fields[:40] + packet[40:48] + fields[48:] + packet[64:]
+    return [(seconds, micros, turned(packet)) for seconds, micros, packet in records]
+
+
+def number_of(records, kind, data, nth=1):
+    """The nth packet of a kind with that data, counted from 1."""
+    found = [number for number, (_, _, packet) in enumerate(records, 1)
+             if packet[8:9] == kind and packet[64:].startswith(data)]
+    assert len(found) >= nth, f"the capture has no {kind} {data.hex()}"
+    return found[nth - 1]
+
+
+def with_data(records, number, data):
+    changed = list(records)
+    seconds, micros, packet = changed[number - 1]
+    assert len(packet) == 64 + len(data)
+    changed[number - 1] = (seconds, micros, packet[:64] + data)
+    return changed
+
+
+def simulate(*arguments, home):
+    environment = {**os.environ, "HOME": str(home), "XDG_RUNTIME_DIR": str(home),
+                   # The bus's library has to come before that of the sanitizer.
+                   "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"}
+    return subprocess.run([SIMULATOR, *map(str, arguments)], env=environment, capture_output=True, text=True, timeout=120)
+
+
+def main():
+    kept = (pathlib.Path(__file__).parent / "captures/reset.pcap").read_bytes()
+    kept = kept.replace(struct.pack("<HHH", 0x1209, 3, 1), struct.pack("<HHH", VENDOR, 3, 1))
+    whole = records_of(kept)
+    hold, holds = number_of(whole, b"S", HOLD), number_of(whole, b"C", HOLDS)
+    clear = number_of(whole, b"S", CLEAR + b"\x27\0")
+    asks_again = number_of(whole, b"S", bytes([20, 0, 0, 0, 254]), 3)
+    with tempfile.TemporaryDirectory() as folder:
+        home = pathlib.Path(folder)
+        file, out = home / "capture", home / "out"
+        reset = (PROGRAM, "reset", "--yes")
+        cut = pcap(whole)[:-5]
+        last = len(cut) + 5 - 16 - len(whole[-1][2])
+        first_setup = next(i for i, (_, _, packet) in enumerate(whole) if packet[14] == 0)
+        wrong_size = list(whole)
+        wrong_size[first_setup] = (*whole[first_setup][:2], whole[first_setup][2][:36] + b"\x09" + whole[first_setup][2][37:])
+        for what, data, command, status, said in (
+                ("whole", pcap(whole), reset, 0, "20 of its 20 captured packets"),
+                ("pcapng", pcapng(whole), ("--", *reset), 0, "20 of its 20 captured packets"),
+                ("the device says something else for \"it holds\"",
+                 pcap(with_data(whole, holds, HOLDS[:4] + b"\x72" + HOLDS[5:])), reset, 1, f"they part at packet {asks_again}. "),
+                ("the program erases nothing but the capture does",
+                 pcap(whole), (PROGRAM, "check"), 1, "they part at packet "),
+                ("the program sends another command", pcap(with_data(whole, clear, CLEAR + b"\x28\0")), reset, 1,
+                 f"they part at packet {clear}. "),
+                ("an answer is missing", pcap(whole[:holds - 1] + whole[holds:]), reset, 2, "begins is missing"),
+                ("a command is missing", pcap(whole[:hold - 1] + whole[hold:]), reset, 2,
+                 f"the beginning of the request that packet {hold} ends is missing"),
+                ("cut", cut, reset, 2, f"packet {len(whole)} can't be read (at byte {last} of the file)"),
+                ("a header that lies", pcap(wrong_size), reset, 2, f"packet {first_setup + 1} is damaged"),
+                ("of a network", pcap(whole, link=1), reset, 2, "link type is 1"),
+                ("no capture", b"nothing of the kind", reset, 2, "it is no capture"),
+                ("nothing of ours", pcap(whole[:2]), reset, 2, "nothing was said"),
+                ("empty", b"", reset, 2, "it is no capture")):
+            file.write_bytes(data)
+            ended = simulate("replay", file, *command, home=home)
+            assert ended.returncode == status and said in ended.stderr, f"{what}: status {ended.returncode}\n{ended.stderr}"
+
+        # Masked once more it stays as it is, whatever the file's format and byte order.
+        short = [(seconds, micros, packet[:48] + packet[64:]) for seconds, micros, packet in whole]
+        for what, data, wanted in (
+                ("pcapng", pcapng(whole), kept),
+                ("pcapng of the other byte order", pcapng(swapped(whole), order=">"), kept),
+                ("pcap of the other byte order", pcap(swapped(whole), order=">"), kept),
+                ("link type 189", pcapng(short, 189), pcap(short, 189))):
+            file.write_bytes(data)
+            ended = simulate("mask", file, out, home=home)
+            assert ended.returncode == 0 and out.read_bytes()[24:] == wanted[24:], f"{what}: {ended.stderr}"
+
+        # A unit id is masked as a number, in digits and where it is a text's part; a name and other devices are not there.
+        secret = pcap(whole).replace(struct.pack("<I", MASKED_UNIT), struct.pack("<I", UNIT))
+        secret = secret.replace(b"Basemap 1.02", f"N:{UNIT}".encode())
+        records = records_of(secret)
+        named = number_of(records, b"C", bytes([20, 0, 0, 0, 248]))
+        data = records[named - 1][2][64:]
+        records = with_data(records, named, data[:4] + struct.pack("<H", 525) + data[6:])
+        other = [(seconds, micros, packet[:11] + b"\x63" + packet[12:64] + b"somebody else's"[:len(packet) - 64].ljust(len(packet) - 64))
+                 for seconds, micros, packet in records[-3:]]
+        file.write_bytes(pcap(records + other))
+        ended = simulate("mask", file, home=home)
+        shown = (home / "capture-masked.pcap").read_bytes()
+        assert ended.returncode == 0 and f"{len(other)} of other devices are left out" in ended.stderr, ended.stderr
+        for value in (struct.pack("<I", UNIT), str(UNIT).encode(), b"somebody", data[12:16]):
+            assert (value in shown) == (value == data[12:16]), f"{value} is shown, or something else is not"
+        assert f"N:{MASKED_UNIT}".encode() in shown and len(records_of(shown)) == len(records)
+        assert records_of(shown)[named - 1][2][76:80] == b"XXXX", "the owner's name is shown"
+        file.write_bytes(shown)
+        ended = simulate("replay", file, PROGRAM, "check", home=home)
+        assert f"(unit {MASKED_UNIT})" in ended.stdout + ended.stderr, ended.stderr
+
+
+main()
