@@ -227,8 +227,7 @@ std::vector<CapturedAttach> storyOf(const UsbCapture& capture) {
     std::vector<CapturedAttach> story = attachesIn(capture);
     std::erase_if(story, [](const CapturedAttach& attach) { return !attach.isOurs(); });
     if (std::ranges::all_of(story, [](const CapturedAttach& attach) { return attach.steps.empty(); })) {
-        throw CaptureError("nothing was said to or by a device of vendor " +
-                           hexText(Writer().u16(platform::kTrovikVendorId).take()));
+        throw CaptureError("no program spoke to a device of ours in it");
     }
     for (const auto& attach : story) {
         if (!attach.damage.empty()) throw CaptureError("the capture lacks packets: " + attach.damage);

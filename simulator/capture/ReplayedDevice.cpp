@@ -240,6 +240,7 @@ void ReplayedDevice::leaveWhenOver(Time now) {
 void ReplayedDevice::part(std::string difference) {
     mDifference = std::move(difference);
     for (auto& queue : mIn) queue.clear();
+    mCable = false;
     mParted();
 }
 

@@ -26,7 +26,7 @@ namespace simulator {
 /// program: a start of a session may be asked for once more or once less, and the data of a time or of a name may
 /// differ.
 ///
-/// After the first difference the device takes what comes and says nothing any more.
+/// At the first difference the device leaves the bus for good: nobody knows what it would have done.
 class ReplayedDevice final : public BusDevice {
   public:
     /// @param story   at least one attach

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Shows captures to tshark with tools/wireshark/trovik.lua and compares what it says of each packet.
 
-    tests/wireshark/dissect.py                  a capture made here, with packets of every kind and every fault
+    tests/wireshark/dissect.py                  a capture made here, with packets of every kind and every fault, and the
+                                                one of a reset that is kept here
     tests/wireshark/dissect.py CAPTURE…         captures of whole resets, as script/e2e leaves them
 """
 import pathlib
@@ -136,10 +137,11 @@ def of_a_reset(path):
     expected = ["command (10): reboot", "hold in boot loader (113)", "hold in boot loader (113)",
                 "command (10): erase the settings store", "resume boot (1500)"]
     assert sent == expected, f"{path}: {sent}"
-    print(f"{path}: {len(rows)} packets, each with a name")
+    print(f"{path.name}: {len(rows)} packets, each with a name")
 
 
 if len(sys.argv) == 1:
     made_here()
+    of_a_reset(ROOT / "tests/simulator/captures/reset.pcap")
 for capture_path in sys.argv[1:]:
-    of_a_reset(capture_path)
+    of_a_reset(pathlib.Path(capture_path))
