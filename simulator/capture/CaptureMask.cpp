@@ -83,7 +83,7 @@ class Mask {
         add(from, to, false);
         addText(bytesOf(text), bytesOf(std::to_string(other)));
         for (const char* pattern : {"%x", "%X"}) {
-            const std::string hex = hexOf(id, pattern, 0 + hexDigits(id));
+            const std::string hex = hexOf(id, pattern, hexDigits(id));
             addText(bytesOf(hex), bytesOf(hexOf(other, pattern, hex.size())));
         }
     }

@@ -26,10 +26,19 @@ bool hasGone(int status) {
     return status == -ESHUTDOWN || status == -ENODEV || status == -EPROTO || status == -EILSEQ || status == -ETIME;
 }
 
+constexpr std::uint16_t kUsualPacketSize = 64;
+
+/// An endpoint can't do without a size, whatever its descriptor says.
+std::uint16_t packetSizeIn(std::span<const unsigned char> endpoint) {
+    constexpr std::uint16_t kSizeBits = 0x7FF;
+    const auto size = static_cast<std::uint16_t>(*readU16(endpoint, 4) & kSizeBits);
+    return size > 0 ? size : kUsualPacketSize;
+}
+
 std::size_t packetSizeOf(const CapturedAttach& attach, Pipe pipe) {
     const Profile profile = profileOf(attach);
     const auto* found = profile.pipe(pipe);
-    return found && found->maxPacketSize > 0 ? found->maxPacketSize : 64;
+    return found ? found->maxPacketSize : kUsualPacketSize;
 }
 
 std::string packetName(std::size_t number) {
@@ -279,7 +288,7 @@ Profile profileOf(const CapturedAttach& attach) {
         if (one[1] != kEndpoint || one.size() < kEndpointDescriptorSize || interfaces != 1) continue;
         const bool in = (one[2] & kFromDevice) != 0;
         profile.pipes.push_back({in ? platform::kUSBIn : platform::kUSBOut, static_cast<std::uint8_t>(one[2] & 0x0F),
-                                 static_cast<std::uint8_t>(one[3] & 3), *readU16(one, 4), one[6]});
+                                 static_cast<std::uint8_t>(one[3] & 3), packetSizeIn(one), one[6]});
     }
     return profile;
 }

@@ -135,9 +135,10 @@ void ReplayedDevice::clearHalt(Pipe pipe) {
 
 Bytes ReplayedDevice::descriptors() const {
     constexpr unsigned char kDevice = 1, kConfiguration = 2;
+    constexpr std::size_t kDeviceSize = 18;
     Bytes all = now().descriptor(kDevice);
     const Bytes configuration = now().descriptor(kConfiguration);
-    if (all.empty() || configuration.empty()) return usbDescriptors(mProfile);
+    if (all.size() != kDeviceSize || configuration.empty()) return usbDescriptors(mProfile);
     all.insert(all.end(), configuration.begin(), configuration.end());
     return all;
 }

@@ -27,8 +27,8 @@ inline Data resolve(UMockdevIoctlData* data, std::size_t offset, std::size_t siz
     return Data(umockdev_ioctl_data_resolve(data, offset, size, nullptr));
 }
 
-/// Which of the device's pipes an endpoint is. Ends the process for an endpoint that it does not have.
-Pipe pipeOf(const Profile& profile, std::uint8_t address);
+/// Which of the device's pipes an endpoint is; nothing for another.
+std::optional<Pipe> pipeOf(const Profile& profile, std::uint8_t address);
 
 /// One request block in the kernel's hands.
 struct UmockUsb::Urb {

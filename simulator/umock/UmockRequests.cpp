@@ -16,11 +16,11 @@
 
 namespace simulator {
 
-Pipe pipeOf(const Profile& profile, std::uint8_t address) {
+std::optional<Pipe> pipeOf(const Profile& profile, std::uint8_t address) {
     for (const Pipe pipe : {Pipe::InterruptIn, Pipe::BulkIn, Pipe::BulkOut}) {
         if (profile.endpointAddress(pipe) == address) return pipe;
     }
-    fail("a transfer for an endpoint that the device does not have");
+    return std::nullopt;
 }
 
 // ---- transfers; the lock is held
@@ -71,7 +71,7 @@ bool UmockUsb::pumpOut(Port& port, Urb& urb) {
 }
 
 bool UmockUsb::pumpIn(Port& port, Urb& urb) {
-    const Pipe pipe = pipeOf(port.device->profile(), urb.raw().endpoint);
+    const Pipe pipe = *pipeOf(port.device->profile(), urb.raw().endpoint);  // submit() takes no other
     const std::size_t packetSize = port.device->profile().pipe(pipe)->maxPacketSize;
     for (;;) {
         if (port.device->halted(pipe)) {
@@ -185,9 +185,11 @@ void UmockUsb::ioctl(UMockdevIoctlClient* client) {
                 port.device->profile().configurationValue;
             return reply(1);
         }
-        case USBDEVFS_CLEAR_HALT:
-            port.device->clearHalt(pipeOf(port.device->profile(), resolve(argument, 0, 4)->data[0]));
-            return reply(0);
+        case USBDEVFS_CLEAR_HALT: {
+            const auto pipe = pipeOf(port.device->profile(), resolve(argument, 0, 4)->data[0]);
+            if (pipe) port.device->clearHalt(*pipe);
+            return pipe ? reply(0) : reply(-1, ENOENT);
+        }
         case USBDEVFS_GET_SPEED: {
             const auto* out = port.device->profile().pipe(Pipe::BulkOut);
             return reply(out && out->maxPacketSize > 64 ? 3 : 2);  // high or full
@@ -255,7 +257,9 @@ void UmockUsb::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument, 
         reply(0);
         return control(port, std::move(urb));
     }
-    const int packetSize = port.device->profile().pipe(pipeOf(port.device->profile(), endpoint))->maxPacketSize;
+    const auto pipe = pipeOf(port.device->profile(), endpoint);
+    if (!pipe) return reply(-1, ENOENT);
+    const int packetSize = port.device->profile().pipe(*pipe)->maxPacketSize;
     urb.endPacketDue = urb.raw().flags & USBDEVFS_URB_ZERO_PACKET && urb.raw().buffer_length % packetSize == 0;
     // Answered first: umockdev would otherwise write half-changed data back with the answer.
     reply(0);

@@ -154,9 +154,8 @@ int replay(const char* file, char** command) {
     if (*command && std::strcmp(*command, "--") == 0) ++command;
     if (!*command) throw std::runtime_error(kUsage);
     auto story = ofCapture(file, simulator::storyOf);
+    std::optional<simulator::ProgramOnBus> program;  // there before the bus hears of it, and until the bus has gone
     simulator::UmockUsb bus;
-    // No program runs when the device is made, and it says nothing before one does.
-    std::optional<simulator::ProgramOnBus> program;
     auto made = std::make_unique<simulator::ReplayedDevice>(std::move(story), [&] { program->stop(); });
     const simulator::ReplayedDevice& device = *made;
     const std::size_t port = bus.addDevice(std::move(made));
