@@ -9,10 +9,12 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <spawn.h>
 #include <sstream>
 #include <string>
 #include <sys/resource.h>
@@ -178,12 +180,15 @@ class Bench {
         for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
         arguments.push_back(nullptr);
         const std::string said = mFolder / "said";
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::dup2(::open(said.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDERR_FILENO);
-            ::execv(arguments[0], arguments.data());
-            ::_exit(127);
-        }
+        // Not a fork: until it has become the program, a look would find the descriptors and the memory of this
+        // process.
+        posix_spawn_file_actions_t actions;
+        ::posix_spawn_file_actions_init(&actions);
+        ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, said.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        pid_t child = -1;
+        const int error = ::posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+        ::posix_spawn_file_actions_destroy(&actions);
+        if (error != 0) fail(command[0] + ": " + std::strerror(error));
         Cost cost;
         int status = 0;
         rusage used{};
