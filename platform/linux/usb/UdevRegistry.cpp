@@ -11,14 +11,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <iterator>
 #include <list>
 #include <map>
-#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -35,30 +32,10 @@ using Attaches = std::vector<UsbAttach>;
 constexpr const char* kSubsystem = "usb";
 constexpr const char* kDeviceType = "usb_device";
 
-std::optional<std::int32_t> hexAttribute(udev_device* device, const std::string& name) {
-    const char* text = udev_device_get_sysattr_value(device, name.c_str());
-    if (!text) return std::nullopt;
-    std::int32_t number = 0;
-    const auto [end, error] = std::from_chars(text, text + std::strlen(text), number, 16);
-    if (error != std::errc() || *end != '\0') return std::nullopt;
-    return number;
-}
-
 /// A property of an event; 0 when it has none.
 std::uint64_t numberProperty(udev_device* device, const char* name) {
     const char* const text = udev_device_get_property_value(device, name);
     return text ? std::strtoull(text, nullptr, 10) : 0;
-}
-
-/// Identity is compared as numbers. The dictionary's properties are called what sysfs calls the attributes; sysfs
-/// writes them in hexadecimal.
-bool matches(udev_device* device, const MatchingDictionary& matching) {
-    const char* type = udev_device_get_devtype(device);
-    if (matching.className != kIOUSBDeviceClassName || !type || std::string_view(type) != kDeviceType) return false;
-    for (const auto& [name, number] : matching.properties) {
-        if (hexAttribute(device, name) != number) return false;
-    }
-    return true;
 }
 
 /// What matches now, in libudev's order, which is that of the paths.
@@ -66,19 +43,17 @@ IOReturn enumerate(udev* context, AsioRunLoops& loops, const MatchingDictionary&
     const Enumerate enumerate(udev_enumerate_new(context));
     if (!enumerate) return kIOReturnNoMemory;
     udev_enumerate_add_match_subsystem(enumerate.get(), kSubsystem);
-    for (const auto& [name, number] : matching.properties) {
-        // Leaves out all other devices without opening each of them.
+    if (const auto vendor = matching.properties.find("idVendor"); vendor != matching.properties.end()) {
+        // Leaves out nearly all other devices without opening each of them. More would be read of each that matches.
         char text[16];
-        std::snprintf(text, sizeof text, "%04x", static_cast<unsigned>(number));
-        udev_enumerate_add_match_sysattr(enumerate.get(), name.c_str(), text);
+        std::snprintf(text, sizeof text, "%04x", static_cast<unsigned>(vendor->second));
+        udev_enumerate_add_match_sysattr(enumerate.get(), "idVendor", text);
     }
     if (udev_enumerate_scan_devices(enumerate.get()) < 0) return kIOReturnError;
     udev_list_entry* entry = nullptr;
     udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get())) {
-        const char* path = udev_list_entry_get_name(entry);
-        const Device device(udev_device_new_from_syspath(context, path));
-        if (!device || !matches(device.get(), matching)) continue;
-        if (auto attach = UsbAttach::at(loops, path)) attaches.push_back(*std::move(attach));
+        auto attach = UsbAttach::at(loops, udev_list_entry_get_name(entry));
+        if (attach && attach->matches(matching)) attaches.push_back(*std::move(attach));
     }
     return kIOReturnSuccess;
 }
@@ -128,8 +103,9 @@ class Subscription {
             const std::string path = udev_device_get_syspath(device.get());
             if (!action) continue;
             if (std::string_view(action) == "remove") takeRemoved(path, device.get());
-            if (std::string_view(action) != "add" || !matches(device.get(), mMatching)) continue;
-            if (auto attach = UsbAttach::at(mLoops, path)) takeAdded(*std::move(attach));
+            if (std::string_view(action) != "add") continue;
+            auto attach = UsbAttach::at(mLoops, path);
+            if (attach && attach->matches(mMatching)) takeAdded(*std::move(attach));
         }
         if (errno == ENOBUFS) {
             // The socket has overflowed and events are lost: look again at what is there.

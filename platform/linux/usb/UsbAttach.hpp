@@ -9,6 +9,7 @@
 namespace platform {
 
 class AsioRunLoops;
+struct MatchingDictionary;
 
 /// One attach of a USB device: what its registry entry and its access objects are made from. Any thread.
 struct UsbAttach {
@@ -17,6 +18,9 @@ struct UsbAttach {
 
     /// Its folder's name, which is that of the port.
     std::string name() const { return path.substr(path.rfind('/') + 1); }
+
+    /// Identity is compared as numbers.
+    bool matches(const MatchingDictionary& matching) const;
 
     /// False from the moment the device has left, also while another attach has the path.
     bool isPresent() const;
