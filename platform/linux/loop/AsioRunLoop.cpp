@@ -40,6 +40,11 @@ struct AtScopeEnd {
 template <typename F>
 AtScopeEnd(F) -> AtScopeEnd<F>;
 
+[[noreturn]] void refuseSecondWait() {
+    std::fputs("A run loop's mode that waits in a device can wait for nothing else.\n", stderr);
+    std::abort();
+}
+
 }  // namespace
 
 struct AsioRunLoop::Mode {
@@ -51,12 +56,15 @@ struct AsioRunLoop::Mode {
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{context.get_executor()};
     std::size_t users = 0;                     // loop's mMutex
     std::deque<std::function<void()>> blocks;  // loop's mMutex
-    bool isWoken = false;                      // loop's mMutex: a wake-up is on its way to the context
+    bool isWoken = false;                      // loop's mMutex: a wake-up is on its way
+    OwnWait* own = nullptr;                    // loop's mMutex; only the owner thread changes it
 
     // Owner thread. What is ready when a turn begins is served in it, each once; what comes later has to wait.
     std::multimap<CFAbsoluteTime, std::shared_ptr<TimerState>> timers;
     std::size_t blocksOfTurn = 0;                      // the first so many
     std::deque<std::shared_ptr<WatchState>> readable;  // descriptors of the turn
+    std::size_t watches = 0;
+    bool ownIsReady = false;  // what the own wait has found for the turn is to be served
     CFAbsoluteTime turnBegan = 0;
     std::weak_ptr<TimerState> due;  // one that was due as the turn began: where it still is, the turn ends with timers
     std::deque<std::weak_ptr<TimerState>> firing;  // these
@@ -284,10 +292,11 @@ struct AsioRunLoop::WatchState {
 
 class AsioRunLoop::Watch final : public DescriptorWatch {
   public:
-    explicit Watch(std::shared_ptr<WatchState> state) : mState(std::move(state)) {}
+    explicit Watch(std::shared_ptr<WatchState> state) : mState(std::move(state)) { ++mState->use.mode->watches; }
     ~Watch() override {
         mState->use.loop->assertOwner();
         mState->live = false;
+        --mState->use.mode->watches;
         std::erase(mState->use.mode->readable, mState);
         mState->use.loop->unwatched(mState->use.mode->name, mState->descriptor.native_handle());
         mState->giveBack();
@@ -309,7 +318,9 @@ void AsioRunLoop::unwatched(std::string_view mode, int descriptor) {
 std::unique_ptr<DescriptorWatch> AsioRunLoop::watchReadable(std::string_view mode, int descriptor,
                                                             std::function<void()> handler) {
     assertOwner();
-    const auto state = std::make_shared<WatchState>(ModeUse(shared_from_this(), mode), descriptor, std::move(handler));
+    ModeUse use(shared_from_this(), mode);
+    if (use.mode->own) refuseSecondWait();
+    const auto state = std::make_shared<WatchState>(std::move(use), descriptor, std::move(handler));
     auto watch = std::make_unique<Watch>(state);  // takes all of this back, should something fail
     if (mode == kCFRunLoopDefaultMode) {
         mWatched.push_back(descriptor);
@@ -317,6 +328,15 @@ std::unique_ptr<DescriptorWatch> AsioRunLoop::watchReadable(std::string_view mod
     }
     WatchState::arm(state);
     return watch;
+}
+
+void AsioRunLoop::waitWith(std::string_view modeName, OwnWait* wait) {
+    assertOwner();
+    const std::lock_guard lock(mMutex);
+    Mode& mode = *modeNamed(modeName);
+    if (wait && (mode.own || mode.watches > 0)) refuseSecondWait();
+    mode.own = wait;
+    mode.ownIsReady = false;
 }
 
 // ---- the loop ----
@@ -327,10 +347,11 @@ std::unique_ptr<DescriptorWatch> AsioRunLoop::watchReadable(std::string_view mod
 // keeps a timer off, and no timer overtakes what was ready before it was due. A run that returns after one source
 // leaves the turn in the mode, and the next run goes on with it.
 //
-// No wake-up is lost. A block is queued under mMutex and wakes the owner by an empty handler posted to the context,
-// unless isWoken says that one is on its way. A turn polls the context first, which may take that handler, and only
-// then, under mMutex, clears isWoken and counts the blocks. So the blocks whose wake-up was taken are among those
-// counted, and a block that comes later finds isWoken cleared and posts a handler of its own, which ends the wait.
+// No wake-up is lost. A block is queued under mMutex and wakes the owner by an empty handler posted to the context, or
+// by an interruption of the mode's own wait, which works as one and of which the same holds, unless isWoken says that
+// one is on its way. A turn polls the context first, which may take that handler, and only then, under mMutex, clears
+// isWoken and counts the blocks. So the blocks whose wake-up was taken are among those counted, and a block that comes
+// later finds isWoken cleared and posts a handler of its own, which ends the wait.
 
 AsioRunLoop::AsioRunLoop() = default;
 AsioRunLoop::~AsioRunLoop() = default;
@@ -358,16 +379,21 @@ void AsioRunLoop::leave(Mode& mode) noexcept {
 }
 
 void AsioRunLoop::CFRunLoopPerformBlock(std::string_view modeName, std::function<void()> block) {
-    std::shared_ptr<Mode> mode;
-    {
-        const std::lock_guard lock(mMutex);
-        if (mEnded) return;  // the block goes with this call
-        mode = modeNamed(modeName);
-        mode->blocks.push_back(std::move(block));
-        if (mReadiness && modeName == kCFRunLoopDefaultMode) mReadiness->wake();
-        if (std::exchange(mode->isWoken, true)) return;
+    const std::lock_guard lock(mMutex);
+    if (mEnded) return;  // the block goes with this call
+    const auto mode = modeNamed(modeName);
+    mode->blocks.push_back(std::move(block));
+    if (mReadiness && modeName == kCFRunLoopDefaultMode) mReadiness->wake();
+    if (!std::exchange(mode->isWoken, true)) wake(*mode);
+}
+
+/// Under the lock, which the owner takes to take its own wait out.
+void AsioRunLoop::wake(Mode& mode) {
+    if (mode.own) {
+        mode.own->interrupt();
+    } else {
+        boost::asio::post(mode.context, [] {});
     }
-    boost::asio::post(mode->context, [] {});
 }
 
 /// The timers whose moment had come when the turn began, the earliest first.
@@ -385,13 +411,18 @@ void AsioRunLoop::beginTurn(Mode& mode) {
     mode.firing.clear();
     mode.due.reset();
     if (!mode.timers.empty() && mode.timers.begin()->first <= mode.turnBegan) mode.due = mode.timers.begin()->second;
-    mode.context.poll();
+    if (mode.own) {
+        mode.own->wait({});
+        mode.ownIsReady = mode.own->isReady();
+    } else {
+        mode.context.poll();
+    }
     const std::lock_guard lock(mMutex);
     mode.isWoken = false;
     mode.blocksOfTurn = mode.blocks.size();
 }
 
-/// Serves one block or one descriptor of the turn.
+/// Serves one block or one descriptor of the turn, or the own wait's part in it.
 bool AsioRunLoop::serveReady(Mode& mode) {
     if (mode.blocksOfTurn > 0) {
         --mode.blocksOfTurn;
@@ -402,6 +433,12 @@ bool AsioRunLoop::serveReady(Mode& mode) {
             mode.blocks.pop_front();
         }
         block();
+        return true;
+    }
+    if (std::exchange(mode.ownIsReady, false)) {
+        // What it has left is of this turn as well, before the timers.
+        const AtScopeEnd left{[&] { mode.ownIsReady = mode.own && mode.own->isReady(); }};
+        mode.own->serve();
         return true;
     }
     if (mode.readable.empty()) return false;
@@ -435,7 +472,9 @@ CFRunLoopRunResult AsioRunLoop::serveWhatIsReady(Frame& frame) {
     beginTurn(mode);
     mode.due.reset();
     const auto firing = dueTimers(mode);  // not the mode's: a run inside a handler may begin a turn of its own
-    for (auto left = mode.blocksOfTurn + mode.readable.size(); left > 0 && !frame.stop; --left) serveReady(mode);
+    for (auto left = mode.blocksOfTurn + mode.readable.size() + (mode.ownIsReady ? 1 : 0); left > 0 && !frame.stop;
+         --left)
+        serveReady(mode);
     for (const auto& entry : firing) {
         if (frame.stop) break;
         if (const auto timer = entry.lock()) fire(mode, timer);
@@ -448,11 +487,14 @@ void AsioRunLoop::wait(Mode& mode, double secondsLeft) {
     double wait = secondsLeft;
     if (!mode.timers.empty()) wait = std::min(wait, mode.timers.begin()->first - CFAbsoluteTimeGetCurrent());
     if (wait <= 0) return;
-    if (wait >= kForever) {
+    // Rounded up, so that a timer's moment has come when the wait for it ends.
+    const auto limit = std::chrono::ceil<std::chrono::microseconds>(Seconds(std::min(wait, kForever)));
+    if (mode.own) {
+        mode.own->wait(limit);
+    } else if (wait >= kForever) {
         mode.context.run_one();
     } else {
-        // Rounded up, so that a timer's moment has come when the wait for it ends.
-        mode.context.run_one_for(std::chrono::ceil<std::chrono::microseconds>(Seconds(wait)));
+        mode.context.run_one_for(limit);
     }
 }
 
@@ -492,17 +534,13 @@ void AsioRunLoop::CFRunLoopRun() {
 }
 
 void AsioRunLoop::CFRunLoopStop() {
-    std::shared_ptr<Mode> mode;
-    {
-        const std::lock_guard lock(mMutex);
-        if (mFrames.empty()) {
-            mStopNextRun = true;
-            return;
-        }
-        mFrames.back()->stop = true;
-        mode = mFrames.back()->use.mode;
+    const std::lock_guard lock(mMutex);
+    if (mFrames.empty()) {
+        mStopNextRun = true;
+        return;
     }
-    boost::asio::post(mode->context, [] {});  // only wakes it
+    mFrames.back()->stop = true;
+    wake(*mFrames.back()->use.mode);
 }
 
 void AsioRunLoop::CFRunLoopAddSource(const std::shared_ptr<CFRunLoopSource>& source, std::string_view mode) {

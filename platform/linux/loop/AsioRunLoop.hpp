@@ -3,6 +3,7 @@
 #include "platform/CFRunLoop.hpp"
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <functional>
@@ -23,10 +24,26 @@ class DescriptorWatch {
     virtual ~DescriptorWatch() = default;
 };
 
+/// What a mode waits with where a library has descriptors and a wait of its own, as libusb has. Owner thread, unless it
+/// says otherwise.
+class OwnWait {
+  public:
+    virtual ~OwnWait() = default;
+
+    /// Finds what is ready, and waits up to that long for something, unless interrupted; 0 does not wait.
+    virtual void wait(std::chrono::microseconds limit) = 0;
+    /// Whether something has been found that is still to be served.
+    virtual bool isReady() const = 0;
+    virtual void serve() = 0;  ///< may take the wait out of its mode
+
+    /// Ends the wait under way, else the next one. Called under the loop's lock. Any thread.
+    virtual void interrupt() noexcept = 0;
+};
+
 /// A run loop on Boost.Asio: one io_context for each mode that holds something, made at its first use and dropped with
 /// the last source, timer, block or run in it. A mode costs descriptors (epoll and its wake-up) only once a descriptor
-/// is watched in it, and a thousand modes used one after the other leave nothing behind. Timers are kept here and bound
-/// the wait: they cost no descriptor either and follow the process's clock.
+/// is watched in it, and one that waits in a device costs none. A thousand modes used one after the other leave nothing
+/// behind. Timers are kept here and bound the wait: they cost no descriptor either and follow the process's clock.
 ///
 /// Belongs to the thread that made it (AsioRunLoops makes one for each thread that asks); shared, because other threads
 /// post to it. end() is its stop: it is called as the thread ends.
@@ -56,6 +73,11 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
     /// Owner thread only.
     std::unique_ptr<DescriptorWatch> watchReadable(std::string_view mode, int descriptor,
                                                    std::function<void()> handler);
+
+    /// Has a mode wait in that in place of Asio: no descriptor and no wake-up of the loop's own is needed then. Null
+    /// takes it out. Whoever calls this keeps the mode in existence. A second wait in the mode, or a watched
+    /// descriptor, ends the process: it would never be served. Owner thread only.
+    void waitWith(std::string_view mode, OwnWait* wait);
 
     /// For a thread whose event loop is the program's own. The descriptor is readable while the default mode may have
     /// work: a block, a watched descriptor, a timer that is due. It is made at the first call, stays the loop's, and is
@@ -96,6 +118,7 @@ class AsioRunLoop final : public CFRunLoop, public std::enable_shared_from_this<
     bool serveReady(Mode& mode);
     bool serveNext(Mode& mode);
     static void wait(Mode& mode, double secondsLeft);
+    static void wake(Mode& mode);  // mMutex held
     CFRunLoopRunResult serveWhatIsReady(Frame& frame);
     CFRunLoopRunResult run(Frame& frame, CFTimeInterval seconds, bool returnAfterSourceHandled);
     void assertOwner() const;

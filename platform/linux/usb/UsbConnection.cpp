@@ -3,22 +3,9 @@
 #include "platform/linux/usb/UsbErrors.hpp"
 #include "platform/linux/usb/UsbNode.hpp"
 
-#include <cerrno>
-#include <poll.h>
-#include <sys/epoll.h>
+#include <algorithm>
 
 namespace platform {
-namespace {
-
-bool add(int epoll, int descriptor, short events) {
-    epoll_event event{};
-    if (events & POLLIN) event.events |= EPOLLIN;
-    if (events & POLLOUT) event.events |= EPOLLOUT;
-    event.data.fd = descriptor;
-    return ::epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
-}
-
-}  // namespace
 
 std::vector<const libusb_interface_descriptor*> firstSettings(const libusb_config_descriptor& configuration) {
     std::vector<const libusb_interface_descriptor*> settings;
@@ -39,8 +26,6 @@ IOReturn UsbConnection::open(const std::string& node, AsioRunLoops& loops, std::
 IOReturn UsbConnection::attach(const std::string& node) {
     IOReturn result = openUsbNode(node, mNode);
     if (result != kIOReturnSuccess) return result;
-    mEpoll = FileDescriptor(::epoll_create1(EPOLL_CLOEXEC));
-    if (!mEpoll) return IOReturnOfErrno(errno);
 
     // The registry is libudev's business: without discovery a context neither scans the bus nor starts a thread.
     // Once: the option holds for all contexts to come, and libusb sets it without a lock.
@@ -56,33 +41,11 @@ IOReturn UsbConnection::attach(const std::string& node) {
     mHandle.reset(handle);
     if (result != kIOReturnSuccess) return result;
     libusb_set_auto_detach_kernel_driver(handle, 1);
-    return watchEvents();
-}
-
-IOReturn UsbConnection::watchEvents() {
-    libusb_set_pollfd_notifiers(
-        mContext.get(),
-        [](int descriptor, short events, void* self) {
-            add(static_cast<UsbConnection*>(self)->mEpoll.get(), descriptor, events);
-        },
-        [](int descriptor, void* self) {
-            ::epoll_ctl(static_cast<UsbConnection*>(self)->mEpoll.get(), EPOLL_CTL_DEL, descriptor, nullptr);
-        },
-        this);
-    const std::unique_ptr<const libusb_pollfd*, Release<libusb_free_pollfds>> list(libusb_get_pollfds(mContext.get()));
-    if (!list) return kIOReturnNoMemory;
-    for (const libusb_pollfd** entry = list.get(); *entry; ++entry) {
-        // What is not watched would never wake anybody.
-        if (!add(mEpoll.get(), (*entry)->fd, (*entry)->events)) return IOReturnOfErrno(errno);
-    }
     return kIOReturnSuccess;
 }
 
 UsbConnection::~UsbConnection() {
-    if (!mHandle) return;
     for (const int interface : mDetached) libusb_attach_kernel_driver(mHandle.get(), interface);
-    mHandle.reset();
-    libusb_set_pollfd_notifiers(mContext.get(), nullptr, nullptr, nullptr);
 }
 
 IOReturn UsbConnection::readConfiguration(std::optional<std::uint8_t> index, UsbConfiguration& configuration) const {
@@ -114,8 +77,10 @@ IOReturn UsbConnection::detachKernelDrivers() {
     return kIOReturnSuccess;
 }
 
-bool UsbConnection::handleEvents(std::chrono::milliseconds wait) {
-    timeval limit{wait.count() / 1000, wait.count() % 1000 * 1000};
+bool UsbConnection::handleEvents(std::chrono::microseconds wait) {
+    // libusb counts a wait's milliseconds in an int.
+    const std::chrono::microseconds longest = std::min<std::chrono::microseconds>(wait, std::chrono::hours(1));
+    timeval limit{longest.count() / 1'000'000, longest.count() % 1'000'000};
     const int result = libusb_handle_events_timeout_completed(mContext.get(), &limit, nullptr);
     return result == LIBUSB_SUCCESS || result == LIBUSB_ERROR_INTERRUPTED;
 }

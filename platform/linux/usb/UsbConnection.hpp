@@ -24,9 +24,8 @@ using UsbConfiguration = std::unique_ptr<libusb_config_descriptor, Release<libus
 std::vector<const libusb_interface_descriptor*> firstSettings(const libusb_config_descriptor& configuration);
 
 /// One opened device: a libusb context of its own, so that nothing but this device's owner ever handles its events, the
-/// handle, and the node's descriptor. All of libusb's descriptors stand in one epoll set, whose descriptor is the only
-/// one that a run loop has to watch. Shared by the device, its interface and the interface's transfers, and closed with
-/// the last of them. Owner thread only.
+/// handle, and the node's descriptor. Shared by the device, its interface and the interface's transfers, and closed
+/// with the last of them. Owner thread only.
 class UsbConnection {
   public:
     /// Opens the node of a device; udev being late with permissions is waited for.
@@ -48,24 +47,21 @@ class UsbConnection {
     /// Chooses the configuration; kernel drivers in the way are detached, and given back at the end.
     IOReturn SetConfiguration(int configurationValue);
 
-    /// Readable while libusb has something to handle.
-    int eventDescriptor() const { return mEpoll.get(); }
-
     /// Handles what is ready; transfers' call-backs run inside.
-    /// @param wait  how long to wait for something; 0 does not wait
+    /// @param wait  how long to wait for something, an hour at the most; 0 does not wait
     /// @return false when libusb refused
-    bool handleEvents(std::chrono::milliseconds wait = {});
+    bool handleEvents(std::chrono::microseconds wait);
+    /// Ends the wait under way, else the next one. Any thread.
+    void interrupt() noexcept { libusb_interrupt_event_handler(mContext.get()); }
 
   private:
     explicit UsbConnection(AsioRunLoops& loops) : mLoops(loops) {}
     IOReturn attach(const std::string& node);
-    IOReturn watchEvents();
     IOReturn detachKernelDrivers();
 
     AsioRunLoops& mLoops;
     // In the order in which they are made; they go the other way round.
     FileDescriptor mNode;
-    FileDescriptor mEpoll;
     std::unique_ptr<libusb_context, Release<libusb_exit>> mContext;
     std::unique_ptr<libusb_device_handle, Release<libusb_close>> mHandle;
     std::set<int> mDetached;  // interfaces whose kernel drivers have to be given back

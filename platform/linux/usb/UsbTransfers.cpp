@@ -12,7 +12,6 @@ namespace platform {
 namespace {
 
 constexpr unsigned kNoTimeout = 0;
-constexpr CFAbsoluteTime kLongPast = 0;
 constexpr std::chrono::seconds kTakeBackLimit{5};  // the kernel cancels at once; only a broken one reaches this
 
 }  // namespace
@@ -31,9 +30,9 @@ IOReturn UsbTransfers::submit(std::uint8_t address, std::uint8_t type, std::span
                               static_cast<int>(transfer.data.size()), &ended, &transfer, kNoTimeout);
     transfer.libusb->type = type;
     const int result = libusb_submit_transfer(transfer.libusb.get());
-    if (result == LIBUSB_ERROR_NO_DEVICE && mRound != Round::None) {
+    if (result == LIBUSB_ERROR_NO_DEVICE && mIsReporting) {
         // The caller is a completion. Being told of a success, it must not learn in the same run that the device has
-        // gone: the transfer is accepted, and fails in a round of its own.
+        // gone: the transfer is accepted, and fails in a run of its own.
         transfer.state = State::Refused;
         transfer.libusb->status = LIBUSB_TRANSFER_NO_DEVICE;
         transfer.libusb->actual_length = 0;
@@ -44,67 +43,55 @@ IOReturn UsbTransfers::submit(std::uint8_t address, std::uint8_t type, std::span
     return kIOReturnSuccess;
 }
 
-/// From libusb, for each transfer once, while it handles events: in a round, or while the interface is released.
+/// From libusb, for each transfer once, while it handles events.
 void UsbTransfers::ended(libusb_transfer* transfer) {
     auto& ended = *static_cast<Transfer*>(transfer->user_data);
-    UsbTransfers& self = *ended.owner;
-    ended.state = State::Ended;
-    self.mTransfers.splice(self.mTransfers.end(), self.mTransfers, ended.self);
-    if (self.mRound != Round::None) self.report();
+    ended.owner->end(ended.self);
+}
+
+void UsbTransfers::end(std::list<Transfer>::iterator transfer) {
+    transfer->state = State::Ended;
+    mTransfers.splice(mTransfers.end(), mTransfers, transfer);
 }
 
 std::list<UsbTransfers::Transfer>::iterator UsbTransfers::first(State state) {
     return std::ranges::find(mTransfers, state, &Transfer::state);
 }
 
-/// @param work  finds what has ended, and has it reported; must not throw
-void UsbTransfers::runRound(const std::function<void()>& work) {
-    const auto self = shared_from_this();                      // a completion may let go of the interface
-    const Round around = std::exchange(mRound, Round::Quiet);  // one whose completion runs the loop again, or none
-    work();
-    mRound = around;
-    if (mClaim == Claim::Closing && around == Round::None) release();
-    // What came from the kernel is still in time for a time-out that is due by now; a refused transfer is not, or
-    // completions that start another one each time would keep time-outs off for ever.
-    const CFAbsoluteTime moment = first(State::Ended) == mTransfers.end() ? CFAbsoluteTimeGetCurrent() : kLongPast;
+void UsbTransfers::wait(std::chrono::microseconds limit) {
+    mConnection->handleEvents(limit);
     for (auto refused = first(State::Refused); refused != mTransfers.end(); refused = first(State::Refused)) {
-        refused->state = State::Ended;
-        mTransfers.splice(mTransfers.end(), mTransfers, refused);
+        end(refused);
     }
-    if (first(State::Ended) != mTransfers.end()) reportLater(moment);
-    if (mThrown) std::rethrow_exception(std::exchange(mThrown, nullptr));
 }
 
-/// Reports what has ended, as far as the round may.
+void UsbTransfers::serve() {
+    const auto self = shared_from_this();                         // a completion may let go of the interface
+    const bool wasReporting = std::exchange(mIsReporting, true);  // a completion may run the loop
+    try {
+        report();
+    } catch (...) {
+        mIsReporting = wasReporting;
+        throw;
+    }
+    mIsReporting = wasReporting;
+}
+
 void UsbTransfers::report() {
+    bool hasReported = false;
     for (auto next = first(State::Ended); mLoop && next != mTransfers.end(); next = first(State::Ended)) {
         const auto status = next->libusb->status;
         const bool failed = status != LIBUSB_TRANSFER_COMPLETED && status != LIBUSB_TRANSFER_CANCELLED;
-        if (failed && mRound == Round::HasReported) mRound = Round::HoldsBack;
-        if (mRound == Round::HoldsBack) return;
-        mRound = Round::HasReported;
+        if (failed && hasReported) return;
+        hasReported = true;
         // Taken out first: the completion may start others, run the loop, or close the interface.
         std::list<Transfer> reported;
         reported.splice(reported.end(), mTransfers, next);
         const auto& [callback, refCon, destination] = next->completion;
         const auto length = static_cast<std::size_t>(std::max(next->libusb->actual_length, 0));
         std::copy_n(next->data.begin(), std::min(length, destination.size()), destination.begin());
-        try {
-            callback(refCon, IOReturnOfTransfer(status), reinterpret_cast<void*>(length));
-        } catch (...) {
-            mThrown = std::current_exception();
-            mRound = Round::HoldsBack;
-        }
+        callback(refCon, IOReturnOfTransfer(status), reinterpret_cast<void*>(length));
     }
-}
-
-/// For what has ended already: no descriptor will announce it again.
-/// @param moment  timers with an earlier one, a time-out that is due say, fire before
-void UsbTransfers::reportLater(CFAbsoluteTime moment) {
-    if (!mLoop) return;
-    mLater = mLoop->CFRunLoopAddTimer(mMode, moment, 0, [weak = weak_from_this()] {
-        if (const auto self = weak.lock()) self->runRound([&] { self->report(); });
-    });
 }
 
 void UsbTransfers::abort(std::uint8_t address) {
@@ -118,14 +105,7 @@ void UsbTransfers::abort(std::uint8_t address) {
 
 void UsbTransfers::close() noexcept {
     cancelled();
-    if (mClaim == Claim::Held) mClaim = Claim::Closing;
-    // libusb can't be asked for events from within one of its call-backs.
-    if (mRound == Round::None) release();
-}
-
-/// Outside any round, so that nothing that ends now is reported.
-void UsbTransfers::release() noexcept {
-    if (std::exchange(mClaim, Claim::Released) == Claim::Released) return;
+    if (!std::exchange(mIsClaimed, false)) return;
     for (auto& transfer : mTransfers) {
         if (transfer.state == State::InFlight) libusb_cancel_transfer(transfer.libusb.get());
     }
@@ -143,18 +123,14 @@ void UsbTransfers::release() noexcept {
 }
 
 void UsbTransfers::scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) {
-    if (mClaim != Claim::Held) return;
+    if (!mIsClaimed) return;
     mLoop = mConnection->loops().current(*loop);
     mMode = mode;
-    mWatch = mLoop->watchReadable(mode, mConnection->eventDescriptor(),
-                                  [this] { runRound([this] { mConnection->handleEvents(); }); });
-    if (first(State::Ended) != mTransfers.end()) reportLater(kLongPast);
+    mLoop->waitWith(mode, this);
 }
 
 void UsbTransfers::cancelled() {
-    mLater.reset();
-    mWatch.reset();
-    mLoop.reset();
+    if (const auto loop = std::exchange(mLoop, nullptr)) loop->waitWith(mMode, nullptr);
 }
 
 }  // namespace platform

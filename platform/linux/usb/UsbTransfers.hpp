@@ -7,15 +7,14 @@
 
 #include <libusb.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
-#include <exception>
-#include <functional>
 #include <list>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace platform {
@@ -25,34 +24,26 @@ namespace platform {
 ///
 ///     submit ---> InFlight ---- libusb's call-back ----> Ended ---> reported, freed
 ///        |                                                 ^
-///        +--> Refused ---------- end of the round ---------+
+///        +--> Refused ------- the loop's next look --------+
 ///
 /// In flight it is the kernel's, which writes into its bytes: it is cancelled and waited for, never freed. Refused is
 /// one that a completion has started on a device that has gone.
 ///
-/// Completions are reported in rounds. A round is one run of the loop's mode in which libusb's descriptor is readable
-/// or something is left over from the round before:
-///
-///     None ---> Quiet ---- a completion ----> HasReported ---- a failure comes, ----> HoldsBack
-///      ^                                                    or a completion throws        |
-///      +------------------------------- the run ends -------------------------------------+
-///
-/// Within it a completion runs right from libusb's call-back, so that a read which it starts can be served in the same
-/// round. Three rules hold:
+/// It is what the loop's mode waits in: the wait is libusb's own, whose call-backs only note what has ended.
+/// Completions are reported from the loop, what has ended in one run of it. Three rules hold:
 /// - What has ended is reported in the order in which it ended.
-/// - A failure is only ever the first that a round reports, see IOUSB.hpp. For the same reason a refused transfer has
-///   not ended before the round is over.
-/// - What a completion throws does not pass through libusb, which is C: it leaves the run once libusb has returned, and
-///   what is left over gets a round of its own.
+/// - A failure is only ever the first that a run reports, see IOUSB.hpp; else it is the first of the next. For the same
+///   reason a refused transfer has not ended before the loop looks again.
+/// - What a completion throws leaves the run, and the rest is reported in the next.
 ///
 /// This is also the interface's event source: shared by the interface and the loop that it is added to. Owner thread
 /// only.
-class UsbTransfers final : public CFRunLoopSource, public std::enable_shared_from_this<UsbTransfers> {
+class UsbTransfers final : public CFRunLoopSource, public OwnWait, public std::enable_shared_from_this<UsbTransfers> {
   public:
     /// @param interface  number of the interface, which has been claimed
     UsbTransfers(std::shared_ptr<UsbConnection> connection, int interface)
         : mConnection(std::move(connection)), mInterface(interface) {}
-    ~UsbTransfers() override { release(); }
+    ~UsbTransfers() override { close(); }
     UsbTransfers(const UsbTransfers&) = delete;
     UsbTransfers& operator=(const UsbTransfers&) = delete;
 
@@ -73,17 +64,21 @@ class UsbTransfers final : public CFRunLoopSource, public std::enable_shared_fro
     void abort(std::uint8_t address);
 
     /// Ends every transfer, waits until the kernel has given it back, and releases the interface; nothing is reported
-    /// any more. Called by a completion, it waits only once the round is over. Blocks, in practice for as long as it
-    /// takes the kernel to cancel.
+    /// any more. Blocks, in practice for as long as it takes the kernel to cancel.
     void close() noexcept;
 
     void scheduled(const std::shared_ptr<CFRunLoop>& loop, std::string_view mode) override;
     void cancelled() override;
 
+    void wait(std::chrono::microseconds limit) override;
+    bool isReady() const override {
+        return std::ranges::find(mTransfers, State::Ended, &Transfer::state) != mTransfers.end();
+    }
+    void serve() override;
+    void interrupt() noexcept override { mConnection->interrupt(); }
+
   private:
     enum class State { InFlight, Ended, Refused };
-    enum class Round { None, Quiet, HasReported, HoldsBack };
-    enum class Claim { Held, Closing, Released };  ///< Closing: closed by a completion, whose round is not over yet
 
     struct Transfer {
         State state = State::InFlight;
@@ -96,21 +91,16 @@ class UsbTransfers final : public CFRunLoopSource, public std::enable_shared_fro
 
     static void LIBUSB_CALL ended(libusb_transfer* transfer);
     std::list<Transfer>::iterator first(State state);
-    void runRound(const std::function<void()>& work);
+    void end(std::list<Transfer>::iterator transfer);
     void report();
-    void reportLater(CFAbsoluteTime moment);
-    void release() noexcept;
 
     const std::shared_ptr<UsbConnection> mConnection;
     const int mInterface;
-    Claim mClaim = Claim::Held;
-    Round mRound = Round::None;
-    std::exception_ptr mThrown;          // by a completion of this round
+    bool mIsClaimed = true;
+    bool mIsReporting = false;           // a completion is under way
     std::list<Transfer> mTransfers;      // of the ended ones, the one that ended first stands first
     std::shared_ptr<AsioRunLoop> mLoop;  // while scheduled
     std::string mMode;
-    std::unique_ptr<DescriptorWatch> mWatch;
-    std::unique_ptr<CFRunLoopTimer> mLater;  // a round for what no descriptor will announce again
 };
 
 }  // namespace platform

@@ -9,10 +9,13 @@
 #include <libudev.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
+#include <semaphore>
 #include <stdexcept>
+#include <thread>
 
 namespace {
 bool gLosesEvents = false;  // as a socket does that has overflowed; the emulated one can't
@@ -199,7 +202,7 @@ struct OnTerminalNode : support::UmockBackend {
 };
 using UmockHangUpTest = contract::UsbContract<OnTerminalNode>;
 
-TEST_F(UmockHangUpTest, DeviceThatIsSilentOrHasGoneDoesNotKeepItsLoopBusy) {
+TEST_F(UmockHangUpTest, DeviceThatIsSilentOrHasGoneDoesNotKeepItsLoopBusyNorFromItsBlocks) {
     Opened opened = open();
     opened.read(opened.interruptIn);
     // What libusb tells itself is served once; then there is nothing more.
@@ -210,6 +213,18 @@ TEST_F(UmockHangUpTest, DeviceThatIsSilentOrHasGoneDoesNotKeepItsLoopBusy) {
         return runs;
     };
     EXPECT_LE(served(), 2) << "silent";
+    std::binary_semaphore isServed(0);
+    std::thread other([&, loop = &backend.loop()] {  // mostly finds the loop waiting for the device
+        bool goesOn = true;
+        for (int i = 0; i < 50 && goesOn; ++i) {
+            loop->CFRunLoopPerformBlock("contract", [&] { isServed.release(); });
+            goesOn = isServed.try_acquire_for(std::chrono::seconds(30));
+        }
+        EXPECT_TRUE(goesOn) << "not woken";
+        loop->CFRunLoopPerformBlock("contract", [loop] { loop->CFRunLoopStop(); });
+    });
+    EXPECT_EQ(backend.loop().CFRunLoopRunInMode("contract", 60, false), CFRunLoopRunResult::Stopped);
+    other.join();
     backend.unplug();
     ASSERT_TRUE(opened.runUntilCompletions(1));
     EXPECT_LE(served(), 2) << "gone";
