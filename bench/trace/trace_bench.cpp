@@ -2,14 +2,13 @@
 
 #include "WIN/WIN_DebugServer.hpp"
 #include "WIN/WIN_Trace.hpp"
+#include "bench/Medians.hpp"
 #include "bench/trace/empty.hpp"
 
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <map>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -22,19 +21,6 @@ void Measure(benchmark::State& state, Call call) {
         call(*server);
     }
 }
-
-/// Shows what the console shows, and keeps the medians.
-class MedianReporter : public benchmark::ConsoleReporter {
-  public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.aggregate_name == "median") medians[run.run_name.function_name] = run.GetAdjustedCPUTime();
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    std::map<std::string, double> medians;  ///< nanoseconds of processor time
-};
 
 }  // namespace
 
@@ -50,19 +36,10 @@ int main(int argc, char** argv) {
         });
     });
 
-    std::string defaults[] = {"--benchmark_enable_random_interleaving=true", "--benchmark_repetitions=15",
-                              "--benchmark_min_time=0.05", "--benchmark_report_aggregates_only=true"};
-    std::vector<char*> arguments{argv, argv + argc};
-    // Before the caller's own, which win.
-    for (std::string& option : defaults) arguments.insert(arguments.begin() + 1, option.data());
-    int count = static_cast<int>(arguments.size());
-    benchmark::Initialize(&count, arguments.data());
-    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 1;
-    MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const auto medians = bench::MeasureMedians(argc, argv);
+    if (!medians) return 1;
     for (const char* name : {"PrintStr", "PrintData", "Trace"}) {
-        std::printf("ratio %s to_empty_function %.3f goal 1.0\n", name,
-                    reporter.medians[name] / reporter.medians["empty"]);
+        std::printf("ratio %s to_empty_function %.3f goal 1.0\n", name, medians->at(name) / medians->at("empty"));
     }
     return 0;
 }

@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace bench {
 namespace {
@@ -122,9 +123,8 @@ void BareDevice::Write(Bytes bytes) {
 }
 
 void BareDevice::Play(const Message* first, const Message* last) {
-    mPlaying = true;
-    Start(kInterruptIn);
-    std::size_t expected = 0;
+    if (!std::exchange(mPlaying, true)) Start(kInterruptIn);
+    std::size_t expected = mPackets;
     for (const Message* message = first; message != last; ++message) {
         if (!message->toDevice) {
             if (!message->bytes.empty()) ++expected;

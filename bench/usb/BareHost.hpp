@@ -35,7 +35,7 @@ class BareDevice {
     BareDevice(const BareDevice&) = delete;
     BareDevice& operator=(const BareDevice&) = delete;
 
-    /// Plays one session of a recording.
+    /// Plays one session of a recording, or the next part of it.
     void Play(const Message* first, const Message* last);
 
     /// With libusb's synchronous calls: one packet out, one packet in. Not beside Play.

@@ -1,10 +1,13 @@
 // Real libusb and libudev on emulated devices (umockdev), our library beside bare programs on them:
 //  - a whole reset on a device that answers at once, beside a program that makes the same libusb transfers; the time
 //    that the device takes to leave and to come back is not counted;
+//  - the identification of a device that answers at once, on a link that is open, beside the same libusb transfers;
+//  - the same with the link opened before and closed after;
 //  - one frame there and one back, beside libusb's synchronous calls.
 // The two take turns, round by round, and the ratio is taken pair by pair. Times are the emulation's: a real bus has
 // others. What the kernel was asked for is counted as well; that is exact.
-//   usb_bench [RESETS] [ROUND TRIPS]
+//   usb_bench [RESETS] [ROUND TRIPS] [IDENTIFICATIONS]
+#include "IOA/IOA_Channel.hpp"
 #include "IOL/IOL_Frame.hpp"
 #include "IOU/IOU_UsbLink.hpp"
 #include "THR/THR_CancelRequested.hpp"
@@ -71,6 +74,39 @@ class Bench {
         if (oursMost > bareLeast) Fail("the library makes transfers that the bare program does without");
     }
 
+    void Identifications(int rounds) {
+        Identification();  // what only the first one makes
+        const auto messages = Recorded();
+        const Message* const first = messages.data();
+        const Message* const last = first + messages.size();
+        const Message* const identification = std::find_if(first, last, [](const Message& one) {
+            return one.bytes == simulator::encodePacket({simulator::kApplicationLayer, simulator::kProductRequest, {}});
+        });
+        if (identification == last) Fail("no identification was recorded");
+        std::vector<Times> ours, bare;
+        for (int i = 0; i < rounds; ++i) {
+            const auto start = mUsb.requests();
+            ours.push_back(Identification());
+            const auto between = mUsb.requests();
+            bare.push_back(BareIdentification(first, identification, last));
+            const auto end = mUsb.requests();
+            if (between.submitted - start.submitted > end.submitted - between.submitted)
+                Fail("the library makes transfers that the bare program does without");
+        }
+        const auto tell = [&](const char* what, double Times::*member, const char* goal) {
+            std::vector<double> own, other, ratios;
+            for (std::size_t i = 0; i < ours.size(); ++i) {
+                own.push_back(ours[i].*member);
+                other.push_back(bare[i].*member);
+                ratios.push_back(own.back() / other.back());
+            }
+            std::printf("%s under umockdev: %.0f us, bare libusb program %.0f us, ratio %.3f%s\n", what, Median(own),
+                        Median(other), Median(ratios), goal);
+        };
+        tell("identification", &Times::identification, " (goal 1.05)");
+        tell("opening, identification and closing", &Times::whole, "");
+    }
+
     void RoundTrips(int rounds) {
         constexpr int kBlock = 50;
         const iol::Frame_t question = Question();
@@ -109,6 +145,47 @@ class Bench {
     }
 
   private:
+    /// In microseconds.
+    struct Times {
+        double identification, whole;
+    };
+
+    void BeginIdentification() {
+        if (!mUsb.waitUntilClosed()) Fail("the device was not closed");
+        mUsb.withDevice(0, [](simulator::Device& device, simulator::Time) { device.record().clear(); });
+    }
+
+    Times Identification() {
+        BeginIdentification();
+        Times times{};
+        const auto start = Clock::now();
+        {
+            thr::CancelRequestedFunctor_t cancel;
+            iou::UsbLink_t link(cancel, mUsb.registryPath());
+            const auto opened = Clock::now();
+            const ioa::Channel_t channel(link);
+            times.identification = MicrosecondsSince(opened);
+            if (channel.Protocols().empty()) Fail("no protocols");
+        }
+        times.whole = MicrosecondsSince(start);
+        return times;
+    }
+
+    Times BareIdentification(const Message* first, const Message* identification, const Message* last) {
+        BeginIdentification();
+        Times times{};
+        const auto start = Clock::now();
+        {
+            bench::BareDevice device(mDiscovery.Present());
+            device.Play(first, identification);
+            const auto opened = Clock::now();
+            device.Play(identification, last);
+            times.identification = MicrosecondsSince(opened);
+        }
+        times.whole = MicrosecondsSince(start);
+        return times;
+    }
+
     struct Command {
         std::uint16_t number;
         Bytes data;
@@ -186,6 +263,11 @@ class Bench {
     /// The packets of one reset by the library, as the device saw them.
     std::vector<Message> Record() {
         Prepared([&] { OurReset(); });
+        return Recorded();
+    }
+
+    /// The packets that the device has seen since its record was last cleared.
+    std::vector<Message> Recorded() {
         std::vector<Message> messages;
         mUsb.withDevice(0, [&](simulator::Device& device, simulator::Time) {
             for (const auto& entry : device.record().entries()) {
@@ -209,7 +291,9 @@ class Bench {
 
 int main(int argc, char** argv) {
     Bench bench;
-    const int resets = argc > 1 ? std::atoi(argv[1]) : 60, roundTrips = argc > 2 ? std::atoi(argv[2]) : 2000;
+    const int resets = argc > 1 ? std::atoi(argv[1]) : 60, roundTrips = argc > 2 ? std::atoi(argv[2]) : 2000,
+              identifications = argc > 3 ? std::atoi(argv[3]) : 300;
     if (resets > 0) bench.Resets(resets);
+    if (identifications > 0) bench.Identifications(identifications);
     if (roundTrips > 0) bench.RoundTrips(roundTrips);
 }
