@@ -10,6 +10,7 @@
 #include "platform/common/EmptyBundle.hpp"
 #include "platform/common/MachineClock.hpp"
 
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -18,8 +19,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <random>
 #include <string_view>
+#include <system_error>
+#include <unistd.h>
 #include <utility>
 
 namespace platform {
@@ -177,17 +179,19 @@ void NSLog(const char* format, ...) {
 }
 
 std::string CFUUIDCreateString() {
-    thread_local std::random_device entropy;
-    unsigned char bytes[16];
-    for (auto& byte : bytes) byte = static_cast<unsigned char>(entropy());
+    // One question to the kernel: the standard's random_device may ask the processor, which takes microseconds a
+    // number.
+    std::array<unsigned char, 16> bytes;
+    if (::getentropy(bytes.data(), bytes.size()) != 0) throw std::system_error(errno, std::generic_category());
     bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);  // version 4
     bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
+    constexpr char kDigits[] = "0123456789ABCDEF";
     std::string text;
-    for (int i = 0; i < 16; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
+    text.reserve(36);
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
         if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
-        text += digits;
+        text += kDigits[bytes[i] >> 4];
+        text += kDigits[bytes[i] & 0x0F];
     }
     return text;
 }
