@@ -20,7 +20,13 @@ class RefCounter_t {
     /// @}
 
     /// Any thread that holds a reference already, or has just made the object.
-    void AddReference() const noexcept { mCount.fetch_add(1, std::memory_order_relaxed); }
+    void AddReference() const noexcept {
+        // Nobody else knows an object that was just made: its first reference needs no atomic change.
+        if (mCount.load(std::memory_order_relaxed) == 0)
+            mCount.store(1, std::memory_order_relaxed);
+        else
+            mCount.fetch_add(1, std::memory_order_relaxed);
+    }
 
     /// @return true when this was the last reference: the caller deletes the object. Any thread.
     [[nodiscard]] bool ReleaseReference() const noexcept {

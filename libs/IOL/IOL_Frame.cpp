@@ -30,8 +30,9 @@ std::vector<unsigned char> TakeRest(FrameStream_t& stream) {
 Frame_t::Frame_t(unsigned short id, const unsigned char* bytes, unsigned int count)
     : Frame_t(id, std::vector<unsigned char>(bytes, bytes + count)) {}
 
-Frame_t::Frame_t(unsigned short id, std::vector<unsigned char> bytes) : mId(id), mData(new Data_t(std::move(bytes))) {
-    CheckLength(mData->bytes.size());
+Frame_t::Frame_t(unsigned short id, std::vector<unsigned char> bytes) : mId(id) {
+    CheckLength(bytes.size());
+    mData = glo::SmartPtr_t<const Data_t>(new Data_t(std::move(bytes)));
 }
 
 Frame_t::Frame_t(unsigned short id, FrameStream_t& stream) : Frame_t(id, TakeRest(stream)) {}

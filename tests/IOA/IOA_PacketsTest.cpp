@@ -1,3 +1,4 @@
+#include "IOA/IOA_FrameFields.hpp"
 #include "IOA/IOA_Packet.hpp"
 #include "IOA/IOA_ProductData.hpp"
 #include "IOA/IOA_PvtData.hpp"
@@ -57,6 +58,9 @@ TEST(Packets, EncodingIsByteExactAndDecodingTakesSurplusButNothingShorter) {
     // Request numbers wrap at 32, and only 16 bits travel.
     ExpectForm({0x0A, 0x80}, DataRqst_t({Rqst{1}, Rqst{35}, Rqst{16}, Rqst{47}}));
     ExpectForm({0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0}, With(&RgnSize_t::size, -2LL));
+    bool flag = false;
+    ReadFields(iol::Frame_t(1, Bytes{2}), "", 0, flag);  // not all fields are their bytes
+    EXPECT_TRUE(flag);
     TimeData_t time;
     std::tie(time.month, time.day, time.year, time.hour, time.minute, time.second) = std::tuple(1, 2, 2003, 4, 5, 6);
     ExpectForm({1, 2, 0xD3, 0x07, 4, 0, 5, 6}, time);
