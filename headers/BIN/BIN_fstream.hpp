@@ -11,7 +11,8 @@
 
 namespace bin {
 
-/// A file being read. An open or a read that fails sets the bad bit and throws nothing. Unlike the other streams, a
+/// A file being read, with a read-ahead of 1024 bytes (FileReader_t says what that means for a file that changes
+/// meanwhile). An open or a read that fails sets the bad bit and throws nothing. Unlike the other streams, a
 /// read of 0 bytes sets the fail bit, as does any read or skip while no file is open; callers depend on it.
 class ifstream : public glo::NonCopyable_t, public istream {
   public:
@@ -36,6 +37,7 @@ class ifstream : public glo::NonCopyable_t, public istream {
     void StringInput(std::string& text) override;
 
   private:
+    void StateChanged() override { mReader.CloseWindow(); }
     bool IsOpen();
 
     fil::File_t mFile;
@@ -103,6 +105,8 @@ class fstream : public iostream {
     virtual void expand(unsigned long n, unsigned char byte);
 
   private:
+    void StateChanged() override { mReader.CloseWindow(); }
+
     fil::File_t mFile;
     std::uint64_t mWritePosition = 0;
     FileReader_t mReader{*this, mFile};

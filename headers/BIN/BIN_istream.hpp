@@ -24,6 +24,8 @@ namespace bin {
 /// A read that can't be satisfied whole sets the fail bit, consumes nothing and leaves its target as it was. The read
 /// that reaches the end sets the end bit, and the next one then fails.
 class istream : public virtual ios {
+    friend class FileReader_t;  // gives the streams that it reads for their window
+
   public:
     ~istream() override = default;
 
@@ -93,9 +95,9 @@ class istream : public virtual ios {
   protected:
     istream() = default;
 
-    /// Bytes of a memory stream that can be taken without asking it: the scalar operators take from here while more
-    /// than they need is left, and call BinInput() at the edge. It may end before the data does, never after. Empty
-    /// while the stream is not good, so that it need not be asked, and for streams that are no memory.
+    /// Bytes that can be taken without asking the stream, those of a memory stream or of a file stream's read-ahead:
+    /// the scalar operators take from here while more than they need is left, and call BinInput() at the edge. It may
+    /// end before the data does. Empty while the stream is not good, so that it need not be asked.
     /// @{
     const unsigned char* mReadCursor = nullptr;
     const unsigned char* mReadEnd = nullptr;

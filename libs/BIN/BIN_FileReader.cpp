@@ -33,34 +33,58 @@ bool StringAt(fil::File_t& file, std::uint64_t position, std::uint64_t size, std
 
 }  // namespace
 
+std::uint64_t FileReader_t::Position() const {
+    if (!mStream.mReadCursor) return mPosition;
+    return mHeldOffset + static_cast<std::uint64_t>(mStream.mReadCursor - mHeld.data());
+}
+
+void FileReader_t::MoveTo(std::uint64_t position) {
+    mPosition = position;
+    mStream.mReadCursor = mStream.mReadEnd = nullptr;
+}
+
+void FileReader_t::Forget() {
+    CloseWindow();
+    mHeldSize = 0;
+}
+
+/// Lets the stream take what is held from the read position on, up to that place of the file.
+void FileReader_t::OpenWindow(std::uint64_t end) {
+    end = std::min(end, mHeldOffset + mHeldSize);
+    if (mPosition < mHeldOffset || mPosition >= end) return;
+    mStream.mReadCursor = mHeld.data() + (mPosition - mHeldOffset);
+    mStream.mReadEnd = mHeld.data() + (end - mHeldOffset);
+}
+
 unsigned long FileReader_t::Remaining(std::uint64_t size) {
     if (std::exchange(mFileSize, size) != size) Forget();
-    return size > mPosition ? size - mPosition : 0;
+    const std::uint64_t position = Position();
+    return size > position ? size - position : 0;
 }
 
 void FileReader_t::Ignore(unsigned long n) {
     if (n == 0 || !Readable(mStream)) return;
     const unsigned long remaining = mStream.RemainingSize();
-    mPosition += std::min(n, remaining);
+    MoveTo(Position() + std::min(n, remaining));
     if (n >= remaining) mStream.setstate(ios::eofbit);
 }
 
 int FileReader_t::Peek() {
     if (!mStream.good() || mStream.RemainingSize() == 0) return -1;
     unsigned char byte = 0;
-    return Guarded(mStream, [&] { ReadExactly(mFile, mPosition, &byte, 1); }) ? byte : -1;
+    return Guarded(mStream, [&] { ReadExactly(mFile, Position(), &byte, 1); }) ? byte : -1;
 }
 
 void FileReader_t::Seek(std::uint64_t size, unsigned long position) {
     if (position > size)
         mStream.setstate(ios::failbit);
     else
-        mPosition = position;
+        MoveTo(position);
 }
 
 void FileReader_t::Seek(std::uint64_t size, long offset, std::ios_base::seekdir from) {
     unsigned long target = 0;
-    if (SeekTarget(mPosition, size, offset, from, target))
+    if (SeekTarget(Position(), size, offset, from, target))
         mStream.seekg(target);
     else
         mStream.setstate(ios::failbit);
@@ -92,21 +116,26 @@ void FileReader_t::BinInput(void* destination, unsigned long n) {
         mStream.setstate(ios::failbit);
         return;
     }
+    CloseWindow();
+    const std::uint64_t end = mPosition + remaining;
     if (n > 0 && !Guarded(mStream, [&] { Fetch(destination, n); })) return;
-    if (n == remaining) mStream.setstate(ios::eofbit);
+    if (n == remaining)
+        mStream.setstate(ios::eofbit);
+    else
+        OpenWindow(end);
 }
 
 void FileReader_t::StringInput(std::string& text) {
     if (!Readable(mStream)) return;
-    const std::uint64_t end = mPosition + mStream.RemainingSize();
+    const std::uint64_t end = Position() + mStream.RemainingSize();
     std::string found;
     bool isFound = false;
-    if (!Guarded(mStream, [&] { isFound = StringAt(mFile, mPosition, end, found); })) return;
+    if (!Guarded(mStream, [&] { isFound = StringAt(mFile, Position(), end, found); })) return;
     if (!isFound) {
         mStream.setstate(ios::failbit);
         return;
     }
-    mPosition += found.size() + 1;
+    MoveTo(Position() + found.size() + 1);
     if (mPosition == end) mStream.setstate(ios::eofbit);
     text = std::move(found);
 }

@@ -126,7 +126,8 @@ TEST_F(Stream, ReadingFollowsTheSameRulesInMemoryAndInFiles) {
         {xs + "\0y\0"s, "text=" + xs + " at=301 text=y:e"},
         {"abc"s, "skip(2) skip(0) peek=99 skip(18446744073709551615):e skip(0):e skip(1):ef at=3:ef"},
         {"abc"s, "skip(3):e clear seek(3) get=0:f"},
-        {"abc"s, "seek(3) seek(4):f at=3:f clear(4):e seek(0):e byte=9:ef clear byte=97"},
+        {"abc"s,
+         "seek(3) seek(4):f clear(4):e seek(0):e byte=9:ef clear byte=97 seek(4):f byte=9:f at=1:f clear get=98"},
     };
     for (const auto& c : cases) {
         const auto plays = [&](bin::istream& stream) { EXPECT_EQ(Play(stream, c.script), c.script); };
@@ -184,6 +185,19 @@ TEST_F(FileStream, MissingOneFailsAndEmptyOneIsAtItsEndAndKindsDifferWhereNoneIs
     both.open(mPath, ios_base::in);
     both.BinInput(&byte, 0);
     EXPECT_TRUE(both.good());
+}
+
+TEST_F(FileStream, IsReadOnAsItGrowsAndFailsWhereItWasCut) {
+    Put("12abcd");
+    InFile([this](auto& stream) {
+        EXPECT_EQ(Play(stream, "short"), "short=12849");
+        Put("1");
+        EXPECT_EQ(Play(stream, "left get clear"), "left=0 get=0:f clear");
+        Put("12ab");
+        EXPECT_EQ(Play(stream, "get"), "get=97") << "what was read ahead counts no longer";
+        Put("12abcd");
+        EXPECT_EQ(Play(stream, "get get get"), "get=98 get=99 get=100:e");
+    });
 }
 
 TEST_F(Stream, InMemoryIsPatchedAndGrowsWhereverTheReadPositionIs) {
