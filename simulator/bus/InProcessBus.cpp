@@ -74,6 +74,22 @@ void InProcessBus::unplug(std::size_t port) {
     withDevice(port, [](Device& device, Time now) { device.setCable(false, now); });
 }
 
+void InProcessBus::swap(std::size_t one, std::size_t other) {
+    unplug(one);
+    unplug(other);
+    mCore->locked([&](DeferredWork&) { std::swap(mCore->ports().at(one)->device, mCore->ports().at(other)->device); });
+}
+
+void InProcessBus::closeAll() {
+    mCore->locked([&](DeferredWork&) {
+        for (const auto& port : mCore->ports()) {
+            if (port->connection) port->connection->drop();
+            port->connection = nullptr;
+            port->openedBy = nullptr;
+        }
+    });
+}
+
 bool InProcessBus::isAttached(std::size_t port) const {
     return mCore->locked([&](DeferredWork&) { return mCore->ports().at(port)->attached; });
 }

@@ -41,6 +41,12 @@ class InProcessBus final : public platform::IORegistry, public TimedWork {
     void plug(const std::vector<std::size_t>& ports);
     void unplug(std::size_t port);
 
+    /// Has the devices of two ports change places, with their cables out.
+    void swap(std::size_t one, std::size_t other);
+
+    /// Closes what is open, as the system does when the process that opened it dies.
+    void closeAll();
+
     bool isAttached(std::size_t port) const;
     std::string registryPath(std::size_t port) const;
 

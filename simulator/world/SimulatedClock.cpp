@@ -20,6 +20,13 @@ bool SimulatedClock::MPDelayUntil(platform::CFAbsoluteTime wakeUp) {
     return true;
 }
 
+bool SimulatedClock::wait(Time moment, const std::function<bool()>&) {
+    if (const auto due = nextDue()) moment = std::min(moment, *due);
+    if (moment == Time::max()) return false;
+    advanceTo(moment);
+    return true;
+}
+
 void SimulatedClock::remove(TimedWork& work) {
     std::erase(mWork, &work);
 }

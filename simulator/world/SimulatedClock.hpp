@@ -4,6 +4,7 @@
 #include "simulator/engine/Types.hpp"
 
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -11,12 +12,18 @@ namespace simulator {
 
 /// A clock that only moves when somebody waits: every wait takes no real time. Work due on the way is done at its very
 /// moment. Reading it is free for any thread; moving it belongs to one thread, the test's.
-class SimulatedClock final : public platform::Clock, public Drive {
+class SimulatedClock : public platform::Clock, public Drive {
   public:
     /// Starts at 2026-01-01 00:00:00 UTC, so that dates made from it look like dates.
     explicit SimulatedClock(platform::CFAbsoluteTime start = 788918400.0);
 
     platform::CFAbsoluteTime CFAbsoluteTimeGetCurrent() override;
+
+    /// What a run loop with nothing to serve does: has time go on until there is something, but not beyond that moment.
+    /// Where several threads take turns, this is where one hands over to the next.
+    /// @param isReady  whether somebody else has brought something to serve
+    /// @return false when nothing is due any more, and nobody is left who could bring anything
+    virtual bool wait(Time moment, const std::function<bool()>& isReady);
 
     /// Moves the clock. Test thread only.
     bool MPDelayUntil(platform::CFAbsoluteTime wakeUp) override;

@@ -139,11 +139,9 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
             if (served) continue;
             if (mClock.now() >= end) return CFRunLoopRunResult::TimedOut;
             Time next = end;
-            if (const auto due = mClock.nextDue()) next = std::min(next, *due);
             if (const auto timer = nextTimer(mode)) next = std::min(next, timer->fires);
-            // One thread: with nothing due, nobody is left to wake this run.
-            if (next == Time::max() && returnsWhenQuiet) return CFRunLoopRunResult::TimedOut;
-            mClock.advanceTo(next);
+            if (!mClock.wait(next, [&] { return isReady(mode); }) && returnsWhenQuiet)
+                return CFRunLoopRunResult::TimedOut;
         }
     }
 
@@ -198,6 +196,11 @@ class SimulatedRunLoop final : public platform::CFRunLoop, public std::enable_sh
                              [&](const auto& timer) { return timer->valid && timer->fires <= mode.turnBegan; });
         std::ranges::stable_sort(due, {}, [](const auto& timer) { return timer->fires; });
         return due;
+    }
+
+    bool isReady(const Mode& mode) const {
+        const std::lock_guard lock(mMutex);
+        return mStop || !mode.blocks.empty();
     }
 
     /// A stop counts once, for whichever run sees it first.
