@@ -151,7 +151,7 @@ std::vector<Dispatcher::Inspection> Dispatcher::inspect(const std::vector<Device
     std::vector<Inspection> inspections;
     for (const Device& device : devices) inspections.push_back({device, {}, {}});
     for (Inspection& inspection : inspections) {
-        const auto gate = std::make_shared<UsbGate>(now() + kOpenLimit);
+        const auto gate = std::make_shared<UsbGate>(now() + kOpenLimit, inspection.device.entry.ioId());
         std::shared_ptr<DeviceLock> portLock;
         {
             const std::lock_guard lock(mMutex);

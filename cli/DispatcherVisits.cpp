@@ -43,7 +43,7 @@ void Dispatcher::startVisits(Now moment) {
             entry.nextTry = moment + Lookout::kInterval;
             if (!portLock) continue;
             entry.visited = true;
-            auto gate = std::make_shared<UsbGate>(deadline);
+            auto gate = std::make_shared<UsbGate>(deadline, id);
             mGates.insert(gate);
             visits.push_back({entry.device, std::move(gate), std::move(portLock)});
         }

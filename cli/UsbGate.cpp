@@ -255,6 +255,11 @@ UsbGate* UsbGate::current() {
     return gCurrent;
 }
 
+bool UsbGate::isFor(platform::IOService& entry) const {
+    std::uint64_t id = 0;
+    return mEntry == 0 || (entry.IORegistryEntryGetRegistryEntryID(id) == platform::kIOReturnSuccess && id == mEntry);
+}
+
 void UsbGate::close(State reason) {
     std::shared_ptr<GatedTransfers> transfers;
     {
@@ -309,6 +314,7 @@ std::unique_ptr<platform::IOService> GatedRegistry::IORegistryEntryFromPath(cons
     auto inner = mInner.IORegistryEntryFromPath(path);
     UsbGate* const gate = UsbGate::current();
     if (!inner || !gate) return inner;
+    if (!gate->isFor(*inner)) return nullptr;
     return std::make_unique<GatedService>(*gate, std::move(inner));
 }
 

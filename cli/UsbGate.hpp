@@ -4,6 +4,7 @@
 #include "platform/IORegistry.hpp"
 #include "platform/IOReturn.hpp"
 
+#include <cstdint>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -29,7 +30,11 @@ class UsbGate {
 
     static constexpr platform::CFAbsoluteTime kNever = std::numeric_limits<double>::infinity();
 
-    explicit UsbGate(platform::CFAbsoluteTime deadline = kNever) : mDeadline(deadline) {}
+    /// @param entry  the one attach that may be opened through it: the library goes by the path, on which another
+    /// device
+    ///               may sit by then. 0 for any
+    explicit UsbGate(platform::CFAbsoluteTime deadline = kNever, std::uint64_t entry = 0)
+        : mEntry(entry), mDeadline(deadline) {}
     ~UsbGate();
     UsbGate(const UsbGate&) = delete;
     UsbGate& operator=(const UsbGate&) = delete;
@@ -59,13 +64,15 @@ class UsbGate {
 
     /// @name For the gated port. Owner thread of the link only.
     /// @{
-    static UsbGate* current();    ///< the calling thread's; null without one
+    static UsbGate* current();  ///< the calling thread's; null without one
+    [[nodiscard]] bool isFor(platform::IOService& entry) const;
     [[nodiscard]] bool isOpen();  ///< closes it when its time is up
     platform::IOReturn note(platform::IOReturn result);
     void attach(const std::shared_ptr<GatedTransfers>& transfers);
     /// @}
 
   private:
+    const std::uint64_t mEntry;
     mutable std::mutex mMutex;
     State mState = State::Open;                                    ///< under mMutex
     platform::IOReturn mLastFailure = platform::kIOReturnSuccess;  ///< under mMutex

@@ -132,6 +132,19 @@ TEST(TwinSequence, DeviceChosenByItsPortIsNotTheNextOneThere) {
     }
 }
 
+TEST(TwinCommand, DeviceThatTakesThePortBeforeItIsOpenedIsLeftAlone) {
+    const Scenario scenario = devices(2);
+    TwinWorld twin(scenario);
+    auto& bus = twin.world.bus();
+    twin.onStage = [&](Stage stage) {
+        if (stage != Stage::Reboot || !bus.isAttached(1)) return;
+        bus.swap(0, 1);
+        bus.plug(0);
+    };
+    EXPECT_EQ(twin.run({"reset", "1-1", "--yes", "--retries", "0"}), Status::Failed) << twin.people.str();
+    EXPECT_TRUE(bus.isAttached(0) && !twin.wasOpened(0));
+}
+
 TEST(TwinCommand, WhatAKillLeavesBehindIsSaidAndCanBeLetStart) {
     const Scenario scenario = devices(2);
     TwinWorld twin(scenario);
