@@ -112,7 +112,13 @@ bool ResetSequence::offered(const USBRegistryInfo& entry, std::uint32_t unit, do
     mUnit = mUnit.value_or(unit);
     mDevice = entry;
     if (mStage == Stage::Gone) goOn(now);  // it came back before anybody saw that it had left
-    if (mStage == Stage::Back || mStage == Stage::BackAgain) goOn(now);
+    if (mStage == Stage::Back) {
+        goOn(now);
+    } else if (mStage == Stage::BackAgain) {
+        leave();
+        // What nobody has let start yet may have come back only because its cable was out.
+        enter(isHeld() ? Stage::Resume : Stage::IdentifiedAgain, now);
+    }
     return true;
 }
 
@@ -192,7 +198,8 @@ void ResetSequence::stepFailed(const Failure& failure, double now) {
     if (isResume) {
         if (mResumes++ < mPlan.retries) return enter(Stage::Resume, now);
         mFailure = failure;
-        return enter(Stage::BackAgain, now);  // nothing is cleared again; somebody may switch it off and on
+        // Nothing is cleared again; somebody may switch it off and on. However often it comes back, that has one limit.
+        return enter(Stage::BackAgain, now, mBackLimit > 0 ? std::optional(mBackLimit - now) : std::nullopt);
     }
     // It only leaves now, to start: the wait for its return goes on.
     if (isLast && failure.disconnected && now < mBackLimit) return enter(Stage::BackAgain, now, mBackLimit - now);

@@ -23,7 +23,8 @@ namespace twin {
 ///                  └── a failure up to the clear, while there are retries ◄──────────────┴──── Resume ◄─┐ retries,
 ///                                                                                                 │  └──┘ fresh link
 ///     done ◄── IdentifiedAgain ◄── BackAgain ◄────────────────────────────────────────────────────┘
-///                                  another entry, or its own if that has not left within kSettle
+///                                  another entry, or its own if that has not left within kSettle;
+///                                  what may still be held is first told to start (Resume) there
 ///
 /// Every stage has a limit. A limit that passes before the clear is a failure like any other, except that a device that
 /// has not come back can't be told to reboot; after the clear nothing is ever cleared again, only awaited, and the

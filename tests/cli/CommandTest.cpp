@@ -117,6 +117,19 @@ TEST(TwinCommand, CancelledResumeStillLetsTheDeviceStart) {
     }
 }
 
+TEST(TwinCommand, DeviceThatLeftWhileItWasHeldIsLetStartWhenItComesBack) {
+    Scenario scenario = devices(1);
+    scenario.devices.front().faults = {Fault::onPacket(simulator::kProductRequest, Unplug)
+                                           .inState(BootState::HeldInBootLoader)
+                                           .atOccurrence(2)
+                                           .comingBackAfter(milliseconds(3000))};
+    TwinWorld twin(scenario);
+    // Whether it was cleared is not known: it left right after that command.
+    EXPECT_EQ(twin.run({"reset", "--yes", "--retries", "0"}), Status::Failed) << twin.people.str();
+    EXPECT_EQ(twin.boot(0), BootState::Running);
+    EXPECT_TRUE(Journal(twin.folder / "journal").entries().empty());
+}
+
 TEST(TwinSequence, DeviceChosenByItsPortIsNotTheNextOneThere) {
     struct Nobody final : twin::ResetSequence::Observer {
         void stageBegan(const twin::ResetSequence&, Stage) override {}
