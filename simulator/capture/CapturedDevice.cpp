@@ -60,7 +60,8 @@ class Sorter {
     std::vector<CapturedAttach> attaches() {
         for (std::size_t i = 0; i < mCapture.events.size(); ++i) add(i);
         // When a device goes, its requests end. Only what is attached at the end of the capture may have open ones.
-        for (const auto& [request, pending] : mPending) {
+        for (const auto& entry : mPending) {
+            const Pending& pending = entry.second;
             const bool isLast =
                 std::ranges::any_of(mCurrent, [&](const auto& current) { return current.second == pending.attach; });
             if (!isLast || mAttaches[pending.attach].left) lacksEnd(pending);

@@ -22,7 +22,8 @@ static_assert(sizeof(pcap_usb_header) == 48 && sizeof(pcap_usb_header_mmapped) =
 
 constexpr std::size_t kShortHeader = sizeof(pcap_usb_header);
 constexpr std::size_t kLongHeader = sizeof(pcap_usb_header_mmapped);
-constexpr int kMostBytes = 1 << 18;  // of a packet
+constexpr int kMostBytes = 1 << 18;              // of a packet
+constexpr std::int64_t kLatest = 4'000'000'000;  // seconds since the epoch: far from where sums overflow
 
 using Reader = std::unique_ptr<pcap_t, platform::Release<pcap_close>>;
 using Dumper = std::unique_ptr<pcap_dumper_t, platform::Release<pcap_dump_close>>;
@@ -46,7 +47,6 @@ UsbEvent eventOf(std::span<const unsigned char> bytes, std::size_t number, std::
     UsbEvent event;
     event.packet = number;
     const auto header = at<pcap_usb_header>(bytes, 0);
-    event.time = std::chrono::seconds(header.ts_sec) + Time(header.ts_usec);
     event.request = header.id;
     event.type = static_cast<char>(header.event_type);
     event.transfer = static_cast<UsbEvent::Transfer>(header.transfer_type & 3);
@@ -58,6 +58,8 @@ UsbEvent eventOf(std::span<const unsigned char> bytes, std::size_t number, std::
     const std::string is = packetName(number) + " is damaged: ";
     if (std::string("SCE").find(event.type) == std::string::npos) throw CaptureError(is + "it neither begins nor ends");
     if (header.transfer_type > 3) throw CaptureError(is + "it is of no kind of transfer");
+    if (header.ts_sec < 0 || header.ts_sec > kLatest) throw CaptureError(is + "it has no time that can be");
+    event.time = std::chrono::seconds(header.ts_sec) + Time(header.ts_usec);
     if (event.transfer == UsbEvent::Transfer::Isochronous) return event;
     if (header.setup_flag == 0) {
         event.setup.emplace();

@@ -5,16 +5,17 @@ captures.py SIMULATOR TROVIK_RESET VENDOR    the two programs, and the vendor id
 
 captures/reset.pcap was made by usbmon while trovik-reset reset trovik-gadget, and by "trovik-simulator mask" then.
 """
-import fcntl
 import os
 import pathlib
 import struct
 import subprocess
 import sys
 import tempfile
+import time
 
 SIMULATOR, PROGRAM, VENDOR = (*map(os.path.abspath, sys.argv[1:3]), int(sys.argv[3], 0))
 HEADER = "QBBBBHBBqiiII8xiiII"  # usbmon's, of link type 220; in place of 8x the setup packet
+PATIENCE = 120.0  # seconds that anything may take; nothing is measured by it
 UNIT, MASKED_UNIT = 3812345678, 1000000001
 HOLD = bytes([20, 0, 0, 0, 113, 0, 0, 0, 0, 0, 0, 0])  # the packet, and its answer
 
@@ -76,7 +77,12 @@ def simulate(*arguments, home):
     environment = {**os.environ, "HOME": str(home), "XDG_RUNTIME_DIR": str(home),
                    # The bus's library has to come before that of the sanitizer.
                    "ASAN_OPTIONS": os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"}
-    return subprocess.run([SIMULATOR, *map(str, arguments)], env=environment, capture_output=True, text=True, timeout=120)
+    end = time.monotonic() + PATIENCE
+    while True:
+        ended = subprocess.run([SIMULATOR, *map(str, arguments)], env=environment, capture_output=True, text=True, timeout=PATIENCE)
+        # Each emulated bus has the same ports, and one run of trovik-reset on a machine works on the device at a port.
+        if "Result: other-run" not in ended.stderr + ended.stdout or time.monotonic() > end:
+            return ended
 
 
 def main():
@@ -106,6 +112,7 @@ def main():
              f"the beginning of the request that packet {hold} ends is missing"),
             ("cut", cut, reset, 2, f"packet {len(whole)} can't be read (at byte {last} of the file)"),
             ("a header that lies", pcap(wrong_size), reset, 2, f"packet {first_setup + 1} is damaged"),
+            ("a time that can't be", pcap([(0, 0, whole[0][2][:23] + b"\x7f" + whole[0][2][24:])]), reset, 2, "packet 1 is damaged"),
             ("of a network", pcap(whole, link=1), reset, 2, "link type is 1"),
             ("no capture", b"nothing of the kind", reset, 2, "it is no capture"),
             ("nothing of ours", pcap(whole[:2]), reset, 2, "no program spoke"),
@@ -149,7 +156,4 @@ def main():
         assert f"(unit {MASKED_UNIT})" in ended.stdout + ended.stderr, ended.stderr
 
 
-# On one machine one run of trovik-reset at a time works on the device at a port, and each emulated bus has the same ports.
-with open(pathlib.Path(tempfile.gettempdir()) / f"trovik-captures.{os.getuid()}", "w", encoding="utf-8") as turn:
-    fcntl.flock(turn, fcntl.LOCK_EX)
-    main()
+main()
