@@ -180,8 +180,8 @@ class Bench {
         for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
         arguments.push_back(nullptr);
         const std::string said = mFolder / "said";
-        // Not a fork: until it has become the program, a look would find the descriptors and the memory of this
-        // process.
+        // Not a fork: until it has become the program, a look finds the descriptors and the memory of this process. For
+        // the same reason the first look comes after a pause: the descriptors are closed a moment after this returns.
         posix_spawn_file_actions_t actions;
         ::posix_spawn_file_actions_init(&actions);
         ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, said.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -193,8 +193,8 @@ class Bench {
         int status = 0;
         rusage used{};
         while (::wait4(child, &status, WNOHANG, &used) == 0) {
-            look(child, cost);
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            look(child, cost);
         }
         if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
             std::stringstream text;
