@@ -23,30 +23,26 @@
 
 namespace {
 
-constexpr char kUsage[] =
-    "Usage: trovik-simulator run [OPTION]... [--] PROGRAM [ARGUMENT]...\n"
-    "       trovik-simulator replay CAPTURE [--] PROGRAM [ARGUMENT]...\n"
-    "       trovik-simulator mask CAPTURE [OUT]\n"
-    "       trovik-simulator scenarios | faults\n"
-    "\n"
-    "run has a program find simulated devices behind the real libusb and libudev. Ends with the program's status and "
-    "a\n"
-    "line on standard error; with 1 where that is 0 but the device had to refuse something.\n"
-    "\n"
-    "  --scenario NAME  what is attached, or what goes wrong with it (scenarios lists them); may be given several "
-    "times\n"
-    "  --profile NAME   attaches a handheld (what there is without this option), wearable, old or instant device; may\n"
-    "                   be given several times\n"
-    "  --fault NAME     has the first device commit that fault once; may be given several times (faults lists them)\n"
-    "  --reset          1 also where the first device's settings store is not empty at the end\n"
-    "\n"
-    "replay has it find the device of a capture (usbmon; pcapng or pcap), which says what it said then for as long as "
-    "the\n"
-    "program does. Where they part, standard error says so, the program is asked to end, and the status is 1.\n"
-    "\n"
-    "mask makes a capture fit to be shown to others: nothing of other devices, no serial numbers, no user's data. OUT "
-    "is\n"
-    "CAPTURE with -masked.pcap at its end, unless named.\n";
+constexpr char kUsage[] = R"(Usage: trovik-simulator run [OPTION]... [--] PROGRAM [ARGUMENT]...
+       trovik-simulator replay CAPTURE [--] PROGRAM [ARGUMENT]...
+       trovik-simulator mask CAPTURE [OUT]
+       trovik-simulator scenarios | faults
+
+run has a program find simulated devices behind the real libusb and libudev. Ends with the program's status and a line
+on standard error; with 1 where that is 0 but the device had to refuse something.
+
+  --scenario NAME  what is attached, or what goes wrong with it (scenarios lists them); may be given several times
+  --profile NAME   attaches a handheld (what there is without this option), wearable, old or instant device; may
+                   be given several times
+  --fault NAME     has the first device commit that fault once; may be given several times (faults lists them)
+  --reset          1 also where the first device's settings store is not empty at the end
+
+replay has it find the device of a capture (usbmon; pcapng or pcap), which says what it said then for as long as the
+program does. Where they part, standard error says so, the program is asked to end, and the status is 1.
+
+mask makes a capture fit to be shown to others: nothing of other devices, no serial numbers, no user's data. OUT is
+CAPTURE with -masked.pcap at its end, unless named.
+)";
 
 struct ProfileName {
     const char* name;
