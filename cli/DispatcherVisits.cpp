@@ -55,7 +55,9 @@ void Dispatcher::startVisits(Now moment) {
             const auto entry = mEntries.find(planned.device.entry.ioId());
             if (entry == mEntries.end()) return;
             entry->second.visited = false;
-            if (!entry->second.failure || isCancelled()) entry->second.nextTry = 0;
+            // What the cancel cut is opened again at once; what fails by itself, only after a pause.
+            const bool isCut = planned.gate->state() == UsbGate::State::Cancelled;
+            if (!entry->second.failure || isCut) entry->second.nextTry = 0;
         };
         const bool isStarted = start([this, end, planned] {
             platform::runGuarded([&] { visit(planned); }, kSourceFile, __LINE__);
@@ -78,7 +80,7 @@ void Dispatcher::openFailed(const Device& device, const Failure& failure) {
     const auto found = mEntries.find(device.entry.ioId());
     if (failure.status == Status::Cancelled || found == mEntries.end()) return;
     Entry& entry = found->second;
-    entry.nextTry = now() + Lookout::kInterval;
+    entry.nextTry = now() + (isCancelled() ? Lookout::kShortestInterval : Lookout::kInterval);
     if (!entry.failure || entry.failure->cause != failure.cause) {
         note(noteOf(failure, device.port));
     }

@@ -103,6 +103,16 @@ TEST(TwinCommand, CancelIsOverInTwoSecondsOrInEightWhereTheDeviceIsSilent) {
     }
 }
 
+TEST(TwinCommand, CancelledRunPausesBeforeItTriesADeviceAgainThatHasLeft) {
+    Scenario scenario = devices(1);
+    scenario.devices.front().profile.answerDelay = milliseconds(200);
+    scenario.cues = {{Stage::Hold, milliseconds(600), Cue::What::Cancel, 0},
+                     {Stage::Resume, milliseconds(100), Cue::What::Unplug, 0}};
+    TwinWorld twin(scenario);
+    EXPECT_EQ(twin.run({"reset", "--yes"}), Status::Cancelled);  // without a pause no time would ever pass
+    EXPECT_FALSE(twin.storeIsEmpty(0));
+}
+
 TEST(TwinCommand, CancelledResumeStillLetsTheDeviceStart) {
     for (const int after : {100, 300, 500, 700, 900}) {
         SCOPED_TRACE(after);
