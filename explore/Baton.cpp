@@ -25,7 +25,7 @@ struct Baton::Flow {
 namespace {
 
 /// A world that still runs after so many turns runs for ever.
-constexpr std::size_t kMostSteps = 300'000;
+constexpr std::size_t kMostSteps = 100'000;
 
 thread_local std::shared_ptr<void> gFlow;  // a Baton's Flow
 

@@ -35,6 +35,11 @@ class Author {
         for (unsigned port = 0; port < count; ++port) mPlan.devices.push_back(device(port));
         if (mDice.oneIn(12)) mixUnits();
         chooseCommand();
+        if (mDice.oneIn(6)) {
+            mPlan.program = Plan::Program::Window;
+            mPlan.arguments = {"window"};
+            mPlan.pressedAfter = milliseconds(mDice.oneIn(2) ? 0 : mDice.below(3000));
+        }
         add({What::Shuffle}, 8, 7);
         add({.what = What::Tells, .number = mDice.between(1, 3)}, 6);
         add({.what = What::Station, .after = milliseconds(mDice.between(1, 9000))}, 4);
@@ -240,7 +245,7 @@ std::string Event::text() const {
 std::string Plan::text() const {
     std::string text = "  ";
     if (program == Program::Window)
-        text += "the window";
+        text += "the window, pressed after " + number(pressedAfter);
     else
         for (const auto& argument : arguments) text += argument + " ";
     text += "\n";

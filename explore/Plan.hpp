@@ -56,7 +56,8 @@ struct Plan {
 
     std::uint64_t seed = 0;
     Program program = Program::Command;
-    std::vector<std::string> arguments;  ///< of the command
+    std::vector<std::string> arguments;   ///< of the command
+    simulator::Duration pressedAfter{0};  ///< Reset Now, in the window
     std::vector<PlannedDevice> devices;
     bool hasPlainUnits = true;  ///< no two devices are taken for one another
     std::vector<Event> events;

@@ -7,6 +7,7 @@
 #include "cli/Scenario.hpp"
 #include "cli/UsbGate.hpp"
 #include "explore/Baton.hpp"
+#include "explore/Window.hpp"
 #include "platform/Platform.hpp"
 #include "simulator/bus/InProcessBus.hpp"
 #include "simulator/world/SimulatedServices.hpp"
@@ -100,11 +101,10 @@ class World final : public simulator::TimedWork {
         }
         install("locks");
         for (const Event& event : plan.events) prepare(event);
-        std::vector<std::size_t> plugged;
         for (std::size_t port = 0; port < plan.devices.size(); ++port) {
-            if (plan.devices[port].isPlugged) plugged.push_back(port);
+            if (plan.devices[port].isPlugged) mPluggedFirst.push_back(port);
         }
-        mBus.plug(plugged);
+        if (plan.program == Plan::Program::Command) mBus.plug(mPluggedFirst);
         mBaton.add(*this);
         mBaton.onStep = [this] { step(); };
         lookAtDevices();
@@ -122,6 +122,49 @@ class World final : public simulator::TimedWork {
         heal();
         letHeldStart();
         if (mPlan.seed % 4 == 0) resetAgain();
+    }
+
+    void runWindow() {
+        for (const auto& planned : mPlan.devices) mChosen.insert(planned.profile.unitName);
+        mHasChosen = true;
+        Window window(mBaton, mMainQueue);
+        mWindow = &window;
+        window.listen();
+        mBus.plug(mPluggedFirst);
+        window.until(mStart + mPlan.pressedAfter, [] { return false; });
+        mIsUnderWay = true;
+        window.press();
+        const auto isComplete = [&] { return window.isComplete(); };
+        window.until(mBaton.now() + kWindow, isComplete);
+        const bool wasComplete = window.isComplete();
+        fact(wasComplete ? "window complete" : "window waits");
+        const auto befell = [this](const Event& event) {
+            return event.what != What::Shuffle && event.what != What::Tells && event.what != What::Cancel &&
+                   event.what != What::Kill && event.what != What::BrokenJournal;
+        };
+        if (!wasComplete && !mPluggedFirst.empty() && std::ranges::none_of(mPlan.events, befell))
+            fail("Nothing befell anything, and the window is not complete.");
+        if (std::ranges::any_of(mPlan.events, &Event::ofBus)) return;  // it may not see any device
+        mIsEpilogue = true;
+        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) mBus.unplug(port);
+        heal();
+        window.until(mBaton.now() + kWindow, isComplete);
+        if (!window.isComplete()) fail("All is well again, and the window is not complete.");
+        window.until(mBaton.now() + seconds(20), [] { return false; });
+        window.stopListening();
+        window.readLog(gTrace);
+        if (!window.isAtRest()) fail("It is complete, and the controller waits for something.");
+        if (mBus.openDevices() > 0 || mBus.pendingTransfers() > 0) fail("Something is left open.");
+        bool isCleared = false;
+        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) {
+            const Device& one = device(port);
+            if (!DeviceLock::take("Port@" + std::to_string(port + 1))) fail("A port is left locked.");
+            isCleared = isCleared || one.store().empty() || loses(one, simulator::kCommand);
+            if (mPlan.devices.size() == 1 && one.bootState() == BootState::HeldInBootLoader &&
+                !loses(one, simulator::kResumeBoot))
+                fail("It is complete, and the device is held.");
+        }
+        if (!isCleared) fail("It is complete, and no device is cleared.");
     }
 
     // simulator::TimedWork
@@ -146,7 +189,10 @@ class World final : public simulator::TimedWork {
 
     static twin::BusTells tellsOf(const Plan& plan) {
         const auto event = std::ranges::find(plan.events, What::Tells, &Event::what);
-        return event == plan.events.end() ? twin::BusTells::All : static_cast<twin::BusTells>(event->number);
+        // The window lives on arrivals, each told once.
+        const bool isWindow = plan.program == Plan::Program::Window;
+        return isWindow || event == plan.events.end() ? twin::BusTells::All
+                                                      : static_cast<twin::BusTells>(event->number);
     }
     static Duration stationTakes(const Plan& plan) {
         const auto event = std::ranges::find(plan.events, What::Station, &Event::what);
@@ -219,6 +265,7 @@ class World final : public simulator::TimedWork {
     }
 
     void tellWhatIsWritten() {
+        if (mWindow && gTrace) mWindow->readLog([this](const std::string& line) { trace("logs: " + line); });
         if (!gTrace) return;
         const std::string written = mOut.str();
         for (auto end = written.find('\n', mTold); end != std::string::npos; end = written.find('\n', mTold)) {
@@ -251,7 +298,7 @@ class World final : public simulator::TimedWork {
         const bool ofBus = entry.text.starts_with("cable") || entry.text.ends_with("tached");
         if (!ofBus && mPlan.hasPlainUnits && !mChosen.contains(name))
             fail(name + ", which was not chosen: " + entry.text);
-        if (mPlan.hasPlainUnits && entry.text == bootStateName(BootState::HeldInBootLoader) &&
+        if (mPlan.hasPlainUnits && entry.text == bootStateName(BootState::HeldInBootLoader) && !mWindow &&
             !mPlan.has(What::BrokenJournal) && !isNoted(device))
             fail(name + " is held, and the journal does not know.");
     }
@@ -260,6 +307,10 @@ class World final : public simulator::TimedWork {
     bool isExcused(const Device& device, const std::string& text) const {
         if (!mPlan.hasPlainUnits) return true;
         if (text == "resume boot without hold" && mIsEpilogue) return true;
+        // The window goes by arrivals alone, whichever device arrives, and may be told of one that is about to restart.
+        if (mWindow && text == "packet while rebooting") return true;
+        if (mWindow && text == "hold in boot loader while running" && (mIsEpilogue || mPlan.devices.size() > 1))
+            return true;
         // A cable that was out looks like a reboot, and a command that got lost like one that was carried out.
         return isDisturbed(device) && (text == "resume boot without hold" || text == "packet while rebooting" ||
                                        text == "hold in boot loader while running");
@@ -300,6 +351,9 @@ class World final : public simulator::TimedWork {
         all.runLoops = &mBaton;
         all.masterPort = &mGated;
         all.scriptRunner = &mScripts;
+        all.mainQueue = &mMainQueue;
+        all.globalQueue = &mBaton;
+        all.exceptionHandler = &mExceptions;
         all.log = keepLine;
         all.lockFolder = mFolder + "/" + locks;
         std::filesystem::create_directories(all.lockFolder);
@@ -436,8 +490,22 @@ class World final : public simulator::TimedWork {
             if (!isDone) fail("Nothing befell " + name + ", and it is not done.");
             if (isHeld) fail("Nothing befell " + name + ", and it is held.");
             if (isNoted(one)) fail(name + " is done, and the journal keeps it.");
+            if (resets && isPrompt(planned) && (*end)["at"] > promptEnd(planned.profile))
+                fail(name + " could have been done earlier: " + end->dump());
         }
         if (resumes && status == Status::Done) fact("resumed");
+    }
+
+    /// Whether nothing takes time but the device's own restarts, and the companion programs.
+    bool isPrompt(const PlannedDevice& planned) const {
+        const auto named = [&](const char* name) { return std::ranges::count(mPlan.arguments, name) > 0; };
+        return planned.profile.answerDelay == Duration{0} && planned.profile.protocols && named("--all") &&
+               !named("--jobs") && !mPlan.has(What::Tells);
+    }
+    double promptEnd(const simulator::Profile& profile) const {
+        const Duration boot = profile.bootTime ? profile.leaveDelay + *profile.bootTime : Duration(seconds(1));
+        const Duration all = 2 * stationTakes(mPlan) + profile.leaveDelay + profile.rebootTime + boot;
+        return std::chrono::duration<double>(all).count() + 0.5;
     }
 
     /// The device takes a command and does nothing, or leaves: where that has no answer, no host sees it.
@@ -460,7 +528,10 @@ class World final : public simulator::TimedWork {
         }
         mOtherRun.reset();
         mCancelled.reset();
+        // A cable that a fault wanted out by now comes out in the meantime.
         mBaton.MPDelayUntil(mBaton.CFAbsoluteTimeGetCurrent() + 15);
+        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) mBus.plug(port);
+        mBaton.MPDelayUntil(mBaton.CFAbsoluteTimeGetCurrent() + 1);
     }
 
     void letHeldStart() {
@@ -501,6 +572,8 @@ class World final : public simulator::TimedWork {
 
     static constexpr Duration kCancelled = seconds(8);  ///< within which a cancelled run has ended
 
+    static constexpr Duration kWindow = std::chrono::minutes(4);
+
     const Plan& mPlan;
     const std::string mFolder;
     Baton mBaton;
@@ -511,6 +584,10 @@ class World final : public simulator::TimedWork {
     FirstLook mFirstLook{mRegistry, [this] { looked(); }};
     twin::GatedRegistry mGated{mFirstLook};
     twin::ScenarioScripts mScripts;
+    simulator::ManualQueue mMainQueue{mBaton};
+    simulator::RecordingExceptionHandler mExceptions;
+    Window* mWindow = nullptr;
+    std::vector<std::size_t> mPluggedFirst;
     std::optional<platform::PlatformScope> mScope;
     std::optional<DeviceLock> mOtherRun;
 
@@ -523,7 +600,7 @@ class World final : public simulator::TimedWork {
 
     bool mIsUnderWay = false;
     bool mIsEach = false;
-    Time mBegan{}, mEnd{};
+    Time mBegan{}, mEnd = Time::max();
     std::ostringstream mOut;
     std::size_t mTold = 0;
     std::vector<json> mEvents;                 ///< of the last command
@@ -536,8 +613,10 @@ class World final : public simulator::TimedWork {
 
 void run(const Plan& plan, const std::string& folder, const std::function<void(const std::string&)>& trace) {
     gTrace = trace;
-    ddLogLevel = 0;
-    World(plan, folder).runCommand();
+    const bool isWindow = plan.program == Plan::Program::Window;
+    ddLogLevel = isWindow ? DDLogFlagError | DDLogFlagWarning | DDLogFlagInfo : 0;
+    World world(plan, folder);
+    isWindow ? world.runWindow() : world.runCommand();
 }
 
 }  // namespace explore
