@@ -13,6 +13,7 @@
 #include "simulator/world/SimulatedServices.hpp"
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -138,9 +139,10 @@ class World final : public simulator::TimedWork {
         window.until(mBaton.now() + kWindow, isComplete);
         const bool wasComplete = window.isComplete();
         fact(wasComplete ? "window complete" : "window waits");
-        const auto befell = [this](const Event& event) {
-            return event.what != What::Shuffle && event.what != What::Tells && event.what != What::Cancel &&
-                   event.what != What::Kill && event.what != What::BrokenJournal;
+        const auto befell = [](const Event& event) {
+            constexpr std::array kHarmless = {What::Shuffle, What::Tells, What::Cancel, What::Kill,
+                                              What::BrokenJournal};
+            return std::ranges::find(kHarmless, event.what) == kHarmless.end();
         };
         if (!wasComplete && !mPluggedFirst.empty() && std::ranges::none_of(mPlan.events, befell))
             fail("Nothing befell anything, and the window is not complete.");
@@ -467,7 +469,7 @@ class World final : public simulator::TimedWork {
 
     /// After the command that the world is about.
     void lookAtEnd(Status status) {
-        const bool resets = mPlan.arguments.front() == "reset", resumes = mPlan.arguments.front() == "resume";
+        const bool resets = mPlan.arguments.front() == "reset";
         if (!mPlan.hasPlainUnits) return;
         for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) {
             const Device& one = device(port);
@@ -493,7 +495,6 @@ class World final : public simulator::TimedWork {
             if (resets && isPrompt(planned) && (*end)["at"] > promptEnd(planned.profile))
                 fail(name + " could have been done earlier: " + end->dump());
         }
-        if (resumes && status == Status::Done) fact("resumed");
     }
 
     /// Whether nothing takes time but the device's own restarts, and the companion programs.
