@@ -373,7 +373,7 @@ class World final : public simulator::TimedWork {
         arguments.emplace_back("--json");
         std::ostringstream help;
         Status status = Status::Done;
-        const auto options = twin::parse(arguments, help, help, status);
+        const auto options = twin::parse(arguments, "1.0", help, help, status);
         if (!options) fail("The command line is wrong: " + help.str());
         mOut.str({});
         mTold = 0;
@@ -385,9 +385,7 @@ class World final : public simulator::TimedWork {
         std::optional<Status> ended;
         mBaton.flow("twin", [&] {
             std::ostringstream people;
-            std::istringstream in;
-            ended = twin::run(*options, {.in = in,
-                                         .out = mOut,
+            ended = twin::run(*options, {.out = mOut,
                                          .people = people,
                                          .workers = mBaton,
                                          .journalFolder = journalFolder(),
