@@ -1,5 +1,6 @@
 #include "explore/Baton.hpp"
 
+#include "explore/Report.hpp"
 #include "platform/common/Boundary.hpp"
 
 #include <algorithm>
@@ -10,6 +11,9 @@
 namespace explore {
 
 using simulator::Time;
+
+/// A world that still runs after so many turns runs for ever.
+constexpr std::size_t kMostSteps = 100'000;
 
 struct Baton::Flow {
     std::string name;
@@ -22,25 +26,17 @@ struct Baton::Flow {
     std::unique_ptr<simulator::SimulatedRunLoops> loops;  ///< made and released on its own thread
 };
 
-namespace {
+thread_local std::shared_ptr<Baton::Flow> Baton::mCurrent;
 
-/// A world that still runs after so many turns runs for ever.
-constexpr std::size_t kMostSteps = 100'000;
-
-thread_local std::shared_ptr<void> gFlow;  // a Baton's Flow
-
-}  // namespace
-
-Baton::Baton(std::uint64_t seed, bool shuffles, Lines trace)
-    : mDice(seed), mShuffles(shuffles), mTrace(std::move(trace)) {
+Baton::Baton(std::uint64_t seed, bool shuffles) : mDice(seed), mShuffles(shuffles) {
     mFlows.push_back(std::make_shared<Flow>());
     mFlows.front()->name = "world";
-    gFlow = mFlows.front();
+    mCurrent = mFlows.front();
 }
 
 Baton::~Baton() {
-    static_cast<Flow*>(gFlow.get())->loops.reset();
-    gFlow.reset();
+    mCurrent->loops.reset();
+    mCurrent.reset();
 }
 
 void Baton::flow(std::string name, std::function<void()> work) {
@@ -49,14 +45,13 @@ void Baton::flow(std::string name, std::function<void()> work) {
     mFlows.push_back(flow);
     std::thread([this, flow, work = std::move(work)]() mutable {
         flow->turn.acquire();
-        gFlow = flow;
+        mCurrent = flow;
         platform::runGuarded(work, "explore", __LINE__);
         work = nullptr;  // what it holds goes in this turn
         flow->loops.reset();
         flow->isOver = true;
         std::erase(mFlows, flow);
-        Flow* const other = next();
-        give(*other);
+        next()->turn.release();
     }).detach();  // an abandoned one never ends
 }
 
@@ -67,22 +62,14 @@ bool Baton::until(const std::function<bool()>& holds) {
     return true;
 }
 
-void Baton::abandon() {
-    mFlows.resize(1);
-}
-
-std::size_t Baton::flows() const {
-    return mFlows.size() - 1;
-}
-
 bool Baton::wait(Time moment, const std::function<bool()>& isReady) {
-    Flow& self = *static_cast<Flow*>(gFlow.get());
+    Flow& self = *mCurrent;
     self.until = moment;
     self.isReady = &isReady;
     self.lastTurn = mSteps;
     Flow* const other = next();
     if (other != &self) {
-        give(*other);
+        other->turn.release();
         self.turn.acquire();
     }
     self.isReady = nullptr;
@@ -96,7 +83,7 @@ bool Baton::MPDelayUntil(platform::CFAbsoluteTime wakeUp) {
 }
 
 std::shared_ptr<platform::CFRunLoop> Baton::CFRunLoopGetCurrent() {
-    auto& loops = static_cast<Flow*>(gFlow.get())->loops;
+    auto& loops = mCurrent->loops;
     if (!loops) loops = std::make_unique<simulator::SimulatedRunLoops>(*this);
     return loops->CFRunLoopGetCurrent();
 }
@@ -124,19 +111,16 @@ Baton::Flow* Baton::next() {
         if (!ready.empty()) {
             Flow* const chosen = mShuffles ? ready[mDice.below(static_cast<unsigned>(ready.size()))]
                                            : *std::ranges::min_element(ready, {}, &Flow::lastTurn);
-            if (mTrace) mTrace("turn " + std::to_string(mSteps) + ": " + chosen->name);
+            trace("turn " + std::to_string(mSteps) + ": " + chosen->name);
             return chosen;
         }
         if (!due || *due == Time::max()) {
             mFlows.front()->isQuiet = true;
             return mFlows.front().get();
         }
+        trace("after " + std::to_string((*due - mStart).count()) + " us");
         advanceTo(*due);
     }
-}
-
-void Baton::give(Flow& to) {
-    to.turn.release();
 }
 
 }  // namespace explore

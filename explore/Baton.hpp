@@ -17,9 +17,6 @@
 
 namespace explore {
 
-/// Ends this world: what it did wrong is said, and the process with it is over.
-[[noreturn]] void fail(const std::string& what);
-
 /// Has the threads of one world run one at a time, on one simulated clock. A thread, here a flow, gives the baton away
 /// where it would block, in a wait of its run loop or of the clock, and nowhere else; which of the flows that have
 /// something to do gets it next is thrown with the dice. Only when none has, time goes on.
@@ -31,10 +28,8 @@ class Baton final : public simulator::SimulatedClock,
                     public platform::DispatchQueue,
                     public twin::Workers {
   public:
-    using Lines = std::function<void(const std::string&)>;
-
     /// @param shuffles  else the flow that has waited longest goes first
-    Baton(std::uint64_t seed, bool shuffles, Lines trace);
+    Baton(std::uint64_t seed, bool shuffles);
     ~Baton() override;
     Baton(const Baton&) = delete;
     Baton& operator=(const Baton&) = delete;
@@ -44,8 +39,8 @@ class Baton final : public simulator::SimulatedClock,
     /// Waits until something holds. @return false when nobody is left who could bring it about
     bool until(const std::function<bool()>& holds);
     /// The flows but the first get no further turn, as when their process is killed.
-    void abandon();
-    [[nodiscard]] std::size_t flows() const;  ///< beside the first, and not over
+    void abandon() { mFlows.resize(1); }
+    [[nodiscard]] std::size_t flows() const { return mFlows.size() - 1; }  ///< beside the first, and not over
     [[nodiscard]] std::size_t steps() const { return mSteps; }
 
     /// Called between two turns: by whoever has the baton, in no flow's name.
@@ -67,11 +62,11 @@ class Baton final : public simulator::SimulatedClock,
     struct Flow;
 
     Flow* next();
-    void give(Flow& to);
 
+    static thread_local std::shared_ptr<Flow> mCurrent;  ///< the thread's own
     Dice mDice;
     const bool mShuffles;
-    const Lines mTrace;
+    const simulator::Time mStart = now();
     std::vector<std::shared_ptr<Flow>> mFlows;  ///< in the order of their beginning; those that are over go
     std::size_t mBegun = 0;
     std::size_t mSteps = 0;

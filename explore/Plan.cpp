@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
+#include <sstream>
+#include <utility>
 
 namespace explore {
 namespace {
@@ -33,21 +34,34 @@ class Author {
     Plan write() {
         const unsigned count = mDice.oneIn(2) ? 1 : mDice.between(2, 8);
         for (unsigned port = 0; port < count; ++port) mPlan.devices.push_back(device(port));
-        if (mDice.oneIn(12)) mixUnits();
+        mPlan.hasPlainUnits = !mDice.oneIn(12);
+        if (!mPlan.hasPlainUnits) {
+            for (auto& planned : mPlan.devices) planned.profile.unitId = mDice.oneIn(2) ? 0 : 1000;
+        }
         chooseCommand();
         if (mDice.oneIn(6)) {
-            mPlan.program = Plan::Program::Window;
             mPlan.arguments = {"window"};
             mPlan.pressedAfter = milliseconds(mDice.oneIn(2) ? 0 : mDice.below(3000));
         }
         add({What::Shuffle}, 8, 7);
-        add({.what = What::Tells, .number = mDice.between(1, 3)}, 6);
+        add({.what = What::Tells, .tells = static_cast<twin::BusTells>(mDice.between(1, 3))}, 6);
         add({.what = What::Station, .after = milliseconds(mDice.between(1, 9000))}, 4);
         add({What::OtherRun, mDice.below(count)}, 25);
         add({What::BrokenJournal}, 25);
         for (unsigned left = mDice.below(4); left > 0; --left) misfortune();
         add(timed({What::Cancel}), 6);
         add(timed({What::Kill}), 6);
+        // The window lives on arrivals, each told once, and is neither cancelled nor killed.
+        const auto isOfCommands = [](const Event& event) {
+            return event.what == What::Tells || event.what == What::Cancel || event.what == What::Kill;
+        };
+        if (mPlan.isWindow()) std::erase_if(mPlan.events, isOfCommands);
+        for (const char* const name : {"foreign 1", "foreign 2"}) {
+            simulator::Profile profile;
+            profile.productId = Plan::kForeignProduct;
+            profile.unitName = name;
+            mPlan.devices.push_back({.profile = std::move(profile), .plugged = false});
+        }
         return std::move(mPlan);
     }
 
@@ -56,8 +70,8 @@ class Author {
         if (mDice.below(many) < times) mPlan.events.push_back(std::move(event));
     }
 
-    PlannedDevice device(unsigned port) {
-        PlannedDevice planned{kProfiles[mDice.below(kProfiles.size())]()};
+    twin::ScenarioDevice device(unsigned port) {
+        twin::ScenarioDevice planned{kProfiles[mDice.below(kProfiles.size())]()};
         auto& profile = planned.profile;
         profile.unitId = 1000 + port;
         profile.unitName = "device " + std::to_string(port);
@@ -65,44 +79,31 @@ class Author {
         if (mDice.oneIn(2)) profile.rebootTime = milliseconds(mDice.below(6000));
         if (mDice.oneIn(2)) profile.bootTime = milliseconds(mDice.below(4000));
         if (mDice.oneIn(4)) profile.leaveDelay = milliseconds(mDice.below(1000));
-        planned.isPlugged = !mDice.oneIn(12);
-        planned.isHeld = mDice.oneIn(12);
+        planned.plugged = !mDice.oneIn(12);
+        if (mDice.oneIn(12)) planned.state = simulator::BootState::HeldInBootLoader;
         return planned;
-    }
-
-    void mixUnits() {
-        mPlan.hasPlainUnits = false;
-        for (auto& planned : mPlan.devices) planned.profile.unitId = mDice.oneIn(2) ? 0 : 1000;
     }
 
     void chooseCommand() {
         const auto port = mDice.below(static_cast<unsigned>(mPlan.devices.size()));
         const std::string name =
             mDice.oneIn(2) ? "1-" + std::to_string(port + 1) : "unit:" + std::to_string(1000 + port);
-        auto& arguments = mPlan.arguments;
         const unsigned choice = mDice.below(10);
-        if (choice == 0) {
-            arguments = {"check"};
-            if (mDice.oneIn(2)) arguments.push_back(name);
-            return;
-        }
-        if (choice == 1) {
-            mPlan.devices[port].isHeld = true;
-            arguments = {"resume", name};
-            return;
-        }
-        arguments = {"reset", "--yes"};
-        if (choice < 4)
-            arguments.push_back(name);
-        else if (choice == 4)
-            arguments.insert(arguments.end(), {"--each", "--count", std::to_string(port + 1)});
-        else
-            arguments.emplace_back("--all");
-        if (mDice.oneIn(3)) arguments.insert(arguments.end(), {"--retries", std::to_string(mDice.below(4))});
-        if (mDice.oneIn(4)) arguments.insert(arguments.end(), {"--jobs", std::to_string(mDice.between(1, 3))});
-        if (mDice.oneIn(4)) arguments.insert(arguments.end(), {"--wait", std::to_string(mDice.below(12))});
-        if (mDice.oneIn(4)) arguments.emplace_back("--keep-station");
+        if (choice == 0) return say(mDice.oneIn(2) ? Words{"check", name} : Words{"check"});
+        if (choice == 1) mPlan.devices[port].state = simulator::BootState::HeldInBootLoader;
+        if (choice == 1) return say({"resume", name});
+        say({"reset", "--yes"});
+        say(choice < 4    ? Words{name}
+            : choice == 4 ? Words{"--each", "--count", std::to_string(port + 1)}
+                          : Words{"--all"});
+        if (mDice.oneIn(3)) say({"--retries", std::to_string(mDice.below(4))});
+        if (mDice.oneIn(4)) say({"--jobs", std::to_string(mDice.between(1, 3))});
+        if (mDice.oneIn(4)) say({"--wait", std::to_string(mDice.below(12))});
+        if (mDice.oneIn(4)) say({"--keep-station"});
     }
+
+    using Words = std::vector<std::string>;
+    void say(const Words& words) { mPlan.arguments.insert(mPlan.arguments.end(), words.begin(), words.end()); }
 
     /// At a moment of the run's first seconds, soon after a stage's beginning, or between two turns.
     Event timed(Event event) {
@@ -120,8 +121,7 @@ class Author {
         const unsigned choice = mDice.below(10);
         if (choice < 7) return mPlan.events.push_back({.what = What::Fault, .device = port, .fault = fault()});
         if (choice == 7) {
-            Event event{.what = What::Fault, .ofBus = true};
-            event.fault = operationFails(5);
+            Event event{.what = What::BusFault, .fault = operationFails(5)};
             event.fault.step.occurrence = mDice.between(1, 6);
             return mPlan.events.push_back(event);
         }
@@ -170,7 +170,13 @@ class Author {
     Plan mPlan;
 };
 
-std::string number(simulator::Duration span) {
+/// Of each kind of event, in their order.
+constexpr std::array kTexts = {"shuffled turns", "the bus tells", "station quits", "no journal",
+                               "other run has",  "fault of",      "plug",          "unplug",
+                               "swap",           "cancel",        "kill",          "fault of the bus"};
+static_assert(kTexts.size() == static_cast<std::size_t>(What::BusFault) + 1);
+
+std::string inMilliseconds(Duration span) {
     return std::to_string(span.count() / 1000) + " ms";
 }
 
@@ -193,70 +199,46 @@ bool Plan::has(What what) const {
     return std::ranges::find(events, what, &Event::what) != events.end();
 }
 
+Event Plan::first(What what) const {
+    const auto found = std::ranges::find(events, what, &Event::what);
+    return found == events.end() ? Event{.what = what} : *found;
+}
+
 bool Event::concerns(std::size_t port) const {
-    switch (what) {
-        case What::Shuffle:
-        case What::Tells:
-        case What::BrokenJournal:
-            return false;
-        case What::Station:
-            return after > milliseconds(7000);  // two programs, and a limit of 15 s
-        case What::Fault:
-            return ofBus || device == port;
-        case What::OtherRun:
-        case What::Plug:
-        case What::Unplug:
-            return device == port;
-        case What::Swap:
-            return device == port || other == port;
-        case What::Cancel:
-        case What::Kill:
-            return true;
-    }
-    return true;
+    if (what == What::Station) return after > milliseconds(7000);  // two programs, and a limit of 15 s
+    const bool isIts = device == port || (what == What::Swap && other == port);
+    return what >= What::Cancel || (isOfDevice() && isIts);
 }
 
 std::string Event::text() const {
-    static constexpr std::array kNames = {"the order of turns is thrown",
-                                          "the bus tells (1: arrivals only, 2: nothing, 3: twice)",
-                                          "the companion programs take their time",
-                                          "another run has",
-                                          "the journal can't be written",
-                                          "a fault of",
-                                          "plugs",
-                                          "unplugs",
-                                          "swaps",
-                                          "cancels",
-                                          "kills"};
-    std::string text = kNames[static_cast<std::size_t>(what)];
-    if (what == What::Tells) text += " " + std::to_string(number);
-    if (what == What::Fault || what == What::OtherRun || what == What::Plug || what == What::Unplug ||
-        what == What::Swap)
-        text += ofBus ? " the bus" : " device " + std::to_string(device);
-    if (what == What::Swap) text += " with " + std::to_string(other);
-    if (what == What::Fault)
-        return text + ": " + fault.name + ", time " + std::to_string(fault.step.occurrence) + ", " +
-               std::to_string(fault.times) + " times" + (fault.delay ? ", " + explore::number(*fault.delay) : "");
-    if (turn) return text + " at turn " + std::to_string(*turn);
-    if (stage) text += " once \"" + std::string(twin::info(*stage).name) + "\" has begun,";
-    return what < What::Station ? text : text + " after " + explore::number(after);
+    std::ostringstream text;
+    text << kTexts.at(static_cast<std::size_t>(what));
+    if (isOfDevice()) text << " device " << device;
+    if (what == What::Tells) text << " " << static_cast<int>(tells);
+    if (what == What::Swap) text << " with " << other;
+    if (!fault.name.empty())
+        text << ": " << fault.name << ", time " << fault.step.occurrence << ", " << fault.times << " times"
+             << (fault.delay ? ", " + inMilliseconds(*fault.delay) : "");
+    if (turn) text << " at turn " << *turn;
+    if (stage) text << " in \"" << twin::info(*stage).name << "\"";
+    if (!turn && (isTimed() || what == What::Station)) text << " after " << inMilliseconds(after);
+    return text.str();
 }
 
 std::string Plan::text() const {
-    std::string text = "  ";
-    if (program == Program::Window)
-        text += "the window, pressed after " + number(pressedAfter);
-    else
-        for (const auto& argument : arguments) text += argument + " ";
-    text += "\n";
-    for (const auto& [profile, isPlugged, isHeld] : devices) {
-        text += "  " + profile.unitName + ": unit " + std::to_string(profile.unitId) + ", answers after " +
-                number(profile.answerDelay) + ", reboots in " + number(profile.leaveDelay) + " + " +
-                number(profile.rebootTime) + (profile.bootTime ? ", boots in " + number(*profile.bootTime) : "") +
-                (isPlugged ? "" : ", unplugged") + (isHeld ? ", held" : "") + "\n";
+    std::ostringstream text;
+    for (const auto& argument : arguments) text << "  " << argument;
+    if (isWindow()) text << ", pressed after " << inMilliseconds(pressedAfter);
+    for (const auto& [profile, faults, isPlugged, state] : devices) {
+        text << "\n  " << profile.unitName << ": unit " << profile.unitId << ", answers after "
+             << inMilliseconds(profile.answerDelay) << ", reboots in " << inMilliseconds(profile.leaveDelay) << " + "
+             << inMilliseconds(profile.rebootTime) << ", boots in "
+             << inMilliseconds(profile.bootTime.value_or(Duration{0})) << ", " << simulator::bootStateName(state)
+             << (isPlugged ? "" : ", unplugged");
     }
-    for (std::size_t i = 0; i < events.size(); ++i) text += "  [" + std::to_string(i) + "] " + events[i].text() + "\n";
-    return text;
+    for (std::size_t i = 0; i < events.size(); ++i) text << "\n  [" << i << "] " << events[i].text();
+    text << "\n";
+    return text.str();
 }
 
 }  // namespace explore

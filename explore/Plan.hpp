@@ -3,7 +3,6 @@
 #include "cli/Outcome.hpp"
 #include "cli/Scenario.hpp"
 #include "simulator/engine/Fault.hpp"
-#include "simulator/engine/Profile.hpp"
 #include "simulator/engine/Types.hpp"
 
 #include <cstddef>
@@ -18,16 +17,20 @@ namespace explore {
 struct Event {
     enum class What {
         Shuffle,        ///< ready flows go on in an order thrown with the dice
-        Tells,          ///< what the bus tells of arrivals and departures: `number` as twin::BusTells
+        Tells,          ///< what the bus tells of arrivals and departures: `tells`
         Station,        ///< the companion programs take `after` to quit
-        OtherRun,       ///< another run works on the device
         BrokenJournal,  ///< the journal can't be written
-        Fault,          ///< the device, or with `ofBus` the bus, commits a fault
+        // From here on it is about one device,
+        OtherRun,  ///< on which another run works
+        Fault,     ///< which commits a fault
+        // and from here on at a moment of its own.
         Plug,
         Unplug,
-        Swap,    ///< two devices change places, cables out
-        Cancel,  ///< the first signal
-        Kill,    ///< the process is gone
+        Swap,  ///< two devices change places, cables out
+        // From here on it is about everybody.
+        Cancel,    ///< the first signal
+        Kill,      ///< the process is gone
+        BusFault,  ///< the bus commits a fault; at no moment of its own
     };
 
     What what = What::Shuffle;
@@ -36,36 +39,35 @@ struct Event {
     std::optional<twin::Stage> stage = {};  ///< `after` counts from its first beginning, else from the start
     simulator::Duration after{0};
     std::optional<unsigned> turn = {};  ///< instead of a moment: between two turns
-    unsigned number = 0;
-    bool ofBus = false;
+    twin::BusTells tells = twin::BusTells::All;
     simulator::Fault fault = {};
 
     [[nodiscard]] std::string text() const;
+    [[nodiscard]] bool isOfDevice() const { return what >= What::OtherRun && what <= What::Swap; }
+    [[nodiscard]] bool isTimed() const { return what >= What::Plug && what <= What::Kill; }
     [[nodiscard]] bool concerns(std::size_t port) const;  ///< it may keep this device from its reset
-};
-
-struct PlannedDevice {
-    simulator::Profile profile;
-    bool isPlugged = true;
-    bool isHeld = false;  ///< from the start
 };
 
 /// All that a seed chooses but for the order of turns: a list that can be shortened and carried out again.
 struct Plan {
-    enum class Program { Command, Window };
+    static constexpr std::size_t kForeign =
+        2;  ///< of the devices the last: of a model that nobody looks for, unplugged
+    static constexpr std::uint16_t kForeignProduct = 4;
 
     std::uint64_t seed = 0;
-    Program program = Program::Command;
-    std::vector<std::string> arguments;   ///< of the command
+    std::vector<std::string> arguments;   ///< of the command; "window" for the window
     simulator::Duration pressedAfter{0};  ///< Reset Now, in the window
-    std::vector<PlannedDevice> devices;
+    std::vector<twin::ScenarioDevice> devices;
     bool hasPlainUnits = true;  ///< no two devices are taken for one another
     std::vector<Event> events;
 
     [[nodiscard]] static Plan of(std::uint64_t seed);
     /// The same with those events alone.
     [[nodiscard]] Plan only(const std::vector<std::size_t>& kept) const;
+    [[nodiscard]] bool isWindow() const { return arguments.front() == "window"; }
     [[nodiscard]] bool has(Event::What what) const;
+    /// The first event of a kind, else one that changes nothing.
+    [[nodiscard]] Event first(Event::What what) const;
     [[nodiscard]] std::string text() const;
 };
 

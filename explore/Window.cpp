@@ -1,10 +1,12 @@
 #include "explore/Window.hpp"
 
+#include "app/TrovikMode/ResetSteps.hpp"
 #include "app/Util/Alert.hpp"
+#include "explore/Report.hpp"
 
 #include <algorithm>
 #include <array>
-#include <utility>
+#include <string_view>
 
 /// Stands in for the box on the screen: whoever presses Reset Now means it.
 int Alert::runModal(QWidget*) const {
@@ -18,32 +20,36 @@ int gArguments = 1;
 char gName[] = "explore";
 char* gArgument[] = {gName, nullptr};
 
-/// What a thread's line of the controller may come after; an empty text stands for its first.
+/// A line of the controller, known by a letter, and those that it may come after on its thread; '-' is its beginning.
 struct Line {
+    char letter;
     std::string_view begins;
-    std::array<std::string_view, 9> after;
+    std::string_view after;
 };
-constexpr std::string_view kDetected = "Device detected but no action taken", kFound = "Device found, rebooting",
-                           kNone = "No device found, waiting for connection", kRebooted = "Device rebooted",
-                           kRebootFailed = "Reboot failed: ", kHeld = "Hold in bootloader sent",
-                           kHoldFailed = "Hold in bootloader failed: ", kCleared = "Nonvol cleared",
-                           kClearFailed = "Nonvol clear failed: ", kResumed = "Boot resumed",
-                           kResumeFailed = "Resume boot failed: ", kCaught = "Unknown exception caught";
-// Where one attached device has been dealt with; with an end at RebootOnAttach the next is a reboot, which may fail.
-constexpr Line kLines[] = {
-    {kDetected, {"", kDetected, kResumed, kRebooted, kRebootFailed}},
-    {kFound, {""}},
-    {kNone, {""}},
-    {kCaught, {"", kFound, kDetected, kResumed, kRebooted, kRebootFailed, kHoldFailed, kClearFailed, kResumeFailed}},
-    {kRebooted, {"", kFound, kDetected, kRebooted, kRebootFailed, kHoldFailed, kClearFailed, kResumeFailed}},
-    {kRebootFailed, {"", kFound, kDetected, kRebooted, kRebootFailed, kHoldFailed, kClearFailed, kResumeFailed}},
-    {kHeld, {"", kDetected, kRebooted, kRebootFailed}},
-    {kHoldFailed, {"", kDetected, kRebooted, kRebootFailed}},
-    {kCleared, {kHeld}},
-    {kClearFailed, {kHeld}},
-    {kResumed, {kCleared}},
-    {kResumeFailed, {kCleared}},
-};
+constexpr char kCaught = 'X';
+
+/// @return null for no line of the controller
+const Line* lineOf(const std::string& text) {
+    // D, S, R and r: one attached device has been dealt with. With an end at RebootOnAttach the next is a reboot, which
+    // may fail.
+    static const std::array lines = {
+        Line{'D', "Device detected but no action taken", "-DSRr"},
+        Line{'F', "Device found, rebooting", "-"},
+        Line{'O', "Could not start observing Trovik-mode device attaches.", "-"},
+        Line{'N', "No device found, waiting for connection", "-"},
+        Line{kCaught, "Unknown exception caught", "-FDSRrhcs"},
+        Line{'R', ResetSteps::kReboot.succeeded, "-FDRrhcs"},
+        Line{'r', ResetSteps::kReboot.failed, "-FDRrhcs"},
+        Line{'H', ResetSteps::kHold.succeeded, "-DRr"},
+        Line{'h', ResetSteps::kHold.failed, "-DRr"},
+        Line{'C', ResetSteps::kClear.succeeded, "H"},
+        Line{'c', ResetSteps::kClear.failed, "H"},
+        Line{'S', ResetSteps::kResume.succeeded, "C"},
+        Line{'s', ResetSteps::kResume.failed, "C"},
+    };
+    const auto line = std::ranges::find_if(lines, [&](const Line& one) { return text.starts_with(one.begins); });
+    return line == lines.end() ? nullptr : &*line;
+}
 
 }  // namespace
 
@@ -80,21 +86,18 @@ void Window::stopListening() {
     until(simulator::Time::max(), [this] { return mBaton.flows() == 0; });
 }
 
-void Window::readLog(const std::function<void(const std::string&)>& told) {
+void Window::readLog() {
     for (const DDLogMessage& message : mLog.take()) {
-        if (told) told(message.logMsg);
-        if (message.fileName() == "AppDelegate") follow(message.logMsg, mLast[message.machThreadID]);
+        const std::string& text = message.logMsg;
+        trace("logs: " + text);
+        if (message.fileName() != "AppDelegate") continue;
+        char& last = mLast.try_emplace(message.machThreadID, '-').first->second;
+        const Line* const line = lineOf(text);
+        if (!line || line->after.find(last) == std::string_view::npos)
+            fail("The window logs \"" + text + "\" after " + last + ".");
+        // What could not be opened says so first; what came before that still counts.
+        if (line->letter != kCaught) last = line->letter;
     }
-}
-
-void Window::follow(const std::string& line, std::string& last) {
-    const auto begins = [&](const Line& one) { return line.starts_with(one.begins); };
-    const auto known = std::ranges::find_if(kLines, begins);
-    if (known == std::end(kLines)) fail("The window logs: " + line);
-    // What could not be opened says so first; what came before that still counts.
-    const auto fits = [&](std::string_view before) { return before == last; };
-    if (std::ranges::none_of(known->after, fits)) fail("The window logs \"" + line + "\" after \"" + last + "\".");
-    if (known->begins != kCaught) last = known->begins;
 }
 
 }  // namespace explore

@@ -29,17 +29,14 @@ class Window {
     /// Serves the main queue until something holds, but not beyond a moment.
     void until(simulator::Time moment, const std::function<bool()>& holds);
     void stopListening();
-
     [[nodiscard]] bool isComplete() const { return mScreens[2].parentWidget() != nullptr; }
     [[nodiscard]] bool isAtRest() const {
         return mController.nextAction() == NextAction::None && !mController.isResetUnfinished();
     }
     /// What the controller has logged since the last call. Each thread's lines must follow on each other.
-    void readLog(const std::function<void(const std::string&)>& told);
+    void readLog();
 
   private:
-    void follow(const std::string& line, std::string& last);
-
     Baton& mBaton;
     simulator::ManualQueue& mQueue;
     support::LogRecorder mLog;
@@ -48,7 +45,7 @@ class Window {
     QWidget mScreens[3];
     AppDelegate mController{[](int) {}};
     std::shared_ptr<platform::CFRunLoop> mListenLoop;
-    std::map<std::uint32_t, std::string> mLast;  ///< by thread
+    std::map<std::uint32_t, char> mLast;  ///< line by thread
 };
 
 }  // namespace explore

@@ -7,19 +7,20 @@
 #include "cli/Scenario.hpp"
 #include "cli/UsbGate.hpp"
 #include "explore/Baton.hpp"
+#include "explore/Report.hpp"
 #include "explore/Window.hpp"
 #include "platform/Platform.hpp"
 #include "simulator/bus/InProcessBus.hpp"
+#include "simulator/engine/Record.hpp"
 #include "simulator/world/SimulatedServices.hpp"
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <optional>
-#include <set>
 #include <sstream>
 #include <utility>
 
@@ -36,39 +37,15 @@ using twin::Stage;
 using twin::Status;
 using What = Event::What;
 
-std::function<void(const std::string&)> gTrace;
+/// A device, whichever port it is plugged into.
+struct Known {
+    const twin::ScenarioDevice* planned = nullptr;
+    std::size_t index = 0;  ///< in the plan, and by its first port
+    std::size_t told = 0;   ///< entries of its record
+    bool isChosen = false;  ///< the command line means it
 
-void keepLine(const std::string& line) {
-    if (gTrace) gTrace("log: " + line);
-}
-
-/// What the registry is asked, before anything else sees it: which devices were there to be chosen.
-class FirstLook final : public platform::IORegistry {
-  public:
-    FirstLook(platform::IORegistry& inner, std::function<void()> looked) : mInner(inner), mLooked(std::move(looked)) {}
-
-    platform::IOReturn IOServiceGetMatchingServices(const platform::MatchingDictionary& matching,
-                                                    std::unique_ptr<platform::IOIterator>& iterator) override {
-        const auto result = mInner.IOServiceGetMatchingServices(matching, iterator);
-        if (result == platform::kIOReturnSuccess) mLooked();
-        return result;
-    }
-    std::unique_ptr<platform::IONotificationPort> IONotificationPortCreate() override {
-        return mInner.IONotificationPortCreate();
-    }
-    platform::IOReturn IOServiceAddMatchingNotification(platform::IONotificationPort& port, const std::string& type,
-                                                        const platform::MatchingDictionary& matching,
-                                                        platform::IOServiceMatchingCallback callback, void* refCon,
-                                                        std::unique_ptr<platform::IOIterator>& iterator) override {
-        return mInner.IOServiceAddMatchingNotification(port, type, matching, callback, refCon, iterator);
-    }
-    std::unique_ptr<platform::IOService> IORegistryEntryFromPath(const std::string& path) override {
-        return mInner.IORegistryEntryFromPath(path);
-    }
-
-  private:
-    platform::IORegistry& mInner;
-    const std::function<void()> mLooked;
+    [[nodiscard]] bool isForeign() const { return planned->profile.productId == Plan::kForeignProduct; }
+    [[nodiscard]] bool isHeldFirst() const { return planned->state == BootState::HeldInBootLoader; }
 };
 
 /// Longer than any run may take.
@@ -77,7 +54,8 @@ Duration longestRun(const Plan& plan, const twin::Options& options) {
     const double attempt = std::accumulate(limits.begin() + 1, limits.begin() + 7, 0.0);
     const double device =
         limits[0] + attempt * (options.plan.retries + 1) + limits[6] * options.plan.retries + limits[7] + limits[8] + 7;
-    const auto turns = options.jobs > 0 ? plan.devices.size() / options.jobs + 1 : 1;
+    const auto own = plan.devices.size() - Plan::kForeign;
+    const auto turns = options.jobs > 0 ? own / options.jobs + 1 : 1;
     return std::chrono::ceil<seconds>(
         std::chrono::duration<double>(40 + options.wait + device * static_cast<double>(turns)));
 }
@@ -85,48 +63,43 @@ Duration longestRun(const Plan& plan, const twin::Options& options) {
 class World final : public simulator::TimedWork {
   public:
     World(const Plan& plan, std::string folder)
-        : mPlan(plan),
-          mFolder(std::move(folder)),
-          mBaton(plan.seed, plan.has(What::Shuffle), gTrace),
-          mTells(tellsOf(plan)),
-          mScripts(stationTakes(plan)) {
+        : mPlan(plan), mFolder(std::move(folder)), mBaton(plan.seed, plan.has(What::Shuffle)) {
         for (const auto& planned : plan.devices) {
             const auto port = mBus.addDevice(planned.profile);
-            if (planned.isHeld) device(port).setBootState(BootState::HeldInBootLoader, mBaton.now());
-        }
-        simulator::Profile foreign;  // what nobody looks for
-        foreign.productId = 4;
-        for (const char* const name : {"foreign 1", "foreign 2"}) {
-            foreign.unitName = name;
-            mBus.addDevice(foreign);
+            mBus.withDevice(port, [&](Device& device, Time now) {
+                mDevices.push_back(&device);
+                if (planned.state != BootState::Running) device.setBootState(planned.state, now);
+            });
+            mKnown[planned.profile.unitName] = {&planned, port};
+            if (planned.plugged) mPluggedFirst.push_back(port);
         }
         install("locks");
         for (const Event& event : plan.events) prepare(event);
-        for (std::size_t port = 0; port < plan.devices.size(); ++port) {
-            if (plan.devices[port].isPlugged) mPluggedFirst.push_back(port);
-        }
-        if (plan.program == Plan::Program::Command) mBus.plug(mPluggedFirst);
+        if (!plan.isWindow()) mBus.plug(mPluggedFirst);
         mBaton.add(*this);
         mBaton.onStep = [this] { step(); };
         lookAtDevices();
         mBus.setObserver([this] { lookAtDevices(); });
     }
-    ~World() override { mBaton.remove(*this); }
-    World(const World&) = delete;
-    World& operator=(const World&) = delete;
 
     void runCommand() {
         if (const auto status = command(mPlan.arguments)) lookAtEnd(*status);
-        const bool busIsSick = std::ranges::any_of(mPlan.events, &Event::ofBus);
         mIsEpilogue = true;
-        if (busIsSick || !mPlan.hasPlainUnits || mPlan.has(What::BrokenJournal)) return;
+        if (mPlan.has(What::BusFault) || !mPlan.hasPlainUnits || mPlan.has(What::BrokenJournal)) return;
         heal();
-        letHeldStart();
-        if (mPlan.seed % 4 == 0) resetAgain();
+        const bool isNone = twin::Journal(journalFolder()).entries().empty();
+        if (command({"resume"}) != (isNone ? Status::NoneFound : Status::Done))
+            fail("What was left held can't be let start.");
+        lookForHeld();
+        if (mPlan.seed % 4 != 0) return;
+        passSeconds(15);
+        if (command({"reset", "--all", "--yes", "--keep-station"}) != Status::Done) fail("A second reset is not done.");
+        const auto isLeft = [&](const Device* one) { return !knownOf(*one).isForeign() && !one->store().empty(); };
+        if (std::ranges::any_of(mDevices, isLeft)) fail("It is not reset.");
     }
 
     void runWindow() {
-        for (const auto& planned : mPlan.devices) mChosen.insert(planned.profile.unitName);
+        for (auto& [name, known] : mKnown) known.isChosen = !known.isForeign();
         mHasChosen = true;
         Window window(mBaton, mMainQueue);
         mWindow = &window;
@@ -137,100 +110,70 @@ class World final : public simulator::TimedWork {
         window.press();
         const auto isComplete = [&] { return window.isComplete(); };
         window.until(mBaton.now() + kWindow, isComplete);
-        const bool wasComplete = window.isComplete();
-        fact(wasComplete ? "window complete" : "window waits");
-        const auto befell = [](const Event& event) {
-            constexpr std::array kHarmless = {What::Shuffle, What::Tells, What::Cancel, What::Kill,
-                                              What::BrokenJournal};
-            return std::ranges::find(kHarmless, event.what) == kHarmless.end();
-        };
-        if (!wasComplete && !mPluggedFirst.empty() && std::ranges::none_of(mPlan.events, befell))
+        fact(window.isComplete() ? "window complete" : "window waits");
+        const auto isSpared = [&](const auto& known) { return !isDisturbed(known.second); };
+        if (!window.isComplete() && !mPluggedFirst.empty() && std::ranges::all_of(mKnown, isSpared))
             fail("Nothing befell anything, and the window is not complete.");
-        if (std::ranges::any_of(mPlan.events, &Event::ofBus)) return;  // it may not see any device
+        if (mPlan.has(What::BusFault)) return;  // it may not see any device
         mIsEpilogue = true;
-        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) mBus.unplug(port);
+        for (std::size_t port = 0; port < mDevices.size(); ++port) mBus.unplug(port);
         heal();
         window.until(mBaton.now() + kWindow, isComplete);
         if (!window.isComplete()) fail("All is well again, and the window is not complete.");
         window.until(mBaton.now() + seconds(20), [] { return false; });
         window.stopListening();
-        window.readLog(gTrace);
+        window.readLog();
         if (!window.isAtRest()) fail("It is complete, and the controller waits for something.");
-        if (mBus.openDevices() > 0 || mBus.pendingTransfers() > 0) fail("Something is left open.");
-        bool isCleared = false;
-        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) {
-            const Device& one = device(port);
-            if (!DeviceLock::take("Port@" + std::to_string(port + 1))) fail("A port is left locked.");
-            isCleared = isCleared || one.store().empty() || loses(one, simulator::kCommand);
-            if (mPlan.devices.size() == 1 && one.bootState() == BootState::HeldInBootLoader &&
-                !loses(one, simulator::kResumeBoot))
-                fail("It is complete, and the device is held.");
-        }
-        if (!isCleared) fail("It is complete, and no device is cleared.");
+        lookAtBus("Port@");
+        const auto isCleared = [&](const Device* one) {
+            return one->store().empty() || loses(*one, simulator::kCommand);
+        };
+        if (std::ranges::none_of(mDevices, isCleared)) fail("It is complete, and no device is cleared.");
+        if (mDevices.size() == 1 + Plan::kForeign) lookForHeld();
     }
 
     // simulator::TimedWork
     std::optional<Time> nextDue() override {
         auto due = mBus.nextDue();
-        for (const auto& [moment, event] : mPending) simulator::bringForward(due, moment);
+        for (const auto& [event, moment] : mComing) simulator::bringForward(due, moment);
         return due;
     }
     void run(Time now) override {
         mBus.run(now);
-        for (;;) {
-            const auto due = std::ranges::find_if(mPending, [&](const auto& one) { return one.first <= now; });
-            if (due == mPending.end()) return;
-            const Event event = due->second;
-            mPending.erase(due);
-            happen(event);
-        }
+        happen([&](const Coming& coming) { return coming.due && *coming.due <= now; });
     }
 
   private:
+    /// An event that has a moment, and that moment once it is known.
+    struct Coming {
+        Event event;
+        std::optional<Time> due;
+    };
+
     // ---- what happens by itself
 
-    static twin::BusTells tellsOf(const Plan& plan) {
-        const auto event = std::ranges::find(plan.events, What::Tells, &Event::what);
-        // The window lives on arrivals, each told once.
-        const bool isWindow = plan.program == Plan::Program::Window;
-        return isWindow || event == plan.events.end() ? twin::BusTells::All
-                                                      : static_cast<twin::BusTells>(event->number);
-    }
-    static Duration stationTakes(const Plan& plan) {
-        const auto event = std::ranges::find(plan.events, What::Station, &Event::what);
-        return event == plan.events.end() ? Duration{0} : event->after;
-    }
-
     void prepare(const Event& event) {
-        switch (event.what) {
-            case What::Fault:
-                return event.ofBus ? mBus.addFault(event.fault) : device(event.device).addFault(event.fault);
-            case What::OtherRun:
-                mOtherRun = DeviceLock::take("1-" + std::to_string(event.device + 1));
-                return;
-            case What::Plug:
-            case What::Unplug:
-            case What::Swap:
-            case What::Cancel:
-            case What::Kill:
-                if (event.turn) return mAtTurn.push_back(event);
-                if (event.stage) return mAtStage.push_back(event);
-                mPending.emplace_back(mBaton.now() + event.after, event);
-                return;
-            case What::Shuffle:
-            case What::Tells:
-            case What::Station:
-            case What::BrokenJournal:
-                return;
-        }
+        if (event.what == What::Fault) mDevices[event.device]->addFault(event.fault);
+        if (event.what == What::BusFault) mBus.addFault(event.fault);
+        if (event.what == What::OtherRun) mOtherRun = DeviceLock::take("1-" + std::to_string(event.device + 1));
+        if (!event.isTimed()) return;
+        const bool isKnown = !event.turn && !event.stage;
+        mComing.push_back({event, isKnown ? std::optional(mBaton.now() + event.after) : std::nullopt});
     }
 
     void stageBegan(Stage stage) {
         mHasChosen = true;
-        for (const Event& event : mAtStage) {
-            if (event.stage == stage) mPending.emplace_back(mBaton.now() + event.after, event);
+        for (auto& [event, due] : mComing) {
+            if (event.stage == stage && !due) due = mBaton.now() + event.after;
         }
-        std::erase_if(mAtStage, [&](const Event& event) { return event.stage == stage; });
+    }
+
+    void happen(const std::function<bool(const Coming&)>& isNow) {
+        for (auto next = mComing.begin(); (next = std::ranges::find_if(mComing, isNow)) != mComing.end();) {
+            const Event event = std::move(next->event);
+            mComing.erase(next);
+            happen(event);
+        }
     }
 
     void happen(const Event& event) {
@@ -252,77 +195,71 @@ class World final : public simulator::TimedWork {
     // ---- what is looked at between two turns
 
     void step() {
-        std::vector<Event> due;
-        for (const Event& event : mAtTurn) {
-            if (*event.turn <= mBaton.steps()) due.push_back(event);
-        }
-        std::erase_if(mAtTurn, [&](const Event& event) { return *event.turn <= mBaton.steps(); });
-        std::ranges::for_each(due, [this](const Event& event) { happen(event); });
+        happen([this](const Coming& coming) { return coming.event.turn && *coming.event.turn <= mBaton.steps(); });
         if (mIsUnderWay && mBaton.now() > mEnd) {
             if (!mIsEach || mCancelled) fail("The run goes on for too long.");
             cancel();
-            mEnd += kCancelled + 2 * stationTakes(mPlan);
+            mEnd += kCancelled + 2 * mStationTakes;
         }
         tellWhatIsWritten();
     }
 
     void tellWhatIsWritten() {
-        if (mWindow && gTrace) mWindow->readLog([this](const std::string& line) { trace("logs: " + line); });
-        if (!gTrace) return;
+        if (mWindow) mWindow->readLog();
         const std::string written = mOut.str();
-        for (auto end = written.find('\n', mTold); end != std::string::npos; end = written.find('\n', mTold)) {
-            trace("says: " + written.substr(mTold, end - mTold));
-            mTold = end + 1;
-        }
+        if (written.size() > mTold) trace("says: " + written.substr(mTold, written.size() - mTold - 1));
+        mTold = written.size();
     }
 
     /// At every change of a device, at once: where nothing takes time, a whole reset is one turn.
     void lookAtDevices() {
-        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) {
-            const Device& one = device(port);
+        for (std::size_t port = 0; port < mDevices.size(); ++port) {
+            const Device& one = *mDevices[port];
+            Known& known = mKnown.at(one.profile().unitName);
+            if (mIsUnderWay && !mHasChosen && !mIsEpilogue && mayMean(known, port)) known.isChosen = true;
             const auto& entries = one.record().entries();
-            for (auto& seen = mSeen[one.profile().unitName]; seen < entries.size();) recorded(one, entries[seen++]);
+            while (known.told < entries.size()) recorded(one, known, entries[known.told++]);
         }
     }
 
+    /// Whether the command line means a device at a port. What it can mean is chosen until the first stage begins.
+    bool mayMean(const Known& known, std::size_t port) const {
+        if (says("check") || known.isForeign()) return false;
+        return says("--each") || says("unit:" + std::to_string(known.planned->profile.unitId)) ||
+               (mBus.isAttached(port) && (says("--all") || says("1-" + std::to_string(port + 1))));
+    }
+
+    bool says(const std::string& argument) const { return std::ranges::count(mPlan.arguments, argument) > 0; }
+
     /// Each line of each device's record, once.
-    void recorded(const Device& device, const simulator::RecordEntry& entry) {
+    void recorded(const Device& device, const Known& known, const simulator::RecordEntry& entry) {
         using Kind = simulator::RecordEntry::Kind;
         const std::string& name = device.profile().unitName;
-        if (gTrace) {
-            std::string bytes;
-            for (const unsigned char byte : entry.bytes) bytes += " " + std::to_string(byte);
-            trace(name + ": " + std::to_string(static_cast<int>(entry.kind)) + " " + entry.text + bytes);
-        }
+        trace(name + ": " + simulator::inWords(entry));
         if (entry.kind == Kind::Fault) fact("fault " + entry.text);
-        if (entry.kind == Kind::Refused && !isExcused(device, entry.text)) fail(name + " refused: " + entry.text);
-        if (entry.kind != Kind::State || !mIsUnderWay || mIsEpilogue) return;
+        if (entry.kind == Kind::Refused && !isExcused(known, entry.text)) fail(name + " refused: " + entry.text);
+        if (entry.kind != Kind::State || !mIsUnderWay || mIsEpilogue || !mPlan.hasPlainUnits) return;
         const bool ofBus = entry.text.starts_with("cable") || entry.text.ends_with("tached");
-        if (!ofBus && mPlan.hasPlainUnits && !mChosen.contains(name))
-            fail(name + ", which was not chosen: " + entry.text);
-        if (mPlan.hasPlainUnits && entry.text == bootStateName(BootState::HeldInBootLoader) && !mWindow &&
-            !mPlan.has(What::BrokenJournal) && !isNoted(device))
+        if (!ofBus && !known.isChosen) fail(name + ", which was not chosen: " + entry.text);
+        if (entry.text == bootStateName(BootState::HeldInBootLoader) && !mWindow && !mPlan.has(What::BrokenJournal) &&
+            !isNoted(device))
             fail(name + " is held, and the journal does not know.");
     }
 
     /// What no host can know better.
-    bool isExcused(const Device& device, const std::string& text) const {
+    bool isExcused(const Known& known, const std::string& text) const {
         if (!mPlan.hasPlainUnits) return true;
-        if (text == "resume boot without hold" && mIsEpilogue) return true;
-        // The window goes by arrivals alone, whichever device arrives, and may be told of one that is about to restart.
-        if (mWindow && text == "packet while rebooting") return true;
-        if (mWindow && text == "hold in boot loader while running" && (mIsEpilogue || mPlan.devices.size() > 1))
-            return true;
+        const bool isResume = text == "resume boot without hold", isAway = text == "packet while rebooting",
+                   isHold = text == "hold in boot loader while running";
         // A cable that was out looks like a reboot, and a command that got lost like one that was carried out.
-        return isDisturbed(device) && (text == "resume boot without hold" || text == "packet while rebooting" ||
-                                       text == "hold in boot loader while running");
+        if (isDisturbed(known) && (isResume || isAway || isHold)) return true;
+        // The window goes by arrivals alone, whichever device arrives, and may be told of one that is about to restart.
+        const bool isAnyones = mIsEpilogue || mDevices.size() > 1 + Plan::kForeign;
+        return (isResume && mIsEpilogue) || (mWindow && (isAway || (isHold && isAnyones)));
     }
 
-    bool isDisturbed(const Device& device) const {
-        const auto isIt = [&](const auto& planned) { return planned.profile.unitName == device.profile().unitName; };
-        const auto at = std::ranges::find_if(mPlan.devices, isIt);
-        const auto port = static_cast<std::size_t>(at - mPlan.devices.begin());
-        return std::ranges::any_of(mPlan.events, [&](const Event& event) { return event.concerns(port); });
+    bool isDisturbed(const Known& known) const {
+        return std::ranges::any_of(mPlan.events, [&](const Event& event) { return event.concerns(known.index); });
     }
 
     bool isNoted(const Device& device) const {
@@ -330,36 +267,21 @@ class World final : public simulator::TimedWork {
         return std::ranges::any_of(noted, [&](const auto& entry) { return entry.unit == device.profile().unitId; });
     }
 
-    /// The program has read the list of devices. Those that it can mean are chosen until its first stage begins.
-    void looked() {
-        if (mHasChosen || mPlan.arguments.front() == "check") return;
-        const auto& arguments = mPlan.arguments;
-        const auto named = [&](const std::string& name) { return std::ranges::count(arguments, name) > 0; };
-        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) {
-            const auto& profile = device(port).profile();
-            const bool isAttached = mBus.isAttached(port) && profile.productId == 3;
-            if (named("--each") || named("unit:" + std::to_string(profile.unitId)) ||
-                (isAttached && (named("--all") || named("1-" + std::to_string(port + 1)))))
-                mChosen.insert(profile.unitName);
-        }
-    }
-
     // ---- the program
 
     void install(const std::string& locks) {
         mScope.reset();
-        platform::Platform all;
-        all.clock = &mBaton;
-        all.runLoops = &mBaton;
-        all.masterPort = &mGated;
-        all.scriptRunner = &mScripts;
-        all.mainQueue = &mMainQueue;
-        all.globalQueue = &mBaton;
-        all.exceptionHandler = &mExceptions;
-        all.log = keepLine;
-        all.lockFolder = mFolder + "/" + locks;
-        std::filesystem::create_directories(all.lockFolder);
-        mScope.emplace(all);
+        const std::string folder = mFolder + "/" + locks;
+        std::filesystem::create_directories(folder);
+        mScope.emplace(platform::Platform{.clock = &mBaton,
+                                          .runLoops = &mBaton,
+                                          .masterPort = &mGated,
+                                          .mainQueue = &mMainQueue,
+                                          .globalQueue = &mBaton,
+                                          .scriptRunner = &mScripts,
+                                          .exceptionHandler = &mExceptions,
+                                          .log = [](const std::string& line) { trace("log: " + line); },
+                                          .lockFolder = folder});
     }
 
     std::string journalFolder() const {
@@ -377,11 +299,11 @@ class World final : public simulator::TimedWork {
         if (!options) fail("The command line is wrong: " + help.str());
         mOut.str({});
         mTold = 0;
-        mBegan = mBaton.now();
         mIsEach = options->each;
-        mEnd = mBegan + (mIsEach ? Duration(seconds(400)) : longestRun(mPlan, *options));
+        mEnd = mBaton.now() + (mIsEach ? Duration(seconds(400)) : longestRun(mPlan, *options));
         mIsUnderWay = true;
         mKilled = false;
+        lookAtDevices();
         std::optional<Status> ended;
         mBaton.flow("twin", [&] {
             std::ostringstream people;
@@ -417,14 +339,7 @@ class World final : public simulator::TimedWork {
     void lookAtRest(Status status) {
         tellWhatIsWritten();
         if (mBaton.flows() > 0) fail("A thread is left.");
-        if (mBus.openDevices() > 0) fail("A device is left open.");
-        if (mBus.pendingTransfers() > 0) fail("A transfer is left.");
-        for (std::size_t port = 0; port < mPlan.devices.size(); ++port) {
-            const bool isOthers = mOtherRun && mPlan.devices.size() > port && isOtherRuns(port);
-            if (!isOthers && !DeviceLock::take("1-" + std::to_string(port + 1))) fail("A port is left locked.");
-            if (!DeviceLock::take("unit-" + std::to_string(mPlan.devices[port].profile.unitId)))
-                fail("A unit is left locked.");
-        }
+        lookAtBus("1-");
         mEvents.clear();
         std::istringstream lines(mOut.str());
         for (std::string line; std::getline(lines, line);) mEvents.push_back(json::parse(line));
@@ -432,28 +347,32 @@ class World final : public simulator::TimedWork {
         if (last["event"] != "result" || last["status"] != static_cast<int>(status))
             fail("The result is not told last.");
         if (std::ranges::find(twin::kStatuses, status) == twin::kStatuses.end()) fail("No such status.");
-        if (mCancelled && mBaton.now() - *mCancelled > kCancelled + 2 * stationTakes(mPlan))
+        if (mCancelled && mBaton.now() - *mCancelled > kCancelled + 2 * mStationTakes)
             fail("It goes on for too long after the cancel.");
-        std::map<int, std::string> open;  // the stage of each device
-        std::map<int, double> limits;
+        std::map<int, json> begun;  // each device's stage
         for (const json& event : mEvents) {
             if (event["event"] != "stage") continue;
-            const int number = event["number"];
-            const std::string stage = event["stage"], state = event["state"];
-            if (state == "failed") fact("failed " + stage);
-            if (state == "began" ? !std::exchange(open[number], stage).empty()
-                                 : std::exchange(open[number], {}) != stage)
+            json& stage = begun[event["number"]];
+            if (event["state"] == "failed") fact("failed " + event["stage"].get<std::string>());
+            const bool begins = event["state"] == "began";
+            if (begins != stage.is_null() || (!begins && stage["stage"] != event["stage"]))
                 fail("Stages are not told one after the other: " + event.dump());
-            if (state == "began")
-                limits[number] = event["limit"];
-            else if (event["seconds"] > limits[number] + 1.1)
+            if (!begins && event["seconds"] > stage["limit"].get<double>() + 1.1)
                 fail("A stage outlasts its limit: " + event.dump());
+            stage = begins ? event : json();
         }
     }
 
-    bool isOtherRuns(std::size_t port) const {
-        return std::ranges::any_of(
-            mPlan.events, [&](const Event& event) { return event.what == What::OtherRun && event.device == port; });
+    void lookAtBus(const std::string& port) {
+        if (mBus.openDevices() > 0 || mBus.pendingTransfers() > 0) fail("Something is left open.");
+        const auto lookAt = [](const std::string& key) {
+            if (!DeviceLock::take(key)) fail(key + " is left locked.");
+        };
+        for (const auto& [name, known] : mKnown) {
+            const bool isOthers = mOtherRun && mPlan.first(What::OtherRun).device == known.index;
+            if (!isOthers) lookAt(port + std::to_string(known.index + 1));
+            lookAt("unit-" + std::to_string(known.planned->profile.unitId));
+        }
     }
 
     const json* endOf(const Device& device) const {
@@ -467,110 +386,83 @@ class World final : public simulator::TimedWork {
 
     /// After the command that the world is about.
     void lookAtEnd(Status status) {
-        const bool resets = mPlan.arguments.front() == "reset";
         if (!mPlan.hasPlainUnits) return;
-        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) {
-            const Device& one = device(port);
+        const bool resets = says("reset");
+        for (const Device* const device : mDevices) {
+            const Device& one = *device;
+            const Known& known = knownOf(one);
+            if (!known.isChosen) continue;
             const std::string& name = one.profile().unitName;
-            if (!mChosen.contains(name)) continue;
-            const auto& planned =
-                *std::ranges::find_if(mPlan.devices, [&](const auto& any) { return any.profile.unitName == name; });
             const json* const end = endOf(one);
             const bool isDone = end && (*end)["status"] == 0;
             const bool isHeld = one.bootState() == BootState::HeldInBootLoader;
             if (resets && isDone && !one.store().empty() && !loses(one, simulator::kCommand))
                 fail(name + " is said to be reset, and is not.");
             if (status == Status::Done && end && !isDone) fail("The run is said to be done, and " + name + " is not.");
-            if (isHeld && !planned.isHeld && !mPlan.has(What::BrokenJournal) && !loses(one, simulator::kResumeBoot)) {
+            if (isHeld && !known.isHeldFirst() && !mPlan.has(What::BrokenJournal) &&
+                !loses(one, simulator::kResumeBoot)) {
                 if (!isNoted(one)) fail(name + " is left held, and the journal does not know.");
                 if (!end || (*end)["text"].get<std::string>().find("boot loader") == std::string::npos)
                     fail(name + " is left held, and nobody says so.");
             }
-            if (mIsEach || isDisturbed(one) || !planned.isPlugged) continue;
+            if (mIsEach || isDisturbed(known) || !known.planned->plugged) continue;
             if (!isDone) fail("Nothing befell " + name + ", and it is not done.");
             if (isHeld) fail("Nothing befell " + name + ", and it is held.");
             if (isNoted(one)) fail(name + " is done, and the journal keeps it.");
-            if (resets && isPrompt(planned) && (*end)["at"] > promptEnd(planned.profile))
+            if (resets && (*end)["at"] > latestEnd(one.profile()))
                 fail(name + " could have been done earlier: " + end->dump());
         }
     }
 
-    /// Whether nothing takes time but the device's own restarts, and the companion programs.
-    bool isPrompt(const PlannedDevice& planned) const {
-        const auto named = [&](const char* name) { return std::ranges::count(mPlan.arguments, name) > 0; };
-        return planned.profile.answerDelay == Duration{0} && planned.profile.protocols && named("--all") &&
-               !named("--jobs") && !mPlan.has(What::Tells);
-    }
-    double promptEnd(const simulator::Profile& profile) const {
+    /// When a device must have been done, in seconds, where nothing takes time but its own restarts and the companion
+    /// programs.
+    double latestEnd(const simulator::Profile& profile) const {
+        const bool isPrompt = profile.answerDelay == Duration{0} && profile.protocols && says("--all") &&
+                              !says("--jobs") && !mPlan.has(What::Tells);
+        if (!isPrompt) return std::numeric_limits<double>::infinity();
         const Duration boot = profile.bootTime ? profile.leaveDelay + *profile.bootTime : Duration(seconds(1));
-        const Duration all = 2 * stationTakes(mPlan) + profile.leaveDelay + profile.rebootTime + boot;
+        const Duration all = 2 * mStationTakes + profile.leaveDelay + profile.rebootTime + boot;
         return std::chrono::duration<double>(all).count() + 0.5;
     }
 
     /// The device takes a command and does nothing, or leaves: where that has no answer, no host sees it.
     bool loses(const Device& device, std::uint16_t packet) const {
+        using simulator::FaultKind;
+        const auto index = knownOf(device).index;
         return std::ranges::any_of(mPlan.events, [&](const Event& event) {
-            using simulator::FaultKind;
-            return event.what == What::Fault && !event.ofBus &&
-                   mPlan.devices[event.device].profile.unitName == device.profile().unitName &&
-                   event.fault.step.packetId == packet &&
+            return event.what == What::Fault && event.device == index && event.fault.step.packetId == packet &&
                    (event.fault.kind == FaultKind::Ignore || event.fault.kind == FaultKind::Unplug);
         });
+    }
+
+    void lookForHeld() const {
+        for (const Device* const one : mDevices) {
+            const bool isHeld = one->bootState() == BootState::HeldInBootLoader;
+            if (isHeld && !loses(*one, simulator::kResumeBoot) && (mWindow || !knownOf(*one).isHeldFirst()))
+                fail(one->profile().unitName + " is still held.");
+        }
     }
 
     // ---- and afterwards, with all that was wrong taken away
 
     void heal() {
-        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) {
-            device(port).faults().clear();
-            mBus.plug(port);
-        }
+        for (Device* const one : mDevices) one->faults().clear();
+        plugAll();
         mOtherRun.reset();
         mCancelled.reset();
-        // A cable that a fault wanted out by now comes out in the meantime.
-        mBaton.MPDelayUntil(mBaton.CFAbsoluteTimeGetCurrent() + 15);
-        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) mBus.plug(port);
-        mBaton.MPDelayUntil(mBaton.CFAbsoluteTimeGetCurrent() + 1);
+        passSeconds(15);  // a cable that a fault wanted out by now comes out in the meantime
+        plugAll();
+        passSeconds(1);
     }
 
-    void letHeldStart() {
-        const bool isNone = twin::Journal(journalFolder()).entries().empty();
-        const auto status = command({"resume"});
-        if (status != (isNone ? Status::NoneFound : Status::Done)) fail("What was left held can't be let start.");
-        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) {
-            const Device& one = device(port);
-            if (one.bootState() != BootState::HeldInBootLoader || !mChosen.contains(one.profile().unitName)) continue;
-            if (!isHeldFromStart(one) && !loses(one, simulator::kResumeBoot))
-                fail(one.profile().unitName + " is still held.");
-        }
+    void plugAll() {
+        for (std::size_t port = 0; port < mDevices.size(); ++port) mBus.plug(port);
     }
+    void passSeconds(double span) { mBaton.MPDelayUntil(mBaton.CFAbsoluteTimeGetCurrent() + span); }
 
-    bool isHeldFromStart(const Device& device) const {
-        return std::ranges::any_of(mPlan.devices, [&](const auto& planned) {
-            return planned.isHeld && planned.profile.unitName == device.profile().unitName;
-        });
-    }
-
-    void resetAgain() {
-        mBaton.MPDelayUntil(mBaton.CFAbsoluteTimeGetCurrent() + 15);
-        if (command({"reset", "--all", "--yes", "--keep-station"}) != Status::Done) fail("A second reset is not done.");
-        for (std::size_t port = 0; port < mPlan.devices.size() + 2; ++port) {
-            if (device(port).profile().productId == 3 && !device(port).store().empty()) fail("It is not reset.");
-        }
-    }
-
-    Device& device(std::size_t port) {
-        Device* found = nullptr;
-        mBus.withDevice(port, [&](Device& device, Time) { found = &device; });
-        return *found;
-    }
-
-    void trace(const std::string& line) {
-        if (gTrace) gTrace(std::to_string((mBaton.now() - mStart).count()) + " " + line);
-    }
+    const Known& knownOf(const Device& device) const { return mKnown.at(device.profile().unitName); }
 
     static constexpr Duration kCancelled = seconds(8);  ///< within which a cancelled run has ended
-
     static constexpr Duration kWindow = std::chrono::minutes(4);
 
     const Plan& mPlan;
@@ -578,11 +470,10 @@ class World final : public simulator::TimedWork {
     Baton mBaton;
     const Time mStart = mBaton.now();
     simulator::InProcessBus mBus{mBaton};
-    const twin::BusTells mTells;
-    twin::ScenarioRegistry mRegistry{mBus, mTells};
-    FirstLook mFirstLook{mRegistry, [this] { looked(); }};
-    twin::GatedRegistry mGated{mFirstLook};
-    twin::ScenarioScripts mScripts;
+    const Duration mStationTakes = mPlan.first(What::Station).after;
+    twin::ScenarioRegistry mRegistry{mBus, mPlan.first(What::Tells).tells};
+    twin::GatedRegistry mGated{mRegistry};
+    twin::ScenarioScripts mScripts{mStationTakes};
     simulator::ManualQueue mMainQueue{mBaton};
     simulator::RecordingExceptionHandler mExceptions;
     Window* mWindow = nullptr;
@@ -590,32 +481,28 @@ class World final : public simulator::TimedWork {
     std::optional<platform::PlatformScope> mScope;
     std::optional<DeviceLock> mOtherRun;
 
-    std::vector<std::pair<Time, Event>> mPending;
-    std::vector<Event> mAtTurn, mAtStage;
+    std::vector<Device*> mDevices;        ///< by port; a swap changes what is behind the pointers
+    std::map<std::string, Known> mKnown;  ///< by their name
+    std::vector<Coming> mComing;
     std::function<void()> mCancel;
     std::optional<Time> mCancelled;
     bool mKilled = false;
     bool mIsEpilogue = false;
-
     bool mIsUnderWay = false;
     bool mIsEach = false;
-    Time mBegan{}, mEnd = Time::max();
+    bool mHasChosen = false;
+    Time mEnd = Time::max();
     std::ostringstream mOut;
     std::size_t mTold = 0;
-    std::vector<json> mEvents;                 ///< of the last command
-    std::map<std::string, std::size_t> mSeen;  ///< entries of a device's record
-    bool mHasChosen = false;
-    std::set<std::string> mChosen;
+    std::vector<json> mEvents;  ///< of the last command
 };
 
 }  // namespace
 
-void run(const Plan& plan, const std::string& folder, const std::function<void(const std::string&)>& trace) {
-    gTrace = trace;
-    const bool isWindow = plan.program == Plan::Program::Window;
-    ddLogLevel = isWindow ? DDLogFlagError | DDLogFlagWarning | DDLogFlagInfo : 0;
+void run(const Plan& plan, const std::string& folder) {
+    ddLogLevel = plan.isWindow() ? DDLogFlagError | DDLogFlagWarning | DDLogFlagInfo : 0;
     World world(plan, folder);
-    isWindow ? world.runWindow() : world.runCommand();
+    plan.isWindow() ? world.runWindow() : world.runCommand();
 }
 
 }  // namespace explore
