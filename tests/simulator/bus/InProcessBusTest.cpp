@@ -14,7 +14,6 @@ namespace {
 using namespace platform;
 using contract::Opened;
 using std::chrono::microseconds;
-using std::chrono::milliseconds;
 using support::RealTimeBackend;
 
 /// The in-process bus in simulated time, and all that is around it.
@@ -41,21 +40,6 @@ TEST_F(InProcessBusTest, ObserverHearsOfWhatAPersonWouldSee) {
     EXPECT_EQ(heard, 1) << "nobody would see that";
     backend.withDevice([](Device& device, Time) { device.store().clear(); });
     EXPECT_EQ(heard, 2);
-}
-
-TEST_F(RealTimeDriveTest, ReturnFromARebootComesByItself) {
-    backend.withDevice([](Device& device, Time) {
-        device.profile().leaveDelay = milliseconds(2);
-        device.profile().rebootTime = milliseconds(5);
-    });
-    Opened opened = open();
-    opened.read(opened.interruptIn, true);
-    opened.writeWhole(contract::kStart);
-    opened.writeWhole(encodePacket({kApplicationLayer, kCommand, Writer().u16(kReboot).take()}));
-    ASSERT_TRUE(opened.runUntil([&] { return opened.on(opened.interruptIn).size() == 2; }));
-    opened.close();
-    ASSERT_TRUE(opened.runUntil([&] { return !contract::present(backend.bus).empty(); }));
-    backend.withDevice([](Device& device, Time) { EXPECT_EQ(device.bootState(), BootState::Starting); });
 }
 
 TEST_F(RealTimeDriveTest, HostAndPersonMayWorkAtTheSameTime) {
