@@ -1,5 +1,6 @@
 // Every scenario of the table, in simulated time: the status that follows, what the events say, and what has become of
 // the devices.
+#include "simulator/engine/Record.hpp"
 #include "tests/cli/TwinWorld.hpp"
 
 #include <gmock/gmock.h>
@@ -12,6 +13,8 @@ namespace twin_test {
 namespace {
 
 using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
 using twin::Scenario;
 
 /// The stage that failed last.
@@ -69,6 +72,13 @@ TEST(Scenario, EndsWithItsStatusAndItsDevicesAsItSaysAndNothingIsNeverReached) {
         ASSERT_EQ(scenario.cleared.size(), scenario.devices.size());
         for (std::size_t port = 0; port < scenario.devices.size(); ++port) {
             EXPECT_EQ(twin.storeIsEmpty(port), scenario.cleared[port]) << "port " << port + 1;
+            const auto& faults = scenario.devices[port].faults;
+            twin.world.bus().withDevice(port, [&](auto& device, auto) {
+                EXPECT_EQ(device.record().faults().empty(), faults.empty()) << "it can happen";
+                for (const auto& entry : device.record().entries())
+                    EXPECT_THAT(simulator::inWords(entry), Not(HasSubstr("Received"))) << "has no words of its own";
+            });
+            EXPECT_NE(twin.boot(port), simulator::BootState::HeldInBootLoader);
         }
         EXPECT_TRUE(!cancelled || twin.time.drive.now() - *cancelled <= std::chrono::seconds(2));
         EXPECT_EQ(cancelled.has_value(), status == twin::Status::Cancelled);
