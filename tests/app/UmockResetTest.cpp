@@ -4,20 +4,10 @@
 #include "tests/support/UmockBackend.hpp"
 
 #include <QLabel>
-#include <gmock/gmock.h>
-
-#include <utility>
+#include <gtest/gtest.h>
 
 namespace app_test {
 namespace {
-
-using simulator::Device;
-using simulator::Fault;
-using simulator::Pipe;
-using testing::Contains;
-using testing::IsEmpty;
-using testing::StartsWith;
-using enum simulator::FaultKind;
 
 struct UmockReset : testing::Test {
     support::UmockBackend usb{support::UmockBackend::Node::Queue, simulator::Profile::instant()};
@@ -33,33 +23,6 @@ TEST_F(UmockReset, WindowSaysWhatIsPluggedInAndThatItHasGone) {
     for (const char* const text : {"No device connected", "Trailmate 300 connected", "No device connected"}) {
         RealTimeApp::waitUntil(text, [&] { return status->text() == QLatin1String(text); });
         usb.usb.isAttached() ? usb.unplug() : usb.plug();
-    }
-}
-
-TEST_F(UmockReset, MishapIsLoggedAndTheNextAttachGoesOn) {
-    const std::pair<const char*, Fault> mishaps[] = {
-        {"bulk pipe stalls", Fault::onAnswer(253, Stall).withPipe(Pipe::BulkIn)},
-        {"cable out at the answer of the identification", Fault::onAnswer(255, Unplug)},
-    };
-    app.plug();
-    for (const auto& [name, fault] : mishaps) {
-        SCOPED_TRACE(name);
-        app.startAfresh();
-        app.withDevice([added = fault](Device& device) { device.addFault(added); });
-        app.confirmReset();
-        app.waitFor(NextAction::RebootOnAttach);
-        EXPECT_TRUE(usb.isAtRest());
-        usb.unplug();
-        usb.plug();
-        app.waitFor(app.controller.outlets().completeView);
-        EXPECT_THAT(app.log.take(), Contains(StartsWith("I Reboot failed: ")));
-        app.withDevice([](Device& device) {
-            EXPECT_TRUE(device.store().empty());
-            EXPECT_THAT(device.record().refused(), IsEmpty());
-            EXPECT_EQ(device.faults().size(), 0U) << "the mishap did not happen";
-        });
-        EXPECT_EQ(app.controller.nextAction(), NextAction::None);
-        EXPECT_TRUE(usb.isAtRest());
     }
 }
 

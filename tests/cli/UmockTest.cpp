@@ -16,9 +16,6 @@
 
 namespace {
 
-using simulator::BootState;
-using simulator::Fault;
-using simulator::FaultKind;
 using std::chrono::milliseconds;
 using twin::Status;
 
@@ -71,19 +68,6 @@ TEST_F(TwinUmock, ThreeChosenDevicesAreResetAndTheFourthIsNotTouched) {
     EXPECT_TRUE(usb.waitUntilClosed() && usb.pendingTransfers() == 0);
     for (const std::size_t number : {0U, 1U, 2U}) EXPECT_TRUE(storeIsEmpty(number));
     EXPECT_FALSE(storeIsEmpty(3));
-}
-
-TEST_F(TwinUmock, LimitEndsAWaitThatIsUnderWayAndTheHeldDeviceStarts) {
-    usb.withDevice(0, [](auto& own, auto) {
-        own.addFault(Fault::onAnswer(simulator::kHoldInBootLoader, FaultKind::NoAnswer).committed(2));
-    });
-    EXPECT_EQ(run({"reset", port(0), "--yes", "--limit", "hold=0.2"}), Status::TimedOut) << text.str();
-    EXPECT_TRUE(usb.waitUntilClosed() && usb.pendingTransfers() == 0);
-    usb.withDevice(0, [](auto& own, auto) {
-        EXPECT_EQ(own.bootState(), BootState::Running);
-        EXPECT_FALSE(own.store().empty());
-        EXPECT_TRUE(own.record().refused().empty()) << own.record().text();
-    });
 }
 
 }  // namespace
