@@ -41,15 +41,12 @@ RealTimeApp::~RealTimeApp() {
     DDLog::flushLog();
 }
 
-const std::vector<std::string>& RealTimeApp::lines() {
-    for (std::string& line : log.take()) mLines.push_back(std::move(line));
-    return mLines;
-}
-
 void RealTimeApp::plug() {
     mUsb.plug();
-    waitUntil("the listener to see the device",
-              [this] { return !lines().empty() && mLines.back() == "I Device detected but no action taken"; });
+    waitUntil("the listener to see the device", [this] {
+        const auto lines = log.take();
+        return !lines.empty() && lines.back() == "I Device detected but no action taken";
+    });
 }
 
 void RealTimeApp::reset() {

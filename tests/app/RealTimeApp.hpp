@@ -35,9 +35,6 @@ class RealTimeApp {
     RealTimeApp(const RealTimeApp&) = delete;
     RealTimeApp& operator=(const RealTimeApp&) = delete;
 
-    /// The controller's lines since the launch.
-    const std::vector<std::string>& lines();
-
     /// Puts the cable in and waits until the listener has seen the device and left it alone.
     void plug();
     void confirmReset() { app_test::confirmReset(controller.outlets()); }
@@ -70,7 +67,6 @@ class RealTimeApp {
     WorkerQueue mGlobalQueue;
     platform::Bundle mBundle{TROVIK_RESOURCES, {}};
     simulator::RecordingScriptRunner mScripts;
-    std::vector<std::string> mLines;
 
   public:
     simulator::RecordingExceptionHandler exceptions;
