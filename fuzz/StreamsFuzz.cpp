@@ -7,13 +7,16 @@
 #include "fuzz/Harness.hpp"
 #include "fuzz/Input.hpp"
 
+#include <algorithm>
 #include <clocale>
 #include <cstring>
 #include <cwchar>
 #include <filesystem>
+#include <ios>
 #include <string>
 #include <type_traits>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -29,14 +32,18 @@ struct Model {
     Bytes bytes{};
     std::size_t readAt = 0;
     std::size_t writeAt = 0;
+    bool isBad = false;
     bool fails = false;
     bool isAtEnd = false;
 
     std::size_t remaining() const { return bytes.size() - readAt; }
+    bin::ios::iostate state() const {
+        return (isBad ? bin::ios::badbit : 0) | (fails ? bin::ios::failbit : 0) | (isAtEnd ? bin::ios::eofbit : 0);
+    }
 
     bool readable() {
-        fails = fails || isAtEnd;
-        return !fails;
+        fails = fails || (isAtEnd && !isBad);
+        return !fails && !isBad;
     }
     void advance(std::size_t n) {
         readAt += n;
@@ -60,7 +67,7 @@ struct Model {
         return true;
     }
     void write(const void* from, std::size_t n) {
-        if (fails || (n == 0 && !isFile)) return;
+        if (fails || isBad || (n == 0 && !isFile)) return;
         if (n > 0) bytes.resize(std::max(bytes.size(), writeAt + n));
         std::copy_n(static_cast<const unsigned char*>(from), n, bytes.begin() + static_cast<long>(n ? writeAt : 0));
         writeAt += n;
@@ -83,9 +90,9 @@ class Twins {
         for (int i = 0; i < 200 && !mInput.isAtEnd(); ++i) {
             const std::uint8_t choice = mInput.byte();
             if (!gcWrites || choice < 0xA0) {
-                readStep(choice % 16);
+                readStep(choice % 20);
             } else {
-                writeStep(choice % 8);
+                writeStep(choice % 9);
             }
             compare();
         }
@@ -94,8 +101,7 @@ class Twins {
 
   private:
     void compare() {
-        require(mStream.rdstate() == ((mModel.fails ? bin::ios::failbit : 0) | (mModel.isAtEnd ? bin::ios::eofbit : 0)),
-                "another state");
+        require(mStream.rdstate() == mModel.state(), "another state");
         require(mStream.tellg() == mModel.readAt, "another read position");
         require(mStream.RemainingSize() == mModel.remaining(), "another number of bytes remains");
         if constexpr (gcWrites) require(mStream.tellp() == mModel.writeAt, "another write position");
@@ -110,10 +116,10 @@ class Twins {
         if (mModel.read(&wire, sizeof wire)) {
             if constexpr (std::is_same_v<T, bool>)
                 expected = wire != 0;
-            else if constexpr (std::is_same_v<T, Wire>)
-                expected = wire;
-            else
+            else if constexpr (std::is_same_v<T, long> || std::is_same_v<T, unsigned long>)
                 expected = static_cast<T>(wire & 0xFFFFFFFF);
+            else
+                expected = wire;
         }
         mStream >> value;
         require(std::memcmp(&value, &expected, sizeof value) == 0, "another scalar");
@@ -142,7 +148,7 @@ class Twins {
             case 10:
                 return readBytes(kind == 9);
             case 11: {
-                const std::size_t n = mInput.number() % 2500;
+                const std::size_t n = mInput.byte() == 0xFF ? ~std::size_t{0} : mInput.number() % 2500;
                 mStream.ignore(n);
                 if (n > 0 && mModel.readable()) mModel.advance(std::min(n, mModel.remaining()));
                 return;
@@ -154,7 +160,7 @@ class Twins {
                 return;
             }
             case 13: {
-                const bool isThere = !mModel.fails && !mModel.isAtEnd && mModel.remaining() > 0;
+                const bool isThere = mModel.state() == 0 && mModel.remaining() > 0;
                 require(mStream.peek() == (isThere ? mModel.bytes[mModel.readAt] : -1), "another byte ahead");
                 return;
             }
@@ -167,9 +173,39 @@ class Twins {
                     mModel.readAt = position;
                 return;
             }
-            default:
-                mStream.clear();
-                mModel.fails = mModel.isAtEnd = false;
+            case 15: {
+                unsigned char byte = 0;
+                mModel.read(&byte, 1);
+                return require(mStream.get() == byte, "another byte");
+            }
+            case 16:
+                return readScalar<unsigned long, std::uint64_t>();
+            case 17:
+                return seekFrom(mModel.readAt, [this](long offset, auto from, std::size_t target) {
+                    mStream.seekg(offset, from);
+                    mModel.fails = mModel.fails || target > mModel.bytes.size();
+                    if (target <= mModel.bytes.size()) mModel.readAt = target;
+                });
+            default: {
+                const std::uint8_t state = mInput.byte() % 16;  // mostly none
+                mModel.isBad = state == 1 || state == 2;
+                mModel.fails = state == 3 || state == 4;
+                mModel.isAtEnd = state == 2 || state == 4 || state == 5;
+                mStream.clear(mModel.state());
+            }
+        }
+    }
+
+    /// Files are also sought in from somewhere else than their beginning.
+    void seekFrom([[maybe_unused]] std::size_t current, [[maybe_unused]] auto seek) {
+        if constexpr (!gcIsMemory) {
+            const std::pair<std::ios_base::seekdir, std::size_t> bases[] = {
+                {std::ios_base::beg, 0}, {std::ios_base::cur, current}, {std::ios_base::end, mModel.bytes.size()}};
+            const auto& [from, base] = bases[mInput.byte() % std::size(bases)];
+            long offset = mInput.number() % 4000 - 3000;
+            if (offset > 500) offset = offset % 3 - 1 - static_cast<long>(base);  // just before the beginning and at it
+            const long target = static_cast<long>(base) + offset;
+            seek(offset, from, target < 0 ? std::string::npos : static_cast<std::size_t>(target));
         }
     }
 
@@ -189,14 +225,14 @@ class Twins {
     }
 
     void readBytes(bool isUpTo) {
-        std::size_t n = mInput.number() % 2500;
-        if (isUpTo) n = std::min(n, mModel.remaining());
-        if (n == 0 && !gcWrites) return;  // a failure on files that are only read
+        const std::size_t n = mInput.number() % 2500;
+        const std::size_t count = isUpTo ? std::min(n, mModel.remaining()) : n;
+        if (count == 0 && !gcWrites) return;  // a failure on files that are only read
         Bytes bytes(n), expected(n);
-        const bool isRead = mModel.read(expected.data(), n);
+        const bool isRead = mModel.read(expected.data(), count);
         if (isUpTo) {
             mStream.read(reinterpret_cast<char*>(bytes.data()), n);
-            require(mStream.gcount() == (isRead ? n : 0), "another count");
+            require(mStream.gcount() == (isRead ? count : 0), "another count");
         } else {
             mStream.BinInput(bytes.data(), n);
         }
@@ -252,6 +288,15 @@ class Twins {
                     if (gcIsMemory) mModel.bytes.resize(std::max(mModel.bytes.size(), position));
                     return;
                 }
+                case 7:
+                    if constexpr (gcIsMemory) return;
+                    return seekFrom(mModel.writeAt, [this](long offset, auto from, std::size_t target) {
+                        mStream.seekp(offset, from);
+                        if (target == std::string::npos)
+                            mModel.fails = true;
+                        else
+                            mModel.writeAt = target;
+                    });
                 default:
                     const Bytes bytes(mInput.byte(), mInput.byte());
                     if (bytes.empty()) return;
@@ -260,7 +305,7 @@ class Twins {
                         mModel.write(bytes.data(), bytes.size());
                     } else {
                         mStream.expand(bytes.size(), bytes[0]);
-                        if (mModel.fails) return;
+                        if (mModel.fails || mModel.isBad) return;
                         mModel.bytes.insert(mModel.bytes.end(), bytes.begin(), bytes.end());
                         mModel.isAtEnd = false;
                     }
@@ -279,7 +324,11 @@ void tryMemory(fuzz::Input& input) {
     const bool isGood = stream.good();
     const Bytes rest(model.bytes.begin() + static_cast<long>(model.readAt), model.bytes.end());
     require(stream.Buffer() == model.bytes, "another buffer");
+    const auto stateBefore = stream.rdstate();
     require(stream.TakeRemaining() == (isGood ? rest : Bytes()), "another rest");
+    const auto expected = !isGood ? stateBefore : rest.empty() ? bin::ios::failbit : bin::ios::eofbit;
+    require(stream.rdstate() == expected && stream.tellg() == (isGood ? model.bytes.size() : model.readAt),
+            "not as if the rest had been read byte by byte");
 }
 
 /// A file of this process alone, in memory where there is a place for that.
