@@ -29,6 +29,7 @@ const unsigned int gcCodePages[] = {glo::gcUtf8Encoding, glo::gcWindows1252Encod
 /// What a stream over these bytes must do.
 struct Model {
     bool isFile = false;
+    bool isRead = true;
     Bytes bytes{};
     std::size_t readAt = 0;
     std::size_t writeAt = 0;
@@ -37,13 +38,14 @@ struct Model {
     bool isAtEnd = false;
 
     std::size_t remaining() const { return bytes.size() - readAt; }
+    bool hasFailed() const { return fails || isBad; }
     bin::ios::iostate state() const {
         return (isBad ? bin::ios::badbit : 0) | (fails ? bin::ios::failbit : 0) | (isAtEnd ? bin::ios::eofbit : 0);
     }
 
     bool readable() {
         fails = fails || (isAtEnd && !isBad);
-        return !fails && !isBad;
+        return !hasFailed();
     }
     void advance(std::size_t n) {
         readAt += n;
@@ -67,11 +69,11 @@ struct Model {
         return true;
     }
     void write(const void* from, std::size_t n) {
-        if (fails || isBad || (n == 0 && !isFile)) return;
+        if (hasFailed() || (n == 0 && !isFile)) return;
         if (n > 0) bytes.resize(std::max(bytes.size(), writeAt + n));
         std::copy_n(static_cast<const unsigned char*>(from), n, bytes.begin() + static_cast<long>(n ? writeAt : 0));
         writeAt += n;
-        if (isFile && remaining() > 0) isAtEnd = false;
+        if (isFile && isRead && remaining() > 0) isAtEnd = false;
     }
 };
 
@@ -79,17 +81,20 @@ struct Model {
 template <typename Stream>
 class Twins {
   public:
+    static constexpr bool gcReads = std::is_base_of_v<bin::istream, Stream>;
     static constexpr bool gcWrites = std::is_base_of_v<bin::ostream, Stream>;
     static constexpr bool gcIsMemory = std::is_same_v<Stream, bin::stringstream>;
 
     Twins(Stream& stream, Model model, fuzz::Input& input) : mStream(stream), mModel(std::move(model)), mInput(input) {
-        mModel.isAtEnd = !gcIsMemory && mModel.bytes.empty();  // an empty file says so at once
+        mModel.isAtEnd = gcReads && !gcIsMemory && mModel.bytes.empty();  // an empty file says so at once
     }
 
     const Model& run() {
         for (int i = 0; i < 200 && !mInput.isAtEnd(); ++i) {
             const std::uint8_t choice = mInput.byte();
-            if (!gcWrites || choice < 0xA0) {
+            if constexpr (!gcReads) {
+                choice % 16 == 0 ? setState() : writeStep(choice % 9);
+            } else if (!gcWrites || choice < 0xA0) {
                 readStep(choice % 20);
             } else {
                 writeStep(choice % 9);
@@ -102,8 +107,10 @@ class Twins {
   private:
     void compare() {
         require(mStream.rdstate() == mModel.state(), "another state");
-        require(mStream.tellg() == mModel.readAt, "another read position");
-        require(mStream.RemainingSize() == mModel.remaining(), "another number of bytes remains");
+        if constexpr (gcReads) {
+            require(mStream.tellg() == mModel.readAt, "another read position");
+            require(mStream.RemainingSize() == mModel.remaining(), "another number of bytes remains");
+        }
         if constexpr (gcWrites) require(mStream.tellp() == mModel.writeAt, "another write position");
     }
 
@@ -186,14 +193,17 @@ class Twins {
                     mModel.fails = mModel.fails || target > mModel.bytes.size();
                     if (target <= mModel.bytes.size()) mModel.readAt = target;
                 });
-            default: {
-                const std::uint8_t state = mInput.byte() % 16;  // mostly none
-                mModel.isBad = state == 1 || state == 2;
-                mModel.fails = state == 3 || state == 4;
-                mModel.isAtEnd = state == 2 || state == 4 || state == 5;
-                mStream.clear(mModel.state());
-            }
+            default:
+                setState();
         }
+    }
+
+    void setState() {
+        const std::uint8_t state = mInput.byte() % 16;  // mostly none
+        mModel.isBad = state == 1 || state == 2;
+        mModel.fails = state == 3 || state == 4;
+        mModel.isAtEnd = state == 2 || state == 4 || state == 5;
+        mStream.clear(mModel.state());
     }
 
     /// Files are also sought in from somewhere else than their beginning.
@@ -284,7 +294,7 @@ class Twins {
                 case 6: {
                     const std::size_t position = mInput.number() % 4000;
                     mStream.seekp(position);
-                    mModel.writeAt = position;
+                    if (gcReads || !mModel.hasFailed()) mModel.writeAt = position;
                     if (gcIsMemory) mModel.bytes.resize(std::max(mModel.bytes.size(), position));
                     return;
                 }
@@ -292,22 +302,23 @@ class Twins {
                     if constexpr (gcIsMemory) return;
                     return seekFrom(mModel.writeAt, [this](long offset, auto from, std::size_t target) {
                         mStream.seekp(offset, from);
+                        if (!gcReads && mModel.hasFailed()) return;
                         if (target == std::string::npos)
                             mModel.fails = true;
                         else
                             mModel.writeAt = target;
                     });
                 default:
-                    const Bytes bytes(mInput.byte(), mInput.byte());
+                    const Bytes bytes(20U * mInput.byte(), mInput.byte());
                     if (bytes.empty()) return;
                     if constexpr (gcIsMemory) {
                         mStream.fill(static_cast<char>(bytes[0]), bytes.size());
                         mModel.write(bytes.data(), bytes.size());
                     } else {
                         mStream.expand(bytes.size(), bytes[0]);
-                        if (mModel.fails || mModel.isBad) return;
+                        if (mModel.hasFailed()) return;
                         mModel.bytes.insert(mModel.bytes.end(), bytes.begin(), bytes.end());
-                        mModel.isAtEnd = false;
+                        mModel.isAtEnd = mModel.isAtEnd && !gcReads;
                     }
             }
     }
@@ -337,6 +348,14 @@ const std::string& filePath() {
     return path;
 }
 
+void requireContent(const std::wstring& path, const Bytes& bytes) {
+    bin::ifstream stream(path);
+    Bytes read(bytes.size());
+    require(stream.size() == bytes.size(), "a file of another size");
+    if (!read.empty()) stream.read(reinterpret_cast<char*>(read.data()), read.size());
+    require(read == bytes, "another file");
+}
+
 void tryFile(fuzz::Input& input) {
     const std::wstring path = glo::wstring(filePath(), glo::gcUtf8Encoding);
     Bytes written;
@@ -344,14 +363,16 @@ void tryFile(fuzz::Input& input) {
         bin::fstream stream(path, std::ios_base::in | std::ios_base::out | std::ios_base::trunc);
         written = Twins(stream, {.isFile = true}, input).run().bytes;
     }
-    bin::ifstream stream(path);
-    Bytes read(written.size());
-    require(stream.size() == written.size(), "a file of another size");
-    if (!read.empty()) stream.read(reinterpret_cast<char*>(read.data()), read.size());
-    require(read == written, "another file");
-    stream.open(path);
+    requireContent(path, written);
     fuzz::Input again = input;
+    bin::ifstream stream(path);
     Twins(stream, {.isFile = true, .bytes = written}, again).run();
+    stream.close();
+    {
+        bin::ofstream replacing(path);
+        written = Twins(replacing, {.isFile = true, .isRead = false}, input).run().bytes;
+    }
+    requireContent(path, written);
     std::filesystem::remove(filePath());
 }
 
