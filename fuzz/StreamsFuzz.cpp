@@ -309,7 +309,7 @@ class Twins {
                             mModel.writeAt = target;
                     });
                 default:
-                    const Bytes bytes(20U * mInput.byte(), mInput.byte());
+                    const Bytes bytes(20UL * mInput.byte(), mInput.byte());
                     if (bytes.empty()) return;
                     if constexpr (gcIsMemory) {
                         mStream.fill(static_cast<char>(bytes[0]), bytes.size());
