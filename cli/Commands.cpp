@@ -168,7 +168,7 @@ class Run {
             if (names.empty()) return fail({Cause::DeviceNotFound, Status::NoneFound, "None was left held."});
         }
         const Status found = find(names, chosen);
-        if (chosen.empty() || found == Status::Ambiguous) return found;
+        if (chosen.empty()) return found;
         for (const auto& [device, unit] : chosen) mDispatcher.resume(device, unit);
         return overall(std::array{found, work()});
     }
@@ -231,9 +231,9 @@ class Run {
             picked = pick(names, attached, opened);
         } while (!picked.missing.empty() && !mDispatcher.isCancelled() && platform::CFAbsoluteTimeGetCurrent() < end);
         if (mDispatcher.isCancelled()) return Status::Cancelled;  // nobody knows what there is
+        if (picked.isAmbiguous) return severalDevices(attached, "Name one by its port.");
         chosen = std::move(picked.chosen);
-        if (picked.missing.empty())
-            return picked.isAmbiguous ? severalDevices(attached, "Name one by its port.") : Status::Done;
+        if (picked.missing.empty()) return Status::Done;
         std::vector<Status> statuses;
         for (const auto& one : opened) {
             if (!one.failure) continue;
