@@ -278,7 +278,7 @@ TEST(TwinCommand, UnitIdThatTwoDevicesReportNamesNeither) {
     scenario.devices[1].profile.unitId = 1;
     TwinWorld twin(scenario);
     EXPECT_EQ(twin.run({"reset", "unit:1", "--yes"}), Status::Ambiguous);
-    EXPECT_EQ(twin.run({"resume", "unit:1", "1-7"}), Status::Ambiguous) << "though another name is missing";
+    EXPECT_EQ(twin.run({"reset", "unit:1", "1-7", "--yes"}), Status::Ambiguous) << "though another name is missing";
     EXPECT_FALSE(twin.storeIsEmpty(0) || twin.storeIsEmpty(1));
 }
 
