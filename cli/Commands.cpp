@@ -332,7 +332,8 @@ class Run {
 
     /// Where the registry can't be read, which has been said by then, nobody knows whether there is one.
     Status noneFound(std::string seen = {}) {
-        return attachedDevices() ? fail({Cause::DeviceNotFound, Status::NoneFound, std::move(seen)}) : Status::Failed;
+        if (mDispatcher.isListUnreadable()) return Status::Failed;
+        return fail({Cause::DeviceNotFound, Status::NoneFound, std::move(seen)});
     }
 
     Status fail(const Failure& failure) {

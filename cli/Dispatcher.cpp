@@ -229,6 +229,11 @@ bool Dispatcher::start(std::function<void()> work) {
     return true;
 }
 
+bool Dispatcher::isListUnreadable() const {
+    const std::lock_guard lock(mMutex);
+    return mRefused;
+}
+
 void Dispatcher::look(Now moment) {
     const auto attached = mLookout.look(moment);
     const std::lock_guard lock(mMutex);

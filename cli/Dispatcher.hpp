@@ -95,8 +95,12 @@ class Dispatcher final : public ResetSequence::Observer {
     /// Ends what is under way: waits are cut, and held devices are let start. Never blocks. Any thread.
     void cancel();
     [[nodiscard]] bool isCancelled() const { return mStop.stop_requested(); }
+
     /// For work beside the devices, which a cancel is to end too.
     [[nodiscard]] std::stop_token stopToken() const { return mStop.get_token(); }
+
+    /// The last look could not read the list of devices, which has been told. Any thread.
+    [[nodiscard]] bool isListUnreadable() const;
 
     /// Reports an event, with the time in it. Main thread.
     void tell(Event event);

@@ -114,7 +114,7 @@ class World {
                                                             [this](auto cancel) {
                                                                 world.setCancel([this, cancel] {
                                                                     if (onCancelled) onCancelled();
-                                                                    if (cancel) cancel();
+                                                                    cancel();
                                                                 });
                                                             }});
         Written::all() += out.str();
