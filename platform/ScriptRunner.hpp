@@ -12,9 +12,8 @@ class ScriptRunner {
 
     /// Compiles and runs a script of the form `tell application "NAME" to quit`: every process of that exact name that
     /// belongs to this user is asked to end, and gets up to 3 seconds for it.
-    /// @param stop  once it is requested the call returns at once, also one that waits; who has been asked to end is
-    /// not
-    ///              asked to stay
+    /// @param stop  once it is requested the call returns at once, even while it waits; processes that have got the
+    ///              signal by then still end
     /// @return false when the script failed: it could not be understood, or such a process is still there
     virtual bool executeAndReturnError(const std::string& source, const std::stop_token& stop) = 0;
 

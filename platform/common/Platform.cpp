@@ -179,8 +179,7 @@ void NSLog(const char* format, ...) {
 }
 
 std::string CFUUIDCreateString() {
-    // One question to the kernel: the standard's random_device may ask the processor, which takes microseconds a
-    // number.
+    // One question to the kernel: std::random_device may ask the processor, microseconds for each number.
     std::array<unsigned char, 16> bytes;
     if (::getentropy(bytes.data(), bytes.size()) != 0) throw std::system_error(errno, std::generic_category());
     bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);  // version 4

@@ -347,11 +347,12 @@ void AsioRunLoop::waitWith(std::string_view modeName, OwnWait* wait) {
 // keeps a timer off, and no timer overtakes what was ready before it was due. A run that returns after one source
 // leaves the turn in the mode, and the next run goes on with it.
 //
-// No wake-up is lost. A block is queued under mMutex and wakes the owner by an empty handler posted to the context, or
-// by an interruption of the mode's own wait, which works as one and of which the same holds, unless isWoken says that
-// one is on its way. A turn polls the context first, which may take that handler, and only then, under mMutex, clears
-// isWoken and counts the blocks. So the blocks whose wake-up was taken are among those counted, and a block that comes
-// later finds isWoken cleared and posts a handler of its own, which ends the wait.
+// No wake-up is lost. A block is queued under mMutex. Unless isWoken says that a wake-up is on its way, the owner is
+// then woken: by an empty handler posted to the context or, where the mode has a wait of its own, by interrupting that
+// wait. What follows speaks of the handler; an interruption works the same way. A turn polls the context first, which
+// may take that handler, and only then, under mMutex, clears isWoken and counts the blocks. So the blocks whose wake-up
+// was taken are among those counted, and a block that comes later finds isWoken cleared and posts a handler of its own,
+// which ends the wait.
 
 AsioRunLoop::AsioRunLoop() = default;
 AsioRunLoop::~AsioRunLoop() = default;

@@ -82,8 +82,10 @@ class Survey {
     void makeVersions() {
         std::ifstream release(mPlaces.release);
         for (std::string line; std::getline(release, line);) {
-            if (line.starts_with("ID=")) mSystemId = line.substr(3);
-            std::erase(mSystemId, '"');
+            if (line.starts_with("ID=")) {
+                mSystemId = line.substr(3);
+                std::erase(mSystemId, '"');
+            }
             if (line.starts_with("PRETTY_NAME=")) mResult.versions += "System: " + oneLine(line.substr(12)) + "\n";
         }
         utsname system{};
@@ -99,7 +101,8 @@ class Survey {
 
     void addHost(const std::string& name) {
         for (const std::string& host : {name, name.substr(0, name.find('.'))}) {
-            // The name that a system has when nobody gives it one tells nothing, and stands in its version.
+            // A name that nobody chose ("localhost", or the system's own, as "debian") gives nobody away; to mask it
+            // would mask the system's name in the versions as well.
             const bool isGeneric = host.empty() || host == "(none)" || host == "localhost" || host == mSystemId;
             if (!isGeneric && std::ranges::find(mResult.hosts, host) == mResult.hosts.end())
                 mResult.hosts.push_back(host);

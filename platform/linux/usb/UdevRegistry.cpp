@@ -44,7 +44,8 @@ IOReturn enumerate(udev* context, AsioRunLoops& loops, const MatchingDictionary&
     if (!enumerate) return kIOReturnNoMemory;
     udev_enumerate_add_match_subsystem(enumerate.get(), kSubsystem);
     if (const auto vendor = matching.properties.find("idVendor"); vendor != matching.properties.end()) {
-        // Leaves out nearly all other devices without opening each of them. More would be read of each that matches.
+        // The vendor alone leaves out nearly all other devices without opening them; each further attribute would be
+        // one more file to read of every device that matches.
         char text[16];
         std::snprintf(text, sizeof text, "%04x", static_cast<unsigned>(vendor->second));
         udev_enumerate_add_match_sysattr(enumerate.get(), "idVendor", text);
