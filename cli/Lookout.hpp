@@ -17,7 +17,8 @@ class Lookout {
   public:
     static constexpr double kInterval = 1;             ///< seconds
     static constexpr double kShortestInterval = 0.05;  ///< seconds between looks: a hub brings many events at once
-    static constexpr double kLeisure = 10;  ///< so many times longer than a look takes is the pause before the next
+    static constexpr double kLeisure = 10;  ///< from one look to the next is at least this many times what a look
+                                            ///< takes, up to kInterval
 
     Lookout();
     ~Lookout();

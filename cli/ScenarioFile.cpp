@@ -6,7 +6,6 @@
 #include <cmath>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -273,9 +272,9 @@ std::optional<Scenario> scenarioFromText(const std::string& text, std::string& e
 
 std::optional<Scenario> findScenario(const std::string& nameOrFile, std::string& error) {
     if (const Scenario* const known = scenarioNamed(nameOrFile)) return *known;
+    // Through rdbuf(), since an istreambuf_iterator throws where reading fails, as it does for a folder.
     std::ostringstream text;
-    text
-        << std::ifstream(nameOrFile).rdbuf();  // unlike an iterator it does not throw what a folder makes reading throw
+    text << std::ifstream(nameOrFile).rdbuf();
     if (text.view().empty()) {
         error = "There is no scenario and no file \"" + nameOrFile + "\"; --scenarios lists the scenarios.";
         return std::nullopt;

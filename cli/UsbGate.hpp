@@ -30,9 +30,8 @@ class UsbGate {
 
     static constexpr platform::CFAbsoluteTime kNever = std::numeric_limits<double>::infinity();
 
-    /// @param entry  the one attach that may be opened through it: the library goes by the path, on which another
-    /// device
-    ///               may sit by then. 0 for any
+    /// @param entry  the one attach that may be opened through it; 0 for any. The library goes by the path, where
+    ///               another device may sit by the time it opens it
     explicit UsbGate(platform::CFAbsoluteTime deadline = kNever, std::uint64_t entry = 0)
         : mEntry(entry), mDeadline(deadline) {}
     ~UsbGate();

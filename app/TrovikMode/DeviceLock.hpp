@@ -11,8 +11,9 @@
 /// file. Any thread.
 class DeviceLock {
   public:
-    /// @return nothing when somebody else has the device, be it this process; a lock that holds nothing where there is
-    ///         no folder or, which is logged, the file can't be made or is none
+    /// @return nothing when somebody else has the device, be it this process. Where there is no folder, or where the
+    ///         file can't be opened, is no regular file or can't be locked, a lock that holds nothing; all but the
+    ///         missing folder is logged
     /// Never blocks.
     [[nodiscard]] static std::optional<DeviceLock> take(std::string_view key);
 
