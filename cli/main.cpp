@@ -45,8 +45,8 @@
 
 namespace {
 
-/// What ends a run: the first signal asks for it, the second ends the process. One that comes before there is a run
-/// waits for it.
+/// What ends a run: the first signal asks for it, the second ends the process. Before there is a run a signal waits for
+/// it; a second one too.
 class Signals {
   public:
     /// Before any other thread: they all inherit that the signals wait for the one thread that takes them.
