@@ -53,7 +53,10 @@ class Signals {
     Signals() {
         std::signal(SIGPIPE, SIG_IGN);
         sigemptyset(&mSet);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&mSet, signal);
+        for (const int signal : {SIGINT, SIGTERM}) sigaddset(&mSet, signal);
+        // Who starts the program by nohup wants it to go on; sigwait takes a blocked signal even where it is ignored.
+        struct sigaction hangup {};
+        if (::sigaction(SIGHUP, nullptr, &hangup) != 0 || hangup.sa_handler != SIG_IGN) sigaddset(&mSet, SIGHUP);
         pthread_sigmask(SIG_BLOCK, &mSet, nullptr);
     }
 

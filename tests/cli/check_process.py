@@ -114,6 +114,16 @@ def signal_at_the_question():
     check(program.wait(LIMIT) == 130, f"status {program.returncode} after a signal at the question")
 
 
+def hangup_under_nohup():
+    program = subprocess.Popen(["nohup", PROGRAM, "reset", "--yes", "--keep-station", "--json", "--simulate=back-at-once"],
+                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
+                               env={"PATH": os.environ["PATH"], "HOME": home})
+    hello = program.stdout.readline()
+    program.send_signal(signal.SIGHUP)
+    check_events("a hangup under nohup", hello + program.stdout.read(), 0)
+    check(program.wait(LIMIT) == 0, f"status {program.returncode} after a hangup under nohup")
+
+
 def person_says(answer, status):
     terminal = Terminal()
     program = start("reset", "--keep-station", "--simulate=back-at-once", stdin=terminal.programs,
@@ -175,9 +185,10 @@ def wrong_command_line():
                 check(not ended.stdout, f"{words}: {ended.stdout}")
 
 
+signal.signal(signal.SIGHUP, signal.SIG_DFL)  # what is ignored here, as under nohup, the programs would ignore as well
 with tempfile.TemporaryDirectory() as home:
-    for test in (second_signal_ends_at_once, signal_at_the_question, lines_of_stages_are_redrawn, watch_on_a_terminal,
-                 trace_holds_a_devices_events_and_no_others, wrong_command_line):
+    for test in (second_signal_ends_at_once, signal_at_the_question, hangup_under_nohup, lines_of_stages_are_redrawn,
+                 watch_on_a_terminal, trace_holds_a_devices_events_and_no_others, wrong_command_line):
         test()
 print("\n".join(map(str, faults)) or "signals, terminals, traces and wrong command lines: as they are to be")
 sys.exit(bool(faults))
