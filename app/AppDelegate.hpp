@@ -117,7 +117,7 @@ class AppDelegate final : public platform::NSExceptionHandlerDelegate {
     /// What comes next. Any thread; a relaxed read, which orders nothing else.
     NextAction nextAction() const;
 
-    /// A device that was opened for its first reboot, whatever came of that, and is not cleared yet. Any thread.
+    /// A device was opened for its first reboot, whatever came of that, and is not cleared and resumed yet. Any thread.
     bool isResetUnfinished() const { return mIsResetUnfinished; }
 
   private:

@@ -28,7 +28,8 @@ class SaveReportDialog final : public QDialog {
     SaveReportDialog& operator=(const SaveReportDialog&) = delete;
 
   private:
-    /// Runs this on the thread, once what ran there is over. It queues what the dialog is to do with the result.
+    /// Runs this on a new thread, then waits for the one before to end; or, where no thread is to be had, on this one,
+    /// later. What runs queues what the dialog is to do with the result.
     void start(std::function<void(const std::stop_token&)> work);
     void collect();
     void showReport(std::shared_ptr<const Report> report);  ///< null when it could not be collected

@@ -25,6 +25,7 @@ class SupportLog {
     /// @param device  null where there is no link, and nothing to say
     static void identified(UsbTrovikModeIoLink* device);
 
-    /// Why the tool ends, and whether it leaves a reset unfinished: a device that was opened and is not cleared.
+    /// Why the tool ends, and whether it leaves a reset unfinished: a device that was opened and is not cleared and
+    /// resumed.
     static void ending(const std::string& why, bool isResetUnfinished);
 };

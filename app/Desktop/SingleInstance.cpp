@@ -67,7 +67,8 @@ bool SingleInstance::handleMessage(const QDBusMessage& message, const QDBusConne
         return false;
     const QVariantList arguments = message.arguments();
     const auto data = arguments.isEmpty() ? QVariantMap() : qdbus_cast<QVariantMap>(arguments.last());
-    // Launchers give both where they know both, in either world the same.
+    // Some launchers send only one of the two names, with the value that the other would have: each stands for the
+    // other.
     const QVariant token = data.value(kToken), startupId = data.value(kStartupId);
     raise((token.isValid() ? token : startupId).toString(), (startupId.isValid() ? startupId : token).toString());
     connection.send(message.createReply());

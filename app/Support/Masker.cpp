@@ -17,6 +17,8 @@ constexpr std::size_t kRowBytes = 16;           ///< of a whole row
 constexpr std::size_t kFewestOffsetDigits = 4;  ///< of a row
 constexpr std::size_t kIdOffset = 4;            ///< of a USB packet: two bytes
 constexpr std::size_t kDataOffset = 12;
+constexpr char kSessionStarted = 6;  ///< the ids of the two packets whose data is a unit id
+constexpr char kUnitId = 38;
 
 char small(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
@@ -77,7 +79,7 @@ std::string nameOfSerial(std::string_view value) {
 /// Whether these bytes are one of the two packets whose data is a unit id. Which layer the packet says is not looked
 /// at: that may be what made it a bad one.
 bool isOfUnitId(std::string_view packet) {
-    return packet.size() > kDataOffset && (packet[kIdOffset] == 6 || packet[kIdOffset] == 38) &&
+    return packet.size() > kDataOffset && (packet[kIdOffset] == kSessionStarted || packet[kIdOffset] == kUnitId) &&
            packet[kIdOffset + 1] == 0;
 }
 

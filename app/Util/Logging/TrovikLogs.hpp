@@ -11,8 +11,9 @@ class TrovikLogs {
     /// Takes the log level from the user's setting "logLevel", where there is one.
     static void initLogLevel();
 
-    /// The log folder: "Trovik/ResetTool" below the user's application-support folder. Found, and made if need be, once
-    /// per process; a failure to make it is ignored. Empty where the user has no folder.
+    /// The log folder: "Trovik/ResetTool" below the user's application-support folder; empty where the user has none.
+    /// The first call in a process finds it, makes it if need be and closes it to other users; whether the latter two
+    /// succeed is not told.
     static const std::string& logsDirectory();
 
     /// Paths of the log files in the order of the folder; empty when it can't be read to its end.
