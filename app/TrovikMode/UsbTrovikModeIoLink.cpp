@@ -47,8 +47,9 @@ void tellIdentification(const std::string& path, const ioa::ProductData_t& produ
     platform::runGuarded(tell, gcFile, __LINE__);
 }
 
+/// A warning: the failure itself has its line, an error, before.
 void logCause(const glo::Exception_t& exception, const std::string& path) {
-    DDLogError("%s", ErrorCatalogue::logLine(TrovikModeUtil::causeOf(exception, path)).c_str());
+    DDLogWarn("%s", ErrorCatalogue::logLine(TrovikModeUtil::causeOf(exception, path)).c_str());
 }
 
 /// Stores how a command failed, and logs that and the cause.

@@ -68,6 +68,8 @@ TEST(IoLink, ThatCannotBeMadeIsLoggedWithTheRaiseSite) {
         EXPECT_TRUE(WaitsForItsLine(true, [&] { EXPECT_FALSE(UsbTrovikModeIoLink::initWithPath(path)); }));
         const auto lines = log.take();
         if (lines.size() != 2) return std::to_string(lines.size()) + " lines";
+        EXPECT_EQ(lines[0].logFlag, DDLogFlagError);
+        EXPECT_EQ(lines[1].logFlag, DDLogFlagWarning);
         return lines[0].logMsg + "\n" + lines[1].logMsg.substr(0, 7);
     };
     const std::string start = "Error creating UsbTrovikModeIoLink at path:";
