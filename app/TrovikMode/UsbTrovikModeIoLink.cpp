@@ -11,6 +11,7 @@
 #include "platform/common/Boundary.hpp"
 
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -66,7 +67,8 @@ std::unique_ptr<UsbTrovikModeIoLink> UsbTrovikModeIoLink::initWithPath(const std
     if (path) {
         facade->mLock = DeviceLock::takePort(*path);
         if (!facade->mLock) {
-            DDLogError("%s", ErrorCatalogue::logLine(Cause::HeldByProgram, "It is being reset by it.").c_str());
+            constexpr std::string_view kSeen = "Another run of this tool, or trovik-reset, is resetting it.";
+            DDLogError("%s", ErrorCatalogue::logLine(Cause::HeldByProgram, kSeen).c_str());
             return nullptr;
         }
     }
