@@ -269,9 +269,9 @@ double ResetSequence::nextDue(double now) const {
 }
 
 std::string ResetSequence::stateText() const {
-    const std::string store = cleared()               ? "Its settings are cleared"
-                              : mClear == Clear::Sent ? "Whether its settings are cleared is not known"
-                                                      : "Its settings are as they were";
+    std::string store = cleared()               ? "Its settings are cleared"
+                        : mClear == Clear::Sent ? "Whether its settings are cleared is not known"
+                                                : "Its settings are as they were";
     switch (mBoot) {
         case Boot::Untouched:
             return "The device was not touched.";
