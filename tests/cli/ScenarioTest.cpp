@@ -109,10 +109,7 @@ TEST(ScenarioFile, IsPlayedLikeOneOfTheTable) {
 }
 
 TEST(ScenarioFile, SaysInWhichLineSomethingIsWrong) {
-    const struct {
-        const char* text;
-        const char* error;
-    } rows[] = {
+    const std::pair<const char*, const char*> rows[] = {
         {"{\n\"devices\": [{}],\n\"dovices\": 1}", "line 3: \"dovices\": unknown; known here are: devices, "},
         {"{\"devices\": [{},\n{\n\"faults\": [\n\"lunch\"]}]}",
          "line 4: \"0\": there is no \"lunch\"; there are: hold-"},
@@ -124,10 +121,10 @@ TEST(ScenarioFile, SaysInWhichLineSomethingIsWrong) {
         {"[]", "line 1: an object is wanted"},
         {"{}", "line 1: \"devices\" is missing"},
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, expected] : rows) {
         std::string error;
-        EXPECT_FALSE(twin::scenarioFromText(row.text, error)) << row.text;
-        EXPECT_THAT(error, testing::StartsWith(row.error));
+        EXPECT_FALSE(twin::scenarioFromText(text, error)) << text;
+        EXPECT_THAT(error, testing::StartsWith(expected));
     }
 }
 

@@ -87,38 +87,30 @@ class World {
             Written::all() += out.str();
             return status;
         }
-        platform::Platform all;
-        all.clock = time.clock();
-        all.runLoops = &time.loops;
-        all.masterPort = &registry;
         twin::ScenarioScripts scripts(scenario.stationTakes);
-        all.scriptRunner = &scripts;
-        all.log = [](const std::string&) {};
-        all.lockFolder = folder.path();
-        const platform::PlatformScope scope(all);
+        const platform::PlatformScope scope({.clock = time.clock(),
+                                             .runLoops = &time.loops,
+                                             .masterPort = &registry,
+                                             .scriptRunner = &scripts,
+                                             .log = [](const std::string&) {},
+                                             .lockFolder = folder.path()});
         std::optional<DeviceLock> otherRun;
         if (scenario.otherRun) otherRun = DeviceLock::take("1-1");
-        const twin::Status ended = twin::run(*options, {.out = out,
-                                                        .people = people,
-                                                        .answer = answer,
-                                                        .workers = time.workers,
-                                                        .journalFolder = folder / "journal",
-                                                        .version = "1.0",
-                                                        .diagnosis = twin::plainDiagnosis,
-                                                        .stageBegan =
-                                                            [this](twin::Stage stage) {
-                                                                world.stageBegan(stage);
-                                                                if (onStage) onStage(stage);
-                                                            },
-                                                        .onCancel =
-                                                            [this](auto cancel) {
-                                                                world.setCancel([this, cancel] {
-                                                                    if (onCancelled) onCancelled();
-                                                                    cancel();
-                                                                });
-                                                            }});
+        const auto stageBegan = [this](twin::Stage stage) {
+            world.stageBegan(stage);
+            onStage(stage);
+        };
+        const auto onCancel = [this](const auto& cancel) {
+            world.setCancel([this, cancel] {
+                onCancelled();
+                cancel();
+            });
+        };
+        constexpr bool kDrawsLines = false;
+        status = twin::run(*options, {out, people, kDrawsLines, answer, time.workers, folder / "journal", "1.0",
+                                      twin::plainDiagnosis, stageBegan, onCancel});
         Written::all() += out.str();
-        return ended;
+        return status;
     }
 
     /// What the last command wrote, line by line.
@@ -130,19 +122,13 @@ class World {
     }
 
     bool storeIsEmpty(std::size_t port) {
-        bool isEmpty = false;
-        world.bus().withDevice(port, [&](auto& device, auto) { isEmpty = device.store().empty(); });
-        return isEmpty;
+        return of(port, [](auto& device) { return device.store().empty(); });
     }
     bool wasOpened(std::size_t port) {
-        bool wasOpened = false;
-        world.bus().withDevice(port, [&](auto& device, auto) { wasOpened = !device.record().received().empty(); });
-        return wasOpened;
+        return of(port, [](auto& device) { return !device.record().received().empty(); });
     }
     simulator::BootState boot(std::size_t port) {
-        auto state = simulator::BootState::Running;
-        world.bus().withDevice(port, [&](auto& device, auto) { state = device.bootState(); });
-        return state;
+        return of(port, [](auto& device) { return device.bootState(); });
     }
 
     const twin::Scenario& scenario;
@@ -152,9 +138,16 @@ class World {
     twin::GatedRegistry registry{world.registry()};
     std::ostringstream out;
     std::ostringstream people;
-    std::function<void(twin::Stage)> onStage;
-    std::function<void()> onCancelled;
+    std::function<void(twin::Stage)> onStage = [](twin::Stage) {};
+    std::function<void()> onCancelled = [] {};
     std::function<std::string(const std::stop_token&)> answer;  ///< of a person; empty where nobody is there
+
+  private:
+    auto of(std::size_t port, const auto& question) {
+        decltype(question(std::declval<simulator::Device&>())) answered{};
+        world.bus().withDevice(port, [&](auto& device, auto) { answered = question(device); });
+        return answered;
+    }
 };
 
 using TwinWorld = World<SimulatedTime>;

@@ -10,64 +10,40 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <sstream>
-#include <string>
-#include <vector>
 
-namespace {
-
-using std::chrono::milliseconds;
-using twin::Status;
-
-struct TwinUmock : testing::Test {
-    TwinUmock() {
-        for (std::uint32_t unit = 1; unit <= 4; ++unit) {
-            auto profile = simulator::Profile::handheld();
-            profile.unitId = unit;
-            profile.rebootTime = *(profile.bootTime = milliseconds(100));
-            usb.addDevice(profile);
-        }
-        usb.plug({0, 1, 2, 3});
-    }
-
-    Status run(const std::vector<std::string>& arguments) {
-        Status status = Status::Done;
-        const auto options = twin::parse(arguments, "1.0", text, text, status);
-        if (!options) return status;
-        twin::ScenarioScripts scripts{{}};
-        const platform::PlatformScope scope({.runLoops = &loops,
-                                             .masterPort = &registry,
-                                             .scriptRunner = &scripts,
-                                             .log = [](const std::string&) {},
-                                             .lockFolder = folder.path()});
-        return twin::run(
-            *options,
-            {.out = text, .people = text, .workers = workers, .journalFolder = folder / "journal", .version = "1.0"});
-    }
-    std::string port(std::size_t number) {
-        const std::string path = usb.registryPath(number);
-        return path.substr(path.find_last_of('/') + 1);
-    }
-    bool storeIsEmpty(std::size_t number) {
-        bool isEmpty = false;
-        usb.withDevice(number, [&](auto& device, auto) { isEmpty = device.store().empty(); });
-        return isEmpty;
-    }
-
+TEST(TwinUmock, ThreeChosenDevicesAreResetAndTheFourthIsNotTouched) {
     simulator::UmockUsb usb;
+    for (std::uint32_t unit = 1; unit <= 4; ++unit) {
+        auto profile = simulator::Profile::handheld();
+        profile.unitId = unit;
+        profile.rebootTime = *(profile.bootTime = std::chrono::milliseconds(100));
+        usb.addDevice(profile);
+    }
+    usb.plug({0, 1, 2, 3});
+    const auto port = [&](std::size_t number) { return std::filesystem::path(usb.registryPath(number)).filename(); };
+
     platform::AsioRunLoops loops;
     platform::UdevRegistry devices{loops};
     twin::GatedRegistry registry{devices};
     twin::ThreadWorkers workers;
-    support::TemporaryFolder folder;
+    twin::ScenarioScripts scripts{{}};
+    const support::TemporaryFolder folder;
+    const platform::PlatformScope scope({.runLoops = &loops,
+                                         .masterPort = &registry,
+                                         .scriptRunner = &scripts,
+                                         .log = [](const std::string&) {},
+                                         .lockFolder = folder.path()});
     std::stringstream text;
-};
-
-TEST_F(TwinUmock, ThreeChosenDevicesAreResetAndTheFourthIsNotTouched) {
-    EXPECT_EQ(run({"reset", port(0), port(1), "unit:3", "--yes"}), Status::Done) << text.str();
+    auto status = twin::Status::Failed;
+    const auto options = twin::parse({"reset", port(0), port(1), "unit:3", "--yes"}, "1.0", text, text, status);
+    ASSERT_TRUE(options);
+    status = twin::run(
+        *options,
+        {.out = text, .people = text, .workers = workers, .journalFolder = folder / "journal", .version = "1.0"});
+    EXPECT_EQ(status, twin::Status::Done) << text.str();
     EXPECT_TRUE(usb.waitUntilClosed() && usb.pendingTransfers() == 0);
-    for (const std::size_t number : {0U, 1U, 2U}) EXPECT_TRUE(storeIsEmpty(number));
-    EXPECT_FALSE(storeIsEmpty(3));
+    for (std::size_t number = 0; number < 4; ++number)
+        usb.withDevice(number, [&](auto& device, auto) { EXPECT_EQ(device.store().empty(), number < 3) << number; });
 }
-
-}  // namespace
