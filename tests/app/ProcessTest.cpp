@@ -17,8 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ContainsRegex;
 using testing::HasSubstr;
-using testing::MatchesRegex;
-using testing::Not;
 
 /// The text of the one file in a folder, crash reports aside.
 std::string onlyFileIn(const std::string& folder) {
@@ -140,7 +138,7 @@ TEST_F(Process, RefusesInOneLineWithoutADisplay) {
                  {"QT_QPA_PLATFORM=nosuch", "(QT_QPA_PLATFORM=nosuch): Could not find the Qt platform plugin"}}) {
             EXPECT_EQ(run("quit", settings, ">/dev/null 2>run/errors", program), W_EXITCODE(1, 0))
                 << program << settings;
-            EXPECT_THAT(errors(), MatchesRegex("No display for the window [^\n]* \\(TRV-505\\)\n"));
+            EXPECT_THAT(errors(), testing::MatchesRegex("No display for the window [^\n]* \\(TRV-505\\)\n"));
             EXPECT_THAT(errors(), HasSubstr(reason));
         }
     }
@@ -152,8 +150,11 @@ TEST_F(Process, RefusesInOneLineWithoutADisplay) {
 TEST_F(Process, StartsWithTheThreadsOfAResetOrRefusesInOneLine) {
     int threads = 0;
     for (; run("reset", "PROBE_THREADS=" + std::to_string(threads)) == W_EXITCODE(3, 0); ++threads)
-        EXPECT_THAT(errors(), MatchesRegex("No thread for the reset[^\n]* \\(TRV-506\\)\n")) << threads;
+        EXPECT_THAT(errors(), testing::MatchesRegex("No thread for the reset[^\n]* \\(TRV-506\\)\n")) << threads;
     EXPECT_GE(threads, 3) << "the drawing's, the worker's, the listener's";
+    for (const char* const logger : {"ttyLogger", "fileLogger"})
+        EXPECT_THAT(errors(), HasSubstr(logger + std::string(" gets no thread and works on those of its callers: ")));
+    EXPECT_THAT(log(), testing::EndsWith("Quit was chosen\n"));
     for (const int last = threads + 4; threads <= last; ++threads)  // for the logs some are missing at first
         EXPECT_EQ(run("reset", "PROBE_THREADS=" + std::to_string(threads)), 0) << threads << '\n' << errors();
 
@@ -170,7 +171,7 @@ TEST_F(Process, LogsAnExceptionThatNobodyCatchesWithItsStack) {
     const int status = run("throw");
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
     EXPECT_THAT(log(), HasSubstr(" | E | Exception: name: std::runtime_error reason: no more\n"));
-    EXPECT_THAT(log(), Not(HasSubstr(" | I | ")));
+    EXPECT_THAT(log(), testing::Not(HasSubstr(" | I | ")));
     EXPECT_THAT(log(), ContainsRegex(" [|] E [|] Stack:\n.+\n.+\n"));
 }
 

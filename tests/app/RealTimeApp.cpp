@@ -13,8 +13,6 @@
 namespace app_test {
 
 using simulator::Device;
-using simulator::Fault;
-using simulator::FaultKind;
 
 const support::TemporaryFolder& RealTimeApp::folder() {
     static const support::TemporaryFolder shared;
@@ -51,13 +49,13 @@ void RealTimeApp::plug() {
 
 void RealTimeApp::reset() {
     withDevice([](Device& device) {
-        device.addFault(Fault::onCommand(0xAE, FaultKind::Unplug).withDelay(simulator::Duration{0}));
+        device.addFault(simulator::Fault::onCommand(0xAE, simulator::FaultKind::Unplug).withDelay({}));
     });
-    confirmReset();
-    waitFor(NextAction::ClearOnAttach);
+    confirmReset(controller.outlets());
+    waitUntil("the clear", [this] { return controller.nextAction() == NextAction::ClearOnAttach; });
     EXPECT_TRUE(controller.outlets().inProgressView->isVisible());
     mUsb.plug();
-    waitFor(controller.outlets().completeView);
+    waitUntil("the screen", [this] { return controller.outlets().completeView->isVisible(); });
     mGlobalQueue.join();
 }
 
@@ -69,14 +67,6 @@ void RealTimeApp::startAfresh() {
     log.take();
     controller.returnToMainMenuButtonClicked();
     QApplication::processEvents();
-}
-
-void RealTimeApp::waitFor(QWidget* screen) {
-    waitUntil("the screen", [screen] { return screen->isVisible(); });
-}
-
-void RealTimeApp::waitFor(NextAction action) const {
-    waitUntil("the next action", [&] { return controller.nextAction() == action; });
 }
 
 void RealTimeApp::waitUntil(const char* what, const std::function<bool()>& condition) {

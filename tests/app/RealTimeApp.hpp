@@ -8,7 +8,6 @@
 #include "tests/support/UsbBackend.hpp"
 
 #include <functional>
-#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -37,7 +36,6 @@ class RealTimeApp {
 
     /// Puts the cable in and waits until the listener has seen the device and left it alone.
     void plug();
-    void confirmReset() { app_test::confirmReset(controller.outlets()); }
 
     /// A whole reset. The device comes back on the test's word, since the controller learns only after the command that
     /// it succeeded: no real device is back by then, but this one might.
@@ -48,9 +46,7 @@ class RealTimeApp {
     /// Whole resets from the start screen, without a trace of them in the process afterwards.
     void resetsLeaveNothingBehind(int rounds);
 
-    // These serve the window meanwhile, and give up after a minute with an exception that says what they waited for.
-    static void waitFor(QWidget* screen);
-    void waitFor(NextAction action) const;
+    /// Serves the window meanwhile, and gives up after a minute with an exception that says what it waited for.
     static void waitUntil(const char* what, const std::function<bool()>& condition);
 
     template <typename Action>
@@ -61,17 +57,14 @@ class RealTimeApp {
     /// Logs and traces of the process, emptied at each start.
     static const support::TemporaryFolder& folder();
 
+    simulator::RecordingExceptionHandler exceptions;
+
   private:
     support::UsbBackend& mUsb;
     platform::QtMainQueue mMainQueue;
     WorkerQueue mGlobalQueue;
     platform::Bundle mBundle{TROVIK_RESOURCES, {}};
     simulator::RecordingScriptRunner mScripts;
-
-  public:
-    simulator::RecordingExceptionHandler exceptions;
-
-  private:
     platform::PlatformScope mScope{platform::withLinuxFiles({.runLoops = &mUsb.runLoops(),
                                                              .masterPort = &mUsb.registry(),
                                                              .mainQueue = &mMainQueue,

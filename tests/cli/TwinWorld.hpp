@@ -28,14 +28,11 @@ namespace twin_test {
 /// against the schema.
 class Written final : public testing::Environment {
   public:
-    static std::string& all() {
-        static std::string lines;
-        return lines;
-    }
+    static inline std::string all;
     void TearDown() override {
-        if (all().empty()) return;
+        if (all.empty()) return;
         const support::TemporaryFolder folder;
-        support::WriteFile(folder / "events", all());
+        support::WriteFile(folder / "events", all);
         const std::string command = std::string("python3 ") + TROVIK_CHECK_EVENTS + " " + (folder / "events");
         EXPECT_EQ(std::system(command.c_str()), 0);
     }
@@ -84,7 +81,7 @@ class World {
         twin::Status status = twin::Status::Done;
         const auto options = twin::parse(arguments, "1.0", out, people, status);
         if (!options) {
-            Written::all() += out.str();
+            Written::all += out.str();
             return status;
         }
         twin::ScenarioScripts scripts(scenario.stationTakes);
@@ -109,7 +106,7 @@ class World {
         constexpr bool kDrawsLines = false;
         status = twin::run(*options, {out, people, kDrawsLines, answer, time.workers, folder / "journal", "1.0",
                                       twin::plainDiagnosis, stageBegan, onCancel});
-        Written::all() += out.str();
+        Written::all += out.str();
         return status;
     }
 

@@ -10,7 +10,6 @@
 #include <memory>
 #include <mutex>
 #include <semaphore>
-#include <string>
 #include <utility>
 #include <vector>
 

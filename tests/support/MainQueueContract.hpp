@@ -3,10 +3,8 @@
 #include "platform/Dispatch.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <thread>

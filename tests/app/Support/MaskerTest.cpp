@@ -5,8 +5,6 @@
 
 namespace {
 
-using testing::ElementsAreArray;
-
 TEST(Masker, ReplacesWholeWordsOfAnyCaseAndBytesInDumpsAcrossTheirRows) {
     Masker masker;
     masker.hide(Masker::Kind::User, "ann");
@@ -17,9 +15,8 @@ TEST(Masker, ReplacesWholeWordsOfAnyCaseAndBytesInDumpsAcrossTheirRows) {
     masker.hide(Masker::Kind::Serial, "12");  // would take each 12 out of each line
     masker.learn("I | Device on port 1-2, serial number: QX77-1, Unit ID 3812345678.");
     masker.learn("iSerial=0");
-    const struct {
-        std::vector<std::string> lines, masked;
-    } cases[] = {
+    using Lines = std::vector<std::string>;
+    const std::pair<Lines, Lines> cases[] = {
         {{"ANN planned a banner for Ann, ann2 and anna"}, {"<user-1> planned a banner for <user-1>, ann2 and anna"}},
         {{"Ann Öberg at ann-box.lan: /home/ann/x file:///home/ann"},
          {"<user-2> at <host-1>.lan: <home-1>/x file://<home-1>"}},
@@ -45,11 +42,11 @@ TEST(Masker, ReplacesWholeWordsOfAnyCaseAndBytesInDumpsAcrossTheirRows) {
         {{"0000: 53 4e 5f", "0000: 34 38 31 35"}, {"0000: 53 4e 5f", "0000: 34 38 31 35"}},
     };
     for (const auto& [lines, expected] : cases) {
-        std::vector<std::string> masked;
+        Lines masked;
         Masker::Lines stream(masker, [&](const std::string& line) { masked.push_back(line); });
         for (const std::string& line : lines) stream.add(line);
         stream.finish();
-        EXPECT_THAT(masked, ElementsAreArray(expected));
+        EXPECT_THAT(masked, testing::ElementsAreArray(expected));
     }
 }
 

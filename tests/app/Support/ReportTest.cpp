@@ -98,21 +98,14 @@ TEST_F(ReportTest, NothingInTheArchiveTellsWhoSomebodyIsOrWhichDeviceItIs) {
         support::WriteFile(sources.traces + "/" + name, planted + "Bad packet:\n10:00:00: " + dump(packet));
     sources.facts = planted;
     // A device in sysfs, in the way of the kernel.
-    const std::string device = folder / "devices/1-2/";
-    for (const auto& [name, value] :
-         std::initializer_list<std::pair<std::string, std::string>>{{"idVendor", std::to_string(0)},
-                                                                    {"idProduct", "0003"},
-                                                                    {"serial", "SN48151623"},
-                                                                    {"busnum", "1"},
-                                                                    {"devnum", "4"},
-                                                                    {"product", "Anna-Lena's watch"},
-                                                                    {"1-2:1.0/bInterfaceClass", "ff"},
-                                                                    {"../1-3/serial", "17"},
-                                                                    {"../1-4/serial", "179"}})
-        support::WriteFile(device + name, value + "\n");
     char vendor[8];
-    std::snprintf(vendor, sizeof vendor, "%04x\n", platform::kTrovikVendorId);
-    support::WriteFile(device + "idVendor", vendor);
+    std::snprintf(vendor, sizeof vendor, "%04x", platform::kTrovikVendorId);
+    const std::pair<const char*, const char*> attributes[] = {
+        {"1-2/idVendor", vendor}, {"1-2/idProduct", "0003"}, {"1-2/product", "Anna-Lena's watch"},
+        {"1-2/busnum", "1"},      {"1-2/devnum", "4"},       {"1-2/1-2:1.0/bInterfaceClass", "ff"},
+        {"1-3/serial", "17"},     {"1-4/serial", "179"},     {"1-2/serial", "SN48151623"}};
+    for (const auto& [name, value] : attributes)
+        support::WriteFile(folder / "devices" + "/" + name, std::string(value) + "\n");
     support::WriteFile(folder / "nodes/001/004", "");
     support::WriteFile(folder / "rules/60-trovik-reset-tool.rules", "# for anna-lena\n");
     platform::SurveyPlaces places;

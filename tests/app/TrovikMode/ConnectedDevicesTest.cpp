@@ -13,7 +13,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StartsWith;
 using List = std::vector<ConnectedDevice>;
 
 TEST(ConnectedDevices, AreToldAfterEachChangeByTheirOwnNameAndThenByTheIdentifiedOne) {
@@ -27,11 +26,6 @@ TEST(ConnectedDevices, AreToldAfterEachChangeByTheirOwnNameAndThenByTheIdentifie
     const ConnectedDevice other{world.path(second), "1-2", ""};
 
     support::LogRecorder log;
-    const auto logged = [&log] {
-        std::vector<std::string> lines;
-        for (const DDLogMessage& message : log.take()) lines.push_back(message.logMsg);
-        return lines;
-    };
     std::vector<List> told;
     std::optional<ConnectedDevices> devices;
     const auto watch = [&] { devices.emplace([&](const List& list) { told.push_back(list); }).watch(); };
@@ -45,16 +39,16 @@ TEST(ConnectedDevices, AreToldAfterEachChangeByTheirOwnNameAndThenByTheIdentifie
     EXPECT_THAT(take(), ElementsAre(ElementsAre(first)));
     world.plug(second);
     EXPECT_THAT(take(), ElementsAre(ElementsAre(first, other)));
-    EXPECT_THAT(logged(), ElementsAre(StartsWith("TRV-102 ")));
+    EXPECT_THAT(log.take(), ElementsAre(testing::Field(&DDLogMessage::logMsg, testing::StartsWith("TRV-102 "))));
     EXPECT_THAT(world.device().record().received(), IsEmpty()) << "nothing is ever opened for this";
 
     const unsigned char clear[] = {0x27, 0};
     EXPECT_TRUE(UsbTrovikModeIoLink::initWithPath(first.path)->sendIopCommand(10, clear, false, nullptr));
     EXPECT_THAT(take(), ElementsAre(ElementsAre(identified, other)));
-    logged();
+    log.take();
     world.unplug();
     EXPECT_THAT(take(), ElementsAre(ElementsAre(other)));
-    EXPECT_THAT(logged(), ElementsAre("Device at port 1-1 was detached"));
+    EXPECT_THAT(log.take(), ElementsAre(testing::Field(&DDLogMessage::logMsg, "Device at port 1-1 was detached")));
     world.plug();
     EXPECT_THAT(take(), ElementsAre(ElementsAre(first, other))) << "it may be another device";
 

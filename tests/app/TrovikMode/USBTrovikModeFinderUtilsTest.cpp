@@ -8,15 +8,14 @@ namespace {
 using namespace support;
 using simulator::BusOperation;
 using simulator::Fault;
-using simulator::Profile;
 
 TEST(Finder, ListsTheDevicesInTrovikModeThatCanBeNamedAndTellsNoneFromNoAnswer) {
     SimulatedDevice world;
-    Profile otherProduct, otherRelease, otherVendor;
+    simulator::Profile otherProduct, otherRelease, otherVendor;
     otherProduct.productId = 4;
     otherRelease.releaseNumber = 2;
     otherVendor.vendorId ^= 1;
-    for (const Profile& lookalike : {otherProduct, otherRelease, otherVendor})
+    for (const simulator::Profile& lookalike : {otherProduct, otherRelease, otherVendor})
         world.plug(world.bus.addDevice(lookalike));
     const auto second = world.bus.addDevice({});
     world.plug(second);

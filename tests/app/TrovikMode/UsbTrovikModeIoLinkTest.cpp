@@ -11,20 +11,16 @@
 #include <array>
 #include <filesystem>
 #include <sys/stat.h>
+#include <tuple>
 #include <utility>
 
 namespace {
 
 using namespace support;
-using simulator::Fault;
 using simulator::FaultKind;
 
 TEST(IoLink, TellsTheClassesOfExceptionsApart) {
-    struct {
-        std::function<void()> raise;
-        const char* description;
-        const char* id;  ///< of the cause
-    } const cases[] = {
+    const std::tuple<std::function<void()>, std::string, const char*> cases[] = {
         {[] { throw glo::Timeout_t("a/b/Here", 7); }, "issueCommand Timeout [File: Here at Line: 7]", "TRV-303"},
         {[] { throw ant::AuthenticateReject_t("Here", 8); },
          "issueCommand Authentication Rejected [File: Here at Line: 8]", "TRV-306"},
@@ -36,33 +32,33 @@ TEST(IoLink, TellsTheClassesOfExceptionsApart) {
         {[] { throw glo::ExitThread_t(); }, "issueCommand Failed: Unknown Exception [File:  at Line: 0]", "TRV-901"},
         {[] { throw 1; }, "issueCommand Failed: Unknown Exception [File:  at Line: 0]", "TRV-901"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [raise, description, id] : cases) {
         ScriptedDevice world;
         world.startsSession();
         const auto facade = UsbTrovikModeIoLink::initWithPath("scripted");
         LogRecorder log;
         Error error;
         error.userInfo["kept"] = "yes";
-        world.usb.endsWrite({.raise = c.raise});
+        world.usb.endsWrite({.raise = raise});
         EXPECT_TRUE(WaitsForItsLine(true, [&] { EXPECT_FALSE(facade->sendIopCommand(10, {}, false, &error)); }));
-        EXPECT_EQ(error.description(), "TrovikModeIoLink: " + std::string(c.description));
+        EXPECT_EQ(error.description(), "TrovikModeIoLink: " + description);
         EXPECT_EQ(error.domain, "NonvolToolErrorDomain");
         EXPECT_EQ(error.code, 0);
         EXPECT_EQ(error.userInfo["kept"], "yes");
-        world.usb.endsWrite({.raise = c.raise});
+        world.usb.endsWrite({.raise = raise});
         EXPECT_FALSE(facade->sendIopCommand(10, {}, false, nullptr));
         const auto lines = log.take();
         ASSERT_EQ(lines.size(), 2U) << "without an error object nothing is logged";
         EXPECT_EQ(lines[0].logMsg, error.description());
         EXPECT_EQ(lines[0].logFlag, DDLogFlagError);
         EXPECT_EQ(lines[0].fileName() + " " + std::to_string(lines[0].lineNumber), "TrovikModeUtil 55");
-        EXPECT_THAT(lines[1].logMsg, testing::StartsWith(c.id));
+        EXPECT_THAT(lines[1].logMsg, testing::StartsWith(id));
     }
 }
 
 TEST(IoLink, ThatCannotBeMadeIsLoggedWithTheRaiseSite) {
     SimulatedDevice world;
-    world.addFault(Fault::onPacket(5, FaultKind::Ignore).onLayer(0).committed(100));
+    world.addFault(simulator::Fault::onPacket(5, FaultKind::Ignore).onLayer(0).committed(100));
     LogRecorder log;
     const auto logsOf = [&log](const std::optional<std::string>& path) {
         EXPECT_TRUE(WaitsForItsLine(true, [&] { EXPECT_FALSE(UsbTrovikModeIoLink::initWithPath(path)); }));
@@ -102,7 +98,7 @@ TEST(IoLink, SaysOnceInOneLineWhatTheDeviceSaysOfItselfWithoutAskingForIt) {
 TEST(IoLink, NamesADeviceThatHasGoneAndAConnectionThatFailsApart) {
     for (const auto& [kind, id] : {std::pair(FaultKind::Unplug, "TRV-301"), std::pair(FaultKind::Stall, "TRV-302")}) {
         SimulatedDevice world;
-        world.addFault(Fault::onPacket(113, kind));
+        world.addFault(simulator::Fault::onPacket(113, kind));
         const auto link = UsbTrovikModeIoLink::initWithPath(world.path());
         LogRecorder log;
         Error error;

@@ -13,7 +13,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::FieldsAre;
 using ViewUtilities::setAndPinSubview;
 
 /// A container of 300 x 200 with two screens that it does not own.
@@ -23,11 +22,7 @@ struct ViewUtilitiesTest : testing::Test {
         container.show();
     }
 
-    std::vector<QWidget*> children() const {
-        const auto list = container.findChildren<QWidget*>(Qt::FindDirectChildrenOnly);
-        return {list.begin(), list.end()};
-    }
-
+    QWidgetList children() const { return container.findChildren<QWidget*>(Qt::FindDirectChildrenOnly); }
     const std::vector<LayoutConstraint>& constraints() const { return ConstraintLayout::of(container).constraints(); }
 
     mutable QWidget container;
@@ -44,7 +39,7 @@ TEST_F(ViewUtilitiesTest, PinningAddsTheViewWithItsFourEdgesOnceAndFillsTheConta
     EXPECT_EQ(first.graphicsEffect(), nullptr);
     EXPECT_THAT(children(), ElementsAre(&first));
     const auto edge = [](const QWidget* one, LayoutAttribute attribute, const QWidget* other) {
-        return FieldsAre(one, attribute, other, attribute, 1.0, 0.0, 251.0F);
+        return testing::FieldsAre(one, attribute, other, attribute, 1.0, 0.0, 251.0F);
     };
     EXPECT_THAT(constraints(), ElementsAre(edge(&first, LayoutAttribute::Leading, &container),
                                            edge(&container, LayoutAttribute::Trailing, &first),

@@ -11,10 +11,9 @@
 #include <mutex>
 #include <semaphore>
 #include <sys/resource.h>
+#include <tuple>
 
 namespace {
-
-using Texts = std::vector<std::string>;
 
 /// Keeps the files apart by their moment, so that a roll never replaces one, and tells of each roll.
 class TellingManager final : public DDLogFileManagerDefault {
@@ -107,29 +106,25 @@ TEST_P(FileLogger, RollsAfterTheLineThatReachesTheMaximumAloneOrInABatch) {
 }
 
 TEST_P(FileLogger, NewestFileIsReusedOnlyBelowSizeAndAgeAndUnarchived) {
-    struct Case {
-        const char* name;
-        std::uint64_t maximumFileSize;
-        double rollingFrequency;
-        bool archived, reused;
-    };
-    for (const Case& tested : {Case{"below all", 11, 86400, false, true}, Case{"as large", 10, 86400, false, false},
-                               Case{"as old", 11, 3600, false, false}, Case{"younger", 11, 3700, false, true},
-                               Case{"archived", 11, 86400, true, false}, Case{"no limits", 0, 0, false, true},
-                               Case{"no limits, archived", 0, -1, true, false}}) {
-        SCOPED_TRACE(tested.name);
+    const std::tuple<const char*, std::uint64_t, double, bool, bool> cases[] = {
+        {"below all", 11, 86400, false, true},      {"as large", 10, 86400, false, false},
+        {"as old", 11, 3600, false, false},         {"younger", 11, 3700, false, true},
+        {"archived", 11, 86400, true, false},       {"no limits", 0, 0, false, true},
+        {"no limits, archived", 0, -1, true, false}};
+    for (const auto& [name, maximumFileSize, rollingFrequency, isArchived, isReused] : cases) {
+        SCOPED_TRACE(name);
         startAfresh();
         manager->archived.clear();
         DDLogFileInfo earlier(manager->createNewLogFile());
         support::WriteFile(earlier.filePath(), "123456789\n");
         ASSERT_TRUE(earlier.setCreationDate(platform::wallClock().now() - std::chrono::seconds(3601)));
-        earlier.setIsArchived(tested.archived);
-        logger->setMaximumFileSize(tested.maximumFileSize);
-        logger->setRollingFrequency(tested.rollingFrequency);
+        earlier.setIsArchived(isArchived);
+        logger->setMaximumFileSize(maximumFileSize);
+        logger->setRollingFrequency(rollingFrequency);
         log("next");
-        EXPECT_EQ(files(), tested.reused ? Texts{"123456789\nnext\n"} : (Texts{"123456789\n", "next\n"}));
-        EXPECT_EQ(manager->archived, tested.reused ? Texts{} : Texts{earlier.filePath()});
-        EXPECT_TRUE(earlier.isArchived() || tested.reused);
+        EXPECT_EQ(files(), isReused ? Texts{"123456789\nnext\n"} : (Texts{"123456789\n", "next\n"}));
+        EXPECT_EQ(manager->archived, isReused ? Texts{} : Texts{earlier.filePath()});
+        EXPECT_TRUE(earlier.isArchived() || isReused);
     }
 }
 

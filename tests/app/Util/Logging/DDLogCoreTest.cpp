@@ -13,8 +13,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 /// Keeps what it is given and has a function look at it, on the logger's queue. Read it after a synchronous call or a
 /// flush.
 struct RecordingLogger : DDAbstractLogger {
@@ -47,10 +45,6 @@ void add(DDLogCore& core, std::shared_ptr<DDAbstractLogger> logger, std::uint32_
 
 void post(DDLogCore& core, const std::string& text, bool asynchronously = true, std::uint32_t flag = 4) {
     EXPECT_TRUE(core.queueLogMessage(messageWithText(text, flag), asynchronously));
-}
-
-void flush(DDLogCore& core) {
-    core.loggingQueue().dispatch_sync([&] { core.lt_flush(); });
 }
 
 /// The loggers take the messages one by one, or in batches.
@@ -157,7 +151,7 @@ TEST(DDLogCore, LevelOfALoggerIsComparedAsANumber) {
             post(core, std::to_string(flag), true, flag);
             if (flag <= level) admitted.push_back(std::to_string(flag));
         }
-        flush(core);
+        core.flushLog();
         EXPECT_EQ(logger->texts(), admitted) << level;
     }
 }
@@ -190,7 +184,7 @@ TEST(DDLogCore, LoggersComeAndGoInOrderWithTheMessages) {
         add(core, logger);
         post(core, "first");
         post(core, "second");
-        flush(core);
+        core.flushLog();
         core.loggingQueue().dispatch_async([&] { core.lt_removeLogger(logger.get()); });
         post(core, "after");
     }

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -93,19 +94,17 @@ TEST(DDTTYLogger, ColoursOfTheTagComeBeforeThoseOfFlagAndContextAndOnlyWhenEnabl
     EXPECT_FALSE(console.logger.colorsEnabled());
     EXPECT_EQ(console.log(messageAt("a", 1)), "A\n");
     console.logger.setColorsEnabled(true);
-    struct Case {
-        std::uint32_t flag;
-        std::int32_t context;
-        const int* tag;
-        const char* line;
-    };
-    for (const Case& tested : {Case{1, 0, nullptr, "\033[31mA\n\033[0m"}, Case{2, 0, nullptr, "\033[31mA\n\033[0m"},
-                               Case{4, 0, nullptr, "A\n"}, Case{4, 9, nullptr, "\033[1;34m\033[1;44mA\n\033[0m"},
-                               Case{1, 0, &tag, "\033[41mA\n\033[0m"}}) {
-        DDLogMessage message = messageAt("a", tested.flag);
-        message.logContext = tested.context;
-        message.tag = tested.tag;
-        EXPECT_EQ(console.log(message), tested.line) << tested.flag << (tested.tag ? " with the tag" : "");
+    const std::tuple<std::uint32_t, std::int32_t, const int*, const char*> cases[] = {
+        {1, 0, nullptr, "\033[31mA\n\033[0m"},
+        {2, 0, nullptr, "\033[31mA\n\033[0m"},
+        {4, 0, nullptr, "A\n"},
+        {4, 9, nullptr, "\033[1;34m\033[1;44mA\n\033[0m"},
+        {1, 0, &tag, "\033[41mA\n\033[0m"}};
+    for (const auto& [flag, context, ownTag, line] : cases) {
+        DDLogMessage message = messageAt("a", flag);
+        message.logContext = context;
+        message.tag = ownTag;
+        EXPECT_EQ(console.log(message), line) << flag << (ownTag ? " with the tag" : "");
     }
 
     const DDTTYColor beyond{1.5, -0.5, 205 / 255.0};
@@ -117,33 +116,32 @@ TEST(DDTTYLogger, ColoursOfTheTagComeBeforeThoseOfFlagAndContextAndOnlyWhenEnabl
 
 TEST(DDTTYPaletteTest, NearestEntryWinsAndTheFirstOfSeveral) {
     const DDTTYPalette few = DDTTYPalette::with16Colors(), many = DDTTYPalette::with256Colors();
-    struct Case {
-        unsigned red, green, blue;
-        const char *few, *many;
-    };
     // White stands twice in the large table; the last two are as far from the entry as from a later one.
-    for (const Case& tested : {Case{255, 255, 255, "1;47", "48;5;15"}, Case{95, 135, 175, "1;40", "48;5;67"},
-                               Case{10, 9, 8, "40", "48;5;232"}, Case{255, 135, 0, "43", "48;5;208"},
-                               Case{34, 235, 35, "1;42", "48;5;10"}, Case{234, 182, 118, "47", "48;5;180"}}) {
-        const DDTTYColor color = DDTTYColor::fromBytes(tested.red, tested.green, tested.blue);
-        EXPECT_EQ(few.backgroundCode(color), std::string("\033[") + tested.few + "m") << tested.red;
-        EXPECT_EQ(many.backgroundCode(color), std::string("\033[") + tested.many + "m") << tested.red;
+    const std::tuple<unsigned, unsigned, unsigned, std::string, std::string> cases[] = {
+        {255, 255, 255, "1;47", "48;5;15"}, {95, 135, 175, "1;40", "48;5;67"}, {10, 9, 8, "40", "48;5;232"},
+        {255, 135, 0, "43", "48;5;208"},    {34, 235, 35, "1;42", "48;5;10"},  {234, 182, 118, "47", "48;5;180"}};
+    for (const auto& [red, green, blue, fewCode, manyCode] : cases) {
+        const DDTTYColor color = DDTTYColor::fromBytes(red, green, blue);
+        EXPECT_EQ(few.backgroundCode(color), "\033[" + fewCode + "m") << red;
+        EXPECT_EQ(many.backgroundCode(color), "\033[" + manyCode + "m") << red;
     }
     EXPECT_EQ(many.foregroundCode(DDTTYColor::fromBytes(95, 135, 175)), "\033[38;5;67m");
 }
 
 TEST(DDTTYPaletteTest, TerminalIsToldByTheEnvironment) {
-    struct Case {
-        const char *term, *console, *code;  // for pure red
-    };
-    for (const Case& tested :
-         {Case{"xterm-256color", nullptr, "\033[38;5;9m"}, Case{"XTERM-Color", nullptr, "\033[1;31m"},
-          Case{"dumb", nullptr, ""}, Case{"vt256", "YES", ""}, Case{nullptr, "YES", "\033[fg255,0,0;"},
-          Case{nullptr, "NO", ""}, Case{nullptr, nullptr, ""}}) {
-        tested.term ? ::setenv("TERM", tested.term, 1) : ::unsetenv("TERM");
-        tested.console ? ::setenv("XcodeColors", tested.console, 1) : ::unsetenv("XcodeColors");
-        EXPECT_EQ(DDTTYPalette::fromEnvironment().foregroundCode({1, 0, 0}), tested.code);
-        EXPECT_EQ(DDTTYPalette::fromEnvironment().resetCode().empty(), *tested.code == '\0');
+    // The terminal, the console's switch, and the code for pure red.
+    const std::tuple<const char*, const char*, std::string> cases[] = {{"xterm-256color", nullptr, "\033[38;5;9m"},
+                                                                       {"XTERM-Color", nullptr, "\033[1;31m"},
+                                                                       {"dumb", nullptr, ""},
+                                                                       {"vt256", "YES", ""},
+                                                                       {nullptr, "YES", "\033[fg255,0,0;"},
+                                                                       {nullptr, "NO", ""},
+                                                                       {nullptr, nullptr, ""}};
+    for (const auto& [term, console, code] : cases) {
+        term ? ::setenv("TERM", term, 1) : ::unsetenv("TERM");
+        console ? ::setenv("XcodeColors", console, 1) : ::unsetenv("XcodeColors");
+        EXPECT_EQ(DDTTYPalette::fromEnvironment().foregroundCode({1, 0, 0}), code);
+        EXPECT_EQ(DDTTYPalette::fromEnvironment().resetCode().empty(), code.empty());
     }
     ::unsetenv("XcodeColors");
 }

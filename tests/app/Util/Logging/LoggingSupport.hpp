@@ -12,6 +12,8 @@
 #include <time.h>
 #include <vector>
 
+using Texts = std::vector<std::string>;
+
 /// A time zone for the life of this object.
 class TimeZone {
   public:
@@ -37,7 +39,7 @@ inline DDLogMessage messageWithText(std::string text, std::uint32_t flag = 4) {
 }
 
 /// Has a logger write messages together, where the core would have it write.
-inline void deliver(DDAbstractLogger& logger, const std::vector<std::string>& texts) {
+inline void deliver(DDAbstractLogger& logger, const Texts& texts) {
     std::vector<DDLogMessage> messages;
     std::vector<const DDLogMessage*> batch;
     for (const auto& text : texts) messages.push_back(messageWithText(text));

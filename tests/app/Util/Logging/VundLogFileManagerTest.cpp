@@ -8,11 +8,9 @@
 
 #include <atomic>
 #include <ctime>
+#include <tuple>
 
 namespace {
-
-using support::ReadFile;
-using Texts = std::vector<std::string>;
 
 /// A time of day that stands still until the test moves it.
 struct ManualWallClock final : platform::WallClock {
@@ -43,7 +41,9 @@ class VundLogFileManagerTest : public testing::Test {
     }
 
     static std::string inFolder(const std::string& name) { return TrovikLogs::logsDirectory() + "/" + name; }
-    static std::string textOf(const std::string& day) { return ReadFile(inFolder("ResetTool_" + day + ".txt")); }
+    static std::string textOf(const std::string& day) {
+        return support::ReadFile(inFolder("ResetTool_" + day + ".txt"));
+    }
 
     std::unique_ptr<DDFileLogger> makeLogger() const {
         auto logger = std::make_unique<DDFileLogger>(manager);
@@ -91,56 +91,51 @@ TEST_F(VundLogFileManagerTest, SecondRollOnADayStartsTheDaysFileAfresh) {
 }
 
 TEST_F(VundLogFileManagerTest, FileLastsUntilMidnightOnDaysOfAnyLength) {
-    struct Case {
-        const char *zone, *day, *next;
-    };
     // Days of 23, 25 and 24 hours; then a day without a first midnight, the day before it, and one before two
     // midnights.
-    for (const Case& tested :
-         {Case{"Europe/Berlin", "2035.03.25", "2035.03.26"}, Case{"Europe/Berlin", "2035.10.28", "2035.10.29"},
-          Case{"Europe/Berlin", "2035.11.15", "2035.11.16"}, Case{"America/Havana", "2035.03.11", "2035.03.12"},
-          Case{"America/Havana", "2035.03.10", "2035.03.11"}, Case{"America/Havana", "2035.11.03", "2035.11.04"}}) {
-        SCOPED_TRACE(std::string(tested.zone) + " " + tested.day);
-        const TimeZone here(tested.zone);
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"Europe/Berlin", "2035.03.25", "2035.03.26"},  {"Europe/Berlin", "2035.10.28", "2035.10.29"},
+        {"Europe/Berlin", "2035.11.15", "2035.11.16"},  {"America/Havana", "2035.03.11", "2035.03.12"},
+        {"America/Havana", "2035.03.10", "2035.03.11"}, {"America/Havana", "2035.11.03", "2035.11.04"}};
+    for (const auto& [place, day, next] : cases) {
+        SCOPED_TRACE(std::string(place) + " " + day);
+        const TimeZone here(place);
         emptyFolder();
-        clock.setLocal(tested.day, "04:00:00");
+        clock.setLocal(day, "04:00:00");
         const auto logger = makeLogger();
         deliver(*logger, "early");
-        clock.setLocal(tested.day, "23:59:59");
+        clock.setLocal(day, "23:59:59");
         checkAge(*logger);
         deliver(*logger, "late");
         clock.moment = clock.now() + std::chrono::seconds(1);
         checkAge(*logger);
         deliver(*logger, "next day");
-        EXPECT_EQ(textOf(tested.day), "early\nlate\n");
+        EXPECT_EQ(textOf(day), "early\nlate\n");
         // A start on the same day goes on with the file, one on another day does not.
         deliver(*makeLogger(), "same day");
-        EXPECT_EQ(textOf(tested.next), "next day\nsame day\n");
+        EXPECT_EQ(textOf(next), "next day\nsame day\n");
     }
 }
 
 TEST(LogFormatters, LinesHaveTimeThreadLetterAndTextOrTimeAndText) {
-    struct Case {
-        const char* zone;
-        std::uint32_t flag, thread;
-        const char* line;
-    };
     UILogFormatter formatter;  // adds nothing to the other one
     int second = 0;
-    for (const Case& tested : {Case{"Europe/Berlin", 4, 7171, "2026-11-18 20.26.40 (GMT+01:00) | 7171 | I | Text"},
-                               Case{"UTC", 2, 1, "2026-11-18 19.26.41 (GMT) | 1 | W | Text"},
-                               Case{"Asia/Kolkata", 1, 1, "2026-11-19 00.56.42 (GMT+05:30) | 1 | E | Text"},
-                               Case{"America/St_Johns", 8, 1, "2026-11-18 15.56.43 (GMT-03:30) | 1 | V | Text"},
-                               Case{"UTC", 16, 0xFFFFFFFF, "2026-11-18 19.26.44 (GMT) | -1 | V | Text"},
-                               Case{"UTC", 7, 1, "2026-11-18 19.26.45 (GMT) | 1 | I | Text"},
-                               Case{"<+0100>-1:00:30", 3, 1, "2026-11-18 20.27.16 (GMT+01:00:30) | 1 | W | Text"}}) {
-        const TimeZone here(tested.zone);
-        DDLogMessage message = messageWithText("Text", tested.flag);
-        message.machThreadID = tested.thread;
+    const std::tuple<const char*, std::uint32_t, std::uint32_t, const char*> cases[] = {
+        {"Europe/Berlin", 4, 7171, "2026-11-18 20.26.40 (GMT+01:00) | 7171 | I | Text"},
+        {"UTC", 2, 1, "2026-11-18 19.26.41 (GMT) | 1 | W | Text"},
+        {"Asia/Kolkata", 1, 1, "2026-11-19 00.56.42 (GMT+05:30) | 1 | E | Text"},
+        {"America/St_Johns", 8, 1, "2026-11-18 15.56.43 (GMT-03:30) | 1 | V | Text"},
+        {"UTC", 16, 0xFFFFFFFF, "2026-11-18 19.26.44 (GMT) | -1 | V | Text"},
+        {"UTC", 7, 1, "2026-11-18 19.26.45 (GMT) | 1 | I | Text"},
+        {"<+0100>-1:00:30", 3, 1, "2026-11-18 20.27.16 (GMT+01:00:30) | 1 | W | Text"}};
+    for (const auto& [zone, flag, thread, expected] : cases) {
+        const TimeZone here(zone);
+        DDLogMessage message = messageWithText("Text", flag);
+        message.machThreadID = thread;
         message.timestamp = std::chrono::system_clock::from_time_t(1795030000 + second++);
         std::string line;
         EXPECT_TRUE(formatter.formatLogMessage(message, line));
-        EXPECT_EQ(line, tested.line);
+        EXPECT_EQ(line, expected);
     }
     const TimeZone here("Europe/Berlin");
     std::string line;

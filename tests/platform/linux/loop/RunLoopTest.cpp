@@ -20,6 +20,7 @@
 #include <sys/eventfd.h>
 #include <system_error>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -37,7 +38,7 @@ class EventSource final : public CFRunLoopSource {
             eventfd_t count = 0;
             EXPECT_EQ(eventfd_read(mEvent.get(), &count), 0);
             ++served;
-            if (onServed) onServed();
+            onServed();
         });
     }
     void cancelled() override {
@@ -47,7 +48,7 @@ class EventSource final : public CFRunLoopSource {
     void Signal() { eventfd_write(mEvent.get(), 1); }
 
     int served = 0, cancellations = 0;
-    std::function<void()> onServed;
+    std::function<void()> onServed = [] {};
 
   private:
     AsioRunLoop& mLoop;
@@ -264,11 +265,7 @@ TEST_F(RunLoop, AnotherEventLoopIsWokenForWhatTheDefaultModeHasToDoAndForNothing
     const auto late = std::make_shared<EventSource>(*loop);
     loop->CFRunLoopAddSource(late, kCFRunLoopDefaultMode);
     std::unique_ptr<CFRunLoopTimer> timer;
-    const struct {
-        const char* what;
-        std::function<void()> begin;
-        std::function<int()> done;
-    } rows[] = {
+    const std::tuple<const char*, std::function<void()>, std::function<int()>> rows[] = {
         {"a block of another thread",
          [&] { std::thread([&] { loop->CFRunLoopPerformBlock(kCFRunLoopDefaultMode, count); }).join(); },
          [&] { return served - 1; }},
@@ -277,13 +274,13 @@ TEST_F(RunLoop, AnotherEventLoopIsWokenForWhatTheDefaultModeHasToDoAndForNothing
         {"a timer", [&] { timer = loop->CFRunLoopAddTimer(kCFRunLoopDefaultMode, In(0.01), 0, count); },
          [&] { return served - 2; }},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, begin, done] : rows) {
+        SCOPED_TRACE(what);
         EXPECT_FALSE(readable(false));
-        row.begin();
+        begin();
         EXPECT_TRUE(readable(true));
         loop->serveDefaultMode();
-        EXPECT_EQ(row.done(), 1);
+        EXPECT_EQ(done(), 1);
     }
 
     source->Signal();

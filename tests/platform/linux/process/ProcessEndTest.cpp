@@ -91,35 +91,26 @@ struct Printing final : NSExceptionHandlerDelegate {
     bool throws = false;
 };
 
-class TerminateExceptionHandlerDeathTest : public testing::Test {
-  protected:
-    TerminateExceptionHandlerDeathTest() {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-        handler.setDelegate(&delegate);
-        handler.setExceptionHandlingMask(255);
-    }
-
-    /// How the process ends when nobody catches: gtest would on the test's own thread.
-    template <typename E, typename Matcher>
-    static void ExpectReport(const E& exception, const Matcher& report) {
-        EXPECT_EXIT(std::thread([&] { throw exception; }).join(), testing::KilledBySignal(SIGABRT), report);
-    }
-
+TEST(TerminateExceptionHandlerDeathTest, UncaughtExceptionIsReportedBeforeTheProcessAbortsIfAnybodyAsked) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     TerminateExceptionHandler handler;
     Printing delegate;
-};
-
-TEST_F(TerminateExceptionHandlerDeathTest, UncaughtExceptionIsReportedBeforeTheProcessAbortsIfAnybodyAsked) {
-    ExpectReport(std::out_of_range("too far"),
+    handler.setDelegate(&delegate);
+    handler.setExceptionHandlingMask(255);
+    // How the process ends when nobody catches: gtest would on the test's own thread.
+    const auto expectReport = [](const auto& exception, const auto& report) {
+        EXPECT_EXIT(std::thread([&] { throw exception; }).join(), testing::KilledBySignal(SIGABRT), report);
+    };
+    expectReport(std::out_of_range("too far"),
                  "name std::out_of_range reason 'too far' mask 255 frames some\nasked twice\n");
-    ExpectReport(OddException(), "OddException reason '' mask 255");
+    expectReport(OddException(), "OddException reason '' mask 255");
     delegate.throws = true;
-    ExpectReport(std::runtime_error("x"), "name std::runtime_error");
+    expectReport(std::runtime_error("x"), "name std::runtime_error");
     handler.setExceptionHandlingMask(0);
-    ExpectReport(std::runtime_error("x"), testing::Not(testing::HasSubstr("name std")));
+    expectReport(std::runtime_error("x"), testing::Not(testing::HasSubstr("name std")));
     handler.setExceptionHandlingMask(255);
     handler.setDelegate(nullptr);
-    ExpectReport(std::runtime_error("x"), testing::Not(testing::HasSubstr("name std")));
+    expectReport(std::runtime_error("x"), testing::Not(testing::HasSubstr("name std")));
 }
 
 }  // namespace

@@ -100,17 +100,9 @@ TEST_F(ScriptRunnerTest, EveryProcessOfTheExactNameQuitsAndNoOther) {
         << "an ended one that nobody waited for does not count";
 }
 
-TEST_F(ScriptRunnerTest, ProcessThatStaysMakesTheScriptFail) {
+TEST_F(ScriptRunnerTest, ProcessThatStaysMakesTheScriptFailInTheEndAndAtOnceWhenItIsStopped) {
     const std::string name = "stays " + id;
-    const Child child(folder, name, true), other(folder, name);
-    SignalScriptRunner impatient(std::chrono::milliseconds(50));
-    EXPECT_FALSE(impatient.executeAndReturnError(Quit(name), {}));
-    EXPECT_FALSE(child.HasEnded());
-}
-
-TEST_F(ScriptRunnerTest, StopEndsTheWait) {
-    const std::string name = "stopped " + id;
-    const Child child(folder, name, true);
+    const Child other(folder, name), child(folder, name, true);
     SignalScriptRunner patient(std::chrono::hours(1));
     std::stop_source stop;
     auto ended =
@@ -118,6 +110,8 @@ TEST_F(ScriptRunnerTest, StopEndsTheWait) {
     while (!child.WasAsked()) std::this_thread::yield();
     stop.request_stop();
     EXPECT_FALSE(ended.get());
+    EXPECT_FALSE(SignalScriptRunner(std::chrono::milliseconds(50)).executeAndReturnError(Quit(name), {}));
+    EXPECT_FALSE(child.HasEnded());
 }
 
 TEST_F(ScriptRunnerTest, ShellCommandGivesItsExitStatus) {

@@ -32,9 +32,8 @@ TEST_F(BundleTest, TextsComeInTheWantedLanguageThenInEnglishThenAsTheValueThenAs
         {{}, "a", "", "Localizable", "a-en"},   {{"en", "de"}, "a", "", "", "a-en"},
         {{"de"}, "c", "value", "", "value"},    {{"de"}, "c", "", "", "c"},
         {{"de"}, "a", "", "Nowhere", "a"}};
-    for (const auto& [languages, key, value, table, text] : cases) {
+    for (const auto& [languages, key, value, table, text] : cases)
         EXPECT_EQ(Bundle(folder.path(), languages).localizedStringForKey(key, value, table), text) << key << table;
-    }
 }
 
 TEST_F(BundleTest, LanguagesFollowTheEnvironment) {

@@ -105,25 +105,21 @@ TEST_F(UserDefaultsTest, TheFolderIsThatOfTheUsersConfiguration) {
 }
 
 TEST_F(UserDefaultsTest, WhatAnotherProcessWroteMeanwhileIsKept) {
-    const auto text = [](const char* value) { return PropertyList{std::string(value)}; };
-    ASSERT_TRUE(defaults.setPersistentDomain(
-        {{"mine", text("1")}, {"theirs", text("1")}, {"both", text("1")}, {"dropped", text("1")}}, kDomain));
-    Dictionary mine = defaults.persistentDomainForName(kDomain);
-    UserDefaults other(kDomain, folder);
-    ASSERT_TRUE(other.setPersistentDomain(
-        {{"mine", text("1")}, {"theirs", text("2")}, {"both", text("2")}, {"dropped", text("1")}, {"new", text("2")}},
-        kDomain));
-    mine["mine"] = text("3");
-    mine["both"] = text("3");
-    mine.erase("dropped");
+    const PropertyList one{std::int64_t{1}}, two{std::int64_t{2}}, three{std::int64_t{3}};
+    const Dictionary before = {{"mine", one}, {"theirs", one}, {"both", one}, {"dropped", one}};
+    ASSERT_TRUE(defaults.setPersistentDomain(before, kDomain));
+    ASSERT_EQ(defaults.persistentDomainForName(kDomain), before);
+    Dictionary mine = {{"mine", three}, {"theirs", one}, {"both", three}};
+    ASSERT_TRUE(UserDefaults(kDomain, folder)
+                    .setPersistentDomain(
+                        {{"mine", one}, {"theirs", two}, {"both", two}, {"dropped", one}, {"new", two}}, kDomain));
     for (int round = 0; round < 2; ++round) {  // again, without reading in between
         ASSERT_TRUE(defaults.setPersistentDomain(mine, kDomain));
-        EXPECT_EQ(Stored(),
-                  (Dictionary{{"mine", text("3")}, {"theirs", text("2")}, {"both", text("3")}, {"new", text("2")}}));
+        EXPECT_EQ(Stored(), (Dictionary{{"mine", three}, {"theirs", two}, {"both", three}, {"new", two}}));
     }
-    mine["mine"] = text("1");  // as it was when the domain was last read
+    mine["mine"] = one;  // as it was when the domain was last read
     ASSERT_TRUE(defaults.setPersistentDomain(mine, kDomain));
-    EXPECT_EQ(Stored().at("mine"), text("1"));
+    EXPECT_EQ(Stored().at("mine"), one);
     ASSERT_TRUE(UserDefaults(kDomain, folder).setPersistentDomain({}, kDomain)) << "never read: replaced whole";
     EXPECT_EQ(Stored(), Dictionary{});
 }
@@ -178,9 +174,8 @@ TEST_F(UserDefaultsTest, WhatCantBeReadOrWrittenStaysAsItIs) {
         fs::remove(file);
     }
     EXPECT_FALSE(UserDefaults(kDomain, home / "pipe/Trovik").setPersistentDomain({{"a", {true}}}, kDomain));
-    for (const std::string& text : {std::string(4u << 20, 'x'), std::string("a\0b", 3)}) {
+    for (const std::string& text : {std::string(4u << 20, 'x'), std::string("a\0b", 3)})
         EXPECT_FALSE(defaults.setPersistentDomain({{"a", {text}}}, kDomain)) << "could not be read back";
-    }
     EXPECT_EQ(FilesInFolder(), 0);
 }
 
