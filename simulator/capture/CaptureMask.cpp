@@ -1,9 +1,11 @@
 #include "simulator/capture/CaptureMask.hpp"
 
+#include "platform/IOUSB.hpp"
 #include "simulator/engine/Wire.hpp"
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -20,12 +22,10 @@ namespace {
 
 using Span = std::span<unsigned char>;
 
-constexpr unsigned char kSetAddress = 5, kGetDescriptor = 6;  // requests
-constexpr unsigned char kDevice = 1, kString = 3, kBos = 15;  // descriptors
-constexpr unsigned char kContainerId = 4;                     // a device capability of the last: the unit's number
-constexpr std::uint32_t kSmallestNumber = 0x10000;            // that is looked for wherever it may stand
-constexpr std::size_t kShortestText = 4;                      // the same for a text
-constexpr std::size_t kLongestCode = 2;                       // bytes of data that can't say whose device it is
+constexpr unsigned char kContainerId = 4;           // a device capability of a BOS descriptor: the unit's number
+constexpr std::uint32_t kSmallestNumber = 0x10000;  // that is looked for wherever it may stand
+constexpr std::size_t kShortestText = 4;            // the same for a text
+constexpr std::size_t kLongestCode = 2;             // bytes of data that can't say whose device it is
 
 /// Packets whose data is the protocol's own or the model's.
 constexpr std::uint16_t kOpen[] = {
@@ -54,16 +54,11 @@ Bytes number(std::uint32_t value) {
     return Writer().u32(value).take();
 }
 
-std::uint32_t numberAt(std::span<const unsigned char> data) {
-    return *readU16(data) + 0x10000U * *readU16(data, 2);
-}
-
+/// @param pattern  of printf, with the least number of digits as "*"
 std::string hexOf(std::uint32_t value, const char* pattern, std::size_t digits) {
     char text[16];
-    std::snprintf(text, sizeof text, pattern, value);
-    std::string result(text);
-    if (result.size() < digits) result.insert(0, digits - result.size(), '0');
-    return result.substr(result.size() - digits);
+    std::snprintf(text, sizeof text, pattern, static_cast<int>(digits), value);
+    return text;
 }
 
 class Mask {
@@ -82,8 +77,8 @@ class Mask {
         std::ranges::reverse(to);
         add(from, to, false);
         addText(bytesOf(text), bytesOf(std::to_string(other)));
-        for (const char* pattern : {"%x", "%X"}) {
-            const std::string hex = hexOf(id, pattern, hexDigits(id));
+        for (const char* pattern : {"%0*x", "%0*X"}) {
+            const std::string hex = hexOf(id, pattern, 1);
             addText(bytesOf(hex), bytesOf(hexOf(other, pattern, hex.size())));
         }
     }
@@ -110,8 +105,9 @@ class Mask {
     }
 
     void maskId(Span data) {
-        const auto found = data.size() >= 4 ? mIds.find(numberAt(data)) : mIds.end();
-        if (found != mIds.end()) std::ranges::copy(number(found->second), data.begin());
+        const auto id = readU32(data);
+        if (const auto found = mIds.find(id.value_or(0)); found != mIds.end())
+            std::ranges::copy(number(found->second), data.begin());
     }
 
     /// Replaces what was learned wherever it stands.
@@ -145,11 +141,6 @@ class Mask {
         bool isWord;
     };
 
-    static std::size_t hexDigits(std::uint32_t value) {
-        std::size_t digits = 1;
-        while (value >>= 4) ++digits;
-        return digits;
-    }
     void add(Bytes from, Bytes to, bool isWord) { mPatterns.push_back({std::move(from), std::move(to), isWord}); }
     void addText(const Bytes& from, const Bytes& to) {
         add(from, to, true);
@@ -171,12 +162,9 @@ class Masking {
     }
 
     MaskedCapture run() {
-        for (const auto& attach : mAttaches) {
-            const Bytes serial = serialOf(attach);
-            forEachPacket(attach, [&](Span packet) { learn(packet); });
-            mSerials.push_back(serial);
-        }
-        for (const Bytes& serial : mSerials) mMask.learnSerial(serial);
+        for (const auto& attach : mAttaches) forEachPacket(attach, [&](Span packet) { learn(packet); });
+        // After all ids, since a serial number may be an id in digits.
+        for (const auto& attach : mAttaches) mMask.learnSerial(serialOf(attach));
         for (std::size_t i = 0; i < mAttaches.size(); ++i) {
             forEachPacket(mAttaches[i], [&](Span packet) { mask(packet); });
             maskControl(mAttaches[i]);
@@ -190,7 +178,7 @@ class Masking {
     UsbEvent& event(std::size_t index) { return mResult.capture.events[index]; }
 
     static Bytes serialOf(const CapturedAttach& attach) {
-        const Bytes device = attach.descriptor(kDevice);
+        const Bytes device = attach.descriptor(kDeviceDescriptor);
         return device.size() > 16 ? bytesOf(stringOf(attach, device[16])) : Bytes{};
     }
 
@@ -253,8 +241,7 @@ class Masking {
 
     void learn(Span packet) {
         const auto name = nameOf(packet);
-        if (name && tellsUnitId(*name) && packet.size() >= kHeaderSize + 4)
-            mMask.learnId(numberAt(packet.subspan(kHeaderSize)));
+        if (name && tellsUnitId(*name)) mMask.learnId(readU32(packet, kHeaderSize).value_or(0));
     }
 
     void mask(Span packet) {
@@ -275,7 +262,7 @@ class Masking {
     }
 
     void maskControl(const CapturedAttach& attach) {
-        const Bytes device = attach.descriptor(kDevice);
+        const Bytes device = attach.descriptor(kDeviceDescriptor);
         std::map<std::uint64_t, BusDevice::Setup> setups;
         for (const std::size_t index : attach.events) {
             UsbEvent& own = event(index);
@@ -286,9 +273,10 @@ class Masking {
             const bool isStandard = setup != setups.end() && (setup->second[0] & 0x60) == 0;
             if (!isStandard) {
                 mMask.maskValues(own.data);
-            } else if (setup->second[1] == kGetDescriptor && setup->second[3] == kString && setup->second[2] != 0) {
+            } else if (setup->second[1] == kGetDescriptor && setup->second[3] == kStringDescriptor &&
+                       setup->second[2] != 0) {
                 maskString(own.data, device.size() > 16 && setup->second[2] == device[16]);
-            } else if (setup->second[1] == kGetDescriptor && setup->second[3] == kBos) {
+            } else if (setup->second[1] == kGetDescriptor && setup->second[3] == kBosDescriptor) {
                 maskContainerId(own.data);
             }
         }
@@ -339,7 +327,6 @@ class Masking {
     }
 
     std::vector<CapturedAttach> mAttaches;
-    std::vector<Bytes> mSerials;
     MaskedCapture mResult;
     Mask mMask;
 };

@@ -14,10 +14,6 @@
 namespace simulator {
 namespace {
 
-constexpr unsigned char kDevice = 1, kConfiguration = 2, kString = 3, kInterface = 4, kEndpoint = 5;  // descriptors
-constexpr unsigned char kSetAddress = 5, kGetDescriptor = 6;                                          // requests
-constexpr unsigned char kFromDevice = 0x80;  // a standard request that reads from the device
-constexpr std::size_t kDeviceDescriptorSize = 18;
 constexpr std::size_t kEndpointDescriptorSize = 7;
 
 using Address = std::pair<std::uint16_t, std::uint8_t>;  // bus and device
@@ -39,10 +35,6 @@ std::size_t packetSizeOf(const CapturedAttach& attach, Pipe pipe) {
     const Profile profile = profileOf(attach);
     const auto* found = profile.pipe(pipe);
     return found ? found->maxPacketSize : kUsualPacketSize;
-}
-
-std::string packetName(std::size_t number) {
-    return "packet " + std::to_string(number);
 }
 
 /// A request that has begun and not ended.
@@ -129,9 +121,9 @@ class Sorter {
         const auto pending = mPending.find(event.request);
         if (pending == mPending.end()) return false;
         const auto& setup = mCapture.events[pending->second.event].setup;
-        if (!setup || (*setup)[0] != kFromDevice || (*setup)[1] != kGetDescriptor || (*setup)[3] != kDevice)
+        if (!setup || (*setup)[0] != kFromDevice || (*setup)[1] != kGetDescriptor || (*setup)[3] != kDeviceDescriptor)
             return false;
-        const Bytes known = attach.descriptor(kDevice);
+        const Bytes known = attach.descriptor(kDeviceDescriptor);
         if (known.size() < kDeviceDescriptorSize || event.data.size() < kDeviceDescriptorSize) return false;
         return !std::equal(known.begin() + 8, known.begin() + 14, event.data.begin() + 8);  // vendor, product, release
     }
@@ -143,8 +135,9 @@ class Sorter {
             return std::nullopt;
         }
         if (event.data.size() != event.length) damaged(own, packetName(event.packet) + " lacks its data");
-        auto& gatherer = mOut.try_emplace(own.firstPacket, packetSizeOf(own, Pipe::BulkOut)).first->second;
-        auto packet = gatherer.add(event.data, event.data.size());
+        auto gatherer = mOut.find(own.firstPacket);
+        if (gatherer == mOut.end()) gatherer = mOut.emplace(own.firstPacket, packetSizeOf(own, Pipe::BulkOut)).first;
+        auto packet = gatherer->second.add(event.data, event.data.size());
         if (!packet) return std::nullopt;
         std::string reason;
         if (own.steps.empty()) own.speaksProtocol = decodePacket(*packet, reason).has_value();
@@ -204,9 +197,7 @@ std::optional<Bytes> PacketGatherer::add(std::span<const unsigned char> transfer
     if (transfer.empty() && mBytes.empty()) return std::nullopt;
     mBytes.insert(mBytes.end(), transfer.begin(), transfer.end());
     constexpr std::size_t kSizeOffset = 8;
-    const auto size = mBytes.size() < kHeaderSize
-                          ? std::nullopt
-                          : std::optional(*readU16(mBytes, kSizeOffset) + 0x10000U * *readU16(mBytes, kSizeOffset + 2));
+    const auto size = readU32(mBytes, kSizeOffset);
     const bool isWhole = size && mBytes.size() - kHeaderSize >= *size;
     const bool isShort = transfer.empty() || transfer.size() < asked || transfer.size() % mMaxPacketSize != 0;
     if (!isShort && !isWhole) return std::nullopt;
@@ -221,7 +212,7 @@ Bytes CapturedAttach::descriptor(unsigned char kind, unsigned char index) const 
 }
 
 std::optional<std::uint16_t> CapturedAttach::vendor() const {
-    return readU16(descriptor(kDevice), 8);
+    return readU16(descriptor(kDeviceDescriptor), 8);
 }
 
 bool CapturedAttach::isOurs() const {
@@ -250,7 +241,7 @@ std::vector<CapturedAttach> storyOf(const UsbCapture& capture) {
     }
     // A device that was there before the capture began says later what it is, if it comes back.
     for (auto attach = story.rbegin(); attach != story.rend(); ++attach) {
-        if (attach != story.rbegin() && attach->descriptor(kDevice).empty())
+        if (attach != story.rbegin() && attach->descriptor(kDeviceDescriptor).empty())
             attach->answers = std::prev(attach)->answers;
     }
     return story;
@@ -258,8 +249,8 @@ std::vector<CapturedAttach> storyOf(const UsbCapture& capture) {
 
 Profile profileOf(const CapturedAttach& attach) {
     Profile profile;
-    const Bytes device = attach.descriptor(kDevice);
-    const Bytes configuration = attach.descriptor(kConfiguration);
+    const Bytes device = attach.descriptor(kDeviceDescriptor);
+    const Bytes configuration = attach.descriptor(kConfigurationDescriptor);
     if (device.size() >= kDeviceDescriptorSize) {
         profile.vendorId = *readU16(device, 8);
         profile.productId = *readU16(device, 10);
@@ -285,8 +276,8 @@ Profile profileOf(const CapturedAttach& attach) {
         const auto one =
             std::span(configuration)
                 .subspan(offset, std::min<std::size_t>(configuration[offset], configuration.size() - offset));
-        if (one[1] == kInterface) ++interfaces;
-        if (one[1] != kEndpoint || one.size() < kEndpointDescriptorSize || interfaces != 1) continue;
+        if (one[1] == kInterfaceDescriptor) ++interfaces;
+        if (one[1] != kEndpointDescriptor || one.size() < kEndpointDescriptorSize || interfaces != 1) continue;
         const bool in = (one[2] & kFromDevice) != 0;
         profile.pipes.push_back({in ? platform::kUSBIn : platform::kUSBOut, static_cast<std::uint8_t>(one[2] & 0x0F),
                                  static_cast<std::uint8_t>(one[3] & 3), packetSizeIn(one), one[6]});
@@ -296,7 +287,7 @@ Profile profileOf(const CapturedAttach& attach) {
 
 std::string stringOf(const CapturedAttach& attach, unsigned char index) {
     std::string text;
-    const Bytes string = index == 0 ? Bytes{} : attach.descriptor(kString, index);
+    const Bytes string = index == 0 ? Bytes{} : attach.descriptor(kStringDescriptor, index);
     for (std::size_t i = 2; i + 1 < string.size(); i += 2)
         text += string[i + 1] == 0 && string[i] < 0x80 ? static_cast<char>(string[i]) : '?';
     return text;

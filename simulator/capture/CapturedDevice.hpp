@@ -27,8 +27,6 @@ class PacketGatherer {
     /// @return the packet, when this ends it
     std::optional<Bytes> add(std::span<const unsigned char> transfer, std::size_t asked);
 
-    /// Bytes of a packet that has not ended.
-    std::size_t gathered() const { return mBytes.size(); }
     void clear() { mBytes.clear(); }
 
   private:

@@ -43,10 +43,6 @@ std::string said(const Bytes& packet) {
            (shown.size() < packet.size() ? " …)" : ")");
 }
 
-std::string packetName(std::size_t number) {
-    return "packet " + std::to_string(number);
-}
-
 }  // namespace
 
 ReplayedDevice::ReplayedDevice(std::vector<CapturedAttach> story, std::function<void()> parted)
@@ -64,11 +60,11 @@ void ReplayedDevice::detached(Time now) {
     for (auto& queue : mIn) queue.clear();
     mOutHalted = mOutBusy = false;
     if (!mAway || mAttach + 1 >= mStory.size()) return;
-    const Time left = this->now().left.value_or(this->now().ended);
+    const Time left = leftAt();
     ++mAttach;
     mNext = 0;
-    mProfile = profileOf(this->now());
-    mReturnAt = now + std::max(this->now().began - left, Duration{0});
+    mProfile = profileOf(attach());
+    mReturnAt = now + std::max(attach().began - left, Duration{0});
 }
 
 std::optional<Time> ReplayedDevice::nextDue() const {
@@ -134,11 +130,9 @@ void ReplayedDevice::clearHalt(Pipe pipe) {
 }
 
 Bytes ReplayedDevice::descriptors() const {
-    constexpr unsigned char kDevice = 1, kConfiguration = 2;
-    constexpr std::size_t kDeviceSize = 18;
-    Bytes all = now().descriptor(kDevice);
-    const Bytes configuration = now().descriptor(kConfiguration);
-    if (all.size() != kDeviceSize || configuration.empty()) return usbDescriptors(mProfile);
+    Bytes all = attach().descriptor(kDeviceDescriptor);
+    const Bytes configuration = attach().descriptor(kConfigurationDescriptor);
+    if (all.size() != kDeviceDescriptorSize || configuration.empty()) return usbDescriptors(mProfile);
     all.insert(all.end(), configuration.begin(), configuration.end());
     return all;
 }
@@ -146,14 +140,14 @@ Bytes ReplayedDevice::descriptors() const {
 std::optional<Bytes> ReplayedDevice::controlAnswer(const Setup& setup) const {
     std::array<unsigned char, 6> key{};
     std::copy_n(setup.begin(), key.size(), key.begin());
-    const auto found = now().answers.find(key);
-    return found != now().answers.end() ? found->second : BusDevice::controlAnswer(setup);
+    const auto found = attach().answers.find(key);
+    return found != attach().answers.end() ? found->second : BusDevice::controlAnswer(setup);
 }
 
 // ---- the story
 
 const CapturedStep* ReplayedDevice::expected() const {
-    return mNext < now().steps.size() ? &now().steps[mNext] : nullptr;
+    return mNext < attach().steps.size() ? &attach().steps[mNext] : nullptr;
 }
 
 /// Has the device send what it sent before the host's next packet.
@@ -193,7 +187,7 @@ CapturedStep::Fate ReplayedDevice::received(const Bytes& packet) {
                 text = "at " + packetName(mStory[mAttach + 1].firstPacket) +
                        ". There the device had left and came back; now, before it could, it is " + said(packet);
             } else {
-                text = "at the end of the capture, after " + packetName(now().lastPacket) + ": now the device is " +
+                text = "at the end of the capture, after " + packetName(attach().lastPacket) + ": now the device is " +
                        said(packet);
             }
             if (mLast) text += ". The last that the host said as it was captured is " + packetName(mLast->packet);
@@ -208,7 +202,7 @@ CapturedStep::Fate ReplayedDevice::received(const Bytes& packet) {
 /// Passes by a start of a session that was asked for again then, and is not now.
 bool ReplayedDevice::skipsRepeatedStart(const Bytes& packet) {
     if (!expected() || !mLast || !startsSession(mLast->bytes) || !startsSession(expected()->bytes)) return false;
-    const auto rest = std::span(now().steps).subspan(mNext);
+    const auto rest = std::span(attach().steps).subspan(mNext);
     const auto next = std::ranges::find_if(rest, [](const CapturedStep& step) {
         return step.kind == CapturedStep::Kind::FromHost && !startsSession(step.bytes);
     });
@@ -224,17 +218,16 @@ bool ReplayedDevice::skipsRepeatedStart(const Bytes& packet) {
 }
 
 void ReplayedDevice::take() {
-    mLast = *expected();
+    mLast = expected();
     ++mNext;
     ++mPlayed;
 }
 
 /// Has the device leave as it left then, once the host has said all that it said.
 void ReplayedDevice::leaveWhenOver(Time now) {
-    const bool leaves = mAttach + 1 < mStory.size() || this->now().left;
+    const bool leaves = mAttach + 1 < mStory.size() || attach().left;
     if (!leaves || expected() || mLeaveAt || mAway || !mDifference.empty()) return;
-    const Time left = this->now().left.value_or(this->now().ended);
-    mLeaveAt = now + std::max(left - this->now().lastStep, kShortestStay);
+    mLeaveAt = now + std::max(leftAt() - attach().lastStep, kShortestStay);
     mLeaveAtLatest = *mLeaveAt + kReaderPatience;
 }
 

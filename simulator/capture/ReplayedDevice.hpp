@@ -32,6 +32,8 @@ class ReplayedDevice final : public BusDevice {
     /// @param story   at least one attach
     /// @param parted  called once, from within the call that shows the first difference
     ReplayedDevice(std::vector<CapturedAttach> story, std::function<void()> parted);
+    ReplayedDevice(const ReplayedDevice&) = delete;
+    ReplayedDevice& operator=(const ReplayedDevice&) = delete;
 
     void attached(Time now) override;
     void detached(Time now) override;
@@ -69,7 +71,8 @@ class ReplayedDevice final : public BusDevice {
 
     const InQueue& in(Pipe pipe) const { return mIn[pipe == Pipe::InterruptIn ? 0 : 1]; }
     InQueue& in(Pipe pipe) { return mIn[pipe == Pipe::InterruptIn ? 0 : 1]; }
-    const CapturedAttach& now() const { return mStory[mAttach]; }
+    const CapturedAttach& attach() const { return mStory[mAttach]; }
+    Time leftAt() const { return attach().left.value_or(attach().ended); }
     const CapturedStep* expected() const;
     CapturedStep::Fate received(const Bytes& packet);
     bool skipsRepeatedStart(const Bytes& packet);
@@ -88,7 +91,7 @@ class ReplayedDevice final : public BusDevice {
     bool mCable = false, mAway = false;
     bool mOutHalted = false, mOutBusy = false;
     std::optional<Time> mLeaveAt, mLeaveAtLatest, mReturnAt;
-    std::optional<CapturedStep> mLast;  // packet of the host that was as captured
+    const CapturedStep* mLast = nullptr;  // of the story: the last packet of the host that was as captured
     std::size_t mPlayed = 0;
     std::string mDifference;
 };

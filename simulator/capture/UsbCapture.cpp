@@ -13,7 +13,6 @@
 #include <pcap/usb.h>
 #include <string>
 #include <system_error>
-#include <type_traits>
 
 namespace simulator {
 namespace {
@@ -29,24 +28,13 @@ using Reader = std::unique_ptr<pcap_t, platform::Release<pcap_close>>;
 using Dumper = std::unique_ptr<pcap_dumper_t, platform::Release<pcap_dump_close>>;
 using File = std::unique_ptr<std::FILE, platform::Release<std::fclose>>;
 
-template <typename T>
-T at(std::span<const unsigned char> bytes, std::size_t offset) {
-    static_assert(std::is_trivially_copyable_v<T>);
-    T value;
-    std::memcpy(&value, bytes.data() + offset, sizeof value);
-    return value;
-}
-
-std::string packetName(std::size_t number) {
-    return "packet " + std::to_string(number);
-}
-
 /// libpcap has put the header into this machine's byte order.
 UsbEvent eventOf(std::span<const unsigned char> bytes, std::size_t number, std::size_t headerSize) {
     if (bytes.size() < headerSize) throw CaptureError(packetName(number) + " is shorter than its header");
     UsbEvent event;
     event.packet = number;
-    const auto header = at<pcap_usb_header>(bytes, 0);
+    pcap_usb_header header;
+    std::memcpy(&header, bytes.data(), sizeof header);
     event.request = header.id;
     event.type = static_cast<char>(header.event_type);
     event.transfer = static_cast<UsbEvent::Transfer>(header.transfer_type & 3);
@@ -104,6 +92,10 @@ Bytes bytesOf(const UsbEvent& event) {
 }
 
 }  // namespace
+
+std::string packetName(std::size_t number) {
+    return "packet " + std::to_string(number);
+}
 
 UsbCapture UsbCapture::read(const std::filesystem::path& path) {
     File file(std::fopen(path.c_str(), "re"));

@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace simulator {
@@ -56,6 +57,9 @@ struct UsbEvent {
 
     bool isIn() const { return (endpoint & 0x80) != 0; }
 };
+
+/// How messages name a packet of a capture.
+std::string packetName(std::size_t number);
 
 /// A capture of one or more buses, as Wireshark, tshark and dumpcap write it: pcapng or pcap, link type 189 or 220, in
 /// either byte order. Isochronous transfers are left out.

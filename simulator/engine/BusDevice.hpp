@@ -4,11 +4,19 @@
 #include "simulator/engine/Types.hpp"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 
 namespace simulator {
+
+/// The numbers by which a host asks for descriptors and tells them apart.
+inline constexpr unsigned char kDeviceDescriptor = 1, kConfigurationDescriptor = 2, kStringDescriptor = 3;
+inline constexpr unsigned char kInterfaceDescriptor = 4, kEndpointDescriptor = 5, kBosDescriptor = 15;
+inline constexpr std::size_t kDeviceDescriptorSize = 18;
+inline constexpr unsigned char kFromDevice = 0x80;  ///< begins a standard request that reads from the device
+inline constexpr unsigned char kSetAddress = 5, kGetDescriptor = 6;  ///< standard requests
 
 /// What a plug-in asks of a device: one that is simulated, or one that is played back from a capture. The device has no
 /// thread and no clock; whoever plugs it in serialises the calls, hands it the time (never backwards) and, after every

@@ -58,6 +58,11 @@ std::optional<std::uint16_t> readU16(std::span<const unsigned char> data, std::s
     return static_cast<std::uint16_t>(number(data, offset, 2));
 }
 
+std::optional<std::uint32_t> readU32(std::span<const unsigned char> data, std::size_t offset) {
+    if (data.size() < 4 || offset > data.size() - 4) return std::nullopt;
+    return number(data, offset, 4);
+}
+
 std::string hexText(std::span<const unsigned char> bytes) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string text;

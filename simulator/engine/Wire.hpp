@@ -95,6 +95,9 @@ class Writer {
 /// The unsigned 16-bit number at an offset; nothing when the data ends before.
 std::optional<std::uint16_t> readU16(std::span<const unsigned char> data, std::size_t offset = 0);
 
+/// The same of 32 bits.
+std::optional<std::uint32_t> readU32(std::span<const unsigned char> data, std::size_t offset = 0);
+
 /// "AE 00 01", for records and test failures.
 std::string hexText(std::span<const unsigned char> bytes);
 

@@ -1,5 +1,6 @@
 // trovik-simulator: runs a program on a simulated USB bus, behind the real libusb and libudev, so that it can be tried
 // out or tested on a machine without a device: with simulated devices, or with one that plays a capture back.
+#include "platform/IOReturn.hpp"
 #include "simulator/capture/CaptureMask.hpp"
 #include "simulator/capture/CapturedDevice.hpp"
 #include "simulator/capture/ReplayedDevice.hpp"

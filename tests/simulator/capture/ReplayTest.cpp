@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <chrono>
+#include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace simulator {
