@@ -139,8 +139,11 @@ class Sorter {
         if (gatherer == mOut.end()) gatherer = mOut.emplace(own.firstPacket, packetSizeOf(own, Pipe::BulkOut)).first;
         auto packet = gatherer->second.add(event.data, event.data.size());
         if (!packet) return std::nullopt;
-        std::string reason;
-        if (own.steps.empty()) own.speaksProtocol = decodePacket(*packet, reason).has_value();
+        // The device may have spoken before: a read that was under way when the capture began has ended.
+        if (std::ranges::find(own.steps, CapturedStep::Kind::FromHost, &CapturedStep::kind) == own.steps.end()) {
+            std::string reason;
+            own.speaksProtocol = decodePacket(*packet, reason).has_value();
+        }
         own.lastStep = event.time;
         own.steps.push_back({CapturedStep::Kind::FromHost, event.packet, Pipe::BulkOut, std::move(*packet)});
         return own.steps.size() - 1;
@@ -149,6 +152,10 @@ class Sorter {
     void completed(CapturedAttach& own, const UsbEvent& event, const UsbEvent* beginning,
                    std::optional<std::size_t> step) {
         if (hasGone(event.status) && !own.left) own.left = event.time;
+        // A cancelled read may have had bytes; the program that cancelled it has not seen them.
+        const bool brings =
+            event.isIn() && (event.status == 0 || event.status == -EOVERFLOW || event.status == -EREMOTEIO);
+        if (brings && event.data.size() != event.length) damaged(own, packetName(event.packet) + " lacks its data");
         if (event.transfer == UsbEvent::Transfer::Control) {
             if (beginning && beginning->setup && event.isIn() && event.status == 0) {
                 std::array<unsigned char, 6> key{};
@@ -171,8 +178,7 @@ class Sorter {
         const Pipe pipe = event.transfer == UsbEvent::Transfer::Interrupt ? Pipe::InterruptIn : Pipe::BulkIn;
         if (!isOfPipe(own, pipe, event)) return;
         if (event.status == -EPIPE) own.steps.push_back({CapturedStep::Kind::Halt, event.packet, pipe, {}});
-        // A cancelled read may have had bytes; the program that cancelled it has not seen them.
-        if (event.status != 0 && event.status != -EOVERFLOW && event.status != -EREMOTEIO) return;
+        if (!brings) return;
         const std::size_t asked = beginning ? beginning->length : event.data.size() + 1;
         own.steps.push_back({CapturedStep::Kind::ToHost, event.packet, pipe, event.data, asked});
     }

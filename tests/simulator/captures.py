@@ -73,6 +73,14 @@ def with_data(records, number, data):
     return changed
 
 
+def without_data(records, number):
+    """As usbmon writes a packet whose data it could not take."""
+    changed = list(records)
+    seconds, micros, packet = changed[number - 1]
+    changed[number - 1] = (seconds, micros, packet[:15] + b"Z" + packet[16:36] + bytes(4) + packet[40:64])
+    return changed
+
+
 def simulate(*arguments, home):
     environment = {**os.environ, "HOME": str(home), "XDG_RUNTIME_DIR": str(home),
                    # The bus's library has to come before that of the sanitizer.
@@ -108,6 +116,8 @@ def main():
             ("the program does something else",
              pcap(whole), (PROGRAM, "check"), 1, "they part at packet "),
             ("an answer is missing", pcap(whole[:holds - 1] + whole[holds:]), reset, 2, "begins is missing"),
+            ("the data of an answer is missing",
+             pcap(without_data(whole, holds)), reset, 2, f"packet {holds} lacks its data"),
             ("a command is missing", pcap(whole[:hold - 1] + whole[hold:]), reset, 2,
              f"the beginning of the request that packet {hold} ends is missing"),
             ("cut", cut, reset, 2, f"packet {len(whole)} can't be read (at byte {last} of the file)"),

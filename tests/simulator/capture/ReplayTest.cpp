@@ -71,8 +71,11 @@ TEST(ReplayedDevice, RepeatedStartsAndDataOfTheMomentAreNoDifference) {
     };
     const auto once = Captured().host(kStart).device(kStarted).host(kLargestAsked).host(name("Ann"));
     const auto twice = Captured().host(kStart).host(kStart).device(kStarted).host(kLargestAsked).host(name("Ann"));
+    auto spokeFirst = Captured().device(kStarted).host(kLargestAsked).host(name("Ann"));
+    spokeFirst.capture.events.erase(spokeFirst.capture.events.begin());  // the read that its answer ends
     for (const auto& [what, captured, host] :
          {std::tuple("as captured", once, std::vector{kStart, kLargestAsked, name("Ann")}),
+          std::tuple("the device spoke first", spokeFirst, std::vector{kLargestAsked, name("Ann")}),
           std::tuple("another name", once, std::vector{kStart, kLargestAsked, name("Christopher")}),
           std::tuple("asked again now", once, std::vector{kStart, kStart, kLargestAsked, name("Ann")}),
           std::tuple("asked again then", twice, std::vector{kStart, kLargestAsked, name("Ann")})}) {
