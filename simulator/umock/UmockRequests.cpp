@@ -136,7 +136,9 @@ void UmockUsb::closed(void* client) {
     Port& port = *mFiles.at(client).port;
     const auto own = [&](const Urb& urb) { return urb.client == client; };
     for (auto& [endpoint, urbs] : port.pending) {
-        if (std::erase_if(urbs, own) > 0 && !(endpoint & kIn)) port.device->writeCancelled(now());
+        const bool wasOffered = !urbs.empty() && own(urbs.front());
+        std::erase_if(urbs, own);
+        if (wasOffered && !(endpoint & kIn)) port.device->writeCancelled(now());
     }
     std::erase_if(port.completed, own);
     if (port.completed.empty() && port.backing) port.backing->setReady(false);
@@ -288,9 +290,10 @@ void UmockUsb::discard(UMockdevIoctlData* argument, File& file, Reply& reply) {
         const auto found =
             std::ranges::find_if(urbs, [&](const Urb& urb) { return urb.block->client_addr == address; });
         if (found == urbs.end()) continue;
+        const bool wasOffered = found == urbs.begin();  // to the device: those behind it wait
         finish(*file.port, std::move(*found), -ENOENT);
         urbs.erase(found);
-        if (!(endpoint & kIn)) file.port->device->writeCancelled(now());
+        if (wasOffered && !(endpoint & kIn)) file.port->device->writeCancelled(now());
         return reply(0);
     }
     reply(-1, EINVAL);
