@@ -158,7 +158,7 @@ class Masking {
     explicit Masking(const UsbCapture& capture) : mAttaches(attachesIn(capture)) {
         mResult.capture = capture;
         std::erase_if(mAttaches, [](const CapturedAttach& attach) { return !attach.isOurs(); });
-        if (mAttaches.empty()) throw CaptureError("it holds nothing of a device that could be known");
+        if (mAttaches.empty()) throw CaptureError("it holds nothing of a device of ours");
     }
 
     MaskedCapture run() {
