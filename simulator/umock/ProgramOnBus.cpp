@@ -1,9 +1,12 @@
 #include "simulator/umock/ProgramOnBus.hpp"
 
+#include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
@@ -16,7 +19,8 @@ extern "C" {  // glibc 2.36 forgets to say so itself
 namespace simulator {
 namespace {
 
-constexpr int kGrace = 10'000;  // milliseconds
+constexpr int kGrace = 10'000;                                                  // milliseconds
+constexpr std::chrono::milliseconds kLongest{std::numeric_limits<int>::max()};  // that poll can wait
 
 }  // namespace
 
@@ -35,6 +39,15 @@ ProgramOnBus::ProgramOnBus(char** command) : mStop(eventfd(0, EFD_CLOEXEC)) {
 void ProgramOnBus::stop() noexcept {
     const std::uint64_t one = 1;
     [[maybe_unused]] const auto written = write(mStop.get(), &one, sizeof one);  // can't fail before 2^64 - 1 of them
+}
+
+bool ProgramOnBus::endsBefore(std::chrono::steady_clock::time_point moment) const {
+    pollfd files[] = {{mProcess.get(), POLLIN, 0}, {mStop.get(), POLLIN, 0}};
+    return platform::uninterrupted([&] {
+               using std::chrono::milliseconds;
+               const auto left = std::chrono::ceil<milliseconds>(moment - std::chrono::steady_clock::now());
+               return poll(files, 2, static_cast<int>(std::clamp(left, milliseconds(0), kLongest).count()));
+           }) > 0;
 }
 
 int ProgramOnBus::wait() {

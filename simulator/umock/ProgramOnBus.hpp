@@ -2,6 +2,8 @@
 
 #include "platform/common/FileDescriptor.hpp"
 
+#include <chrono>
+
 namespace simulator {
 
 /// Runs a program behind umockdev's preload library, which finds the emulated bus through the environment.
@@ -14,6 +16,10 @@ class ProgramOnBus {
 
     /// Has it end: asked first, and killed when it has not ended ten seconds later. Any thread.
     void stop() noexcept;
+
+    /// Waits until it has ended or is to end, or until that moment.
+    /// @return false when the moment came first
+    bool endsBefore(std::chrono::steady_clock::time_point moment) const;
 
     /// Waits until it has ended. Once.
     /// @return its exit status as a shell would tell it

@@ -5,20 +5,30 @@
 #include "simulator/capture/CapturedDevice.hpp"
 #include "simulator/capture/ReplayedDevice.hpp"
 #include "simulator/capture/UsbCapture.hpp"
+#include "simulator/engine/Fault.hpp"
+#include "simulator/engine/Profile.hpp"
+#include "simulator/engine/Types.hpp"
 #include "simulator/umock/ProgramOnBus.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
 #include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <iterator>
+#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -33,9 +43,13 @@ run has a program find simulated devices behind the real libusb and libudev. End
 on standard error; with 1 where that is 0 but the device had to refuse something.
 
   --scenario NAME  what is attached, or what goes wrong with it (scenarios lists them); may be given several times
-  --profile NAME   attaches a handheld (what there is without this option), wearable, old or instant device; may
-                   be given several times
-  --fault NAME     has the first device commit that fault once; may be given several times (faults lists them)
+  --profile NAME[,WORD]...
+                   attaches a handheld (what there is without this option), wearable, old or instant device; may be
+                   given several times. A WORD is of this device alone: a fault, unit=N (its unit id), boot-loader (it
+                   waits there to be told what to do), after=SECONDS (it is plugged in so long after the program's
+                   start)
+  --fault NAME     has the first device commit that fault once; may be given several times (faults lists them).
+                   NAME@N: at the Nth time that it could
   --reset          1 also where the first device's settings store is not empty at the end
 
 replay has it find the device of a capture (usbmon; pcapng or pcap), which says what it said then for as long as the
@@ -62,22 +76,72 @@ bool canBePlayed(const simulator::Fault& fault) {
     return fault.kind != simulator::FaultKind::FailOperation || fault.result == platform::kIOReturnExclusiveAccess;
 }
 
+/// The number that a text is; nothing where it is none or too large.
+std::optional<std::uint32_t> numberIn(std::string_view text) {
+    std::uint32_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [read, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || read != end) return std::nullopt;
+    return number;
+}
+
+/// Takes the text up to the separator, and both out of the text.
+std::string_view takeUpTo(char separator, std::string_view& text) {
+    const auto taken = text.substr(0, text.find(separator));
+    text.remove_prefix(std::min(taken.size() + 1, text.size()));
+    return taken;
+}
+
+/// @param text  "NAME" or "NAME@N"
+bool addFault(std::vector<simulator::Fault>& faults, std::string_view text) {
+    const bool hasMoment = text.find('@') != std::string_view::npos;
+    const auto& known = simulator::faultCatalogue();
+    const auto fault = std::ranges::find(known, takeUpTo('@', text), &simulator::Fault::name);
+    const auto moment = hasMoment ? numberIn(text) : 1;
+    if (fault == known.end() || !canBePlayed(*fault) || moment.value_or(0) == 0) return false;
+    faults.push_back(*fault);
+    faults.back().step.occurrence = *moment;
+    return true;
+}
+
+/// A device that is to be attached.
+struct Wanted {
+    simulator::Profile profile;
+    std::vector<simulator::Fault> faults = {};
+    simulator::BootState state = simulator::BootState::Running;
+    std::optional<std::chrono::seconds> after = {};  // the program's start; nothing: it is there before
+
+    /// @param word  of --profile, behind the name
+    bool add(std::string_view word) {
+        std::string_view text = word;
+        const auto key = takeUpTo('=', text);
+        const auto number = numberIn(text);
+        if (word == "boot-loader") {
+            state = simulator::BootState::Starting;
+        } else if (key == "unit" && number) {
+            profile.unitId = *number;
+        } else if (key == "after" && number) {
+            after = std::chrono::seconds(*number);
+        } else {
+            return addFault(faults, word);
+        }
+        return true;
+    }
+};
+
 struct Options {
-    std::vector<simulator::Profile> profiles;
-    std::vector<simulator::Fault> faults;
+    std::vector<Wanted> devices;
+    std::vector<simulator::Fault> faults;  // of the first device, besides its own
     bool mustBeReset = false;
     char** command = nullptr;
 
-    bool addProfile(std::string_view name) {
-        const auto profile = simulator::Profile::named(name);
-        if (profile) profiles.push_back(*profile);
-        return profile.has_value();
-    }
-    bool addFault(std::string_view name) {
-        const auto& known = simulator::faultCatalogue();
-        const auto fault = std::ranges::find(known, name, &simulator::Fault::name);
-        if (fault == known.end() || !canBePlayed(*fault)) return false;
-        faults.push_back(*fault);
+    bool addDevice(std::string_view text) {
+        const auto profile = simulator::Profile::named(takeUpTo(',', text));
+        if (!profile) return false;
+        devices.push_back({*profile});
+        while (!text.empty()) {
+            if (!devices.back().add(takeUpTo(',', text))) return false;
+        }
         return true;
     }
 };
@@ -96,35 +160,58 @@ Options parse(char** argument) {
         }
         const char* const name = argument[1];
         const bool isScenario = option == "--scenario";
-        if ((!isScenario && option != "--profile" && option != "--fault") || !name) throw std::runtime_error(kUsage);
+        const bool isProfile = option == "--profile";
+        if ((!isScenario && !isProfile && option != "--fault") || !name) throw std::runtime_error(kUsage);
         ++argument;
-        const bool isKnown = ((isScenario || option == "--profile") && options.addProfile(name)) ||
-                             ((isScenario || option == "--fault") && options.addFault(name));
+        const bool isKnown =
+            (option != "--fault" && options.addDevice(name)) || (!isProfile && addFault(options.faults, name));
         if (!isKnown) throw std::runtime_error("no " + option.substr(2) + " here is called \"" + name + "\"\n");
     }
-    if (options.profiles.empty()) options.profiles.push_back(simulator::Profile::handheld());
+    if (options.devices.empty()) options.addDevice("handheld");
+    std::ranges::move(options.faults, std::back_inserter(options.devices.front().faults));
     if (!*argument) throw std::runtime_error(kUsage);
     options.command = argument;
     return options;
 }
 
+const char* storeText(bool isEmpty) {
+    return isEmpty ? "the settings store is empty" : "the settings store holds settings";
+}
+
 int run(const Options& options) {
     simulator::UmockUsb bus;
-    std::vector<std::size_t> ports;
-    for (const auto& profile : options.profiles) ports.push_back(bus.addDevice(profile));
-    bus.withDevice(ports.front(), [&](simulator::Device& device, simulator::Time) {
-        for (const auto& fault : options.faults) device.addFault(fault);
-    });
-    const auto isHeld = [](const auto& fault) { return fault.kind == simulator::FaultKind::FailOperation; };
-    if (std::ranges::any_of(options.faults, isHeld)) bus.setDriver("usbfs", 0, ports.front());
-    bus.plug(ports);
-    const int status = simulator::ProgramOnBus(options.command).wait();
+    std::vector<std::size_t> ports, atStart;
+    std::multimap<std::chrono::seconds, std::size_t> later;
+    for (const auto& wanted : options.devices) {
+        const std::size_t port = bus.addDevice(wanted.profile);
+        bus.withDevice(port, [&](simulator::Device& device, simulator::Time now) {
+            for (const auto& fault : wanted.faults) device.addFault(fault);
+            device.setBootState(wanted.state, now);
+        });
+        const auto isHeld = [](const auto& fault) { return fault.kind == simulator::FaultKind::FailOperation; };
+        if (std::ranges::any_of(wanted.faults, isHeld)) bus.setDriver("usbfs", 0, port);
+        ports.push_back(port);
+        if (wanted.after) {
+            later.emplace(*wanted.after, port);
+        } else {
+            atStart.push_back(port);
+        }
+    }
+    bus.plug(atStart);
+    simulator::ProgramOnBus program(options.command);
+    const auto start = std::chrono::steady_clock::now();
+    for (const auto& [after, port] : later) {
+        if (!program.endsBefore(start + after)) bus.plug(port);
+    }
+    const int status = program.wait();
 
     bool isReset = true;
     std::size_t refused = 0;
     for (const std::size_t port : ports) {
         bus.withDevice(port, [&](const simulator::Device& device, simulator::Time) {
-            if (port == ports.front()) isReset = device.store().entries().empty();
+            const bool isEmpty = device.store().entries().empty();
+            if (port == ports.front()) isReset = isEmpty;
+            if (ports.size() > 1) std::fprintf(stderr, "trovik-simulator: device %zu: %s\n", port, storeText(isEmpty));
             for (const auto& refusal : device.record().refused()) {
                 std::fprintf(stderr, "trovik-simulator: device %zu refused: %s\n", port, refusal.c_str());
                 ++refused;
@@ -132,7 +219,7 @@ int run(const Options& options) {
         });
     }
     std::fprintf(stderr, "trovik-simulator: %s ended with status %d, %s; %zu refused\n", options.command[0], status,
-                 isReset ? "the settings store is empty" : "the settings store holds settings", refused);
+                 storeText(isReset), refused);
     if (status != EXIT_SUCCESS) return status;
     return refused == 0 && (isReset || !options.mustBeReset) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

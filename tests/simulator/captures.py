@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plays a capture of a reset back to trovik-reset, whole and damaged, and masks it.
+"""Plays a capture of a reset back to trovik-reset, whole and damaged, and masks it; has it reset simulated devices.
 
 captures.py SIMULATOR TROVIK_RESET VENDOR    the two programs, and the vendor id that they are built for
 
@@ -93,6 +93,26 @@ def simulate(*arguments, home):
             return ended
 
 
+def run_with_devices(home):
+    """Several devices, each with what is of it alone: its unit id, its faults, when and how it is attached."""
+    empty, full = "the settings store is empty", "the settings store holds settings"
+    reset = (PROGRAM, "reset", "--yes")
+    rows = (
+        ("one of two fails at its first and at its second time", ("handheld,unit=1,hold-ignored,hold-ignored@2", "wearable"),
+         (*reset, "--all"), 7, ("(unit 1)", f"device 0: {full}", f"device 1: {empty}")),
+        ("it comes back under another port", ("handheld,reboot-unplug", "handheld,boot-loader,after=6"),
+         reset, 0, (f"device 0: {full}", f"device 1: {empty}")),
+        ("another device comes first", ("handheld", "handheld,boot-loader,unit=7,after=1"),
+         (*reset, "1-1"), 0, (f"device 0: {empty}", f"device 1: {full}")),
+        ("no such fault", ("handheld,hold-latte",), reset, 2, ('no profile here is called "handheld,hold-latte"',)),
+        ("no moment", ("handheld,hold-late@0",), reset, 2, ("no profile here",)),
+        ("no unit id", ("handheld,unit=4294967296",), reset, 2, ("no profile here",)))
+    for what, devices, command, status, said in rows:
+        ended = simulate("run", *(word for device in devices for word in ("--profile", device)), *command, home=home)
+        text = ended.stderr + ended.stdout
+        assert ended.returncode == status and all(one in text for one in said), f"{what}: status {ended.returncode}\n{text}"
+
+
 def main():
     kept = (pathlib.Path(__file__).parent / "captures/reset.pcap").read_bytes()
     kept = kept.replace(struct.pack("<HHH", 0x1209, 3, 1), struct.pack("<HHH", VENDOR, 3, 1))
@@ -164,6 +184,7 @@ def main():
         file.write_bytes(shown)
         ended = simulate("replay", file, PROGRAM, "check", home=home)
         assert f"(unit {MASKED_UNIT})" in ended.stdout + ended.stderr, ended.stderr
+        run_with_devices(home)
 
 
 main()
