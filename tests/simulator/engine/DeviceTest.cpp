@@ -82,33 +82,6 @@ TEST(Device, AnswersAndTheFaultsOnThemAreExactByteForByte) {
     EXPECT_EQ(host.read(), identification);
 }
 
-TEST(Device, ListensForHoldUntilItsBootWindowEndsAndForgetsAtDetachWhatTheHostBegan) {
-    using std::chrono::milliseconds;
-    Profile profile = Profile::instant();
-    profile.bootWindow = milliseconds(5000);
-    Device device(profile);
-    device.setCable(true, Time(0));
-    device.attached(Time(0));
-    device.writePacket(encodePacket({kUsbLayer, kStartSession, {}}), Time(0));
-    device.addFault(Fault::onPacket(kCommand, FaultKind::Stall).withPipe(Pipe::BulkIn));
-    device.writePacket(commandBytes(kReboot), Time(0));
-    EXPECT_TRUE(device.sessionStarted() && device.hasPacket(Pipe::InterruptIn) && device.halted(Pipe::BulkIn));
-    device.advance(*device.nextDue());
-    EXPECT_FALSE(device.wantsBus());
-    device.detached(milliseconds(10));
-    EXPECT_FALSE(device.sessionStarted() || device.hasPacket(Pipe::InterruptIn) || device.halted(Pipe::BulkIn));
-
-    const Time back = *device.nextDue();
-    EXPECT_EQ(back, milliseconds(10) + profile.rebootTime);
-    device.advance(back);
-    EXPECT_TRUE(device.wantsBus());
-    EXPECT_EQ(device.nextDue(), back + milliseconds(5000));
-    device.advance(back + milliseconds(5000) - Time(1));
-    EXPECT_EQ(device.bootState(), BootState::Starting);
-    device.advance(back + milliseconds(5000));
-    EXPECT_EQ(device.bootState(), BootState::Running);
-}
-
 TEST(Device, KeepsNoMoreThanItsBoundsForAHostThatDoesNotRead) {
     Host host;
     host.device.addFault(Fault::onAnswer(kUnitId, FaultKind::Repeated).withNumber(10'000).committed(7));
