@@ -19,14 +19,10 @@ namespace platform {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::AnyOf;
-using ::testing::HasSubstr;
-using ::testing::Not;
-using ::testing::StartsWith;
+using namespace ::testing;
 
 /// A folder of its own that stands for a device's folder in sysfs, /proc and the rules' folder.
-class OpenFailureTest : public ::testing::Test {
-  protected:
+struct OpenFailureTest : Test {
     OpenFailureTest() {
         support::WriteFile(device / "uevent", "MAJOR=189\nDEVNAME=" + node.string() + "\n");
         support::WriteFile(node, "");
@@ -61,7 +57,8 @@ class OpenFailureTest : public ::testing::Test {
 
 TEST_F(OpenFailureTest, CauseFitsTheResultAndWhatIsFoundAboutTheDevice) {
     using enum OpenFailureCause;
-    const fs::path rule = folder / "rules.d" / kUdevRuleFile;
+    const fs::path rule = folder / "rules.d" / kUdevRuleFile, holder = folder / "proc/4321/fd/7",
+                   driverLink = device / "1-1:1.2/driver";
     fs::create_directory(folder / "rules.d");
     for (const char* process : {"4321", "4322", "self"}) fs::create_directories(folder / "proc" / process / "fd");
     support::WriteFile(folder / "proc/4321/comm", "virt\rmanager\n");
@@ -70,58 +67,42 @@ TEST_F(OpenFailureTest, CauseFitsTheResultAndWhatIsFoundAboutTheDevice) {
     fs::create_symlink(node, folder / "proc/self/fd/7");
     fs::create_directories(device / "1-1:1.2");
     const std::string noRule = "60-trovik-reset-tool.rules is not installed.",
-                      hasRule = rule.string() + " is installed.";
-    enum { NoRule, RuleThenNode, NodeThenRule };
+                      hasRule = rule.string() + " is installed.", driver = "cdc_acm (interface 2).";
+    enum { OldRule = 1, YoungRule = 2, Holder = 4, Driver = 8 };  // older or younger than the node
+    const auto denied = kIOReturnNotPermitted, held = kIOReturnExclusiveAccess;
     const struct {
         const char* name;
         IOReturn result;
         OpenFailureCause cause;
-        std::vector<std::string> says;  ///< besides the node and the result
-        int rule = NoRule;
-        int may = 0;  ///< what access(2) allows
-        bool isHeld = false, hasDriver = false;
+        std::vector<std::string> says = {};  ///< besides the node and the result
+        int has = 0, may = 0;                ///< what is there; what access(2) allows
     } rows[] = {
-        {"no rule", kIOReturnNotPermitted, RuleNotInstalled, {noRule, "mode 0664", " not read and not write it."}},
-        {"young rule", kIOReturnNotPermitted, NotAttachedSinceRule, {hasRule}, NodeThenRule},
-        {"another's seat",
-         kIOReturnNotPermitted,
-         UserNotInAccessList,
-         {hasRule, " read, but not write it."},
-         RuleThenNode,
-         R_OK},
-        {"sandbox", kIOReturnNotPermitted, DeniedBeyondPermissions, {" read and write it."}, NoRule, R_OK | W_OK},
-        {"program",
-         kIOReturnExclusiveAccess,
-         HeldByProgram,
-         {"held by virt\\x0Dmanager (process 4321).", "cdc_acm (interface 2)."},
-         NoRule,
-         0,
-         true,
-         true},
-        {"driver", kIOReturnExclusiveAccess, HeldByDriver, {"cdc_acm (interface 2)."}, NoRule, 0, false, true},
-        {"nobody seen", kIOReturnExclusiveAccess, HeldByProgram, {"No other program of this user"}},
-        {"bus", kIOReturnIOError, IOFailure, {}},
-        {"endpoint", kIOUSBPipeStalled, IOFailure, {}},
-        {"going", kIOReturnNoDevice, Gone, {}},
-        {"memory", kIOReturnNoMemory, Other, {}},
+        {"no rule", denied, RuleNotInstalled, {noRule, "mode 0664", " not read and not write it."}},
+        {"young rule", denied, NotAttachedSinceRule, {hasRule}, YoungRule},
+        {"another's seat", denied, UserNotInAccessList, {hasRule, " read, but not write it."}, OldRule, R_OK},
+        {"sandbox", denied, DeniedBeyondPermissions, {" read and write it."}, 0, R_OK | W_OK},
+        {"program", held, HeldByProgram, {"held by virt\\x0Dmanager (process 4321).", driver}, Holder | Driver},
+        {"driver", held, HeldByDriver, {driver}, Driver},
+        {"nobody seen", held, HeldByProgram, {"No other program of this user"}},
+        {"bus", kIOReturnIOError, IOFailure},
+        {"endpoint", kIOUSBPipeStalled, IOFailure},
+        {"going", kIOReturnNoDevice, Gone},
+        {"memory", kIOReturnNoMemory, Other},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        fs::remove(rule);
-        if (row.rule != NoRule) support::WriteFile(rule, "");
+        for (const fs::path& file : {rule, holder, driverLink}) fs::remove(file);
+        if (row.has & Holder) fs::create_symlink(node, holder);
+        if (row.has & Driver) fs::create_symlink("../../drivers/cdc_acm", driverLink);
+        if (row.has & (OldRule | YoungRule)) support::WriteFile(rule, "");
         // A change time can't be set: one of the two is changed until the clock has gone on.
         const auto changeTime = [](const fs::path& file) {
             struct stat status {};
             ::stat(file.c_str(), &status);
             return std::pair(status.st_ctim.tv_sec, status.st_ctim.tv_nsec);
         };
-        const auto [older, younger] = row.rule == NodeThenRule ? std::pair(node, rule) : std::pair(rule, node);
-        while (row.rule != NoRule && changeTime(younger) <= changeTime(older))
-            fs::permissions(younger, fs::perms(0664));
-        fs::remove(folder / "proc/4321/fd/7");
-        if (row.isHeld) fs::create_symlink(node, folder / "proc/4321/fd/7");
-        fs::remove(device / "1-1:1.2/driver");
-        if (row.hasDriver) fs::create_symlink("../../drivers/cdc_acm", device / "1-1:1.2/driver");
+        const auto [older, younger] = row.has & YoungRule ? std::pair(node, rule) : std::pair(rule, node);
+        while (fs::exists(rule) && changeTime(younger) <= changeTime(older)) fs::permissions(younger, fs::perms(0664));
 
         const OpenFailure failure = Diagnose(row.result, row.may);
         EXPECT_EQ(failure.cause, row.cause) << failure.seen;
@@ -143,8 +124,7 @@ TEST_F(OpenFailureTest, AccessListReadsAsGetfaclWritesIt) {
     const std::string text = "user::rw-,user:root:r--,group::---,mask::rw-,other::---";
     EXPECT_EQ(accessListText(list), text);
     EXPECT_EQ(accessListText(std::string("\2\0\0\0\x08\0\7\0\xFE\xFF\xFF\x7F", 12)), "group:2147483646:rwx");
-    for (const std::string& other :
-         {std::string(), list.substr(1), list.substr(0, list.size() - 1), "\3" + list.substr(1)})
+    for (const auto& other : {std::string(), list.substr(1), list.substr(0, list.size() - 1), "\3" + list.substr(1)})
         EXPECT_EQ(accessListText(other), "") << other.size();
 
     EXPECT_THAT(permissionsText(node), HasSubstr("without an access list"));
