@@ -73,6 +73,11 @@ def with_data(records, number, data):
     return changed
 
 
+def at_another_address(record):
+    seconds, micros, packet = record
+    return seconds, micros, packet[:7] + b"\x63" + packet[8:11] + bytes([packet[11] and 99]) + packet[12:]
+
+
 def without_data(records, number):
     """As usbmon writes a packet whose data it could not take."""
     changed = list(records)
@@ -145,6 +150,8 @@ def main():
             ("a time that can't be", pcap([(0, 0, whole[0][2][:23] + b"\x7f" + whole[0][2][24:])]), reset, 2, "packet 1 is damaged"),
             ("of a network", pcap(whole, link=1), reset, 2, "link type is 1"),
             ("no capture", b"nothing of the kind", reset, 2, "it is no capture"),
+            ("two devices at a time", pcap([record for one in whole for record in (one, at_another_address(one))]), reset, 2,
+             "two devices are attached at packet "),
             ("nothing of ours", pcap(whole[:2]), reset, 2, "no program spoke"),
             ("empty", b"", reset, 2, "it is no capture"))
 

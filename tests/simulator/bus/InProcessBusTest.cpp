@@ -35,9 +35,8 @@ TEST_F(InProcessBusTest, ObserverHearsOfWhatAPersonWouldSee) {
     int heard = 0;
     backend.world.bus.setObserver([&] { ++heard; });
     backend.plug();
-    EXPECT_EQ(heard, 1);
     contract::present(backend.registry());
-    EXPECT_EQ(heard, 1) << "nobody would see that";
+    EXPECT_EQ(heard, 1) << "of the cable, and not of a look";
     backend.withDevice([](Device& device, Time) { device.store().clear(); });
     EXPECT_EQ(heard, 2);
 }
@@ -64,7 +63,6 @@ TEST_F(RealTimeDriveTest, HostAndPersonMayWorkAtTheSameTime) {
         }
     } while (person.wait_for(microseconds(0)) != std::future_status::ready);
     EXPECT_TRUE(backend.isAtRest());
-    EXPECT_EQ(AsioRunLoops().current()->modeCount(), 0u);
 }
 
 }  // namespace

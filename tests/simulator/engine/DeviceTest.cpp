@@ -71,15 +71,14 @@ TEST(Device, AnswersAndTheFaultsOnThemAreExactByteForByte) {
         EXPECT_EQ(host.read(), std::vector<Bytes>{own}) << "the fault is used up";
     }
     Host host;
-    host.device.profile().descriptions = {"Unit", "B"};
-    host.device.profile().protocols = protocolEntries("A010 D1018");
-    host.device.profile().extendedProductData = {{"X"}};
+    auto& profile = host.device.profile();
+    profile.descriptions = {"Unit", "B"};
+    profile.protocols = protocolEntries("A010 D1018");
+    profile.extendedProductData = {{"X"}};
     host.write(application(kProductRequest));
-    const std::vector<Bytes> identification = {
-        {20, 0, 0, 0, 0xFF, 0, 0, 0, 11, 0, 0, 0, 0xE8, 3, 230, 0, 'U', 'n', 'i', 't', 0, 'B', 0},
-        {20, 0, 0, 0, 0xFD, 0, 0, 0, 6, 0, 0, 0, 'A', 10, 0, 'D', 0xFA, 3},
-        {20, 0, 0, 0, 0xF8, 0, 0, 0, 2, 0, 0, 0, 'X', 0}};
-    EXPECT_EQ(host.read(), identification);
+    const Bytes product = {0xE8, 3, 230, 0, 'U', 'n', 'i', 't', 0, 'B', 0}, list = {'A', 10, 0, 'D', 0xFA, 3};
+    EXPECT_EQ(host.read(), (std::vector{application(kProductData, product), application(kProtocolList, list),
+                                        application(kExtendedProductData, {'X', 0})}));
 }
 
 TEST(Device, KeepsNoMoreThanItsBoundsForAHostThatDoesNotRead) {
