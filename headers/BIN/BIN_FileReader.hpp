@@ -11,12 +11,12 @@
 
 namespace bin {
 
-/// How a stream reads a file: at a position of its own, with a read-ahead of 1024 bytes. Numbers that lie in it are
-/// taken without asking the system. Whatever needs more than it holds, and every other operation of the stream, asks
-/// for the file's size first and drops what is held once that is another than before. So a file that has grown is read
-/// on, and one that was cut ends a read-ahead late at the most, where numbers alone are read; bytes that another
-/// program writes over in place may be seen as late. Owned by the stream whose state it sets, beside the file; the file
-/// is open. One thread at a time.
+/// How a stream reads a file: at a position of its own, with a read-ahead of 1024 bytes. Numbers are taken out of the
+/// read-ahead without asking the file for its size. Every other operation, and a number that the read-ahead does not
+/// hold, asks for the size first and drops the read-ahead when the size has changed. So a file that has grown is read
+/// on. A file that is cut may still give up to 1024 bytes that had been read before. Bytes that are overwritten are
+/// seen late, when the read-ahead is used up. Owned by the stream whose state it sets, beside the file; the file is
+/// open. One thread at a time.
 class FileReader_t : private glo::NonCopyable_t {
   public:
     FileReader_t(istream& stream, fil::File_t& file) : mStream(stream), mFile(file) {}  ///< borrows both

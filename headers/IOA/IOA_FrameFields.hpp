@@ -12,8 +12,8 @@
 
 namespace ioa {
 
-/// Values of these types lie in a payload as their bytes. In the widths of the binary streams a long loses half of
-/// itself, and a bool its type.
+/// Values of these types lie in a payload as their bytes. Not long, of which the binary streams write 4 bytes of 8, and
+/// not bool, of which they read any byte but 0 as true.
 template <typename... Fields_t>
 inline constexpr bool gcAreBytes = ((std::is_arithmetic_v<Fields_t> && !std::is_same_v<Fields_t, long> &&
                                      !std::is_same_v<Fields_t, unsigned long> && !std::is_same_v<Fields_t, bool>)&&...);
