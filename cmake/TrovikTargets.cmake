@@ -35,8 +35,8 @@ function(trovik_sanitizers target)
   endif()
 endfunction()
 
-# Makes a folder of the build tree's own. A link to a whole folder, of an older configuration, goes first: what is made through
-# it would land among the sources, in the place of a file there.
+# Makes the folder <root>/<path> inside the build tree. An older configuration may have left a symbolic link there or on the
+# way down from <root>; it is removed first, or links made below it would replace files of the sources.
 function(trovik_own_folder root path)
   cmake_path(SET place NORMALIZE ${root}/${path})
   while(NOT place STREQUAL root AND NOT place STREQUAL "${root}/")
