@@ -2,6 +2,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
 #include <map>
 #include <optional>
 #include <string>
@@ -45,6 +46,15 @@ inline std::optional<Medians> MeasureMedians(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     if (reporter.hasFailed) return std::nullopt;
     return reporter.medians;
+}
+
+/// Prints "ratio <label> <value><goal>" for scripts, or nothing where one of the two benchmarks was filtered out.
+/// @param goal  " goal 1.2", or empty
+inline void TellRatio(const Medians& medians, const std::string& label, const std::string& own, const std::string& peer,
+                      const char* goal) {
+    const auto ours = medians.find(own), other = medians.find(peer);
+    if (ours == medians.end() || other == medians.end()) return;
+    std::printf("ratio %s %.3f%s\n", label.c_str(), ours->second / other->second, goal);
 }
 
 }  // namespace bench

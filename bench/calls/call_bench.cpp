@@ -10,6 +10,7 @@
 #include "THR/THR_Object.hpp"
 #include "THR/THR_RemoteReference.hpp"
 #include "THR/THR_Stack.hpp"
+#include "bench/Pairs.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
 
@@ -17,15 +18,15 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
 #include <sched.h>
+#include <string>
 #include <sys/resource.h>
 #include <thread>
-#include <vector>
+#include <utility>
 
 namespace {
 
@@ -139,23 +140,6 @@ Cost block(auto& thread) {
             (processorTime() - used) / kCalls};
 }
 
-double median(std::vector<double> values) {
-    std::ranges::sort(values);
-    return values[values.size() / 2];
-}
-
-void tell(const char* what, const char* goal, const std::vector<Cost>& ours, const std::vector<Cost>& bare,
-          double Cost::*member) {
-    std::vector<double> own, other, ratios;
-    for (std::size_t i = 0; i < ours.size(); ++i) {
-        own.push_back(ours[i].*member);
-        other.push_back(bare[i].*member);
-        ratios.push_back(own.back() / other.back());
-    }
-    std::printf("call and answer between two threads, %s: %.1f us, Asio's post and a promise %.1f us, ratio %.2f%s\n",
-                what, median(own), median(other), median(ratios), goal);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -166,16 +150,19 @@ int main(int argc, char** argv) {
     if (::sched_setaffinity(0, sizeof here, &here) != 0) fail("the threads can't be kept on one processor");
     platform::AsioRunLoops loops;
     const platform::PlatformScope scope({.runLoops = &loops});
-    std::vector<Cost> ours, bare;
+    bench::Pairs elapsed, processor;
     {
         OwnThread own;
         BareThread other;
         for (int i = 0; i < rounds; ++i) {
-            ours.push_back(block(own));
-            bare.push_back(block(other));
+            const Cost ours = block(own);
+            const Cost bare = block(other);
+            elapsed.Add(ours.elapsed, bare.elapsed);
+            processor.Add(ours.processor, bare.processor);
         }
     }
     thr::LocalPort_t::ReleaseLocalPort();
-    tell("elapsed", " (goal 2.0)", ours, bare, &Cost::elapsed);
-    tell("processor time", " (goal 2.0)", ours, bare, &Cost::processor);
+    const std::string what = "call and answer between two threads, ";
+    elapsed.Tell(what + "elapsed", "Asio's post and a promise", "us", 1, " (goal 2.0)");
+    processor.Tell(what + "processor time", "Asio's post and a promise", "us", 1, " (goal 2.0)");
 }

@@ -378,12 +378,8 @@ BENCHMARK(ProtocolsDecodeOwningCursor)->Name("protocols_decode/owning_cursor");
 int main(int argc, char** argv) {
     const auto medians = bench::MeasureMedians(argc, argv);
     if (!medians) return EXIT_FAILURE;
-    const auto tell = [&](const char* record, const char* peer, const char* goal) {
-        const auto own = medians->find(std::string(record) + "/frame");
-        const auto other = medians->find(std::string(record) + '/' + peer);
-        if (own == medians->end() || other == medians->end()) return;  // filtered out
-        const double ratio = own->second / other->second;
-        std::printf("ratio %s to_%s %.3f%s\n", record, peer, ratio, goal);
+    const auto tell = [&](const std::string& record, const std::string& peer, const char* goal) {
+        bench::TellRatio(*medians, record + " to_" + peer, record + "/frame", record + '/' + peer, goal);
     };
     for (const char* record : {"pvt", "protocols"}) {
         tell(record, "stringstream", " goal 0.333");

@@ -9,16 +9,18 @@
 #include "bench/Medians.hpp"
 #include "platform/common/FileDescriptor.hpp"
 
-#include <cstdint>
-#include <cstdio>
+#include <benchmark/benchmark.h>
+
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <ios>
+#include <memory>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -104,8 +106,8 @@ int main(int argc, char** argv) {
     const auto medians = bench::MeasureMedians(argc, argv);
     std::filesystem::remove(gPath);
     if (!medians) return EXIT_FAILURE;
-    for (const char* stream : {"ifstream", "fstream"}) {
+    for (const std::string stream : {"ifstream", "fstream"}) {
         for (const auto& [peer, goal] : {std::pair("standard", " goal 1.2"), {"standard_asking_for_the_size", ""}})
-            std::printf("ratio %s to_%s %.3f%s\n", stream, peer, medians->at(stream) / medians->at(peer), goal);
+            bench::TellRatio(*medians, stream + " to_" + peer, stream, peer, goal);
     }
 }

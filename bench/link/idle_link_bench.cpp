@@ -11,13 +11,15 @@
 #include "platform/linux/usb/UdevRegistry.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <malloc.h>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/wait.h>

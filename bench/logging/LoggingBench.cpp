@@ -10,6 +10,7 @@
 #include "app/Util/Logging/DDLogFileDefaults.hpp"
 #include "app/Util/Logging/DDTTYLogger.hpp"
 #include "app/Util/Logging/VundLogFormatter.hpp"
+#include "bench/Pairs.hpp"
 #include "platform/common/FileDescriptor.hpp"
 #include "platform/linux/files/LinuxFiles.hpp"
 
@@ -31,6 +32,7 @@
 
 namespace {
 
+using bench::Median;
 using Clock = std::chrono::steady_clock;
 using MakePeer = std::unique_ptr<Peer> (*)(PeerMode, const std::string&);
 
@@ -117,47 +119,34 @@ Run throughput(MakePeer make, PeerMode mode, const std::string& file, int thread
             static_cast<double>(std::clock() - used) * 1e6 / CLOCKS_PER_SEC / messages};
 }
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
+/// The two are measured right after one another. On a machine that is busy with something else the rates are what is
+/// left for them, and only the processor time tells the two apart.
+void print(const bench::Pairs& figure, const char* title, const char* unit, const char* goal) {
+    const auto [least, most] = std::ranges::minmax(figure.Ratios());
+    std::printf("%-46s own %10.1f %s   peer %10.1f %s   ratio %5.2f (%.2f to %.2f), goal %s\n", title,
+                Median(figure.Own()), unit, Median(figure.Peer()), unit, Median(figure.Ratios()), least, most, goal);
+    std::fflush(stdout);
 }
-
-/// One figure of both, a pair for each round. The two are measured right after one another. On a machine that is busy
-/// with something else the rates are what is left for them, and only the processor time tells the two apart.
-struct Figure {
-    std::vector<double> own, other;
-
-    void print(const char* title, const char* unit, const char* goal) const {
-        std::vector<double> ratios;
-        for (std::size_t i = 0; i < own.size(); ++i) ratios.push_back(own[i] / other[i]);
-        const auto [least, most] = std::minmax_element(ratios.begin(), ratios.end());
-        std::printf("%-46s own %10.1f %s   peer %10.1f %s   ratio %5.2f (%.2f to %.2f), goal %s\n", title, median(own),
-                    unit, median(other), unit, median(ratios), *least, *most, goal);
-        std::fflush(stdout);
-    }
-};
 
 void compareThroughput(const char* title, MakePeer makeOther, PeerMode mode, const std::string& folder, int threads,
                        int messages, const char* goal) {
-    Figure rate, cost;
+    bench::Pairs rate, cost;
     for (int round = 0; round < kRounds; ++round) {
-        for (const bool isOwn : {true, false}) {
-            const Run run = throughput(isOwn ? makeOwnPeer : makeOther, mode, folder + (isOwn ? "/own" : "/other"),
-                                       threads, messages);
-            (isOwn ? rate.own : rate.other).push_back(run.rate / 1000);
-            (isOwn ? cost.own : cost.other).push_back(run.cost);
-        }
+        const Run own = throughput(makeOwnPeer, mode, folder + "/own", threads, messages);
+        const Run other = throughput(makeOther, mode, folder + "/other", threads, messages);
+        rate.Add(own.rate / 1000, other.rate / 1000);
+        cost.Add(own.cost, other.cost);
         std::filesystem::remove_all(folder + "/own.d");
     }
-    rate.print(title, "k/s", goal);
-    cost.print("    processor time of a message", "us ", "none");
+    print(rate, title, "k/s", goal);
+    print(cost, "    processor time of a message", "us ", "none");
 }
 
 /// How long single calls take at a low rate. The caller sleeps between them, as a program does. Both loggers are called
 /// in turn, so that each call of one has a call of the other within a moment.
 void compareLatency(const std::string& folder) {
     constexpr std::array kParts = {0.5, 0.99, 0.999};
-    std::array<Figure, kParts.size()> figures;
+    std::array<bench::Pairs, kParts.size()> figures;
     for (int round = 0; round < kRounds; ++round) {
         const std::array peers = {makeOwnPeer(PeerMode::Asynchronous, folder + "/own"),
                                   makeSpdlogPeer(PeerMode::Asynchronous, folder + "/other")};
@@ -173,14 +162,13 @@ void compareLatency(const std::string& folder) {
         for (auto& of : spans) std::sort(of.begin(), of.end());
         for (std::size_t f = 0; f < kParts.size(); ++f) {
             const auto at = static_cast<std::size_t>(kParts[f] * (kCalls - 1));
-            figures[f].own.push_back(spans[0][at]);
-            figures[f].other.push_back(spans[1][at]);
+            figures[f].Add(spans[0][at], spans[1][at]);
         }
     }
     std::filesystem::remove_all(folder + "/own.d");
-    figures[0].print("caller's latency at 10,000 calls/s, p50", "us ", "<= 1");
-    figures[1].print("the same, p99", "us ", "<= 1");
-    figures[2].print("the same, p99.9", "us ", "<= 1");
+    print(figures[0], "caller's latency at 10,000 calls/s, p50", "us ", "<= 1");
+    print(figures[1], "the same, p99", "us ", "<= 1");
+    print(figures[2], "the same, p99.9", "us ", "<= 1");
 }
 
 void disabledLevel() {

@@ -3,19 +3,21 @@
 //   reset_bench [ROUNDS]
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
+#include "bench/Pairs.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "simulator/bus/InProcessBus.hpp"
 #include "simulator/engine/RealTimeDrive.hpp"
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -155,11 +157,6 @@ class Host {
     bool mAttached = false;
 };
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -168,12 +165,11 @@ int main(int argc, char** argv) {
     host.reset();
     const std::vector<Message> messages = host.packets();
     barePair(messages);
-    std::vector<double> ours, bare, ratios;
+    bench::Pairs pairs;
     for (int i = 0; i < rounds; ++i) {
-        ours.push_back(host.reset());
-        bare.push_back(barePair(messages));
-        ratios.push_back(ours.back() / bare.back());
+        const double ours = host.reset();
+        pairs.Add(ours, barePair(messages));
     }
-    std::printf("whole reset in process, %zu packets: %.0f us, bare pair of threads %.0f us, ratio %.2f (goal 1.5)\n",
-                messages.size(), median(ours), median(bare), median(ratios));
+    pairs.Tell("whole reset in process, " + std::to_string(messages.size()) + " packets", "bare pair of threads", "us",
+               0, " (goal 1.5)");
 }

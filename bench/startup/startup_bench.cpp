@@ -1,7 +1,8 @@
 // Start to first painted frame, and private memory at that moment: the tool beside a window of the same toolkit that
 // shows one line of text, in turn.
 //   startup_bench TOOL BARE PRELOAD [ROUNDS]
-#include <algorithm>
+#include "bench/Pairs.hpp"
+
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -10,11 +11,13 @@
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 extern char** environ;
 
 namespace {
+
+using bench::Median;
+using bench::Quantile;
 
 struct Start {
     double milliseconds = 0;
@@ -52,16 +55,6 @@ Start start(const char* program) {
     return {static_cast<double>(painted - began) / 1e6, static_cast<double>(kilobytes) / 1024};
 }
 
-/// The value below which that share of them lies.
-double quantile(std::vector<double> values, double share) {
-    std::sort(values.begin(), values.end());
-    return values[static_cast<std::size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
-}
-
-double median(const std::vector<double>& values) {
-    return quantile(values, 0.5);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -70,7 +63,7 @@ int main(int argc, char** argv) {
     if (!getenv("DISPLAY")) setenv("QT_QPA_PLATFORM", "offscreen", 0);
     const int rounds = argc > 4 ? std::atoi(argv[4]) : 15;
     start(argv[1]), start(argv[2]);  // warms the page cache
-    std::vector<double> ratio, tool, bare, toolMemory, bareMemory;
+    bench::Pairs time, memory;
     for (int i = 0; i < rounds; ++i) {
         // Each begins every other round: what a start leaves behind is to harm or help both.
         const bool toolFirst = i % 2 == 0;
@@ -78,13 +71,13 @@ int main(int argc, char** argv) {
         const Start second = start(argv[toolFirst ? 2 : 1]);
         const Start& a = toolFirst ? first : second;
         const Start& b = toolFirst ? second : first;
-        ratio.push_back(a.milliseconds / b.milliseconds);
-        tool.push_back(a.milliseconds), bare.push_back(b.milliseconds);
-        toolMemory.push_back(a.megabytes), bareMemory.push_back(b.megabytes);
+        time.Add(a.milliseconds, b.milliseconds);
+        memory.Add(a.megabytes, b.megabytes);
     }
     std::printf(
         "first frame: tool %.1f ms, bare text %.1f ms, ratio %.3f, half of the rounds %.2f to %.2f (goal 1.10)\n",
-        median(tool), median(bare), median(ratio), quantile(ratio, 0.25), quantile(ratio, 0.75));
-    std::printf("memory: tool %.1f MB, bare text %.1f MB, difference %.1f MB (goal 10)\n", median(toolMemory),
-                median(bareMemory), median(toolMemory) - median(bareMemory));
+        Median(time.Own()), Median(time.Peer()), Median(time.Ratios()), Quantile(time.Ratios(), 0.25),
+        Quantile(time.Ratios(), 0.75));
+    std::printf("memory: tool %.1f MB, bare text %.1f MB, difference %.1f MB (goal 10)\n", Median(memory.Own()),
+                Median(memory.Peer()), Median(memory.Own()) - Median(memory.Peer()));
 }

@@ -7,7 +7,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <string>
 
 namespace {
@@ -38,8 +37,7 @@ int main(int argc, char** argv) {
 
     const auto medians = bench::MeasureMedians(argc, argv);
     if (!medians) return 1;
-    for (const char* name : {"PrintStr", "PrintData", "Trace"}) {
-        std::printf("ratio %s to_empty_function %.3f goal 1.0\n", name, medians->at(name) / medians->at("empty"));
-    }
+    for (const std::string name : {"PrintStr", "PrintData", "Trace"})
+        bench::TellRatio(*medians, name + " to_empty_function", name, "empty", " goal 1.0");
     return 0;
 }

@@ -1,6 +1,7 @@
 // How long sixteen simulated devices take that are away for a second, twice, each time that they restart, beside one of
 // them; in process, in real time. The two take turns, and the ratio is taken pair by pair.
 //   at_once_bench [ROUNDS]
+#include "bench/Pairs.hpp"
 #include "cli/Commands.hpp"
 #include "cli/Scenario.hpp"
 #include "cli/UsbGate.hpp"
@@ -8,13 +9,14 @@
 #include "platform/linux/loop/AsioRunLoop.hpp"
 #include "simulator/engine/RealTimeDrive.hpp"
 
-#include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
-#include <vector>
+#include <string>
+#include <system_error>
 
 namespace {
 
@@ -61,25 +63,18 @@ double seconds(std::uint32_t devices, const std::string& folder) {
     return taken;
 }
 
-double median(std::vector<double> values) {
-    std::ranges::sort(values);
-    return values[values.size() / 2];
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     const int rounds = argc > 1 ? std::atoi(argv[1]) : 7;
     char folder[] = "/tmp/at_once_bench.XXXXXX";
     if (!::mkdtemp(folder)) fail("no folder");
-    std::vector<double> sixteen, one, ratios;
+    bench::Pairs pairs;
     for (int i = 0; i < rounds; ++i) {
-        sixteen.push_back(seconds(16, folder));
-        one.push_back(seconds(1, folder));
-        ratios.push_back(sixteen.back() / one.back());
+        const double sixteen = seconds(16, folder);
+        pairs.Add(sixteen, seconds(1, folder));
     }
     std::error_code ignored;
     std::filesystem::remove_all(folder, ignored);
-    std::printf("sixteen devices that are away for a second, twice: %.2f s, one %.2f s, ratio %.3f (goal 1.10)\n",
-                median(sixteen), median(one), median(ratios));
+    pairs.Tell("sixteen devices that are away for a second, twice", "one", "s", 2, " (goal 1.10)");
 }

@@ -3,6 +3,7 @@
 // take turns, round by round. Each is a process of its own, so that nothing of the bus is counted but what its preload
 // library does in it.
 //   twin_bench TROVIK_RESET BARE_MANY [ROUNDS]
+#include "bench/Pairs.hpp"
 #include "simulator/umock/UmockUsb.hpp"
 
 #include <algorithm>
@@ -21,6 +22,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -43,15 +45,10 @@ struct Cost {
     double descriptors = 0;   ///< the most that were seen open
 };
 
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
 double median(const std::vector<Cost>& costs, double Cost::*member) {
     std::vector<double> values;
     for (const Cost& cost : costs) values.push_back(cost.*member);
-    return median(std::move(values));
+    return bench::Median(std::move(values));
 }
 
 class Bench {

@@ -13,6 +13,7 @@
 #include "THR/THR_CancelRequested.hpp"
 #include "app/TrovikMode/USBTrovikModeFinderUtils.hpp"
 #include "app/TrovikMode/UsbTrovikModeIoLink.hpp"
+#include "bench/Pairs.hpp"
 #include "bench/usb/BareHost.hpp"
 #include "platform/Platform.hpp"
 #include "platform/linux/loop/AsioRunLoop.hpp"
@@ -23,6 +24,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -34,11 +37,6 @@ using simulator::RecordEntry;
 
 double MicrosecondsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
-}
-
-double Median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 class Bench {
@@ -53,22 +51,20 @@ class Bench {
 
     void Resets(int rounds) {
         const auto messages = Record();
-        std::vector<double> ours, bare, ratios;
+        bench::Pairs times;
         long oursMost = 0, bareLeast = 1 << 30, oursOther = 0, bareOther = 0;
         for (int i = 0; i < rounds; ++i) {
             const auto start = mUsb.requests();
-            ours.push_back(Prepared([&] { OurReset(); }));
+            const double ours = Prepared([&] { OurReset(); });
             const auto between = mUsb.requests();
-            bare.push_back(Prepared([&] { BareReset(messages); }));
+            times.Add(ours, Prepared([&] { BareReset(messages); }));
             const auto end = mUsb.requests();
-            ratios.push_back(ours.back() / bare.back());
             oursMost = std::max(oursMost, between.submitted - start.submitted);
             bareLeast = std::min(bareLeast, end.submitted - between.submitted);
             oursOther += between.other - start.other;
             bareOther += end.other - between.other;
         }
-        std::printf("whole reset under umockdev: %.0f us, bare libusb program %.0f us, ratio %.3f (goal 1.10)\n",
-                    Median(ours), Median(bare), Median(ratios));
+        times.Tell("whole reset under umockdev", "bare libusb program", "us", 0, " (goal 1.10)");
         std::printf("  transfers: at most %ld, bare program at least %ld; other requests %.1f and %.1f\n", oursMost,
                     bareLeast, double(oursOther) / rounds, double(bareOther) / rounds);
         if (oursMost > bareLeast) Fail("the library makes transfers that the bare program does without");
@@ -83,34 +79,26 @@ class Bench {
             return one.bytes == simulator::encodePacket({simulator::kApplicationLayer, simulator::kProductRequest, {}});
         });
         if (identification == last) Fail("no identification was recorded");
-        std::vector<Times> ours, bare;
+        bench::Pairs identifications, whole;
         for (int i = 0; i < rounds; ++i) {
             const auto start = mUsb.requests();
-            ours.push_back(Identification());
+            const Times ours = Identification();
             const auto between = mUsb.requests();
-            bare.push_back(BareIdentification(first, identification, last));
+            const Times bare = BareIdentification(first, identification, last);
             const auto end = mUsb.requests();
+            identifications.Add(ours.identification, bare.identification);
+            whole.Add(ours.whole, bare.whole);
             if (between.submitted - start.submitted > end.submitted - between.submitted)
                 Fail("the library makes transfers that the bare program does without");
         }
-        const auto tell = [&](const char* what, double Times::*member, const char* goal) {
-            std::vector<double> own, other, ratios;
-            for (std::size_t i = 0; i < ours.size(); ++i) {
-                own.push_back(ours[i].*member);
-                other.push_back(bare[i].*member);
-                ratios.push_back(own.back() / other.back());
-            }
-            std::printf("%s under umockdev: %.0f us, bare libusb program %.0f us, ratio %.3f%s\n", what, Median(own),
-                        Median(other), Median(ratios), goal);
-        };
-        tell("identification", &Times::identification, " (goal 1.05)");
-        tell("opening, identification and closing", &Times::whole, "");
+        identifications.Tell("identification under umockdev", "bare libusb program", "us", 0, " (goal 1.05)");
+        whole.Tell("opening, identification and closing under umockdev", "bare libusb program", "us", 0, "");
     }
 
     void RoundTrips(int rounds) {
         constexpr int kBlock = 50;
         const iol::Frame_t question = Question();
-        std::vector<double> ours, bare, ratios;
+        bench::Pairs pairs;
         for (int done = 0; done < rounds; done += kBlock) {
             std::vector<double> block[2];
             {
@@ -136,12 +124,9 @@ class Bench {
                     block[1].push_back(MicrosecondsSince(start));
                 }
             }
-            ours.push_back(Median(block[0]));
-            bare.push_back(Median(block[1]));
-            ratios.push_back(ours.back() / bare.back());
+            pairs.Add(bench::Median(block[0]), bench::Median(block[1]));
         }
-        std::printf("frame round trip under umockdev: %.0f us, synchronous libusb %.0f us, ratio %.3f (goal 1.15)\n",
-                    Median(ours), Median(bare), Median(ratios));
+        pairs.Tell("frame round trip under umockdev", "synchronous libusb", "us", 0, " (goal 1.15)");
     }
 
   private:
