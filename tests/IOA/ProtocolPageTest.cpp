@@ -13,6 +13,7 @@
 #include <fstream>
 #include <map>
 #include <optional>
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,28 +22,16 @@ namespace {
 
 using Row = std::vector<std::string>;
 
-std::string trimmed(std::string text) {
-    text.erase(0, text.find_first_not_of(' '));
-    return text.erase(text.find_last_not_of(' ') + 1);
-}
-
-Row cells(const std::string& line) {
-    Row row;
-    for (std::size_t begin = 1, end; (end = line.find('|', begin)) != std::string::npos; begin = end + 1)
-        row.push_back(trimmed(line.substr(begin, end - begin)));
-    return row;
-}
-
-/// The rows of a table of the page, by their first column; heading and rule are left out.
+/// The rows of a table of the page, by their first column, a number.
 std::map<unsigned, Row> table(const std::string& name) {
+    static const std::regex kCell("\\| ([^|]*) (?=\\|)");
     std::ifstream page(TROVIK_SOURCE_DIR "/docs/PROTOCOL.md");
     std::map<unsigned, Row> rows;
-    bool isInside = false;
-    for (std::string line; std::getline(page, line);) {
-        if (line == "<!-- table: " + name + " -->") isInside = true;
-        if (line == "<!-- end -->") isInside = false;
-        if (!isInside || line.size() < 3 || line[0] != '|' || line[2] < '0' || line[2] > '9') continue;
-        const Row row = cells(line);
+    std::string line;
+    while (std::getline(page, line) && line != "<!-- table: " + name + " -->") continue;
+    while (std::getline(page, line) && line != "<!-- end -->") {
+        if (line.size() < 3 || line[2] < '0' || line[2] > '9') continue;  // heading and rule
+        const Row row(std::sregex_token_iterator(line.begin(), line.end(), kCell, 1), {});
         EXPECT_TRUE(rows.emplace(std::stoul(row.front()), row).second) << "twice: " << line;
     }
     return rows;
@@ -50,48 +39,27 @@ std::map<unsigned, Row> table(const std::string& name) {
 
 /// How many bytes a payload column promises; nothing where the length depends on what is in it.
 std::optional<std::size_t> promisedSize(const std::string& payload) {
-    static const std::map<std::string, std::size_t> kTypes = {{"none", 0},      {"unsigned 8", 1},  {"unsigned 16", 2},
-                                                              {"signed 16", 2}, {"unsigned 32", 4}, {"signed 64", 8}};
-    if (payload.find(" bytes,") != std::string::npos) return std::stoul(payload);
+    static const std::regex kBitsOrBytes("signed ([0-9]+)|^([0-9]+) bytes,");
+    if (payload == "none") return 0;
     std::size_t size = 0;
-    for (std::size_t begin = 0; begin < payload.size();) {
-        const std::size_t end = std::min(payload.find_first_of(",:", begin), payload.size());
-        const auto type = kTypes.find(trimmed(payload.substr(begin, end - begin)));
-        if (type == kTypes.end()) return std::nullopt;
-        size += type->second;
-        if (payload[end] != ',') break;
-        begin = end + 1;
-    }
-    return size;
+    for (std::sregex_iterator part(payload.begin(), payload.end(), kBitsOrBytes), end; part != end; ++part)
+        size += (*part)[1].matched ? std::stoul((*part)[1]) / 8 : std::stoul((*part)[2]);
+    return size > 0 ? std::optional(size) : std::nullopt;
 }
 
-template <typename Packet>
-std::pair<const unsigned, std::size_t> sizeOf() {
-    const iol::Frame_t frame = Packet().ProduceFrame();
-    return {frame.Id(), frame.Size()};
+template <typename... Packets>
+std::map<unsigned, std::size_t> sizesOf() {
+    return {{Packets().Id(), Packets().ProduceFrame().Size()}...};
 }
 
 }  // namespace
 
 TEST(ProtocolPage, NamesEachPacketWithTheSizeOfItsPayload) {
-    std::map<unsigned, std::size_t> sizes = {sizeOf<ioa::CommandPacket_t>(),
-                                             sizeOf<ioa::TransferCompletePacket_t>(),
-                                             sizeOf<ioa::TimeData_t>(),
-                                             sizeOf<ioa::DataRqst_t>(),
-                                             sizeOf<ioa::UnitIdPacket_t>(),
-                                             sizeOf<ioa::Packet_t<47, short>>(),
-                                             sizeOf<ioa::PvtData_t>(),
-                                             sizeOf<ioa::ProductDataExt_t>(),
-                                             sizeOf<ioa::Protocols_t>(),
-                                             sizeOf<ioa::ProductData_t>(),
-                                             sizeOf<ioa::UnitNamePacket_t>(),
-                                             sizeOf<ioa::RgnSizeRequestPacket_t>(),
-                                             sizeOf<ioa::RgnSize_t>(),
-                                             sizeOf<ioa::DeviceDisconnectTimeout_t>(),
-                                             {ioa::gcProductDataRequestId, 0},
-                                             {ioa::gcUnitNameRequestId, 0},
-                                             {113, 0},
-                                             {1500, 0}};
+    using namespace ioa;
+    auto sizes = sizesOf<CommandPacket_t, TransferCompletePacket_t, TimeData_t, DataRqst_t, UnitIdPacket_t,
+                         Packet_t<47, short>, PvtData_t, ProductDataExt_t, Protocols_t, ProductData_t, UnitNamePacket_t,
+                         RgnSizeRequestPacket_t, RgnSize_t, DeviceDisconnectTimeout_t>();
+    for (const unsigned empty : {+gcProductDataRequestId, +gcUnitNameRequestId, 113, 1500}) sizes[empty] = 0;
     for (const auto& [id, row] : table("application")) {
         SCOPED_TRACE(id);
         ASSERT_EQ(row.size(), 4u);
@@ -123,28 +91,17 @@ TEST(ProtocolPage, NamesTheNumbersOfTheCode) {
 }
 
 TEST(ProtocolPage, ShowsTheHeaderAsItIsWritten) {
-    std::vector<unsigned char> bytes;
-    const std::vector<unsigned char> payload = {0xAE, 0x00};
-    iou::WriteUsbPacket(iou::Layer_t::Application, 0x1234, payload, bytes);
-    const auto rows = table("header");
-    ASSERT_EQ(rows.size(), 6u);
-    EXPECT_EQ(rows.rbegin()->first, bytes.size() - payload.size());
-    std::size_t offset = 0;
-    for (const auto& [begin, row] : rows) {
-        EXPECT_EQ(begin, offset) << row[2];
-        offset += row[1] == "n" ? payload.size() : std::stoul(row[1]);
-        const unsigned value = bytes[begin] + 256u * bytes[begin + 1];
-        if (row[2] == "packet id") {
-            EXPECT_EQ(value, 0x1234u);
-        }
-        if (row[2].starts_with("layer")) {
-            EXPECT_EQ(bytes[begin], 20);
-        }
-        if (row[2].starts_with("number of bytes")) {
-            EXPECT_EQ(value, payload.size());
-        }
-        if (row[2] == "0") {
-            EXPECT_EQ(value, 0u) << begin;
-        }
+    std::vector<unsigned char> written, shown;
+    iou::WriteUsbPacket(iou::Layer_t::Application, 0x1234, std::vector<unsigned char>{0xAE, 0x00}, written);
+    const std::map<std::string, unsigned> values = {
+        {"layer", 20}, {"packet id", 0x1234}, {"number of bytes", 2}, {"payload", 0xAE}, {"0", 0}};
+    for (const auto& [offset, row] : table("header")) {
+        EXPECT_EQ(offset, shown.size());
+        const auto value = std::ranges::find_if(values, [&](auto& named) { return row[2].starts_with(named.first); });
+        ASSERT_NE(value, values.end()) << row[2];
+        const unsigned long size = row[1] == "n" ? 2 : std::stoul(row[1]);
+        for (unsigned long byte = 0; byte < size; ++byte)
+            shown.push_back(static_cast<unsigned char>(value->second >> 8 * byte));
     }
+    EXPECT_EQ(shown, written);
 }
