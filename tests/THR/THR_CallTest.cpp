@@ -80,15 +80,9 @@ class Counter_t : public Object_t {
     static void Add(Object_t& object, Stack_t& arguments, Stack_t& result) {
         result << (From(object).mCount += Pop<int>(arguments));
     }
-    static void Cancel(Object_t& object, Stack_t&, Stack_t&) { object.RequestCancel(); }
     static void Finish(Object_t& object, Stack_t&, Stack_t&) {
         LocalPort_t::GetLocalPort().RemoveReference(object.Id());
     }
-    static void Hold(Object_t&, Stack_t& arguments, Stack_t&) {
-        Pop<std::promise<void>*>(arguments)->get_future().wait();
-    }
-    static void Throw(Object_t&, Stack_t&, Stack_t&) { throw glo::Exception_t("some/File", 77, L"why", "sub"); }
-    static void ThrowInteger(Object_t&, Stack_t&, Stack_t&) { throw 1; }
 
     /// Calls the peer back and adds twice what it answers: a call within a call.
     static void AddThroughPeer(Object_t& object, Stack_t& arguments, Stack_t& result) {
@@ -99,26 +93,22 @@ class Counter_t : public Object_t {
     void Canceled() const override { ++mCanceled; }
 };
 
-/// Runs when a thread has ended but for this: its port is released by then.
-struct AtThreadEnd {
-    std::function<void()> action = [] {};
-    ~AtThreadEnd() { action(); }
-};
-thread_local AtThreadEnd gAtThreadEnd;
-
-/// A thread that serves a Counter_t, whose peer is the counter that the arguments name, until it is told to finish.
+/// A thread that serves a Counter_t, whose peer is the other one, until it is told to finish. Nobody releases its port:
+/// the end of the thread does.
 class Server {
   public:
-    explicit Server(Counter_t& peer) {
-        Stack_t arguments = AddressOf(peer);
-        arguments << this;
-        StartThread(Entry, arguments);
+    explicit Server(Counter_t& peer)
+        : mThread([this, address = AddressOf(peer)]() mutable {
+              Counter_t counter;
+              counter.mPeer.reset(new RemoteReference_t(address));
+              mAddress.set_value(AddressOf(counter));
+              counter.RunLoop();
+          }) {
         Stack_t address = mAddress.get_future().get();
         reference.reset(new RemoteReference_t(address));
     }
     ~Server() {
         if (reference) reference->CallAsync(Counter_t::Finish, {});
-        mEnded->get_future().wait();
     }
 
     int Call(Method_t method, int number) { return Pop<int>(reference->CallSync(method, Stack(number))); }
@@ -126,17 +116,8 @@ class Server {
     glo::AutoPtr<RemoteReference_t> reference;
 
   private:
-    static void Entry(Stack_t& arguments) {
-        auto* const server = Pop<Server*>(arguments);
-        gAtThreadEnd.action = [ended = server->mEnded] { ended->set_value(); };
-        Counter_t counter;
-        counter.mPeer.reset(new RemoteReference_t(arguments));
-        server->mAddress.set_value(AddressOf(counter));
-        counter.RunLoop();
-    }
-
     std::promise<Stack_t> mAddress;
-    std::shared_ptr<std::promise<void>> mEnded = std::make_shared<std::promise<void>>();  // outlives this object
+    std::jthread mThread;  // last: it uses the others
 };
 
 TEST(Stack, ValuesComeBackLastInFirstOutAndTextByPointerAsText) {
@@ -202,10 +183,11 @@ TEST_F(CallTest, CallsRunInOrderOnTheObjectsThreadAndAnswerOrRaiseWhatTheyThrow)
     EXPECT_EQ(server.Call(Counter_t::AddThroughPeer, 5), 1220);
     EXPECT_EQ(mine.mCount, 5);
 
-    const auto call = [&] { server.reference->CallSync(Counter_t::Throw, {}); };
+    static const Method_t raise = [](auto&, auto&, auto&) { throw glo::Exception_t("some/File", 77, L"why", "sub"); };
+    const auto call = [&] { server.reference->CallSync(raise, {}); };
     EXPECT_EQ(support::raisedAt<Exception_t>(call), "some/File 77");
     EXPECT_THAT(call, Raises(L"why"));
-    EXPECT_THROW(server.reference->CallSync(Counter_t::ThrowInteger, {}), Exception_t);
+    EXPECT_THROW(server.reference->CallSync([](auto&, auto&, auto&) { throw 1; }, {}), Exception_t);
     EXPECT_THROW(server.reference->CallSync(Counter_t::Add, {}), Exception_t) << "an argument is missing";
     EXPECT_EQ(server.Call(Counter_t::Add, 3), 1223) << "the thread still serves";
 }
@@ -225,7 +207,8 @@ TEST_F(CallTest, TheEndOfTheCalledThreadEndsAWaitingCall) {
     Counter_t mine;
     Server server(mine);
     std::promise<void> mayEnd;
-    server.reference->CallAsync(Counter_t::Hold, Stack(&mayEnd));
+    server.reference->CallAsync([](auto&, auto& held, auto&) { Pop<std::promise<void>*>(held)->get_future().wait(); },
+                                Stack(&mayEnd));
     server.reference->CallAsync(Counter_t::Finish, {});
     // Served once the call waits for its answer; the thread then ends with the call still in its queue.
     Post([&] { mayEnd.set_value(); });
@@ -252,7 +235,8 @@ TEST_F(CallTest, ABoundFunctorSeesTheCancelOfAnotherThread) {
     const CancelRequestedFunctor_t& canceled = mine.CancelFunctor();
     EXPECT_FALSE(canceled());
     Stack_t address = AddressOf(mine);
-    std::thread other([&] { RemoteReference_t(address).CallAsync(Counter_t::Cancel, {}); });
+    static const Method_t cancel = [](Object_t& object, Stack_t&, Stack_t&) { object.RequestCancel(); };
+    std::thread other([&] { RemoteReference_t(address).CallAsync(cancel, {}); });
     while (!canceled()) std::this_thread::yield();  // a long operation that asks between its steps
     other.join();
     EXPECT_EQ(mine.mCanceled, 1);
@@ -304,13 +288,21 @@ TEST_F(CallTest, ProcessMessageUntilServesUntilTheMomentAndNotInThePast) {
     EXPECT_GE(platform::CFAbsoluteTimeGetCurrent(), until);
 }
 
+/// Tells its name when a thread has ended but for this.
+struct AtThreadEnd {
+    std::wstring name;
+    std::promise<std::wstring>& told;
+    ~AtThreadEnd() { told.set_value(name); }
+};
+
 TEST_F(CallTest, WhatAThreadsEntryThrowsIsLoggedAndItsPortReleased) {
     std::promise<std::wstring> name;
     Stack_t arguments = Stack(&name);
     StartThread(
         [](Stack_t& stack) {
-            gAtThreadEnd.action = [name = LocalPort_t::GetLocalPort().Name(),
-                                   promise = Pop<std::promise<std::wstring>*>(stack)] { promise->set_value(name); };
+            // Made after the port, whose release at the thread's end would come too late.
+            static thread_local const AtThreadEnd atEnd{LocalPort_t::GetLocalPort().Name(),
+                                                        *Pop<std::promise<std::wstring>*>(stack)};
             throw 1;
         },
         arguments);
