@@ -2,6 +2,7 @@
 // what they must do; and any text through the code pages.
 
 #include "BIN/BIN_fstream.hpp"
+#include "BIN/BIN_istream_iterator.hpp"
 #include "BIN/BIN_stringstream.hpp"
 #include "GLO/GLO_String.hpp"
 #include "fuzz/Harness.hpp"
@@ -30,6 +31,7 @@ const unsigned int gcCodePages[] = {glo::gcUtf8Encoding, glo::gcWindows1252Encod
 struct Model {
     bool isFile = false;
     bool isRead = true;
+    bool isAppended = false;  ///< each write goes to the end, wherever the position is
     Bytes bytes{};
     std::size_t readAt = 0;
     std::size_t writeAt = 0;
@@ -70,6 +72,7 @@ struct Model {
     }
     void write(const void* from, std::size_t n) {
         if (hasFailed() || (n == 0 && !isFile)) return;
+        if (n > 0 && isAppended) writeAt = bytes.size();
         if (n > 0) bytes.resize(std::max(bytes.size(), writeAt + n));
         std::copy_n(static_cast<const unsigned char*>(from), n, bytes.begin() + static_cast<long>(n ? writeAt : 0));
         writeAt += n;
@@ -93,11 +96,11 @@ class Twins {
         for (int i = 0; i < 200 && !mInput.isAtEnd(); ++i) {
             const std::uint8_t choice = mInput.byte();
             if constexpr (!gcReads) {
-                choice % 16 == 0 ? setState() : writeStep(choice % 9);
+                choice % 16 == 0 ? setState() : writeStep(choice % 13);
             } else if (!gcWrites || choice < 0xA0) {
                 readStep(choice % 20);
             } else {
-                writeStep(choice % 9);
+                writeStep(choice % 13);
             }
             compare();
         }
@@ -254,14 +257,8 @@ class Twins {
         Wire wire{};
         const Bytes raw = mInput.bytes(sizeof wire);
         std::copy(raw.begin(), raw.end(), reinterpret_cast<unsigned char*>(&wire));
-        T value;
-        if constexpr (std::is_same_v<T, Wire>) {
-            value = wire;
-        } else {
-            value = static_cast<T>(wire);
-            wire &= 0xFFFFFFFF;
-        }
-        mStream << value;
+        mStream << static_cast<T>(wire);
+        if constexpr (std::is_same_v<T, long> || std::is_same_v<T, unsigned long>) wire &= 0xFFFFFFFF;
         mModel.write(&wire, sizeof wire);
     }
 
@@ -308,15 +305,30 @@ class Twins {
                         else
                             mModel.writeAt = target;
                     });
+                case 8:
+                    return writeScalar<unsigned long, std::uint64_t>();
+                case 9:
+                    return writeScalar<signed char>();
+                case 10: {
+                    const unsigned char byte = mInput.byte();
+                    mStream.put(byte);
+                    return mModel.write(&byte, 1);
+                }
+                case 11: {
+                    const unsigned char bit = mInput.byte() & 1;
+                    mStream << (bit != 0) << "text";
+                    mModel.write(&bit, 1);
+                    return mModel.write("text", 5);
+                }
                 default:
-                    const Bytes bytes(20UL * mInput.byte(), mInput.byte());
-                    if (bytes.empty()) return;
+                    const std::uint8_t byte = mInput.byte();
+                    const Bytes bytes(20UL * mInput.byte(), byte);
                     if constexpr (gcIsMemory) {
-                        mStream.fill(static_cast<char>(bytes[0]), bytes.size());
+                        mStream.fill(static_cast<char>(byte), bytes.size());
                         mModel.write(bytes.data(), bytes.size());
                     } else {
-                        mStream.expand(bytes.size(), bytes[0]);
-                        if (mModel.hasFailed()) return;
+                        mStream.expand(bytes.size(), byte);
+                        if (bytes.empty() || mModel.hasFailed()) return;
                         mModel.bytes.insert(mModel.bytes.end(), bytes.begin(), bytes.end());
                         mModel.isAtEnd = mModel.isAtEnd && !gcReads;
                     }
@@ -328,8 +340,20 @@ class Twins {
     fuzz::Input& mInput;
 };
 
+void tryIterator(const Bytes& bytes) {
+    using Iterator = bin::istream_iterator<unsigned char>;
+    bin::stringstream stream(bytes);
+    Iterator it(stream);
+    const Iterator end;
+    require(end == Iterator() && !(it == it), "iterators on streams are equal, or two at the end are not");
+    Bytes read;
+    while (it != end) read.push_back(*it++);
+    require(read == bytes && stream.rdstate() == bin::ios::eofbit, "not every byte to the end");
+}
+
 void tryMemory(fuzz::Input& input) {
     const Bytes bytes = input.bytes(input.byte());
+    if (!bytes.empty()) tryIterator(bytes);
     bin::stringstream stream(bytes);
     const Model model = Twins(stream, {.bytes = bytes}, input).run();
     const bool isGood = stream.good();
@@ -360,8 +384,10 @@ void tryFile(fuzz::Input& input) {
     const std::wstring path = glo::wstring(filePath(), glo::gcUtf8Encoding);
     Bytes written;
     {
-        bin::fstream stream(path, std::ios_base::in | std::ios_base::out | std::ios_base::trunc);
-        written = Twins(stream, {.isFile = true}, input).run().bytes;
+        const bool isAppended = input.byte() % 4 == 0;
+        const auto how = isAppended ? std::ios_base::app : std::ios_base::trunc;
+        bin::fstream stream(path, std::ios_base::in | std::ios_base::out | how);
+        written = Twins(stream, {.isFile = true, .isAppended = isAppended}, input).run().bytes;
     }
     requireContent(path, written);
     fuzz::Input again = input;
