@@ -68,18 +68,11 @@ TEST(Blackbox, IsInertWithoutASymbolAndSaysSoOnce) {
     EXPECT_FALSE(box.IsActive());
 }
 
-TEST(Blackbox, ProcessWideOneIsFoundThroughTheProgramsSymbol) {
+TEST(Blackbox, ProcessWideOneIsFoundThroughTheProgramsSymbolAndAFailedAssertionAddsItsPlace) {
     glo::Blackbox().Update("");  // what other cases of the process have left
     const glo::OutOfRange_t e("libs/X/X_File", 7, L"too \x20AC\x4E00");
     EXPECT_STREQ(__crashreporter_info__, "File: libs/X/X_File Line: 7\ntoo \x80?");
-}
-
-TEST(Assert, OnlyAFailedConditionLeavesItsPlaceAndTraps) {
-    EXPECT_EXIT(
-        {
-            glo::Blackbox().Add("before");
-            glo::Assert(true, "libs/X/X_File", 6);
-            glo::Assert(false, "libs/X/X_File", 7);
-        },
-        testing::KilledBySignal(SIGILL), "before\nFile: libs/X/X_File Line: 7\n");
+    glo::Assert(true, "libs/X/X_File", 8);
+    EXPECT_EXIT(glo::Assert(false, "libs/X/X_File", 9), testing::KilledBySignal(SIGILL),
+                "too .\\?\nFile: libs/X/X_File Line: 9\n");
 }

@@ -44,11 +44,8 @@ TEST(CodePage, Utf8ReadsWhatIsWellFormedAndReplacesWhatIsNot) {
               "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
-TEST(CodePage, Windows1252TakesEveryByteBothWays) {
-    std::string all;
-    for (int i = 0; i < 256; ++i) all += static_cast<char>(i);
+TEST(CodePage, Windows1252HasCharactersOfItsOwnAndOthersBecomeQuestionMarks) {
     EXPECT_EQ(glo::gcErrStdEncoding(), 0x0500U);
-    EXPECT_EQ(glo::string(glo::wstring(all, glo::gcErrStdEncoding()), glo::gcErrStdEncoding()), all);
     EXPECT_EQ(glo::wstring("\x80\x9F\xA0\xFF", 0x0500), L"\x20AC\x178\xA0\xFF");
     EXPECT_EQ(glo::string(L"\x20AC\x4E00\x80\x1F600", 0x0500), "\x80???");
     EXPECT_EQ(glo::string(L"a\xE9", glo::gcAsciiEncoding), "a?");
