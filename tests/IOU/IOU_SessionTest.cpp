@@ -125,18 +125,6 @@ TEST_F(StartedSession, WithoutALimitWaitsForAYear) {
     EXPECT_EQ(timed([&] { EXPECT_EQ(sends(2, win::gcDurationInfinite), ""); }), 3600000);
 }
 
-TEST_F(StartedSession, WriteThatFillsItsLastPacketEndsWithTheEmptyOne) {
-    usb.writes.clear();
-    usb.endsWrite({});
-    usb.endsWrite({.delay = milliseconds(700)});
-    EXPECT_EQ(timed([&] { EXPECT_EQ(sends(52), ""); }), 700);
-    EXPECT_EQ(sends(), "") << "and shows nothing of the longer one before it";
-    ASSERT_EQ(usb.writes.size(), 3U);
-    EXPECT_EQ(usb.writes[0].size(), 64U);
-    EXPECT_TRUE(usb.writes[1].empty());
-    EXPECT_EQ(usb.writes[2], (Bytes{20, 0, 0, 0, 0xFF, 1, 0, 0, 2, 0, 0, 0, 0x5A, 0x5A}));
-}
-
 TEST(Session, FirstErrorStaysWhateverHasBeenReceivedAndNothingIsWrittenAfterIt) {
     constexpr auto cError = platform::kIOReturnIOError;
     const std::pair<void (*)(ScriptedDevice&), std::string> cases[] = {

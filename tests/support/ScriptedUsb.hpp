@@ -50,8 +50,7 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
         platform::IOReturn result = platform::kIOReturnSuccess;
         bool ends = true;  ///< false: the device never takes it
         simulator::Duration delay{};
-        std::uint64_t count = 0;        ///< reported in place of what was written, when not 0
-        std::function<void()> raise{};  ///< called in place of the completion
+        std::uint64_t count = 0;  ///< reported in place of what was written, when not 0
     };
     void endsWrite(WriteEnd end) { mWriteEnds.push_back(std::move(end)); }
 
