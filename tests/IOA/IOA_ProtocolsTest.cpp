@@ -80,8 +80,7 @@ TEST(ProtocolQueries, EachAsksForExactlyItsEntries) {
 // clang-format off
 TEST(ProtocolQueries, AnswersOfListsAtTheEdge) {
     const std::vector<std::tuple<Query, std::string, std::string>> answers = {
-        {&P::SupportsWaypointTransfer, "A100 D999", "no"},
-        {&P::SupportsWaypointTransfer, "A001 A100", "bad"},
+        {&P::SupportsWaypointTransfer, "A100 D999", "no"}, {&P::SupportsWaypointTransfer, "A001 A100", "bad"},
         {&P::SupportsWaypointTransfer, "A100 A200 D200 D100", "bad"},
         {&P::SupportsWaypointTransfer, "A100 D999 A100 D108", "no"},  // only the first one counts
         {&P::SupportsWaypointTransfer, "D100 L100", "no"},

@@ -15,7 +15,6 @@
 #include <optional>
 #include <regex>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {

@@ -22,31 +22,24 @@ void expectFailure(SimulatedDevice& world, platform::IOReturn code, const char* 
 }
 
 TEST(Device, EachFailingStepOfOpeningIsReportedWithItsLineThrowsOneAndClosesEverything) {
-    using Step = BusOperation;
-    const std::tuple<Step, const char*, unsigned> cases[] = {
-        {Step::CreateDevicePlugIn, "Device, 51", 1},
-        {Step::QueryDeviceInterface, "Device, 69", 1},
-        {Step::USBDeviceOpen, "Device, 81", 1},
-        {Step::GetConfigurationDescriptorPtr, "Device, 91", 1},
-        {Step::SetConfiguration, "Device, 101", 1},
-        {Step::GetDeviceVendor, "Device, 109", 1},
-        {Step::GetDeviceProduct, "Device, 117", 1},
-        {Step::GetDeviceReleaseNumber, "Device, 126", 1},
-        {Step::CreateInterfaceIterator, "Device, 153", 1},
-        {Step::CreateInterfacePlugIn, "Device, 194", 1},
-        {Step::QueryInterfaceInterface, "Device, 194", 1},
-        {Step::USBInterfaceOpen, "Device, 203", 1},
-        {Step::CreateInterfaceAsyncEventSource, "Device, 217", 1},
-        {Step::GetNumEndpoints, "InPipe, 53", 1},
-        {Step::GetPipeProperties, "InPipe, 72", 1},
-        {Step::GetNumEndpoints, "OutPipe, 40", 3},    // after the interrupt pipe's and its bulk partner's
-        {Step::GetPipeProperties, "OutPipe, 59", 4},  // after 1 for interrupt, 2 for bulk in
-        {Step::InterfaceIteratorNext, "Device, 160", 1},
-    };
+    using enum BusOperation;
+    // clang-format off
+    const std::tuple<BusOperation, const char*, unsigned> cases[] = {
+        {CreateDevicePlugIn, "Device, 51", 1}, {QueryDeviceInterface, "Device, 69", 1},
+        {USBDeviceOpen, "Device, 81", 1}, {GetConfigurationDescriptorPtr, "Device, 91", 1},
+        {SetConfiguration, "Device, 101", 1}, {GetDeviceVendor, "Device, 109", 1},
+        {GetDeviceProduct, "Device, 117", 1}, {GetDeviceReleaseNumber, "Device, 126", 1},
+        {CreateInterfaceIterator, "Device, 153", 1}, {InterfaceIteratorNext, "Device, 160", 1},
+        {CreateInterfacePlugIn, "Device, 194", 1}, {QueryInterfaceInterface, "Device, 194", 1},
+        {USBInterfaceOpen, "Device, 203", 1}, {CreateInterfaceAsyncEventSource, "Device, 217", 1},
+        {GetNumEndpoints, "InPipe, 53", 1}, {GetPipeProperties, "InPipe, 72", 1},
+        // After those for the interrupt pipe and for its bulk partner.
+        {GetNumEndpoints, "OutPipe, 40", 3}, {GetPipeProperties, "OutPipe, 59", 4}};
+    // clang-format on
     for (const auto& [step, place, occurrence] : cases) {
         SimulatedDevice world;
         world.addFault(Fault::onOperation(step, platform::kIOReturnNotPermitted, occurrence));
-        const auto code = step == Step::InterfaceIteratorNext ? 0 : platform::kIOReturnNotPermitted;  // it has none
+        const auto code = step == InterfaceIteratorNext ? 0 : platform::kIOReturnNotPermitted;  // it has none
         expectFailure(world, code, place);
         EXPECT_TRUE(world.isUntouched()) << place;
         EXPECT_NO_THROW(world.openLink()) << "the failure left something behind, " << place;

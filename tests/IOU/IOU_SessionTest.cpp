@@ -84,22 +84,18 @@ TEST(Session, OtherPacketsBeforeTheStartCostAnAttemptEach) {
 }
 
 TEST(Session, PacketSizeIsWhatTheDeviceSaysElse255) {
-    // The answer, how long it takes, and the size.
-    const std::tuple<Bytes, int, std::uint32_t> cases[] = {
-        {ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 0, 4096},
-        {ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 3000, 4096},
-        {ScriptedDevice::packet(0, 17, {12, 16, 0, 0}), 3001, 255},
-        {ScriptedDevice::packet(0, 17, {13, 0, 0, 0}), 0, 1},
-        {ScriptedDevice::packet(0, 17, {12, 0, 0, 0}), 0, 255},
-        {ScriptedDevice::packet(0, 17, {4, 0, 0, 0}), 0, 255},
-        {ScriptedDevice::packet(0, 17, {255, 255, 255, 255}), 0, 4294967283},
-        {ScriptedDevice::packet(20, 17, {12, 16, 0, 0}), 0, 255},
-    };
-    for (const auto& [answer, delay, size] : cases) {
-        SCOPED_TRACE(testing::PrintToString(answer) + " after " + std::to_string(delay));
+    // The layer and the payload of the answer, how long it takes, and the size.
+    // clang-format off
+    const std::tuple<std::uint8_t, Bytes, int, std::uint32_t> cases[] = {
+        {0, {12, 16, 0, 0}, 0, 4096}, {0, {12, 16, 0, 0}, 3000, 4096}, {0, {12, 16, 0, 0}, 3001, 255},
+        {0, {13, 0, 0, 0}, 0, 1}, {0, {12, 0, 0, 0}, 0, 255}, {0, {4, 0, 0, 0}, 0, 255},
+        {0, {255, 255, 255, 255}, 0, 4294967283}, {20, {12, 16, 0, 0}, 0, 255}};
+    // clang-format on
+    for (const auto& [layer, answer, delay, size] : cases) {
+        SCOPED_TRACE(testing::PrintToString(std::tie(layer, answer, delay)));
         ScriptedDevice world;
         world.usb.brings(kInterrupt, world.packet(0, 6, {1, 2, 3, 4}));
-        world.usb.brings(kInterrupt, answer, 0, milliseconds(delay));
+        world.usb.brings(kInterrupt, world.packet(layer, 17, answer), 0, milliseconds(delay));
         unsigned told = 0;
         EXPECT_EQ(world.timed([&] { told = world.openLink().MaxPacketSize(); }), std::min(delay, 3000));
         EXPECT_EQ(told, size);

@@ -119,15 +119,14 @@ TEST_F(RegistryTest, ManyWritesEndInOneWriteBesideWhatOthersKeepThere) {
 }
 
 TEST_F(RegistryTest, TheWellKnownKeysKeepTheirUnequalPaths) {
+    // clang-format off
     const std::tuple<const RegKey_t&, unsigned int, std::wstring> cases[] = {
-        {CurrentUserKey(), 1, L"HKEY_CURRENT_USER"},
-        {LocalMachineKey(), 2, L"HKEY_LOCAL_MACHINE"},
-        {TrovikCurrentUserKey(), 1, L"Software\\Trovik"},
-        {TrovikLocalMachineKey(), 2, L"HKEY_LOCAL_MACHINE\\Software\\Trovik"},
-        {CommonCurrentUserKey(), 1, L"Software\\Trovik\\Common"},
-        {SettingsKey(), 1, L"Software\\Trovik\\Settings"},
-        {DataKey(), 1, L"Software\\Trovik\\Data"},
-        {SharedSettingsKey(), 1, L"Software\\Trovik\\SharedSettings"}};
+        {CurrentUserKey(), 1, L"HKEY_CURRENT_USER"}, {LocalMachineKey(), 2, L"HKEY_LOCAL_MACHINE"},
+        {TrovikCurrentUserKey(), 1, L"Software\\Trovik"}, {SettingsKey(), 1, L"Software\\Trovik\\Settings"},
+        {CommonCurrentUserKey(), 1, L"Software\\Trovik\\Common"}, {DataKey(), 1, L"Software\\Trovik\\Data"},
+        {SharedSettingsKey(), 1, L"Software\\Trovik\\SharedSettings"},
+        {TrovikLocalMachineKey(), 2, L"HKEY_LOCAL_MACHINE\\Software\\Trovik"}};
+    // clang-format on
     for (const auto& [key, root, path] : cases) {
         EXPECT_EQ(key.Path(), path);
         EXPECT_EQ(key.Root(), root) << std::string(path.begin(), path.end());
