@@ -30,7 +30,9 @@ const unsigned int gcCodePages[] = {glo::gcUtf8Encoding, glo::gcWindows1252Encod
 /// What a stream over these bytes must do.
 struct Model {
     bool isFile = false;
+    bool isOpen = true;
     bool isRead = true;
+    bool isWritten = true;
     bool isAppended = false;  ///< each write goes to the end, wherever the position is
     Bytes bytes{};
     std::size_t readAt = 0;
@@ -46,14 +48,18 @@ struct Model {
     }
 
     bool readable() {
-        fails = fails || (isAtEnd && !isBad);
+        if (!isOpen && isWritten) return false;  // no failure: see givesNothing()
+        fails = fails || ((isAtEnd || !isOpen) && !isBad);
         return !hasFailed();
     }
+    /// Without a file that is read and written, what goes through a value of another kind comes back as 0 or empty.
+    bool givesNothing() const { return !isOpen && isWritten && !hasFailed(); }
     void advance(std::size_t n) {
         readAt += n;
         isAtEnd = isAtEnd || remaining() == 0;
     }
     bool read(void* to, std::size_t n) {
+        if (n == 0 && !isWritten) fails = fails || !isBad;  // of files that are only read
         if (!readable()) return false;
         fails = n > remaining();
         if (fails) return false;
@@ -71,6 +77,7 @@ struct Model {
         return true;
     }
     void write(const void* from, std::size_t n) {
+        isBad = isBad || (!isOpen && !fails);
         if (hasFailed() || (n == 0 && !isFile)) return;
         if (n > 0 && isAppended) writeAt = bytes.size();
         if (n > 0) bytes.resize(std::max(bytes.size(), writeAt + n));
@@ -89,7 +96,8 @@ class Twins {
     static constexpr bool gcIsMemory = std::is_same_v<Stream, bin::stringstream>;
 
     Twins(Stream& stream, Model model, fuzz::Input& input) : mStream(stream), mModel(std::move(model)), mInput(input) {
-        mModel.isAtEnd = gcReads && !gcIsMemory && mModel.bytes.empty();  // an empty file says so at once
+        mModel.isAtEnd =
+            mModel.isOpen && gcReads && !gcIsMemory && mModel.bytes.empty();  // an empty file says so at once
     }
 
     const Model& run() {
@@ -123,10 +131,12 @@ class Twins {
         std::memset(&value, 1, sizeof value);
         T expected = value;
         Wire wire{};
-        if (mModel.read(&wire, sizeof wire)) {
+        constexpr bool gcIsConverted =
+            std::is_same_v<T, bool> || std::is_same_v<T, long> || std::is_same_v<T, unsigned long>;
+        if (mModel.read(&wire, sizeof wire) || (gcIsConverted && mModel.givesNothing())) {
             if constexpr (std::is_same_v<T, bool>)
                 expected = wire != 0;
-            else if constexpr (std::is_same_v<T, long> || std::is_same_v<T, unsigned long>)
+            else if constexpr (gcIsConverted)
                 expected = static_cast<T>(wire & 0xFFFFFFFF);
             else
                 expected = wire;
@@ -158,7 +168,8 @@ class Twins {
             case 10:
                 return readBytes(kind == 9);
             case 11: {
-                const std::size_t n = mInput.byte() == 0xFF ? ~std::size_t{0} : mInput.number() % 2500;
+                const std::uint8_t many = mInput.byte();
+                const std::size_t n = many == 0xFF ? ~std::size_t{0} : many < 0x20 ? 0 : mInput.number() % 2500;
                 mStream.ignore(n);
                 if (n > 0 && mModel.readable()) mModel.advance(std::min(n, mModel.remaining()));
                 return;
@@ -223,7 +234,7 @@ class Twins {
     }
 
     void readText(bool isWide) {
-        std::string expected = "untouched";
+        std::string expected = mModel.givesNothing() ? "" : "untouched";
         mModel.text(expected);
         if (!isWide) {
             std::string text = "untouched";
@@ -240,7 +251,6 @@ class Twins {
     void readBytes(bool isUpTo) {
         const std::size_t n = mInput.number() % 2500;
         const std::size_t count = isUpTo ? std::min(n, mModel.remaining()) : n;
-        if (count == 0 && !gcWrites) return;  // a failure on files that are only read
         Bytes bytes(n), expected(n);
         const bool isRead = mModel.read(expected.data(), count);
         if (isUpTo) {
@@ -291,6 +301,7 @@ class Twins {
                 case 6: {
                     const std::size_t position = mInput.number() % 4000;
                     mStream.seekp(position);
+                    if (!gcReads && !mModel.isOpen) return mModel.write(nullptr, 0);  // as bad as a write
                     if (gcReads || !mModel.hasFailed()) mModel.writeAt = position;
                     if (gcIsMemory) mModel.bytes.resize(std::max(mModel.bytes.size(), position));
                     return;
@@ -299,6 +310,7 @@ class Twins {
                     if constexpr (gcIsMemory) return;
                     return seekFrom(mModel.writeAt, [this](long offset, auto from, std::size_t target) {
                         mStream.seekp(offset, from);
+                        if (!gcReads && !mModel.isOpen) return mModel.write(nullptr, 0);
                         if (!gcReads && mModel.hasFailed()) return;
                         if (target == std::string::npos)
                             mModel.fails = true;
@@ -328,7 +340,7 @@ class Twins {
                         mModel.write(bytes.data(), bytes.size());
                     } else {
                         mStream.expand(bytes.size(), byte);
-                        if (bytes.empty() || mModel.hasFailed()) return;
+                        if (bytes.empty() || !mModel.isOpen || mModel.hasFailed()) return;
                         mModel.bytes.insert(mModel.bytes.end(), bytes.begin(), bytes.end());
                         mModel.isAtEnd = mModel.isAtEnd && !gcReads;
                     }
@@ -392,7 +404,7 @@ void tryFile(fuzz::Input& input) {
     requireContent(path, written);
     fuzz::Input again = input;
     bin::ifstream stream(path);
-    Twins(stream, {.isFile = true, .bytes = written}, again).run();
+    Twins(stream, {.isFile = true, .isWritten = false, .bytes = written}, again).run();
     stream.close();
     {
         bin::ofstream replacing(path);
@@ -400,6 +412,24 @@ void tryFile(fuzz::Input& input) {
     }
     requireContent(path, written);
     std::filesystem::remove(filePath());
+}
+
+/// Streams without a file: none was opened, or it could not be.
+void tryClosed(fuzz::Input& input) {
+    const std::wstring nowhere = glo::wstring(filePath(), glo::gcUtf8Encoding) + L"/no/such";
+    bin::ifstream reader;
+    bin::ofstream writer;
+    bin::fstream both;
+    const bool isTried = input.byte() % 2 == 0;
+    if (isTried) {
+        reader.open(nowhere);
+        writer.open(nowhere);
+        both.open(nowhere, std::ios_base::in | std::ios_base::out);
+    }
+    fuzz::Input second = input, third = input;
+    Twins(reader, {.isFile = true, .isOpen = false, .isWritten = false, .isBad = isTried}, input).run();
+    Twins(writer, {.isFile = true, .isOpen = false, .isRead = false, .isBad = isTried}, second).run();
+    Twins(both, {.isFile = true, .isOpen = false, .isBad = isTried}, third).run();
 }
 
 /// Compares with the C library's own decoder, which knows what is UTF-8 and what is not.
@@ -444,12 +474,15 @@ void tryText(fuzz::Input& input) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::traceIntoNothing();
     fuzz::Input input(data, size);
-    switch (input.byte() % 4) {
+    switch (input.byte() % 5) {
         case 0:
             tryText(input);
             break;
         case 1:
             tryFile(input);
+            break;
+        case 2:
+            tryClosed(input);
             break;
         default:
             tryMemory(input);
