@@ -1,6 +1,8 @@
-// Any payload under any id: every packet takes it, or throws what its header says.
+// Any payload under any id: every packet takes it, or throws what its header says. What it has taken is what the
+// plainest reading of the payload gives.
 
 #include "GLO/GLO_Exception.hpp"
+#include "GLO/GLO_String.hpp"
 #include "IOA/IOA_Candidates.hpp"
 #include "IOA/IOA_Exception.hpp"
 #include "IOA/IOA_Packet.hpp"
@@ -15,7 +17,12 @@
 #include "fuzz/Input.hpp"
 #include "libs/IOU/IOU_UsbPacket.hpp"
 
+#include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -35,20 +42,91 @@ bool accepts(iol::Packet_t& packet, iol::Packet_t& second, const Payload& payloa
     return true;
 }
 
+/// Whether a packet produces the first bytes of a payload.
+bool isFirstOf(const Payload& payload, const iol::Packet_t& packet) {
+    const Payload bytes = packet.ProduceFrame().Bytes();
+    return bytes.size() <= payload.size() && std::equal(bytes.begin(), bytes.end(), payload.begin());
+}
+
+/// A record of fixed size: taken from that many bytes and from more, of which the surplus is ignored.
 template <typename Packet>
 void take(const Payload& payload) {
     Packet packet;
     Packet second;
-    accepts(packet, second, payload);
+    const bool fits = payload.size() >= packet.ProduceFrame().Size();
+    require(accepts(packet, second, payload) == fits, "a record of another size");
+    require(!fits || isFirstOf(payload, packet), "a record with other bytes");
 }
 
-void takePvt(const Payload& payload) {
+void takePvt(const Payload& given) {
+    Payload payload = given;
     ioa::PvtData_t packet;
     ioa::PvtData_t second;
-    if (!accepts(packet, second, payload) || packet.fix < 2) return;
-    packet.Position();
-    packet.Alt();
+    const std::size_t size = packet.ProduceFrame().Size();
+    if (payload.size() < size) return take<ioa::PvtData_t>(payload);
+    // Fixes that mean something, and now and then a number that is none.
+    payload[16] %= 8;
+    payload[17] = 0;
+    const std::size_t doubles[] = {18, 26, 34};
+    if (payload[0] % 6 < std::size(doubles)) std::memset(&payload[doubles[payload[0] % 6]], 0xFF, sizeof(double));
+    bool isFinite = true;
+    double numbers[std::size(doubles)];
+    for (std::size_t i = 0; i < std::size(doubles); ++i) {
+        std::memcpy(&numbers[i], &payload[doubles[i]], sizeof(double));
+        isFinite = isFinite && std::isfinite(numbers[i]);
+    }
+    const unsigned fix = payload[16];
+    require(accepts(packet, second, payload) == (isFinite || fix < 2), "taken with a fix that is no place or time");
+    if (!isFinite) return;
+    require(isFirstOf(payload, packet), "a record with other bytes");
+    if (fix < 2) return;
     packet.Time();
+    require(packet.Position() == geo::Position_t(numbers[1], numbers[2]), "another position");
+    const auto altitude = packet.Alt();
+    require(altitude.IsKnown() == (fix == 3 || fix == 5), "an altitude that is not in the fix");
+    if (!altitude.IsKnown()) return;
+    const float value = altitude.Value();
+    require(std::memcmp(&value, payload.data(), sizeof value) == 0, "another altitude");
+}
+
+/// The texts that a payload ends with: each is closed by a 0 byte, or dropped.
+std::vector<std::wstring> textsBehind(std::size_t offset, const Payload& payload) {
+    std::vector<std::wstring> texts;
+    auto begin = payload.begin() + static_cast<long>(offset);
+    for (auto end = begin; (end = std::find(begin, payload.end(), 0)) != payload.end(); begin = end + 1)
+        texts.push_back(glo::wstring(std::string(begin, end), glo::gcUtf8Encoding));
+    return texts;
+}
+
+void takeTexts(const Payload& payload) {
+    ioa::ProductDataExt_t packet;
+    ioa::ProductDataExt_t second;
+    require(accepts(packet, second, payload) && packet.descriptions == textsBehind(0, payload), "other texts");
+}
+
+void takeProduct(const Payload& payload) {
+    ioa::ProductData_t packet;
+    ioa::ProductData_t second;
+    require(accepts(packet, second, payload) == (payload.size() >= 4), "product data of another size");
+    if (payload.size() < 4) return;
+    require(packet.descriptions == textsBehind(4, payload), "other descriptions");
+    require(packet.productId == payload[0] + 256 * payload[1], "another product");
+    require(packet.softwareVersion == static_cast<short>(payload[2] + 256 * payload[3]), "another version");
+}
+
+void takeUnitName(const Payload& payload) {
+    ioa::UnitNamePacket_t packet;
+    ioa::UnitNamePacket_t second;
+    const auto texts = textsBehind(0, payload);
+    require(accepts(packet, second, payload) == !texts.empty(), "a name without its end, or none with one");
+    require(texts.empty() || packet.name == texts.front(), "another name");
+}
+
+void takeProtocols(const Payload& payload) {
+    ioa::Protocols_t packet;
+    ioa::Protocols_t second;
+    require(accepts(packet, second, payload) && packet.size() == payload.size() / 3, "another number of protocols");
+    require(isFirstOf(payload, packet), "other protocols");
 }
 
 /// The identification's first two records, and questions about them.
@@ -123,13 +201,13 @@ constexpr void (*gcTakers[])(const Payload&) = {
     take<ioa::Packet_t<980, unsigned char>>,
     take<ioa::UnitIdPacket_t>,
     take<ioa::DeviceDisconnectTimeout_t>,
-    take<ioa::UnitNamePacket_t>,
+    takeUnitName,
     take<ioa::TimeData_t>,
     take<ioa::DataRqst_t>,
     take<ioa::RgnSize_t>,
-    take<ioa::ProductData_t>,
-    take<ioa::ProductDataExt_t>,
-    take<ioa::Protocols_t>,
+    takeProduct,
+    takeTexts,
+    takeProtocols,
     takePvt,
     takeIdentification,
     takeUsbPacket,

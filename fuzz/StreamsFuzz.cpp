@@ -76,8 +76,9 @@ struct Model {
         advance(to.size() + 1);
         return true;
     }
+    void becomeBad() { isBad = isBad || !fails; }
     void write(const void* from, std::size_t n) {
-        isBad = isBad || (!isOpen && !fails);
+        if (!isOpen && (n > 0 || isRead)) becomeBad();
         if (hasFailed() || (n == 0 && !isFile)) return;
         if (n > 0 && isAppended) writeAt = bytes.size();
         if (n > 0) bytes.resize(std::max(bytes.size(), writeAt + n));
@@ -301,7 +302,7 @@ class Twins {
                 case 6: {
                     const std::size_t position = mInput.number() % 4000;
                     mStream.seekp(position);
-                    if (!gcReads && !mModel.isOpen) return mModel.write(nullptr, 0);  // as bad as a write
+                    if (!gcReads && !mModel.isOpen) return mModel.becomeBad();
                     if (gcReads || !mModel.hasFailed()) mModel.writeAt = position;
                     if (gcIsMemory) mModel.bytes.resize(std::max(mModel.bytes.size(), position));
                     return;
@@ -310,7 +311,7 @@ class Twins {
                     if constexpr (gcIsMemory) return;
                     return seekFrom(mModel.writeAt, [this](long offset, auto from, std::size_t target) {
                         mStream.seekp(offset, from);
-                        if (!gcReads && !mModel.isOpen) return mModel.write(nullptr, 0);
+                        if (!gcReads && !mModel.isOpen) return mModel.becomeBad();
                         if (!gcReads && mModel.hasFailed()) return;
                         if (target == std::string::npos)
                             mModel.fails = true;

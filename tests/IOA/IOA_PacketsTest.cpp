@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <limits>
 
 namespace {
 
@@ -21,20 +20,11 @@ Bytes Payload(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
-/// The packet's bytes are exactly these; a blank one of its class takes them and a surplus, but nothing shorter.
+/// The packet's bytes are exactly these. What a packet takes, and from how many bytes, is in its fuzz target's model.
 template <typename Packet>
 void ExpectForm(const Bytes& payload, const Packet& packet) {
-    constexpr unsigned short id = Packet::gcId;
-    SCOPED_TRACE(id);
-    EXPECT_EQ(packet.ProduceFrame().Id(), id);
-    EXPECT_EQ(packet.ProduceFrame().Bytes(), payload);
-    Packet blank;
-    for (unsigned int size = 0; size < payload.size(); ++size)
-        EXPECT_THROW(blank.AcceptFrame(iol::Frame_t(id, payload.data(), size)), iol::BadFrame_t) << size;
-    Bytes longer = payload;
-    longer.push_back(0xFF);
-    blank.AcceptFrame(iol::Frame_t(id, longer));
-    EXPECT_EQ(blank.ProduceFrame().Bytes(), payload);
+    EXPECT_EQ(packet.ProduceFrame().Id(), Packet::gcId);
+    EXPECT_EQ(packet.ProduceFrame().Bytes(), payload) << Packet::gcId;
 }
 
 template <typename Packet, typename Value>
@@ -45,7 +35,7 @@ Packet With(Value Packet::*field, Value value) {
 }
 
 // clang-format off
-TEST(Packets, EncodingIsByteExactAndDecodingTakesSurplusButNothingShorter) {
+TEST(Packets, EncodingIsByteExact) {
     ExpectForm({0x07, 0x01}, Packet_t<12, unsigned short>(0x0107));
     ExpectForm({0xFE, 0xFF}, Packet_t<47, short>(-2));
     ExpectForm({4, 3, 2, 1}, Packet_t<91, unsigned int>(0x01020304));
@@ -75,30 +65,12 @@ TEST(Packets, EncodingIsByteExactAndDecodingTakesSurplusButNothingShorter) {
 }
 // clang-format on
 
-TEST(ProductData, WhateverTheDeviceSendsIsTakenOrABadFrame) {
+TEST(ProductData, IsTwoNumbersAndTexts) {
     using namespace std::string_literals;
-    const std::string numbers = "\x07\x01\xFE\xFF";
-    const std::pair<std::string, Texts> cases[] = {
-        {numbers, {}},
-        {numbers + "Model \xC3\xA9\0\0second\0"s, {L"Model \u00E9", L"", L"second"}},
-        {numbers + "one\0cut"s, {L"one"}},             // no closing 0
-        {numbers + "\xFF\xC3\0"s, {L"\uFFFD\uFFFD"}},  // no UTF-8
-    };
-    for (const auto& [payload, descriptions] : cases) {
-        ioa::ProductData_t data;
-        data.AcceptFrame(iol::Frame_t(255, Payload(payload)));
-        EXPECT_EQ(data.productId, 263);
-        EXPECT_EQ(data.softwareVersion, -2);
-        EXPECT_EQ(data.descriptions, descriptions);
-        ioa::ProductDataExt_t extended;
-        extended.AcceptFrame(iol::Frame_t(248, Payload(payload.substr(4))));
-        EXPECT_EQ(extended.descriptions, descriptions);
-    }
-    EXPECT_THROW(ioa::ProductData_t().AcceptFrame(iol::Frame_t(255, Payload("\x07\x01\xFE"))), iol::BadFrame_t);
-    ioa::ProductData_t sent;
-    sent.productId = 0x4241;
-    sent.descriptions = {L"x", L""};
-    EXPECT_EQ(sent.ProduceFrame().Bytes(), Payload("AB\0\0x\0\0"s));
+    ioa::ProductData_t data;
+    std::tie(data.productId, data.softwareVersion) = std::tuple(263, -2);
+    data.descriptions = {L"Model \u00E9", L"", L"second"};
+    ExpectForm(Payload("\x07\x01\xFE\xFFModel \xC3\xA9\0\0second\0"s), data);
 }
 
 TEST(ProductData, DisplayNameEndsAtTheSoftwareVersion) {
@@ -117,16 +89,6 @@ TEST(ProductData, DisplayNameEndsAtTheSoftwareVersion) {
     }
 }
 
-TEST(PvtData, AccessorsFollowTheFix) {
-    PvtData_t pvt;
-    pvt.latitude = -1.0;
-    for (unsigned short fix = 2; fix < 7; ++fix) {
-        pvt.fix = fix;
-        EXPECT_EQ(pvt.Position(), geo::Position_t(-1.0, 0.0));
-        EXPECT_EQ(pvt.Alt().IsKnown(), fix == 3 || fix == 5) << fix;
-    }
-}
-
 TEST(PvtData, TimeIsTheNearestSecondWithHalvesAwayFromZero) {
     const auto seconds = [](int day, double timeOfWeek, short leap) {
         PvtData_t pvt;
@@ -137,17 +99,6 @@ TEST(PvtData, TimeIsTheNearestSecondWithHalvesAwayFromZero) {
     EXPECT_EQ(seconds(0, 2.5, 0), 3);
     EXPECT_EQ(seconds(0, 0.5, 3), -3);
     EXPECT_EQ(seconds(2147483647, 0, -1), 2147483647LL * 86400 + 1);
-}
-
-TEST(PvtData, FixWithoutFiniteNumbersIsABadFrameAndWithoutAFixNobodyLooks) {
-    for (double PvtData_t::*field : {&PvtData_t::timeOfWeek, &PvtData_t::latitude, &PvtData_t::longitude}) {
-        PvtData_t pvt;
-        pvt.*field = std::numeric_limits<double>::quiet_NaN();
-        pvt.fix = 1;
-        EXPECT_NO_THROW(PvtData_t().AcceptFrame(pvt.ProduceFrame()));
-        pvt.fix = 2;
-        EXPECT_THROW(PvtData_t().AcceptFrame(pvt.ProduceFrame()), iol::BadFrame_t);
-    }
 }
 
 TEST(PacketsDeathTest, FaultsOfTheCallerStopTheProgram) {

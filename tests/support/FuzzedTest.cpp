@@ -1,4 +1,4 @@
-// The fuzz target of the streams with its model of what they must do, on inputs that are the same in every run.
+// A fuzz target with its model of what must happen, on inputs that are the same in every run. Linked with one target.
 #include "fuzz/Harness.hpp"
 
 #include <gtest/gtest.h>
@@ -16,10 +16,10 @@ void fuzz::require(bool condition, const char* what) {
 }
 void fuzz::traceIntoNothing() {}
 
-TEST(Streams, InMemoryAndInFilesDoWhatTheirModelDoes) {
-    for (unsigned seed = 0; seed < 1500; ++seed) {
+TEST(TROVIK_FUZZED, DoesWhatItsModelDoes) {
+    for (unsigned seed = 0; seed < 3000; ++seed) {
         std::mt19937 random(seed);
-        std::vector<std::uint8_t> input(random() % 4000);
+        std::vector<std::uint8_t> input(random() % (seed % 2 == 0 ? 4000 : 100));
         std::generate(input.begin(), input.end(), [&] { return static_cast<std::uint8_t>(random()); });
         ASSERT_NO_THROW(LLVMFuzzerTestOneInput(input.data(), input.size())) << "seed " << seed;
     }
