@@ -267,6 +267,8 @@ TEST_F(CallTest, TheRunLoopEndsByAbortAndByTheLastReleaseAndByNothingElse) {
     EXPECT_EQ(served, 3);
     mine.RunLoop();
     EXPECT_EQ(served, 4);
+    ProcessMessageWithNoWait();
+    EXPECT_EQ(served, 5) << "what is left would else be served in the next case, with what has gone by then";
 }
 
 TEST_F(CallTest, ProcessMessageUntilServesUntilTheMomentAndNotInThePast) {
