@@ -58,7 +58,8 @@ TEST(ProtocolPage, NamesEachPacketWithTheSizeOfItsPayload) {
     auto sizes = sizesOf<CommandPacket_t, TransferCompletePacket_t, TimeData_t, DataRqst_t, UnitIdPacket_t,
                          Packet_t<47, short>, PvtData_t, ProductDataExt_t, Protocols_t, ProductData_t, UnitNamePacket_t,
                          RgnSizeRequestPacket_t, RgnSize_t, DeviceDisconnectTimeout_t>();
-    for (const unsigned empty : {+gcProductDataRequestId, +gcUnitNameRequestId, 113, 1500}) sizes[empty] = 0;
+    const unsigned empty[] = {gcProductDataRequestId, gcUnitNameRequestId, 113, 1500};
+    for (const unsigned id : empty) sizes[id] = 0;
     for (const auto& [id, row] : table("application")) {
         SCOPED_TRACE(id);
         ASSERT_EQ(row.size(), 4u);
@@ -96,8 +97,9 @@ TEST(ProtocolPage, ShowsTheHeaderAsItIsWritten) {
         {"layer", 20}, {"packet id", 0x1234}, {"number of bytes", 2}, {"payload", 0xAE}, {"0", 0}};
     for (const auto& [offset, row] : table("header")) {
         EXPECT_EQ(offset, shown.size());
-        const auto value = std::ranges::find_if(values, [&](auto& named) { return row[2].starts_with(named.first); });
-        ASSERT_NE(value, values.end()) << row[2];
+        const std::string& field = row[2];
+        const auto value = std::ranges::find_if(values, [&](auto& named) { return field.starts_with(named.first); });
+        ASSERT_NE(value, values.end()) << field;
         const unsigned long size = row[1] == "n" ? 2 : std::stoul(row[1]);
         for (unsigned long byte = 0; byte < size; ++byte)
             shown.push_back(static_cast<unsigned char>(value->second >> 8 * byte));
