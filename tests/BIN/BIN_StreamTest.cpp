@@ -15,7 +15,7 @@ using bin::ios;
 using std::ios_base;
 using Bytes = std::vector<unsigned char>;
 
-class Stream : public testing::Test {
+class FileStream : public testing::Test {
   protected:
     /// Both kinds of file that can be read.
     void InFile(auto action) {
@@ -38,7 +38,6 @@ class Stream : public testing::Test {
     const std::string mFile = mFolder / "\xC3\xA4.bin";
     std::wstring mPath = glo::wstring(mFile, glo::gcUtf8Encoding);
 };
-using FileStream = Stream;
 
 TEST_F(FileStream, MissingOneFailsAndEmptyOneIsAtItsEndAndOpeningAnewForgetsThat) {
     InFile([](auto& stream) { EXPECT_EQ(stream.rdstate(), ios::badbit) << "not there"; });
@@ -99,7 +98,7 @@ TEST_F(FileStream, AWriterNeitherOpensNorEmptiesWhatReadersKeepFromIt) {
     EXPECT_EQ(Content(), "kept");
 }
 
-TEST_F(Stream, WideStringWithoutEncodingStopsTheProcess) {
+TEST_F(FileStream, WideStringWithoutEncodingStopsTheProcess) {
     std::wstring text;
     EXPECT_EXIT(bin::stringstream(Bytes{0}) >> text, testing::KilledBySignal(SIGILL),
                 "File: libs/BIN/BIN_istream Line: 239\n");

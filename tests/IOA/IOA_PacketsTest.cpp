@@ -16,10 +16,6 @@ using Bytes = std::vector<unsigned char>;
 using Texts = std::vector<std::wstring>;
 using Rqst = DataRqst_t::Rqst_t;
 
-Bytes Payload(const std::string& text) {
-    return {text.begin(), text.end()};
-}
-
 /// The packet's bytes are exactly these. What a packet takes, and from how many bytes, is in its fuzz target's model.
 template <typename Packet>
 void ExpectForm(const Bytes& payload, const Packet& packet) {
@@ -70,7 +66,8 @@ TEST(ProductData, IsTwoNumbersAndTexts) {
     ioa::ProductData_t data;
     std::tie(data.productId, data.softwareVersion) = std::tuple(263, -2);
     data.descriptions = {L"Model \u00E9", L"", L"second"};
-    ExpectForm(Payload("\x07\x01\xFE\xFFModel \xC3\xA9\0\0second\0"s), data);
+    const std::string bytes = "\x07\x01\xFE\xFFModel \xC3\xA9\0\0second\0"s;
+    ExpectForm({bytes.begin(), bytes.end()}, data);
 }
 
 TEST(ProductData, DisplayNameEndsAtTheSoftwareVersion) {
