@@ -87,7 +87,10 @@ class ScriptedUsb::Node final : public IOService,
         if (end.count == 0 && end.result == kIOReturnSuccess) end.count = bytes.size();
         if (!end.ends) return kIOReturnSuccess;
         mUsb.add(mUsb.mClock.now() + end.delay, [&usb = mUsb, end, callback, refCon] {
-            usb.post([end, callback, refCon] { callback(refCon, end.result, reinterpret_cast<void*>(end.count)); });
+            usb.post([end, callback, refCon] {
+                if (end.raise) end.raise();
+                callback(refCon, end.result, reinterpret_cast<void*>(end.count));
+            });
             return true;
         });
         return kIOReturnSuccess;

@@ -50,7 +50,8 @@ class ScriptedUsb final : public platform::IORegistry, public simulator::TimedWo
         platform::IOReturn result = platform::kIOReturnSuccess;
         bool ends = true;  ///< false: the device never takes it
         simulator::Duration delay{};
-        std::uint64_t count = 0;  ///< reported in place of what was written, when not 0
+        std::uint64_t count = 0;        ///< reported in place of what was written, when not 0
+        std::function<void()> raise{};  ///< called in place of the completion
     };
     void endsWrite(WriteEnd end) { mWriteEnds.push_back(std::move(end)); }
 
