@@ -1,6 +1,7 @@
 #include "explore/Plan.hpp"
 
 #include "explore/Dice.hpp"
+#include "simulator/engine/Wire.hpp"
 
 #include <algorithm>
 #include <array>
@@ -22,8 +23,15 @@ constexpr std::array kProfiles = {&simulator::Profile::handheld, &simulator::Pro
 constexpr std::array kResults = {platform::kIOReturnError, platform::kIOReturnNoDevice, platform::kIOReturnNotPermitted,
                                  platform::kIOReturnExclusiveAccess, platform::kIOReturnTimeout};
 /// Packets of the host and of the device that a fault can strike at: of the session, of identification and of a reset.
-constexpr std::array<std::uint16_t, 13> kIds = {5, 6, 16, 17, 254, 255, 253, 248, 28, 10, 113, 113, 1500};
+constexpr std::array<std::uint16_t, 13> kIds = {
+    simulator::kStartSession, simulator::kSessionStarted,      simulator::kAskLargest,
+    simulator::kLargest,      simulator::kProductRequest,      simulator::kProductData,
+    simulator::kProtocolList, simulator::kExtendedProductData, simulator::kDataRequest,
+    simulator::kCommand,      simulator::kHoldInBootLoader,    simulator::kHoldInBootLoader,
+    simulator::kResumeBoot};
 constexpr auto kLastKind = static_cast<unsigned>(FaultKind::Unplug);
+/// Up to it those that belong to no one device.
+constexpr auto kLastOfBus = static_cast<unsigned>(BusOperation::IORegistryEntryFromPath);
 constexpr auto kLastOperation = static_cast<unsigned>(BusOperation::WritePipeAsync);
 
 /// Writes one world's plan.
@@ -121,7 +129,7 @@ class Author {
         const unsigned choice = mDice.below(10);
         if (choice < 7) return mPlan.events.push_back({.what = What::Fault, .device = port, .fault = fault()});
         if (choice == 7) {
-            Event event{.what = What::BusFault, .fault = operationFails(5)};
+            Event event{.what = What::BusFault, .fault = operationFails(kLastOfBus)};
             event.fault.step.occurrence = mDice.between(1, 6);
             return mPlan.events.push_back(event);
         }
@@ -139,8 +147,8 @@ class Author {
     }
 
     // Each throw in a statement of its own: in which order arguments are evaluated is the compiler's choice.
-    Fault operationFails(unsigned ofFirst) {
-        const auto operation = static_cast<BusOperation>(mDice.below(ofFirst));
+    Fault operationFails(unsigned last) {
+        const auto operation = static_cast<BusOperation>(mDice.between(0, last));
         const auto result = mDice.of(kResults);
         return Fault::onOperation(operation, result);
     }
@@ -149,7 +157,7 @@ class Author {
         const unsigned choice = mDice.below(10);
         Fault fault = mDice.of(simulator::faultCatalogue());
         if (choice < 3) {
-            fault = operationFails(kLastOperation + 1);
+            fault = operationFails(kLastOperation);
         } else if (choice < 6) {
             const auto kind = static_cast<FaultKind>(mDice.below(kLastKind + 1));
             const bool ofHost = kind == FaultKind::Ignore || kind == FaultKind::NotTaken;

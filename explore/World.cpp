@@ -16,10 +16,10 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <numeric>
 #include <optional>
 #include <sstream>
 #include <utility>
@@ -48,16 +48,21 @@ struct Known {
     [[nodiscard]] bool isHeldFirst() const { return planned->state == BootState::HeldInBootLoader; }
 };
 
+constexpr double kLastStart = 7;      ///< seconds: a device is let start after a cancel or a failure
+constexpr double kBeforeStages = 40;  ///< seconds for looks and openings before anything begins
+
 /// Longer than any run may take.
 Duration longestRun(const Plan& plan, const twin::Options& options) {
-    const auto& limits = options.plan.limits;
-    const double attempt = std::accumulate(limits.begin() + 1, limits.begin() + 7, 0.0);
-    const double device =
-        limits[0] + attempt * (options.plan.retries + 1) + limits[6] * options.plan.retries + limits[7] + limits[8] + 7;
+    const auto limit = [&](Stage stage) { return options.plan.limit(stage); };
+    const double resume = limit(Stage::Resume);
+    const double attempt = limit(Stage::Reboot) + limit(Stage::Gone) + limit(Stage::Back) + limit(Stage::Hold) +
+                           limit(Stage::Clear) + resume;
+    const double device = limit(Stage::Quit) + attempt * (options.plan.retries + 1) + resume * options.plan.retries +
+                          limit(Stage::BackAgain) + limit(Stage::IdentifiedAgain) + kLastStart;
     const auto own = plan.devices.size() - Plan::kForeign;
     const auto turns = options.jobs > 0 ? own / options.jobs + 1 : 1;
     return std::chrono::ceil<seconds>(
-        std::chrono::duration<double>(40 + options.wait + device * static_cast<double>(turns)));
+        std::chrono::duration<double>(kBeforeStages + options.wait + device * static_cast<double>(turns)));
 }
 
 class World final : public simulator::TimedWork {
@@ -183,7 +188,15 @@ class World final : public simulator::TimedWork {
         if (event.what == What::Unplug) mBus.unplug(event.device);
         if (event.what == What::Swap) mBus.swap(event.device, event.other);
         if (event.what == What::Cancel) cancel();
-        if (event.what == What::Kill) mKilled = mIsUnderWay;
+        if (event.what == What::Kill && mIsUnderWay) kill();
+    }
+
+    /// No flow of the program gets another turn. The system closes what a dead process had open.
+    void kill() {
+        mKilled = true;
+        mIsUnderWay = false;
+        mBaton.abandon();
+        mBus.closeAll();
     }
 
     void cancel() {
@@ -206,8 +219,9 @@ class World final : public simulator::TimedWork {
 
     void tellWhatIsWritten() {
         if (mWindow) mWindow->readLog();
+        if (static_cast<std::size_t>(mOut.tellp()) == mTold) return;
         const std::string written = mOut.str();
-        if (written.size() > mTold) trace("says: " + written.substr(mTold, written.size() - mTold - 1));
+        trace("says: " + written.substr(mTold, written.size() - mTold - 1));
         mTold = written.size();
     }
 
@@ -326,9 +340,7 @@ class World final : public simulator::TimedWork {
             lookAtRest(*ended);
             return ended;
         }
-        // The system closes what a dead process had open and lets go of its locks; the locks of its flows here stay.
-        mBaton.abandon();
-        mBus.closeAll();
+        // The system lets go of a dead process's locks; those of its flows here stay.
         install("locks of the next process");
         return std::nullopt;
     }
@@ -343,21 +355,22 @@ class World final : public simulator::TimedWork {
         mEvents.clear();
         std::istringstream lines(mOut.str());
         for (std::string line; std::getline(lines, line);) mEvents.push_back(json::parse(line));
+        if (mEvents.empty()) fail("Nothing is told.");
         const json& last = mEvents.back();
-        if (last["event"] != "result" || last["status"] != static_cast<int>(status))
+        if (last.at("event") != "result" || last.at("status") != static_cast<int>(status))
             fail("The result is not told last.");
         if (std::ranges::find(twin::kStatuses, status) == twin::kStatuses.end()) fail("No such status.");
         if (mCancelled && mBaton.now() - *mCancelled > kCancelled + 2 * mStationTakes)
             fail("It goes on for too long after the cancel.");
         std::map<int, json> begun;  // each device's stage
         for (const json& event : mEvents) {
-            if (event["event"] != "stage") continue;
-            json& stage = begun[event["number"]];
-            if (event["state"] == "failed") fact("failed " + event["stage"].get<std::string>());
-            const bool begins = event["state"] == "began";
-            if (begins != stage.is_null() || (!begins && stage["stage"] != event["stage"]))
+            if (event.at("event") != "stage") continue;
+            json& stage = begun[event.at("number")];
+            if (event.at("state") == "failed") fact("failed " + event.at("stage").get<std::string>());
+            const bool begins = event.at("state") == "began";
+            if (begins != stage.is_null() || (!begins && stage.at("stage") != event.at("stage")))
                 fail("Stages are not told one after the other: " + event.dump());
-            if (!begins && event["seconds"] > stage["limit"].get<double>() + 1.1)
+            if (!begins && event.at("seconds") > stage.at("limit").get<double>() + 1.1)
                 fail("A stage outlasts its limit: " + event.dump());
             stage = begins ? event : json();
         }
@@ -377,7 +390,7 @@ class World final : public simulator::TimedWork {
 
     const json* endOf(const Device& device) const {
         for (const json& event : mEvents) {
-            if (event["event"] == "device" && event.value("state", "") == "ended" &&
+            if (event.at("event") == "device" && event.value("state", "") == "ended" &&
                 event.value("unit", 0U) == device.profile().unitId)
                 return &event;
         }
@@ -394,7 +407,7 @@ class World final : public simulator::TimedWork {
             if (!known.isChosen) continue;
             const std::string& name = one.profile().unitName;
             const json* const end = endOf(one);
-            const bool isDone = end && (*end)["status"] == 0;
+            const bool isDone = end && end->at("status") == 0;
             const bool isHeld = one.bootState() == BootState::HeldInBootLoader;
             if (resets && isDone && !one.store().empty() && !loses(one, simulator::kCommand))
                 fail(name + " is said to be reset, and is not.");
@@ -402,14 +415,14 @@ class World final : public simulator::TimedWork {
             if (isHeld && !known.isHeldFirst() && !mPlan.has(What::BrokenJournal) &&
                 !loses(one, simulator::kResumeBoot)) {
                 if (!isNoted(one)) fail(name + " is left held, and the journal does not know.");
-                if (!end || (*end)["text"].get<std::string>().find("boot loader") == std::string::npos)
+                if (!end || end->at("text").get<std::string>().find("boot loader") == std::string::npos)
                     fail(name + " is left held, and nobody says so.");
             }
             if (mIsEach || isDisturbed(known) || !known.planned->plugged) continue;
             if (!isDone) fail("Nothing befell " + name + ", and it is not done.");
             if (isHeld) fail("Nothing befell " + name + ", and it is held.");
             if (isNoted(one)) fail(name + " is done, and the journal keeps it.");
-            if (resets && (*end)["at"] > latestEnd(one.profile()))
+            if (resets && end->at("at") > latestEnd(one.profile()))
                 fail(name + " could have been done earlier: " + end->dump());
         }
     }

@@ -6,7 +6,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <deque>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -16,6 +18,7 @@
 #include <stdlib.h>
 #include <string>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -55,6 +58,7 @@ struct Child {
         : plan(std::move(carriedOut)), folder(parent / std::to_string(plan.seed)) {
         std::filesystem::create_directory(folder);
         process = fork();
+        if (process < 0) throw std::system_error(errno, std::generic_category(), "No process can be made");
         if (process != 0) return;
         gReport.open(folder / kReport);
         alarm(kPatience);
@@ -65,8 +69,8 @@ struct Child {
     /// Waits for its end. @return what has failed
     std::optional<std::string> end(Tally& facts) const {
         int status = 0;
-        waitpid(process, &status, 0);
         std::optional<std::string> failure;
+        if (waitpid(process, &status, 0) != process) failure = "Nobody knows how its process ended.";
         std::ifstream lines(folder / kReport);
         for (std::string line; std::getline(lines, line);) {
             if (line.starts_with('=')) ++facts[line.substr(1)];
@@ -107,8 +111,16 @@ void tellSmallest(const Plan& whole, const std::filesystem::path& folder, std::s
 }  // namespace
 }  // namespace explore
 
-int main(int argc, char** argv) {
-    using namespace explore;
+namespace explore {
+namespace {
+
+std::string isEventNumber(const std::string& text) {
+    const bool isNumber =
+        !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == std::string::npos;
+    return isNumber || text == "none" ? "" : "\"" + text + "\" is no number of an event";
+}
+
+int explore(int argc, char** argv) {
     CLI::App app("Explores the whole system on simulated devices in simulated time.", "explore");
     std::vector<std::uint64_t> seeds;
     std::uint64_t first = 1, count = 0;
@@ -118,15 +130,27 @@ int main(int argc, char** argv) {
     app.add_option("SEED", seeds, "worlds");
     app.add_option("--count", count, "so many worlds, but none after one has failed");
     app.add_option("--first", first, "the first of them");
-    app.add_option("--processes", processes, "worlds at a time");
-    app.add_option("--only", only, "of the events those of these numbers, or none")->delimiter(',')->expected(1);
+    app.add_option("--processes", processes, "worlds at a time")->check(CLI::Range(1, 1024));
+    app.add_option("--only", only, "of the events those of these numbers, or none")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(isEventNumber);
     app.add_flag("--trace", gIsTraced, "prints all that happens");
     app.add_flag("--facts", facts, "prints how often what was reached");
     CLI11_PARSE(app, argc, argv);
+    if (gIsTraced) processes = 1;  // one world's lines after the other's
     for (std::uint64_t i = 0; i < count; ++i) seeds.push_back(first + i);
     std::vector<std::size_t> kept;
     for (const auto& number : only) {
         if (number != "none") kept.push_back(std::stoul(number));
+    }
+
+    for (const std::uint64_t seed : seeds) {
+        const std::size_t events = kept.empty() ? 0 : Plan::of(seed).events.size();
+        const auto wrong = std::ranges::find_if(kept, [&](std::size_t index) { return index >= events; });
+        if (wrong == kept.end()) continue;
+        std::cerr << "Seed " << seed << " has " << events << " events, from 0: there is no " << *wrong << ".\n";
+        return 2;
     }
 
     std::string pattern = std::filesystem::temp_directory_path() / "explore-XXXXXX";
@@ -160,4 +184,16 @@ int main(int argc, char** argv) {
     }
     if (!gIsTraced) std::cout << done << " worlds, " << failures << " failed\n";
     return failures == 0 ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace explore
+
+int main(int argc, char** argv) {
+    try {
+        return explore::explore(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << error.what() << "\n";
+        return 1;
+    }
 }
