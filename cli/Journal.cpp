@@ -39,7 +39,8 @@ bool Journal::held(const Entry& entry) const {
     const auto size = static_cast<ssize_t>(text.size());
     if (file.get() < 0 || ::write(file.get(), text.data(), text.size()) != size || ::fsync(file.get()) < 0)
         return false;
-    syncFolder(mFolder);
+    // A folder that has just been made, be it for another device, is only found again once those above have its name.
+    for (fs::path above = mFolder; above.has_relative_path(); above = above.parent_path()) syncFolder(above);
     return true;
 }
 
