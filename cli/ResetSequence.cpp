@@ -151,7 +151,9 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
     if (makesItLeave) mVisited = false;
     switch (mStage) {
         case Stage::Reboot:
-            mBoot = Boot::Rebooting;
+            // The command has no answer, and the cable may be why it leaves. What was held may be held until it is
+            // back.
+            if (!isHeld()) mBoot = Boot::Rebooting;
             break;
         case Stage::Hold:
             mBoot = Boot::Held;

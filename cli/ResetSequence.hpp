@@ -36,7 +36,7 @@ class ResetSequence {
     /// What the device does, as far as its host can know.
     enum class Boot {
         Untouched,
-        Rebooting,    ///< told to; unless it is held it starts by itself
+        Rebooting,    ///< told to, and not held before; it starts by itself
         PerhapsHeld,  ///< "hold" may have reached it
         Held,
         Started,  ///< "resume" has reached it
