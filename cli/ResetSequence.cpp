@@ -163,7 +163,8 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
             mClearedEntry = mDevice.ioId();
             break;
         case Stage::Resume:
-            mBoot = Boot::Started;
+            // The cable may have come out in the moment in which the command left.
+            mBoot = failure ? Boot::PerhapsHeld : Boot::Started;
             if (!mLast) break;
             leave();
             return finish(mFailure ? mFailure->status : mCancelled ? Status::Cancelled : Status::Done);

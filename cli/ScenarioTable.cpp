@@ -145,6 +145,11 @@ std::vector<Scenario> resets() {
     pulled.cues = {{Stage::Reboot, milliseconds(200), Cue::What::Unplug, 0},
                    {Stage::Reboot, milliseconds(1200), Cue::What::Plug, 0}};
     table.push_back(pulled);
+    Scenario cut = one("unplugged-at-resume", "The cable comes out while \"resume\" is being sent: it is sent again.",
+                       {Fault::onPacket(simulator::kResumeBoot, NotTaken)});
+    cut.cues = {{Stage::Resume, milliseconds(200), Cue::What::Unplug, 0},
+                {Stage::Resume, milliseconds(1200), Cue::What::Plug, 0}};
+    table.push_back(cut);
     Scenario stranger{"another-device-first",
                       "Another device of the same model arrives first.",
                       kReset,
