@@ -41,6 +41,7 @@ class Baton final : public simulator::SimulatedClock,
     /// The flows but the first get no further turn, as when their process is killed.
     void abandon() { mFlows.resize(1); }
     [[nodiscard]] std::size_t flows() const { return mFlows.size() - 1; }  ///< beside the first, and not over
+    [[nodiscard]] static bool isFlow() { return mCurrent != nullptr; }     ///< the calling thread
     [[nodiscard]] std::size_t steps() const { return mSteps; }
 
     /// Called between two turns: by whoever has the baton, in no flow's name.

@@ -15,6 +15,7 @@ using simulator::BusOperation;
 using simulator::Duration;
 using simulator::Fault;
 using simulator::FaultKind;
+using enum simulator::PacketId;
 using std::chrono::milliseconds;
 using What = Event::What;
 
@@ -24,11 +25,9 @@ constexpr std::array kResults = {platform::kIOReturnError, platform::kIOReturnNo
                                  platform::kIOReturnExclusiveAccess, platform::kIOReturnTimeout};
 /// Packets of the host and of the device that a fault can strike at: of the session, of identification and of a reset.
 constexpr std::array<std::uint16_t, 13> kIds = {
-    simulator::kStartSession, simulator::kSessionStarted,      simulator::kAskLargest,
-    simulator::kLargest,      simulator::kProductRequest,      simulator::kProductData,
-    simulator::kProtocolList, simulator::kExtendedProductData, simulator::kDataRequest,
-    simulator::kCommand,      simulator::kHoldInBootLoader,    simulator::kHoldInBootLoader,
-    simulator::kResumeBoot};
+    kStartSession,     kSessionStarted,   kAskLargest,          kLargest,     kProductRequest,
+    kProductData,      kProtocolList,     kExtendedProductData, kDataRequest, kCommand,
+    kHoldInBootLoader, kHoldInBootLoader, kResumeBoot};
 constexpr auto kLastKind = static_cast<unsigned>(FaultKind::Unplug);
 /// Up to it those that belong to no one device.
 constexpr auto kLastOfBus = static_cast<unsigned>(BusOperation::IORegistryEntryFromPath);
@@ -54,16 +53,19 @@ class Author {
         add({What::Shuffle}, 8, 7);
         add({.what = What::Tells, .tells = static_cast<twin::BusTells>(mDice.between(1, 3))}, 6);
         add({.what = What::Station, .after = milliseconds(mDice.between(1, 9000))}, 4);
+        add({What::StuckStation}, 12);
         add({What::OtherRun, mDice.below(count)}, 25);
-        add({What::BrokenJournal}, 25);
+        for (unsigned left = mDice.oneIn(6) ? 3 : 0; left > 0; --left) add(clockStep(), 2);
+        add(timed({What::FullDisk}), 12);
+        add({.what = What::FullDisk, .turn = 0}, 25);
         for (unsigned left = mDice.below(4); left > 0; --left) misfortune();
         add(timed({What::Cancel}), 6);
-        add(timed({What::Kill}), 6);
-        // The window lives on arrivals, each told once, and is neither cancelled nor killed.
-        const auto isOfCommands = [](const Event& event) {
-            return event.what == What::Tells || event.what == What::Cancel || event.what == What::Kill;
-        };
-        if (mPlan.isWindow()) std::erase_if(mPlan.events, isOfCommands);
+        if (mPlan.has(What::Cancel)) add(timed({What::Cancel}), 4);
+        add(timed({What::Kill}), 8);
+        add(timed({What::PowerCut}), 12);
+        // The window lives on arrivals, each told once.
+        const auto isTells = [](const Event& event) { return event.what == What::Tells; };
+        if (mPlan.isWindow()) std::erase_if(mPlan.events, isTells);
         for (const char* const name : {"foreign 1", "foreign 2"}) {
             simulator::Profile profile;
             profile.productId = Plan::kForeignProduct;
@@ -87,6 +89,9 @@ class Author {
         if (mDice.oneIn(2)) profile.rebootTime = milliseconds(mDice.below(6000));
         if (mDice.oneIn(2)) profile.bootTime = milliseconds(mDice.below(4000));
         if (mDice.oneIn(4)) profile.leaveDelay = milliseconds(mDice.below(1000));
+        // A device that leaves later than at once is not back in the very moment in which it leaves.
+        if (profile.leaveDelay > Duration{0})
+            profile.rebootTime = std::max<Duration>(profile.rebootTime, milliseconds(1));
         planned.plugged = !mDice.oneIn(12);
         if (mDice.oneIn(12)) planned.state = simulator::BootState::HeldInBootLoader;
         return planned;
@@ -123,6 +128,15 @@ class Author {
         return event;
     }
 
+    /// By seconds or by days.
+    Event clockStep() {
+        Event event = timed({What::ClockStep});
+        const unsigned range = mDice.oneIn(2) ? 60 : 9 * 24 * 3600;
+        event.by = std::chrono::seconds(mDice.below(range));
+        if (mDice.oneIn(2)) event.by = -event.by;
+        return event;
+    }
+
     void misfortune() {
         const auto count = static_cast<unsigned>(mPlan.devices.size());
         const std::size_t port = mDice.below(count);
@@ -150,7 +164,9 @@ class Author {
     Fault operationFails(unsigned last) {
         const auto operation = static_cast<BusOperation>(mDice.between(0, last));
         const auto result = mDice.of(kResults);
-        return Fault::onOperation(operation, result);
+        Fault fault = Fault::onOperation(operation, result);
+        fault.name.insert(std::string_view("operation").size(), " " + std::to_string(static_cast<unsigned>(operation)));
+        return fault;
     }
 
     Fault fault() {
@@ -179,9 +195,10 @@ class Author {
 };
 
 /// Of each kind of event, in their order.
-constexpr std::array kTexts = {"shuffled turns", "the bus tells", "station quits", "no journal",
-                               "other run has",  "fault of",      "plug",          "unplug",
-                               "swap",           "cancel",        "kill",          "fault of the bus"};
+constexpr std::array kTexts = {
+    "shuffled turns",  "the bus tells", "station quits", "station is stuck", "other run has", "fault of", "plug",
+    "unplug",          "swap",          "clock step",    "full disk",        "cancel",        "kill",     "power cut",
+    "fault of the bus"};
 static_assert(kTexts.size() == static_cast<std::size_t>(What::BusFault) + 1);
 
 std::string inMilliseconds(Duration span) {
@@ -218,11 +235,16 @@ bool Event::concerns(std::size_t port) const {
     return what >= What::Cancel || (isOfDevice() && isIts);
 }
 
+const char* Event::name() const {
+    return kTexts.at(static_cast<std::size_t>(what));
+}
+
 std::string Event::text() const {
     std::ostringstream text;
-    text << kTexts.at(static_cast<std::size_t>(what));
+    text << name();
     if (isOfDevice()) text << " device " << device;
     if (what == What::Tells) text << " " << static_cast<int>(tells);
+    if (what == What::ClockStep) text << " by " << inMilliseconds(by);
     if (what == What::Swap) text << " with " << other;
     if (!fault.name.empty())
         text << ": " << fault.name << ", time " << fault.step.occurrence << ", " << fault.times << " times"

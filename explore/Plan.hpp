@@ -16,10 +16,10 @@ namespace explore {
 /// What makes a world other than the plainest one. Any of them can be left out.
 struct Event {
     enum class What {
-        Shuffle,        ///< ready flows go on in an order thrown with the dice
-        Tells,          ///< what the bus tells of arrivals and departures: `tells`
-        Station,        ///< the companion programs take `after` to quit
-        BrokenJournal,  ///< the journal can't be written
+        Shuffle,       ///< ready flows go on in an order thrown with the dice
+        Tells,         ///< what the bus tells of arrivals and departures: `tells`
+        Station,       ///< the companion programs take `after` to quit
+        StuckStation,  ///< they never quit, and have to be killed
         // From here on it is about one device,
         OtherRun,  ///< on which another run works
         Fault,     ///< which commits a fault
@@ -27,9 +27,13 @@ struct Event {
         Plug,
         Unplug,
         Swap,  ///< two devices change places, cables out
-        // From here on it is about everybody.
-        Cancel,    ///< the first signal
+        // From here on it is about no device,
+        ClockStep,  ///< the time of day is set to one that is later `by` so much, or earlier
+        FullDisk,   ///< nothing can be written from now on
+        // and from here on about everybody.
+        Cancel,    ///< a signal, of which the second ends the process; with the window, the person quits
         Kill,      ///< the process is gone
+        PowerCut,  ///< and with it what the disk was not told to keep
         BusFault,  ///< the bus commits a fault; at no moment of its own
     };
 
@@ -39,12 +43,14 @@ struct Event {
     std::optional<twin::Stage> stage = {};  ///< `after` counts from its first beginning, else from the start
     simulator::Duration after{0};
     std::optional<unsigned> turn = {};  ///< instead of a moment: between two turns
+    simulator::Duration by{0};
     twin::BusTells tells = twin::BusTells::All;
     simulator::Fault fault = {};
 
     [[nodiscard]] std::string text() const;
+    [[nodiscard]] const char* name() const;
     [[nodiscard]] bool isOfDevice() const { return what >= What::OtherRun && what <= What::Swap; }
-    [[nodiscard]] bool isTimed() const { return what >= What::Plug && what <= What::Kill; }
+    [[nodiscard]] bool isTimed() const { return what >= What::Plug && what <= What::PowerCut; }
     [[nodiscard]] bool concerns(std::size_t port) const;  ///< it may keep this device from its reset
 };
 

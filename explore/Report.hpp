@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace explore {
 
@@ -8,7 +9,7 @@ namespace explore {
 [[noreturn]] void fail(const std::string& what);
 
 /// Something that this world has reached, for the tally.
-void fact(const std::string& what);
+void fact(std::string_view kind, std::string_view what);
 
 /// What happens in this world, for whoever follows it.
 void trace(const std::string& line);

@@ -2,10 +2,15 @@
 
 #include "app/TrovikMode/ResetSteps.hpp"
 #include "app/Util/Alert.hpp"
+#include "app/Util/Logging/DDFileLogger.hpp"
+#include "app/Util/Logging/DailyLog.hpp"
+#include "app/Util/Logging/TrovikLogs.hpp"
 #include "explore/Report.hpp"
 
 #include <algorithm>
 #include <array>
+#include <fstream>
+#include <sstream>
 #include <string_view>
 
 /// Stands in for the box on the screen: whoever presses Reset Now means it.
@@ -25,7 +30,10 @@ struct Line {
     char letter;
     std::string_view begins;
     std::string_view after;
+    std::string_view next = {};  ///< the next actions that there may be then; empty for those of before
 };
+/// What the next action, a number, may become.
+constexpr std::array<std::string_view, 5> kChanges = {"01", "02", "12", "21", "20"};
 constexpr char kCaught = 'X';
 
 /// @return null for no line of the controller
@@ -33,18 +41,18 @@ const Line* lineOf(const std::string& text) {
     // D, S, R and r: one attached device has been dealt with. With an end at RebootOnAttach the next is a reboot, which
     // may fail.
     static const std::array lines = {
-        Line{'D', "Device detected but no action taken", "-DSRr"},
+        Line{'D', "Device detected but no action taken", "-DSRr", "0"},
         Line{'F', "Device found, rebooting", "-"},
         Line{'O', "Could not start observing Trovik-mode device attaches.", "-"},
-        Line{'N', "No device found, waiting for connection", "-"},
-        Line{kCaught, "Unknown exception caught", "-FDSRrhcs"},
-        Line{'R', ResetSteps::kReboot.succeeded, "-FDRrhcs"},
-        Line{'r', ResetSteps::kReboot.failed, "-FDRrhcs"},
-        Line{'H', ResetSteps::kHold.succeeded, "-DRr"},
-        Line{'h', ResetSteps::kHold.failed, "-DRr"},
+        Line{'N', "No device found, waiting for connection", "-", "1"},
+        Line{kCaught, "Unknown exception caught", "-FDSRrhcs", "012"},
+        Line{'R', ResetSteps::kReboot.succeeded, "-FDRrhcs", "2"},
+        Line{'r', ResetSteps::kReboot.failed, "-FDRrhcs", "1"},
+        Line{'H', ResetSteps::kHold.succeeded, "-DRrS"},
+        Line{'h', ResetSteps::kHold.failed, "-DRrS"},
         Line{'C', ResetSteps::kClear.succeeded, "H"},
         Line{'c', ResetSteps::kClear.failed, "H"},
-        Line{'S', ResetSteps::kResume.succeeded, "C"},
+        Line{'S', ResetSteps::kResume.succeeded, "C", "02"},  // the device is let go of in between
         Line{'s', ResetSteps::kResume.failed, "C"},
     };
     const auto line = std::ranges::find_if(lines, [&](const Line& one) { return text.starts_with(one.begins); });
@@ -53,8 +61,10 @@ const Line* lineOf(const std::string& text) {
 
 }  // namespace
 
-Window::Window(Baton& baton, simulator::ManualQueue& queue)
-    : mBaton(baton), mQueue(queue), mToolkit(gArguments, gArgument) {
+Window::Window(Baton& baton, simulator::ManualQueue& queue, const Machine& machine)
+    : mBaton(baton), mQueue(queue), mToolkit(gArguments, gArgument), mMachine(machine), mFile(makeDailyLog()) {
+    DDLog::addLogger(mFile);
+    DDLogInfo("The window opens.");
     auto& outlets = mController.outlets();
     outlets.mainWindowView = &mContainer;
     outlets.notStartedView = &mScreens[0];
@@ -74,7 +84,7 @@ void Window::listen() {
 }
 
 void Window::until(simulator::Time moment, const std::function<bool()>& holds) {
-    while (!holds() && mBaton.now() < moment) {
+    while (!holds() && mBaton.now() < moment && mBaton.flows() > 0) {
         mBaton.wait(moment, [&] { return mQueue.waiting() > 0 || holds(); });
         mQueue.drain();
     }
@@ -86,10 +96,53 @@ void Window::stopListening() {
     until(simulator::Time::max(), [this] { return mBaton.flows() == 0; });
 }
 
-void Window::readLog() {
+void Window::press() {
+    mController.returnToMainMenuButtonClicked();
+    mController.handleButtonClick();
+}
+
+bool Window::quit(bool closes) {
+    look();
+    const std::size_t before = mLines.size();
+    closes ? mController.windowWillClose() : mController.quitButtonClicked();
+    look();
+    const bool isUnfinished = mController.isResetUnfinished();
+    const std::size_t told = mLines.size() - before;
+    if (!mHasEnded || (!mMachine.isFull() && told != (isUnfinished ? 2U : 1U))) fail("It does not say how it ends.");
+    return isUnfinished;
+}
+
+void Window::timeWasSet(bool isEarlier) {
+    mFile->setRollingFrequency(mFile->rollingFrequency());  // what the system's timer would have it do
+    if (isEarlier) mLines.clear();
+}
+
+void Window::lookAtFiles() const {
+    std::string all;
+    for (auto paths = TrovikLogs::sortedLogsWithPrefix("ResetTool"); !paths.empty(); paths.pop_back())
+        all += (std::ostringstream() << std::ifstream(paths.back()).rdbuf()).str();
+    std::size_t place = 0;
+    for (const std::string& line : mLines) {
+        place = all.find(" | " + line + "\n", place);
+        if (place == std::string::npos) fail("The log files lack a line: " + line);
+        ++place;
+    }
+}
+
+void Window::lookAtNextAction() {
+    const char next = static_cast<char>('0' + static_cast<int>(mController.nextAction()));
+    const std::string change{mNextAction, next};
+    if (next == mNextAction) return;
+    if (std::ranges::find(kChanges, change) == kChanges.end()) fail("The next action becomes " + change);
+    fact("next action", change);
+    mNextAction = next;
+}
+
+void Window::look() {
     for (const DDLogMessage& message : mLog.take()) {
         const std::string& text = message.logMsg;
         trace("logs: " + text);
+        if (!mMachine.isFull()) mLines.push_back(text);
         if (message.fileName() != "AppDelegate") continue;
         char& last = mLast.try_emplace(message.machThreadID, '-').first->second;
         const Line* const line = lineOf(text);
@@ -97,7 +150,11 @@ void Window::readLog() {
             fail("The window logs \"" + text + "\" after " + last + ".");
         // What could not be opened says so first; what came before that still counts.
         if (line->letter != kCaught) last = line->letter;
+        if (!line->next.empty()) mExpected = line->next;
     }
+    lookAtNextAction();
+    if (mExpected.find(mNextAction) == std::string_view::npos)
+        fail(std::string("The next action is ") + mNextAction + " and not " + std::string(mExpected));
 }
 
 }  // namespace explore

@@ -2,6 +2,7 @@
 
 #include "app/AppDelegate.hpp"
 #include "explore/Baton.hpp"
+#include "explore/Machine.hpp"
 #include "simulator/world/ManualQueue.hpp"
 #include "tests/support/LogRecorder.hpp"
 
@@ -12,6 +13,10 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
+
+class DDFileLogger;
 
 namespace explore {
 
@@ -20,21 +25,30 @@ namespace explore {
 class Window {
   public:
     /// @param queue  the main queue of the platform, which is installed by then
-    Window(Baton& baton, simulator::ManualQueue& queue);
+    Window(Baton& baton, simulator::ManualQueue& queue, const Machine& machine);
 
     /// Waits until attached devices are seen.
     void listen();
-    /// Reset Now, and the alert's destructive button.
-    void press() { mController.handleButtonClick(); }
+    /// Reset Now, on the first screen, and the alert's destructive button.
+    void press();
+    /// Quit, or the window's close button. @return whether the log has called the reset unfinished
+    bool quit(bool closes);
     /// Serves the main queue until something holds, but not beyond a moment.
     void until(simulator::Time moment, const std::function<bool()>& holds);
     void stopListening();
+    /// What has been logged has been looked at. A day that comes twice begins its log file anew.
+    void timeWasSet(bool isEarlier);
     [[nodiscard]] bool isComplete() const { return mScreens[2].parentWidget() != nullptr; }
     [[nodiscard]] bool isAtRest() const {
         return mController.nextAction() == NextAction::None && !mController.isResetUnfinished();
     }
-    /// What the controller has logged since the last call. Each thread's lines must follow on each other.
-    void readLog();
+    /// Between two turns, at what the controller has logged since the last call: each thread's lines must follow on
+    /// each other, and the next action is the one that they lead to.
+    void look();
+    /// At any moment: it only changes as its table says.
+    void lookAtNextAction();
+    /// The log files have the lines, in their order.
+    void lookAtFiles() const;
 
   private:
     Baton& mBaton;
@@ -43,9 +57,15 @@ class Window {
     QApplication mToolkit;
     QWidget mContainer;
     QWidget mScreens[3];
-    AppDelegate mController{[](int) {}};
+    AppDelegate mController{[this](int status) { mHasEnded = status == 0; }};
+    const Machine& mMachine;
+    const std::shared_ptr<DDFileLogger> mFile;
     std::shared_ptr<platform::CFRunLoop> mListenLoop;
     std::map<std::uint32_t, char> mLast;  ///< line by thread
+    std::string_view mExpected = "0";     ///< the next actions that the lines so far lead to
+    char mNextAction = '0';
+    std::vector<std::string> mLines;  ///< that the log files have
+    bool mHasEnded = false;
 };
 
 }  // namespace explore

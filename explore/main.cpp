@@ -6,19 +6,17 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
+#include <cstdio>
 #include <deque>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <numeric>
 #include <optional>
 #include <stdlib.h>
 #include <string>
+#include <string_view>
 #include <sys/wait.h>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -37,8 +35,8 @@ void fail(const std::string& what) {
     _exit(1);
 }
 
-void fact(const std::string& what) {
-    gReport << '=' << what << std::endl;
+void fact(std::string_view kind, std::string_view what) {
+    gReport << kind << ": " << what << std::endl;
 }
 
 void trace(const std::string& line) {
@@ -49,7 +47,6 @@ namespace {
 
 constexpr unsigned kPatience = 20;  ///< seconds of real time for one world
 constexpr const char* kReport = "report";
-using Tally = std::map<std::string, std::size_t>;
 
 /// One world's process. It is forked, so that it shares no process-wide object with another world, and an assertion or
 /// a crash is a result like any other.
@@ -58,7 +55,7 @@ struct Child {
         : plan(std::move(carriedOut)), folder(parent / std::to_string(plan.seed)) {
         std::filesystem::create_directory(folder);
         process = fork();
-        if (process < 0) throw std::system_error(errno, std::generic_category(), "No process can be made");
+        if (process < 0) std::exit((std::perror("No process can be made"), 1));
         if (process != 0) return;
         gReport.open(folder / kReport);
         alarm(kPatience);
@@ -66,16 +63,19 @@ struct Child {
         _exit(0);  // flows may be abandoned in it
     }
 
-    /// Waits for its end. @return what has failed
-    std::optional<std::string> end(Tally& facts) const {
+    /// Waits for its end.
+    /// @param facts  is given what the world has reached, between tabs in one line
+    /// @return what has failed
+    std::optional<std::string> end(std::ostream* facts = nullptr) const {
         int status = 0;
         std::optional<std::string> failure;
         if (waitpid(process, &status, 0) != process) failure = "Nobody knows how its process ended.";
         std::ifstream lines(folder / kReport);
         for (std::string line; std::getline(lines, line);) {
-            if (line.starts_with('=')) ++facts[line.substr(1)];
             if (line.starts_with('!')) failure = line.substr(1);
+            if (facts) *facts << line << '\t';
         }
+        if (facts) *facts << std::endl;
         std::filesystem::remove_all(folder);
         if (!failure && status != 0)
             failure = WIFSIGNALED(status) ? "Signal " + std::to_string(WTERMSIG(status)) : "It ended by itself.";
@@ -95,8 +95,7 @@ void tellSmallest(const Plan& whole, const std::filesystem::path& folder, std::s
     for (std::size_t i = kept.size(); i-- > 0;) {
         auto fewer = kept;
         fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(i));
-        Tally ignored;
-        if (const auto still = Child(whole.only(fewer), folder).end(ignored)) {
+        if (const auto still = Child(whole.only(fewer), folder).end()) {
             kept = fewer;
             failure = *still;
             i = kept.size();  // from the start: what could not be left out before may now
@@ -105,50 +104,36 @@ void tellSmallest(const Plan& whole, const std::filesystem::path& folder, std::s
     std::cout << "at its smallest: " << failure << "\n" << whole.only(kept).text() << "  explore " << whole.seed;
     const char* separator = " --only ";
     for (const auto index : kept) std::cout << std::exchange(separator, ",") << index;
-    std::cout << (kept.empty() ? " --only none" : "") << " --trace" << std::endl;
+    std::cout << (kept.empty() ? " --plain" : "") << " --trace" << std::endl;
 }
 
 }  // namespace
 }  // namespace explore
 
-namespace explore {
-namespace {
-
-std::string isEventNumber(const std::string& text) {
-    const bool isNumber =
-        !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == std::string::npos;
-    return isNumber || text == "none" ? "" : "\"" + text + "\" is no number of an event";
-}
-
-int explore(int argc, char** argv) {
+int main(int argc, char** argv) {
+    using namespace explore;
     CLI::App app("Explores the whole system on simulated devices in simulated time.", "explore");
     std::vector<std::uint64_t> seeds;
     std::uint64_t first = 1, count = 0;
     std::size_t processes = std::max(1U, std::thread::hardware_concurrency());
-    std::vector<std::string> only;
+    std::vector<std::size_t> only;
+    bool isPlain = false;
     bool facts = false;
     app.add_option("SEED", seeds, "worlds");
     app.add_option("--count", count, "so many worlds, but none after one has failed");
     app.add_option("--first", first, "the first of them");
     app.add_option("--processes", processes, "worlds at a time")->check(CLI::Range(1, 1024));
-    app.add_option("--only", only, "of the events those of these numbers, or none")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->check(isEventNumber);
+    app.add_option("--only", only, "of the events those of these numbers")->delimiter(',')->allow_extra_args(false);
+    app.add_flag("--plain", isPlain, "none of the events");
     app.add_flag("--trace", gIsTraced, "prints all that happens");
-    app.add_flag("--facts", facts, "prints how often what was reached");
+    app.add_flag("--facts", facts, "prints what each world has reached, in a line");
     CLI11_PARSE(app, argc, argv);
     if (gIsTraced) processes = 1;  // one world's lines after the other's
     for (std::uint64_t i = 0; i < count; ++i) seeds.push_back(first + i);
-    std::vector<std::size_t> kept;
-    for (const auto& number : only) {
-        if (number != "none") kept.push_back(std::stoul(number));
-    }
-
     for (const std::uint64_t seed : seeds) {
-        const std::size_t events = kept.empty() ? 0 : Plan::of(seed).events.size();
-        const auto wrong = std::ranges::find_if(kept, [&](std::size_t index) { return index >= events; });
-        if (wrong == kept.end()) continue;
+        const std::size_t events = only.empty() ? 0 : Plan::of(seed).events.size();
+        const auto wrong = std::ranges::find_if(only, [&](std::size_t index) { return index >= events; });
+        if (wrong == only.end()) continue;
         std::cerr << "Seed " << seed << " has " << events << " events, from 0: there is no " << *wrong << ".\n";
         return 2;
     }
@@ -156,14 +141,14 @@ int explore(int argc, char** argv) {
     std::string pattern = std::filesystem::temp_directory_path() / "explore-XXXXXX";
     if (!mkdtemp(pattern.data())) return 1;
     const std::filesystem::path folder = pattern;
+    setenv("TZ", "UTC", 1);
     setenv("QT_QPA_PLATFORM", "offscreen", 1);
     setenv("XDG_RUNTIME_DIR", pattern.c_str(), 1);  // of the window's toolkit
-    Tally reached;
     std::size_t done = 0, failures = 0;
     std::deque<Child> running;
     const auto endOne = [&] {
         const Child& child = running.front();
-        const auto failure = child.end(reached);
+        const auto failure = child.end(facts ? &std::cout : nullptr);
         if (failure && gIsTraced) std::cout << "fails: " << *failure << std::endl;
         if (failure && !gIsTraced) tellSmallest(child.plan, folder, *failure);
         failures += failure ? 1 : 0;
@@ -173,27 +158,12 @@ int explore(int argc, char** argv) {
     for (const std::uint64_t seed : seeds) {
         if (running.size() >= processes) endOne();
         if (failures > 0) break;
-        const Plan plan = only.empty() ? Plan::of(seed) : Plan::of(seed).only(kept);
+        const Plan plan = only.empty() && !isPlain ? Plan::of(seed) : Plan::of(seed).only(only);
         trace(plan.text());
         running.emplace_back(plan, folder);
     }
     while (!running.empty()) endOne();
     std::filesystem::remove_all(folder);
-    if (facts) {
-        for (const auto& [what, times] : reached) std::cout << times << "\t" << what << "\n";
-    }
     if (!gIsTraced) std::cout << done << " worlds, " << failures << " failed\n";
     return failures == 0 ? 0 : 1;
-}
-
-}  // namespace
-}  // namespace explore
-
-int main(int argc, char** argv) {
-    try {
-        return explore::explore(argc, argv);
-    } catch (const std::exception& error) {
-        std::cerr << error.what() << "\n";
-        return 1;
-    }
 }

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/WallClock.hpp"
+#include "simulator/engine/Types.hpp"
+
+#include <atomic>
+#include <filesystem>
+#include <map>
+#include <string>
+
+namespace explore {
+
+/// The computer around the programs: a time of day that can be set while simulated time goes on, a disk that can be
+/// full, and what a power cut leaves on it. The programs' calls of write and fsync end here (see CMakeLists.txt). One
+/// at a time.
+class Machine final : public platform::WallClock {
+  public:
+    /// @param drive   must outlive it
+    /// @param folder  for all that the programs write; empty at first
+    Machine(simulator::Drive& drive, const std::string& folder);
+
+    Date now() override { return Date(mDrive.now() + mOffset.load()); }
+    void setTimeOfDay(simulator::Duration later) { mOffset = mOffset.load() + later; }  ///< negative for earlier
+    void setFull(bool isFull) { mIsFull = isFull; }
+    bool isFull() const { return mIsFull; }
+
+    /// At calls of the system. Any thread.
+    bool hasRoom(int descriptor) const;
+    void synced(int descriptor);
+
+    /// Only what had reached the disk is left: of a file what it was, of a folder the names that were in it.
+    void cutPower();
+
+  private:
+    using Path = std::filesystem::path;
+
+    void restore(const Path& folder);
+
+    simulator::Drive& mDrive;
+    const std::string mFolder;
+    std::atomic<bool> mIsFull = false;
+    std::atomic<simulator::Duration> mOffset;       ///< of the time of day
+    std::map<Path, std::string> mContents;          ///< of files that were synchronised
+    std::map<Path, std::map<Path, bool>> mEntries;  ///< of folders: paths, and whether they are folders
+};
+
+}  // namespace explore
