@@ -29,8 +29,10 @@ constexpr std::array<std::uint16_t, 13> kIds = {
     kProductData,      kProtocolList,     kExtendedProductData, kDataRequest, kCommand,
     kHoldInBootLoader, kHoldInBootLoader, kResumeBoot};
 constexpr auto kLastKind = static_cast<unsigned>(FaultKind::Unplug);
-/// Up to it those that belong to no one device.
-constexpr auto kLastOfBus = static_cast<unsigned>(BusOperation::IORegistryEntryFromPath);
+/// Those that belong to no one device; all but the first two can also fail for one.
+constexpr std::array kOfBus = {BusOperation::IOServiceGetMatchingServices,
+                               BusOperation::IOServiceAddMatchingNotification, BusOperation::IORegistryEntryFromPath};
+constexpr auto kFirstOperation = static_cast<unsigned>(BusOperation::IORegistryEntryGetPath);
 constexpr auto kLastOperation = static_cast<unsigned>(BusOperation::WritePipeAsync);
 
 /// Writes one world's plan.
@@ -63,9 +65,11 @@ class Author {
         if (mPlan.has(What::Cancel)) add(timed({What::Cancel}), 4);
         add(timed({What::Kill}), 8);
         add(timed({What::PowerCut}), 12);
-        // The window lives on arrivals, each told once.
-        const auto isTells = [](const Event& event) { return event.what == What::Tells; };
-        if (mPlan.isWindow()) std::erase_if(mPlan.events, isTells);
+        // The window lives on arrivals, each told once, and does not tell of its stages.
+        if (mPlan.isWindow()) {
+            std::erase_if(mPlan.events, [](const Event& event) { return event.what == What::Tells; });
+            for (Event& event : mPlan.events) event.stage.reset();
+        }
         for (const char* const name : {"foreign 1", "foreign 2"}) {
             simulator::Profile profile;
             profile.productId = Plan::kForeignProduct;
@@ -143,7 +147,7 @@ class Author {
         const unsigned choice = mDice.below(10);
         if (choice < 7) return mPlan.events.push_back({.what = What::Fault, .device = port, .fault = fault()});
         if (choice == 7) {
-            Event event{.what = What::BusFault, .fault = operationFails(kLastOfBus)};
+            Event event{.what = What::BusFault, .fault = operationFails(mDice.of(kOfBus))};
             event.fault.step.occurrence = mDice.between(1, 6);
             return mPlan.events.push_back(event);
         }
@@ -161,8 +165,7 @@ class Author {
     }
 
     // Each throw in a statement of its own: in which order arguments are evaluated is the compiler's choice.
-    Fault operationFails(unsigned last) {
-        const auto operation = static_cast<BusOperation>(mDice.between(0, last));
+    Fault operationFails(BusOperation operation) {
         const auto result = mDice.of(kResults);
         Fault fault = Fault::onOperation(operation, result);
         fault.name.insert(std::string_view("operation").size(), " " + std::to_string(static_cast<unsigned>(operation)));
@@ -173,7 +176,7 @@ class Author {
         const unsigned choice = mDice.below(10);
         Fault fault = mDice.of(simulator::faultCatalogue());
         if (choice < 3) {
-            fault = operationFails(kLastOperation);
+            fault = operationFails(static_cast<BusOperation>(mDice.between(kFirstOperation, kLastOperation)));
         } else if (choice < 6) {
             const auto kind = static_cast<FaultKind>(mDice.below(kLastKind + 1));
             const bool ofHost = kind == FaultKind::Ignore || kind == FaultKind::NotTaken;
@@ -218,10 +221,6 @@ Plan Plan::only(const std::vector<std::size_t>& kept) const {
         if (index < events.size()) plan.events.push_back(events[index]);
     }
     return plan;
-}
-
-bool Plan::has(What what) const {
-    return std::ranges::find(events, what, &Event::what) != events.end();
 }
 
 Event Plan::first(What what) const {

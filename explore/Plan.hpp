@@ -5,6 +5,7 @@
 #include "simulator/engine/Fault.hpp"
 #include "simulator/engine/Types.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -71,7 +72,7 @@ struct Plan {
     /// The same with those events alone.
     [[nodiscard]] Plan only(const std::vector<std::size_t>& kept) const;
     [[nodiscard]] bool isWindow() const { return arguments.front() == "window"; }
-    [[nodiscard]] bool has(Event::What what) const;
+    [[nodiscard]] bool has(Event::What what) const { return std::ranges::count(events, what, &Event::what) > 0; }
     /// The first event of a kind, else one that changes nothing.
     [[nodiscard]] Event first(Event::What what) const;
     [[nodiscard]] std::string text() const;

@@ -65,12 +65,11 @@ Duration longestRun(const Plan& plan, const twin::Options& options) {
 }
 
 /// But for log files, which come and go with days.
-std::size_t openFiles() {
-    std::size_t count = 0;
-    std::error_code gone;  // the iterator's own
-    for (const auto& file : std::filesystem::directory_iterator("/proc/self/fd"))
-        count += std::filesystem::read_symlink(file, gone).extension() == ".txt" ? 0 : 1;
-    return count;
+std::ptrdiff_t openFiles() {
+    return std::ranges::count_if(std::filesystem::directory_iterator("/proc/self/fd"), [](const auto& file) {
+        std::error_code gone;  // the iterator's own
+        return std::filesystem::read_symlink(file, gone).extension() != ".txt";
+    });
 }
 
 /// The companion programs. Stuck ones don't quit in their three seconds, and then have to be killed.
@@ -133,7 +132,7 @@ class World final : public simulator::TimedWork {
         mHasChosen = true;
         Window& window = *(mWindow = new Window(mBaton, mMainQueue, mMachine));  // its flows may be left where they are
         window.listen();
-        const std::size_t filesBefore = openFiles();
+        const auto filesBefore = openFiles();
         mBus.plug(mPluggedFirst);
         const auto isOver = [&] { return mKilled || mIsQuitting; };
         const auto isComplete = [&] { return window.isComplete() || isOver(); };
@@ -243,8 +242,7 @@ class World final : public simulator::TimedWork {
     void happen(const Event& event) {
         if (mIsEpilogue) return;
         trace("event: " + event.text());
-        const bool ends = event.what >= What::Cancel;
-        if (!ends || mIsUnderWay) fact("met", event.name());
+        if (mIsUnderWay || event.what < What::Cancel) fact("met", event.name());
         if (mIsUnderWay) fact(event.name() + std::string(" in"), mWindow ? "the window" : mStage);
         if (event.what == What::Plug) mBus.plug(event.device);
         if (event.what == What::Unplug) mBus.unplug(event.device);
@@ -391,7 +389,7 @@ class World final : public simulator::TimedWork {
         mIsUnderWay = true;
         mKilled = false;
         mStage = "the beginning";
-        const std::size_t filesBefore = openFiles();
+        const auto filesBefore = openFiles();
         lookAtDevices();
         std::optional<Status> ended;
         mBaton.flow("twin", [&] {
@@ -408,17 +406,13 @@ class World final : public simulator::TimedWork {
         });
         const bool isOver = mBaton.until([&] { return ended || mKilled; });
         mCancel = nullptr;
-        mIsUnderWay = false;
         if (!isOver) fail("Everybody waits, and nothing is due.");
         if (!mIsEpilogue) fact("status", ended ? nameOf(*ended) : "killed");
-        if (ended) {
-            lookAtBus("1-", filesBefore);
-            lookAtRest(*ended);
-            return ended;
-        }
         // The system lets go of a dead process's locks; those of its flows here stay.
-        install("locks of the next process");
-        return std::nullopt;
+        if (!ended) install("locks of the next process");
+        if (ended) lookAtBus("1-", filesBefore);
+        if (ended) lookAtRest(*ended);
+        return ended;
     }
 
     // ---- what must hold in the end
@@ -450,27 +444,17 @@ class World final : public simulator::TimedWork {
         }
     }
 
-    void lookAtBus(const std::string& port, std::size_t filesBefore) {
+    void lookAtBus(const std::string& port, std::ptrdiff_t filesBefore) {
         if (mBus.openDevices() > 0 || mBus.pendingTransfers() > 0) fail("Something is left open.");
         if (openFiles() > filesBefore) fail("A file is left open.");
         if (mMainQueue.waiting() > 0) fail("Something is left to be done.");
         if (mStation.isLeft() && !mCancelled && !mIsEpilogue) fail("The companion programs go on.");
-        const auto lookAt = [](const std::string& key) {
-            if (!DeviceLock::take(key)) fail(key + " is left locked.");
-        };
+        mOtherRun.reset();  // it ends with this one
         for (const auto& [name, known] : mKnown) {
-            const bool isOthers = mOtherRun && mPlan.first(What::OtherRun).device == known.index;
-            if (!isOthers) lookAt(port + std::to_string(known.index + 1));
-            lookAt("unit-" + std::to_string(known.planned->profile.unitId));
+            const auto unit = known.planned->profile.unitId;
+            for (const auto& key : {port + std::to_string(known.index + 1), "unit-" + std::to_string(unit)})
+                if (!DeviceLock::take(key)) fail(key + " is left locked.");
         }
-    }
-
-    const json* endOf(const Device& device) const {
-        const auto end = std::ranges::find_if(mEvents, [&](const json& event) {
-            return event.value("unit", 0U) == device.profile().unitId && event.at("event") == "device" &&
-                   event.value("state", "") == "ended";
-        });
-        return end == mEvents.end() ? nullptr : &*end;
     }
 
     /// After the command that the world is about.
@@ -482,17 +466,22 @@ class World final : public simulator::TimedWork {
             const Known& known = knownOf(one);
             if (!known.isChosen) continue;
             const std::string& name = one.profile().unitName;
-            const json* const end = endOf(one);
-            const bool isDone = end && end->at("status") == 0;
+            const auto end = std::ranges::find_if(mEvents, [&](const json& event) {
+                return event.value("unit", 0U) == one.profile().unitId && event.value("state", "") == "ended" &&
+                       event.at("event") == "device";
+            });
+            const bool isEnded = end != mEvents.end();
+            const bool isDone = isEnded && end->at("status") == 0;
             const bool isHeld = one.bootState() == BootState::HeldInBootLoader;
             if (resets && isDone && !one.store().empty() && !loses(one, simulator::kCommand))
                 fail(name + " is said to be reset, and is not.");
-            if (status == Status::Done && end && !isDone) fail("The run is said to be done, and " + name + " is not.");
+            if (status == Status::Done && isEnded && !isDone)
+                fail("The run is said to be done, and " + name + " is not.");
             if (isHeld && !known.isHeldFirst() && !loses(one, simulator::kResumeBoot)) {
                 if (!isNoted(one) &&
                     !(isUnwritable() && mOut.view().find("can't be written down") != std::string::npos))
                     fail(name + " is left held, and the journal does not know.");
-                if (!end || end->at("text").get<std::string>().find("boot loader") == std::string::npos)
+                if (!isEnded || end->at("text").get<std::string>().find("boot loader") == std::string::npos)
                     fail(name + " is left held, and nobody says so.");
             }
             if (mIsEach || isDisturbed(known) || !known.planned->plugged) continue;
@@ -511,8 +500,9 @@ class World final : public simulator::TimedWork {
                               !says("--jobs") && !mPlan.has(What::Tells);
         if (!isPrompt) return std::numeric_limits<double>::infinity();
         const Duration boot = profile.bootTime ? profile.leaveDelay + *profile.bootTime : Duration(seconds(1));
-        const Duration all = 2 * mStationTakes + profile.leaveDelay + profile.rebootTime + boot;
-        return std::chrono::duration<double>(all).count() + 0.5;
+        return std::chrono::duration<double>(2 * mStationTakes + profile.leaveDelay + profile.rebootTime + boot)
+                   .count() +
+               0.5;
     }
 
     /// The device takes a command and does nothing, or leaves: where that has no answer, no host sees it.
