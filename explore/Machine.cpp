@@ -7,7 +7,7 @@
 #include <system_error>
 
 // The linker gives the system's function this name, and those at the end of this file the system's.
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTBEGIN(readability-identifier-naming,bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" ssize_t __real_write(int descriptor, const void* bytes, std::size_t size);
 
 namespace explore {
@@ -75,4 +75,4 @@ int __wrap_fsync(int descriptor) {
     return 0;
 }
 }
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(readability-identifier-naming,bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
