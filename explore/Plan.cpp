@@ -125,9 +125,9 @@ class Author {
     /// At a moment of the run's first seconds, soon after a stage's beginning, or between two turns.
     Event timed(Event event) {
         const unsigned choice = mDice.below(10);
-        if (choice < 3) event.turn = mDice.below(300);
+        if (choice < 3) event.turn = mDice.below(mDice.oneIn(2) ? 50 : 300);
         if (choice >= 5) event.stage = static_cast<twin::Stage>(mDice.below(twin::kStages.size()));
-        const unsigned range = mDice.oneIn(2) ? 40 : choice < 5 ? 8000 : 2500;
+        const unsigned range = mDice.oneIn(3) ? 1 : mDice.oneIn(2) ? 40 : choice < 5 ? 8000 : 2500;
         event.after = milliseconds(mDice.below(range));
         return event;
     }
@@ -145,18 +145,20 @@ class Author {
         const auto count = static_cast<unsigned>(mPlan.devices.size());
         const std::size_t port = mDice.below(count);
         const unsigned choice = mDice.below(10);
-        if (choice < 7) return mPlan.events.push_back({.what = What::Fault, .device = port, .fault = fault()});
-        if (choice == 7) {
+        if (choice < 6) return mPlan.events.push_back({.what = What::Fault, .device = port, .fault = fault()});
+        if (choice == 6) {
             Event event{.what = What::BusFault, .fault = operationFails(mDice.of(kOfBus))};
             event.fault.step.occurrence = mDice.between(1, 6);
             return mPlan.events.push_back(event);
         }
-        Event event = timed({.what = choice == 8 ? What::Unplug : What::Swap, .device = port});
+        Event event = timed({.what = choice == 7 ? What::Unplug : What::Swap, .device = port});
         event.other = mDice.below(count + 2);  // the last two ports are empty
         if (event.what == What::Swap && event.other == port) event.other = count;
+        if (event.what == What::Swap && mDice.oneIn(2)) event.turn = mDice.below(20);  // where the first openings are
         mPlan.events.push_back(event);
-        event.after += milliseconds(mDice.oneIn(2) ? mDice.below(100) : mDice.below(9000));
-        if (event.turn) *event.turn += mDice.below(20);
+        const unsigned longest = mDice.oneIn(3) ? 1 : mDice.oneIn(2) ? 100 : 9000;
+        event.after += milliseconds(mDice.below(longest));
+        if (event.turn) *event.turn += mDice.below(mDice.oneIn(2) ? 3 : 20);
         const bool swaps = event.what == What::Swap;
         event.what = What::Plug;
         if (!mDice.oneIn(4)) mPlan.events.push_back(event);
@@ -172,11 +174,26 @@ class Author {
         return fault;
     }
 
+    /// In the boot loader, or wherever it is by then: for good, or until its cable is in again.
+    Fault fallsSilent() {
+        const bool isUnplug = mDice.oneIn(2);
+        Fault fault;
+        fault.name = isUnplug ? "cable out" : "silent";
+        fault.kind = isUnplug ? FaultKind::Unplug : FaultKind::Ignore;
+        fault.step.at = simulator::FaultStep::At::HostPacket;
+        if (!mDice.oneIn(3)) fault.step.state = simulator::BootState::HeldInBootLoader;
+        fault.step.occurrence = mDice.between(1, 12);
+        fault.comesBack = milliseconds(mDice.below(mDice.oneIn(2) ? 5000 : 60'000));
+        return fault.committed(isUnplug ? 1 : 1000);
+    }
+
     Fault fault() {
         const unsigned choice = mDice.below(10);
         Fault fault = mDice.of(simulator::faultCatalogue());
         if (choice < 3) {
             fault = operationFails(static_cast<BusOperation>(mDice.between(kFirstOperation, kLastOperation)));
+        } else if (choice == 6) {
+            return fallsSilent();
         } else if (choice < 6) {
             const auto kind = static_cast<FaultKind>(mDice.below(kLastKind + 1));
             const bool ofHost = kind == FaultKind::Ignore || kind == FaultKind::NotTaken;

@@ -6,6 +6,7 @@
 #include "app/Util/Logging/DailyLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "explore/Report.hpp"
+#include "simulator/engine/Wire.hpp"
 
 #include <algorithm>
 #include <array>
@@ -138,6 +139,15 @@ void Window::lookAtNextAction() {
     mNextAction = next;
 }
 
+void Window::told(std::span<const unsigned char> packet) {
+    std::string ignored;
+    const auto told = simulator::decodePacket(packet, ignored);
+    for (const ResetStep* const step :
+         {&ResetSteps::kReboot, &ResetSteps::kHold, &ResetSteps::kClear, &ResetSteps::kResume}) {
+        if (told && told->id == step->command && told->data == step->data) ++mTold[step->succeeded];
+    }
+}
+
 void Window::look() {
     for (const DDLogMessage& message : mLog.take()) {
         const std::string& text = message.logMsg;
@@ -148,6 +158,8 @@ void Window::look() {
         const Line* const line = lineOf(text);
         if (!line || line->after.find(last) == std::string_view::npos)
             fail("The window logs \"" + text + "\" after " + last + ".");
+        if (std::string_view("RHCS").find(line->letter) != std::string_view::npos && --mTold[text] < 0)
+            fail("The window logs \"" + text + "\", which no device was told to do.");
         // What could not be opened says so first; what came before that still counts.
         if (line->letter != kCaught) last = line->letter;
         if (!line->next.empty()) mExpected = line->next;

@@ -9,9 +9,11 @@
 #include <QApplication>
 #include <QWidget>
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +44,8 @@ class Window {
     [[nodiscard]] bool isAtRest() const {
         return mController.nextAction() == NextAction::None && !mController.isResetUnfinished();
     }
+    /// A device has taken a packet.
+    void told(std::span<const unsigned char> packet);
     /// Between two turns, at what the controller has logged since the last call: each thread's lines must follow on
     /// each other, and the next action is the one that they lead to.
     void look();
@@ -66,6 +70,7 @@ class Window {
     char mNextAction = '0';
     std::vector<std::string> mLines;  ///< that the log files have
     bool mHasEnded = false;
+    std::map<std::string, int> mTold;  ///< devices have been, and the controller has not logged that; by its line
 };
 
 }  // namespace explore

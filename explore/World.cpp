@@ -14,6 +14,7 @@
 #include "platform/linux/files/LinuxFiles.hpp"
 #include "simulator/bus/InProcessBus.hpp"
 #include "simulator/engine/Record.hpp"
+#include "simulator/engine/Wire.hpp"
 #include "simulator/world/SimulatedServices.hpp"
 
 #include <algorithm>
@@ -43,9 +44,10 @@ using What = Event::What;
 /// A device, whichever port it is plugged into.
 struct Known {
     const twin::ScenarioDevice* planned = nullptr;
-    std::size_t index = 0;  ///< in the plan, and by its first port
-    std::size_t told = 0;   ///< entries of its record
-    bool isChosen = false;  ///< the command line means it
+    std::size_t index = 0;       ///< in the plan, and by its first port
+    std::size_t told = 0;        ///< entries of its record
+    bool isChosen = false;       ///< the command line means it
+    bool isToldToStart = false;  ///< since it is held: where it does nothing then, no host sees it
 
     [[nodiscard]] bool isForeign() const { return planned->profile.productId == Plan::kForeignProduct; }
     [[nodiscard]] bool isHeldFirst() const { return planned->state == BootState::HeldInBootLoader; }
@@ -162,9 +164,7 @@ class World final : public simulator::TimedWork {
         window.lookAtFiles();
         if (!window.isAtRest()) fail("It is complete, and the controller waits for something.");
         lookAtBus("Port@", filesBefore);
-        const auto isCleared = [&](const Device* one) {
-            return one->store().empty() || loses(*one, simulator::kCommand);
-        };
+        const auto isCleared = [&](const Device* one) { return one->store().empty() || ignoresClear(*one); };
         if (std::ranges::none_of(mDevices, isCleared)) fail("It is complete, and no device is cleared.");
         if (mDevices.size() == 1 + Plan::kForeign) lookForHeld();
     }
@@ -313,10 +313,17 @@ class World final : public simulator::TimedWork {
     bool says(const std::string& argument) const { return std::ranges::count(mPlan.arguments, argument) > 0; }
 
     /// Each line of each device's record, once.
-    void recorded(const Device& device, const Known& known, const simulator::RecordEntry& entry) {
+    void recorded(const Device& device, Known& known, const simulator::RecordEntry& entry) {
         using Kind = simulator::RecordEntry::Kind;
         const std::string& name = device.profile().unitName;
         trace(name + ": " + simulator::inWords(entry));
+        if (entry.kind == Kind::Received) {
+            if (mWindow) mWindow->told(entry.bytes);
+            std::string ignored;
+            const auto packet = simulator::decodePacket(entry.bytes, ignored);
+            if (packet && packet->id == simulator::kResumeBoot) known.isToldToStart = true;
+        }
+        if (entry.text == bootStateName(BootState::HeldInBootLoader)) known.isToldToStart = false;
         if (entry.kind == Kind::Fault) fact("met", entry.text);
         if (entry.kind == Kind::Refused && !isExcused(known, entry.text)) fail(name + " refused: " + entry.text);
         if (entry.kind != Kind::State || !mIsUnderWay || mIsEpilogue || !mPlan.hasPlainUnits) return;
@@ -341,8 +348,10 @@ class World final : public simulator::TimedWork {
 
     bool isUnwritable() const { return mPlan.has(What::FullDisk); }
 
-    bool isDisturbed(const Known& known) const {
-        return std::ranges::any_of(mPlan.events, [&](const Event& event) { return event.concerns(known.index); });
+    /// @param besides  events that do not count
+    bool isDisturbed(const Known& known, std::optional<What> besides = {}) const {
+        return std::ranges::any_of(
+            mPlan.events, [&](const Event& event) { return event.what != besides && event.concerns(known.index); });
     }
 
     bool isNoted(const Device& device) const {
@@ -457,6 +466,14 @@ class World final : public simulator::TimedWork {
         }
     }
 
+    const json* endOf(const Device& device) const {
+        const auto end = std::ranges::find_if(mEvents, [&](const json& event) {
+            return event.value("unit", 0U) == device.profile().unitId && event.at("event") == "device" &&
+                   event.value("state", "") == "ended";
+        });
+        return end == mEvents.end() ? nullptr : &*end;
+    }
+
     /// After the command that the world is about.
     void lookAtEnd(Status status) {
         if (!mPlan.hasPlainUnits) return;
@@ -466,24 +483,26 @@ class World final : public simulator::TimedWork {
             const Known& known = knownOf(one);
             if (!known.isChosen) continue;
             const std::string& name = one.profile().unitName;
-            const auto end = std::ranges::find_if(mEvents, [&](const json& event) {
-                return event.value("unit", 0U) == one.profile().unitId && event.value("state", "") == "ended" &&
-                       event.at("event") == "device";
-            });
-            const bool isEnded = end != mEvents.end();
-            const bool isDone = isEnded && end->at("status") == 0;
+            const json* const end = endOf(one);
+            const bool isDone = end && end->at("status") == 0;
+            const auto isSaid = [&](const char* text) {
+                return end && end->at("text").get<std::string>().find(text) != std::string::npos;
+            };
             const bool isHeld = one.bootState() == BootState::HeldInBootLoader;
-            if (resets && isDone && !one.store().empty() && !loses(one, simulator::kCommand))
+            if (resets && (isDone || isSaid("Its settings are cleared")) && !one.store().empty() && !ignoresClear(one))
                 fail(name + " is said to be reset, and is not.");
-            if (status == Status::Done && isEnded && !isDone)
-                fail("The run is said to be done, and " + name + " is not.");
-            if (isHeld && !known.isHeldFirst() && !loses(one, simulator::kResumeBoot)) {
+            if (resets && isSaid("Its settings are as they were") && one.store().empty())
+                fail(name + " is said not to be reset, and is.");
+            if (status == Status::Done && end && !isDone) fail("The run is said to be done, and " + name + " is not.");
+            if (isHeld && !known.isHeldFirst() && !known.isToldToStart) {
                 if (!isNoted(one) &&
                     !(isUnwritable() && mOut.view().find("can't be written down") != std::string::npos))
                     fail(name + " is left held, and the journal does not know.");
-                if (!isEnded || end->at("text").get<std::string>().find("boot loader") == std::string::npos)
-                    fail(name + " is left held, and nobody says so.");
+                if (!isSaid("boot loader")) fail(name + " is left held, and nobody says so.");
             }
+            const bool isOwn = end && (says("resume") || !known.isHeldFirst());
+            if (isHeld && isOwn && mCancelled && !known.isToldToStart && !isDisturbed(known, What::Cancel))
+                fail("The cancel leaves " + name + " held.");
             if (mIsEach || isDisturbed(known) || !known.planned->plugged) continue;
             if (!isDone) fail("Nothing befell " + name + ", and it is not done.");
             if (isHeld) fail("Nothing befell " + name + ", and it is held.");
@@ -505,20 +524,20 @@ class World final : public simulator::TimedWork {
                0.5;
     }
 
-    /// The device takes a command and does nothing, or leaves: where that has no answer, no host sees it.
-    bool loses(const Device& device, std::uint16_t packet) const {
-        using simulator::FaultKind;
+    /// The clear command has no answer: where the device takes it and does nothing, no host sees that.
+    bool ignoresClear(const Device& device) const {
         const auto index = knownOf(device).index;
         return std::ranges::any_of(mPlan.events, [&](const Event& event) {
-            return event.what == What::Fault && event.device == index && event.fault.step.packetId == packet &&
-                   (event.fault.kind == FaultKind::Ignore || event.fault.kind == FaultKind::Unplug);
+            return event.what == What::Fault && event.device == index &&
+                   event.fault.kind == simulator::FaultKind::Ignore &&
+                   event.fault.step.packetId.value_or(simulator::kCommand) == simulator::kCommand;
         });
     }
 
     void lookForHeld() const {
         for (const Device* const one : mDevices) {
             const bool isHeld = one->bootState() == BootState::HeldInBootLoader;
-            if (isHeld && !loses(*one, simulator::kResumeBoot) && (mWindow || !knownOf(*one).isHeldFirst()))
+            if (isHeld && !knownOf(*one).isToldToStart && (mWindow || !knownOf(*one).isHeldFirst()))
                 fail(one->profile().unitName + " is still held.");
         }
     }
