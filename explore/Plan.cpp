@@ -93,6 +93,7 @@ class Author {
         if (mDice.oneIn(2)) profile.rebootTime = milliseconds(mDice.below(6000));
         if (mDice.oneIn(2)) profile.bootTime = milliseconds(mDice.below(4000));
         if (mDice.oneIn(4)) profile.leaveDelay = milliseconds(mDice.below(1000));
+        if (mDice.oneIn(3)) profile.bootWindow = milliseconds(mDice.between(4000, 8000));
         // A device that leaves later than at once is not back in the very moment in which it leaves.
         if (profile.leaveDelay > Duration{0})
             profile.rebootTime = std::max<Duration>(profile.rebootTime, milliseconds(1));

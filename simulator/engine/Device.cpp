@@ -59,7 +59,7 @@ std::optional<Time> Device::nextDue() const {
     if (!mScheduled.empty()) due = mScheduled.begin()->first;
     // A packet that is never to be taken is no event to wait for.
     if (mOutBusyUntil != Time::max()) bringForward(due, mOutBusyUntil);
-    for (const auto* moment : {&mLeaveAt, &mReturnAt, &mUnplugAt, &mReplugAt}) bringForward(due, *moment);
+    for (const auto* moment : {&mLeaveAt, &mReturnAt, &mWindowEnds, &mUnplugAt, &mReplugAt}) bringForward(due, *moment);
     return due;
 }
 
@@ -76,6 +76,8 @@ void Device::advance(Time now) {
             goAway(moment);
         } else if (hasCome(mReturnAt, moment)) {
             comeBack(moment);
+        } else if (hasCome(mWindowEnds, moment)) {
+            if (mState == BootState::Starting) setBootState(BootState::Running, moment);
         } else if (hasCome(mUnplugAt, moment)) {
             pullCable(mReplugAfter, moment);
         } else if (hasCome(mReplugAt, moment)) {
@@ -94,6 +96,7 @@ void Device::comeBack(Time now) {
     mAway = false;
     if (std::exchange(mBoots, false)) return setBootState(BootState::Running, now);
     setBootState(BootState::Starting, now);
+    if (mProfile.bootWindow) mWindowEnds = now + *mProfile.bootWindow;
 }
 
 void Device::setCable(bool in, Time now) {

@@ -143,6 +143,7 @@ class Device final : public BusDevice {
     std::multimap<Time, Outgoing> mScheduled;
     std::optional<Time> mLeaveAt;
     std::optional<Time> mReturnAt;
+    std::optional<Time> mWindowEnds;
     std::optional<Time> mUnplugAt;
     std::optional<Time> mReplugAt;
     std::optional<Duration> mReplugAfter;  ///< counted from leaving the bus

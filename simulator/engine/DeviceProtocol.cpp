@@ -129,6 +129,7 @@ void Device::applicationLayer(const UsbPacket& packet, Time now) {
             return reply(kRegionSize, Writer().u64(packet.data[0] * std::uint64_t{1} << 20).u8(0).take());
         case kHoldInBootLoader:
             if (mState == BootState::Running) return refused("hold in boot loader while running");
+            mWindowEnds.reset();
             setBootState(BootState::HeldInBootLoader, now);
             return reply(kHoldInBootLoader, {});
         case kResumeBoot:
@@ -159,6 +160,7 @@ void Device::command(const UsbPacket& packet, Time now) {
         case kReboot:
             setBootState(BootState::Rebooting, now);
             mBoots = false;
+            mWindowEnds.reset();
             mLeaveAt = now + mProfile.leaveDelay;
             return;
         case kClearStore:

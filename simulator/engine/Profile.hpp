@@ -64,6 +64,8 @@ struct Profile {
     Duration leaveDelay = std::chrono::milliseconds(20);
     Duration rebootTime = std::chrono::seconds(2);  ///< off the bus
     std::optional<Duration> bootTime;               ///< off the bus after "resume boot"; nothing: it stays on it
+    /// How long the boot loader listens after a reboot; nothing: until somebody tells it what to do.
+    std::optional<Duration> bootWindow;
 
     const platform::PipeProperties* pipe(Pipe pipe) const;  ///< null when the device has none
     std::uint8_t endpointAddress(Pipe pipe) const;          ///< with the direction in bit 7; 0 when there is none
