@@ -17,7 +17,7 @@ class Lookout {
   public:
     static constexpr double kInterval = 1;             ///< seconds
     static constexpr double kShortestInterval = 0.05;  ///< seconds between looks: a hub brings many events at once
-    static constexpr double kLeisure = 10;  ///< from one look to the next is at least this many times what a look
+    static constexpr double kLeisure = 30;  ///< from one look to the next is at least this many times what a look
                                             ///< takes, up to kInterval
 
     Lookout();
