@@ -16,6 +16,7 @@
 #include <stdlib.h>
 #include <string>
 #include <string_view>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -45,7 +46,8 @@ void trace(const std::string& line) {
 
 namespace {
 
-constexpr unsigned kPatience = 20;  ///< seconds of real time for one world
+constexpr unsigned kPatience = 20;       ///< seconds of processor time for one world
+constexpr unsigned kLastPatience = 200;  ///< seconds of real time
 constexpr const char* kReport = "report";
 
 /// One world's process. It is forked, so that it shares no process-wide object with another world, and an assertion or
@@ -58,7 +60,9 @@ struct Child {
         if (process < 0) std::exit((std::perror("No process can be made"), 1));
         if (process != 0) return;
         gReport.open(folder / kReport);
-        alarm(kPatience);
+        const itimerval patience{{}, {kPatience, 0}};
+        setitimer(ITIMER_PROF, &patience, nullptr);
+        alarm(kLastPatience);
         run(plan, folder);
         _exit(0);  // flows may be abandoned in it
     }
