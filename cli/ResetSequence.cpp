@@ -144,16 +144,19 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
     if (isOver()) return;
     const bool sent = std::exchange(mSent, false);
     const bool makesItLeave = info(mStage).step && info(mStage).step->makesItLeave;
-    if (failure && !(sent && failure->disconnected && makesItLeave)) {
+    // Nothing comes after the very last step that would show whether the command has arrived.
+    const bool isLastWord = mLast && mStage == Stage::Resume;
+    if (failure && (isLastWord || !(sent && failure->disconnected && makesItLeave))) {
         if (sent && mStage == Stage::Resume) mBoot = Boot::PerhapsHeld;
         return stepFailed(failure->at(info(mStage).name), now);
     }
     if (makesItLeave) mVisited = false;
+    std::optional<double> limit;
     switch (mStage) {
         case Stage::Reboot:
             // The command has no answer, and the cable may be why it leaves. What was held may be held until it is
             // back.
-            if (!isHeld()) mBoot = Boot::Rebooting;
+            mBoot = isHeld() ? Boot::PerhapsHeld : Boot::Rebooting;
             break;
         case Stage::Hold:
             mBoot = Boot::Held;
@@ -165,6 +168,7 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
         case Stage::Resume:
             // The cable may have come out in the moment in which the command left.
             mBoot = failure ? Boot::PerhapsHeld : Boot::Started;
+            if (failure) limit = backLimit(now);
             if (!mLast) break;
             leave();
             return finish(mFailure ? mFailure->status : mCancelled ? Status::Cancelled : Status::Done);
@@ -178,7 +182,7 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
         case Stage::BackAgain:
             break;  // nothing of these is done over a link
     }
-    goOn(now);
+    goOn(now, limit);
     // A cancel that came too late for this step.
     if (mCancelled && !mVisited) cancel(now);
 }
@@ -194,15 +198,17 @@ void ResetSequence::stepFailed(const Failure& failure, double now) {
     if (mCancelled || mLast) {
         // The cancel, which comes once, cut the very resume that lets the device start: that is done anew.
         if (mLast && isResume && failure.status == Status::Cancelled) mLast = false;
-        if (mLast && isResume)
-            return finish(mFailure ? mFailure->status : mCancelled ? Status::Cancelled : failure.status);
+        if (mLast && isResume) {
+            if (!mFailure && !mCancelled) mFailure = failure;
+            return finish(mFailure ? mFailure->status : Status::Cancelled);
+        }
         return letStartOrFinish(now);
     }
     if (isResume) {
         if (mResumes++ < mPlan.retries) return enter(Stage::Resume, now);
         mFailure = failure;
-        // Nothing is cleared again; somebody may switch it off and on. However often it comes back, that has one limit.
-        return enter(Stage::BackAgain, now, mBackLimit > 0 ? std::optional(mBackLimit - now) : std::nullopt);
+        // Nothing is cleared again; somebody may switch it off and on.
+        return enter(Stage::BackAgain, now, backLimit(now));
     }
     // It only leaves now, to start: the wait for its return goes on.
     if (isLast && failure.disconnected && now < mBackLimit) return enter(Stage::BackAgain, now, mBackLimit - now);
@@ -249,9 +255,9 @@ void ResetSequence::enter(Stage stage, double now, std::optional<double> limit) 
     mObserver.stageBegan(*this, stage);
 }
 
-void ResetSequence::goOn(double now) {
+void ResetSequence::goOn(double now, std::optional<double> limit) {
     leave();
-    enter(static_cast<Stage>(static_cast<std::size_t>(mStage) + 1), now);
+    enter(static_cast<Stage>(static_cast<std::size_t>(mStage) + 1), now, limit);
 }
 
 void ResetSequence::leave(const Failure* failure) {
@@ -263,6 +269,10 @@ Failure ResetSequence::timeUp() const {
     const bool waits = mStage == Stage::Back || mStage == Stage::BackAgain || mStage == Stage::IdentifiedAgain;
     const Cause cause = mStage == Stage::Quit ? Cause::HeldByProgram : waits ? Cause::DidNotComeBack : Cause::TimedOut;
     return Failure{cause, Status::TimedOut, "The limit has passed."}.at(info(mStage).name);
+}
+
+std::optional<double> ResetSequence::backLimit(double now) const {
+    return mBackLimit > 0 ? std::optional(mBackLimit - now) : std::nullopt;
 }
 
 double ResetSequence::nextDue(double now) const {

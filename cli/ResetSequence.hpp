@@ -37,7 +37,7 @@ class ResetSequence {
     enum class Boot {
         Untouched,
         Rebooting,    ///< told to, and not held before; it starts by itself
-        PerhapsHeld,  ///< "hold" may have reached it
+        PerhapsHeld,  ///< "hold" may have reached it; or a reboot of one that is held, or "resume", may not have
         Held,
         Started,  ///< "resume" has reached it
         Back,     ///< has identified itself again
@@ -115,12 +115,14 @@ class ResetSequence {
     bool isHeld() const { return mBoot == Boot::Held || mBoot == Boot::PerhapsHeld; }
     void enter(Stage stage, double now, std::optional<double> limit = {});  ///< the plan's limit unless given
     void leave(const Failure* failure = nullptr);
-    void goOn(double now);  ///< to the next stage
+    void goOn(double now, std::optional<double> limit = {});  ///< to the next stage
     void stepFailed(const Failure& failure, double now);
     void giveUp(const Failure& failure, double now);
     void letStartOrFinish(double now);
     void finish(Status status);
     Failure timeUp() const;
+    /// However often a device comes back still held, the wait for its return has one limit.
+    std::optional<double> backLimit(double now) const;
 
     USBRegistryInfo mDevice;
     std::optional<std::uint32_t> mUnit;

@@ -324,6 +324,11 @@ std::vector<Scenario> otherCommands() {
                   {{}, seconds(4), Cue::What::Cancel, 0}};
     Scenario left = one("left-held", "A device that waits in its boot loader is let start.", {});
     left.devices.front().state = BootState::HeldInBootLoader;
+    Scenario pulled =
+        one("left-held-unplugged", "The cable comes out while it is let start: nobody knows whether it does.",
+            {Fault::onPacket(simulator::kResumeBoot, FaultKind::NotTaken)});
+    pulled.devices.front().state = BootState::HeldInBootLoader;
+    pulled.cues = {{Stage::Resume, milliseconds(200), Cue::What::Unplug, 0}};
     return {
         does(one("list", "The devices that are attached.", {}), {"list"}),
         does(watch, {"list", "--watch"}),
@@ -334,6 +339,7 @@ std::vector<Scenario> otherCommands() {
         does(ends(one("explain", "Why a device can't be opened, and what to do.", {held}), Status::Busy, "TRV-205"),
              {"explain", "1-1"}),
         does(left, {"resume", "1-1"}),
+        does(ends(pulled, Status::Failed, "TRV-301", Stage::Resume), {"resume", "1-1"}),
     };
 }
 
