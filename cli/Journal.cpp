@@ -40,7 +40,10 @@ bool Journal::held(const Entry& entry) const {
     if (file.get() < 0 || ::write(file.get(), text.data(), text.size()) != size || ::fsync(file.get()) < 0)
         return false;
     // A folder that has just been made, be it for another device, is only found again once those above have its name.
-    for (fs::path above = mFolder; above.has_relative_path(); above = above.parent_path()) syncFolder(above);
+    for (fs::path above = mFolder;; above = above.parent_path()) {
+        syncFolder(above.empty() ? "." : above.string());
+        if (!above.has_relative_path()) break;
+    }
     return true;
 }
 
