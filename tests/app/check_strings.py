@@ -67,12 +67,14 @@ def agrees(language, table, english):
         check(without_key(table[mentioned]) in table[key], f"{language}, {key} does not name {table[mentioned]!r}")
     for together in TOGETHER:
         keys = {table[key].partition("&")[2][:1].lower() for key in together}
-        check(len(keys) == len(together), f"{language}: of {together} two have one key, or one has none")
+        check("" not in keys and len(keys) == len(together), f"{language}: of {together} two have one key, or one has none")
 
 
 folder = pathlib.Path(sys.argv[1])
 found = sorted(path.stem for path in folder.glob("*.lproj"))
 check(found == LANGUAGES, f"the languages are {found}")
+tested = pathlib.Path(__file__).with_name("LanguageTest.cpp").read_text()
+check(all(f'"{name}"' in tested for name in LANGUAGES), "language_test leaves a language out")
 texts = table_of("en")
 for name in found:
     strings = table_of(name)

@@ -81,6 +81,26 @@ TEST(Device, AnswersAndTheFaultsOnThemAreExactByteForByte) {
                                         application(kExtendedProductData, {'X', 0})}));
 }
 
+TEST(Device, ListensForHoldUntilItsBootWindowEnds) {
+    Profile profile = Profile::instant();
+    profile.bootWindow = std::chrono::seconds(5);
+    Device device(profile);
+    device.setCable(true, Time(0));
+    device.attached(Time(0));
+    device.writePacket(encodePacket({kUsbLayer, kStartSession, {}}), Time(0));
+    device.writePacket(commandBytes(kReboot), Time(0));
+    device.advance(*device.nextDue());
+    EXPECT_FALSE(device.wantsBus());
+    device.detached(Time(0));
+    const Time back = *device.nextDue();
+    device.advance(back);
+    EXPECT_EQ(device.nextDue(), back + *profile.bootWindow);
+    device.advance(back + *profile.bootWindow - Time(1));
+    EXPECT_EQ(device.bootState(), BootState::Starting);
+    device.advance(back + *profile.bootWindow);
+    EXPECT_EQ(device.bootState(), BootState::Running);
+}
+
 TEST(Device, KeepsNoMoreThanItsBoundsForAHostThatDoesNotRead) {
     Host host;
     host.device.addFault(Fault::onAnswer(kUnitId, FaultKind::Repeated).withNumber(10'000).committed(7));
