@@ -20,7 +20,6 @@ struct Baton::Flow {
     std::binary_semaphore turn{0};
     Time until{};  ///< of its wait; the least moment before its first turn
     const std::function<bool()>* isReady = nullptr;
-    bool isOver = false;
     bool isQuiet = false;  ///< nothing is left that could end its wait
     std::size_t lastTurn = 0;
     std::unique_ptr<simulator::SimulatedRunLoops> loops;  ///< made and released on its own thread
@@ -49,7 +48,6 @@ void Baton::flow(std::string name, std::function<void()> work) {
         platform::runGuarded(work, "explore", __LINE__);
         work = nullptr;  // what it holds goes in this turn
         flow->loops.reset();
-        flow->isOver = true;
         std::erase(mFlows, flow);
         next()->turn.release();
     }).detach();  // an abandoned one never ends

@@ -1,9 +1,10 @@
 #include "explore/Machine.hpp"
 
+#include "tests/support/TemporaryFolder.hpp"
+
 #include <cerrno>
 #include <chrono>
 #include <fstream>
-#include <sstream>
 #include <system_error>
 
 // The linker gives the system's function this name, and those at the end of this file the system's.
@@ -40,7 +41,7 @@ void Machine::synced(int descriptor) {
     const fs::path path = pathOf(descriptor);
     if (!path.native().starts_with(mFolder) || path.extension() == ".txt") return;  // logs are nothing to go on with
     if (!fs::is_directory(path)) {
-        mContents[path] = (std::ostringstream() << std::ifstream(path).rdbuf()).str();
+        mContents[path] = support::ReadFile(path);
         return;
     }
     mEntries[path].clear();

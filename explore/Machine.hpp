@@ -11,8 +11,9 @@
 namespace explore {
 
 /// The computer around the programs: a time of day that can be set while simulated time goes on, a disk that can be
-/// full, and what a power cut leaves on it. The programs' calls of write and fsync end here (see CMakeLists.txt). One
-/// at a time.
+/// full, and what a power cut leaves on it. The programs' calls of write and fsync end here (see CMakeLists.txt), which
+/// is how journal and log files are written; what goes by pwrite or a stream of the standard library does not. One at a
+/// time.
 class Machine final : public platform::WallClock {
   public:
     /// @param drive   must outlive it
@@ -24,8 +25,9 @@ class Machine final : public platform::WallClock {
     void setFull(bool isFull) { mIsFull = isFull; }
     bool isFull() const { return mIsFull; }
 
-    /// At calls of the system. Any thread.
+    /// At a call of write. Any thread.
     bool hasRoom(int descriptor) const;
+    /// At a call of fsync, by the flow that has the baton.
     void synced(int descriptor);
 
     /// Only what had reached the disk is left: of a file what it was, of a folder the names that were in it.

@@ -21,21 +21,20 @@ struct Event {
         Tells,         ///< what the bus tells of arrivals and departures: `tells`
         Station,       ///< the companion programs take `after` to quit
         StuckStation,  ///< they never quit, and have to be killed
-        // From here on it is about one device,
-        OtherRun,  ///< on which another run works
-        Fault,     ///< which commits a fault
-        // and from here on at a moment of its own.
+        // The events from OtherRun to Swap are about one device.
+        OtherRun,  ///< another run works on it
+        Fault,     ///< it commits a fault
+        // The events from Plug to PowerCut come at a moment of their own.
         Plug,
         Unplug,
         Swap,  ///< two devices change places, cables out
-        // From here on it is about no device,
+        // The events from ClockStep on are about no device, and those from Cancel on may keep each from its reset.
         ClockStep,  ///< the time of day is set to one that is later `by` so much, or earlier
         FullDisk,   ///< nothing can be written from now on
-        // and from here on about everybody.
-        Cancel,    ///< a signal, of which the second ends the process; with the window, the person quits
-        Kill,      ///< the process is gone
-        PowerCut,  ///< and with it what the disk was not told to keep
-        BusFault,  ///< the bus commits a fault; at no moment of its own
+        Cancel,     ///< a signal, of which the second ends the process; with the window, the person quits
+        Kill,       ///< the process is gone
+        PowerCut,   ///< the process is gone, and so is what the disk was not told to keep
+        BusFault,   ///< the bus commits a fault
     };
 
     What what = What::Shuffle;
@@ -57,8 +56,8 @@ struct Event {
 
 /// All that a seed chooses but for the order of turns: a list that can be shortened and carried out again.
 struct Plan {
-    static constexpr std::size_t kForeign =
-        2;  ///< of the devices the last: of a model that nobody looks for, unplugged
+    /// So many of the devices, the last, are of a model that nobody looks for, and unplugged.
+    static constexpr std::size_t kForeign = 2;
     static constexpr std::uint16_t kForeignProduct = 4;
 
     std::uint64_t seed = 0;

@@ -7,11 +7,10 @@
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "explore/Report.hpp"
 #include "simulator/engine/Wire.hpp"
+#include "tests/support/TemporaryFolder.hpp"
 
 #include <algorithm>
 #include <array>
-#include <fstream>
-#include <sstream>
 #include <string_view>
 
 /// Stands in for the box on the screen: whoever presses Reset Now means it.
@@ -121,7 +120,7 @@ void Window::timeWasSet(bool isEarlier) {
 void Window::lookAtFiles() const {
     std::string all;
     for (auto paths = TrovikLogs::sortedLogsWithPrefix("ResetTool"); !paths.empty(); paths.pop_back())
-        all += (std::ostringstream() << std::ifstream(paths.back()).rdbuf()).str();
+        all += support::ReadFile(paths.back());
     std::size_t place = 0;
     for (const std::string& line : mLines) {
         place = all.find(" | " + line + "\n", place);

@@ -38,7 +38,7 @@ class Window {
     /// Serves the main queue until something holds, but not beyond a moment.
     void until(simulator::Time moment, const std::function<bool()>& holds);
     void stopListening();
-    /// What has been logged has been looked at. A day that comes twice begins its log file anew.
+    /// Call look() first: a day that comes twice begins its log file anew.
     void timeWasSet(bool isEarlier);
     [[nodiscard]] bool isComplete() const { return mScreens[2].parentWidget() != nullptr; }
     [[nodiscard]] bool isAtRest() const {

@@ -66,7 +66,7 @@ Duration longestRun(const Plan& plan, const twin::Options& options) {
         std::chrono::duration<double>(kBeforeStages + options.wait + device * static_cast<double>(turns)));
 }
 
-/// But for log files, which come and go with days.
+/// How many there are. Log files don't count: they come and go with days.
 std::ptrdiff_t openFiles() {
     return std::ranges::count_if(std::filesystem::directory_iterator("/proc/self/fd"), [](const auto& file) {
         std::error_code gone;  // the iterator's own
@@ -215,6 +215,7 @@ class World final : public simulator::TimedWork {
         if (event.what == What::OtherRun)
             mOtherRun = DeviceLock::take((mPlan.isWindow() ? "Port@" : "1-") + std::to_string(event.device + 1));
         const bool isFault = event.what == What::Fault;
+        if (event.what == What::BusFault) return;  // nobody is told when it strikes
         fact("planned", isFault ? event.fault.name : event.name());
         if (!event.isTimed() && !isFault) fact("met", event.name());
         if (!event.isTimed()) return;

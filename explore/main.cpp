@@ -133,6 +133,10 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
     if (gIsTraced) processes = 1;  // one world's lines after the other's
     for (std::uint64_t i = 0; i < count; ++i) seeds.push_back(first + i);
+    if (seeds.empty()) {
+        std::cerr << "No world is named.\n";
+        return 2;
+    }
     const auto lacks = [&](std::uint64_t seed) { return std::ranges::max(only) >= Plan::of(seed).events.size(); };
     if (!only.empty() && std::ranges::any_of(seeds, lacks)) {
         std::cerr << "There is no event " << std::ranges::max(only) << ".\n";
@@ -141,7 +145,7 @@ int main(int argc, char** argv) {
 
     std::string pattern = std::filesystem::temp_directory_path() / "explore-XXXXXX";
     if (!mkdtemp(pattern.data())) return 1;
-    const std::filesystem::path folder = pattern;
+    const std::filesystem::path folder = std::filesystem::canonical(pattern);
     setenv("TZ", "UTC", 1);
     setenv("QT_QPA_PLATFORM", "offscreen", 1);
     setenv("XDG_RUNTIME_DIR", pattern.c_str(), 1);  // of the window's toolkit
