@@ -282,7 +282,8 @@ class Twins {
                 case 2:
                     return writeScalar<long long>();
                 case 3: {
-                    const Bytes bytes(mInput.number() % 2500, mInput.byte());
+                    const std::size_t size = mInput.number() % 2500;  // before the byte, with each compiler
+                    const Bytes bytes(size, mInput.byte());
                     mStream.write(bytes.data(), bytes.size());
                     return mModel.write(bytes.data(), bytes.size());
                 }
