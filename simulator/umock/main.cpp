@@ -42,7 +42,8 @@ constexpr char kUsage[] = R"(Usage: trovik-simulator run [OPTION]... [--] PROGRA
 run has a program find simulated devices behind the real libusb and libudev. Ends with the program's status and a line
 on standard error; with 1 where that is 0 but the device had to refuse something.
 
-  --scenario NAME  what is attached, or what goes wrong with it (scenarios lists them); may be given several times
+  --scenario NAME  what is attached, or what goes wrong with it (scenarios lists them), as if it were said by --profile
+                   or --fault; may be given several times
   --profile NAME[,WORD]...
                    attaches a handheld (what there is without this option), wearable, old or instant device; may be
                    given several times. A WORD is of this device alone: a fault, unit=N (its unit id), boot-loader (it
@@ -165,7 +166,7 @@ Options parse(char** argument) {
         ++argument;
         const bool isKnown =
             (option != "--fault" && options.addDevice(name)) || (!isProfile && addFault(options.faults, name));
-        if (!isKnown) throw std::runtime_error("no " + option.substr(2) + " here is called \"" + name + "\"\n");
+        if (!isKnown) throw std::runtime_error("no " + option.substr(2) + " here is \"" + name + "\"\n");
     }
     if (options.devices.empty()) options.addDevice("handheld");
     std::ranges::move(options.faults, std::back_inserter(options.devices.front().faults));

@@ -109,7 +109,7 @@ def run_with_devices(home):
          reset, 0, (f"device 0: {full}", f"device 1: {empty}")),
         ("another device comes first", ("handheld", "handheld,boot-loader,unit=7,after=1"),
          (*reset, "1-1"), 0, (f"device 0: {empty}", f"device 1: {full}")),
-        ("no such fault", ("handheld,hold-latte",), reset, 2, ('no profile here is called "handheld,hold-latte"',)),
+        ("no such fault", ("handheld,hold-latte",), reset, 2, ('no profile here is "handheld,hold-latte"',)),
         ("no moment", ("handheld,hold-late@0",), reset, 2, ("no profile here",)),
         ("no unit id", ("handheld,unit=4294967296",), reset, 2, ("no profile here",)))
     for what, devices, command, status, said in rows:
