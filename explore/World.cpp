@@ -467,12 +467,13 @@ class World final : public simulator::TimedWork {
         }
     }
 
+    /// The last, where a device that failed is plugged in once more while each that comes is reset.
     const json* endOf(const Device& device) const {
-        const auto end = std::ranges::find_if(mEvents, [&](const json& event) {
+        const auto end = std::find_if(mEvents.rbegin(), mEvents.rend(), [&](const json& event) {
             return event.value("unit", 0U) == device.profile().unitId && event.at("event") == "device" &&
                    event.value("state", "") == "ended";
         });
-        return end == mEvents.end() ? nullptr : &*end;
+        return end == mEvents.rend() ? nullptr : &*end;
     }
 
     /// After the command that the world is about.
