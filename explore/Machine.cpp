@@ -1,9 +1,9 @@
 #include "explore/Machine.hpp"
 
+#include "platform/common/MachineClock.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 #include <cerrno>
-#include <chrono>
 #include <fstream>
 #include <system_error>
 
@@ -18,8 +18,6 @@ namespace fs = std::filesystem;
 
 Machine* gMachine = nullptr;
 
-constexpr std::chrono::seconds kUnixTimeOfAbsoluteZero{978307200};  ///< 2001-01-01 00:00:00 UTC
-
 fs::path pathOf(int descriptor) {
     std::error_code error;
     return fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor), error);
@@ -28,7 +26,7 @@ fs::path pathOf(int descriptor) {
 }  // namespace
 
 Machine::Machine(simulator::Drive& drive, const std::string& folder)
-    : mDrive(drive), mFolder(folder), mOffset(kUnixTimeOfAbsoluteZero) {
+    : mDrive(drive), mFolder(folder), mOffset(platform::kUnixTimeOfAbsoluteZero) {
     fs::create_directories(mFolder);
     gMachine = this;
 }

@@ -8,7 +8,6 @@ namespace platform {
 namespace {
 
 constexpr double kNanosecondsPerSecond = 1e9;
-constexpr double kUnixTimeOfAbsoluteZero = 978307200.0;  // 2001-01-01 00:00:00 UTC
 
 double secondsOf(clockid_t clock) {
     timespec now{};
@@ -19,7 +18,8 @@ double secondsOf(clockid_t clock) {
 }  // namespace
 
 MachineClock::MachineClock()
-    : mAnchor(secondsOf(CLOCK_REALTIME) - kUnixTimeOfAbsoluteZero - secondsOf(CLOCK_MONOTONIC)) {}
+    : mAnchor(secondsOf(CLOCK_REALTIME) - static_cast<double>(kUnixTimeOfAbsoluteZero.count()) -
+              secondsOf(CLOCK_MONOTONIC)) {}
 
 CFAbsoluteTime MachineClock::CFAbsoluteTimeGetCurrent() {
     return mAnchor + secondsOf(CLOCK_MONOTONIC);

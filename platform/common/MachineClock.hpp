@@ -2,7 +2,12 @@
 
 #include "platform/Clock.hpp"
 
+#include <chrono>
+
 namespace platform {
+
+/// Moments of CFAbsoluteTime count from here, in the seconds that the system counts from 1970.
+inline constexpr std::chrono::seconds kUnixTimeOfAbsoluteZero{978307200};  ///< 2001-01-01 00:00:00 UTC
 
 /// The machine's clock. Any thread.
 class MachineClock : public Clock {
