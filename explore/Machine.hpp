@@ -17,7 +17,7 @@ namespace explore {
 class Machine final : public platform::WallClock {
   public:
     /// @param drive   must outlive it
-    /// @param folder  for all that the programs write; empty at first
+    /// @param folder  the disk, for journal and log files but not for locks; made when it is not there
     Machine(simulator::Drive& drive, const std::string& folder);
 
     Date now() override { return Date(mDrive.now() + mOffset.load()); }

@@ -29,6 +29,12 @@ constexpr std::array<std::uint16_t, 13> kIds = {
     kProductData,      kProtocolList,     kExtendedProductData, kDataRequest, kCommand,
     kHoldInBootLoader, kHoldInBootLoader, kResumeBoot};
 constexpr auto kLastKind = static_cast<unsigned>(FaultKind::Unplug);
+/// Of each kind of fault but FailOperation, in their order.
+constexpr std::array kKinds = {"ignored",        "not taken",   "no answer", "late answer",
+                               "wrong answer",   "wrong layer", "garbage",   "garbage before",
+                               "foreign frames", "wrong size",  "split",     "padded",
+                               "unannounced",    "repeated",    "stall",     "unplug"};
+static_assert(kKinds.size() == kLastKind + 1);
 /// Those that belong to no one device; all but the first two can also fail for one.
 constexpr std::array kOfBus = {BusOperation::IOServiceGetMatchingServices,
                                BusOperation::IOServiceAddMatchingNotification, BusOperation::IORegistryEntryFromPath};
@@ -200,7 +206,7 @@ class Author {
             const bool ofHost = kind == FaultKind::Ignore || kind == FaultKind::NotTaken;
             const std::uint16_t id = mDice.of(kIds);
             fault = ofHost || mDice.oneIn(3) ? Fault::onPacket(id, kind) : Fault::onAnswer(id, kind);
-            fault.name = "kind " + std::to_string(static_cast<unsigned>(kind)) + " at packet " + std::to_string(id);
+            fault.name = std::string(kKinds.at(static_cast<unsigned>(kind))) + " at packet " + std::to_string(id);
             fault.number = mDice.oneIn(3) ? mDice.below(5000) : mDice.below(20);
             fault.bytes.assign(mDice.below(80), 0x5A);
             if (mDice.oneIn(2)) fault.delay = milliseconds(mDice.below(4000));

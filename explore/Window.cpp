@@ -6,7 +6,6 @@
 #include "app/Util/Logging/DailyLog.hpp"
 #include "app/Util/Logging/TrovikLogs.hpp"
 #include "explore/Report.hpp"
-#include "simulator/engine/Wire.hpp"
 #include "tests/support/TemporaryFolder.hpp"
 
 #include <algorithm>
@@ -138,12 +137,10 @@ void Window::lookAtNextAction() {
     mNextAction = next;
 }
 
-void Window::told(std::span<const unsigned char> packet) {
-    std::string ignored;
-    const auto told = simulator::decodePacket(packet, ignored);
+void Window::told(const simulator::UsbPacket& packet) {
     for (const ResetStep* const step :
          {&ResetSteps::kReboot, &ResetSteps::kHold, &ResetSteps::kClear, &ResetSteps::kResume}) {
-        if (told && told->id == step->command && told->data == step->data) ++mTold[step->succeeded];
+        if (packet.id == step->command && packet.data == step->data) ++mTold[step->succeeded];
     }
 }
 

@@ -3,6 +3,7 @@
 #include "app/AppDelegate.hpp"
 #include "explore/Baton.hpp"
 #include "explore/Machine.hpp"
+#include "simulator/engine/Wire.hpp"
 #include "simulator/world/ManualQueue.hpp"
 #include "tests/support/LogRecorder.hpp"
 
@@ -13,7 +14,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,14 +38,15 @@ class Window {
     /// Serves the main queue until something holds, but not beyond a moment.
     void until(simulator::Time moment, const std::function<bool()>& holds);
     void stopListening();
-    /// Call look() first: a day that comes twice begins its log file anew.
+    /// The time of day was set: the log file is looked at, as a timer would have it. Call look() first.
+    /// @param isEarlier  lines logged so far are no longer looked for: a day that comes twice begins its file anew
     void timeWasSet(bool isEarlier);
     [[nodiscard]] bool isComplete() const { return mScreens[2].parentWidget() != nullptr; }
     [[nodiscard]] bool isAtRest() const {
         return mController.nextAction() == NextAction::None && !mController.isResetUnfinished();
     }
-    /// A device has taken a packet.
-    void told(std::span<const unsigned char> packet);
+    /// A device has taken this packet: a command in it entitles the controller to one line that says so.
+    void told(const simulator::UsbPacket& packet);
     /// Between two turns, at what the controller has logged since the last call: each thread's lines must follow on
     /// each other, and the next action is the one that they lead to.
     void look();
@@ -70,7 +71,8 @@ class Window {
     char mNextAction = '0';
     std::vector<std::string> mLines;  ///< that the log files have
     bool mHasEnded = false;
-    std::map<std::string, int> mTold;  ///< devices have been, and the controller has not logged that; by its line
+    std::map<std::string, int>
+        mTold;  ///< by log line: how often a device took that command and the line has not come yet
 };
 
 }  // namespace explore

@@ -100,7 +100,7 @@ class World final : public simulator::TimedWork {
             const auto port = mBus.addDevice(planned.profile);
             mBus.withDevice(port, [&](Device& device, Time now) {
                 mDevices.push_back(&device);
-                if (planned.state != BootState::Running) device.setBootState(planned.state, now);
+                device.setBootState(planned.state, now);
             });
             mKnown[planned.profile.unitName] = {&planned, port};
             if (planned.plugged) mPluggedFirst.push_back(port);
@@ -154,7 +154,7 @@ class World final : public simulator::TimedWork {
         window.until(mBaton.now() + kWindow, isComplete);
         if (!window.isComplete()) fail("All is well again, and the window is not complete.");
         window.until(mBaton.now() + seconds(20), [] { return false; });
-        if (mPlan.seed % 2 == 0 && mDevices.size() == 1 + Plan::kForeign) {  // and once more
+        if (mPlan.seed % 2 == 0 && mPlan.hasOneDevice()) {  // and once more
             window.press();
             window.until(mBaton.now() + kWindow, isComplete);
             if (!window.isComplete()) fail("A second reset is not complete.");
@@ -166,7 +166,7 @@ class World final : public simulator::TimedWork {
         lookAtBus("Port@", filesBefore);
         const auto isCleared = [&](const Device* one) { return one->store().empty() || ignoresClear(*one); };
         if (std::ranges::none_of(mDevices, isCleared)) fail("It is complete, and no device is cleared.");
-        if (mDevices.size() == 1 + Plan::kForeign) lookForHeld();
+        if (mPlan.hasOneDevice()) lookForHeld();
     }
 
     /// The tool has ended, in whatever state: the program without a window can reset everything.
@@ -174,7 +174,7 @@ class World final : public simulator::TimedWork {
         fact("status", mIsQuitting ? "window quit" : "window killed");
         if (mIsQuitting && !mKilled) {
             const bool isUnfinished = mWindow->quit(mPlan.seed % 2 == 0);
-            const bool isOne = mDevices.size() == 1 + Plan::kForeign && !mKnown.begin()->second.isHeldFirst();
+            const bool isOne = mPlan.hasOneDevice() && !mKnown.begin()->second.isHeldFirst();
             if (isOne && !isUnfinished && mDevices.front()->bootState() == BootState::HeldInBootLoader)
                 fail("It is left held, and nobody says so.");
             mWindow->lookAtFiles();
@@ -319,9 +319,9 @@ class World final : public simulator::TimedWork {
         const std::string& name = device.profile().unitName;
         trace(name + ": " + simulator::inWords(entry));
         if (entry.kind == Kind::Received) {
-            if (mWindow) mWindow->told(entry.bytes);
             std::string ignored;
             const auto packet = simulator::decodePacket(entry.bytes, ignored);
+            if (packet && mWindow) mWindow->told(*packet);
             if (packet && packet->id == simulator::kResumeBoot) known.isToldToStart = true;
         }
         if (entry.text == bootStateName(BootState::HeldInBootLoader)) known.isToldToStart = false;
@@ -343,7 +343,7 @@ class World final : public simulator::TimedWork {
         // Some faults have a device say more than it has room for.
         if (isDisturbed(known) && (isResume || isAway || isHold || text == "too many questions at once")) return true;
         // The window goes by arrivals alone, whichever device arrives, and may be told of one that is about to restart.
-        const bool isAnyones = mIsEpilogue || mDevices.size() > 1 + Plan::kForeign;
+        const bool isAnyones = mIsEpilogue || !mPlan.hasOneDevice();
         return (isResume && mIsEpilogue) || (mWindow && (isAway || (isHold && isAnyones)));
     }
 
