@@ -83,7 +83,7 @@ class Mask {
         }
     }
 
-    /// Learns a serial number that is a text; one that is a unit id's digits is known already.
+    /// Learns a serial number that is a text; the digits of a unit id from kSmallestNumber on are known already.
     void learnSerial(const Bytes& text) {
         if (text.size() >= kShortestText && !isKnown(text)) addText(text, mark(text));
     }

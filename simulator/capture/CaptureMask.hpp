@@ -21,8 +21,8 @@ struct MaskedCapture {
 /// - ids of requests, which are addresses in the kernel, become 1, 2, 3 and so on;
 /// - a unit id becomes another number of as many digits, in the packets that tell it and, from 65536 on, also as a
 ///   number or in digits in the data of packets that stay open, and in string descriptors;
-/// - the serial number of the USB descriptors becomes X and a number, unless it is a unit id; one of four characters
-///   or more also where it stands in those data;
+/// - the serial number of the USB descriptors becomes X and a number, unless it is a unit id from 65536 on; one of four
+///   characters or more also where it stands in those data;
 /// - the owner's name, the position and all records that this program does not know become X and a number, text by text
 ///   and value by value, which is whatever stands between two 0 bytes. So do requests to endpoint 0 that USB does not
 ///   define, and the device's container id;

@@ -39,8 +39,9 @@ constexpr char kUsage[] = R"(Usage: trovik-simulator run [OPTION]... [--] PROGRA
        trovik-simulator mask CAPTURE [OUT]
        trovik-simulator scenarios | faults
 
-run has a program find simulated devices behind the real libusb and libudev. Ends with the program's status and a line
-on standard error; with 1 where that is 0 but the device had to refuse something.
+run has a program find simulated devices behind the real libusb and libudev. Ends with the program's status; with 1
+where that is 0 but a device had to refuse something. Standard error says how it ended, what was refused, and of several
+devices which settings stores are empty.
 
   --scenario NAME  what is attached, or what goes wrong with it (scenarios lists them), as if it were said by --profile
                    or --fault; may be given several times
