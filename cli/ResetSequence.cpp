@@ -47,7 +47,8 @@ void ResetSequence::tick(double now) {
         case Stage::Gone:
             return stepFailed(timeUp(), now);
         case Stage::Resume:
-            return mLast ? giveUp(timeUp(), now) : stepFailed(timeUp(), now);
+            return mLast ? giveUp(mOpenFailure.value_or(timeUp()), now)
+                         : stepFailed(mOpenFailure.value_or(timeUp()), now);
         case Stage::BackAgain:
         case Stage::IdentifiedAgain:
         case Stage::Quit:
@@ -89,7 +90,7 @@ bool ResetSequence::wants(const USBRegistryInfo& entry, std::optional<std::uint3
             // What was chosen by its port alone is this very attach: another may be another device.
             return isOwn || mBoot != Boot::Untouched || mUnit.value_or(0) != 0;
         case Stage::Resume:
-            return true;
+            return isOwn || mUnit;  // nor is it known who was there, before it has been opened once
         case Stage::Gone:
         case Stage::Back:
             return !isOwn;

@@ -329,6 +329,15 @@ std::vector<Scenario> otherCommands() {
             {Fault::onPacket(simulator::kResumeBoot, FaultKind::NotTaken)});
     pulled.devices.front().state = BootState::HeldInBootLoader;
     pulled.cues = {{Stage::Resume, milliseconds(200), Cue::What::Unplug, 0}};
+    Profile slow = device();
+    slow.answerDelay = milliseconds(50);
+    Scenario again = one("left-held-replugged",
+                         "The cable comes out before the device has said who it is. What is at its port then may be "
+                         "another one and is left alone.",
+                         {}, slow);
+    again.devices.front().state = BootState::HeldInBootLoader;
+    again.cues = {{Stage::Resume, milliseconds(60), Cue::What::Unplug, 0},
+                  {Stage::Resume, milliseconds(1200), Cue::What::Plug, 0}};
     return {
         does(one("list", "The devices that are attached.", {}), {"list"}),
         does(watch, {"list", "--watch"}),
@@ -340,6 +349,7 @@ std::vector<Scenario> otherCommands() {
              {"explain", "1-1"}),
         does(left, {"resume", "1-1"}),
         does(ends(pulled, Status::Failed, "TRV-301", Stage::Resume), {"resume", "1-1"}),
+        does(ends(again, Status::Failed, "TRV-301", Stage::Resume), {"resume", "1-1"}),
     };
 }
 
