@@ -35,9 +35,11 @@ bool Journal::held(const Entry& entry) const {
     std::error_code ignored;
     fs::create_directories(mFolder, ignored);
     const std::string path = pathOf(entry), text = entry.port + "\n" + std::to_string(entry.unit) + "\n";
-    const platform::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    const platform::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     const auto size = static_cast<ssize_t>(text.size());
-    if (file.get() < 0 || ::write(file.get(), text.data(), text.size()) != size || ::fsync(file.get()) < 0)
+    // Written over what may be there, which says almost the same: emptied first, it would be lost where this fails.
+    if (file.get() < 0 || ::write(file.get(), text.data(), text.size()) != size || ::ftruncate(file.get(), size) < 0 ||
+        ::fsync(file.get()) < 0)
         return false;
     // A folder that has just been made, be it for another device, is only found again once those above have its name.
     for (fs::path above = mFolder;; above = above.parent_path()) {
@@ -50,6 +52,11 @@ bool Journal::held(const Entry& entry) const {
 void Journal::released(const Entry& entry) const {
     if (mFolder.empty()) return;
     if (::unlink(pathOf(entry).c_str()) == 0) syncFolder(mFolder);
+}
+
+bool Journal::has(const Entry& entry) const {
+    std::error_code ignored;
+    return !mFolder.empty() && fs::exists(pathOf(entry), ignored);
 }
 
 std::vector<Journal::Entry> Journal::entries() const {

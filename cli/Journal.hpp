@@ -25,6 +25,7 @@ class Journal {
     /// @return false when it could not be written
     [[nodiscard]] bool held(const Entry& entry) const;
     void released(const Entry& entry) const;
+    [[nodiscard]] bool has(const Entry& entry) const;  ///< under whichever port, for a unit id
 
     [[nodiscard]] std::vector<Entry> entries() const;
 
