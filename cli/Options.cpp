@@ -84,14 +84,16 @@ std::optional<Options> parse(const std::vector<std::string>& arguments, const st
     CLI::Option* const each = reset->add_flag("--each", options.each, "every device once, as it is plugged in");
     chosen->excludes(all)->excludes(each);
     all->excludes(each);
-    reset->add_option("--count", options.count, "with --each: end after so many")->needs(each);
+    reset->add_option("--count", options.count, "with --each: end after so many")
+        ->check(CLI::NonNegativeNumber)
+        ->needs(each);
     reset->add_flag("--yes", options.yes, "do not ask");
     reset->add_option("--wait", options.wait, "seconds to wait for a device")->check(CLI::NonNegativeNumber);
     // One a time: what follows is a device.
     reset->add_option("--limit", limits, "STAGE=SECONDS: how long a stage may take; may be repeated")
         ->take_all()
         ->allow_extra_args(false);
-    reset->add_option("--jobs", options.jobs, "resets at a time (0: all)");
+    reset->add_option("--jobs", options.jobs, "resets at a time (0: all)")->check(CLI::NonNegativeNumber);
     reset->add_option("--retries", options.plan.retries, "new attempts before the clear")->check(CLI::Range(0, 100));
     reset->add_flag("--keep-station", keepsStation, "do not ask Trovik Station to quit");
     reset->add_option("--trace", options.traceFolder, "a folder for a file of events for each device")
