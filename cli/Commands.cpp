@@ -159,7 +159,7 @@ class Run {
         std::vector<std::string> names = mOptions.devices;
         if (names.empty()) {
             for (const auto& entry : mJournal.entries()) {
-                if (!DeviceLock::take(entry.port)) {  // it is not left behind: a run is at work on it
+                if (isAtWork(entry)) {
                     mDispatcher.tell(Dispatcher::noteOf(Dispatcher::lockedByOther(), entry.port));
                     continue;
                 }
@@ -169,7 +169,9 @@ class Run {
         }
         const Status found = find(names, chosen);
         if (chosen.empty()) return found;
-        for (const auto& [device, unit] : chosen) mDispatcher.resume(device, unit);
+        // One that the journal has without a unit id reports none: another at its port is not it.
+        const auto unitless = mOptions.devices.empty() ? std::optional(0U) : std::nullopt;
+        for (const auto& [device, unit] : chosen) mDispatcher.resume(device, unit ? unit : unitless);
         return overall(std::array{found, work()});
     }
 
@@ -320,10 +322,15 @@ class Run {
         }
     }
 
-    /// What a run left behind that was killed. One that is still at work has its lock.
+    /// Whether it is not left behind: a run is at work on it, and has its lock.
+    static bool isAtWork(const Journal::Entry& entry) {
+        return !DeviceLock::take(entry.unit ? Dispatcher::unitLock(entry.unit) : entry.port);
+    }
+
+    /// What a run left behind that was killed.
     void noteHeld() {
         for (const auto& entry : mJournal.entries()) {
-            if (!DeviceLock::take(entry.port)) continue;
+            if (isAtWork(entry)) continue;
             mDispatcher.tell(Dispatcher::noteOf({Cause::StoppedHalfway, Status::Failed,
                                                  "The device was left held: \"trovik-reset resume\" lets it start."},
                                                 entry.port, entry.unit));

@@ -106,7 +106,11 @@ std::vector<Dispatcher::Result> Dispatcher::run() {
         const std::lock_guard lock(mMutex);
         for (auto& known : mEntries) {
             Entry& entry = known.second;
-            const auto isOf = [&](const auto& job) { return job->device.entry == entry.device.entry; };
+            const auto isOf = [&](const auto& job) {
+                // Known by its unit id, it may have been plugged in once more meanwhile.
+                const bool mayBeBack = job->sequence.unit().value_or(0) != 0 && job->device.port == entry.device.port;
+                return mayBeBack || job->device.entry == entry.device.entry;
+            };
             entry.foreign = !mEach && std::ranges::none_of(mJobs, isOf);
         }
     }

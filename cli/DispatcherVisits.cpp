@@ -34,7 +34,8 @@ void Dispatcher::startVisits(Now moment) {
             if (entry.visited || entry.foreign || moment < entry.nextTry) continue;
             Now deadline = takesMore() && !entry.unit ? moment + kOpenLimit : moment;
             for (const auto& job : mJobs) {
-                if (job->begun && job->sequence.wants(entry.device.entry, entry.unit, moment))
+                if (!isAnothers(*job, entry.device) && job->begun &&
+                    job->sequence.wants(entry.device.entry, entry.unit, moment))
                     deadline = std::max(deadline, std::min(job->sequence.deadline(), moment + kOpenLimit));
             }
             if (!(deadline > moment)) continue;
@@ -100,7 +101,7 @@ Dispatcher::Job* Dispatcher::offer(const Visit& planned, std::uint32_t unit) {
         found->second.failure.reset();
     }
     const auto takes = [&](const auto& job) {
-        if (!job->begun || !job->sequence.wants(device.entry, unit, now())) return false;
+        if (isAnothers(*job, device) || !job->begun || !job->sequence.wants(device.entry, unit, now())) return false;
         job->device = device;  // first, since taking it tells of a stage
         return job->sequence.offered(device.entry, unit, now());
     };
@@ -122,14 +123,22 @@ Dispatcher::Job* Dispatcher::offer(const Visit& planned, std::uint32_t unit) {
         return nullptr;
     }
     Job& job = **taker;
+    if (job.sequence.boot() == ResetSequence::Boot::Untouched && mJournal.has({device.port, unit}))
+        job.sequence.wasLeftHeld();
     job.locks.push_back(planned.portLock);  // it may have come back under another port
     return lockUnit(job, now()) ? &job : nullptr;
+}
+
+bool Dispatcher::isAnothers(const Job& job, const Device& device) const {
+    return std::ranges::any_of(mJobs, [&](const auto& other) {
+        return other.get() != &job && !other->sequence.isOver() && other->device.entry == device.entry;
+    });
 }
 
 bool Dispatcher::lockUnit(Job& job, Now moment) {
     const std::uint32_t unit = job.sequence.unit().value_or(0);
     if (unit == 0 || std::exchange(job.hasUnitLock, true)) return true;
-    auto lock = lockFor("unit-" + std::to_string(unit));
+    auto lock = lockFor(unitLock(unit));
     const bool isMine = lock != nullptr;
     if (!isMine) job.sequence.fail(lockedByOther(), moment);
     job.locks.push_back(std::move(lock));
@@ -181,6 +190,11 @@ void Dispatcher::doSteps(Job& job, DeviceVisit& visit) {
             // In one go: once its link is given up, the device may be offered to another worker, whose steps are not
             // taken here, and whose note in the journal must not be struck out.
             const std::lock_guard lock(mMutex);
+            const auto known = mEntries.find(job.device.entry.ioId());
+            if (failure && *step == Stage::IdentifiedAgain && known != mEntries.end()) {
+                known->second.failure = failure;  // like an opening that fails, it is tried again after a pause
+                known->second.nextTry = now() + Lookout::kInterval;
+            }
             job.sequence.stepEnded(failure, now());
             if (!isHeld()) mJournal.released(entry);
             takeNext();

@@ -23,8 +23,8 @@ void ResetSequence::begin(double now) {
 }
 
 void ResetSequence::beginResume(double now) {
-    mBoot = Boot::Held;
-    mLast = true;
+    mBoot = Boot::PerhapsHeld;
+    mLast = mOnlyResumes = true;
     enter(Stage::Resume, now);
 }
 
@@ -37,7 +37,9 @@ void ResetSequence::looked(std::span<const USBRegistryInfo> attached, double now
     if (isOver()) return;
     const auto found = std::ranges::find(attached, mDevice.ioId(), &USBRegistryInfo::ioId);
     mPresent = found != attached.end();
-    if (mStage == Stage::Gone && !mPresent) goOn(now);
+    if (mPresent || mVisited) return;
+    if (mStage == Stage::Gone) return goOn(now);
+    if (mStage == Stage::IdentifiedAgain && now < mBackLimit) stepFailed(itLeft(), now);
 }
 
 void ResetSequence::tick(double now) {
@@ -47,8 +49,7 @@ void ResetSequence::tick(double now) {
         case Stage::Gone:
             return stepFailed(timeUp(), now);
         case Stage::Resume:
-            return mLast ? giveUp(mOpenFailure.value_or(timeUp()), now)
-                         : stepFailed(mOpenFailure.value_or(timeUp()), now);
+            return stepFailed(mOpenFailure.value_or(timeUp()), now);
         case Stage::BackAgain:
         case Stage::IdentifiedAgain:
         case Stage::Quit:
@@ -80,11 +81,9 @@ void ResetSequence::fail(const Failure& failure, double now) {
 bool ResetSequence::wants(const USBRegistryInfo& entry, std::optional<std::uint32_t> unit, double now) const {
     if (isOver() || mVisited || !mStageIsOpen) return false;
     const bool isOwn = entry.ioId() == mDevice.ioId();
-    if (!isOwn && mUnit.value_or(0) != 0) {
-        if (unit && *unit != *mUnit) return false;
-    } else if (!isOwn && entry.ioPath() != mDevice.ioPath()) {
-        return false;
-    }
+    if (unit && mUnit && *unit != *mUnit) return false;
+    // One that reports no unit id is known by its port alone.
+    if (!isOwn && mUnit.value_or(0) == 0 && entry.ioPath() != mDevice.ioPath()) return false;
     switch (mStage) {
         case Stage::Reboot:
             // What was chosen by its port alone is this very attach: another may be another device.
@@ -126,8 +125,9 @@ bool ResetSequence::offered(const USBRegistryInfo& entry, std::uint32_t unit, do
 void ResetSequence::openFailed(const USBRegistryInfo& entry, const Failure& failure, double now) {
     if (isOver() || mVisited || entry.ioPath() != mDevice.ioPath()) return;
     const Failure named = failure.at(info(mStage).name);
-    mOpenFailure = named;
-    if (mStage == Stage::Reboot && mBoot == Boot::Untouched) stepFailed(named, now);
+    keepReason(named);
+    const bool isOwn = entry.ioId() == mDevice.ioId();
+    if (mStage == Stage::Reboot && mBoot == Boot::Untouched && isOwn) stepFailed(named, now);
 }
 
 std::optional<Stage> ResetSequence::step() const {
@@ -149,6 +149,13 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
     const bool isLastWord = mLast && mStage == Stage::Resume;
     if (failure && (isLastWord || !(sent && failure->disconnected && makesItLeave))) {
         if (sent && mStage == Stage::Resume) mBoot = Boot::PerhapsHeld;
+        // What was cut off may have arrived all the same.
+        const bool isCut = sent && (failure->status == Status::Cancelled || failure->status == Status::TimedOut);
+        if (isCut && mStage == Stage::Reboot && mBoot == Boot::Untouched) mBoot = Boot::Rebooting;
+        if (isCut && mStage == Stage::Clear) {
+            mClear = Clear::Sent;
+            mClearedEntry = 0;
+        }
         return stepFailed(failure->at(info(mStage).name), now);
     }
     if (makesItLeave) mVisited = false;
@@ -193,6 +200,7 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
 void ResetSequence::stepFailed(const Failure& failure, double now) {
     mVisited = false;
     const bool isResume = mStage == Stage::Resume, isLast = mStage == Stage::IdentifiedAgain;
+    if (isLast) keepReason(failure);
     if (isLast && !mCancelled && !failure.disconnected && now < mDeadline)
         return;  // it is opened again until the limit is over
     leave(&failure);
@@ -213,7 +221,8 @@ void ResetSequence::stepFailed(const Failure& failure, double now) {
     }
     // It only leaves now, to start: the wait for its return goes on.
     if (isLast && failure.disconnected && now < mBackLimit) return enter(Stage::BackAgain, now, mBackLimit - now);
-    if (isLast || mAttempt > mPlan.retries) return giveUp(failure, now);
+    if (isLast) return giveUp(*mOpenFailure, now);
+    if (mAttempt > mPlan.retries) return giveUp(failure, now);
     ++mAttempt;
     mEarlierFailure = failure;
     enter(Stage::Reboot, now);
@@ -221,7 +230,6 @@ void ResetSequence::stepFailed(const Failure& failure, double now) {
 
 void ResetSequence::giveUp(const Failure& failure, double now) {
     mFailure = failure;
-    if (cleared()) mFailure->status = Status::NotSeenAgain;
     if (mStageIsOpen) leave(&failure);
     if (mLast) return finish(mFailure->status);
     letStartOrFinish(now);
@@ -240,6 +248,10 @@ void ResetSequence::finish(Status status) {
     if (status == Status::Done && mClear == Clear::Sent) {
         status = Status::Failed;
         mFailure = {Cause::Disconnected, status, "It left right after the clear command.", true};
+    }
+    if (status != Status::Done && !mCancelled && cleared()) {
+        status = Status::NotSeenAgain;
+        if (mFailure) mFailure->status = status;
     }
     mStatus = mCancelled ? Status::Cancelled : status;
     if (status == Status::Done) mFailure.reset();
@@ -265,8 +277,16 @@ void ResetSequence::leave(const Failure* failure) {
     if (std::exchange(mStageIsOpen, false)) mObserver.stageEnded(*this, mStage, failure);
 }
 
+void ResetSequence::keepReason(const Failure& failure) {
+    if (!mOpenFailure || failure.status != Status::TimedOut) mOpenFailure = failure;
+}
+
+Failure ResetSequence::itLeft() const {
+    return Failure{Cause::Disconnected, Status::Failed, {}, true}.at(info(mStage).name);
+}
+
 Failure ResetSequence::timeUp() const {
-    if (mStage == Stage::Reboot && mEarlierFailure && !mPresent) return *mEarlierFailure;  // it has been gone since
+    if (mStage == Stage::Reboot && !mPresent) return mEarlierFailure.value_or(itLeft());
     const bool waits = mStage == Stage::Back || mStage == Stage::BackAgain || mStage == Stage::IdentifiedAgain;
     const Cause cause = mStage == Stage::Quit ? Cause::HeldByProgram : waits ? Cause::DidNotComeBack : Cause::TimedOut;
     return Failure{cause, Status::TimedOut, "The limit has passed."}.at(info(mStage).name);
@@ -283,7 +303,8 @@ double ResetSequence::nextDue(double now) const {
 }
 
 std::string ResetSequence::stateText() const {
-    std::string store = cleared()               ? "Its settings are cleared"
+    std::string store = mOnlyResumes            ? "Its settings were left alone"
+                        : cleared()             ? "Its settings are cleared"
                         : mClear == Clear::Sent ? "Whether its settings are cleared is not known"
                                                 : "Its settings are as they were";
     switch (mBoot) {

@@ -74,7 +74,8 @@ class ResetSequence {
     /// @name What happens
     /// @{
     void begin(double now);
-    void beginResume(double now);  ///< instead of begin: only lets a held device start
+    void beginResume(double now);                      ///< instead of begin: only lets a held device start
+    void wasLeftHeld() { mBoot = Boot::PerhapsHeld; }  ///< before its first command: an earlier run has written so
     void stationQuit(double now);
     void looked(std::span<const USBRegistryInfo> attached, double now);  ///< a look at the registry
     void tick(double now);                                               ///< time has passed
@@ -120,6 +121,9 @@ class ResetSequence {
     void giveUp(const Failure& failure, double now);
     void letStartOrFinish(double now);
     void finish(Status status);
+    /// Of several reasons why a stage goes on, the one to tell at its end: no time-out where there is another.
+    void keepReason(const Failure& failure);
+    Failure itLeft() const;
     Failure timeUp() const;
     /// However often a device comes back still held, the wait for its return has one limit.
     std::optional<double> backLimit(double now) const;
@@ -140,11 +144,12 @@ class ResetSequence {
     bool mSent = false;    ///< the command of the step under way
     bool mPresent = true;  ///< the device's entry, at the last look
     bool mLast = false;    ///< only one more resume is left to do
+    bool mOnlyResumes = false;
     bool mCancelled = false;
     Clear mClear = Clear::NotSent;
     std::uint64_t mClearedEntry = 0;  ///< the attach at which the clear was sent
     Boot mBoot = Boot::Untouched;
-    std::optional<Failure> mOpenFailure;     ///< of the device's port in this stage
+    std::optional<Failure> mOpenFailure;     ///< why the device could not be opened, or looked at, in this stage
     std::optional<Failure> mEarlierFailure;  ///< of the attempt before
     std::optional<Failure> mFailure;
     std::optional<Status> mStatus;

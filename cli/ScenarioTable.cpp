@@ -110,6 +110,15 @@ std::vector<Scenario> resets() {
                       .atOccurrence(3)
                       .comingBackAfter(seconds(20))}),
              Status::Done, "TRV-301", Stage::IdentifiedAgain, true));
+    table.push_back(
+        ends(one("leaves-late-unseen", "The same; it leaves as nobody has it open, which the list tells.",
+                 {Fault::onPacket(simulator::kProductRequest, Ignore).inState(BootState::Running).atOccurrence(2),
+                  Fault::onPacket(simulator::kStartSession, Unplug)
+                      .onLayer(0)
+                      .inState(BootState::Running)
+                      .atOccurrence(3)
+                      .comingBackAfter(seconds(20))}),
+             Status::Done, "TRV-301", Stage::IdentifiedAgain, true));
     Scenario moved{"another-port", "The device comes back under another port.", kReset, {{device()}, elsewhere()}};
     moved.devices[0].faults = {Fault::onCommand(simulator::kReboot, Unplug)};
     moved.cues = {{Stage::Back, seconds(1), Cue::What::Plug, 1}};
@@ -218,6 +227,19 @@ std::vector<Scenario> timeOuts() {
                       .atOccurrence(2)
                       .committed(100)}),
              Status::NotSeenAgain, "TRV-303", Stage::IdentifiedAgain, true),
+        ends(one("stalls-at-last", "The device is cleared, comes back, and its out pipe stalls whenever it is asked.",
+                 {Fault::onPacket(simulator::kProductRequest, Stall)
+                      .inState(BootState::Running)
+                      .atOccurrence(2)
+                      .committed(100)}),
+             Status::NotSeenAgain, "TRV-302", Stage::IdentifiedAgain, true),
+        ends(one("resumed-at-last",
+                 "It is cleared; its out pipe stalls, and only the very last \"resume\" gets through.",
+                 {Fault::onPacket(simulator::kProductRequest, Stall)
+                      .inState(BootState::HeldInBootLoader)
+                      .atOccurrence(2)
+                      .committed(2)}),
+             Status::NotSeenAgain, "TRV-402", Stage::BackAgain, true),
     };
 }
 
@@ -231,10 +253,17 @@ std::vector<Scenario> refusals() {
     unreadable.tells = BusTells::Refuses;
     Scenario other = one("other-run", "Another run works on the device.", {});
     other.otherRun = true;
+    Scenario first = one("unplugged-first", "The cable comes out before the device has been told anything.", {});
+    first.stationTakes = seconds(2);
+    first.cues = {{Stage::Quit, seconds(1), Cue::What::Unplug, 0}};
+    const Scenario gone = one("gone-for-good", "The cable comes out at \"hold\" and stays out.",
+                              {Fault::onPacket(simulator::kHoldInBootLoader, Unplug)});
+    Scenario once = with(gone, {"--retries", "0"});
+    once.name = "gone-for-good-at-once";
     return {
-        ends(one("gone-for-good", "The cable comes out at \"hold\" and stays out.",
-                 {Fault::onPacket(simulator::kHoldInBootLoader, Unplug)}),
-             Status::Failed, "TRV-301", Stage::Reboot),
+        ends(first, Status::Failed, "TRV-301", Stage::Reboot),
+        ends(gone, Status::Failed, "TRV-301", Stage::Reboot),
+        ends(once, Status::Failed, "TRV-301", Stage::Resume),
         ends(one("unplugged-after-clear",
                  "The cable comes out before the device has come to the clear command, and goes in again after 3 s.",
                  {Fault::onCommand(simulator::kClearStore, Ignore), Fault::onPacket(simulator::kProductRequest, Unplug)
@@ -348,6 +377,9 @@ std::vector<Scenario> otherCommands() {
         does(ends(one("explain", "Why a device can't be opened, and what to do.", {held}), Status::Busy, "TRV-205"),
              {"explain", "1-1"}),
         does(left, {"resume", "1-1"}),
+        does(ends(one("left-held-busy", "It can't be let start, since another program holds it.", {held}), Status::Busy,
+                  "TRV-205", Stage::Resume),
+             {"resume", "1-1"}),
         does(ends(pulled, Status::Failed, "TRV-301", Stage::Resume), {"resume", "1-1"}),
         does(ends(again, Status::Failed, "TRV-301", Stage::Resume), {"resume", "1-1"}),
     };

@@ -54,6 +54,7 @@ TEST(TwinCommand, SixteenTakeHardlyLongerThanOneAndAtMostSoManyAreAtWorkAtATime)
             most = std::max(most, atWork);
         }
         EXPECT_EQ(std::pair(cleared, most), std::pair(wanted, mostAtATime));
+        EXPECT_TRUE(arguments[1] == "--each" || twin.people.str().find("let go of untouched") == std::string::npos);
     }
     EXPECT_LE(10 * taken[1], 11 * taken[0]);
 }
@@ -116,18 +117,62 @@ TEST(TwinCommand, WhatAKillLeavesBehindIsSaidAndCanBeLetStart) {
     scenario.devices[1].state = BootState::HeldInBootLoader;
     TwinWorld twin(scenario);
     const Journal journal(twin.folder / "journal");
-    EXPECT_TRUE(journal.held({"1-2", 2}));
-    EXPECT_EQ(twin.run({"list"}), Status::Done);
-    EXPECT_THAT(twin.people.str(), HasSubstr("1-2 (unit 2): The reset was stopped before it was complete."));
-    // One that is not attached any more keeps the other from nothing, nor does one that a run is still at work on.
+    EXPECT_TRUE(journal.held({"1-9", 2}));  // at another port by now
+    // One that is not attached any more keeps the other from nothing, nor does one that a run is still at work on, or
+    // one without a unit id, at whose port is another.
     EXPECT_TRUE(journal.held({"1-7", 7}));
     EXPECT_TRUE(journal.held({"1-8", 8}));
+    EXPECT_TRUE(journal.held({"1-1", 0}));
     const platform::PlatformScope scope({.lockFolder = twin.folder.path()});
-    const auto otherRun = DeviceLock::take("1-8");
-    EXPECT_EQ(twin.run({"resume"}), Status::NoneFound);
-    EXPECT_THAT(twin.people.str(), AllOf(HasSubstr("1-8: "), HasSubstr("no unit:7."), Not(HasSubstr("no unit:8."))));
+    const auto otherRun = DeviceLock::take("unit-8"), ofPort = DeviceLock::take("1-9");
+    EXPECT_EQ(twin.run({"list"}), Status::Done);
+    EXPECT_THAT(twin.people.str(), HasSubstr("1-9 (unit 2): The reset was stopped before it was complete."));
+    EXPECT_EQ(twin.run({"resume"}), Status::TimedOut);
+    EXPECT_THAT(twin.people.str(), AllOf(HasSubstr("1-8: "), HasSubstr("no unit:7."), Not(HasSubstr("no unit:8.")),
+                                         HasSubstr("1-1 (unit 1): It is not a device that is waited for")));
     EXPECT_EQ(twin.boot(1), BootState::Running);
-    EXPECT_EQ(journal.entries(), (std::vector<Journal::Entry>{{"1-7", 7}, {"1-8", 8}}));
+    EXPECT_EQ(journal.entries(), (std::vector<Journal::Entry>{{"1-1", 0}, {"1-7", 7}, {"1-8", 8}}));
+}
+
+TEST(TwinCommand, ResetThatFailsLetsStartWhatAKillLeftBehind) {
+    for (const bool isCancelled : {true, false}) {
+        SCOPED_TRACE(isCancelled);
+        Scenario scenario = devices(1);
+        scenario.devices[0].state = BootState::HeldInBootLoader;
+        scenario.devices[0].faults = {Fault::onCommand(simulator::kReboot, NotTaken).committed(9)};
+        if (isCancelled) scenario.cues = {{Stage::Reboot, milliseconds(500), Cue::What::Cancel, 0}};
+        TwinWorld twin(scenario);
+        EXPECT_TRUE(Journal(twin.folder / "journal").held({"1-1", 1}));
+        const auto status = twin.run({"reset", "1-1", "--yes", "--limit", "reboot=1"});
+        EXPECT_EQ(status, isCancelled ? Status::Cancelled : Status::TimedOut);
+        EXPECT_EQ(twin.boot(0), BootState::Running);
+        EXPECT_TRUE(Journal(twin.folder / "journal").entries().empty());
+    }
+}
+
+/// In the middle of a question or of a wait, another device or the same is plugged in at the port.
+TEST(TwinCommand, WhatIsPluggedInAtAPortIsTakenOnlyAsTheVeryDevice) {
+    const std::tuple<std::uint32_t, std::uint32_t, bool, Status> rows[] = {
+        {0, 5, false, Status::TimedOut}, {1, 5, true, Status::Failed}, {1, 1, true, Status::Done}};
+    for (const auto& [unit, comes, isAtQuestion, status] : rows) {
+        SCOPED_TRACE(testing::PrintToString(std::pair(unit, comes)));
+        Scenario scenario = devices(2);
+        scenario.devices[0].profile.unitId = unit;
+        scenario.devices[1].profile.unitId = comes;
+        scenario.devices[1].plugged = false;
+        scenario.devices[1].state = isAtQuestion ? BootState::Running : BootState::Starting;
+        TwinWorld twin(scenario);
+        const auto swap = [&] {
+            twin.world.bus().swap(0, 1);
+            twin.world.bus().plug(0);
+        };
+        twin.answer = [&](const auto&) { return swap(), "yes"; };
+        twin.onStage = [&](Stage stage) {
+            if (stage == Stage::Back && !isAtQuestion) swap();
+        };
+        EXPECT_EQ(isAtQuestion ? twin.run({"reset", "1-1"}) : twin.run({"reset", "1-1", "--yes"}), status);
+        EXPECT_EQ(twin.storeIsEmpty(0), status == Status::Done);
+    }
 }
 
 TEST(TwinCommand, JournalThatCantBeWrittenIsSaid) {
