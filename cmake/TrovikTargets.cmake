@@ -91,6 +91,13 @@ function(trovik_private_headers target folder)
   target_include_directories(${target} PRIVATE ${root})
 endfunction()
 
+# trovik_hasten(<target> <kind>): optimising takes half the time of a test's compilation, and only what is tested needs it.
+function(trovik_hasten target kind)
+  if(kind MATCHES "test")
+    target_compile_options(${target} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0>)
+  endif()
+endfunction()
+
 # trovik_library(<name> [KIND <kind>] [SOURCES ...] [PUBLIC <lower layers>] [PRIVATE <third party>] [HEADERS <folder>...])
 # Without sources it is a library of headers alone. What it publishes: trovik_headers. KIND names what is precompiled for it:
 # library, unless it is window (made of the toolkit's widgets), test or window_test.
@@ -105,6 +112,7 @@ function(trovik_library name)
       set(arg_KIND library)
     endif()
     trovik_precompile(${name} ${arg_KIND})
+    trovik_hasten(${name} ${arg_KIND})
   else()
     add_library(${name} INTERFACE)
     target_link_libraries(${name} INTERFACE ${arg_PUBLIC})
@@ -114,7 +122,7 @@ function(trovik_library name)
   endif()
 endfunction()
 
-# Programs for the debugger are large. LLD links them in a fifth of the time; without it they are linked as usual.
+# Programs with debug information are large. LLD links them in a fifth of the time; without it they are linked as usual.
 find_program(TROVIK_LLD ld.lld)
 mark_as_advanced(TROVIK_LLD)
 
@@ -127,11 +135,12 @@ function(trovik_executable name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LINK})
   if(TROVIK_LLD)
-    target_link_options(${name} PRIVATE $<$<CONFIG:Debug>:-fuse-ld=lld>)
+    target_link_options(${name} PRIVATE $<$<CONFIG:Debug,RelWithDebInfo>:-fuse-ld=lld>)
   endif()
   trovik_warnings(${name})
   trovik_sanitizers(${name})
   trovik_precompile(${name} ${arg_KIND})
+  trovik_hasten(${name} ${arg_KIND})
 endfunction()
 
 # trovik_test(<name> SOURCES ... [LINK <targets>] [TIMEOUT <seconds>])
