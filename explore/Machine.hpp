@@ -1,11 +1,14 @@
 #pragma once
 
+#include "cli/Scenario.hpp"
+#include "platform/ScriptRunner.hpp"
 #include "platform/WallClock.hpp"
 #include "simulator/engine/Types.hpp"
 
 #include <atomic>
 #include <filesystem>
 #include <map>
+#include <stop_token>
 #include <string>
 
 namespace explore {
@@ -44,6 +47,24 @@ class Machine final : public platform::WallClock {
     std::atomic<simulator::Duration> mOffset;       ///< of the time of day
     std::map<Path, std::string> mContents;          ///< of files that were synchronised
     std::map<Path, std::map<Path, bool>> mEntries;  ///< of folders: paths, and whether they are folders
+};
+
+/// The companion programs. Stuck ones don't quit in their three seconds, and then have to be killed.
+class Station final : public platform::ScriptRunner {
+  public:
+    Station(simulator::Duration takes, bool isStuck) : mScripts(takes), mIsStuck(isStuck) {}
+    bool executeAndReturnError(const std::string& source, const std::stop_token& stop) override {
+        const bool hasQuit = mScripts.executeAndReturnError(source, stop) && !mIsStuck;
+        mIsLeft = !hasQuit && !stop.stop_requested();
+        return hasQuit;
+    }
+    int system(const std::string&) override { return mIsLeft = false; }
+    [[nodiscard]] bool isLeft() const { return mIsLeft; }  ///< it was to be killed
+
+  private:
+    twin::ScenarioScripts mScripts;
+    const bool mIsStuck;
+    bool mIsLeft = false;
 };
 
 }  // namespace explore

@@ -59,6 +59,7 @@ struct Plan {
     /// So many of the devices, the last, are of a model that nobody looks for, and unplugged.
     static constexpr std::size_t kForeign = 2;
     static constexpr std::uint16_t kForeignProduct = 4;
+    [[nodiscard]] static bool isForeign(const simulator::Profile& one) { return one.productId == kForeignProduct; }
 
     std::uint64_t seed = 0;
     std::vector<std::string> arguments;   ///< of the command; "window" for the window
