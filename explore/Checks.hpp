@@ -97,7 +97,7 @@ class Checks {
             if (mScene.isUnderWay && !mScene.hasChosen && !mScene.isEpilogue && mayMean(known, port))
                 known.isChosen = true;
             const auto& entries = one.record().entries();
-            while (known.told < entries.size()) recorded(one, known, entries[known.told++]);
+            while (known.seen < entries.size()) recorded(one, known, entries[known.seen++]);
         }
         if (mScene.window) mScene.window->lookAtNextAction();
     }
@@ -144,7 +144,7 @@ class Checks {
         }
     }
 
-    /// What a run had held has been let start.
+    /// After a run that lets start what an earlier one left held.
     void lookForHeld() const {
         for (const Device* const one : mScene.devices) {
             const bool isHeld = one->bootState() == BootState::HeldInBootLoader;
@@ -153,7 +153,7 @@ class Checks {
         }
     }
 
-    /// Some minutes after Reset Now it is not complete.
+    /// The window is not complete though it had the time.
     void lookAtWaitingWindow() const {
         const auto isDisturbed = [this](const auto& known) { return this->isDisturbed(known.second); };
         if (std::ranges::any_of(mPlan.devices, &twin::ScenarioDevice::plugged) &&
@@ -161,13 +161,14 @@ class Checks {
             fail("Nothing befell anything, and the window is not complete.");
     }
 
+    /// @param isUnfinished  it says, as it is quit, that the reset is unfinished
     void lookAtQuitWindow(bool isUnfinished) const {
         const bool isOne = mPlan.hasOneDevice() && !mKnown.begin()->second.isHeldFirst();
         if (isOne && !isUnfinished && mScene.devices.front()->bootState() == BootState::HeldInBootLoader)
             fail("It is left held, and nobody says so.");
     }
 
-    /// With everything well again.
+    /// The window is complete, with everything well again.
     void lookAtCompleteWindow() {
         lookForLeft();
         const auto isCleared = [this](const Device* one) { return one->store().empty() || ignoresClear(*one); };
@@ -176,13 +177,13 @@ class Checks {
     }
 
   private:
-    /// A device, whichever port it is plugged into.
+    /// What is known of a device, whichever port it is plugged into.
     struct Known {
         const twin::ScenarioDevice* planned = nullptr;
-        std::size_t index = 0;       ///< in the plan, and by its first port
-        std::size_t told = 0;        ///< entries of its record
+        std::size_t index = 0;       ///< in the plan, which is also its first port
+        std::size_t seen = 0;        ///< so many entries of its record were looked at
         bool isChosen = false;       ///< the command line means it
-        bool isToldToStart = false;  ///< since it is held: where it does nothing then, no host sees it
+        bool isToldToStart = false;  ///< since it was last held. If it stays held all the same, no host can know
 
         [[nodiscard]] bool isHeldFirst() const { return planned->state == BootState::HeldInBootLoader; }
     };
@@ -190,7 +191,7 @@ class Checks {
     const Known& knownOf(const Device& device) const { return mKnown.at(device.profile().unitName); }
     bool says(const std::string& argument) const { return std::ranges::count(mPlan.arguments, argument) > 0; }
 
-    /// How many there are. Log files don't count: they come and go with days.
+    /// How many files this process has open. Log files don't count: they come and go with days.
     static std::ptrdiff_t openFiles() {
         return std::ranges::count_if(std::filesystem::directory_iterator("/proc/self/fd"), [](const auto& file) {
             std::error_code gone;  // the iterator's own
@@ -198,15 +199,15 @@ class Checks {
         });
     }
 
-    /// Whether the command line means a device at a port. What it can mean is chosen until the first stage begins. The
-    /// window means them all.
+    /// Whether the command line may mean a device at a port: all that it may have meant before its first stage begins
+    /// count as chosen. The window means every device.
     bool mayMean(const Known& known, std::size_t port) const {
         if (says("check") || Plan::isForeign(known.planned->profile)) return false;
         return mPlan.isWindow() || says("--each") || says("unit:" + std::to_string(known.planned->profile.unitId)) ||
                (mScene.bus.isAttached(port) && (says("--all") || says("1-" + std::to_string(port + 1))));
     }
 
-    /// Each line of each device's record, once.
+    /// Called once for each entry of each device's record.
     void recorded(const Device& device, Known& known, const simulator::RecordEntry& entry) {
         using Kind = simulator::RecordEntry::Kind;
         const std::string& name = device.profile().unitName;
@@ -228,7 +229,7 @@ class Checks {
             fail(name + " is held, and the journal does not know.");
     }
 
-    /// What no host can know better.
+    /// Whether a device may refuse this: no host could know that it would.
     bool isExcused(const Known& known, const std::string& text) const {
         if (!mPlan.hasPlainUnits) return true;
         const bool isResume = text == "resume boot without hold", isAway = text == "packet while rebooting",
@@ -241,23 +242,26 @@ class Checks {
         return (isResume && mScene.isEpilogue) || (mScene.window && (isAway || (isHold && isAnyones)));
     }
 
+    /// Whether an event may keep the device from its reset.
     /// @param besides  events that do not count
     bool isDisturbed(const Known& known, std::optional<What> besides = {}) const {
         return std::ranges::any_of(
             mPlan.events, [&](const Event& event) { return event.what != besides && event.concerns(known.index); });
     }
 
+    /// Whether the journal has it.
     bool isNoted(const Device& device) const {
         const auto noted = twin::Journal(mScene.journalFolder).entries();
         return std::ranges::any_of(noted, [&](const auto& entry) { return entry.unit == device.profile().unitId; });
     }
 
+    /// After a run that has ended by itself.
     void lookForLeft() {
         if (mScene.bus.openDevices() > 0 || mScene.bus.pendingTransfers() > 0) fail("Something is left open.");
         if (openFiles() > mFilesBefore) fail("A file is left open.");
         if (mScene.mainQueue.waiting() > 0) fail("Something is left to be done.");
         if (mScene.station.isLeft() && !mScene.cancelled && !mScene.isEpilogue) fail("The companion programs go on.");
-        mScene.otherRun.reset();  // it ends with this one
+        mScene.otherRun.reset();  // the other run ends with this one
         const std::string port = mScene.window ? "Port@" : "1-";
         for (const auto& [name, known] : mKnown) {
             const auto unit = known.planned->profile.unitId;
@@ -293,7 +297,8 @@ class Checks {
         return events;
     }
 
-    /// The last, where a device that failed is plugged in once more while each that comes is reset.
+    /// The event that tells how a device's reset ended. There are several where a device that failed is plugged in once
+    /// more while each that comes is reset: the last counts.
     static const json* endOf(const Device& device, const std::vector<json>& events) {
         const auto end = std::find_if(events.rbegin(), events.rend(), [&](const json& event) {
             return event.value("unit", 0U) == device.profile().unitId && event.at("event") == "device" &&

@@ -49,7 +49,8 @@ class Machine final : public platform::WallClock {
     std::map<Path, std::map<Path, bool>> mEntries;  ///< of folders: paths, and whether they are folders
 };
 
-/// The companion programs. Stuck ones don't quit in their three seconds, and then have to be killed.
+/// The companion programs, of which each takes a while to quit. Stuck ones don't quit in their three seconds, and then
+/// have to be killed. Called by whoever has the baton.
 class Station final : public platform::ScriptRunner {
   public:
     Station(simulator::Duration takes, bool isStuck) : mScripts(takes), mIsStuck(isStuck) {}
@@ -59,7 +60,7 @@ class Station final : public platform::ScriptRunner {
         return hasQuit;
     }
     int system(const std::string&) override { return mIsLeft = false; }
-    [[nodiscard]] bool isLeft() const { return mIsLeft; }  ///< it was to be killed
+    [[nodiscard]] bool isLeft() const { return mIsLeft; }  ///< it did not quit, and nobody has killed it
 
   private:
     twin::ScenarioScripts mScripts;

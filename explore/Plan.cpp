@@ -24,6 +24,7 @@ constexpr std::array kProfiles = {&simulator::Profile::handheld, &simulator::Pro
 constexpr std::array kResults = {platform::kIOReturnError, platform::kIOReturnNoDevice, platform::kIOReturnNotPermitted,
                                  platform::kIOReturnExclusiveAccess, platform::kIOReturnTimeout};
 /// Packets of the host and of the device that a fault can strike at: of the session, of identification and of a reset.
+/// The hold stands there twice, to be chosen more often.
 constexpr std::array<std::uint16_t, 13> kIds = {
     kStartSession,     kSessionStarted,   kAskLargest,          kLargest,     kProductRequest,
     kProductData,      kProtocolList,     kExtendedProductData, kDataRequest, kCommand,
@@ -139,7 +140,7 @@ class Author {
         return event;
     }
 
-    /// By seconds or by days.
+    /// The time of day is set by seconds or by days.
     Event clockStep() {
         Event event = timed({What::ClockStep});
         const unsigned range = mDice.oneIn(2) ? 60 : 9 * 24 * 3600;
@@ -148,6 +149,7 @@ class Author {
         return event;
     }
 
+    /// A fault of a device or of the bus, or a cable that comes out and mostly goes in again, there or at another port.
     void misfortune() {
         const auto count = static_cast<unsigned>(mPlan.devices.size());
         const std::size_t port = mDice.below(count);

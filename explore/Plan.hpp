@@ -56,7 +56,7 @@ struct Event {
 
 /// All that a seed chooses but for the order of turns: a list that can be shortened and carried out again.
 struct Plan {
-    /// So many of the devices, the last, are of a model that nobody looks for, and unplugged.
+    /// The last so many devices are of a model that nobody looks for. They begin unplugged.
     static constexpr std::size_t kForeign = 2;
     static constexpr std::uint16_t kForeignProduct = 4;
     [[nodiscard]] static bool isForeign(const simulator::Profile& one) { return one.productId == kForeignProduct; }
@@ -65,7 +65,7 @@ struct Plan {
     std::vector<std::string> arguments;   ///< of the command; "window" for the window
     simulator::Duration pressedAfter{0};  ///< Reset Now, in the window
     std::vector<twin::ScenarioDevice> devices;
-    bool hasPlainUnits = true;  ///< no two devices are taken for one another
+    bool hasPlainUnits = true;  ///< each device has a unit id of its own, by which all tell it apart
     std::vector<Event> events;
 
     [[nodiscard]] static Plan of(std::uint64_t seed);

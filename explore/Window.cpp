@@ -37,8 +37,8 @@ constexpr char kCaught = 'X';
 
 /// @return null for no line of the controller
 const Line* lineOf(const std::string& text) {
-    // D, S, R and r: one attached device has been dealt with. With an end at RebootOnAttach the next is a reboot, which
-    // may fail.
+    // After D, S, R and r an attached device has been dealt with, and the thread goes on with the next one. That one is
+    // rebooted where the next action is RebootOnAttach by then, and the reboot may fail.
     static const std::array lines = {
         Line{'D', "Device detected but no action taken", "-DSRr", "0"},
         Line{'F', "Device found, rebooting", "-"},
@@ -156,7 +156,7 @@ void Window::look() {
             fail("The window logs \"" + text + "\" after " + last + ".");
         if (std::string_view("RHCS").find(line->letter) != std::string_view::npos && --mTold[text] < 0)
             fail("The window logs \"" + text + "\", which no device was told to do.");
-        // What could not be opened says so first; what came before that still counts.
+        // An opening that fails logs its exception first: what may follow still goes by the line before that.
         if (line->letter != kCaught) last = line->letter;
         if (!line->next.empty()) mExpected = line->next;
     }

@@ -66,7 +66,7 @@ class Window {
     const Machine& mMachine;
     const std::shared_ptr<DDFileLogger> mFile;
     std::shared_ptr<platform::CFRunLoop> mListenLoop;
-    std::map<std::uint32_t, char> mLast;  ///< line by thread
+    std::map<std::uint32_t, char> mLast;  ///< line of each thread, by its letter
     std::string_view mExpected = "0";     ///< the next actions that the lines so far lead to
     char mNextAction = '0';
     std::vector<std::string> mLines;  ///< that the log files have

@@ -22,7 +22,7 @@ namespace {
 using twin::Stage;
 
 /// Carries out a plan: the events, each at its moment, and the run that they come in; then, with all that was wrong
-/// taken away, what has to work again. Its checks judge it. It is called by whoever has the baton, and never goes.
+/// taken away, what has to work again. Its checks judge it. Called by whoever has the baton.
 class World final : public simulator::TimedWork {
   public:
     World(const Plan& plan, std::string folder) : mPlan(plan), mFolder(std::move(folder)) {
@@ -59,7 +59,7 @@ class World final : public simulator::TimedWork {
     }
 
     void runWindow() {
-        mScene.window = new Window(mScene.baton, mScene.mainQueue, mMachine);  // its flows may be left where they are
+        mScene.window = new Window(mScene.baton, mScene.mainQueue, mMachine);  // stays: abandoned flows may be in it
         Window& window = *mScene.window;
         window.listen();
         mChecks.begin();
@@ -73,7 +73,7 @@ class World final : public simulator::TimedWork {
         if (isOver()) return goOnWithoutWindow();
         fact("status", window.isComplete() ? "window complete" : "window waits");
         if (!window.isComplete()) mChecks.lookAtWaitingWindow();
-        if (mPlan.has(What::BusFault)) return;  // it may not see any device
+        if (mPlan.has(What::BusFault)) return;  // it may have kept the window from seeing any device
         mScene.isEpilogue = true;
         for (std::size_t port = 0; port < mScene.devices.size(); ++port) mScene.bus.unplug(port);
         heal();
@@ -127,7 +127,7 @@ class World final : public simulator::TimedWork {
         std::optional<Time> due;
     };
 
-    // ---- what happens by itself
+    // ---- the events of the plan
 
     void prepare(const Event& event) {
         if (event.what == What::BusFault) return mScene.bus.addFault(event.fault);  // nobody is told when it strikes
@@ -167,7 +167,7 @@ class World final : public simulator::TimedWork {
         if (event.what == What::Plug) mScene.bus.plug(event.device);
         if (event.what == What::Unplug) mScene.bus.unplug(event.device);
         if (event.what == What::Swap) mScene.bus.swap(event.device, event.other);
-        if (mScene.window) mScene.window->look();  // what has been logged is still written as before
+        if (mScene.window) mScene.window->look();  // at what was logged before the time or the disk changes
         if (event.what == What::ClockStep) mMachine.setTimeOfDay(event.by);
         if (event.what == What::ClockStep && mScene.window) mScene.window->timeWasSet(event.by < Duration{0});
         if (event.what == What::FullDisk) mMachine.setFull(true);
@@ -227,9 +227,9 @@ class World final : public simulator::TimedWork {
                                                   .exceptionHandler = &mExceptions,
                                                   .wallClock = &mMachine,
                                                   .lockFolder = folder});
-        platform.dispatchSources = nullptr;  // nothing happens to files by itself
+        platform.dispatchSources = nullptr;  // nobody is told of changes of files
         platform.log = [](const std::string& line) {
-            if (Baton::isFlow()) trace("log: " + line);  // when loggers' own threads say something is chance
+            if (Baton::isFlow()) trace("log: " + line);  // loggers' own threads speak at moments of their own
         };
         mScope.emplace(platform);
     }
@@ -315,12 +315,12 @@ class World final : public simulator::TimedWork {
     std::optional<platform::PlatformScope> mScope;
     std::vector<Coming> mComing;
     std::function<void()> mCancel;
-    std::string mStage;  ///< the last that began
+    std::string mStage;  ///< the last that began, for the facts
     bool mKilled = false;
     bool mIsQuitting = false;
     bool mIsEach = false;
-    Time mEnd = Time::max();
-    std::size_t mTold = 0;
+    Time mEnd = Time::max();  ///< beyond which the run takes too long
+    std::size_t mTold = 0;    ///< so many characters of the output were traced
 };
 
 }  // namespace
