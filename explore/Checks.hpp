@@ -236,7 +236,8 @@ class Checks {
                    isHold = text == "hold in boot loader while running";
         // A cable that was out looks like a reboot, and a command that got lost like one that was carried out.
         // Some faults have a device say more than it has room for.
-        if (isDisturbed(known) && (isResume || isAway || isHold || text == "too many questions at once")) return true;
+        const bool isFull = text == "too many questions at once" || text == "answers that the host does not fetch";
+        if (isDisturbed(known) && (isResume || isAway || isHold || isFull)) return true;
         // The window goes by arrivals alone, whichever device arrives, and may be told of one that is about to restart.
         const bool isAnyones = mScene.isEpilogue || !mPlan.hasOneDevice();
         return (isResume && mScene.isEpilogue) || (mScene.window && (isAway || (isHold && isAnyones)));
