@@ -123,10 +123,11 @@ Dispatcher::Job* Dispatcher::offer(const Visit& planned, std::uint32_t unit) {
         return nullptr;
     }
     Job& job = **taker;
-    if (job.sequence.boot() == ResetSequence::Boot::Untouched && mJournal.has({device.port, unit}))
-        job.sequence.wasLeftHeld();
     job.locks.push_back(planned.portLock);  // it may have come back under another port
-    return lockUnit(job, now()) ? &job : nullptr;
+    if (!lockUnit(job, now())) return nullptr;
+    if (job.sequence.boot() == ResetSequence::Boot::Untouched && mJournal.has({device.port, unit}))
+        job.sequence.wasLeftHeld();  // it is this run's to let start now
+    return &job;
 }
 
 bool Dispatcher::isAnothers(const Job& job, const Device& device) const {
