@@ -180,7 +180,7 @@ class Dispatcher final : public ResetSequence::Observer {
     static Event deviceEvent(const Job& job, const char* kind);
     Event stageEvent(const ResetSequence& sequence, Stage stage, const char* state) const;
     bool isAnothers(const Job& job, const Device& device) const;  ///< another that is not over has this very attach
-    bool lockUnit(Job& job, Now now);
+    bool lockUnit(Job& job);
     std::shared_ptr<DeviceLock> lockFor(const std::string& key);  ///< null: another run has it
     void noteDepartures(const std::vector<Device>& attached);
 

@@ -15,7 +15,7 @@ Failure Dispatcher::lockedByOther() {
 void Dispatcher::begin(Job& job, Now moment) {
     job.begun = true;
     auto lock = lockFor(job.device.port);
-    if (!lock) return job.sequence.fail(lockedByOther(), moment);
+    if (!lock) return job.sequence.refuse(lockedByOther());
     job.locks.push_back(std::move(lock));
     if (job.resumes) return job.sequence.beginResume(moment);
     job.sequence.begin(moment);
@@ -124,7 +124,7 @@ Dispatcher::Job* Dispatcher::offer(const Visit& planned, std::uint32_t unit) {
     }
     Job& job = **taker;
     job.locks.push_back(planned.portLock);  // it may have come back under another port
-    if (!lockUnit(job, now())) return nullptr;
+    if (!lockUnit(job)) return nullptr;
     if (job.sequence.boot() == ResetSequence::Boot::Untouched && mJournal.has({device.port, unit}))
         job.sequence.wasLeftHeld();  // it is this run's to let start now
     return &job;
@@ -136,12 +136,12 @@ bool Dispatcher::isAnothers(const Job& job, const Device& device) const {
     });
 }
 
-bool Dispatcher::lockUnit(Job& job, Now moment) {
+bool Dispatcher::lockUnit(Job& job) {
     const std::uint32_t unit = job.sequence.unit().value_or(0);
     if (unit == 0 || std::exchange(job.hasUnitLock, true)) return true;
     auto lock = lockFor(unitLock(unit));
     const bool isMine = lock != nullptr;
-    if (!isMine) job.sequence.fail(lockedByOther(), moment);
+    if (!isMine) job.sequence.refuse(lockedByOther());
     job.locks.push_back(std::move(lock));
     return isMine;
 }

@@ -72,8 +72,11 @@ void ResetSequence::cancel(double now) {
     letStartOrFinish(now);
 }
 
-void ResetSequence::fail(const Failure& failure, double now) {
-    if (!isOver()) giveUp(failure, now);
+void ResetSequence::refuse(const Failure& failure) {
+    if (isOver()) return;
+    mFailure = failure;
+    leave(&failure);
+    finish(failure.status);
 }
 
 // ---- opening an entry

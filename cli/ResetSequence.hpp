@@ -80,7 +80,7 @@ class ResetSequence {
     void looked(std::span<const USBRegistryInfo> attached, double now);  ///< a look at the registry
     void tick(double now);                                               ///< time has passed
     void cancel(double now);
-    void fail(const Failure& failure, double now);  ///< from outside, before the first command
+    void refuse(const Failure& failure);  ///< it must not be touched: the end, before the first command
     /// @}
 
     /// @name Opening an entry
