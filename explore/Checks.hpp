@@ -207,6 +207,11 @@ class Checks {
                (mScene.bus.isAttached(port) && (says("--all") || says("1-" + std::to_string(port + 1))));
     }
 
+    bool hasOwnUnit(const Known& known) const {
+        const auto unitId = [](const auto& one) { return one.profile.unitId; };
+        return unitId(*known.planned) != 0 && std::ranges::count(mPlan.devices, unitId(*known.planned), unitId) == 1;
+    }
+
     /// Called once for each entry of each device's record.
     void recorded(const Device& device, Known& known, const simulator::RecordEntry& entry) {
         using Kind = simulator::RecordEntry::Kind;
@@ -222,7 +227,8 @@ class Checks {
         if (isHeld) known.isToldToStart = false;
         if (entry.kind == Kind::Fault) fact("met", entry.text);
         if (entry.kind == Kind::Refused && !isExcused(known, entry.text)) fail(name + " refused: " + entry.text);
-        if (entry.kind != Kind::State || !mScene.isUnderWay || mScene.isEpilogue || !mPlan.hasPlainUnits) return;
+        if (entry.kind != Kind::State || !mScene.isUnderWay || mScene.isEpilogue) return;
+        if (!mPlan.hasPlainUnits && !hasOwnUnit(known)) return;
         const bool ofBus = entry.text.starts_with("cable") || entry.text.ends_with("tached");
         if (!ofBus && !known.isChosen) fail(name + ", which was not chosen: " + entry.text);
         if (isHeld && !mScene.window && !mPlan.has(What::FullDisk) && !isNoted(device))
