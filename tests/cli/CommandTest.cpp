@@ -173,8 +173,8 @@ TEST(TwinCommand, WhatIsPluggedInAtAPortIsTakenOnlyAsTheVeryDevice) {
             twin.world.bus().plug(0);
         };
         twin.answer = [&](const auto&) { return swap(), "yes"; };
-        twin.onStage = [&](Stage stage) {
-            if (stage == Stage::Back && !isAtQuestion) swap();
+        twin.onStage = [&, isWaiting = !isAtQuestion](Stage stage) {
+            if (stage == Stage::Back && isWaiting) swap();
         };
         EXPECT_EQ(isAtQuestion ? twin.run({"reset", "1-1"}) : twin.run({"reset", "1-1", "--yes"}), status);
         EXPECT_EQ(twin.storeIsEmpty(0), status == Status::Done);
