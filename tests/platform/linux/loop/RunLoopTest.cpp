@@ -359,8 +359,8 @@ TEST(GlobalQueueTest, BlocksThatWaitForEachOtherAllRunAndAreJoined) {
     constexpr int kBlocks = 8;
     std::atomic<int> done = 0;
     {
+        std::latch together(kBlocks);  // outlives the queue, whose blocks may still be leaving it
         GlobalQueue queue;
-        std::latch together(kBlocks);
         for (int i = 0; i < kBlocks; ++i) {
             queue.dispatch_async([&] {
                 together.arrive_and_wait();  // ends only with a thread for each
