@@ -91,17 +91,17 @@ TEST(VnodeSource, FileThatHasLostItsNameBeforeIsToldOf) {
     const std::string path = folder / "watched.txt";
     const platform::FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CREAT, 0600));
     std::filesystem::remove(path);
-    platform::SerialQueue queue("vnode");
     std::latch told(1);
+    platform::SerialQueue queue("vnode");
     const auto source = sources.dispatch_source_vnode(file.get(), path, queue, [&] { told.count_down(); });
     told.wait();
 }
 
 TEST(TimerSource, FiresNotBeforeItsMomentAlsoWhereTheClockIsSetThen) {
     gClockIsSet = true;
+    std::latch fired(1);
     platform::SerialQueue queue("timer");
     const auto date = std::chrono::system_clock::now() + 20ms;
-    std::latch fired(1);
     const auto source = sources.dispatch_source_timer(date, queue, [&] {
         EXPECT_GE(std::chrono::system_clock::now(), date);
         EXPECT_FALSE(gClockIsSet);
