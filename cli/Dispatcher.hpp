@@ -111,7 +111,7 @@ class Dispatcher final : public ResetSequence::Observer {
 
     /// Another run has the lock.
     static Failure lockedByOther();
-    static std::string unitLock(std::uint32_t unit) { return "unit-" + std::to_string(unit); }  ///< beside its port's
+    static std::string unitLock(std::uint32_t unit) { return "unit-" + std::to_string(unit); }  ///< its lock's key
 
   private:
     using Now = platform::CFAbsoluteTime;
@@ -179,7 +179,7 @@ class Dispatcher final : public ResetSequence::Observer {
     void note(Event event);
     static Event deviceEvent(const Job& job, const char* kind);
     Event stageEvent(const ResetSequence& sequence, Stage stage, const char* state) const;
-    bool isAnothers(const Job& job, const Device& device) const;  ///< another that is not over has this very attach
+    bool isAnothers(const Job& job, const Device& device) const;  ///< of a job that goes on
     bool lockUnit(Job& job);
     std::shared_ptr<DeviceLock> lockFor(const std::string& key);  ///< null: another run has it
     void noteDepartures(const std::vector<Device>& attached);

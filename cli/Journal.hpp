@@ -25,7 +25,7 @@ class Journal {
     /// @return false when it could not be written
     [[nodiscard]] bool held(const Entry& entry) const;
     void released(const Entry& entry) const;
-    [[nodiscard]] bool has(const Entry& entry) const;  ///< under whichever port, for a unit id
+    [[nodiscard]] bool has(const Entry& entry) const;  ///< a device with a unit id: under whichever port
 
     [[nodiscard]] std::vector<Entry> entries() const;
 

@@ -157,7 +157,7 @@ void ResetSequence::stepEnded(const std::optional<Failure>& failure, double now)
         if (isCut && mStage == Stage::Reboot && mBoot == Boot::Untouched) mBoot = Boot::Rebooting;
         if (isCut && mStage == Stage::Clear) {
             mClear = Clear::Sent;
-            mClearedEntry = 0;
+            mClearedEntry.reset();
         }
         return stepFailed(failure->at(info(mStage).name), now);
     }

@@ -37,7 +37,8 @@ class ResetSequence {
     enum class Boot {
         Untouched,
         Rebooting,    ///< told to, and not held before; it starts by itself
-        PerhapsHeld,  ///< "hold" may have reached it; or a reboot of one that is held, or "resume", may not have
+        PerhapsHeld,  ///< an earlier run has left it held; or "hold" may have reached it; or a reboot of one that is
+                      ///< held, or "resume", may not have
         Held,
         Started,  ///< "resume" has reached it
         Back,     ///< has identified itself again
@@ -141,13 +142,13 @@ class ResetSequence {
     int mAttempt = 1;
     int mResumes = 0;
     bool mVisited = false;
-    bool mSent = false;    ///< the command of the step under way
-    bool mPresent = true;  ///< the device's entry, at the last look
-    bool mLast = false;    ///< only one more resume is left to do
-    bool mOnlyResumes = false;
+    bool mSent = false;         ///< the command of the step under way
+    bool mPresent = true;       ///< the device's entry, at the last look
+    bool mLast = false;         ///< only one more resume is left to do
+    bool mOnlyResumes = false;  ///< begun by beginResume: what was done to the settings before is not known
     bool mCancelled = false;
     Clear mClear = Clear::NotSent;
-    std::uint64_t mClearedEntry = 0;  ///< the attach at which the clear was sent
+    std::optional<std::uint64_t> mClearedEntry;  ///< the attach at which all of the clear was sent
     Boot mBoot = Boot::Untouched;
     std::optional<Failure> mOpenFailure;     ///< why the device could not be opened, or looked at, in this stage
     std::optional<Failure> mEarlierFailure;  ///< of the attempt before

@@ -111,7 +111,8 @@ std::vector<Scenario> resets() {
                       .comingBackAfter(seconds(20))}),
              Status::Done, "TRV-301", Stage::IdentifiedAgain, true));
     table.push_back(
-        ends(one("leaves-late-unseen", "The same; it leaves as nobody has it open, which the list tells.",
+        ends(one("leaves-late-unseen",
+                 "Told to start, the device falls silent, and leaves for 20 s while nobody has it open.",
                  {Fault::onPacket(simulator::kProductRequest, Ignore).inState(BootState::Running).atOccurrence(2),
                   Fault::onPacket(simulator::kStartSession, Unplug)
                       .onLayer(0)
@@ -234,7 +235,7 @@ std::vector<Scenario> timeOuts() {
                       .committed(100)}),
              Status::NotSeenAgain, "TRV-302", Stage::IdentifiedAgain, true),
         ends(one("resumed-at-last",
-                 "It is cleared; its out pipe stalls, and only the very last \"resume\" gets through.",
+                 "The device is cleared, its out pipe stalls, and only the very last \"resume\" gets through.",
                  {Fault::onPacket(simulator::kProductRequest, Stall)
                       .inState(BootState::HeldInBootLoader)
                       .atOccurrence(2)
@@ -260,6 +261,7 @@ std::vector<Scenario> refusals() {
                               {Fault::onPacket(simulator::kHoldInBootLoader, Unplug)});
     Scenario once = with(gone, {"--retries", "0"});
     once.name = "gone-for-good-at-once";
+    once.text = "The cable comes out at \"hold\" and stays out; nothing is begun anew.";
     return {
         ends(first, Status::Failed, "TRV-301", Stage::Reboot),
         ends(gone, Status::Failed, "TRV-301", Stage::Reboot),
