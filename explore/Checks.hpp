@@ -109,7 +109,7 @@ class Checks {
         lookForLeft();
         const auto events = eventsTold(status);
         if (mScene.isEpilogue || !mPlan.hasPlainUnits) return;
-        const bool resets = says("reset");
+        const bool resets = mPlan.says("reset");
         for (const Device* const device : mScene.devices) {
             const Device& one = *device;
             const Known& known = knownOf(one);
@@ -132,10 +132,10 @@ class Checks {
                     fail(name + " is left held, and the journal does not know.");
                 if (!isSaid("boot loader")) fail(name + " is left held, and nobody says so.");
             }
-            const bool isOwn = end && (says("resume") || !known.isHeldFirst());
+            const bool isOwn = end && (mPlan.says("resume") || !known.isHeldFirst());
             if (isHeld && isOwn && mScene.cancelled && !known.isToldToStart && !isDisturbed(known, What::Cancel))
                 fail("The cancel leaves " + name + " held.");
-            if (says("--each") || isDisturbed(known) || !known.planned->plugged) continue;
+            if (mPlan.says("--each") || isDisturbed(known) || !known.planned->plugged) continue;
             if (!isDone) fail("Nothing befell " + name + ", and it is not done.");
             if (isHeld) fail("Nothing befell " + name + ", and it is held.");
             if (isNoted(one)) fail(name + " is done, and the journal keeps it.");
@@ -189,7 +189,6 @@ class Checks {
     };
 
     const Known& knownOf(const Device& device) const { return mKnown.at(device.profile().unitName); }
-    bool says(const std::string& argument) const { return std::ranges::count(mPlan.arguments, argument) > 0; }
 
     /// How many files this process has open. Log files don't count: they come and go with days.
     static std::ptrdiff_t openFiles() {
@@ -202,9 +201,10 @@ class Checks {
     /// Whether the command line may mean a device at a port: all that it may have meant before its first stage begins
     /// count as chosen. The window means every device.
     bool mayMean(const Known& known, std::size_t port) const {
-        if (says("check") || Plan::isForeign(known.planned->profile)) return false;
-        return mPlan.isWindow() || says("--each") || says("unit:" + std::to_string(known.planned->profile.unitId)) ||
-               (mScene.bus.isAttached(port) && (says("--all") || says("1-" + std::to_string(port + 1))));
+        if (mPlan.says("check") || Plan::isForeign(known.planned->profile)) return false;
+        return mPlan.isWindow() || mPlan.says("--each") ||
+               mPlan.says("unit:" + std::to_string(known.planned->profile.unitId)) ||
+               (mScene.bus.isAttached(port) && (mPlan.says("--all") || mPlan.says("1-" + std::to_string(port + 1))));
     }
 
     bool hasOwnUnit(const Known& known) const {
@@ -317,8 +317,8 @@ class Checks {
     /// When a device must have been done, in seconds, where nothing takes time but its own restarts and the companion
     /// programs.
     double latestEnd(const simulator::Profile& profile) const {
-        const bool isPrompt = profile.answerDelay == Duration{0} && profile.protocols && says("--all") &&
-                              !says("--jobs") && !mPlan.has(What::Tells);
+        const bool isPrompt = profile.answerDelay == Duration{0} && profile.protocols && mPlan.says("--all") &&
+                              !mPlan.says("--jobs") && !mPlan.has(What::Tells);
         if (!isPrompt) return std::numeric_limits<double>::infinity();
         const Duration boot = profile.bootTime ? profile.leaveDelay + *profile.bootTime : Duration(seconds(1));
         const Duration all = 2 * mScene.stationTakes + profile.leaveDelay + profile.rebootTime + boot;

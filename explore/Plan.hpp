@@ -71,6 +71,7 @@ struct Plan {
     [[nodiscard]] static Plan of(std::uint64_t seed);
     /// The same with those events alone.
     [[nodiscard]] Plan only(const std::vector<std::size_t>& kept) const;
+    [[nodiscard]] bool says(const std::string& argument) const { return std::ranges::count(arguments, argument) > 0; }
     [[nodiscard]] bool isWindow() const { return arguments.front() == "window"; }
     [[nodiscard]] bool hasOneDevice() const { return devices.size() == 1 + kForeign; }  ///< besides the foreign ones
     [[nodiscard]] bool has(Event::What what) const { return std::ranges::count(events, what, &Event::what) > 0; }

@@ -51,16 +51,11 @@ constexpr unsigned kPatience = 20;       ///< seconds of processor time for one 
 constexpr unsigned kLastPatience = 200;  ///< seconds of real time
 constexpr const char* kReport = "report";
 
-/// Has the calling process run on one of its processors. Of a world's flows one runs at a time, and handing the baton
-/// to a thread of the same processor takes half as long.
+/// Has the calling process run on one processor: of a world's flows one runs at a time, and handing the baton to a
+/// thread of the same processor takes half as long. Where it may not run there, it stays where it is.
 void runOn(std::size_t number) {
-    cpu_set_t allowed, chosen;
-    CPU_ZERO(&chosen);
-    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) return;
-    number %= static_cast<std::size_t>(CPU_COUNT(&allowed));
-    for (std::size_t i = 0; i < CPU_SETSIZE; ++i) {
-        if (CPU_ISSET(i, &allowed) && number-- == 0) CPU_SET(i, &chosen);
-    }
+    cpu_set_t chosen{};
+    CPU_SET(number % std::max(1U, std::thread::hardware_concurrency()), &chosen);
     sched_setaffinity(0, sizeof chosen, &chosen);
 }
 

@@ -143,12 +143,11 @@ TEST(TwinCommand, ResetThatFailsLetsStartWhatAKillLeftBehind) {
         if (isCancelled) scenario.cues = {{Stage::Reboot, milliseconds(500), Cue::What::Cancel, 0}};
         TwinWorld twin(scenario);
         EXPECT_TRUE(Journal(twin.folder / "journal").held({"1-1", 1}));
-        {
-            const platform::PlatformScope scope({.lockFolder = twin.folder.path()});
-            const auto otherRun = DeviceLock::take("unit-1");
-            EXPECT_EQ(twin.run({"reset", "1-1", "--yes"}), Status::OtherRun);
-            EXPECT_EQ(twin.boot(0), BootState::HeldInBootLoader) << "it is the other's";
-        }
+        const platform::PlatformScope scope({.lockFolder = twin.folder.path()});
+        auto otherRun = DeviceLock::take("unit-1");
+        EXPECT_EQ(twin.run({"reset", "1-1", "--yes"}), Status::OtherRun);
+        EXPECT_EQ(twin.boot(0), BootState::HeldInBootLoader) << "it is the other's";
+        otherRun.reset();
         const auto status = twin.run({"reset", "1-1", "--yes", "--limit", "reboot=1"});
         EXPECT_EQ(status, isCancelled ? Status::Cancelled : Status::TimedOut);
         EXPECT_EQ(twin.boot(0), BootState::Running);
